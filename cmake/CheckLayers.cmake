@@ -1,0 +1,16 @@
+# Each layer's folder and the include prefixes that it must not name.
+set(host/base "stream/|common/|customize/|Avi|VideoTag|PluginAvi")
+set(host/stream "common/|customize/|Avi|VideoTag|PluginAvi")
+set(plugin/avi/common "customize/|AviMuxer.h|AviDemux.h|PluginAvi")
+set(plugin/avi/customize "PluginAvi.cpp")
+set(tools/kestro-avi "common/|customize/|AviMuxer.h|AviDemux.h|VideoTag.h|PluginAvi")
+
+foreach(layer host/base host/stream plugin/avi/common plugin/avi/customize tools/kestro-avi)
+  file(GLOB_RECURSE sources ${ROOT}/${layer}/*.h ${ROOT}/${layer}/*.cpp)
+  foreach(source ${sources})
+    file(STRINGS ${source} found REGEX "^#include \"(${${layer}})")
+    if(found)
+      message(FATAL_ERROR "${source}: includes from a higher layer: ${found}")
+    endif()
+  endforeach()
+endforeach()

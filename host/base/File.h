@@ -1,0 +1,73 @@
+// Files of the operating system, and the byte stream over one.
+#pragma once
+
+#include <string>
+
+#include "base/IO.h"
+
+namespace kestro::base {
+
+// Static functions on opaque handles. Transfers are complete or failed: interruptions and partial
+// transfers are handled below. Offsets are 64-bit.
+//
+// Paths: "X:/name" lies in the folder mounted for the drive letter X, and fails to open when none
+// is; ":/name" lies in the temporary folder; everything else is the system's path.
+//
+// Modes: "rb" reads; "r+b" reads and writes an existing file; "wb" also creates or empties it;
+// "rwbc" reads and writes a file that is new: one that stood there is removed first, and keeps its
+// content for whoever has it open.
+class KESTRO_API File {
+ public:
+  enum Position { kBegin = 0, kCurrent = 1, kEnd = 2 };
+
+  static void* Open(char const* path, char const* mode);  // null on failure, errno tells why
+  static bool Close(void* file);
+  static unsigned Read(void* file, void* data, unsigned size);         // as IO::Read
+  static unsigned Write(void* file, void const* data, unsigned size);  // as IO::Write
+  static bool Seek(void* file, int64 offset, Position whence);
+  static int64 Tell(void* file);
+  static int64 Size(void* file);  // -1 on failure
+  static bool Truncate(void* file, int64 size);
+  // Nothing is buffered here: after Write the data survives the process. Sync makes it durable: it
+  // then survives the machine.
+  static bool Flush(void* file);
+  static bool Sync(void* file);
+  static int Handle(void* file);
+  static bool Delete(char const* path);
+
+  // Mounts a folder for a drive letter, null unmounts. Of all threads.
+  static void Mount(char letter, char const* folder);
+  // The temporary folder; TMPDIR or /tmp unless set.
+  static void TemporaryFolder(char const* folder);
+};
+
+// A byte stream over a file. Flush makes the data durable: it then survives a crash of the machine;
+// what was written without it survives a crash of the process only.
+class KESTRO_API FileIO : public IO {
+ public:
+  // Opens; Opened() tells whether it worked, Error() why not.
+  FileIO(char const* path, char const* mode);
+  ~FileIO() override;
+
+  bool Opened() const { return _file != nullptr; }
+  bool Close();  // false when the system reports a late error
+
+  int64 Size() override;
+  int64 Tell() override { return _position; }
+  bool Seek(int64 offset, int whence) override;
+  unsigned Read(void* data, unsigned size) override;
+  unsigned Write(void const* data, unsigned size) override;
+  bool Flush() override;
+  int Handle() override;
+  bool Truncate(int64 size) override;
+  int Error() override { return _error; }
+
+ private:
+  bool Note(bool ok);
+
+  void* _file;
+  int64 _position = 0;
+  int _error = 0;
+};
+
+}  // namespace kestro::base

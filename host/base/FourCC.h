@@ -1,0 +1,16 @@
+// Four-character codes: unsigned 32-bit, first character in the lowest byte ("strh" = 0x68727473).
+#pragma once
+
+namespace kestro::base {
+
+// Packs up to n - i characters of s into value, each at its byte, stopping early at a NUL.
+constexpr unsigned Convert32(unsigned value, char const* s, int i, int n) {
+  for (; i < n && *s != '\0'; ++i, ++s)
+    value |= static_cast<unsigned>(static_cast<unsigned char>(*s)) << (8 * i);
+  return value;
+}
+
+// The code of the first four characters of s; a shorter text leaves the high bytes 0, null gives 0.
+constexpr unsigned Convert4(char const* s) { return s == nullptr ? 0 : Convert32(0, s, 0, 4); }
+
+}  // namespace kestro::base

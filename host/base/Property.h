@@ -1,0 +1,145 @@
+// Property descriptors: how a named parameter of a class is read and written.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "base/Object.h"
+#include "base/Value.h"
+
+namespace kestro::base {
+
+// One property of a class. Values come in any type that converts (see Value).
+class KESTRO_API IProperty {
+ public:
+  IProperty(char const* name, std::type_info const& type, char const* help)
+      : _name(name), _help(help), _type(type) {}
+  virtual ~IProperty() = default;
+
+  char const* Name() const { return _name; }
+  char const* Help() const { return _help; }  // one line for people
+  std::type_info const& Type() const { return _type; }
+
+  virtual bool CanRead() const = 0;
+  virtual bool CanWrite() const = 0;
+  virtual bool Set(Object& object, void const* value, std::type_info const& type) const = 0;
+  virtual bool Get(Object& object, void* value, std::type_info const& type) const = 0;
+
+ private:
+  char const* _name;
+  char const* _help;
+  std::type_info const& _type;
+};
+
+// A property of class C with values of type T, bound to functions.
+template <class C, class T>
+class TProperty : public IProperty {
+ public:
+  using Reader = std::function<bool(C&, T&)>;
+  using Writer = std::function<bool(C&, T const&)>;
+
+  TProperty(char const* name, char const* help, Reader read, Writer write)
+      : IProperty(name, typeid(T), help), _read(std::move(read)), _write(std::move(write)) {}
+
+  bool CanRead() const override { return static_cast<bool>(_read); }
+  bool CanWrite() const override { return static_cast<bool>(_write); }
+
+  bool Set(Object& object, void const* value, std::type_info const& type) const override {
+    auto* self = dynamic_cast<C*>(&object);
+    if (self == nullptr || !_write) return false;
+    if (type == typeid(T)) return _write(*self, *static_cast<T const*>(value));
+    T converted{};
+    return Convert(value, type, converted) && _write(*self, converted);
+  }
+
+  bool Get(Object& object, void* value, std::type_info const& type) const override {
+    auto* self = dynamic_cast<C*>(&object);
+    if (self == nullptr || !_read) return false;
+    T own{};
+    if (!_read(*self, own)) return false;
+    if (type == typeid(T)) {
+      *static_cast<T*>(value) = std::move(own);
+      return true;
+    }
+    Value v;
+    return v.From(&own, typeid(T)) && v.To(value, type);
+  }
+
+ private:
+  static bool Convert(void const* value, std::type_info const& type, T& out) {
+    if constexpr (std::is_pointer_v<T> && std::is_base_of_v<Object, std::remove_pointer_t<T>>) {
+      // Applications know objects of a plug-in's classes as Object only.
+      if (type != typeid(Object*)) return false;
+      Object* object = *static_cast<Object* const*>(value);
+      out = dynamic_cast<T>(object);
+      return object == nullptr || out != nullptr;
+    } else {
+      Value v;
+      return v.From(value, type) && v.To(&out, typeid(T));
+    }
+  }
+
+  Reader _read;
+  Writer _write;
+};
+
+// The properties of a class in registration order, and those it inherits. Built once, then shared.
+//
+//   PropertyList list;
+//   list.Member<AviMuxer>("mode", &AviMuxer::_mode, "counts end-of-stream packets");
+//   list.Setter<AviMuxer, char>("diskName", &AviMuxer::DiskNameSet, "drive of temporary files");
+//   list.Inherit(IMuxer::Properties());
+class KESTRO_API PropertyList {
+ public:
+  // Reads and writes a data member.
+  template <class C, class T, class B>
+  void Member(char const* name, T B::*member, char const* help) {
+    Add<C, T>(
+        name, help,
+        [member](C& c, T& out) {
+          out = c.*member;
+          return true;
+        },
+        [member](C& c, T const& value) {
+          c.*member = value;
+          return true;
+        });
+  }
+  // Writes through a member function that returns bool.
+  template <class C, class T>
+  void Setter(char const* name, bool (C::*set)(T), char const* help) {
+    Add<C, T>(name, help, nullptr, [set](C& c, T const& value) { return (c.*set)(value); });
+  }
+  // Reads through a function.
+  template <class C, class T>
+  void Getter(char const* name, T (C::*get)(), char const* help) {
+    Add<C, T>(
+        name, help,
+        [get](C& c, T& out) {
+          out = (c.*get)();
+          return true;
+        },
+        nullptr);
+  }
+  template <class C, class T>
+  void Add(char const* name, char const* help, typename TProperty<C, T>::Reader read,
+           typename TProperty<C, T>::Writer write) {
+    _own.push_back(
+        std::make_shared<TProperty<C, T>>(name, help, std::move(read), std::move(write)));
+  }
+  void Inherit(PropertyList const& base);
+
+  IProperty const* Find(char const* name) const;  // own ones go first; null if there is none
+  std::vector<std::shared_ptr<IProperty const>> const& Own() const { return _own; }
+  std::vector<std::shared_ptr<IProperty const>> const& Inherited() const { return _inherited; }
+
+ private:
+  std::vector<std::shared_ptr<IProperty const>> _own, _inherited;
+};
+
+}  // namespace kestro::base

@@ -1,0 +1,7 @@
+#include "base/Reference.h"
+
+namespace kestro::base {
+
+void Reference::Free() const { delete this; }
+
+}  // namespace kestro::base

@@ -1,0 +1,67 @@
+// Intrusive reference counting.
+#pragma once
+
+#include <atomic>
+
+#include "base/Types.h"
+
+namespace kestro::base {
+
+// An object that frees itself with its last reference. It is born with one, its creator's.
+// Hold and Release may be called from any thread.
+class KESTRO_API Reference {
+ public:
+  void Hold() const { _count.fetch_add(1, std::memory_order_relaxed); }
+  void Release() const {
+    if (_count.fetch_sub(1, std::memory_order_acq_rel) == 1) Free();
+  }
+  int Count() const { return _count.load(std::memory_order_relaxed); }
+
+  Reference(Reference const&) = delete;
+  Reference& operator=(Reference const&) = delete;
+
+ protected:
+  Reference() = default;
+  virtual ~Reference() = default;
+
+ private:
+  void Free() const;
+
+  mutable std::atomic<int> _count{1};
+};
+
+// A reference held for a scope or by a member.
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  static Ref Take(T* p) {  // takes over the caller's reference
+    Ref r;
+    r._p = p;
+    return r;
+  }
+  static Ref Share(T* p) {  // adds one
+    if (p != nullptr) p->Hold();
+    return Take(p);
+  }
+  Ref(Ref const& o) : Ref(Share(o._p)) {}
+  Ref(Ref&& o) noexcept : _p(o._p) { o._p = nullptr; }
+  Ref& operator=(Ref o) noexcept {
+    T* p = _p;
+    _p = o._p;
+    o._p = p;
+    return *this;
+  }
+  ~Ref() {
+    if (_p != nullptr) _p->Release();
+  }
+  T* get() const { return _p; }
+  T& operator*() const { return *_p; }
+  T* operator->() const { return _p; }
+  explicit operator bool() const { return _p != nullptr; }
+
+ private:
+  T* _p = nullptr;
+};
+
+}  // namespace kestro::base
