@@ -1,0 +1,24 @@
+#include "stream/IDemuxer.h"
+
+namespace kestro::stream {
+
+IDemuxer::IDemuxer(char const* name) : ISource(name) {}
+
+bool IDemuxer::Close() {
+  ThreadStop();
+  for (auto const& port : _ports)
+    if (!port->IsInput()) port->Offer(nullptr);
+  bool const closed = IIO::Close();
+  return ISource::Close() && closed;
+}
+
+base::PropertyList const& IDemuxer::Properties() {
+  static auto const* list = [] {
+    auto* made = new base::PropertyList;
+    AddProperties<IDemuxer>(*made);
+    return made;
+  }();
+  return *list;
+}
+
+}  // namespace kestro::stream

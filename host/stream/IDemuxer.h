@@ -1,0 +1,33 @@
+// Sources that read a container.
+#pragma once
+
+#include <functional>
+
+#include "stream/IIO.h"
+#include "stream/ISource.h"
+
+namespace kestro::stream {
+
+class KESTRO_API IDemuxer : public ISource, public IIO {
+ public:
+  enum class PlayMode { kNormal = 0, kFast = 1, kBack = 2, kVideo = 3, kAudio = 4 };
+
+  explicit IDemuxer(char const* name);
+
+  bool Close()
+      override;  // stops the thread, withdraws the media from the outputs, closes the input
+
+  // Tells each track's media; the callback answers false to stop.
+  virtual bool ParseFile(std::function<bool(IMedia*)> callback) = 0;
+  virtual bool Seek(base::int64 ms) = 0;
+  virtual base::int64 Duration() const = 0;  // milliseconds
+  virtual bool PlayModeSwitch(PlayMode mode) = 0;
+
+  static base::PropertyList const& Properties();
+
+ protected:
+  unsigned _extFlags = Packet::kDiscontinuity;  // put on the first packet after a seek
+  unsigned _eosFlags = Packet::kEndOfStream;    // put on the last packet of a track
+};
+
+}  // namespace kestro::stream

@@ -1,0 +1,66 @@
+#include "stream/IElementWithThread.h"
+
+#include <chrono>
+
+namespace kestro::stream {
+
+namespace {
+// How long a thread without work sleeps before it looks again by itself.
+constexpr auto kPoll = std::chrono::milliseconds(20);
+}  // namespace
+
+IElementWithThread::~IElementWithThread() = default;
+
+bool IElementWithThread::ThreadStart() {
+  if (_thread.joinable()) return false;
+  _stop = _pause = _parked = _wake = false;
+  _thread = std::thread([this] { Run(); });
+  return true;
+}
+
+bool IElementWithThread::ThreadStop() {
+  if (!_thread.joinable()) return true;
+  {
+    std::lock_guard lock(_mutex);
+    _stop = true;
+  }
+  _changed.notify_all();
+  _thread.join();
+  return true;
+}
+
+bool IElementWithThread::ThreadPause(bool pause) {
+  std::unique_lock lock(_mutex);
+  if (!_thread.joinable()) return false;
+  _pause = pause;
+  _changed.notify_all();
+  _changed.wait(lock, [this, pause] { return _parked == pause; });
+  return true;
+}
+
+void IElementWithThread::Wake() {
+  std::lock_guard lock(_mutex);
+  _wake = true;
+  _changed.notify_all();
+}
+
+void IElementWithThread::Run() {
+  std::unique_lock lock(_mutex);
+  while (!_stop) {
+    if (_pause) {
+      _parked = true;
+      _changed.notify_all();
+      _changed.wait(lock, [this] { return _stop || !_pause; });
+      _parked = false;
+      _changed.notify_all();
+      continue;
+    }
+    _wake = false;
+    lock.unlock();
+    bool const worked = Loop();
+    lock.lock();
+    if (!worked) _changed.wait_for(lock, kPoll, [this] { return _stop || _pause || _wake; });
+  }
+}
+
+}  // namespace kestro::stream

@@ -1,0 +1,37 @@
+// A loop on a thread of its own.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "base/Types.h"
+
+namespace kestro::stream {
+
+// Calls Loop again and again on its own thread, between ThreadStart and ThreadStop. The class that
+// defines Loop stops the thread in its destructor. The operations are for one control thread and
+// wait for the turn under way; they must not be called from inside Loop.
+class KESTRO_API IElementWithThread {
+ public:
+  virtual ~IElementWithThread();
+
+ protected:
+  bool ThreadStart();  // false when it runs already
+  bool ThreadStop();   // without a thread it does nothing
+  bool ThreadPause(bool pause);
+  void Wake();  // ends a wait for work, from any thread
+
+  // One turn. False: nothing to do until Wake, or for a few milliseconds.
+  virtual bool Loop() = 0;
+
+ private:
+  void Run();
+
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  std::thread _thread;
+  bool _stop = false, _pause = false, _parked = false, _wake = false;
+};
+
+}  // namespace kestro::stream

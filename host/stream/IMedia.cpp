@@ -1,0 +1,68 @@
+#include "stream/IMedia.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kestro::stream {
+
+namespace {
+
+bool OneOf(std::string const& codec, std::initializer_list<char const*> names) {
+  return std::any_of(names.begin(), names.end(), [&](char const* name) { return codec == name; });
+}
+
+bool IsVideoCodec(std::string const& codec) {
+  return OneOf(codec, {"h264", "H264", "avc1", "hevc", "h265", "hev1", "jpeg", "mjpg", "jpg"});
+}
+
+bool IsAudioCodec(std::string const& codec) {
+  return OneOf(codec, {"pcm", "PCM", "sowt", "s16le", "mp4a", "aac"});
+}
+
+}  // namespace
+
+IMedia* IMedia::New(char const* codec) {
+  return codec != nullptr && *codec != '\0' ? new IMedia(codec) : nullptr;
+}
+
+IMedia::IMedia(char const* codec)
+    : Object("media"),
+      _codec(codec),
+      _kind(IsVideoCodec(_codec)   ? Kind::kVideo
+            : IsAudioCodec(_codec) ? Kind::kAudio
+                                   : Kind::kOther) {}
+
+bool IMedia::Extra(void const* data, unsigned size) {
+  if (data == nullptr || size == 0) return false;
+  auto const* from = static_cast<unsigned char const*>(data);
+  std::vector<unsigned char> copy(from, from + size);
+  for (auto& [name, value] : _keys) {
+    unsigned char const* pointer;
+    if (!value.IsPointer() || !value.To(&pointer, typeid(pointer))) continue;
+    if (pointer < from || pointer >= from + size) continue;
+    pointer = copy.data() + (pointer - from);
+    value.From(&pointer, typeid(pointer));
+  }
+  _extra.swap(copy);
+  return true;
+}
+
+bool IMedia::Set(char const* name, void* value, std::type_info const* type) {
+  base::Value taken;
+  if (name == nullptr || !taken.From(value, *type)) return false;
+  for (auto& key : _keys)
+    if (key.first == name) {
+      key.second = taken;
+      return true;
+    }
+  _keys.emplace_back(name, taken);
+  return true;
+}
+
+bool IMedia::Get(char const* name, void* value, std::type_info const* type) {
+  for (auto const& key : _keys)
+    if (key.first == name) return key.second.To(value, *type);
+  return false;
+}
+
+}  // namespace kestro::stream

@@ -1,0 +1,47 @@
+#include "stream/ISource.h"
+
+#include <algorithm>
+
+namespace kestro::stream {
+
+ISource::~ISource() { ThreadStop(); }
+
+bool ISource::Start() {
+  _ready = false;
+  return ThreadStart() && IStatus::Start();
+}
+
+bool ISource::Pause() { return ThreadPause(true) && IStatus::Pause(); }
+
+bool ISource::Resume() { return ThreadPause(false) && IStatus::Resume(); }
+
+bool ISource::Stop() { return ThreadStop() && IStatus::Stop(); }
+
+bool ISource::Loop() {
+  if (_ended) return false;
+  if (!_ready) {
+    _ready = std::all_of(_ports.begin(), _ports.end(), [](auto& port) { return port->Ready(); });
+    if (!_ready) return false;
+  }
+  Packet* packet = GeneratePacket(nullptr);
+  if (packet == nullptr || packet == Packet::ReadFailure()) {
+    bool const failed = packet != nullptr;
+    _ended = true;
+    SendMessageUp(failed ? "error" : "eos", failed ? "reading failed" : nullptr, nullptr);
+    return false;
+  }
+  auto const held = base::Ref<Packet>::Take(packet);
+  for (auto const& port : _ports)
+    if (!port->IsInput() && port->Media() != nullptr && port->Media() == packet->Media()) {
+      port->Push(*packet);
+      break;
+    }
+  return true;
+}
+
+void ISource::ClearEnd() {
+  _ended = false;
+  Wake();
+}
+
+}  // namespace kestro::stream

@@ -1,0 +1,38 @@
+// The states of an element.
+#pragma once
+
+#include "base/Types.h"
+
+namespace kestro::stream {
+
+// Closed, open, running or paused. The operations step between neighbours; StatusChange takes an
+// element from any state to any other through them, and is what applications call. One control
+// thread.
+class KESTRO_API IStatus {
+ public:
+  enum Status { kClosed = 0, kOpen = 1, kRunning = 2, kPaused = 3 };
+
+  virtual ~IStatus() = default;
+  virtual bool Open() { return Enter(kOpen); }
+  virtual bool Start() { return Enter(kRunning); }
+  virtual bool Pause() { return Enter(kPaused); }
+  virtual bool Resume() { return Enter(kRunning); }
+  virtual bool Stop() { return Enter(kOpen); }
+  virtual bool Close() { return Enter(kClosed); }
+
+  // False at the first step that fails; the state is then the last one reached. On the way down
+  // every step is taken, and a failure is told at the end.
+  virtual bool StatusChange(int status);
+  int CurrentStatus() const { return _status; }
+
+ protected:
+  bool Enter(int status) {
+    _status = status;
+    return true;
+  }
+
+ private:
+  int _status = kClosed;
+};
+
+}  // namespace kestro::stream

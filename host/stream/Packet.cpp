@@ -1,0 +1,75 @@
+#include "stream/Packet.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace kestro::stream {
+
+namespace {
+// Where the payload starts behind the header, for an alignment.
+std::size_t PayloadStart(int align) {
+  auto const a = static_cast<std::size_t>(std::max(align, 1));
+  return (sizeof(Packet) + a - 1) / a * a;
+}
+}  // namespace
+
+void* Packet::operator new(std::size_t, PacketAlloc const& alloc) {
+  std::size_t const align = std::max(static_cast<std::size_t>(alloc.align), alignof(Packet));
+  std::size_t const bytes = PayloadStart(alloc.align) + static_cast<std::size_t>(alloc.size) +
+                            static_cast<std::size_t>(alloc.pad);
+  void* memory = nullptr;
+  if (posix_memalign(&memory, align, bytes) != 0) throw std::bad_alloc();
+  return memory;
+}
+
+void Packet::operator delete(void* memory) { std::free(memory); }
+
+Packet::Packet(PacketAlloc const& alloc)
+    : _base(reinterpret_cast<unsigned char*>(this) + PayloadStart(alloc.align)),
+      _size(alloc.size),
+      _capacity(alloc.size) {}
+
+Packet::Packet(unsigned char* data, int size, base::Reference const* owner)
+    : _base(data), _size(std::max(size, 0)), _capacity(_size), _owner(owner) {
+  if (_owner != nullptr) _owner->Hold();
+}
+
+Packet::~Packet() {
+  if (_owner != nullptr) _owner->Release();
+}
+
+Packet* Packet::New(int size, void const* data) {
+  PacketAlloc const alloc(std::max(size, 0), 64, 0);
+  auto* packet = new (alloc) Packet(alloc);
+  if (data != nullptr && size > 0) std::memcpy(packet->_base, data, static_cast<std::size_t>(size));
+  return packet;
+}
+
+Packet* Packet::Wrap(void* data, int size, base::Reference* owner) {
+  return new (PacketAlloc(0, 1, 0)) Packet(static_cast<unsigned char*>(data), size, owner);
+}
+
+Packet* Packet::Share() {
+  base::Reference const* payload = _owner != nullptr ? _owner : this;
+  auto* other = new (PacketAlloc(0, 1, 0)) Packet(_base, _capacity, payload);
+  other->_offset = _offset;
+  other->_size = _size;
+  other->_pts = _pts;
+  other->_duration = _duration;
+  other->_flags = _flags;
+  other->_seq = _seq;
+  other->_media = _media;
+  return other;
+}
+
+void Packet::Size(int size) { _size = std::clamp(size, 0, _capacity - _offset); }
+
+void Packet::Offset(int offset) {
+  int const end = _offset + _size;
+  _offset = std::clamp(offset, 0, end);
+  _size = end - _offset;
+}
+
+}  // namespace kestro::stream
