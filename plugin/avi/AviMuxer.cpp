@@ -1,0 +1,226 @@
+#include "AviMuxer.h"
+
+#include <algorithm>
+
+#include "VideoTag.h"
+
+namespace kestro::plugin::avi {
+
+using base::FuncIO;
+
+AviMuxer::AviMuxer() : IMuxer("AviMuxer") {
+  _streamFlag2 = false;
+  _flags |= kMuxer | kOpensFile | kSeveralTracks;
+}
+
+AviMuxer::~AviMuxer() {
+  if (_blkio != nullptr) AviMuxer::Close();
+}
+
+bool AviMuxer::Open() {
+  if (_blkio != nullptr) {
+    KESTRO_ERROR("_blkio != nullptr,the last file is not closed");
+    return false;
+  }
+  _fileOpened = false;
+  return true;
+}
+
+bool AviMuxer::ReceivePacket(Packet& packet, void*) {
+  if (!_fileOpened) {
+    _fileOpened = true;
+    if (!OpenFileConfig()) {
+      KESTRO_ERROR("!OpenFileConfig()");
+      FreeFile();
+      IMuxer::Close();
+      _fileOpened = false;
+      return false;
+    }
+  }
+  if (_blkio == nullptr) {
+    KESTRO_ERROR("");
+    return false;
+  }
+  if (WriteFails(packet)) return false;
+  base::IOCallBack wrapper(*_blkio, _notifyId, _notify);
+  return IAviMuxer::Process(wrapper, packet) && CheckIO();
+}
+
+// Whether a packet cannot be stored any more.
+bool AviMuxer::WriteFails(Packet const& packet) {
+  if (!CheckIO()) return true;
+  constexpr int64 kLargest = 0xFFFFFFFF;
+  if (FinishedSize(*_blkio, 8 + int64(packet.Size()) + 1, 1) <= kLargest) return false;
+  if (!_fullReported) {
+    _fullReported = true;
+    KESTRO_ERROR("FinishedSize() > 0xFFFFFFFF,the file is full");
+    Fail("the file is full: an AVI file ends at 4 GiB");
+  }
+  return true;
+}
+
+bool AviMuxer::OpenFileConfig() {
+  if (!_fileOpened) return true;
+  std::vector<IMedia*> list;
+  if (!OpenConfig(list)) {
+    KESTRO_ERROR("!OpenConfig(list)");
+    IOError(nullptr);
+    return false;
+  }
+  base::AttrSet attrs;
+  attrs.Add("Register", "io-cache-writer");
+  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, 3);
+  if (_blkio != nullptr && !_blkio->Configure(attrs)) {
+    delete _blkio;
+    _blkio = nullptr;
+  }
+  if (_blkio == nullptr) {
+    KESTRO_ERROR("!_blkio");
+    return false;
+  }
+  if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); }))) {
+    KESTRO_ERROR("!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))");
+    return false;
+  }
+  _totalSize = 0;
+  if (!IAviMuxer::Open(*_blkio, list)) {
+    KESTRO_ERROR("");
+    Fail("no track could be opened");
+    return false;
+  }
+  _sizeCache = 0;
+  _closing = false;
+  return true;
+}
+
+bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {
+  IAviMuxer::Config();
+  if (!IMuxer::Open()) {
+    KESTRO_ERROR("");
+    return false;
+  }
+  _media.clear();
+  for (auto const& port : _ports)
+    if (port->IsInput() && port->Media() != nullptr) {
+      list.push_back(port->Media());
+      _media.push_back(base::Ref<IMedia>::Share(port->Media()));
+    }
+  return true;
+}
+
+void AviMuxer::FreeFile() {
+  Abandon();
+  delete _blkio;  // what is still in memory goes to the stream
+  _blkio = nullptr;
+  _media.clear();
+  _eosCount = 0;
+  _spillReported = _fullReported = false;
+}
+
+bool AviMuxer::Close() {
+  _closing = true;
+  if (!_fileOpened || _blkio == nullptr) return true;
+  bool const finished = IAviMuxer::Close(*_blkio);
+  if (!finished) KESTRO_ERROR("!IAviMuxer::Close(*_blkio)");
+  FreeFile();
+  bool const closed = IMuxer::Close();
+  if (!closed) KESTRO_ERROR("!IMuxer::Close()");
+  return finished && closed;
+}
+
+bool AviMuxer::process(IO&, Packet& packet) {
+  ReportSpillFault();
+  if (_mode == 0) return true;
+  if ((packet.Flags() & _pktFlagsMask) != 0) ++_eosCount;
+  if (_eosCount == static_cast<int>(_streams.size()) && !SendMessageUp("eos", nullptr, nullptr))
+    KESTRO_ERROR("");
+  return true;
+}
+
+bool AviMuxer::updateStream() {
+  bool const updated = IAviMuxer::updateStream();
+  ReportSpillFault();
+  return updated;
+}
+
+void AviMuxer::ReportSpillFault() {
+  if (!_para.spillFault || _spillReported) return;
+  _spillReported = true;
+  SendMessageUp("warning", "the index could not be spilled to its temporary file", nullptr);
+}
+
+int64 AviMuxer::GetTotalSize() {
+  int64 entries = 0;
+  for (IStream* stream : _streams) entries += stream->EntryCount();
+  return _totalSize + 16 * entries + 32768;
+}
+
+int64 AviMuxer::GetDuration() {
+  int64 longest = 0;
+  for (IStream* stream : _streams)
+    if (stream->Media()->IsVideo()) longest = std::max(longest, stream->Duration());
+  return longest * 1000;
+}
+
+bool AviMuxer::SizeGet(long long* out) {
+  if (out == nullptr) return false;
+  if (!_closing) _sizeCache = GetTotalSize();
+  *out = _sizeCache;
+  return true;
+}
+
+bool AviMuxer::DiskNameSet(char drive) {
+  _para.diskName = drive;
+  return true;
+}
+
+bool AviMuxer::idx1WithTmpFileThreshold(int seconds) {
+  KESTRO_ERROR("idx1WithTmpFile : " + std::to_string(seconds));
+  _para.idx1WithTmpFile = seconds;
+  return true;
+}
+
+base::PropertyList AviMuxer::Properties() {
+  using M = AviMuxer;
+  base::PropertyList list;
+  list.Add<M, AviVideoTags*>(
+      "vidtag", "extra chunks and the place of the index; not owned",
+      [](M& m, AviVideoTags*& out) {
+        out = dynamic_cast<AviVideoTags*>(m._vidtag);
+        return true;
+      },
+      [](M& m, AviVideoTags* const& tags) {
+        m._vidtag = tags;
+        return true;
+      });
+  list.Member<M>("constFrameRate", &M::_frameRate, "frames per second of the video tracks");
+  list.Member<M>("frameRateSave", &M::_frameRate, "the same as constFrameRate");
+  list.Add<M, int>(
+      "listfile", "seconds of index entries kept in memory before they go to a file, -1 for all",
+      [](M& m, int& out) {
+        out = m._para.idx1WithTmpFile;
+        return true;
+      },
+      [](M& m, int const& seconds) { return m.idx1WithTmpFileThreshold(seconds); });
+  list.Add<M, long long*>(
+      "sizeGet", "set to a variable's address, stores the expected file size there",
+      [](M& m, long long*& out) {
+        long long now;
+        out = &m._sizeCache;
+        return m.SizeGet(&now);
+      },
+      [](M& m, long long* const& out) { return m.SizeGet(out); });
+  list.Add<M, char>(
+      "diskName", "drive letter of the index files, none for the temporary folder",
+      [](M& m, char& out) {
+        out = m._para.diskName;
+        return true;
+      },
+      [](M& m, char const& drive) { return m.DiskNameSet(drive); });
+  list.Member<M>("mode", &M::_mode, "1 counts end-of-stream packets and sends \"eos\"");
+  list.Member<M>("pktflags", &M::_fileOpened, "whether a file is open; set, it is not opened");
+  list.Inherit(IMuxer::Properties());
+  return list;
+}
+
+}  // namespace kestro::plugin::avi

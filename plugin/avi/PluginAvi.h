@@ -1,0 +1,36 @@
+// The module's entry points, the only symbols that it exports.
+#pragma once
+
+// Registers a class under `name`, or under its default alias when that is null.
+using RegisterFunction = void (*)(char const* name);
+
+#define PLUGIN_AVI_EXPORT extern "C" __attribute__((visibility("default")))
+
+PLUGIN_AVI_EXPORT char const* __MODULE_string;
+PLUGIN_AVI_EXPORT void* __cb_register_PluginAvi;
+// Set at load time by the units of the optional classes, null in a build without them.
+PLUGIN_AVI_EXPORT RegisterFunction __cb_register_VFIAviMuxer;
+PLUGIN_AVI_EXPORT RegisterFunction __cb_register_CusAviDemuxer;
+
+// Registers every class of the module; the argument is ignored.
+PLUGIN_AVI_EXPORT void RegisterPluginAvi(char const* name);
+
+PLUGIN_AVI_EXPORT void RegisterAviStreamAac(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviStreamH264(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviStreamHevc(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviStreamPcm(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviStreamJpeg(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviStreamTxt(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviVideoTags(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviMuxer(char const* name);
+PLUGIN_AVI_EXPORT void RegisterAviDemuxer(char const* name);
+
+// The optional classes hand their registration functions over at load time; a build without them
+// leaves the slots empty. GetCb... stores a function that is not null and returns the slot;
+// RegisterOpt... calls what is in it, if anything.
+PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterPluginAvi(RegisterFunction fn);
+PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterVFIAviMuxer(RegisterFunction fn);
+PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterCusAviDemuxer(RegisterFunction fn);
+PLUGIN_AVI_EXPORT void RegisterOptPluginAvi(char const* name);
+PLUGIN_AVI_EXPORT void RegisterOptVFIAviMuxer(char const* name);
+PLUGIN_AVI_EXPORT void RegisterOptCusAviDemuxer(char const* name);

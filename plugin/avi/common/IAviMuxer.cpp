@@ -1,0 +1,201 @@
+#include "common/IAviMuxer.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "base/Console.h"
+
+namespace kestro::plugin::avi {
+
+using base::uint64;
+
+IAviMuxer::IAviMuxer()
+    : _vidtag(nullptr), _ownTag(dynamic_cast<Object*>(Object::New("AviVideoTags"))) {
+  _vidtag = _ownTag;
+}
+
+IAviMuxer::~IAviMuxer() {
+  clearStream();
+  delete _ownTag;
+}
+
+void IAviMuxer::Abandon() {
+  clearStream();
+  _list = nullptr;
+  _riff = _hdrl = _movi = _idx1 = _info = nullptr;
+  _junk = nullptr;
+  _hasInfo = _hasJunk = _idx1First = false;
+  _hasAudio = 0;
+  _periodicSyncJunkSize = -1;
+  _para.spillFault = false;
+}
+
+bool IAviMuxer::Config() {
+  if (_root != nullptr || _vidtag == nullptr) return true;
+  unsigned char* isft = nullptr;
+  unsigned char* junk = nullptr;
+  unsigned isftSize = 0;
+  unsigned junkSize = 0;
+  unsigned char first = 0;
+  _vidtag->Get("isftbuf", isft);
+  _vidtag->Get("isftsize", isftSize);
+  _vidtag->Get("junkbuf", junk);
+  _vidtag->Get("junksize", junkSize);
+  _vidtag->Get("idx1_first", first);
+  _hasInfo = isft != nullptr && isftSize != 0;
+  _hasJunk = junk != nullptr && junkSize != 0;
+  _idx1First = first != 0;
+  if (_streamFlag0) _streamFlag1 = true;
+
+  _root = new croot;
+  _riff = _root->Add(new criff);
+  _hdrl = _riff->Add(new chdrl);
+  _hdrl->Add(new cavih);
+  if (_hasInfo) {
+    _info = _riff->Add(new cinfo);
+    _info->Add(new cisft(isft, isftSize));
+  }
+  if (_hasJunk) _riff->Add(_junk = new cjunk(junk, junkSize));
+  cidx1* index = nullptr;
+  if (_idx1First) {
+    auto* reserved = new cidx1_vfi(4096);
+    reserved->Limit(_idx1RsvdSize);
+    _idx1 = _riff->Add(index = reserved);
+    _movi = _riff->Add(new cmovi);
+  } else {
+    _movi = _riff->Add(new cmovi);
+    _idx1 = _riff->Add(index = new cidx1(4096));
+  }
+  _list = index->ChunkList();
+  return true;
+}
+
+bool IAviMuxer::StreamConfig(IO&, std::vector<IMedia*>& media) {
+  if (media.empty()) {
+    KESTRO_ERROR("list.empty()");
+    return false;
+  }
+  if (_root == nullptr) Config();
+  if (_streams.empty())
+    for (IMedia* medium : media) AddStream(medium);
+  _createTime = getTimeStamp();
+  return true;
+}
+
+bool IAviMuxer::AddStream(IMedia* media) {
+  if (media == nullptr || _hdrl == nullptr) return false;
+  KESTRO_ERROR(media->Codec());
+  IStream* st = IStream::New(media->Codec(), media->Codec(), static_cast<int>(_streams.size()));
+  if (st == nullptr) return false;
+  st->MuxFlags(_streamFlag0, _streamFlag1, _streamFlag2);
+  if (media->IsVideo()) {
+    st->Set("frameRate", _frameRate);
+    SetRsvdSize(st, 1);
+  }
+  if (media->IsAudio()) {
+    _hasAudio = 1;
+    SetRsvdSize(st, 0);
+  }
+  st->MuxReset();
+  if (!st->MuxConfig(_list, media, _vidtag, &_para)) {
+    KESTRO_ERROR("!st->MuxConfig(_list, media, _vidtag, &_para)");
+    delete st;
+    return false;
+  }
+  _streams.push_back(st);
+  _hdrl->Add(st->Strl());
+  return true;
+}
+
+bool IAviMuxer::Open(IO& io, std::vector<IMedia*>& media) {
+  _totalSize = 0;
+  _fileSize = 0;
+  if (!StreamConfig(io, media)) {
+    KESTRO_ERROR("!StreamConfig(io, list)");
+    return false;
+  }
+  if (_root == nullptr || _streams.empty()) {
+    KESTRO_ERROR("_streams.empty(),no medium was accepted");
+    return false;
+  }
+  std::size_t entries = 0;
+  for (IStream* stream : _streams) entries += stream->SpillBatch();
+  _list->reserve(entries);
+  updateBox();  // a file that is cut off already names its size and rate
+
+  _riff->Fill(io, false);
+  _hdrl->Fill(io, true);
+  if (_info != nullptr) _info->Fill(io, true);
+  if (_junk != nullptr && _periodicSync) {
+    int64 const junkEndOfs = io.Tell() + _junk->Size() + 8;
+    KESTRO_ASSERT(junkEndOfs <= (int64)_periodicSyncHeaderSize);
+    if (junkEndOfs > _periodicSyncHeaderSize - 12) {
+      KESTRO_ERROR("junkEndOfs > _periodicSyncHeaderSize - 12,no room for the movi header");
+      return false;
+    }
+    _junk->AddSize(static_cast<unsigned>(_periodicSyncHeaderSize - 12 - junkEndOfs));
+  }
+  if (_junk != nullptr) _junk->Fill(io, true);
+  if (_junk == nullptr && _periodicSync) {
+    int64 const curOfs = io.Tell();
+    KESTRO_ASSERT(curOfs <= (int64)_periodicSyncHeaderSize);
+    int64 const periodicSyncHeaderRemain = _periodicSyncHeaderSize - 12 - curOfs;
+    KESTRO_ASSERT(periodicSyncHeaderRemain >= 8);
+    _periodicSyncJunkSize = periodicSyncHeaderRemain - 8;
+    unsigned char none = 0;
+    cjunk padding(&none, 0);
+    padding.AddSize(static_cast<unsigned>(_periodicSyncJunkSize));
+    padding.Fill(io, true);
+  }
+  if (_idx1First) ReserveIdx1(io);
+
+  _moviPos = io.Tell();
+  _movi->Fill(io, false);
+  // Provisional, so that a file that is cut off is readable up to here.
+  int64 const end = io.Tell();
+  base::IOIntWriter(io).Write32(static_cast<unsigned>(end - 8), 4, IO::kBegin);
+  _openCounter = 0;
+  io.Flush();
+  _totalSize += end;
+  return true;
+}
+
+// The head of idx1 and its zeros; the entries come later.
+void IAviMuxer::ReserveIdx1(IO& io) {
+  _idx1Pos = io.Tell();
+  _idx1->Fill(io, false);
+  io.Seek(_idx1Pos + 4, IO::kBegin);
+  base::IOIntWriter(io).Write32(_idx1RsvdSize);
+  static unsigned char const zeros[4096] = {};
+  for (unsigned left = _idx1RsvdSize; left > 0;) {
+    unsigned const part = std::min<unsigned>(left, sizeof zeros);
+    io.Write(zeros, part);
+    left -= part;
+  }
+}
+
+bool IAviMuxer::Process(IO& io, Packet& packet) {
+  std::lock_guard lock(_mutex);
+  for (IStream* stream : _streams)
+    if (stream->AddPacket(packet, io, _streamBase)) {
+      _totalSize += packet.Size();
+      return process(io, packet);
+    }
+  return false;
+}
+
+int64 IAviMuxer::FinishedSize(IO& io, int64 more, unsigned entries) const {
+  int64 size = io.Size() + more;
+  if (_idx1First) return size;
+  for (IStream* stream : _streams) entries += stream->EntryCount();
+  return size + 8 + 16 * int64(entries);
+}
+
+uint64 IAviMuxer::getTimeStamp() {
+  std::time_t const now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return static_cast<uint64>(std::mktime(&local)) + 2082844800;  // seconds from 1904 to 1970
+}
+
+}  // namespace kestro::plugin::avi

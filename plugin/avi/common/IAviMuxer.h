@@ -1,0 +1,101 @@
+// The writer of AVI files.
+#pragma once
+
+#include <mutex>
+#include <vector>
+
+#include "common/DataChunks.h"
+#include "common/IAvi.h"
+
+namespace kestro::plugin::avi {
+
+// Writes one file after another. For each:
+//
+//   Config();                      // builds the chunk tree from the tag set
+//   Open(io, media);               // writes the head; one stream per medium that is accepted
+//   ... Process(io, packet);       // one chunk and one index record; any thread
+//   Close(io);                     // index and sizes; frees streams and tree
+//
+//   RIFF AVI | LIST hdrl (avih, strl ...) | [LIST INFO (isft)] | [JUNK] | LIST movi | idx1
+//
+// with idx1, of reserved size, in front of movi when the tag set says "idx1_first". Index offsets
+// are absolute file positions. Process holds a mutex; nothing else may overlap with it.
+//
+// Write failures are remembered by the IO. What it has lost (GoodEnd below Size) is cut off at
+// Close, together with its records, so that a file that ran into a full disk ends with its last
+// whole chunk and a correct index; chunks at the end give way to the index where the disk has no
+// room for both.
+class IAviMuxer : public IAvi {
+ public:
+  IAviMuxer();
+  ~IAviMuxer() override;
+
+  virtual bool Open(IO& io, std::vector<IMedia*>& media);
+  virtual bool Close(IO& io);
+  virtual bool Process(IO& io, Packet& packet);  // false: no stream has this packet's media
+  virtual bool process(IO&, Packet&) { return true; }
+  virtual bool Config();
+  virtual bool AddStream(IMedia* media);
+  virtual bool updateStream();
+  virtual bool updateBox();
+  virtual bool fillRiff(IO& io);
+  virtual bool fillHdrl(IO& io);
+  virtual bool fillInfo(IO& io);
+  virtual bool fillJunk(IO& io);
+  virtual bool fillMovi(IO& io);
+  virtual bool fillIdx1(IO& io);
+  virtual bool SetRsvdSize(IStream*, unsigned) { return true; }
+
+  bool StreamConfig(IO& io, std::vector<IMedia*>& media);
+  static base::uint64 getTimeStamp();  // local time, seconds since 1904-01-01
+
+ protected:
+  // Frees what a file has left behind: streams, tree and every value that belongs to one file.
+  void Abandon();
+  // The bytes the file will have when it is closed, with `more` further ones in movi and `entries`
+  // further records.
+  int64 FinishedSize(IO& io, int64 more, unsigned entries) const;
+
+  std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's
+  base::uint64 _createTime = 0;
+  base::uint64 _streamBase = 0;
+  IList* _riff = nullptr;
+  IList* _hdrl = nullptr;
+  IList* _movi = nullptr;
+  IList* _idx1 = nullptr;
+  cjunk* _junk = nullptr;
+  IList* _info = nullptr;
+  int64 _idx1Pos = 0;              // of its tag
+  int64 _moviPos = 0;              // of its tag
+  unsigned _idx1RsvdSize = 32768;  // payload bytes reserved when idx1 comes first
+  unsigned _fileSize = 0;
+  unsigned _openCounter = 0;
+  MuxerParam _para;
+  Object* _vidtag;
+  Fraction _frameRate;
+  bool _streamFlag0 = false, _streamFlag1 = false, _streamFlag2 = false;
+  bool _hasInfo = false;
+  bool _hasJunk = false;
+  bool _idx1First = false;  // of the current file; the tag set may change meanwhile
+  bool _periodicSync = false;
+  int64 _periodicSyncHeaderSize = 0;  // where movi's contents begin, with periodic sync
+  int64 _periodicSyncJunkSize = -1;   // payload of the padding JUNK, -1 without one
+  int64 _totalSize = 0;
+  int _hasAudio = 0;
+  std::mutex _mutex;
+
+ private:
+  void ReserveIdx1(IO& io);
+  int64 JunkBytes() const;
+  bool WriteIdx1(IO& io);
+  void RestoreOrder();
+  base::uint64 ChunkEnd(ChunkParam const& chunk) const;
+  std::size_t WholeChunks(int64 end) const;
+  bool KeepChunks(IO& io, std::size_t count);
+  void CutLost(IO& io);
+  void RetryIdx1(IO& io);
+
+  Object* const _ownTag;
+};
+
+}  // namespace kestro::plugin::avi

@@ -1,0 +1,192 @@
+// The end of a file: index, sizes, and what a failing medium leaves of it.
+#include <algorithm>
+
+#include "base/Console.h"
+#include "common/IAviMuxer.h"
+
+namespace kestro::plugin::avi {
+
+using base::IOIntWriter;
+using base::uint64;
+
+bool IAviMuxer::Close(IO& io) {
+  if (_root == nullptr) return false;
+  updateStream();
+  RestoreOrder();
+  io.Seek(0, IO::kEnd);
+  io.Flush();
+  if (io.GoodEnd() < io.Size()) CutLost(io);
+  updateBox();
+  if (!WriteIdx1(io) && !_idx1First) RetryIdx1(io);
+  _fileSize = static_cast<unsigned>(io.Tell());
+  fillMovi(io);
+  fillJunk(io);
+  fillInfo(io);
+  fillHdrl(io);
+  fillRiff(io);
+  _root->Reset();
+  Abandon();
+  return true;
+}
+
+bool IAviMuxer::updateStream() {
+  for (IStream* stream : _streams) stream->MuxUpdate();
+  return true;
+}
+
+bool IAviMuxer::updateBox() {
+  auto const isVideo = [](IStream* stream) { return stream->Media()->IsVideo(); };
+  auto const last = std::find_if(_streams.rbegin(), _streams.rend(), isVideo);
+  auto* avih = dynamic_cast<cavih*>(_hdrl->Find("avih"));
+  if (last == _streams.rend() || avih == nullptr) return true;
+  IStream const& video = **last;
+
+  int width = 0;
+  int height = 0;
+  bool interlace = false;
+  Fraction rate = _frameRate;
+  video.Media()->Get("width", width);
+  video.Media()->Get("height", height);
+  video.Media()->Get("interlace", interlace);
+  video.Media()->Get("framerate", rate);
+
+  auto const num = static_cast<uint64>(rate.num);
+  avih->dwMicroSecPerFrame =
+      num == 0 ? 0 : static_cast<unsigned>(static_cast<uint64>(rate.den) * 1000000 / num);
+  // The product wraps at 32 bits, as it always has.
+  avih->dwMaxBytesPerSec =
+      video.Duration() == 0 ? 0 : static_cast<unsigned>(video.Bytes() * 1000u / video.Duration());
+  avih->dwTotalFrames = video.Length();
+  avih->dwStreams = static_cast<unsigned>(_streams.size());
+  avih->dwSuggestedBufferSize = 192000;
+  avih->dwWidth = static_cast<unsigned>(width);
+  avih->dwHeight = static_cast<unsigned>(height) * (interlace ? 2 : 1);
+  avih->dwFlags = 0x10010;  // has an index, was captured
+  return true;
+}
+
+// Writes the index; false when the medium did not take it.
+bool IAviMuxer::WriteIdx1(IO& io) {
+  if (_idx1First) _idx1->fill(io);
+  fillIdx1(io);
+  io.Flush();
+  return io.GoodEnd() >= io.Size();
+}
+
+bool IAviMuxer::fillIdx1(IO& io) {
+  if (!_idx1First) {
+    _idx1Pos = io.Tell();
+    _idx1->Fill(io, false);
+    return true;
+  }
+  // What does not fill the reserve leaves the reserved size in the header, and zeros at the end.
+  bool full = _idx1->Size() == _idx1RsvdSize;
+  if (_idx1->Size() > _idx1RsvdSize) {
+    KESTRO_ERROR("idx1 too small, data length over idx1 rsvd size");
+    KESTRO_ERROR("!ret");
+  }
+  if (full) {
+    full = io.Seek(_idx1Pos + 4, IO::kBegin);
+    if (full)
+      IOIntWriter(io).Write32(_idx1->Size());
+    else
+      KESTRO_ERROR("!ret");
+  }
+  io.Seek(0, IO::kEnd);
+  return full;
+}
+
+int64 IAviMuxer::JunkBytes() const {
+  if (_junk != nullptr) return int64(_junk->Size()) + 8;
+  return _periodicSync && _periodicSyncJunkSize >= 0 ? _periodicSyncJunkSize + 8 : 0;
+}
+
+bool IAviMuxer::fillMovi(IO& io) {
+  int64 const riff = _riff->Size();
+  int64 const hdrl = int64(_hdrl->Size()) + 8;
+  int64 const info = _info != nullptr ? int64(_info->Size()) + 8 : 0;
+  int64 const junk = JunkBytes();
+  int64 const idx1 = int64(_idx1First ? _idx1RsvdSize : _idx1->Size()) + 8;
+  int64 const size = int64(_fileSize) - 8 - riff - hdrl - info - 8 - junk - idx1;
+  int64 const at = riff + 8 + hdrl + 4 + info + junk + (_idx1First ? idx1 : 0);
+  IOIntWriter(io).Write32(static_cast<unsigned>(size), at, IO::kBegin);
+  return true;
+}
+
+bool IAviMuxer::fillJunk(IO& io) {
+  if (_junk == nullptr) return true;
+  int64 const info = _info != nullptr ? int64(_info->Size()) + 8 : 0;
+  io.Seek(int64(_riff->Size()) + _hdrl->Size() + 16 + info, IO::kBegin);
+  _junk->Fill(io, true);
+  return true;
+}
+
+bool IAviMuxer::fillInfo(IO& io) {
+  if (_info == nullptr) return true;
+  io.Seek(int64(_riff->Size()) + _hdrl->Size() + 16, IO::kBegin);
+  _info->Fill(io, true);
+  return true;
+}
+
+bool IAviMuxer::fillHdrl(IO& io) {
+  io.Seek(int64(_riff->Size()) + 8, IO::kBegin);
+  _hdrl->Fill(io, true);
+  return true;
+}
+
+bool IAviMuxer::fillRiff(IO& io) {
+  io.Seek(4, IO::kBegin);
+  IOIntWriter(io).Write32(_fileSize - 8);
+  return true;
+}
+
+// Several tracks spill the shared list; what was read back is in file order once it is sorted.
+void IAviMuxer::RestoreOrder() {
+  auto const earlier = [](ChunkParam const& a, ChunkParam const& b) { return a.offset < b.offset; };
+  if (!std::is_sorted(_list->begin(), _list->end(), earlier))
+    std::stable_sort(_list->begin(), _list->end(), earlier);
+}
+
+uint64 IAviMuxer::ChunkEnd(ChunkParam const& chunk) const {
+  for (IStream* stream : _streams)
+    if (stream->Owns(chunk)) return stream->ChunkEnd(chunk);
+  return chunk.offset + 8 + chunk.size;
+}
+
+// How many chunks end at or before a position.
+std::size_t IAviMuxer::WholeChunks(int64 end) const {
+  std::size_t count = _list->size();
+  while (count > 0 && ChunkEnd((*_list)[count - 1]) > static_cast<uint64>(end)) --count;
+  return count;
+}
+
+// Cuts the file behind its first `count` chunks; false when the medium does not hold that much.
+bool IAviMuxer::KeepChunks(IO& io, std::size_t count) {
+  uint64 const end = count > 0 ? ChunkEnd((*_list)[count - 1]) : static_cast<uint64>(_moviPos) + 12;
+  if (!io.Truncate(static_cast<int64>(end))) return false;
+  for (std::size_t i = count; i < _list->size(); ++i)
+    for (IStream* stream : _streams)
+      if (stream->Owns((*_list)[i])) stream->DropChunk((*_list)[i]);
+  _list->resize(count);
+  for (IStream* stream : _streams) stream->UpdateLength();
+  io.Seek(0, IO::kEnd);
+  return true;
+}
+
+void IAviMuxer::CutLost(IO& io) {
+  // The fault may have passed: what is still in memory is tried once more.
+  if (!KeepChunks(io, WholeChunks(io.Size()))) KeepChunks(io, WholeChunks(io.GoodEnd()));
+}
+
+// After an index that could not be stored: once more, then with fewer chunks in front of it.
+void IAviMuxer::RetryIdx1(IO& io) {
+  auto const room = static_cast<uint64>(io.GoodEnd());
+  if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return;
+  std::size_t count = WholeChunks(static_cast<int64>(room));
+  while (count > 0 && ChunkEnd((*_list)[count - 1]) + 8 + 16 * count > room) --count;
+  KeepChunks(io, count);
+  updateBox();
+  WriteIdx1(io);
+}
+
+}  // namespace kestro::plugin::avi

@@ -1,0 +1,32 @@
+#include "common/StreamJpeg.h"
+
+#include <cstdio>
+
+#include "common/StreamVideo.h"
+
+namespace kestro::plugin::avi {
+
+bool StreamJpeg::muxConfig(Object*) {
+  Fraction rate;
+  int width = 1920;
+  int height = 1080;
+  _media->Get("framerate", rate);
+  if (!_media->Get("width", width) || !_media->Get("height", height)) return false;
+  std::printf("\n*************config:%d,%d\n", width, height);
+  _strl = NewVideoStrl("MJPG", rate.Whole(), width, height);
+  if (_para->idx1WithTmpFile >= 1) _spillBatch = Batch(rate.Whole(), _para->idx1WithTmpFile);
+  return _strl != nullptr;
+}
+
+int StreamJpeg::AddData(IO& io, Packet& packet, base::uint64) {
+  if (AddChunk(packet, static_cast<base::uint64>(io.Tell()), 0) == 0) return 0;
+  unsigned const written = io.Write(packet.Data(), static_cast<unsigned>(packet.Size()));
+  _bytes += static_cast<unsigned>(packet.Size());
+  if (packet.Size() % 2 != 0) {
+    io.Write("", 1);
+    ++_list->back().size;
+  }
+  return static_cast<int>(written);
+}
+
+}  // namespace kestro::plugin::avi
