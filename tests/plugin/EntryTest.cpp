@@ -1,0 +1,126 @@
+// The module as the host sees it.
+#include "PluginAvi.h"
+
+#include <gmock/gmock.h>
+
+#include "base/IClass.h"
+#include "support/Recording.h"
+
+namespace kestro::test {
+namespace {
+
+using base::IClass;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+std::vector<std::string> Names(char const* alias) {
+  std::vector<std::string> names;
+  IClass* record = IClass::Find(alias, true);
+  if (record == nullptr) return {"no class"};
+  for (auto const& property : record->Properties().Own()) names.push_back(property->Name());
+  return names;
+}
+
+TEST(Entry, ExportsItsEntryPointsAndNothingElse) {
+  FILE* nm = popen("nm -D --defined-only " TEST_PLUGIN " | awk '{print $3}' | LC_ALL=C sort", "r");
+  ASSERT_NE(nullptr, nm);
+  std::vector<std::string> symbols;
+  char line[256];
+  while (std::fgets(line, sizeof line, nm) != nullptr)
+    symbols.push_back(std::string(line, strcspn(line, "\n")));
+  ASSERT_EQ(0, pclose(nm));
+  std::vector<std::string> expected = {
+      "GetCbRegisterCusAviDemuxer", "GetCbRegisterPluginAvi",   "GetCbRegisterVFIAviMuxer",
+      "RegisterAviDemuxer",         "RegisterAviMuxer",         "RegisterAviStreamAac",
+      "RegisterAviStreamH264",      "RegisterAviStreamHevc",    "RegisterAviStreamJpeg",
+      "RegisterAviStreamPcm",       "RegisterAviStreamTxt",     "RegisterAviVideoTags",
+      "RegisterOptCusAviDemuxer",   "RegisterOptPluginAvi",     "RegisterOptVFIAviMuxer",
+      "RegisterPluginAvi",          "__MODULE_string",          "__cb_register_CusAviDemuxer",
+      "__cb_register_PluginAvi",    "__cb_register_VFIAviMuxer"};
+  EXPECT_EQ(expected, symbols);
+  EXPECT_STREQ("pluginavi@version:1.0.1.*.6872", __MODULE_string);
+  EXPECT_NE(nullptr, __cb_register_PluginAvi);
+}
+
+TEST(Entry, RegistersItsClasses) {
+  RegisterClasses();
+  EXPECT_THAT(Names("AviStreamH264-avi-stream-avc1-h264-H264"), ElementsAre("frameRate"));
+  EXPECT_THAT(Names("AviStreamHevc-avi-stream-hev1-hevc-h265"), ElementsAre("frameRate"));
+  for (char const* alias :
+       {"AviStreamAac-avi-stream-mp4a-aac", "AviStreamPcm-avi-stream-pcm-sowt-s16le-PCM",
+        "AviStreamJpeg-avi-stream-jpeg-mjpg-jpg", "AviStreamTxt-avi-stream-txt"})
+    EXPECT_THAT(Names(alias), ElementsAre()) << alias;
+  EXPECT_THAT(Names("AviVideoTags"),
+              ElementsAre("strdbuf", "strdsize", "strnbuf", "strnsize", "isftbuf", "isftsize",
+                          "junkbuf", "junksize", "idx1_first"));
+  EXPECT_THAT(Names("AviMuxer-avi-muxer"),
+              ElementsAre("vidtag", "constFrameRate", "frameRateSave", "listfile", "sizeGet",
+                          "diskName", "mode", "pktflags"));
+  for (IClass const* record : IClass::All()) {
+    if (record->Module() != "pluginavi") continue;
+    EXPECT_EQ(0x10001u, record->Version());
+    EXPECT_EQ("Orvane", record->Vendor());
+    EXPECT_FALSE(record->Author().empty());
+  }
+  EXPECT_EQ("AviMuxer-avi-muxer", IClass::Find("avi-muxer", false)->Alias());
+}
+
+TEST(Entry, FirstRegistrationStays) {
+  RegisterClasses();
+  auto* const before = IClass::Find("AviMuxer-avi-muxer", true);
+  base::ConsoleCapture console;
+  RegisterAviMuxer(nullptr);
+  EXPECT_EQ(
+      "\033[31mbase/reflect/TClass/74/Register:\tcl,class existed:AviMuxer-avi-muxer\n\033[0m",
+      console.Text());
+  EXPECT_EQ(before, IClass::Find("AviMuxer-avi-muxer", true));
+  RegisterAviMuxer("Another-name");
+  EXPECT_EQ("Another-name", IClass::Find("Another-name", false)->Alias());
+}
+
+int calls = 0;
+void Count(char const*) { ++calls; }
+
+TEST(Entry, OptionalSlotsHoldAFunction) {
+  struct Slot {
+    RegisterFunction (*get)(RegisterFunction);
+    void (*run)(char const*);
+  } const slots[] = {{GetCbRegisterPluginAvi, RegisterOptPluginAvi},
+                     {GetCbRegisterVFIAviMuxer, RegisterOptVFIAviMuxer},
+                     {GetCbRegisterCusAviDemuxer, RegisterOptCusAviDemuxer}};
+  for (auto const& slot : slots) {
+    RegisterFunction const before = slot.get(nullptr);
+    if (before == nullptr) slot.run(nullptr);  // an empty slot does nothing
+    calls = 0;
+    EXPECT_EQ(Count, slot.get(Count));
+    EXPECT_EQ(Count, slot.get(nullptr));
+    slot.run("name");
+    EXPECT_EQ(1, calls);
+    if (before != nullptr) slot.get(before);
+  }
+}
+
+TEST(Entry, TagSetPrintsItsMembers) {
+  RegisterClasses();
+  std::unique_ptr<base::object> tags(base::Object::New("AviVideoTags"));
+  std::string text;
+  base::ostream_string os(text);
+  *tags >> os;
+  std::vector<std::string> lines;
+  for (std::size_t at = 0, end; (end = text.find('\n', at)) != text.npos; at = end + 1)
+    lines.push_back(text.substr(at, end - at));
+  std::string const path = "plugin/avi/VideoTag/";
+  std::string const in = "/operator>>:\t";
+  EXPECT_THAT(lines,
+              ElementsAre(path + "83" + in + "strdbuf : void**(nullptr)",
+                          path + "84" + in + "strdsize : unsigned int*(nullptr)",
+                          path + "85" + in + "strnbuf : void**(nullptr)",
+                          path + "86" + in + "strnsize : unsigned int*(nullptr)",
+                          path + "88" + in + "isftbuf : unsigned char*(nullptr)",
+                          path + "89" + in + "isftsize : 0",
+                          path + "90" + in + "junkbuf : unsigned char*(nullptr)",
+                          path + "91" + in + "junksize : 0", path + "92" + in + "idx1_first: 0"));
+}
+
+}  // namespace
+}  // namespace kestro::test

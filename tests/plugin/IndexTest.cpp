@@ -1,0 +1,194 @@
+// The index and its spill file.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+#include "base/File.h"
+#include "common/IListFile.h"
+#include "support/Bytes.h"
+#include "support/MemoryIO.h"
+
+namespace kestro::test {
+namespace {
+
+using namespace plugin::avi;
+
+ChunkParam Entry(unsigned n) {
+  ChunkParam entry;
+  entry.id = base::Convert4("00dc");
+  entry.flags = n % 2 != 0 ? 0x10 : 0;
+  entry.offset = 0x100000000ull + n;  // only the low half reaches the file
+  entry.size = n * 3;
+  return entry;
+}
+
+Bytes Entries(unsigned first, unsigned count) {
+  Bytes b;
+  for (unsigned n = first; n < first + count; ++n)
+    b.Cc("00dc").U32(n % 2 != 0 ? 0x10 : 0).U32(n).U32(n * 3);
+  return b;
+}
+
+void AddEntries(std::vector<ChunkParam>& list, unsigned first, unsigned count) {
+  for (unsigned n = first; n < first + count; ++n) list.push_back(Entry(n));
+}
+
+TEST(Index, IsWrittenAsAWhole) {
+  cidx1 index(4096);
+  AddEntries(*index.ChunkList(), 0, 1000);  // more than one internal piece
+  MemoryIO io;
+  EXPECT_EQ(16000, index.Fill(io, true));
+  EXPECT_EQ("", Difference(Bytes().Cc("idx1").U32(16000).Add(Entries(0, 1000)), io.bytes));
+  EXPECT_EQ(1000u, index.ChunkList()->size()) << "the entries stay";
+}
+
+TEST(Index, GrowsInReservedSpace) {
+  cidx1_vfi index(4096);
+  MemoryIO io("head");
+  io.Seek(4, IO::kBegin);
+  AddEntries(*index.ChunkList(), 0, 3);
+  index.fill(io);
+  AddEntries(*index.ChunkList(), 3, 2);
+  io.Seek(0, IO::kBegin);
+  index.fill(io);
+  EXPECT_EQ("", Difference(Bytes().Raw("head").Cc("idx1").U32(0).Add(Entries(0, 5)), io.bytes));
+  EXPECT_EQ(80u, index.Size());
+  EXPECT_TRUE(index.ChunkList()->empty());
+}
+
+// What does not fit is counted, and never written over what follows.
+TEST(Index, StopsAtItsLimit) {
+  MemoryIO io;
+  cidx1_vfi index(4096);
+  index.Limit(50);
+  index.Fill(io, false);
+  io.Write(std::string(50, 'r').data(), 50);
+  io.Write("data", 4);
+  for (unsigned n = 0; n < 6; ++n) {
+    AddEntries(*index.ChunkList(), n, 1);
+    index.fill(io);
+  }
+  EXPECT_EQ(96u, index.Size());
+  Bytes const expected = Bytes().Cc("idx1").U32(0).Add(Entries(0, 3)).Raw("rrdata");
+  EXPECT_EQ("", Difference(expected, io.bytes));
+}
+
+class Spill : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder = testing::TempDir() + "kestro-index";
+    ASSERT_EQ(0, system(("rm -rf " + folder + " && mkdir " + folder).c_str()));
+    base::File::Mount('I', folder.c_str());
+    list.reserve(64);
+  }
+  void TearDown() override { base::File::Mount('I', nullptr); }
+
+  // Adds as a stream does: spills before the list would grow.
+  void Add(IListFile& file, unsigned n) {
+    if (file.ListIsFull()) spills += file.WriteTmpFile() ? 1 : 0;
+    list.push_back(Entry(n));
+  }
+  void ExpectEntries(unsigned count) {
+    ASSERT_EQ(count, list.size());
+    for (unsigned n = 0; n < count; ++n) ASSERT_EQ(Entry(n).offset, list[n].offset) << n;
+  }
+  std::string Left() const {
+    std::string const found = folder + ".txt";
+    EXPECT_EQ(0, system(("ls " + folder + " > " + found).c_str()));
+    base::FileIO io(found.c_str(), "rb");
+    char text[256];
+    return std::string(text, io.Read(text, sizeof text));
+  }
+
+  std::string folder;
+  std::vector<ChunkParam> list;
+  int spills = 0;
+};
+
+TEST_F(Spill, BringsEveryRecordBackInOrder) {
+  testing::internal::CaptureStdout();
+  IListFile file(&list, "I:/h264.0x1", 4096);
+  EXPECT_EQ("I:/h264.0x1.kestro maxsize 98304\n", testing::internal::GetCapturedStdout());
+  for (unsigned n = 0; n < 62; ++n) Add(file, n);
+  EXPECT_FALSE(file.ReadTmpFile()) << "nothing was spilled";
+  EXPECT_EQ("", Left());
+  for (unsigned n = 62; n < 1000; ++n) Add(file, n);
+  EXPECT_EQ(15, spills) << "one slot before the list is full";
+  EXPECT_EQ(64u, list.capacity()) << "memory stays flat";
+  EXPECT_EQ("h264.0x1.kestro\n", Left());
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(file.ReadTmpFile());
+    ExpectEntries(1000);
+  }
+  // Recording goes on, and spills again.
+  for (unsigned n = 1000; n < 3000; ++n) Add(file, n);
+  EXPECT_TRUE(file.ReadTmpFile());
+  ExpectEntries(3000);
+}
+
+TEST_F(Spill, FilesThatShareAListLoseNothing) {
+  IListFile a(&list, "I:/a", 4096), b(&list, "I:/b", 4096);
+  for (unsigned n = 0; n < 1000; ++n) Add(n / 100 % 2 != 0 ? a : b, n);
+  EXPECT_TRUE(a.ReadTmpFile());
+  EXPECT_TRUE(b.ReadTmpFile());
+  std::sort(list.begin(), list.end(), [](auto& x, auto& y) { return x.offset < y.offset; });
+  ExpectEntries(1000);
+}
+
+TEST_F(Spill, NoFolderKeepsTheRecordsInMemory) {
+  base::ConsoleCapture console;
+  IListFile file(&list, "Q:/nowhere", 4096);
+  for (unsigned n = 0; n < 200; ++n) Add(file, n);
+  EXPECT_EQ(0, spills);
+  ExpectEntries(200);
+  EXPECT_EQ(0u,
+            console.Text().find("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m"));
+  EXPECT_FALSE(file.ReadTmpFile());
+  EXPECT_FALSE(file.Lost());
+}
+
+// A disk that fills up in the middle of a batch: whole batches stay in the file, the rest in
+// memory.
+TEST_F(Spill, FullDiskKeepsWholeBatches) {
+  auto const before = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit old{};
+  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &old));
+  {
+    IListFile file(&list, "I:/full", 4096);
+    rlimit const small{63 * 24 * 3 + 100, old.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    for (unsigned n = 0; n < 1000; ++n) Add(file, n);
+    EXPECT_EQ(3, spills);
+    EXPECT_TRUE(file.ReadTmpFile()) << "nothing is lost";
+    setrlimit(RLIMIT_FSIZE, &old);
+    ExpectEntries(1000);
+  }
+  std::signal(SIGXFSZ, before);
+}
+
+TEST_F(Spill, FailingReadKeepsWhatIsInMemory) {
+  IListFile file(&list, "I:/short", 4096);
+  for (unsigned n = 0; n < 100; ++n) Add(file, n);
+  ASSERT_EQ(1, spills);
+  // The file's descriptor is replaced by one that cannot read.
+  std::string const path = folder + "/short.kestro";
+  int const blind = open(path.c_str(), O_WRONLY);
+  for (int fd = 3; fd < blind; ++fd) {
+    struct stat a {
+    }, b{};
+    if (fstat(fd, &a) == 0 && fstat(blind, &b) == 0 && a.st_ino == b.st_ino) dup2(blind, fd);
+  }
+  close(blind);
+  EXPECT_FALSE(file.ReadTmpFile());
+  EXPECT_TRUE(file.Lost());
+  EXPECT_EQ(Entry(99).offset, list.back().offset);
+}
+
+}  // namespace
+}  // namespace kestro::test

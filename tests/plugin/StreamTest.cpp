@@ -1,0 +1,259 @@
+// The streams: what they store, count and say of themselves.
+#include <gmock/gmock.h>
+
+#include "common/IStream.h"
+#include "support/Bytes.h"
+#include "support/Recording.h"
+
+namespace kestro::test {
+namespace {
+
+using namespace plugin::avi;
+using base::Convert4;
+
+// A stream that writes to memory.
+struct Muxing {
+  explicit Muxing(base::Ref<IMedia> m, int track = 0, int threshold = -1)
+      : tags((RegisterClasses(), dynamic_cast<base::Object*>(base::Object::New("AviVideoTags")))),
+        media(std::move(m)),
+        stream(IStream::New(media->Codec(), media->Codec(), track)) {
+    para.idx1WithTmpFile = threshold;
+    if (stream == nullptr) return;
+    stream->Set("frameRate", base::Fraction(30000, 1001));
+    stream->MuxReset();
+    configured = stream->MuxConfig(&list, media.get(), tags.get(), &para);
+    root.Add(stream->Strl());
+  }
+  bool Add(std::string const& data, bool key = false) {
+    return stream->AddPacket(*MakePacket(media.get(), data, key), io, 0);
+  }
+  template <class T>
+  T& Chunk(char const* id) {
+    return *dynamic_cast<T*>(stream->Strl()->Find(id));
+  }
+
+  std::unique_ptr<base::Object> tags;
+  base::Ref<IMedia> media;
+  std::unique_ptr<IStream> stream;
+  MuxerParam para;
+  std::vector<ChunkParam> list;
+  MemoryIO io;
+  croot root;
+  bool configured = false;
+};
+
+base::Ref<IMedia> TextMedia() { return VideoMedia("txt"); }
+
+TEST(Streams, AreFoundByCodec) {
+  RegisterClasses();
+  for (char const* codec : {"avc1", "h264", "H264", "hev1", "hevc", "h265", "mp4a", "aac", "pcm",
+                            "sowt", "s16le", "PCM", "jpeg", "mjpg", "jpg", "txt"})
+    EXPECT_TRUE(std::unique_ptr<IStream>(IStream::New(codec, codec, 0))) << codec;
+  for (char const* codec : {"", "vp9", "h264-avi", "-", "stream", "AviMuxer", "Pcm"})
+    EXPECT_FALSE(std::unique_ptr<IStream>(IStream::New(codec, codec, 0))) << codec;
+  EXPECT_FALSE(std::unique_ptr<IStream>(IStream::New("h264", "h264", 100))) << "a third digit";
+}
+
+std::string Nal(char const* header, std::string const& payload = "....") {
+  return kStart + std::string(header, 1) + payload;
+}
+
+// What precedes the first parameter set or slice is not stored.
+TEST(Streams, TrimLeadingUnits) {
+  std::string const aud = Nal("\x09", "\x10"), sei = Nal("\x06", "0001"), idr = Nal("\x65");
+  std::string const sps = Nal("\x67"), pps = Nal("\x68"), slice = Nal("\x41");
+  std::string const haud = Nal("\x46", "\x01\x50"), vps = Nal("\x40"), hidr = Nal("\x26");
+  std::string const rasl = Nal("\x12"), three("\0\0\1\x65....", 8);
+  struct Case {
+    char const* codec;
+    std::string data;
+    std::size_t dropped;
+  } const cases[] = {
+      {"h264", aud + sps + pps + idr, aud.size()},
+      {"h264", aud + sei + slice, aud.size() + sei.size()},
+      {"h264", slice, 0},
+      {"h264", aud + sei, 0},                        // nothing to start with
+      {"h264", kStart + "\x41", 0},                  // too short to look at
+      {"h264", aud + kStart + "\x41", 0},            // and so is what is left
+      {"h264", aud + kStart + "\x41!", aud.size()},  // six bytes are enough
+      {"h264", aud + std::string("\0", 1) + idr, aud.size() + 1},
+      {"h264", three, 0},
+      {"hevc", haud + vps + hidr, haud.size()},
+      {"hevc", haud + Nal("\x4E") + Nal("\x02"), haud.size() + 9},  // SEI, then a trailing picture
+      {"hevc", haud + Nal("\x2A"), haud.size()},                    // CRA
+      {"hevc", haud + rasl, 0},
+      {"hevc", rasl + Nal("\x10"), rasl.size()},  // type 8
+  };
+  for (auto const& c : cases) {
+    Muxing m(VideoMedia(c.codec), 12);
+    ASSERT_TRUE(m.configured);
+    EXPECT_TRUE(m.Add(c.data, true));
+    std::string const stored = c.data.substr(c.dropped);
+    Bytes expected;
+    expected.Cc("12dc").U32(static_cast<unsigned>(stored.size())).Raw(stored);
+    expected.Zeros(stored.size() % 2);
+    EXPECT_EQ("", Difference(expected, m.io.bytes)) << testing::PrintToString(c.data);
+    EXPECT_EQ(0x10u, m.list.at(0).flags);
+    EXPECT_EQ(stored.size(), m.list.at(0).size);
+  }
+}
+
+TEST(Streams, OthersPacketsAreLeftAlone) {
+  Muxing m(VideoMedia());
+  auto const other = VideoMedia();
+  EXPECT_FALSE(m.stream->AddPacket(*MakePacket(other.get(), Frame("x")), m.io, 0));
+  EXPECT_TRUE(m.list.empty());
+  EXPECT_TRUE(m.io.bytes.empty());
+}
+
+TEST(Streams, PcmHeaders) {
+  struct Case {
+    int rate, channel, width, depth;
+    unsigned scale, dwRate, average;
+  } const cases[] = {{48000, 2, 2, 16, 4, 192000, 192000},
+                     {8000, 1, 2, 16, 2, 16000, 16000},
+                     {44100, 2, 2, 12, 2, 132300, 176400}};  // 12 / 8 is 1
+  for (auto const& c : cases) {
+    auto media = SoundMedia(c.rate, c.channel);
+    media->Set("width", c.width);
+    media->Set("depth", c.depth);
+    Muxing m(media);
+    ASSERT_TRUE(m.configured);
+    auto const& strh = m.Chunk<cstrh>("strh");
+    auto const& strf = m.Chunk<castrf>("strf");
+    EXPECT_EQ(c.scale, strh.dwScale);
+    EXPECT_EQ(c.dwRate, strh.dwRate);
+    EXPECT_EQ(unsigned(c.channel * c.width), strh.dwSampleSize);
+    EXPECT_EQ(c.average, strf.nAvgBytesPerSec);
+    EXPECT_EQ(c.scale, strf.nBlockAlign);
+    EXPECT_EQ(c.width * 8, strf.wBitsPerSample);
+    EXPECT_TRUE(m.stream->MuxUpdate());
+    EXPECT_EQ(1, m.stream->Duration()) << "never zero";
+    m.Add(std::string(4096, 's'), true);
+    m.stream->MuxUpdate();
+    EXPECT_EQ(4096 / c.scale, strh.dwLength);
+    EXPECT_EQ(0u, m.list.at(0).flags);
+  }
+  for (char const* key : {"rate", "channel", "width", "depth", "samples"}) {
+    auto media = base::Ref<IMedia>::Take(IMedia::New("pcm"));
+    for (char const* other : {"rate", "channel", "width", "depth", "samples"})
+      if (other != std::string(key)) media->Set(other, 16);
+    EXPECT_FALSE(Muxing(media).configured) << "without " << key;
+  }
+  EXPECT_FALSE(Muxing(SoundMedia(0, 2)).configured);
+  EXPECT_FALSE(Muxing(SoundMedia(48000, 0)).configured);
+}
+
+TEST(Streams, MissingVideoKeysAreNamed) {
+  char const* const lines[] = {"!_media->Get(\"width\", width)", "!_media->Get(\"height\", height)",
+                               "!_media->Get(\"interlace\", interlace)"};
+  auto media = base::Ref<IMedia>::Take(IMedia::New("h264"));
+  for (char const* line : lines) {
+    base::ConsoleCapture console;
+    EXPECT_FALSE(Muxing(media).configured);
+    EXPECT_THAT(console.Text(), testing::HasSubstr(std::string("/muxConfig:\t") + line + "\n"));
+    EXPECT_THAT(console.Text(),
+                testing::HasSubstr("\033[31mplugin/avi/common/IStream/87/MuxConfig:"));
+    media->Set(std::string(line).substr(14, std::string(line).find('"', 14) - 14).c_str(), 2);
+  }
+}
+
+// Motion JPEG packets bring their chunk's header; the padding counts in the index.
+TEST(Streams, JpegIsStoredAsItComes) {
+  Muxing m(VideoMedia("jpeg", 64, 48, {30, 1}), 3);
+  ASSERT_TRUE(m.configured);
+  std::string const packet = std::string("03dc\x03\0\0\0", 8) + "jpg";
+  m.Add(packet, true);
+  m.Add("");
+  EXPECT_EQ("", Difference(Bytes().Raw(packet).Zeros(1), m.io.bytes));
+  EXPECT_EQ(12u, m.list.at(0).size);
+  EXPECT_EQ(300000u, m.Chunk<cstrh>("strh").dwRate);
+  EXPECT_EQ(Convert4("MJPG"), m.Chunk<cvstrf>("strf").biCompression);
+  m.stream->MuxUpdate();
+  EXPECT_EQ(1u, m.Chunk<cstrh>("strh").dwLength) << "the records are counted for it";
+}
+
+TEST(Streams, TextCountsItsPadding) {
+  Muxing m(TextMedia(), 2);
+  ASSERT_TRUE(m.configured);
+  m.stream->MuxUpdate();
+  EXPECT_EQ(1u, m.Chunk<cstrh>("strh").dwSuggestedBufferSize);
+  EXPECT_EQ(1, m.stream->Duration());
+  for (int size : {10, 300, 17}) m.Add(std::string(static_cast<std::size_t>(size), 't'), true);
+  m.stream->MuxUpdate();
+  auto const& strh = m.Chunk<cstrh>("strh");
+  EXPECT_EQ(512u, strh.dwSuggestedBufferSize);
+  EXPECT_EQ(3u, strh.dwLength);
+  EXPECT_EQ(0u, strh.fccHandler);
+  EXPECT_EQ(18u, m.list.at(2).size);
+  EXPECT_EQ(0u, m.list.at(2).flags);
+  Bytes const last = Bytes().Cc("02tx").U32(17).Raw(std::string(17, 't')).Zeros(1);
+  EXPECT_TRUE(std::equal(last.rbegin(), last.rend(), m.io.bytes.rbegin()));
+}
+
+TEST(Streams, AacIsAcceptedAndNotStored) {
+  Muxing m(base::Ref<IMedia>::Take(IMedia::New("aac")));
+  EXPECT_TRUE(m.configured);
+  EXPECT_EQ(nullptr, m.stream->Strl());
+  EXPECT_TRUE(m.Add("sound"));
+  EXPECT_TRUE(m.stream->MuxUpdate());
+  EXPECT_TRUE(m.io.bytes.empty());
+  EXPECT_EQ(0u, m.stream->EntryCount());
+}
+
+// One batch of the index is so many seconds of it.
+TEST(Streams, SpillBatches) {
+  struct Case {
+    base::Ref<IMedia> media;
+    int threshold;
+    unsigned batch;
+  } const cases[] = {
+      {VideoMedia(), -1, 4096},       {VideoMedia(), 0, 4096},
+      {VideoMedia(), 10, 290},        {SoundMedia(), 10, 250},
+      {SoundMedia(8000, 1, 0), 1, 0}, {SoundMedia(8000, 1, -1), 1, 0},
+      {VideoMedia(), 1 << 30, 65536}, {TextMedia(), 10, 4096},
+  };
+  for (auto const& c : cases) {
+    Muxing m(c.media, 0, c.threshold);
+    ASSERT_TRUE(m.configured);
+    EXPECT_EQ(c.batch, m.stream->SpillBatch()) << c.media->Codec() << " " << c.threshold;
+  }
+}
+
+TEST(Streams, MovedDataMovesPositions) {
+  Muxing m(VideoMedia());
+  auto const positions = [&](std::vector<int> const& from) {
+    m.list.clear();
+    for (int p : from) {
+      m.list.emplace_back();
+      m.list.back().offset = static_cast<base::uint64>(p);
+    }
+  };
+  auto const offsets = [&] {
+    std::vector<int> all;
+    for (auto const& chunk : m.list) all.push_back(static_cast<int>(chunk.offset));
+    return all;
+  };
+  positions({0, 100, 200});
+  m.stream->UpdateChunkList(1000);
+  EXPECT_THAT(offsets(), testing::ElementsAre(0, 1100, 1200));
+  positions({100, 200, 50, 60});
+  m.stream->UpdateVfiChunkList(1000);
+  EXPECT_THAT(offsets(), testing::ElementsAre(100, 200, 1050, 1060));
+}
+
+// Rates that a header cannot hold are refused; those without a value are 0. Nothing is divided by.
+TEST(Streams, ImpossibleRates) {
+  for (char const* codec : {"jpeg", "txt"}) {
+    for (base::Fraction rate : {base::Fraction(-25, 1), base::Fraction(1000000000, 1)})
+      EXPECT_FALSE(Muxing(VideoMedia(codec, 64, 48, rate)).configured);
+    for (base::Fraction rate : {base::Fraction(1, 0), base::Fraction(INT64_MIN, -1)}) {
+      Muxing m(VideoMedia(codec, 64, 48, rate));
+      ASSERT_TRUE(m.configured);
+      EXPECT_EQ(0u, m.Chunk<cstrh>("strh").dwRate);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test

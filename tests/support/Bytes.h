@@ -1,0 +1,57 @@
+// Expected bytes, written field by field.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace kestro::test {
+
+class Bytes : public std::vector<unsigned char> {
+ public:
+  Bytes() = default;
+  explicit Bytes(std::string const& text) { Raw(text); }
+
+  Bytes& Cc(char const* code) { return Raw(std::string(code, 4)); }
+  Bytes& U16(unsigned value) { return Little(value, 2); }
+  Bytes& U32(unsigned value) { return Little(value, 4); }
+  Bytes& Raw(std::string const& text) {
+    for (char c : text) push_back(static_cast<unsigned char>(c));
+    return *this;
+  }
+  Bytes& Zeros(std::size_t count) {
+    resize(size() + count);
+    return *this;
+  }
+  Bytes& Add(Bytes const& other) {
+    for (unsigned char c : other) push_back(c);
+    return *this;
+  }
+
+ private:
+  Bytes& Little(unsigned value, int bytes) {
+    for (int i = 0; i < bytes; ++i) push_back(static_cast<unsigned char>(value >> (8 * i)));
+    return *this;
+  }
+};
+
+// Where two byte strings differ, for a message that points at the field.
+inline std::string Difference(std::vector<unsigned char> const& expected,
+                              std::vector<unsigned char> const& actual) {
+  std::size_t at = 0;
+  while (at < expected.size() && at < actual.size() && expected[at] == actual[at]) ++at;
+  if (at == expected.size() && at == actual.size()) return {};
+  std::string text = "sizes " + std::to_string(expected.size()) + " and " +
+                     std::to_string(actual.size()) + ", first difference at " + std::to_string(at);
+  for (auto const* side : {&expected, &actual}) {
+    text += side == &expected ? "\n  expected" : "\n  actual  ";
+    for (std::size_t i = at; i < side->size() && i < at + 24; ++i) {
+      char byte[4];
+      std::snprintf(byte, sizeof byte, " %02x", (*side)[i]);
+      text += byte;
+    }
+  }
+  return text;
+}
+
+}  // namespace kestro::test

@@ -1,0 +1,47 @@
+// A growing stream in memory.
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "base/IO.h"
+
+namespace kestro::test {
+
+class MemoryIO : public base::IO {
+ public:
+  explicit MemoryIO(std::string const& content = {})
+      : IO("MemoryIO"), bytes(content.begin(), content.end()) {}
+
+  base::int64 Size() override { return static_cast<base::int64>(bytes.size()); }
+  base::int64 Tell() override { return position; }
+  bool Seek(base::int64 offset, int whence) override {
+    return base::SeekTarget(*this, offset, whence, position);
+  }
+  unsigned Read(void* data, unsigned size) override {
+    if (position >= Size()) return 0;
+    auto const part =
+        std::min<std::size_t>(size, bytes.size() - static_cast<std::size_t>(position));
+    std::memcpy(data, bytes.data() + position, part);
+    position += static_cast<base::int64>(part);
+    return static_cast<unsigned>(part);
+  }
+  unsigned Write(void const* data, unsigned size) override {
+    auto const end = static_cast<std::size_t>(position) + size;
+    if (bytes.size() < end) bytes.resize(end);
+    if (size > 0) std::memcpy(bytes.data() + position, data, size);
+    position += size;
+    return size;
+  }
+  bool Truncate(base::int64 size) override {
+    bytes.resize(static_cast<std::size_t>(size));
+    return true;
+  }
+
+  std::vector<unsigned char> bytes;
+  base::int64 position = 0;
+};
+
+}  // namespace kestro::test
