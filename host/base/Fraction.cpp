@@ -19,6 +19,7 @@ bool ParseWhole(char const*& text, int64& value) {
 
 bool Fraction::Parse(char const* text, Fraction& value) {
   Fraction f;
+  bool const negative = text != nullptr && *text == '-';  // "-0.5" has a zero before its point
   if (text == nullptr || !ParseWhole(text, f.num)) return false;
   if (*text == '/') {
     if (!ParseWhole(++text, f.den)) return false;
@@ -26,7 +27,7 @@ bool Fraction::Parse(char const* text, Fraction& value) {
     // "29.97" is 2997/100; nine decimals are more than any rate needs.
     for (++text; *text >= '0' && *text <= '9' && f.den < 1000000000; ++text, f.den *= 10)
       if (__builtin_mul_overflow(f.num, 10, &f.num) ||
-          __builtin_add_overflow(f.num, f.num < 0 ? '0' - *text : *text - '0', &f.num))
+          __builtin_add_overflow(f.num, negative ? '0' - *text : *text - '0', &f.num))
         return false;
   }
   if (*text != '\0') return false;

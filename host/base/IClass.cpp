@@ -48,6 +48,7 @@ void PropertyList::Inherit(PropertyList const& base) {
 }
 
 IProperty const* PropertyList::Find(char const* name) const {
+  if (name == nullptr) return nullptr;
   for (auto const* list : {&_own, &_inherited})
     for (auto const& property : *list)
       if (std::string_view(property->Name()) == name) return property.get();

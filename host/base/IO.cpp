@@ -69,12 +69,15 @@ bool IOBlockReader::Seek(int64 offset, int whence) {
 unsigned IOBlockReader::Read(void* data, unsigned size) {
   auto* out = static_cast<unsigned char*>(data);
   unsigned done = 0;
+  int64 const before = _position;
   while (done < size) {
     if (_position < _blockStart || _position >= _blockStart + _blockFill) {
-      if (!_io.Seek(_position, kBegin)) return kFailed;
-      unsigned const got = _io.Read(_block.data(), static_cast<unsigned>(_block.size()));
+      unsigned const got = _io.Seek(_position, kBegin)
+                               ? _io.Read(_block.data(), static_cast<unsigned>(_block.size()))
+                               : kFailed;
       if (got == kFailed) {
         _blockFill = 0;
+        _position = before;
         return kFailed;
       }
       _blockStart = _position;
@@ -108,7 +111,7 @@ unsigned IOBuffer::Read(void* data, unsigned size) {
 }
 
 unsigned IOBuffer::Write(void const* data, unsigned size) {
-  if (_position >= _max) return 0;
+  if (size == 0 || _position >= _max) return 0;
   auto const part = static_cast<unsigned>(std::min<int64>(size, _max - _position));
   std::memcpy(_data.get() + _position, data, part);
   _position += part;

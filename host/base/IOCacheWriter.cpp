@@ -85,7 +85,8 @@ unsigned IOCacheWriter::Store(int64 at, unsigned char const* data, unsigned size
   if (size == 0) return 0;
   unsigned stored = 0;
   if (_targetPosition == at || _target->Seek(at, kBegin)) stored = _target->Write(data, size);
-  _targetPosition = at + stored;
+  if (stored > size) stored = 0;  // all ones, as a failed read tells it
+  _targetPosition = stored == size ? at + stored : -1;
   if (stored == size) return stored;
   _failed = true;
   _error = _target->Error();
@@ -113,7 +114,6 @@ bool IOCacheWriter::Truncate(int64 size) {
   _target->Truncate(size);
   _targetPosition = -1;
   _blockStart = size;
-  _position = std::min(_position, size);
   return true;
 }
 

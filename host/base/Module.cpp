@@ -44,16 +44,15 @@ void ReflectRun() {
 
 bool LoadPlugin(char const* path, std::string* error) {
   std::lock_guard lock(loading);
-  void* module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-  if (module == nullptr) {
-    if (error != nullptr) {
-      char const* why = dlerror();
-      *error = why != nullptr ? why : "cannot be loaded";
-    }
-    return false;
+  // No name at all would stand for the program itself.
+  bool const named = path != nullptr && *path != '\0';
+  if (named && dlopen(path, RTLD_NOW | RTLD_LOCAL) != nullptr) {
+    ReflectRun();
+    return true;
   }
-  ReflectRun();
-  return true;
+  char const* why = named ? dlerror() : "no path";
+  if (error != nullptr) *error = why != nullptr ? why : "cannot be loaded";
+  return false;
 }
 
 }  // namespace kestro::base

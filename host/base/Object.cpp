@@ -43,6 +43,7 @@ bool Object::Configure(AttrSet& attrs) {
 }
 
 object* Object::New(char const* name) {
+  if (name == nullptr) return nullptr;
   AttrSet attrs;
   attrs.Add("Register", name);
   return IClass::New(attrs);

@@ -1,5 +1,6 @@
 #include "base/Value.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -44,7 +45,7 @@ bool ForInteger(std::type_info const& type, Visit visit) {
 }
 
 bool ParseInteger(std::string const& text, bool isSigned, int64& out, uint64& outUnsigned) {
-  if (text.empty() || text[0] == ' ') return false;
+  if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return false;
   int const base = text.find("0x") <= 1 ? 16 : 10;  // "010" is ten
   char* end = nullptr;
   errno = 0;
@@ -113,7 +114,7 @@ bool Value::Integer(int64& out) const {
   if (auto* v = std::get_if<uint64>(&_value))
     return *v <= static_cast<uint64>(INT64_MAX) && ((out = static_cast<int64>(*v)), true);
   if (auto* v = std::get_if<Fraction>(&_value)) {
-    if (v->den == 0 || v->den == -1 || v->num % v->den != 0) return false;
+    if (v->den == 0 || (v->den == -1 && v->num < -INT64_MAX) || v->num % v->den != 0) return false;
     return (out = v->num / v->den), true;
   }
   return false;

@@ -4,6 +4,12 @@ namespace kestro::stream {
 
 IDemuxer::IDemuxer(char const* name) : ISource(name) {}
 
+bool IDemuxer::Start() {
+  for (auto const& port : _ports)
+    if (!port->IsInput() && port->Media() == nullptr) port->Silence();
+  return ISource::Start();
+}
+
 bool IDemuxer::Close() {
   ThreadStop();
   for (auto const& port : _ports)

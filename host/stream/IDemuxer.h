@@ -14,8 +14,10 @@ class KESTRO_API IDemuxer : public ISource, public IIO {
 
   explicit IDemuxer(char const* name);
 
-  bool Close()
-      override;  // stops the thread, withdraws the media from the outputs, closes the input
+  // Outputs that have no track by now are silent.
+  bool Start() override;
+  // Stops the thread, withdraws the media from the outputs and closes the input.
+  bool Close() override;
 
   // Tells each track's media; the callback answers false to stop.
   virtual bool ParseFile(std::function<bool(IMedia*)> callback) = 0;

@@ -37,6 +37,9 @@ class KESTRO_API IElement : public base::Object, public IStatus {
   std::vector<std::unique_ptr<IPort>> const& Ports() const { return _ports; }
   unsigned ElementFlags() const { return _flags; }
 
+  // Asked before an input takes a media whose codec matches; null withdraws.
+  virtual bool AcceptMedia(IPort&, IMedia*) { return true; }
+
  protected:
   IPort* AddPort(bool input, char const* codecs);
 

@@ -13,6 +13,7 @@ IElementWithThread::~IElementWithThread() = default;
 
 bool IElementWithThread::ThreadStart() {
   if (_thread.joinable()) return false;
+  std::lock_guard lock(_mutex);
   _stop = _pause = _parked = _wake = false;
   _thread = std::thread([this] { Run(); });
   return true;

@@ -29,14 +29,33 @@ bool IPort::Match(char const* codec) const {
 
 bool IPort::Offer(IMedia* media) {
   if (media != nullptr && !Match(media->Codec())) return false;
+  if (_input && !_owner.AcceptMedia(*this, media)) return false;
   std::lock_guard lock(_mutex);
   if (!_input) {
     if (media != nullptr && _media && _media.get() != media) return false;
     auto const takes = [&](IPort* peer) { return peer->Offer(media); };
-    if (!std::all_of(_peers.begin(), _peers.end(), takes)) return false;
+    auto const refuses = std::find_if_not(_peers.begin(), _peers.end(), takes);
+    if (refuses != _peers.end()) {
+      // Those before it get back what they had.
+      std::for_each(_peers.begin(), refuses, [&](IPort* peer) { peer->Offer(_media.get()); });
+      return false;
+    }
   }
   _media = base::Ref<IMedia>::Share(media);
+  _silent = false;
   return true;
+}
+
+void IPort::Silence() {
+  std::lock_guard lock(_mutex);
+  _silent = true;
+  if (!_input)
+    for (IPort* peer : _peers) peer->Silence();
+}
+
+bool IPort::Settled() const {
+  std::lock_guard lock(_mutex);
+  return _media || _silent || _peers.empty();
 }
 
 IMedia* IPort::Media() const {

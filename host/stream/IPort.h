@@ -34,6 +34,11 @@ class KESTRO_API IPort : public base::object {
   // input when its codec matches. An output keeps its first media until it is withdrawn with null.
   bool Offer(IMedia* media);
   IMedia* Media() const;
+  // Says that no track will come through this output, so that sinks do not wait for one; a media
+  // that is taken later ends it.
+  void Silence();
+  // Whether packets may be expected, or have been ruled out.
+  bool Settled() const;
 
   // Connects an output with an input of another element, which has no other link. The media that
   // the output has is offered along.
@@ -55,7 +60,8 @@ class KESTRO_API IPort : public base::object {
   bool const _input;
   std::string _codecs;
   base::Ref<IMedia> _media;
-  mutable std::mutex _mutex;  // the links, held while a packet goes through an output
+  bool _silent = false;
+  mutable std::mutex _mutex;  // media and links, held while a packet goes through an output
   std::vector<IPort*> _peers;
 };
 

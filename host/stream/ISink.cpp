@@ -5,9 +5,8 @@
 namespace kestro::stream {
 
 bool ISink::Ready() const {
-  return std::all_of(_ports.begin(), _ports.end(), [](auto const& port) {
-    return !port->IsInput() || port->Media() != nullptr || !port->Linked();
-  });
+  return std::all_of(_ports.begin(), _ports.end(),
+                     [](auto const& port) { return !port->IsInput() || port->Settled(); });
 }
 
 bool ISink::Deliver(Packet& packet, IPort& port) {
@@ -32,6 +31,7 @@ bool ISink::StatusChange(int status) {
     KESTRO_ERROR("_delivering == self,a change of state from inside ReceivePacket");
     return false;
   }
+  if (status < kClosed || status > kPaused) return false;
   std::lock_guard lock(_delivery);
   _detached = status == kClosed;
   _ready = false;

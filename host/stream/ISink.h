@@ -25,7 +25,7 @@ class KESTRO_API ISink : public IElement {
   // every linked input has its media and after the sink was closed.
   bool Deliver(Packet& packet, IPort& port);
   // Whether every linked input has its media.
-  bool Ready() const;
+  virtual bool Ready() const;
 
   // False while the element is in its error state.
   bool Check() const { return !_failed; }

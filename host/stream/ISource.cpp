@@ -7,6 +7,7 @@ namespace kestro::stream {
 ISource::~ISource() { ThreadStop(); }
 
 bool ISource::Start() {
+  if (CurrentStatus() >= kRunning) return false;
   _ready = false;
   return ThreadStart() && IStatus::Start();
 }

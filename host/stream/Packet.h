@@ -43,6 +43,9 @@ class KESTRO_API Packet final : public base::Reference {
   // A second packet over the same payload, with fields of its own, copied from this one.
   Packet* Share();
 
+  // Whether nobody else can see the payload.
+  bool Exclusive() const { return _owner == nullptr && Count() == 1; }
+
   // What a source returns when reading failed, as opposed to null, the end of the stream.
   static Packet* ReadFailure() { return reinterpret_cast<Packet*>(-1); }
 

@@ -1,5 +1,6 @@
 #include "Register.h"
 
+#include "AviDemux.h"
 #include "AviMuxer.h"
 #include "PluginAvi.h"
 #include "VideoTag.h"
@@ -46,5 +47,6 @@ void RegisterAviMuxer(char const* name) {
   RegisterClass<AviMuxer>(name, "AviMuxer-avi-muxer", AviMuxer::Properties(), "Tomas Weil");
 }
 
-// The demuxer joins the registry with its class; until then its slot in the order is kept.
-void RegisterAviDemuxer(char const*) {}
+void RegisterAviDemuxer(char const* name) {
+  RegisterClass<AviDemuxer>(name, "AviDemuxer-avi-demuxer", AviDemuxer::Properties(), "Tomas Weil");
+}

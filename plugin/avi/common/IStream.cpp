@@ -30,7 +30,12 @@ IStream* IStream::New(char const* codec, char const* name, int trackId) {
   return stream;
 }
 
-IStream::~IStream() { delete _listFile; }
+IStream::~IStream() {
+  delete _listFile;
+  if (!_owner) return;
+  if (_media != nullptr) _media->Release();
+  delete _list;
+}
 
 bool IStream::MuxConfig(std::vector<ChunkParam>* list, IMedia* media, Object* vidtag,
                         MuxerParam* para) {

@@ -23,8 +23,8 @@ struct MuxerParam {
   bool spillFault = false;   // set by a stream whose entries could not be spilled or read back
 };
 
-// A track that is being written. Turns packets into chunks of "movi" and records of the index,
-// and keeps the counters of its header:
+// Writing, a stream turns packets into chunks of "movi" and records of the index, and keeps the
+// counters of its header:
 //
 //   IStream* st = IStream::New("h264", "h264", 0);   // by codec, through the registry
 //   st->MuxReset();
@@ -35,7 +35,22 @@ struct MuxerParam {
 //   delete st;
 //
 // The list of records is the muxer's, shared by all its streams; media, tag set and parameters are
-// the muxer's too. Used by one thread at a time. Write failures are the IO's to remember.
+// the muxer's too. Write failures are the IO's to remember.
+//
+// Reading, it walks the records of its track with a cursor and makes packets of their chunks:
+//
+//   IStream* st = IStream::New("h264", "h264", 0);
+//   st->DemuxConfig(strl, nullptr);                  // rebuilds Media()
+//   ... st->AddListChunk(record);                    // those of this track, in file order
+//   st->DemuxReset();
+//   st->SetDurPerFrame();                            // gives the records their durations
+//   st->SetKeyFrameGap();
+//   ... st->GetPacket(io, 0);                        // the chunk under the cursor, then advances
+//   delete st;
+//
+// List and media are its own then; the media may be null for a track that cannot be played. Times
+// are microseconds in the records and the cursor's clock, milliseconds for seeking, nanoseconds in
+// packets. Used by one thread at a time.
 class IStream : public Object {
  public:
   // Null for an unknown codec, and for a name that is empty or holds a "-".
@@ -86,6 +101,52 @@ class IStream : public Object {
   virtual int GetSamplesPerChunk() { return 1; }
   virtual bool ConcateModeUpdate() { return true; }
 
+  // False without a stream header.
+  bool DemuxConfig(IList* strl, Object* tags);
+  void DemuxReset();  // the cursor to the first record
+  // The chunk under the cursor, read up to `length` bytes (0: whole); null at the end, the
+  // read-failure marker when it cannot be read. Then the cursor and its clock advance. The buffer
+  // has 128 bytes of slack.
+  virtual Packet* GetPacket(IO& io, int64 length);
+  ChunkParam* DemuxNext();
+  ChunkParam* DemuxPrev();
+  // Moves to the last record that starts at or before a time, or to the last key one there; `pts`
+  // (milliseconds) becomes that record's time. A time beyond the end leads to the last record,
+  // whatever its flags. Going forward, clocks above 2^31 microseconds are not kept (see SeekToKey).
+  ChunkParam* DemuxSeek(int64& pts, bool key);
+  // DemuxSeek to a key record that works for any time.
+  void SeekToKey(int64& pts);
+  ChunkParam* DemuxPeek() { return DemuxISEnd() ? nullptr : _cursor; }
+  ChunkParam* DemuxCurrent() { return _cursor; }
+  bool DemuxISEnd() { return _cursor == end(); }
+  ChunkParam* begin() { return _list != nullptr ? _list->data() : nullptr; }
+  ChunkParam* end() { return _list != nullptr ? _list->data() + _list->size() : nullptr; }
+  int64 DemuxCurrentPts() const { return _clock / 1000; }  // milliseconds
+  int64 DemuxCurrentClk() const { return _clk; }
+  int64 DemuxModifyClk(int64 clk) {
+    _clk = clk;
+    return 0;
+  }
+  // Flags for the next packet only, and for the last packet of the track.
+  bool DemuxExtFlags(unsigned flags) {
+    _extFlags = flags;
+    return true;
+  }
+  bool DemuxEosFlags(unsigned flags) {
+    _eosFlags = flags;
+    return true;
+  }
+  unsigned DemuxEosFlags() const { return _eosFlags; }
+  virtual bool SetDurPerFrame() { return true; }
+  virtual int64 GetKeyFrameGap() { return 1; }  // records from key to key
+  virtual bool SetKeyFrameGap() { return true; }
+  virtual void AddListChunk(ChunkParam& chunk) { _list->push_back(chunk); }
+  virtual bool demuxConfig(Object*) { return true; }  // the codec's part of DemuxConfig
+  virtual void demuxReset() {}
+  bool IsVideo() const { return _media != nullptr && _media->IsVideo(); }
+  bool IsAudio() const { return _media != nullptr && _media->IsAudio(); }
+  bool OnKey() { return !DemuxISEnd() && (_cursor->flags & 1) != 0; }
+
   // Writes the header's length again after the count has changed.
   void UpdateLength();
   // Whether a record is one of this track's.
@@ -94,6 +155,10 @@ class IStream : public Object {
   virtual base::uint64 ChunkEnd(ChunkParam const& chunk) const;
   // Takes a chunk that is lost out of the counters.
   virtual void DropChunk(ChunkParam const& chunk);
+
+ private:
+  void SeekForward(int64 target, bool key);
+  void SeekBackward(int64 target, bool key);
 
  protected:
   // The last two characters of the track's chunk ids, such as "dc".
@@ -107,21 +172,31 @@ class IStream : public Object {
   // bytes written, less padding.
   virtual int WriteData(IO& io, Packet& packet);
   cstrh* Header() const;
+  // What a step over the record under the cursor takes; at the end, that of the last one.
+  unsigned StepDuration() { return DemuxISEnd() ? end()[-1].duration : _cursor->duration; }
   // The entries of so many seconds, within what a batch may have.
   static unsigned Batch(int64 unitsPerSecond, int seconds, int unitsPerEntry = 1);
 
   IMedia* _media = nullptr;
   IList* _strl = nullptr;
   short _trackId = 0;
+  bool _owner = false;  // of media and list: on the reading side
   unsigned _rateMul = 0;
   unsigned _count = 0;
   unsigned _bytes = 0;
-  int64 _clock = 0;  // start clock, -1 until the first packet
+  unsigned _infoLen = 0;  // bytes of parameter sets found
+  ChunkParam* _cursor = nullptr;
+  int64 _clock = 0;  // writing: start clock, -1 until the first packet; reading: the cursor's time
+  int64 _clk = 0;
   int64 _duration = 0;
+  unsigned _durPerFrame = 0;  // microseconds
+  unsigned _extFlags = 0;
+  unsigned _eosFlags = 0;
   MuxerParam* _para = nullptr;
   std::vector<ChunkParam>* _list = nullptr;
   IListFile* _listFile = nullptr;
   unsigned _entryCount = 0;
+  unsigned _seq = 0;
   unsigned _limit = 4096;
   bool _muxFlags[3] = {};  // the third: never spill
   unsigned _spillBatch = 4096;

@@ -14,6 +14,7 @@ class StreamAac : public IStream {
   bool muxConfig(Object*) override { return true; }
   int AddChunk(Packet const&, base::uint64, int) override { return 0; }
   int AddData(IO&, Packet&, base::uint64) override { return 0; }
+  Packet* GetPacket(IO&, int64) override { return nullptr; }
   bool MultiSamplePerChunk() override { return true; }
   int GetSamplesPerChunk() override { return 0; }
 };

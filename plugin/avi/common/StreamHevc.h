@@ -1,7 +1,7 @@
 // HEVC video.
 #pragma once
 
-#include "common/StreamVideo.h"
+#include "common/StreamAnnexB.h"
 
 namespace kestro::plugin::avi {
 
@@ -15,6 +15,19 @@ class StreamHevc : public StreamAnnexB {
   bool StartsFrame(unsigned char nal) const override {
     int const type = nal >> 1 & 0x3F;
     return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
+  }
+  // An IDR picture with leading ones, or a trailing or sub-layer picture, of layer 0.
+  bool IsSlice(unsigned char nal) const override {
+    return nal == 0x26 || nal == 0x00 || nal == 0x02 || nal == 0x04;
+  }
+  int ParameterSetKind(unsigned char nal) const override {
+    int const type = nal >> 1 & 0x3F;
+    return type >= 32 && type <= 34 ? type - 32 : -1;
+  }
+  std::initializer_list<ParameterSet> ParameterSets() const override {
+    static std::initializer_list<ParameterSet> const sets = {
+        {"vps", "ivps"}, {"sps", "isps"}, {"pps", "ipps"}};
+    return sets;
   }
 };
 

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "common/StreamVideo.h"
+#include "common/VideoHeader.h"
 
 namespace kestro::plugin::avi {
 

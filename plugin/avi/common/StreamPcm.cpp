@@ -43,4 +43,53 @@ bool StreamPcm::muxUpdate() {
   return true;
 }
 
+bool StreamPcm::demuxConfig(Object*) {
+  _media = IMedia::New("pcm");
+  cstrh const* const header = Header();
+  auto* const format = dynamic_cast<castrf*>(_strl->Find("strf"));
+  if (header == nullptr || format == nullptr) return false;
+  _blockAlign = header->dwSampleSize;
+  if (format->nBlockAlign != 0) _sampleBytes = format->nBlockAlign;
+  int64 const channels = format->nChannels;
+  int64 const width = channels == 0 ? 0 : format->nBlockAlign / channels;
+  _media->Set("rate", static_cast<int64>(format->nSamplesPerSec));
+  _media->Set("channel", channels);
+  _media->Set("depth", channels == 0 ? 0 : int64(format->nBlockAlign) * 8 / channels);
+  _media->Set("width", width);
+  _media->Set("samples", int64(0));
+  if (format->nAvgBytesPerSec != 0)
+    _duration =
+        static_cast<int64>(base::uint64(_count) * _blockAlign * 1000 / format->nAvgBytesPerSec);
+  return true;
+}
+
+bool StreamPcm::SetDurPerFrame() {
+  unsigned rate = 0;
+  if (_media != nullptr) _media->Get("rate", rate);
+  if (_list->empty() || DemuxISEnd() || rate == 0) return true;
+  unsigned const samples = _cursor->size / _sampleBytes;
+  _media->Set("samples", static_cast<int64>(samples));
+  auto const total = base::uint64(_cursor->size) * _list->size() / _sampleBytes;
+  if (total != _count) {
+    _count = static_cast<unsigned>(total);
+    _duration = static_cast<int64>(total * 1000 / rate);
+  }
+  if (_durPerFrame == 0)
+    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
+  for (auto& chunk : *_list) chunk.duration = _durPerFrame;
+  return true;
+}
+
+Packet* StreamPcm::GetPacket(IO& io, int64) {
+  Packet* const packet = IStream::GetPacket(io, 0);
+  if (packet != nullptr && packet != Packet::ReadFailure())
+    packet->Flags(packet->Flags() | Packet::kKey);
+  return packet;
+}
+
+void StreamPcm::AddListChunk(ChunkParam& chunk) {
+  chunk.flags = 1;
+  _list->push_back(chunk);
+}
+
 }  // namespace kestro::plugin::avi

@@ -6,7 +6,8 @@
 namespace kestro::plugin::avi {
 
 // Each packet is one chunk; the header counts samples of all channels together. The media must have
-// "rate", "channel", "width", "depth" and "samples".
+// "rate", "channel", "width", "depth" and "samples", and is given them again on reading. Every
+// packet that is read is key.
 class StreamPcm : public IStream {
  public:
   StreamPcm() : IStream("pcm") {}
@@ -14,13 +15,19 @@ class StreamPcm : public IStream {
   bool muxConfig(Object* vidtag) override;
   bool muxUpdate() override;
 
+  bool demuxConfig(Object* tags) override;
+  bool SetDurPerFrame() override;
+  Packet* GetPacket(IO& io, int64 length) override;
+  void AddListChunk(ChunkParam& chunk) override;
+
  protected:
   char const* ChunkSuffix() const override { return "wb"; }
   bool KeyFlags() const override { return false; }
   unsigned Units(unsigned size) const override { return _blockAlign == 0 ? 0 : size / _blockAlign; }
 
  private:
-  unsigned _blockAlign = 0;  // bytes of a sample of all channels
+  unsigned _blockAlign = 0;   // bytes of a sample of all channels
+  unsigned _sampleBytes = 4;  // what the header gives for it, 16-bit stereo where it gives none
 };
 
 }  // namespace kestro::plugin::avi

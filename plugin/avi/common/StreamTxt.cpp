@@ -1,6 +1,7 @@
 #include "common/StreamTxt.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace kestro::plugin::avi {
 
@@ -34,6 +35,27 @@ bool StreamTxt::muxUpdate() {
   header->dwSuggestedBufferSize = 1;
   while (header->dwSuggestedBufferSize < _maxPayload) header->dwSuggestedBufferSize *= 2;
   return true;
+}
+
+bool StreamTxt::demuxConfig(Object*) {
+  _media = IMedia::New("txt");
+  if (_count != 0) _durPerFrame = static_cast<unsigned>(_duration * 1000 / _count);
+  if (_strl->Find("strf") == nullptr) return false;
+  std::printf("\n++txt++++\n");
+  return true;
+}
+
+bool StreamTxt::SetDurPerFrame() {
+  if (_durPerFrame == 0 && !_list->empty())
+    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
+  for (auto& chunk : *_list) chunk.duration = _durPerFrame;
+  return true;
+}
+
+Packet* StreamTxt::GetPacket(IO& io, int64) {
+  Packet* const packet = IStream::GetPacket(io, 0);
+  if (packet != nullptr && packet != Packet::ReadFailure()) packet->Flags(Packet::kKey);
+  return packet;
 }
 
 }  // namespace kestro::plugin::avi

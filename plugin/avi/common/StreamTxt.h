@@ -14,6 +14,10 @@ class StreamTxt : public IStream {
   bool muxConfig(Object* vidtag) override;
   bool muxUpdate() override;
 
+  bool demuxConfig(Object* tags) override;
+  bool SetDurPerFrame() override;
+  Packet* GetPacket(IO& io, int64 length) override;  // its flags are exactly the key flag
+
  protected:
   char const* ChunkSuffix() const override { return "tx"; }
   bool KeyFlags() const override { return false; }

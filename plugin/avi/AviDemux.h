@@ -1,0 +1,54 @@
+// The element that plays AVI files.
+#pragma once
+
+#include <mutex>
+
+#include "common/IAviDemux.h"
+#include "stream/IDemuxer.h"
+
+namespace kestro::plugin::avi {
+
+// Registered as "AviDemuxer-avi-demuxer".
+//
+//   auto* demuxer = IClass::New<IDemuxer>(attrs);      // "Register" = "avi-demuxer"
+//   demuxer->Set("path", "in.avi");
+//   IPort::Link(*demuxer->AddOutput("h264"), *player->AddInput());
+//   demuxer->StatusChange(IStatus::kOpen);             // publishes the media on the outputs
+//   player->StatusChange(IStatus::kRunning);
+//   demuxer->StatusChange(IStatus::kRunning);          // packets flow; Seek and PlayModeSwitch
+//   demuxer->StatusChange(IStatus::kClosed);
+//
+// Each sound track, and the chosen video track, goes to the first output that takes its codec and
+// is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread while packets flow;
+// after the end of the stream they make it go on. Everything else is for the control thread.
+class AviDemuxer : public stream::IDemuxer, public IAviDemux {
+ public:
+  AviDemuxer();
+  ~AviDemuxer() override;
+
+  using IAviDemux::Close;
+  using IAviDemux::Open;
+  bool Open() override;
+  bool Close() override;
+  bool ParseFile(std::function<bool(IMedia*)> callback) override;
+  // To the key frame at or before a time; the other tracks stand at that frame's time then.
+  bool Seek(int64 ms) override;
+  int64 Duration() const override { return _duration; }
+  // The tracks stay where they are: play goes on in the new way from there.
+  bool PlayModeSwitch(PlayMode mode) override;
+  Packet* GeneratePacket(void*) override;
+  virtual bool parseFile();
+
+  bool plyVidCtrl(unsigned id);
+
+  static base::PropertyList Properties();
+
+ protected:
+  bool UpdateMediaInfo();
+  bool Publish(IMedia* media);
+
+  std::mutex _lock;
+  PlayProcess _process = nullptr;
+};
+
+}  // namespace kestro::plugin::avi

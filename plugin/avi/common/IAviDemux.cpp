@@ -1,0 +1,142 @@
+#include "common/IAviDemux.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "base/Console.h"
+#include "common/HeaderChunks.h"
+#include "common/IndexChunks.h"
+
+namespace kestro::plugin::avi {
+
+using base::Convert4;
+
+bool IAviDemux::Parse(IO& io) {
+  if (_root != nullptr) return true;
+  base::IOBlockReader reader(io, 32768);
+  int64 const size = io.Size();
+  _root = new croot;
+  _root->Size(static_cast<unsigned>(std::clamp<int64>(size, 0, UINT32_MAX)));
+  if (reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0) return true;
+  delete _root;
+  _root = nullptr;
+  return false;
+}
+
+bool IAviDemux::Open(IO& io) {
+  if (!Parse(io)) {
+    KESTRO_ERROR("!Parse(io)");
+    return false;
+  }
+  _duration = _moviOffset = _currentPts = 0;
+  _seeked = false;
+  AddStreams();
+  ParseIdx(io);
+  Update(io);
+  io.Seek(_moviOffset + 4, IO::kBegin);
+  for (IStream* stream : _streams) {
+    stream->DemuxReset();
+    if (stream->Media() == nullptr) continue;
+    stream->SetDurPerFrame();
+    stream->SetKeyFrameGap();
+  }
+  return true;
+}
+
+bool IAviDemux::Close(IO&) {
+  clearStream();
+  return true;
+}
+
+// The first stream list: from the first list on, the way leads into children where there are any.
+IList* IAviDemux::FirstStreamList() const {
+  IList* node = _root->Find("LIST");
+  while (node != nullptr && node->ListType() != Convert4("strl")) {
+    IList* const next = node->Child() != nullptr ? node->Child() : node->Next();
+    node = next != nullptr ? next->Find("LIST") : nullptr;
+  }
+  return node;
+}
+
+void IAviDemux::AddStreams() {
+  for (IList* strl = FirstStreamList(); strl != nullptr && strl->ListType() == Convert4("strl");) {
+    IList* const list = strl;
+    strl = strl->Next();
+    auto* const header =
+        list->Child() != nullptr ? dynamic_cast<cstrh*>(list->Find("strh")) : nullptr;
+    if (header == nullptr || header->fccHandler == 0) continue;
+    char name[5] = {};
+    for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(header->fccHandler >> (8 * i));
+    std::string codec = name;
+    if (codec == "txt" || codec == "TXT") continue;
+    if (codec == "WAVE" || codec == "wave") codec = "PCM";
+    IStream* const stream =
+        IStream::New(codec.c_str(), codec.c_str(), static_cast<int>(_streams.size()));
+    if (stream == nullptr) continue;
+    _streams.push_back(stream);
+    stream->DemuxConfig(list, nullptr);
+  }
+}
+
+bool IAviDemux::ParseIdx(IO& io) {
+  auto* const index = dynamic_cast<cidx1*>(_root->Find("idx1"));
+  if (index != nullptr && io.Seek(index->dataPos, IO::kBegin))
+    AddEntries(io, std::min<int64>(index->Size(), io.Size() - index->dataPos));
+  IList* const junk = _root->Find("JUNK");
+  if (junk != nullptr) junk->parse(io);
+  return junk != nullptr;
+}
+
+// Gives every record of the index to its stream.
+void IAviDemux::AddEntries(IO& io, int64 bytes) {
+  constexpr int64 kEntry = 16;
+  constexpr int64 kPiece = 1024 * 1024;
+  auto const u32 = [](unsigned char const* p) {
+    return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
+  };
+  auto const digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
+  std::unique_ptr<unsigned char[]> const piece(
+      new unsigned char[static_cast<std::size_t>(std::clamp<int64>(bytes, kEntry, kPiece))]);
+  for (int64 left = bytes / kEntry * kEntry; left > 0;) {
+    auto const wanted = static_cast<unsigned>(std::min(left, kPiece));
+    unsigned const got = io.Read(piece.get(), wanted);
+    if (got == IO::kFailed || got < kEntry) return;
+    for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry) {
+      ChunkParam chunk;
+      chunk.id = u32(at);
+      chunk.flags = u32(at + 4) != 0 ? 1 : 0;
+      chunk.offset = u32(at + 8);
+      chunk.size = u32(at + 12);
+      if (!digit(at[0]) || !digit(at[1]) || (chunk.offset == 0 && chunk.size == 0)) continue;
+      auto const track = static_cast<std::size_t>((at[0] - '0') * 10 + at[1] - '0');
+      if (track < _streams.size()) _streams[track]->AddListChunk(chunk);
+    }
+    left -= wanted;
+  }
+}
+
+bool IAviDemux::Update(IO&) {
+  if (IStream* video = VideoStream(0)) _duration = video->Duration();
+  for (IList* list = _root->Find("LIST"); list != nullptr;) {
+    if (auto* movi = dynamic_cast<cmovi*>(list)) {
+      _moviOffset = movi->dataPos;
+      return true;
+    }
+    list = list->Next();
+    while (list != nullptr && list->Id() != Convert4("LIST")) list = list->Next();
+  }
+  return false;
+}
+
+bool IAviDemux::RestStream() {
+  for (IStream* stream : _streams) stream->DemuxReset();
+  return true;
+}
+
+IStream* IAviDemux::VideoStream(unsigned index) const {
+  for (IStream* stream : _streams)
+    if (stream->IsVideo() && index-- == 0) return stream;
+  return nullptr;
+}
+
+}  // namespace kestro::plugin::avi

@@ -1,0 +1,56 @@
+// The reader of AVI files.
+#pragma once
+
+#include "common/IAvi.h"
+
+namespace kestro::plugin::avi {
+
+// Reads one file: Open parses the tree, makes a stream of every track that can be played and gives
+// it its index records; each call of a play process then chooses a track and returns its next
+// packet; Close frees everything.
+//
+//   if (demux.Open(io))
+//     while (Packet* packet = demux.ProcessNormal(io)) ...
+//   demux.Close(io);
+//
+// Packets are the caller's. Null is the end, Packet::ReadFailure() a chunk that could not be read.
+// Index offsets are taken as absolute file positions. A track's number in the index counts the
+// streams, so that a track without one (text, motion JPEG) in front of others hides them: files
+// have it last. No locks: the element has one.
+class IAviDemux : public IAvi {
+ public:
+  using PlayProcess = Packet* (IAviDemux::*)(IO&);
+
+  virtual bool Open(IO& io);
+  virtual bool Close(IO& io);
+  // All tracks, in file order; of the video tracks the chosen one only.
+  virtual Packet* ProcessNormal(IO& io);
+  // Key frames of the chosen video track, forward and backward. The others follow.
+  virtual Packet* ProcessFast(IO& io);
+  virtual Packet* ProcessBack(IO& io);
+  // The chosen video track, or the first sound track, alone. The others follow.
+  virtual Packet* ProcessVideo(IO& io);
+  virtual Packet* ProcessAudio(IO& io);
+  virtual bool ParseIdx(IO& io);
+  virtual bool Parse(IO& io);
+  virtual bool Update(IO& io);
+  virtual bool RestStream();  // every track to its first packet
+
+ protected:
+  IStream* VideoStream(unsigned index) const;  // counted among video streams; null if there is none
+  int64 _duration = 0;                         // of the first video stream, milliseconds
+  int64 _moviOffset = 0;
+  int64 _currentPts = 0;  // of the last packet chosen, milliseconds; -1 when forgotten
+  unsigned _videoIndex = 0;
+  bool _seeked = false;  // the packets under the cursors have not been seen yet
+
+ private:
+  IList* FirstStreamList() const;
+  void AddStreams();
+  void AddEntries(IO& io, int64 bytes);
+  Packet* Alone(IO& io, IStream* stream);
+  void Follow(IStream const* leader, int64 pts);
+  Packet* Take(IO& io, IStream* stream);
+};
+
+}  // namespace kestro::plugin::avi

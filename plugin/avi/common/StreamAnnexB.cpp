@@ -1,0 +1,164 @@
+#include "common/StreamAnnexB.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "base/Console.h"
+#include "common/DataChunks.h"
+#include "common/StartCode.h"
+#include "common/VideoHeader.h"
+
+namespace kestro::plugin::avi {
+
+namespace {
+
+// Adds a chunk with what the tag set holds for a track, if it holds something.
+template <class Chunk>
+void AddTagged(IList& strl, Object& tags, char const* buffers, char const* sizes, int track) {
+  void** data = nullptr;
+  unsigned* bytes = nullptr;
+  if (!tags.Get(buffers, data) || !tags.Get(sizes, bytes) || data == nullptr || bytes == nullptr)
+    return;
+  if (data[track] != nullptr && bytes[track] != 0)
+    strl.Add(new Chunk(static_cast<unsigned char*>(data[track]), bytes[track]));
+}
+
+}  // namespace
+
+bool StreamAnnexB::muxConfig(Object* vidtag) {
+  if (vidtag == nullptr) return false;
+  int width = 1920;
+  int height = 1080;
+  bool interlace = false;
+  if (!_media->Get("width", width)) {
+    KESTRO_ERROR("!_media->Get(\"width\", width)");
+    return false;
+  }
+  if (!_media->Get("height", height)) {
+    KESTRO_ERROR("!_media->Get(\"height\", height)");
+    return false;
+  }
+  if (!_media->Get("interlace", interlace)) {
+    KESTRO_ERROR("!_media->Get(\"interlace\", interlace)");
+    return false;
+  }
+  if (interlace) height = static_cast<int>(static_cast<unsigned>(height) * 2);  // both fields
+  std::printf("\n*************config:%d,%d\n", width, height);
+
+  IList* const strl = NewVideoStrl(_handler, _frameRate.Whole(), width, height);
+  if (strl == nullptr) return false;
+  AddTagged<cstrd>(*strl, *vidtag, "strdbuf", "strdsize", _trackId);
+  AddTagged<cstrn>(*strl, *vidtag, "strnbuf", "strnsize", _trackId);
+  _strl = strl;
+  if (_para->idx1WithTmpFile >= 1) _spillBatch = Batch(_frameRate.Whole(), _para->idx1WithTmpFile);
+  return true;
+}
+
+int StreamAnnexB::MuxOffset(Packet const& packet) {
+  return FindNal(packet.Data(), packet.Size(),
+                 [this](unsigned char nal) { return StartsFrame(nal); });
+}
+
+bool StreamAnnexB::demuxConfig(Object*) {
+  _media = IMedia::New(Name());
+  _durPerFrame =
+      _count == 0 ? 0 : static_cast<unsigned>(static_cast<base::uint64>(_duration) * 1000 / _count);
+  auto* format = dynamic_cast<cvstrf*>(_strl->Find("strf"));
+  if (format == nullptr) return false;
+  _media->Set("width", static_cast<int64>(format->biWidth));
+  _media->Set("height", static_cast<int64>(format->biHeight));
+  _media->Set("framerate", Fraction(_durPerFrame == 0 ? 0 : 1000000 / _durPerFrame, 1));
+  _media->Set("interlace", false);
+  std::printf("\n++%s++++:%d,%d,%d\n", Name(), static_cast<int>(_durPerFrame),
+              static_cast<int>(format->biWidth), static_cast<int>(format->biHeight));
+  return true;
+}
+
+bool StreamAnnexB::SetDurPerFrame() {
+  for (auto& chunk : *_list) chunk.duration = _durPerFrame;
+  return true;
+}
+
+int64 StreamAnnexB::GetKeyFrameGap() {
+  int64 gap = 1;
+  _media->Get("gop", gap);
+  return gap;
+}
+
+bool StreamAnnexB::SetKeyFrameGap() {
+  // The first two entries tell nothing: a file may begin with two key frames.
+  std::size_t const first = std::min<std::size_t>(2, _list->size());
+  auto const key = std::find_if(_list->begin() + static_cast<std::ptrdiff_t>(first), _list->end(),
+                                [](ChunkParam const& chunk) { return (chunk.flags & 1) != 0; });
+  return _media->Set("gop", static_cast<int64>(key - _list->begin()));
+}
+
+Packet* StreamAnnexB::GetPacket(IO& io, int64) {
+  if (DemuxISEnd()) return nullptr;
+  Packet* const pkt = IStream::GetPacket(io, 0);
+  if (pkt == nullptr) {
+    KESTRO_ERROR("!pkt,IStream GetPacket null!");
+    return nullptr;
+  }
+  if (pkt == Packet::ReadFailure()) {
+    KESTRO_ERROR("pkt == (Packet*)-1,IStream GetPacket error!");
+    return pkt;
+  }
+  if (_parameterSets.empty()) SetMediaInfo(*pkt);
+  int const leading = DemuxOffset(*pkt);
+  if (leading > 0) std::memset(pkt->Data(), 0, static_cast<std::size_t>(leading));
+  return pkt;
+}
+
+bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
+  if (!packet.IsKey()) return false;
+  unsigned char const* const data = packet.Data();
+  auto const kinds = ParameterSets();
+  std::vector<unsigned char> sets;
+  std::vector<std::pair<std::size_t, std::size_t>> found(kinds.size());  // start and length of each
+  std::size_t missing = kinds.size();
+
+  // A unit that ends the packet is never taken: where it ends is not certain.
+  for (int at = FindStartCode(data, packet.Size(), 0), next; at >= 0; at = next) {
+    next = FindStartCode(data, packet.Size(), at + 4);
+    if (next < 0) break;
+    int const kind = ParameterSetKind(data[at + 4]);
+    if (kind < 0 && missing == 0) break;  // those behind the first of each kind are taken too
+    if (kind < 0) continue;
+    auto& place = found[static_cast<std::size_t>(kind)];
+    if (place.second == 0) {
+      place = {sets.size(), static_cast<std::size_t>(next - at)};
+      --missing;
+    }
+    sets.insert(sets.end(), data + at, data + next);
+  }
+  if (missing > 0) return true;
+
+  _parameterSets.swap(sets);
+  for (std::size_t i = kinds.size(); i-- > 0;) {
+    ParameterSet const& keys = kinds.begin()[i];
+    if (keys.data == nullptr) continue;
+    _media->Set(keys.data, _parameterSets.data() + found[i].first);
+    _media->Set(keys.size, static_cast<int>(found[i].second));
+  }
+  if (!_media->Extra(_parameterSets.data(), static_cast<unsigned>(_parameterSets.size()))) {
+    KESTRO_ERROR("!_media->Extra(_buf, _parameterSets)");
+    return false;
+  }
+  _infoLen = static_cast<unsigned>(_parameterSets.size());
+  return true;
+}
+
+int StreamAnnexB::DemuxOffset(Packet const& packet) {
+  return FindNal(packet.Data(), packet.Size(), [this](unsigned char nal) { return IsSlice(nal); });
+}
+
+base::PropertyList StreamAnnexB::Properties() {
+  base::PropertyList list;
+  list.Member<StreamAnnexB>("frameRate", &StreamAnnexB::_frameRate,
+                            "frames per second of the header, set before configuring");
+  return list;
+}
+
+}  // namespace kestro::plugin::avi

@@ -1,0 +1,476 @@
+// Reading files back: streams, play processes, seeking, and the whole road from muxer to muxer.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "common/IStream.h"
+#include "stream/IDemuxer.h"
+#include "stream/ParameterSetFilter.h"
+#include "support/Bytes.h"
+#include "support/Recording.h"
+
+namespace kestro::test {
+namespace {
+
+using PlayMode = stream::IDemuxer::PlayMode;
+using plugin::avi::ChunkParam;
+using plugin::avi::IStream;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// A packet as tests speak of it.
+struct Got {
+  int track;
+  int64 pts;  // ms
+  bool key, end;
+  std::string data;
+
+  bool operator==(Got const& o) const {
+    return track == o.track && pts == o.pts && key == o.key && end == o.end && data == o.data;
+  }
+};
+void PrintTo(Got const& got, std::ostream* os) {
+  *os << "track " << got.track << " at " << got.pts << " ms" << (got.key ? " key" : "")
+      << (got.end ? " end" : "") << ", " << got.data.size() << " bytes";
+}
+
+// A demuxer over a stream in memory, asked packet by packet.
+class Playing {
+ public:
+  explicit Playing(base::IO* io, unsigned video = 0) {
+    RegisterClasses();
+    base::AttrSet attrs;
+    attrs.Add("Register", "avi-demuxer");
+    demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+    demuxer->Set("io", io);
+    demuxer->Set("plyVidCtrl", video);
+    for (char const* codecs : {"h264,hevc", "pcm", "pcm"})
+      outputs.push_back(demuxer->AddOutput(codecs));
+  }
+  bool Open() { return demuxer->StatusChange(IStatus::kOpen); }
+
+  base::Ref<Packet> Next() {
+    auto* packet = demuxer->GeneratePacket(nullptr);
+    if (packet == Packet::ReadFailure()) {
+      ++failures;
+      packet = nullptr;
+    }
+    return base::Ref<Packet>::Take(packet);
+  }
+  Got NextGot() {
+    auto const packet = Next();
+    if (!packet) return {-1, 0, false, false, ""};
+    int track = 0;
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+      if (outputs[i]->Media() == packet->Media()) track = static_cast<int>(i);
+    return {track, packet->Pts() / 1000000, packet->IsKey(),
+            (packet->Flags() & Packet::kEndOfStream) != 0,
+            std::string(packet->Data(), packet->Data() + packet->Size())};
+  }
+  std::vector<int64> Times() {
+    std::vector<int64> all;
+    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(got.pts);
+    return all;
+  }
+
+  std::unique_ptr<stream::IDemuxer> demuxer;
+  std::vector<IPort*> outputs;
+  int failures = 0;
+};
+
+struct Film {
+  int frames = 100;
+  int gop = 10;
+  base::Fraction rate{25, 1};
+  bool sound = true;
+  int soundRate = 48000, channels = 2, samples = 1920;
+};
+
+// Frames that know their number, sound beside them in time order.
+void Record(MemoryIO& io, Film const& film) {
+  Recording r(&io);
+  r.muxer->Set("constFrameRate", film.rate);
+  r.Track(VideoMedia("h264", 320, 180, film.rate));
+  if (film.sound) r.Track(SoundMedia(film.soundRate, film.channels, film.samples));
+  ASSERT_TRUE(r.Open());
+  int64 blocks = 0;
+  std::string const sound(static_cast<std::size_t>(film.samples * film.channels * 2), 's');
+  for (int i = 0; i < film.frames; ++i) {
+    bool const key = i % film.gop == 0;
+    std::string const payload = "frame " + std::to_string(i);
+    ASSERT_TRUE(r.Push(0, key ? KeyFrame(payload) : Frame(payload), key));
+    // Sound is due when it starts at the frame's time or before.
+    for (; film.sound &&
+           blocks * film.samples * film.rate.num <= int64(i) * film.soundRate * film.rate.den;
+         ++blocks)
+      ASSERT_TRUE(r.Push(1, sound, true));
+  }
+  ASSERT_TRUE(r.Close());
+}
+
+std::string Blanked(std::string stored, std::size_t leading) {
+  std::fill_n(stored.begin(), leading, '\0');
+  return stored;
+}
+
+TEST(Demux, DeliversWhatWasRecorded) {
+  MemoryIO io;
+  Record(io, {4, 2, {25, 1}, true, 48000, 2, 1920});
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  EXPECT_EQ(160, p.demuxer->Duration());
+  auto const key = [](int i) {
+    std::string const stored = StoredKeyFrame("frame " + std::to_string(i));
+    return Blanked(stored, stored.find(kStart + "\x65"));
+  };
+  auto const plain = [](int i) { return StoredFrame("frame " + std::to_string(i)); };
+  std::string const sound(7680, 's');
+  std::vector<Got> all;
+  for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot()) all.push_back(got);
+  EXPECT_THAT(all, ElementsAre(Got{0, 0, true, false, key(0)}, Got{1, 0, true, false, sound},
+                               Got{0, 40, false, false, plain(1)}, Got{1, 40, true, false, sound},
+                               Got{0, 80, true, false, key(2)}, Got{1, 80, true, false, sound},
+                               Got{0, 120, false, true, plain(3)}, Got{1, 120, true, true, sound}));
+
+  // The media say again what was recorded.
+  auto* video = p.outputs[0]->Media();
+  auto* audio = p.outputs[1]->Media();
+  int width = 0, height = 0, gop = 0, rate = 0, channel = 0, depth = 0, bytes = 0, samples = 0;
+  bool interlace = true;
+  base::Fraction fps;
+  EXPECT_TRUE(video->Get("width", width) && video->Get("height", height) &&
+              video->Get("framerate", fps) && video->Get("gop", gop) &&
+              video->Get("interlace", interlace));
+  EXPECT_TRUE(width == 320 && height == 180 && gop == 2 && !interlace);
+  EXPECT_EQ(base::Fraction(25, 1), fps);
+  std::string const sets = kStart + "\x67sps" + kStart + "\x68pps";
+  EXPECT_EQ(sets, std::string(video->ExtraData().begin(), video->ExtraData().end()));
+  EXPECT_TRUE(audio->Get("rate", rate) && audio->Get("channel", channel) &&
+              audio->Get("depth", depth) && audio->Get("width", bytes) &&
+              audio->Get("samples", samples));
+  EXPECT_THAT((std::vector<int>{rate, channel, depth, bytes, samples}),
+              ElementsAre(48000, 2, 16, 2, 1920));
+}
+
+// The key frame at or before a time, from wherever play stood, and sound from there.
+void ExpectExactSeeks(Film const& film, int64 step) {
+  MemoryIO io;
+  Record(io, film);
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  int64 const frameUs = p.demuxer->Duration() * 1000 / film.frames;
+  int64 const length = p.demuxer->Duration();
+  std::mt19937 random(1);
+  for (int64 t = 0; t <= length + 500; t += step) {
+    for (int skip = static_cast<int>(random() % 4); skip > 0; --skip) p.Next();
+    if (random() % 8 == 0)
+      p.demuxer->Seek(static_cast<int64>(random() % 1000000) * length / 1000000);
+    ASSERT_TRUE(p.demuxer->Seek(t));
+    int64 const frame = std::min<int64>(t * 1000 / frameUs, film.frames - 1);
+    int64 const key = frame / film.gop * film.gop;
+    // Sound that lies in front of the key frame and still sounds with it may come first.
+    auto packet = p.Next();
+    for (; packet && packet->Media() != p.outputs[0]->Media(); packet = p.Next())
+      ASSERT_LE(key * frameUs / 1000, (packet->Pts() + packet->Duration()) / 1000000) << t;
+    ASSERT_TRUE(packet);
+    ASSERT_EQ(key * frameUs / 1000, packet->Pts() / 1000000) << "seek to " << t;
+    ASSERT_TRUE(packet->IsKey());
+    ASSERT_TRUE((packet->Flags() & Packet::kDiscontinuity) != 0);
+    if (!film.sound || t % 7 != 0) continue;
+    // And the next sound packet goes on from there.
+    for (auto sound = p.Next(); sound; sound = p.Next())
+      if (sound->Media() == p.outputs[1]->Media()) {
+        int64 const behind = packet->Pts() - sound->Pts();
+        ASSERT_LE(std::abs(behind), sound->Duration() + 1000000) << t;
+        break;
+      }
+  }
+}
+
+TEST(Demux, SeeksToTheKeyFrameBefore) {
+  for (Film const& film :
+       {Film{100, 10, {25, 1}}, Film{95, 25, {30, 1}, true, 8000, 1, 320}, Film{40, 1, {10, 1}},
+        Film{61, 30, {30000, 1001}, false}, Film{7, 100, {25, 1}}})
+    ExpectExactSeeks(film, 10);
+}
+
+// Beyond 35.8 minutes the clocks of the forward search do not suffice; seeking does not notice.
+TEST(Demux, SeeksInLongFiles) { ExpectExactSeeks({45 * 60 * 25, 50, {25, 1}, false}, 3333); }
+
+TEST(Demux, FastAndBackVisitEveryKeyFrameOnce) {
+  MemoryIO io;
+  Record(io, {50, 10, {25, 1}, true});
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  auto& d = *p.demuxer;
+  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kFast));
+  EXPECT_THAT(p.Times(), ElementsAre(0, 400, 800, 1200, 1600));
+  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kBack));
+  EXPECT_THAT(p.Times(), ElementsAre(1200, 800, 400, 0)) << "1600 was shown last";
+  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kFast));
+  EXPECT_THAT(p.Times(), ElementsAre(400, 800, 1200, 1600));
+  for (int64 from : {900, 800, 1999, 5000}) {
+    d.Seek(from);
+    d.PlayModeSwitch(PlayMode::kBack);
+    EXPECT_EQ(from >= 1600 ? 1600 : 800, p.NextGot().pts) << "the key frame at " << from;
+    EXPECT_EQ(from >= 1600 ? 1200 : 400, p.NextGot().pts);
+    d.PlayModeSwitch(PlayMode::kFast);
+    EXPECT_EQ(from >= 1600 ? 1600 : 800, p.NextGot().pts);
+  }
+  // From the middle of normal play: backwards from what was shown.
+  d.Seek(800);
+  d.PlayModeSwitch(PlayMode::kNormal);
+  for (int i = 0; i < 7; ++i) p.Next();
+  d.PlayModeSwitch(PlayMode::kBack);
+  EXPECT_THAT(p.Times(), ElementsAre(800, 400, 0));
+  // The last key frame of either way carries the mark.
+  for (auto [mode, from] : {std::pair(PlayMode::kFast, 0), std::pair(PlayMode::kBack, 1600)}) {
+    d.Seek(from);
+    d.PlayModeSwitch(mode);
+    std::vector<bool> ends;
+    for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot()) ends.push_back(got.end);
+    EXPECT_THAT(ends, ElementsAre(false, false, false, false, true));
+  }
+  EXPECT_FALSE(d.PlayModeSwitch(static_cast<PlayMode>(7)));
+  EXPECT_EQ(-1, p.NextGot().track) << "and the mode is as it was";
+  d.Seek(0);
+  EXPECT_EQ(0, p.NextGot().pts) << "a seek after the end plays again";
+}
+
+TEST(Demux, OneKindAlone) {
+  MemoryIO io;
+  Record(io, {20, 5, {25, 1}, true});
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  p.demuxer->PlayModeSwitch(PlayMode::kVideo);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(0, p.NextGot().track);
+  p.demuxer->PlayModeSwitch(PlayMode::kAudio);
+  EXPECT_EQ(1, p.NextGot().track);
+  p.demuxer->PlayModeSwitch(PlayMode::kNormal);
+  Got const next = p.NextGot();
+  EXPECT_EQ(200, next.pts) << "the key frame before the sound at 360";
+}
+
+// Two video tracks: the chosen one plays, and only that.
+TEST(Demux, PlaysTheChosenVideoTrack) {
+  MemoryIO io;
+  {
+    Recording r(&io);
+    r.Track(VideoMedia("h264", 320, 180)).Track(VideoMedia("hevc", 640, 360)).Track(SoundMedia());
+    ASSERT_TRUE(r.Open());
+    for (int i = 0; i < 20; ++i) {
+      ASSERT_TRUE(r.Push(0, KeyFrame("first"), true));
+      ASSERT_TRUE(r.Push(1, kStart + std::string("\x26") + "second", true));
+      ASSERT_TRUE(r.Push(2, std::string(7680, 's'), true));
+    }
+  }
+  auto const width = [](Playing& p) {
+    int w = 0;
+    p.outputs[0]->Media()->Get("width", w);
+    return w;
+  };
+  Playing p(&io, 1);
+  ASSERT_TRUE(p.Open());
+  EXPECT_EQ(640, width(p));
+  EXPECT_THAT(p.NextGot().data, HasSubstr("second"));
+  EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 0));
+  EXPECT_EQ(320, width(p));
+  int videos = 0;
+  for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot())
+    if (got.track == 0) {
+      EXPECT_THAT(got.data, HasSubstr("first"));
+      ++videos;
+    }
+  EXPECT_EQ(20, videos);
+  EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 9));
+  p.demuxer->Seek(0);
+  EXPECT_EQ(1, p.NextGot().track) << "no such track: sound alone";
+  std::vector<std::string> reported;
+  EXPECT_TRUE(p.demuxer->ParseFile([&](IMedia* media) {
+    reported.push_back(media->Codec());
+    return true;
+  }));
+  EXPECT_THAT(reported, ElementsAre("h264", "pcm"));
+}
+
+// A stream over records that a test makes up.
+TEST(Demux, CursorSteps) {
+  RegisterClasses();
+  plugin::avi::croot root;
+  auto* strl = new plugin::avi::cstrl;
+  auto* header = new plugin::avi::cstrh;
+  header->fccHandler = base::Convert4("H264");
+  header->dwScale = 1;
+  header->dwRate = 25;
+  header->dwLength = 3;
+  root.Add(strl)->Add(header);
+  strl->Add(new plugin::avi::cvstrf);
+  std::unique_ptr<IStream> s(IStream::New("h264", "h264", 0));
+  EXPECT_TRUE(s->DemuxConfig(strl, nullptr));
+  EXPECT_EQ(120, s->Duration());
+  s->DemuxReset();
+  int64 t = 50;
+  EXPECT_EQ(s->end(), s->DemuxSeek(t, true)) << "no entries";
+  EXPECT_TRUE(s->DemuxISEnd());
+  EXPECT_EQ(s->DemuxNext(), s->DemuxPrev());
+  EXPECT_EQ(nullptr, s->DemuxPeek());
+  for (unsigned duration : {40000u, 33000u, 27000u}) {
+    ChunkParam e;
+    e.duration = duration;
+    e.flags = duration == 40000 ? 1 : 0;
+    s->AddListChunk(e);
+  }
+  s->DemuxReset();
+  s->DemuxNext();
+  EXPECT_EQ(40, s->DemuxCurrentPts());
+  EXPECT_EQ(s->begin(), s->DemuxPrev());
+  EXPECT_EQ(7, s->DemuxCurrentPts()) << "the duration of the entry that was left";
+  s->DemuxReset();
+  struct Seek {
+    int64 to;
+    bool key;
+    int entry;
+    int64 at;
+  } const seeks[] = {{41, false, 1, 40},       {72, false, 1, 40},     {73, false, 2, 73},
+                     {73, true, 0, 13},        {500, false, 2, 73},    {-5, false, 0, 0},
+                     {INT64_MAX, true, 2, 73}, {INT64_MIN, true, 0, 0}};
+  for (auto const& seek : seeks) {
+    s->DemuxReset();
+    int64 pts = seek.to;
+    EXPECT_EQ(s->begin() + seek.entry, s->DemuxSeek(pts, seek.key)) << seek.to;
+    EXPECT_EQ(seek.at, pts) << seek.to;
+  }
+}
+
+// Records whose chunk cannot be read, is beyond the end, or is larger than the file.
+TEST(Demux, DamagedIndexIsReported) {
+  MemoryIO io;
+  Record(io, {3, 3, {25, 1}, false});
+  auto const index = static_cast<std::size_t>(io.bytes.size() - 3 * 16);
+  auto const patch = [&](int entry, int field, unsigned value) {
+    for (int i = 0; i < 4; ++i)
+      io.bytes[index + static_cast<std::size_t>(entry * 16 + field * 4 + i)] =
+          static_cast<unsigned char>(value >> (8 * i));
+  };
+  patch(0, 3, 0xFFFFFFFF);  // size
+  patch(1, 2, 0xFFFFFFF0);  // position, negative as it is read
+  patch(2, 0, base::Convert4("xxdc"));
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  auto const all = p.Next();
+  ASSERT_TRUE(all);
+  EXPECT_LE(all->Size(), static_cast<int>(io.bytes.size()));
+  base::ConsoleCapture console;
+  EXPECT_FALSE(p.Next());
+  EXPECT_EQ(1, p.failures);
+  EXPECT_THAT(console.Text(),
+              HasSubstr("/GetPacket:\tpkt == (Packet*)-1,IStream GetPacket error!\n"));
+}
+
+TEST(Demux, UnusableFilesAreRefusedOrSilent) {
+  base::ConsoleCapture console;
+  MemoryIO empty;
+  Playing nothing(&empty);
+  EXPECT_EQ(nullptr, nothing.demuxer->GeneratePacket(nullptr)) << "before Open";
+  EXPECT_FALSE(nothing.Open());
+  EXPECT_THAT(console.Text(), HasSubstr("/Open:\t!Parse(io)\n"));
+  EXPECT_THAT(console.Text(), HasSubstr("/Open:\t!parseFile()\n"));
+  EXPECT_EQ(IStatus::kClosed, nothing.demuxer->CurrentStatus());
+  MemoryIO noise(std::string(1000, 'n'));
+  Playing silent(&noise);
+  EXPECT_TRUE(silent.Open());
+  EXPECT_EQ(-1, silent.NextGot().track);
+  EXPECT_TRUE(silent.demuxer->Seek(5));
+  for (int mode = 0; mode < 5; ++mode) {
+    EXPECT_TRUE(silent.demuxer->PlayModeSwitch(static_cast<PlayMode>(mode)));
+    EXPECT_EQ(-1, silent.NextGot().track);
+  }
+  base::AttrSet attrs;
+  attrs.Add("Register", "avi-demuxer");
+  std::unique_ptr<stream::IDemuxer> missing(base::IClass::New<stream::IDemuxer>(attrs));
+  missing->Set("path", "/no/such/file.avi");
+  EXPECT_FALSE(missing->StatusChange(IStatus::kOpen));
+}
+
+// From the element's thread through a filter into a muxer: the copy is the file.
+TEST(Demux, ReRecordsAFile) {
+  MemoryIO from, to;
+  Record(from, {200, 10, {25, 1}, true});
+  Recording copy(&to);
+  stream::ParameterSetFilter filter;
+  Playing p(&from);
+  for (std::size_t i = 0; i < 2; ++i) {
+    auto const track = filter.AddTrack();
+    ASSERT_TRUE(IPort::Link(*p.outputs[i], *track.input));
+    ASSERT_TRUE(IPort::Link(*track.output, *copy.muxer->AddInput()));
+  }
+  std::atomic<bool> ended{false};
+  p.demuxer->OnMessage([&](stream::IElement&, char const* type, char const*) {
+    ended = std::string(type) == "eos";
+    return true;
+  });
+  ASSERT_TRUE(copy.Open() && filter.StatusChange(IStatus::kRunning));
+  ASSERT_TRUE(p.demuxer->StatusChange(IStatus::kRunning));
+  while (!ended) std::this_thread::yield();
+  EXPECT_TRUE(copy.Close());
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+  EXPECT_EQ("", Difference(from.bytes, to.bytes));
+}
+
+// Everything that may be called while packets flow, called at once. Each track's packets keep their
+// order within a mode: sequence numbers only ever grow.
+TEST(Demux, ControlsWhilePacketsFlow) {
+  MemoryIO io;
+  {
+    Recording r(&io);
+    r.Track(VideoMedia()).Track(VideoMedia("hevc")).Track(SoundMedia());
+    ASSERT_TRUE(r.Open());
+    for (int i = 0; i < 500; ++i) {
+      r.Push(0, i % 10 == 0 ? KeyFrame("first") : Frame("first"), i % 10 == 0);
+      r.Push(1, kStart + std::string("\x26") + "second", true);
+      r.Push(2, std::string(100, 's'), true);
+    }
+  }
+  class Sink : public stream::ISink {
+   public:
+    Sink() : ISink("sink") {}
+    bool ReceivePacket(Packet& packet, void*) override {
+      auto& last = seq[packet.Media()->Codec()];
+      torn += last > 0 && packet.Seq() <= last;
+      last = packet.Seq();
+      ++packets;
+      return true;
+    }
+    std::map<std::string, unsigned> seq;
+    int torn = 0;
+    std::atomic<int> packets{0};
+  } sink;
+  Playing p(&io);
+  for (IPort* output : p.outputs) IPort::Link(*output, *sink.AddInput());
+  ASSERT_TRUE(p.Open() && sink.StatusChange(IStatus::kRunning));
+  ASSERT_TRUE(p.demuxer->StatusChange(IStatus::kRunning));
+  base::ConsoleCapture console;
+  std::atomic<bool> stop{false};
+  auto const repeat = [&](auto action) {
+    return std::thread([&stop, action] {
+      for (unsigned i = 1; !stop; i = i * 1103515245 + 12345) action(i >> 8);
+    });
+  };
+  std::thread threads[] = {
+      repeat([&](unsigned r) { p.demuxer->Seek(r % 20000); }),
+      repeat([&](unsigned r) { p.demuxer->Seek(r % 3000); }),
+      repeat([&](unsigned r) { p.demuxer->PlayModeSwitch(static_cast<PlayMode>(r % 6)); }),
+      repeat([&](unsigned r) { p.demuxer->Set("plyVidCtrl", r % 3); })};
+  while (sink.packets < 3000) std::this_thread::yield();
+  stop = true;
+  for (auto& thread : threads) thread.join();
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+  EXPECT_TRUE(sink.StatusChange(IStatus::kClosed));
+  EXPECT_EQ(0, sink.torn);
+}
+
+}  // namespace
+}  // namespace kestro::test
