@@ -64,12 +64,40 @@ unsigned IOCacheWriter::Patch(unsigned char const* data, unsigned size) {
   unsigned below = 0;
   if (_position < _blockStart) {
     below = static_cast<unsigned>(std::min<int64>(size, _blockStart - _position));
-    unsigned const stored = Store(_position, data, below);
-    if (stored < below) return stored;
+    if (!GatherPatch(data, below)) return 0;
   }
   if (below < size)
     std::memcpy(_block.get() + (_position + below - _blockStart), data + below, size - below);
   return size;
+}
+
+// Small patches of one place, such as the fields of a header, go to the target together.
+bool IOCacheWriter::GatherPatch(unsigned char const* data, unsigned size) {
+  auto const touches = [this, size](Run const& run) {
+    int64 const at = _position - run.start;
+    return at >= 0 && at <= static_cast<int64>(run.bytes.size()) && at + size <= _blockSize;
+  };
+  if (_patches.empty() || !touches(_patches.back())) {
+    constexpr std::size_t kPlaces = 16;
+    if (_patches.size() >= kPlaces && !StorePatches()) return false;
+    _patches.push_back({_position, {}});
+  }
+  Run& run = _patches.back();
+  auto const at = static_cast<std::size_t>(_position - run.start);
+  if (run.bytes.size() < at + size) run.bytes.resize(at + size);
+  std::memcpy(run.bytes.data() + at, data, size);
+  return true;
+}
+
+// In the order in which they were made; what fails stays, with those behind it.
+bool IOCacheWriter::StorePatches() {
+  auto run = _patches.begin();
+  for (; run != _patches.end(); ++run) {
+    auto const size = static_cast<unsigned>(run->bytes.size());
+    if (Store(run->start, run->bytes.data(), size) < size) break;
+  }
+  _patches.erase(_patches.begin(), run);
+  return _patches.empty();
 }
 
 bool IOCacheWriter::FillGap() {
@@ -103,13 +131,19 @@ bool IOCacheWriter::StoreBlock() {
   return _fill == 0;
 }
 
-bool IOCacheWriter::Flush() { return !_failed && StoreBlock(); }
+bool IOCacheWriter::Flush() {
+  bool const stored = !_failed && StoreBlock();
+  return StorePatches() && stored;
+}
 
 bool IOCacheWriter::Truncate(int64 size) {
   if (size < 0 || size > Size()) return false;
   _failed = false;
   _fill = static_cast<unsigned>(std::max<int64>(size - _blockStart, 0));
-  if (!StoreBlock()) return false;
+  for (Run& run : _patches)
+    run.bytes.resize(static_cast<std::size_t>(
+        std::clamp<int64>(size - run.start, 0, static_cast<int64>(run.bytes.size()))));
+  if (!StoreBlock() || !StorePatches()) return false;
   // A target that cannot be cut keeps a tail that nothing refers to.
   _target->Truncate(size);
   _targetPosition = -1;

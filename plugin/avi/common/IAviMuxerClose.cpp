@@ -14,8 +14,7 @@ bool IAviMuxer::Close(IO& io) {
   updateStream();
   RestoreOrder();
   io.Seek(0, IO::kEnd);
-  io.Flush();
-  if (io.GoodEnd() < io.Size()) CutLost(io);
+  if (!io.Flush()) CutLost(io);
   updateBox();
   if (!WriteIdx1(io) && !_idx1First) RetryIdx1(io);
   _fileSize = static_cast<unsigned>(io.Tell());
@@ -24,6 +23,7 @@ bool IAviMuxer::Close(IO& io) {
   fillInfo(io);
   fillHdrl(io);
   fillRiff(io);
+  if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
   _root->Reset();
   Abandon();
   return true;
@@ -69,8 +69,7 @@ bool IAviMuxer::updateBox() {
 bool IAviMuxer::WriteIdx1(IO& io) {
   if (_idx1First) _idx1->fill(io);
   fillIdx1(io);
-  io.Flush();
-  return io.GoodEnd() >= io.Size();
+  return io.Flush();
 }
 
 bool IAviMuxer::fillIdx1(IO& io) {

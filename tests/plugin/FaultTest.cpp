@@ -1,0 +1,114 @@
+// Recording onto devices that fail.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "support/FaultIO.h"
+#include "support/Playing.h"
+
+namespace kestro::test {
+namespace {
+
+constexpr int kPackets = 160;  // of 20 KB: six blocks of the writer
+
+std::string Payload(int i) {
+  return "packet " + std::to_string(i) + std::string(20000, static_cast<char>('a' + i % 26));
+}
+
+// What became of a recording on a device.
+struct Outcome {
+  int taken = 0;      // packets that were not refused
+  int delivered = 0;  // of these, those the file gives back, from the first on
+  int errors = 0;     // messages of it
+  bool check = true;
+  bool opens = false;
+};
+
+Outcome RecordOn(FaultIO& device, MemoryIO const& memory) {
+  Outcome outcome;
+  base::ConsoleCapture console;
+  {
+    Recording r(&device);
+    r.Track(VideoMedia());
+    r.Open();
+    while (outcome.taken < kPackets && r.Push(0, KeyFrame(Payload(outcome.taken)), true))
+      ++outcome.taken;
+    r.Close();
+    r.Close();
+    outcome.check = r.muxer->Check();
+    outcome.errors = static_cast<int>(
+        std::count_if(r.messages.begin(), r.messages.end(),
+                      [](auto const& message) { return message.rfind("error", 0) == 0; }));
+  }
+  MemoryIO file(Text(memory));
+  Playing p(&file);
+  outcome.opens = p.Open();
+  for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot()) {
+    std::string const slice = kStart + "\x65" + Payload(outcome.delivered);
+    EXPECT_EQ(slice, got.data.substr(got.data.size() - slice.size())) << "a wrong packet";
+    ++outcome.delivered;
+  }
+  EXPECT_EQ(0, p.failures) << "an entry without its chunk";
+  if (outcome.delivered > 0) {
+    EXPECT_EQ(outcome.delivered, static_cast<int>(file.bytes[0x30])) << "frames in the header";
+  }
+  return outcome;
+}
+
+// Every write of a recording fails in turn, for a moment or for good, with nothing or a part of it
+// done. Every failure is told; a moment's failure costs no packet that was taken.
+TEST(Faults, EveryWriteIsReportedAndLosesNothingBefore) {
+  int injected = 0, reported = 0;
+  for (bool forever : {false, true})
+    for (unsigned keep : {0u, 777u, base::IO::kFailed})
+      for (int nth = 1;; ++nth) {
+        SCOPED_TRACE(testing::Message() << "write " << nth << " keeps " << keep << " " << forever);
+        MemoryIO memory;
+        FaultIO device(memory);
+        device.Fail({FaultIO::kWrite, nth, forever, keep});
+        Outcome const outcome = RecordOn(device, memory);
+        if (device.Failures() == 0) break;
+        injected += device.Failures();
+        reported += outcome.errors;
+        EXPECT_FALSE(outcome.check);
+        if (forever) continue;
+        EXPECT_TRUE(outcome.opens);
+        // The packet that met the failure may be in the file too: it was not lost then.
+        EXPECT_GE(outcome.delivered, outcome.taken);
+        EXPECT_LE(outcome.delivered, outcome.taken + 1);
+      }
+  std::printf("fault points: %d injected, %d reported\n", injected, reported);
+  EXPECT_EQ(injected, reported);
+}
+
+// A disk that is full after so many bytes: the file ends with a whole chunk and has its index, for
+// which the last chunks make room.
+TEST(Faults, FullDiskEndsWithAWholeFile) {
+  std::string const stored = StoredKeyFrame(Payload(100));
+  int64 const chunk = 8 + static_cast<int64>(stored.size() + stored.size() % 2);
+  for (int64 capacity = 700; capacity < 160 * chunk;
+       capacity += capacity < 100000 ? 9973 : 201011) {
+    SCOPED_TRACE(capacity);
+    MemoryIO memory;
+    FaultIO device(memory);
+    device.Capacity(capacity);
+    Outcome const outcome = RecordOn(device, memory);
+    EXPECT_TRUE(outcome.opens);
+    EXPECT_FALSE(outcome.check);
+    EXPECT_EQ(device.Failures(), outcome.errors);
+    EXPECT_LE(memory.Size(), capacity);
+    // As many as fit with their index entries, or one less for the odd bytes between.
+    int64 const fit = (capacity - 224 - 8) / (chunk + 16);
+    EXPECT_LE(std::abs(fit - outcome.delivered), 1);
+  }
+}
+
+TEST(Faults, DeviceWithoutRoomForTheHead) {
+  MemoryIO memory;
+  FaultIO device(memory);
+  device.Capacity(10);
+  EXPECT_FALSE(RecordOn(device, memory).check);
+}
+
+}  // namespace
+}  // namespace kestro::test

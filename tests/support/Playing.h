@@ -1,0 +1,74 @@
+// A demuxer element, asked for one packet after another.
+#pragma once
+
+#include <algorithm>
+#include <ostream>
+
+#include "stream/IDemuxer.h"
+#include "support/Recording.h"
+
+namespace kestro::test {
+
+using PlayMode = stream::IDemuxer::PlayMode;
+
+// A packet as tests speak of it.
+struct Got {
+  int track;
+  int64 pts;  // ms
+  bool key, end;
+  std::string data;
+
+  bool operator==(Got const& o) const {
+    return track == o.track && pts == o.pts && key == o.key && end == o.end && data == o.data;
+  }
+};
+inline void PrintTo(Got const& got, std::ostream* os) {
+  *os << "track " << got.track << " at " << got.pts << " ms" << (got.key ? " key" : "")
+      << (got.end ? " end" : "") << ", " << got.data.size() << " bytes";
+}
+
+// A demuxer over a stream in memory, asked packet by packet.
+class Playing {
+ public:
+  explicit Playing(base::IO* io, unsigned video = 0) {
+    RegisterClasses();
+    base::AttrSet attrs;
+    attrs.Add("Register", "avi-demuxer");
+    demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+    demuxer->Set("io", io);
+    demuxer->Set("plyVidCtrl", video);
+    for (char const* codecs : {"h264,hevc", "pcm", "pcm"})
+      outputs.push_back(demuxer->AddOutput(codecs));
+  }
+  bool Open() { return demuxer->StatusChange(IStatus::kOpen); }
+
+  base::Ref<Packet> Next() {
+    auto* packet = demuxer->GeneratePacket(nullptr);
+    if (packet == Packet::ReadFailure()) {
+      ++failures;
+      packet = nullptr;
+    }
+    return base::Ref<Packet>::Take(packet);
+  }
+  Got NextGot() {
+    auto const packet = Next();
+    if (!packet) return {-1, 0, false, false, ""};
+    int track = 0;
+    for (std::size_t i = 0; i < outputs.size(); ++i)
+      if (outputs[i]->Media() == packet->Media()) track = static_cast<int>(i);
+    return {track, packet->Pts() / 1000000, packet->IsKey(),
+            (packet->Flags() & Packet::kEndOfStream) != 0,
+            std::string(packet->Data(), packet->Data() + packet->Size())};
+  }
+  std::vector<int64> Times() {
+    std::vector<int64> all;
+    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(got.pts);
+    return all;
+  }
+
+  std::unique_ptr<stream::IDemuxer> demuxer;
+  std::vector<IPort*> outputs;
+  int failures = 0;
+};
+
+}  // namespace kestro::test
