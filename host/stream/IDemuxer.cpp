@@ -11,7 +11,7 @@ bool IDemuxer::Start() {
 }
 
 bool IDemuxer::Close() {
-  ThreadStop();
+  IElementWithThread::Stop();
   for (auto const& port : _ports)
     if (!port->IsInput()) port->Offer(nullptr);
   bool const closed = IIO::Close();

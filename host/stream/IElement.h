@@ -39,6 +39,9 @@ class KESTRO_API IElement : public base::Object, public IStatus {
 
   // Asked before an input takes a media whose codec matches; null withdraws.
   virtual bool AcceptMedia(IPort&, IMedia*) { return true; }
+  // What a packet pushed into an input meets, and whether a first one may come: see ISink.
+  virtual bool Deliver(Packet&, IPort&) { return false; }
+  virtual bool Ready() const { return true; }
 
  protected:
   IPort* AddPort(bool input, char const* codecs);

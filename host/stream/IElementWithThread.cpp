@@ -11,7 +11,7 @@ constexpr auto kPoll = std::chrono::milliseconds(20);
 
 IElementWithThread::~IElementWithThread() = default;
 
-bool IElementWithThread::ThreadStart() {
+bool IElementWithThread::Start() {
   if (_thread.joinable()) return false;
   std::lock_guard lock(_mutex);
   _stop = _pause = _parked = _wake = false;
@@ -19,7 +19,7 @@ bool IElementWithThread::ThreadStart() {
   return true;
 }
 
-bool IElementWithThread::ThreadStop() {
+bool IElementWithThread::Stop() {
   if (!_thread.joinable()) return true;
   {
     std::lock_guard lock(_mutex);
@@ -30,7 +30,11 @@ bool IElementWithThread::ThreadStop() {
   return true;
 }
 
-bool IElementWithThread::ThreadPause(bool pause) {
+bool IElementWithThread::Pause() { return Park(true); }
+
+bool IElementWithThread::Resume() { return Park(false); }
+
+bool IElementWithThread::Park(bool pause) {
   std::unique_lock lock(_mutex);
   if (!_thread.joinable()) return false;
   _pause = pause;

@@ -9,7 +9,7 @@
 
 namespace kestro::stream {
 
-// Calls Loop again and again on its own thread, between ThreadStart and ThreadStop. The class that
+// Calls Loop again and again on its own thread, between Start and Stop. The class that
 // defines Loop stops the thread in its destructor. The operations are for one control thread and
 // wait for the turn under way; they must not be called from inside Loop.
 class KESTRO_API IElementWithThread {
@@ -17,9 +17,10 @@ class KESTRO_API IElementWithThread {
   virtual ~IElementWithThread();
 
  protected:
-  bool ThreadStart();  // false when it runs already
-  bool ThreadStop();   // without a thread it does nothing
-  bool ThreadPause(bool pause);
+  bool Start();  // false when it runs already
+  bool Stop();   // without a thread it does nothing
+  bool Pause();
+  bool Resume();
   void Wake();  // ends a wait for work, from any thread
 
   // One turn. False: nothing to do until Wake, or for a few milliseconds.
@@ -27,6 +28,7 @@ class KESTRO_API IElementWithThread {
 
  private:
   void Run();
+  bool Park(bool pause);
 
   std::mutex _mutex;
   std::condition_variable _changed;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "stream/ISink.h"
+#include "stream/IElement.h"
 
 namespace kestro::stream {
 
@@ -98,8 +98,8 @@ bool IPort::Linked() const {
 
 bool IPort::Push(Packet& packet) {
   if (_input) {
-    auto* sink = dynamic_cast<ISink*>(&_owner);
-    return sink != nullptr && sink->Deliver(packet, *this);
+    packet.Prefetch();
+    return _owner.Deliver(packet, *this);
   }
   std::lock_guard lock(_mutex);
   bool taken = !_peers.empty();
@@ -117,10 +117,8 @@ bool IPort::Push(Packet& packet) {
 
 bool IPort::Ready() const {
   std::lock_guard lock(_mutex);
-  return std::all_of(_peers.begin(), _peers.end(), [](IPort* peer) {
-    auto* sink = dynamic_cast<ISink*>(&peer->_owner);
-    return sink == nullptr || sink->Ready();
-  });
+  return std::all_of(_peers.begin(), _peers.end(),
+                     [](IPort* peer) { return peer->_owner.Ready(); });
 }
 
 }  // namespace kestro::stream

@@ -10,8 +10,9 @@ bool ISink::Ready() const {
 }
 
 bool ISink::Deliver(Packet& packet, IPort& port) {
+  // Only a thread's own id means something to it: no order is needed.
   auto const self = std::this_thread::get_id();
-  if (_delivering == self) {
+  if (_delivering.load(std::memory_order_relaxed) == self) {
     KESTRO_ERROR("_delivering == self,a packet from inside ReceivePacket");
     return false;
   }
@@ -20,9 +21,9 @@ bool ISink::Deliver(Packet& packet, IPort& port) {
     KESTRO_ERROR(_detached ? "_detached,the sink is closed" : "!Ready(),an input has no media yet");
     return false;
   }
-  _delivering = self;
+  _delivering.store(self, std::memory_order_relaxed);
   bool const taken = ReceivePacket(packet, &port);
-  _delivering = std::thread::id();
+  _delivering.store(std::thread::id(), std::memory_order_relaxed);
   return taken;
 }
 

@@ -23,9 +23,9 @@ class KESTRO_API ISink : public IElement {
 
   // The host's road: waits its turn, then calls ReceivePacket. Refused, with an error line, before
   // every linked input has its media and after the sink was closed.
-  bool Deliver(Packet& packet, IPort& port);
+  bool Deliver(Packet& packet, IPort& port) final;
   // Whether every linked input has its media.
-  virtual bool Ready() const;
+  bool Ready() const override;
 
   // False while the element is in its error state.
   bool Check() const { return !_failed; }

@@ -4,19 +4,19 @@
 
 namespace kestro::stream {
 
-ISource::~ISource() { ThreadStop(); }
+ISource::~ISource() { IElementWithThread::Stop(); }
 
 bool ISource::Start() {
   if (CurrentStatus() >= kRunning) return false;
   _ready = false;
-  return ThreadStart() && IStatus::Start();
+  return IElementWithThread::Start() && IStatus::Start();
 }
 
-bool ISource::Pause() { return ThreadPause(true) && IStatus::Pause(); }
+bool ISource::Pause() { return IElementWithThread::Pause() && IStatus::Pause(); }
 
-bool ISource::Resume() { return ThreadPause(false) && IStatus::Resume(); }
+bool ISource::Resume() { return IElementWithThread::Resume() && IStatus::Resume(); }
 
-bool ISource::Stop() { return ThreadStop() && IStatus::Stop(); }
+bool ISource::Stop() { return IElementWithThread::Stop() && IStatus::Stop(); }
 
 bool ISource::Loop() {
   if (_ended) return false;

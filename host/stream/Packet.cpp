@@ -64,6 +64,13 @@ Packet* Packet::Share() {
   return other;
 }
 
+void Packet::Prefetch() const {
+  constexpr int kLine = 64, kPage = 4096;
+  unsigned char const* const data = Data();
+  for (int at = 0; at < std::min(_size, 1024); at += kLine) __builtin_prefetch(data + at);
+  for (int at = kPage; at < std::min(_size, 8 * kPage); at += kPage) __builtin_prefetch(data + at);
+}
+
 void Packet::Size(int size) { _size = std::clamp(size, 0, _capacity - _offset); }
 
 void Packet::Offset(int offset) {

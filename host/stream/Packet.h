@@ -43,6 +43,10 @@ class KESTRO_API Packet final : public base::Reference {
   // A second packet over the same payload, with fields of its own, copied from this one.
   Packet* Share();
 
+  // Asks for the memory that whoever takes the packet looks at first: its beginning, and a line of
+  // each of the next pages. A payload is cold when it comes from a device.
+  void Prefetch() const;
+
   // Whether nobody else can see the payload.
   bool Exclusive() const { return _owner == nullptr && Count() == 1; }
 

@@ -42,6 +42,7 @@ bool AviMuxer::ReceivePacket(Packet& packet, void*) {
     return false;
   }
   if (WriteFails(packet)) return false;
+  if (_notify == nullptr) return IAviMuxer::Process(*_blkio, packet) && CheckIO();
   base::IOCallBack wrapper(*_blkio, _notifyId, _notify);
   return IAviMuxer::Process(wrapper, packet) && CheckIO();
 }

@@ -20,8 +20,6 @@ void Call(RegisterFunction fn, char const* name) {
 }  // namespace
 
 char const* __MODULE_string = "pluginavi@version:1.0.1.*.6872";
-RegisterFunction __cb_register_VFIAviMuxer = nullptr;
-RegisterFunction __cb_register_CusAviDemuxer = nullptr;
 void* __cb_register_PluginAvi = kestro::base::ReflectAdd(RegisterPluginAvi, 0, "PluginAvi");
 
 void RegisterPluginAvi(char const*) {

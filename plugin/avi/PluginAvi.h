@@ -8,9 +8,6 @@ using RegisterFunction = void (*)(char const* name);
 
 PLUGIN_AVI_EXPORT char const* __MODULE_string;
 PLUGIN_AVI_EXPORT void* __cb_register_PluginAvi;
-// Set at load time by the units of the optional classes, null in a build without them.
-PLUGIN_AVI_EXPORT RegisterFunction __cb_register_VFIAviMuxer;
-PLUGIN_AVI_EXPORT RegisterFunction __cb_register_CusAviDemuxer;
 
 // Registers every class of the module; the argument is ignored.
 PLUGIN_AVI_EXPORT void RegisterPluginAvi(char const* name);
@@ -34,3 +31,9 @@ PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterCusAviDemuxer(RegisterFunction f
 PLUGIN_AVI_EXPORT void RegisterOptPluginAvi(char const* name);
 PLUGIN_AVI_EXPORT void RegisterOptVFIAviMuxer(char const* name);
 PLUGIN_AVI_EXPORT void RegisterOptCusAviDemuxer(char const* name);
+
+// In builds with the optional classes, set at load time to what their slots hold.
+PLUGIN_AVI_EXPORT RegisterFunction __cb_register_VFIAviMuxer;
+PLUGIN_AVI_EXPORT RegisterFunction __cb_register_CusAviDemuxer;
+PLUGIN_AVI_EXPORT void RegisterVFIAviMuxer(char const* name);
+PLUGIN_AVI_EXPORT void RegisterCusAviDemuxer(char const* name);

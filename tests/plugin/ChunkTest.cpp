@@ -30,6 +30,8 @@ struct Leaf {
   int payload;
 };
 
+void PrintTo(Leaf const& leaf, std::ostream* os) { *os << leaf.code; }
+
 class FixedChunks : public testing::TestWithParam<Leaf> {};
 
 // Read from known bytes and written again, every field stands where it stood; a short chunk leaves

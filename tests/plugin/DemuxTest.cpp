@@ -328,7 +328,7 @@ TEST(Demux, UnusableFilesAreRefusedOrSilent) {
     EXPECT_EQ(-1, silent.NextGot().track);
   }
   base::AttrSet attrs;
-  attrs.Add("Register", "avi-demuxer");
+  attrs.Add("Register", "AviDemuxer-avi-demuxer");
   std::unique_ptr<stream::IDemuxer> missing(base::IClass::New<stream::IDemuxer>(attrs));
   missing->Set("path", "/no/such/file.avi");
   EXPECT_FALSE(missing->StatusChange(IStatus::kOpen));

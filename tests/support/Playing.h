@@ -33,7 +33,7 @@ class Playing {
   explicit Playing(base::IO* io, unsigned video = 0) {
     RegisterClasses();
     base::AttrSet attrs;
-    attrs.Add("Register", "avi-demuxer");
+    attrs.Add("Register", "AviDemuxer-avi-demuxer");
     demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
     demuxer->Set("io", io);
     demuxer->Set("plyVidCtrl", video);

@@ -68,7 +68,7 @@ inline std::string StoredFrame(std::string const& payload) { return Frame(payloa
 
 class Recording {
  public:
-  explicit Recording(base::IO* to, char const* alias = "avi-muxer") {
+  explicit Recording(base::IO* to, char const* alias = "AviMuxer-avi-muxer") {
     RegisterClasses();
     base::AttrSet attrs;
     attrs.Add("Register", alias);

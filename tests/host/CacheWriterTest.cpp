@@ -1,0 +1,227 @@
+// The caching writer against a plain model, and on media that fail.
+#include "base/IOCacheWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "base/IClass.h"
+#include "support/FaultIO.h"
+
+namespace kestro::base {
+namespace {
+
+using test::FaultIO;
+using test::MemoryIO;
+using test::Text;
+
+// A writer made as the muxers make it, over a faulty target, with a model of what it should hold.
+struct Rig {
+  explicit Rig(int blockSize) {
+    AttrSet attrs;
+    attrs.Add("Register", "io-cache-writer");
+    writer.reset(IClass::New<IO>(attrs, static_cast<IO*>(&target), blockSize, 3));
+    EXPECT_TRUE(writer->SetWithType<FuncIO>("func_error", [this](IO* io) {
+      EXPECT_EQ(io, writer != nullptr ? writer.get() : io);
+      EXPECT_EQ(io->Error(), target.Error());
+      return ++reports > 0;
+    }));
+  }
+
+  // Writes at a position, here and in the model as far as it was taken.
+  unsigned Put(int64 at, std::string const& data) {
+    EXPECT_TRUE(writer->Seek(at, IO::kBegin));
+    unsigned const done = writer->Write(data.data(), static_cast<unsigned>(data.size()));
+    EXPECT_EQ(writer->Tell(), at + done);
+    model.Seek(at, IO::kBegin);
+    if (done > 0) model.Write(data.data(), done);
+    return done;
+  }
+  unsigned Append(std::string const& data) { return Put(writer->Size(), data); }
+  void Close() { writer.reset(); }
+
+  FaultIO target;
+  MemoryIO model;
+  int reports = 0;
+  std::unique_ptr<IO> writer;
+};
+
+TEST(IOCacheWriter, HoldsWhatWasWritten) {
+  for (int blockSize : {1, 13, 64, 100000}) {
+    SCOPED_TRACE(blockSize);
+    Rig rig(blockSize);
+    std::minstd_rand random(blockSize);
+    auto const text = [&](unsigned limit) {
+      return std::string(random() % limit, static_cast<char>('a' + random() % 26));
+    };
+    for (int i = 0; i < 1500; ++i) {
+      auto const size = static_cast<unsigned>(rig.model.Size() + 1);
+      std::string const data = text(random() % 10 == 0 ? 300 : 30);
+      switch (random() % 12) {
+        case 0:
+          ASSERT_TRUE(rig.writer->Flush());
+          ASSERT_TRUE(rig.target.Bytes() == Text(rig.model));
+          break;
+        case 1: {
+          int64 const cut = random() % size, at = rig.writer->Tell();
+          ASSERT_TRUE(rig.writer->Truncate(cut));
+          ASSERT_EQ(rig.writer->Tell(), at) << "the position stays";
+          rig.model.Truncate(cut);
+          break;
+        }
+        case 2: {
+          std::string got(40, '-'), expected(40, '-');
+          rig.model.Seek(random() % size, IO::kBegin);
+          ASSERT_TRUE(rig.writer->Seek(rig.model.Tell(), IO::kBegin));
+          ASSERT_EQ(rig.writer->Read(got.data(), 40), rig.model.Read(expected.data(), 40));
+          ASSERT_TRUE(got == expected);
+          break;
+        }
+        case 3:
+          ASSERT_EQ(rig.Put(rig.model.Size() + random() % 200, data + '.'), data.size() + 1);
+          break;
+        case 4:
+        case 5:
+        case 6:
+          ASSERT_EQ(rig.Put(random() % size, data), data.size());
+          break;
+        default:
+          ASSERT_EQ(rig.Append(data), data.size());
+      }
+      ASSERT_EQ(rig.writer->Size(), rig.model.Size());
+      ASSERT_EQ(rig.writer->GoodEnd(), rig.model.Size());
+    }
+    EXPECT_FALSE(rig.writer->Truncate(rig.writer->Size() + 1));
+    EXPECT_FALSE(rig.writer->Seek(-1, IO::kBegin));
+    rig.Close();
+    EXPECT_TRUE(rig.target.Bytes() == Text(rig.model));
+    EXPECT_EQ(rig.reports, 0);
+  }
+}
+
+TEST(IOCacheWriter, WritesLargeAlignedBlocks) {
+  Rig rig(64);
+  for (int i = 0; i < 100; ++i) {
+    rig.Append("seven b");
+    if (i == 50) rig.writer->Flush();
+  }
+  rig.Append(std::string(1000, 'x'));
+  rig.Close();
+  EXPECT_TRUE(rig.target.Bytes() == Text(rig.model));
+  int odd = 0;  // the one before and the one after the flush, and the last
+  for (auto const& call : rig.target.Calls()) odd += call.at % 64 != 0 || call.size != 64;
+  EXPECT_LE(odd, 3);
+  EXPECT_EQ(rig.target.Count(FaultIO::kFlush), 0) << "no further than the target";
+}
+
+TEST(IOCacheWriter, GathersThePatchesOfAPlace) {
+  Rig rig(64);
+  rig.Append(std::string(640, 'x'));
+  int const before = rig.target.Count(FaultIO::kWrite);
+  for (int field = 0; field < 10; ++field) rig.Put(100 + 4 * field, "word");
+  rig.Put(110, "again");
+  EXPECT_TRUE(rig.writer->Flush());
+  EXPECT_EQ(rig.target.Count(FaultIO::kWrite), before + 1);
+  EXPECT_TRUE(rig.target.Bytes() == Text(rig.model));
+}
+
+TEST(IOCacheWriter, GoesOnBehindWhatTheTargetHolds) {
+  MemoryIO target("header");
+  target.Seek(2, IO::kBegin);
+  {
+    IOCacheWriter writer(&target, 4, 1);
+    EXPECT_EQ(writer.Tell(), 2);
+    EXPECT_EQ(writer.Size(), 6);
+    writer.Write("AD", 2);
+    writer.Seek(0, IO::kEnd);
+    writer.Write("+data", 5);
+  }
+  EXPECT_EQ(Text(target), "heADer+data");
+}
+
+// What a muxer does: data, a patch in the target and one in memory, data, a flush, and more.
+void Record(Rig& rig) {
+  for (int i = 0; i < 30; ++i) rig.Append("piece " + std::to_string(i) + ";");
+  rig.Put(3, "PATCH");
+  rig.Put(rig.writer->Size() - 4, "MEMO");
+  rig.Put(rig.writer->Size() + 20, "behind a gap");
+  rig.writer->Flush();
+  for (int i = 0; i < 9; ++i) rig.Append("tail " + std::to_string(i) + ";");
+  rig.Put(0, "HEAD");
+  rig.Append("last");
+}
+
+TEST(IOCacheWriter, EveryFailedWriteIsReportedAndTheRestStaysGood) {
+  for (bool forever : {false, true})
+    for (unsigned keep : {0u, 1u, 20u, IO::kFailed}) {
+      for (int n = 1;; ++n) {
+        SCOPED_TRACE(testing::Message()
+                     << (forever ? "for ever from " : "once at ") << n << ", keeps " << int(keep));
+        Rig rig(64);
+        rig.target.Fail({FaultIO::kWrite, n, forever, keep, ENOSPC});
+        Record(rig);
+        bool const met = rig.target.Failures() > 0;
+        ASSERT_EQ(rig.reports, rig.target.Failures());
+        int64 const good = rig.writer->GoodEnd();
+        ASSERT_LE(good, rig.writer->Size());
+        if (!met) {  // met by the destructor, or not at all
+          rig.Close();
+          ASSERT_EQ(rig.reports, rig.target.Failures());
+          if (rig.reports == 0) break;
+          continue;
+        }
+        EXPECT_EQ(rig.writer->Error(), ENOSPC);
+        EXPECT_EQ(rig.Append("more than a block of data, which a writer that has failed refuses "
+                             "to take, whatever its size"),
+                  0u);
+        EXPECT_FALSE(rig.writer->Flush());
+        ASSERT_EQ(rig.reports, rig.target.Failures());
+
+        // The medium is back: patches work at once, appending after Truncate.
+        rig.target.Heal();
+        EXPECT_FALSE(rig.writer->Flush());
+        ASSERT_EQ(rig.target.Bytes().compare(0, good, Text(rig.model), 0, good), 0);
+        if (good >= 4) {
+          EXPECT_EQ(rig.Put(good - 4, "good"), 4u);
+        }
+        int64 const from = n % 2 ? good : rig.writer->Size();
+        ASSERT_TRUE(rig.writer->Truncate(from));
+        rig.model.Truncate(from);
+        EXPECT_EQ(rig.writer->GoodEnd(), from);
+        EXPECT_EQ(rig.Append(std::string(100, 'z')), 100u);
+        EXPECT_TRUE(rig.writer->Flush());
+        EXPECT_TRUE(rig.target.Bytes() == Text(rig.model));
+        rig.Close();
+        EXPECT_EQ(rig.reports, rig.target.Failures());
+      }
+    }
+}
+
+TEST(IOCacheWriter, FullDiskStillTakesPatches) {
+  Rig rig(64);
+  rig.target.Capacity(1000);
+  while (rig.Append("0123456789") == 10 && rig.reports == 0) ASSERT_LT(rig.writer->Size(), 2000);
+  EXPECT_EQ(rig.reports, 1);
+  EXPECT_EQ(rig.writer->Error(), ENOSPC);
+  EXPECT_EQ(rig.writer->GoodEnd(), 1000);
+  EXPECT_EQ(rig.Put(4, "size"), 4u);
+  EXPECT_EQ(rig.Append("x"), 0u);
+  EXPECT_TRUE(rig.writer->Truncate(900)) << "room for an index";
+  rig.model.Truncate(900);
+  EXPECT_EQ(rig.Append("index"), 5u);
+  rig.Close();
+  EXPECT_TRUE(rig.target.Bytes() == Text(rig.model));
+  EXPECT_EQ(rig.reports, 1);
+}
+
+TEST(IOCacheWriter, DestructionReportsWhatItCouldNotStore) {
+  Rig rig(64);
+  rig.Append("never stored");
+  rig.target.Fail({FaultIO::kWrite, 1, true});
+  rig.Close();
+  EXPECT_EQ(rig.reports, 1);
+  EXPECT_EQ(rig.target.Bytes(), "");
+}
+
+}  // namespace
+}  // namespace kestro::base

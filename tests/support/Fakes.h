@@ -1,0 +1,128 @@
+// Pipeline elements for tests: a sink that keeps what it gets, a source that plays a script, and a
+// collector of messages. All may be looked at while threads run.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "stream/ISink.h"
+#include "stream/ISource.h"
+
+namespace kestro::test {
+
+using MediaRef = base::Ref<stream::IMedia>;
+using PacketRef = base::Ref<stream::Packet>;
+
+inline MediaRef NewMedia(char const* codec) { return MediaRef::Take(stream::IMedia::New(codec)); }
+
+inline stream::Packet* NewPacket(std::string const& data, stream::IMedia* media,
+                                 unsigned flags = 0) {
+  auto* packet = stream::Packet::New(static_cast<int>(data.size()), data.data());
+  packet->Media(media);
+  packet->Flags(flags);
+  return packet;
+}
+
+// Waits for something that another thread brings about; false when it never comes.
+template <class Condition>
+bool Eventually(Condition condition) {
+  auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+// A list of lines that several threads append to.
+class Lines {
+ public:
+  void Add(std::string line) {
+    std::lock_guard lock(_mutex);
+    _lines.push_back(std::move(line));
+  }
+  std::vector<std::string> All() const {
+    std::lock_guard lock(_mutex);
+    return _lines;
+  }
+  std::size_t Count() const {
+    std::lock_guard lock(_mutex);
+    return _lines.size();
+  }
+  bool Reach(std::size_t count) const {
+    return Eventually([&] { return Count() >= count; });
+  }
+
+ private:
+  mutable std::mutex _mutex;
+  std::vector<std::string> _lines;
+};
+
+// Collects an element's messages as "type" or "type: text".
+class Messages : public Lines {
+ public:
+  explicit Messages(stream::IElement& element) {
+    element.OnMessage([this](stream::IElement&, char const* type, char const* text) {
+      Add(text != nullptr ? std::string(type) + ": " + text : type);
+      return true;
+    });
+  }
+};
+
+// Keeps the data of every packet as text; `hook`, if set, decides what the packet's answer is.
+class CaptureSink : public stream::ISink {
+ public:
+  explicit CaptureSink(std::function<bool(stream::Packet&)> hook = nullptr)
+      : ISink("CaptureSink"), _hook(std::move(hook)) {}
+
+  bool ReceivePacket(stream::Packet& packet, void*) override {
+    packets.Add(
+        {reinterpret_cast<char const*>(packet.Data()), static_cast<std::size_t>(packet.Size())});
+    return _hook == nullptr || _hook(packet);
+  }
+
+  Lines packets;
+
+ private:
+  std::function<bool(stream::Packet&)> _hook;
+};
+
+// Hands out what the script holds, packets or Packet::ReadFailure(), then null.
+class ScriptSource : public stream::ISource {
+ public:
+  explicit ScriptSource(std::vector<stream::Packet*> script = {})
+      : ISource("ScriptSource"), _script(script.begin(), script.end()) {}
+  ~ScriptSource() override {
+    IElementWithThread::Stop();
+    for (auto* packet : _script)
+      if (packet != stream::Packet::ReadFailure()) packet->Release();
+  }
+
+  // Continues a stream that has ended.
+  void Add(std::vector<stream::Packet*> script) {
+    {
+      std::lock_guard lock(_mutex);
+      _script.insert(_script.end(), script.begin(), script.end());
+    }
+    ClearEnd();
+  }
+
+  stream::Packet* GeneratePacket(void*) override {
+    std::lock_guard lock(_mutex);
+    if (_script.empty()) return nullptr;
+    auto* packet = _script.front();
+    _script.pop_front();
+    return packet;
+  }
+
+ private:
+  std::mutex _mutex;
+  std::deque<stream::Packet*> _script;
+};
+
+}  // namespace kestro::test
