@@ -1,0 +1,205 @@
+// The program as people run it.
+#include <gmock/gmock.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "avi/AviFile.h"
+
+namespace kestro::tool {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::HasSubstr;
+
+std::string FileText(fs::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// One picture of 16x16 plain samples, in a stream whose parameter sets tell no frame rate.
+std::string WithoutRate() {
+  std::string const sps("\0\0\0\1\x67\x42\xC0\x0A\xDD\xE4", 10);
+  std::string const pps("\0\0\0\1\x68\xCE\x38\x80", 8);
+  std::string const slice("\0\0\0\1\x65\x88\x84\x86\x80", 9);
+  return sps + pps + slice + std::string(384, '\x80') + '\x80';
+}
+
+class CommandTest : public testing::Test {
+ protected:
+  struct Result {
+    int code;
+    std::string out, err;
+  };
+
+  void SetUp() override {
+    std::string pattern = fs::temp_directory_path() / "kestro-avi-XXXXXX";
+    _folder = mkdtemp(pattern.data());
+    fs::create_symlink(TEST_MEDIA, _folder / "media");
+  }
+  void TearDown() override { fs::remove_all(_folder); }
+
+  // Runs the tool in the test's folder.
+  Result Run(std::string const& arguments) {
+    std::string const command = "cd " + _folder.string() + " && " TEST_TOOL " " + arguments +
+                                " >stdout.txt 2>stderr.txt </dev/null";
+    int const status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(At("stdout.txt")),
+            FileText(At("stderr.txt"))};
+  }
+  fs::path At(std::string const& name) const { return _folder / name; }
+  void Write(std::string const& name, std::string const& bytes) {
+    std::ofstream(At(name), std::ios::binary) << bytes;
+  }
+
+  // The payload of a track, from its index.
+  std::string Payload(std::string const& name, int track) {
+    std::string const bytes = FileText(At(name));
+    std::string payload;
+    AviFile avi(At(name));
+    avi.ForEachEntry([&](IndexEntry const& entry) {
+      if (TrackOfCode(entry.id) == track)
+        payload += bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size);
+    });
+    return payload;
+  }
+
+  fs::path _folder;
+};
+
+TEST_F(CommandTest, InfoTellsExactlyTheDocument) {
+  ASSERT_EQ(Run("record -o a.avi --duration 1 media/clip25.h264 media/mono8k.wav").code, 0);
+  Result const info = Run("info --json a.avi");
+  EXPECT_EQ(info.code, 0);
+  json const video = {{"number", 0},        {"type", "video"},
+                      {"handler", "H264"},  {"codec", "h264"},
+                      {"width", 320},       {"height", 180},
+                      {"frame_rate", 25},   {"chunks", 25},
+                      {"key_chunks", 1},    {"bytes", Payload("a.avi", 0).size()},
+                      {"duration_ms", 1000}};
+  json const sound = {{"number", 1},    {"type", "audio"},    {"handler", "PCM"}, {"codec", "pcm"},
+                      {"rate", 8000},   {"channels", 1},      {"bits", 16},       {"chunks", 25},
+                      {"bytes", 16000}, {"duration_ms", 1000}};
+  json const expected = {{"schema", 1},
+                         {"files",
+                          {{{"file", "a.avi"},
+                            {"size", fs::file_size(At("a.avi"))},
+                            {"duration_ms", 1000},
+                            {"index", "last"},
+                            {"tracks", {video, sound}}}}}};
+  EXPECT_EQ(json::parse(info.out), expected);
+
+  Write("text.txt", "no film");
+  Result const several = Run("info a.avi missing.avi text.txt a.avi");
+  EXPECT_EQ(several.code, 4);
+  EXPECT_THAT(several.err, testing::AllOf(HasSubstr("missing.avi: "), HasSubstr("text.txt: not")));
+  fs::resize_file(At("a.avi"), 9000);
+  EXPECT_EQ(Run("info a.avi").code, 1);
+}
+
+TEST_F(CommandTest, PluginListsClassesAndNothingElseOnStandardOutput) {
+  Result const plugin = Run("plugin --json");
+  ASSERT_EQ(plugin.code, 0);
+  json const document = json::parse(plugin.out);
+  bool found = false;
+  for (json const& c : document["classes"]) {
+    if (c["alias"] != "AviMuxer-avi-muxer") continue;
+    found = true;
+    EXPECT_EQ(c["module"], "pluginavi");
+    EXPECT_EQ(c["version"], "1.0.1");
+    EXPECT_EQ(c["properties"][3]["name"], "listfile");
+    EXPECT_EQ(c["properties"][3]["type"], "int");
+    EXPECT_EQ(c["properties"][3]["default"], "-1");
+  }
+  EXPECT_TRUE(found);
+  EXPECT_EQ(Run("plugin --plugin missing.so").code, 3);
+  setenv("KESTRO_PLUGIN_PATH", "missing.so", 1);
+  EXPECT_EQ(Run("plugin").code, 3);
+  EXPECT_EQ(Run("plugin --plugin " TEST_PLUGIN).code, 0);
+  setenv("KESTRO_PLUGIN_PATH", TEST_PLUGIN, 1);
+  EXPECT_EQ(Run("plugin").code, 0);
+  unsetenv("KESTRO_PLUGIN_PATH");
+  EXPECT_EQ(Run("plugin --plugin media").code, 3);
+}
+
+// Sound begins with the key frame that was chosen, to the sample, from whatever input it comes.
+TEST_F(CommandTest, PartsStayInStep) {
+  constexpr std::size_t kSecond = std::size_t{48000} * 4;
+  std::string const sound = FileText(At("media/stereo48k.wav")).substr(44);
+  for (std::string inputs :
+       {"media/clip25.h264 media/stereo48k.wav", "media/stereo48k.wav media/clip25.h264"}) {
+    Result const result = Run("record --force -o a.avi --start 1.5 --duration 0.5 " + inputs);
+    ASSERT_EQ(result.code, 0) << result.err;
+    int const track = inputs[6] == 'c' ? 1 : 0;
+    EXPECT_EQ(Payload("a.avi", track), sound.substr(kSecond, kSecond / 2));
+    AviFile const avi(At("a.avi"));
+    EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(1 - track)].chunks, 13u);
+  }
+  ASSERT_EQ(Run("record -o s.avi --start 0.1 --duration 0.1 media/stereo48k.wav").code, 0);
+  EXPECT_EQ(Payload("s.avi", 0), sound.substr(kSecond / 10, kSecond / 10));
+}
+
+TEST_F(CommandTest, ExitCodes) {
+  Write("rateless.h264", WithoutRate());
+  Write("old.avi", "old");
+  Write("lens.bin", "12345");
+  struct {
+    char const* arguments;
+    int code;
+    char const* said;
+  } const cases[] = {
+      {"--version", 0, ""},
+      {"record --help", 0, ""},
+      {"record -o x.avi rateless.h264", 2, "--fps"},
+      {"record -o rated.avi --fps 5 rateless.h264", 0, "1 packets"},
+      {"record -o x.avi media/clip25.h264 media/clip2997.h264", 4, "one frame rate"},
+      {"record -o ntsc.avi media/clip2997.h264", 0, "--fps"},
+      {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
+      {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
+      {"record -o x.avi --start 9 media/clip25.h264", 4, "nothing was recorded"},
+      {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
+      {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
+      {"record -o x.avi --set mode=many media/clip25.h264", 2, "mode"},
+      {"record -o set.avi --set mode=1 --set listfile=2 media/clip25.h264", 0, "100 packets"},
+      {"record -o x.avi --spill-dir . media/clip25.h264", 2, "--index-spill"},
+      {"record -o x.avi --strd missing.bin media/clip25.h264", 3, "missing.bin"},
+      {"record -o x.avi --strd lens.bin media/mono8k.wav", 2, "video"},
+      {"record -o x.avi --plugin missing.so media/clip25.h264", 3, "missing.so"},
+      {"record --force -o old.avi missing.h264", 3, "missing.h264"},
+      {"record --force -o media/clip25.h264 media/clip25.h264", 2, "input"},
+      {"record --force -o media media/clip25.h264", 3, "directory"},
+  };
+  for (auto const& c : cases) {
+    Result const result = Run(c.arguments);
+    EXPECT_EQ(result.code, c.code) << c.arguments << "\n" << result.err;
+    EXPECT_THAT(result.err, HasSubstr(c.said)) << c.arguments;
+  }
+  EXPECT_FALSE(fs::exists(At("x.avi")));
+  EXPECT_EQ(FileText(At("old.avi")), "old");
+}
+
+// More packets than the index keeps in memory, and nowhere to put it: a warning, a whole file.
+TEST_F(CommandTest, RecordsOnWithoutASpillFolder) {
+  constexpr unsigned kBytes = 5000 * 640;
+  std::string wav = FileText(At("media/mono8k.wav")).substr(0, 44);
+  for (int i = 0; i < 4; ++i)
+    wav[40 + static_cast<std::size_t>(i)] = static_cast<char>(kBytes >> 8 * i);
+  Write("long.wav", wav + std::string(kBytes, 'x'));
+  ASSERT_EQ(Run("record -o a.avi long.wav").code, 0);
+  Result const lost = Run("record -o b.avi --index-spill 1 --spill-dir none long.wav");
+  EXPECT_EQ(lost.code, 1) << lost.err;
+  EXPECT_THAT(lost.err, HasSubstr("warning"));
+  fs::create_directory(At("spill"));
+  EXPECT_EQ(Run("record -o c.avi --index-spill 1 --spill-dir spill long.wav").code, 0);
+  EXPECT_TRUE(fs::is_empty(At("spill")));
+  for (char const* name : {"b.avi", "c.avi"})
+    EXPECT_EQ(FileText(At("a.avi")), FileText(At(name))) << name;
+}
+
+}  // namespace
+}  // namespace kestro::tool

@@ -1,0 +1,209 @@
+// From a container's packets to those of a recording: start codes, frame rates, sound blocks.
+#include <gmock/gmock.h>
+
+#include "Errors.h"
+#include "Text.h"
+#include "input/AnnexB.h"
+#include "input/FrameRate.h"
+#include "input/SoundBlocks.h"
+
+namespace kestro::tool {
+namespace {
+
+using base::Fraction;
+
+Bytes Hex(std::string const& text) {
+  Bytes bytes;
+  std::string digits;
+  for (char c : text)
+    if (c != ' ') digits += c;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
+struct UnitCase {
+  char const* name;
+  char const* extra;
+  char const* in;
+  bool key;
+  char const* out;
+  bool whole = true;
+};
+
+// Units: 09 delimiter, 06 SEI, 67 SPS, 68 PPS, 65 IDR slice, 41 slice.
+constexpr char kRecord[] = "01 42 00 0A FF E1 0002 67AA 01 0002 68BB";       // length prefixes of 4
+constexpr char kShortRecord[] = "01 42 00 0A FD E1 0002 67AA 01 0002 68BB";  // of 2
+constexpr char kStreamSets[] = "000001 67AA 000001 68BB";
+
+UnitCase const kUnits[] = {
+    {"four bytes stay", "", "00000001 41AA 00000001 41BB", false, "00000001 41AA 00000001 41BB"},
+    {"three bytes are widened", "", "000001 41AA 000001 41BB", false,
+     "00000001 41AA 00000001 41BB"},
+    {"only three bytes are", "", "00000001 09F0 000001 65AA 00000001 65BB", false,
+     "00000001 09F0 00000001 65AA 00000001 65BB"},
+    {"more zeros stay", "", "00000001 41AA 0000000001 41BB", false,
+     "00000001 41AA 0000000001 41BB"},
+    {"no start code", "", "41AA", false, "41AA"},
+    {"nothing", "", "", true, ""},
+    {"start code at the end", "", "41AA 000001", false, "41AA 00000001"},
+    {"four-byte lengths", kRecord, "00000002 41AA 00000001 06", false, "00000001 41AA 00000001 06"},
+    {"two-byte lengths", kShortRecord, "0002 41AA 0001 06", false, "00000001 41AA 00000001 06"},
+    {"length beyond the packet", kRecord, "00000002 41AA 000000FF 41", false, "00000001 41AA",
+     false},
+    {"length cut off", kRecord, "00000002 41AA 0000", false, "00000001 41AA", false},
+    {"key frame gets its sets", kRecord, "00000002 65AA", true,
+     "00000001 67AA 00000001 68BB 00000001 65AA"},
+    {"sets go behind the delimiter, ahead of SEI", kRecord,
+     "00000002 09F0 00000002 0601 00000002 65AA", true,
+     "00000001 09F0 00000001 67AA 00000001 68BB 00000001 0601 00000001 65AA"},
+    {"own sets suffice", kRecord, "00000002 67CC 00000002 68DD 00000002 65AA", true,
+     "00000001 67CC 00000001 68DD 00000001 65AA"},
+    {"missing PPS is added", kRecord, "00000002 67CC 00000002 65AA", true,
+     "00000001 67CC 00000001 68BB 00000001 65AA"},
+    {"other frames get none", kRecord, "00000002 41AA", false, "00000001 41AA"},
+    {"byte stream without sets", kStreamSets, "00000001 65AA", true,
+     "00000001 67AA 00000001 68BB 00000001 65AA"},
+    {"byte stream with sets", kStreamSets, "00000001 67CC 00000001 65AA", true,
+     "00000001 67CC 00000001 65AA"},
+};
+
+TEST(AnnexB, ConvertsUnits) {
+  for (UnitCase const& c : kUnits) {
+    SCOPED_TRACE(c.name);
+    AnnexB converter;
+    Bytes const extra = Hex(c.extra), in = Hex(c.in);
+    Bytes out;
+    ASSERT_TRUE(converter.Configure(extra.data(), extra.size()));
+    EXPECT_EQ(converter.Convert(in.data(), in.size(), c.key, out), c.whole);
+    EXPECT_EQ(out, Hex(c.out));
+  }
+}
+
+TEST(AnnexB, LeavesLaterKeyFramesOfAStreamWithSetsAlone) {
+  AnnexB converter;
+  Bytes const extra = Hex(kStreamSets), first = Hex("00000001 67AA 00000001 68BB 00000001 65AA"),
+              later = Hex("00000001 65AA");
+  Bytes out;
+  converter.Configure(extra.data(), extra.size());
+  converter.Convert(first.data(), first.size(), true, out);
+  converter.Convert(later.data(), later.size(), true, out);
+  EXPECT_EQ(out, later);
+}
+
+TEST(AnnexB, RefusesEveryCutRecord) {
+  Bytes const record = Hex(kRecord);
+  for (std::size_t n = 7; n < record.size(); ++n) {
+    AnnexB converter;
+    bool const sets = n == 10;  // ends behind the SPS: an empty PPS list may be left out
+    EXPECT_EQ(converter.Configure(record.data(), n), sets) << n;
+  }
+}
+
+TEST(FrameRate, IsChosen) {
+  struct {
+    Fraction option, container, stream, rate;
+    int refusal;
+  } const cases[] = {
+      {{}, {25, 1}, {}, {25, 1}, 0},           {{}, {}, {30000, 1001}, {30000, 1001}, 0},
+      {{50, 1}, {25, 1}, {24, 1}, {50, 1}, 0}, {{}, {}, {}, {}, kUsage},
+      {{1, 2}, {25, 1}, {}, {}, kUsage},       {{}, {999, 1000}, {}, {}, kUnusable},
+      {{}, {90000, 1}, {}, {}, kUnusable},     {{1, 1}, {}, {}, {1, 1}, 0},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.option.Text() + " " + c.container.Text() + " " + c.stream.Text());
+    int refusal = 0;
+    try {
+      EXPECT_EQ(ChooseRate({c.option, c.container, c.stream}, "clip"), c.rate);
+    } catch (Error const& error) {
+      refusal = error.Code();
+      EXPECT_THAT(error.what(), testing::HasSubstr("--fps"));
+    }
+    EXPECT_EQ(refusal, c.refusal);
+  }
+  for (char const* text : {"", "0", "-25", "25/0", "abc", "9999999999"})
+    EXPECT_THROW(ParseRate(text), Error) << text;
+}
+
+// Sound at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation a
+// letter is a millisecond: the n-th piece that was added, or '-' for silence; '|' ends a block.
+struct SoundCase {
+  char const* name;
+  std::vector<std::pair<int, int>> pieces;  // time and length in ms
+  std::string sound;
+  int limit_ms = -1;
+  bool exact = false;
+  unsigned jumps = 0;
+};
+
+std::string Many(int n, char c) { return std::string(static_cast<std::size_t>(n), c); }
+
+SoundCase const kSounds[] = {
+    {"blocks",
+     {{0, 50}, {50, 50}},
+     Many(40, 'a') + "|" + Many(10, 'a') + Many(30, 'b') + "|" + Many(20, 'b') + "|"},
+    {"begins a little late", {{40, 40}}, Many(40, 'a') + "|"},
+    {"begins late", {{41, 40}}, Many(40, '-') + "|-" + Many(39, 'a') + "|a|"},
+    {"begins a little early", {{-40, 40}, {0, 40}}, Many(40, 'a') + "|" + Many(40, 'b') + "|"},
+    {"begins early", {{-70, 50}, {-20, 60}}, Many(40, 'b') + "|"},
+    {"begins early by a part", {{-50, 60}}, Many(10, 'a') + "|"},
+    {"exact beginning, late", {{3, 37}}, "---" + Many(37, 'a') + "|", -1, true},
+    {"exact beginning, early", {{-3, 43}}, Many(40, 'a') + "|", -1, true},
+    {"small gap", {{0, 30}, {70, 10}}, Many(30, 'a') + Many(10, 'b') + "|"},
+    {"gap",
+     {{0, 30}, {71, 9}},
+     Many(30, 'a') + Many(10, '-') + "|" + Many(31, '-') + Many(9, 'b') + "|"},
+    {"jitter does not add up",
+     {{0, 10}, {35, 10}, {61, 10}},
+     Many(10, 'a') + Many(10, 'b') + Many(20, '-') + "|" + Many(21, '-') + Many(10, 'c') + "|"},
+    {"overlap",
+     {{0, 80}, {20, 70}},
+     Many(40, 'a') + "|" + Many(40, 'a') + "|" + Many(10, 'b') + "|"},
+    {"clock restarts", {{-40, 11040}, {0, 40}}, Many(40, 'a') + "|", 40, false, 1},
+    {"clock leaps by hours",
+     {{0, 20}, {7200000, 20}},
+     Many(20, 'a') + Many(20, 'b') + "|",
+     -1,
+     false,
+     1},
+    {"limit inside a block", {{0, 90}}, Many(40, 'a') + "|" + Many(15, 'a') + "|", 55},
+    {"limit at a block", {{0, 90}}, Many(40, 'a') + "|" + Many(40, 'a') + "|", 80},
+    {"nothing", {}, ""},
+};
+
+TEST(SoundBlocks, KeepStep) {
+  for (SoundCase const& c : kSounds) {
+    SCOPED_TRACE(c.name);
+    constexpr std::int64_t kMs = 1000000;
+    SoundBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs, c.exact);
+    std::int16_t letter = 'a';
+    for (auto const& [time, length] : c.pieces)
+      blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));
+    blocks.End();
+    std::string sound;
+    std::int64_t samples = 0;
+    while (blocks.Ready()) {
+      EXPECT_EQ(blocks.NextTime_ns(), samples * kMs);
+      Samples const block = blocks.Take();
+      samples += static_cast<std::int64_t>(block.size()) / 2;
+      for (std::size_t i = 0; i < block.size(); i += 2)
+        sound += block[i] == 0 ? '-' : static_cast<char>(block[i]);
+      sound += '|';
+    }
+    EXPECT_EQ(sound, c.sound);
+    EXPECT_EQ(blocks.Jumps(), c.jumps);
+  }
+}
+
+TEST(Times, AreRead) {
+  std::pair<char const*, double> const good[] = {
+      {"90", 90}, {"1.5", 1.5}, {".5", 0.5}, {"1:30", 90}, {"1:02:03.25", 3723.25}};
+  for (auto const& [text, seconds] : good)
+    EXPECT_EQ(ParseTime_ns("--start", text), std::llround(seconds * 1e9)) << text;
+  for (char const* text :
+       {"", ":", "1:", "1:2:3:4", "-1", "1e9", "1.2.3", ".", "1.5:0", "99999999999"})
+    EXPECT_THROW(ParseTime_ns("--start", text), Error) << text;
+}
+
+}  // namespace
+}  // namespace kestro::tool

@@ -1,0 +1,159 @@
+#include "InfoVerb.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "Console.h"
+#include "Errors.h"
+#include "Text.h"
+#include "avi/AviFile.h"
+
+namespace kestro::tool {
+
+using Json = nlohmann::ordered_json;
+
+void InfoVerb::AddTo(CLI::App& app) {
+  app.add_option("FILE", _files, "AVI files")->required()->type_name("");
+  app.add_flag("--json", _json, "Write JSON");
+  app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi info out.avi\n"
+      "  kestro-avi info --tree out.avi\n"
+      "  kestro-avi info --json *.avi | jq '.files[] | {file, duration_ms}'");
+}
+
+static char const* PlaceText(AviFile::Index place) {
+  switch (place) {
+    case AviFile::Index::kFirst:
+      return "first";
+    case AviFile::Index::kLast:
+      return "last";
+    default:
+      return "none";
+  }
+}
+
+static bool HasFrameRate(AviTrack const& track) {
+  return track.type == "video" && track.scale != 0 && track.rate != 0;
+}
+
+static Json TrackJson(AviTrack const& track, std::size_t number) {
+  Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
+  if (!track.codec.empty()) json["codec"] = track.codec;
+  if (track.type == "video") {
+    json["width"] = track.width;
+    json["height"] = track.height;
+  }
+  if (HasFrameRate(track)) {
+    if (track.rate % track.scale == 0)
+      json["frame_rate"] = track.rate / track.scale;
+    else
+      json["frame_rate"] = static_cast<double>(track.rate) / track.scale;
+  }
+  if (track.type == "audio") {
+    json["rate"] = track.sampleRate;
+    json["channels"] = track.channels;
+    json["bits"] = track.bits;
+  }
+  json["chunks"] = track.chunks;
+  if (track.keysKnown) json["key_chunks"] = track.keyChunks;
+  json["bytes"] = track.bytes;
+  json["duration_ms"] = track.duration_ms;
+  return json;
+}
+
+static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
+  Json json{{"file", path},
+            {"size", avi.Size()},
+            {"duration_ms", avi.Duration_ms()},
+            {"index", PlaceText(avi.IndexPlace())},
+            {"tracks", Json::array()}};
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i)
+    json["tracks"].push_back(TrackJson(avi.Tracks()[i], i));
+  if (!tree) return json;
+  for (Chunk const& chunk : avi.Tree()) {
+    Json node{{"depth", chunk.depth}, {"id", CodeText(chunk.id)}};
+    if (chunk.type != 0) node["type"] = CodeText(chunk.type);
+    node["offset"] = chunk.offset;
+    node["size"] = chunk.size;
+    json["tree"].push_back(node);
+  }
+  return json;
+}
+
+static std::string TrackText(AviTrack const& track, std::size_t number) {
+  std::string text = "  track " + std::to_string(number) + ": " + track.type + " " + track.codec;
+  if (!track.handler.empty()) text += " (" + track.handler + ")";
+  if (track.type == "video")
+    text += ", " + std::to_string(track.width) + "x" + std::to_string(track.height);
+  if (HasFrameRate(track)) {
+    char rate[32];
+    std::snprintf(rate, sizeof rate, ", %.6g fps", static_cast<double>(track.rate) / track.scale);
+    text += rate;
+  }
+  if (track.type == "audio")
+    text += ", " + std::to_string(track.sampleRate) + " Hz, " + std::to_string(track.channels) +
+            (track.channels == 1 ? " channel, " : " channels, ") + std::to_string(track.bits) +
+            " bits";
+  text += "\n    " + std::to_string(track.chunks) + " chunks";
+  if (track.keysKnown) text += " (" + std::to_string(track.keyChunks) + " key)";
+  return text + ", " + std::to_string(track.bytes) + " bytes, " + Seconds(track.duration_ms) + "\n";
+}
+
+// The tree in lines, or its outermost chunks in one.
+static std::string TreeText(AviFile const& avi, bool whole) {
+  std::string text = whole ? "" : "  layout:";
+  for (Chunk const& chunk : avi.Tree()) {
+    std::string const name = chunk.type != 0
+                                 ? (whole ? CodeText(chunk.id) + " " : "") + CodeText(chunk.type)
+                                 : CodeText(chunk.id);
+    if (!whole) {
+      if (chunk.depth == 1) text += " " + name;
+      if (chunk.depth == 0 && chunk.offset != 0) text += " |";
+      continue;
+    }
+    char line[96];
+    std::snprintf(line, sizeof line, "  %12lld %12lld  ", chunk.offset, chunk.size);
+    text += line + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') + name + "\n";
+  }
+  return whole ? "        offset         size  chunk\n" + text : text + "\n";
+}
+
+static std::string FileText(std::string const& path, AviFile const& avi, bool tree) {
+  std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
+                     Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace()) + "\n";
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi.Tracks()[i], i);
+  text += TreeText(avi, tree);
+  for (std::string const& note : avi.Notes()) text += "  note: " + note + "\n";
+  return text;
+}
+
+int InfoVerb::Run() {
+  int worst = kOk;
+  Json files = Json::array();
+  for (std::string const& path : _files) {
+    try {
+      AviFile const avi(path);
+      if (_json)
+        files.push_back(FileJson(path, avi, _tree));
+      else
+        WriteData(FileText(path, avi, _tree));
+      if (avi.CutOff()) {
+        worst = std::max<int>(worst, kFindings);
+        Report(path + ": is incomplete");
+      }
+    } catch (Error const& error) {
+      Report(error.what());
+      worst = std::max<int>(worst, error.Code());
+    }
+  }
+  if (_json)
+    WriteData(Json{{"schema", 1}, {"files", std::move(files)}}.dump(
+                  2, ' ', false, Json::error_handler_t::replace) +
+              "\n");
+  return worst;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,17 @@
+// SIGINT and SIGTERM as a request to finish.
+#pragma once
+
+#include <chrono>
+
+namespace kestro::tool {
+
+// From here on the first SIGINT or SIGTERM is a request, the second one kills; a file that reaches
+// the system's size limit is a failed write instead of a signal.
+void CatchSignals();
+
+bool Interrupted();
+
+// Waits until then, or until interrupted.
+void SleepUntil(std::chrono::steady_clock::time_point then);
+
+}  // namespace kestro::tool

@@ -1,0 +1,100 @@
+#include "PluginVerb.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "Console.h"
+#include "Errors.h"
+#include "Plugin.h"
+#include "base/IClass.h"
+
+namespace kestro::tool {
+
+using base::IClass;
+using base::IProperty;
+using Json = nlohmann::ordered_json;
+
+void PluginVerb::AddTo(CLI::App& app) {
+  app.add_flag("--json", _json, "Write JSON");
+  app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
+  app.footer("Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
+}
+
+static std::string Version(unsigned version) {
+  return std::to_string(version >> 16) + "." + std::to_string(version >> 8 & 0xFF) + "." +
+         std::to_string(version & 0xFF);
+}
+
+// The value on a fresh object; empty where there is none or it has no text form.
+static std::string Default(base::Object* fresh, IProperty const& property) {
+  std::string text;
+  if (fresh == nullptr || !property.CanRead() || !property.Get(*fresh, &text, typeid(text)))
+    return "";
+  return text.find('\0') == std::string::npos ? text : "";
+}
+
+static std::string Type(IProperty const& property) {
+  return property.Type() == typeid(std::string) ? "std::string" : base::TypeName(property.Type());
+}
+
+static Json Property(base::Object* fresh, IProperty const& property, bool inherited) {
+  return {{"name", property.Name()},
+          {"type", Type(property)},
+          {"default", Default(fresh, property)},
+          {"help", property.Help()},
+          {"readable", property.CanRead()},
+          {"writable", property.CanWrite()},
+          {"inherited", inherited}};
+}
+
+static Json Class(IClass const& record) {
+  base::AttrSet attrs;
+  attrs.Add("Register", record.Alias().c_str());
+  std::unique_ptr<base::object> const made(IClass::New(attrs));
+  auto* fresh = dynamic_cast<base::Object*>(made.get());
+  Json properties = Json::array();
+  for (auto const& property : record.Properties().Own())
+    properties.push_back(Property(fresh, *property, false));
+  for (auto const& property : record.Properties().Inherited())
+    properties.push_back(Property(fresh, *property, true));
+  return {{"alias", record.Alias()},
+          {"module", record.Module()},
+          {"version", Version(record.Version())},
+          {"vendor", record.Vendor()},
+          {"properties", std::move(properties)}};
+}
+
+static std::string Text(Json const& classes) {
+  std::string text;
+  auto get = [](Json const& json, char const* key) { return json.at(key).get<std::string>(); };
+  for (Json const& c : classes) {
+    text += get(c, "alias");
+    if (!get(c, "module").empty())
+      text += "  (" + get(c, "module") + " " + get(c, "version") + ", " + get(c, "vendor") + ")";
+    text += "\n";
+    for (Json const& p : c.at("properties")) {
+      std::string line = "  " + get(p, "name");
+      line.resize(std::max<std::size_t>(line.size() + 1, 20), ' ');
+      line += get(p, "type");
+      if (!get(p, "default").empty()) line += " = " + get(p, "default");
+      line.resize(std::max<std::size_t>(line.size() + 1, 56), ' ');
+      text += line + get(p, "help") + "\n";
+    }
+  }
+  return text;
+}
+
+int PluginVerb::Run() {
+  ReserveStandardOutput();
+  LoadAviPlugin(_plugin);
+  Json classes = Json::array();
+  for (IClass const* record : IClass::All()) classes.push_back(Class(*record));
+  WriteData(_json ? Json{{"schema", 1}, {"classes", std::move(classes)}}.dump(
+                        2, ' ', false, Json::error_handler_t::replace) +
+                        "\n"
+                  : Text(classes));
+  return kOk;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,22 @@
+// kestro-avi plugin: what the plug-in registers.
+#pragma once
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+class PluginVerb {
+ public:
+  void AddTo(CLI::App& app);
+  int Run();
+
+ private:
+  bool _json = false;
+  std::string _plugin;
+};
+
+}  // namespace kestro::tool

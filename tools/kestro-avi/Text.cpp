@@ -1,0 +1,49 @@
+#include "Text.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "Errors.h"
+
+namespace kestro::tool {
+
+std::int64_t ParseTime_ns(std::string const& option, std::string const& text) {
+  constexpr double kLongest = 1e9;  // seconds
+  double total = 0;
+  std::size_t at = 0;
+  bool good = !text.empty();
+  for (int fields = 0; good; ++fields) {
+    std::size_t end = text.find(':', at);
+    bool const last = end == std::string::npos;
+    if (last) end = text.size();
+    std::string const field = text.substr(at, end - at);
+    good = fields < 3 && !field.empty() &&
+           field.find_first_not_of(last ? "0123456789." : "0123456789") == std::string::npos &&
+           field.find('.') == field.rfind('.') && field != ".";
+    if (good) total = total * 60 + std::stod(field);
+    if (last) break;
+    at = end + 1;
+  }
+  if (!good || total > kLongest)
+    throw Error(kUsage, option + ": \"" + text + "\" is not a time (seconds or [h:]m:s)");
+  return std::llround(total * 1e9);
+}
+
+std::string Seconds(std::int64_t ms) {
+  char text[48];
+  std::snprintf(text, sizeof text, "%lld.%03lld s", static_cast<long long>(ms / 1000),
+                static_cast<long long>(ms % 1000));
+  return text;
+}
+
+std::string ByteCount(std::uint64_t bytes) {
+  char const* const units[] = {"bytes", "kB", "MB", "GB", "TB"};
+  double value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  for (; value >= 1000 && unit + 1 < std::size(units); ++unit) value /= 1000;
+  char text[48];
+  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+  return text;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,79 @@
+// An AVI file as a whole: its chunk tree, its tracks, its index. Files of any writer, cut off or
+// damaged ones too, as far as they can be understood.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "avi/RiffReader.h"
+
+namespace kestro::tool {
+
+struct AviTrack {
+  std::string type;     // "video", "audio", "text", or the four characters of another one
+  std::string handler;  // four characters
+  std::string codec;    // "h264", "hevc", "mjpeg", "pcm", ..., or the four characters of another
+  unsigned width = 0, height = 0;                   // video
+  unsigned sampleRate = 0, channels = 0, bits = 0;  // sound
+  unsigned scale = 0, rate = 0, length = 0;         // of the stream header
+  unsigned bytesPerSecond = 0;                      // sound
+
+  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;
+  bool keysKnown = false;
+  int64 duration_ms = 0;
+};
+
+struct IndexEntry {
+  static constexpr unsigned kKey = 0x10;
+  unsigned id = 0, flags = 0;
+  int64 offset = 0;  // of the chunk's header
+  unsigned size = 0;
+};
+
+class AviFile {
+ public:
+  enum class Index { kNone, kFirst, kLast };  // where it stands, seen from the data
+
+  // Reads everything but the data. Throws Error for what is not an AVI file.
+  explicit AviFile(std::string const& path);
+
+  int64 Size() const { return _reader.Size(); }
+  std::vector<Chunk> const& Tree() const { return _tree; }  // in file order, without the data
+  std::vector<AviTrack> const& Tracks() const { return _tracks; }
+  Index IndexPlace() const { return _place; }
+  int64 Duration_ms() const;
+  // What is unusual about the file, one line each.
+  std::vector<std::string> const& Notes() const { return _notes; }
+  // Whether the file is incomplete.
+  bool CutOff() const { return _cutOff; }
+
+  // The index in its order, offsets counted from the beginning of the file whatever the file's
+  // count from.
+  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink);
+  // The data chunks of every movi list, in file order.
+  void ForEachData(RiffReader::DataSink const& sink);
+
+ private:
+  void Walk(int64 begin, int64 limit, int depth);
+  void Unfinished(Chunk& chunk, int64 limit);
+  void ReadTracks();
+  void ReadHeader(Chunk const& chunk, AviTrack& track);
+  void ReadFormat(Chunk const& chunk, AviTrack& track);
+  void FindIndex();
+  void Count();
+  void Time();
+  void Note(std::string const& text) { _notes.push_back(text); }
+
+  RiffReader _reader;
+  std::vector<Chunk> _tree;
+  std::vector<AviTrack> _tracks;
+  std::vector<std::string> _notes;
+  Chunk _index;  // meaningful unless _place is kNone
+  Index _place = Index::kNone;
+  int64 _indexBase = 0;  // what its offsets count from
+  int _riffs = 0, _movis = 0;
+  bool _cutOff = false;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,62 @@
+#include "input/FrameRate.h"
+
+#include <cmath>
+
+#include "Errors.h"
+
+namespace kestro::tool {
+
+using base::Fraction;
+
+static constexpr int kHighestRate = 1000;
+
+Fraction ChooseRate(RateSources const& sources, std::string const& track) {
+  bool const given = sources.option.Positive();
+  Fraction const rate = given                          ? sources.option
+                        : sources.container.Positive() ? sources.container
+                                                       : sources.stream;
+  if (!rate.Positive())
+    throw Error(kUsage, track + ": the input does not tell its frame rate; name it with --fps");
+  if (rate.Whole() < 1 || rate.Whole() > kHighestRate)
+    throw Error(given ? kUsage : kUnusable,
+                track + ": a frame rate of " + rate.Text() + " cannot be recorded (1 to " +
+                    std::to_string(kHighestRate) + "; --fps overrides it)");
+  return rate;
+}
+
+Fraction ContainerRate(AVFormatContext& format, AVStream& stream) {
+  AVRational rate = av_guess_frame_rate(&format, &stream, nullptr);
+  AVRational const average = stream.avg_frame_rate;
+  // The guess is the finest grid that all times lie on: far off for times that jitter.
+  if (average.num > 0 && average.den > 0 && av_q2d(rate) > 1.5 * av_q2d(average)) rate = average;
+  if (rate.num <= 0 || rate.den <= 0) return {};
+  double const value = av_q2d(rate), whole = std::round(value);
+  if (whole >= 1 && std::abs(value - whole) < whole * 0.0005)
+    return Fraction(static_cast<base::int64>(whole), 1);
+  return Fraction(rate.num, rate.den);
+}
+
+Fraction StreamRate(AVCodecParameters const& parameters, AVPacket const& key) {
+  AVCodec const* codec = avcodec_find_decoder(parameters.codec_id);
+  CodecPtr decoder(avcodec_alloc_context3(codec));
+  FramePtr frame(av_frame_alloc());
+  if (codec == nullptr || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return {};
+  decoder->framerate = {0, 1};  // libavformat puts its default there
+  decoder->thread_count = 1;
+  if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return {};
+  avcodec_send_packet(decoder.get(), &key);
+  avcodec_send_packet(decoder.get(), nullptr);
+  avcodec_receive_frame(decoder.get(), frame.get());
+  AVRational const rate = decoder->framerate;
+  return rate.num > 0 && rate.den > 0 ? Fraction(rate.num, rate.den) : Fraction();
+}
+
+Fraction ParseRate(std::string const& text) {
+  Fraction rate;
+  bool const good = Fraction::Parse(text.c_str(), rate) && rate.Positive();
+  if (!good || rate.num > INT32_MAX || rate.den > INT32_MAX)
+    throw Error(kUsage, "--fps: \"" + text + "\" is not a frame rate (25, 30000/1001, 29.97)");
+  return rate;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,29 @@
+// Which frame rate a recording has.
+#pragma once
+
+#include "base/Fraction.h"
+#include "input/Libav.h"
+
+namespace kestro::tool {
+
+// What is known about a track's rate; 0/1 for nothing.
+struct RateSources {
+  base::Fraction option;     // --fps
+  base::Fraction container;  // told by the container
+  base::Fraction stream;     // told by the parameter sets; used for elementary streams only
+};
+
+// The rate to record with. Throws Error for one that is unknown or not between 1 and 1000; `track`
+// names the track in the message.
+base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
+
+// The rate that the container tells, a rate a hair beside a whole number rounded to it.
+base::Fraction ContainerRate(AVFormatContext& format, AVStream& stream);
+
+// The rate in the parameter sets of a key frame; 0/1 where there is none.
+base::Fraction StreamRate(AVCodecParameters const& codec, AVPacket const& key);
+
+// A rate on the command line: "25", "30000/1001", "29.97". Throws Error.
+base::Fraction ParseRate(std::string const& text);
+
+}  // namespace kestro::tool

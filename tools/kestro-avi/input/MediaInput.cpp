@@ -1,0 +1,152 @@
+#include "input/MediaInput.h"
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+
+#include "Errors.h"
+#include "Interrupt.h"
+#include "input/FrameRate.h"
+#include "input/SoundTrack.h"
+
+namespace kestro::tool {
+
+// Packets looked at for a key frame with parameter sets.
+static constexpr std::size_t kMaxAhead = 256;
+
+MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
+                       bool lead)
+    : _address(address), _packet(av_packet_alloc()) {
+  Open(address);
+  AddTracks(options, timeline, lead);
+}
+
+static ExitCode CodeOf(int failed) {
+  switch (failed) {
+    case AVERROR_INVALIDDATA:
+    case AVERROR_EOF:
+    case AVERROR_PATCHWELCOME:
+    case AVERROR_DECODER_NOT_FOUND:
+    case AVERROR_DEMUXER_NOT_FOUND:
+    case AVERROR_STREAM_NOT_FOUND:
+    case AVERROR(ENOMEM):  // a damaged length
+      return kUnusable;
+    case AVERROR_EXIT:
+      return kInterrupted;
+    default:
+      return kIo;
+  }
+}
+
+void MediaInput::Open(std::string const& address) {
+  std::error_code none;
+  std::string url = address == "-" ? "pipe:0" : address;
+  auto const status = std::filesystem::status(address, none);
+  if (std::filesystem::is_directory(status)) throw Error(kIo, address + ": is a directory");
+  // A file name may look like an address.
+  if (std::filesystem::exists(status)) url = "file:" + address;
+
+  AVFormatContext* format = avformat_alloc_context();
+  format->interrupt_callback.callback = [](void*) { return Interrupted() ? 1 : 0; };
+  int failed = avformat_open_input(&format, url.c_str(), nullptr, nullptr);
+  _format.reset(format);
+  if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
+  if (failed < 0)
+    throw Error(CodeOf(failed),
+                address + ": " +
+                    (CodeOf(failed) == kUnusable ? "holds no video or sound in a known form"
+                                                 : LibavError(failed)));
+}
+
+void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool lead) {
+  std::vector<AVStream*> wanted;
+  bool any = false;
+  for (unsigned i = 0; i < _format->nb_streams; ++i) {
+    AVStream* stream = _format->streams[i];
+    auto const type = stream->codecpar->codec_type;
+    bool const cover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    any |= type == AVMEDIA_TYPE_AUDIO || (type == AVMEDIA_TYPE_VIDEO && !cover);
+    if (type == AVMEDIA_TYPE_VIDEO && options.video && !cover)
+      _hasVideo = true;
+    else if (type != AVMEDIA_TYPE_AUDIO || !options.audio)
+      continue;
+    wanted.push_back(stream);
+  }
+  if (!any) throw Error(kUnusable, _address + ": holds no video or sound");
+
+  for (unsigned i = 0; i < _format->nb_streams; ++i) _format->streams[i]->discard = AVDISCARD_ALL;
+  _byStream.resize(_format->nb_streams);
+  for (AVStream* stream : wanted) {
+    stream->discard = AVDISCARD_DEFAULT;
+    std::string const name = _address + ", track " + std::to_string(stream->index);
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+      bool const clocked = !options.rate.Positive();
+      auto video = std::make_unique<VideoTrack>(*stream, name, timeline, _clock, lead, clocked);
+      video->FrameRate(Rate(*stream, options, name));
+      lead = false;
+      _tracks.push_back(std::move(video));
+    } else {
+      _tracks.push_back(std::make_unique<SoundTrack>(*stream, name, timeline, _clock, !_hasVideo));
+    }
+    _byStream[static_cast<std::size_t>(stream->index)] = _tracks.back().get();
+  }
+}
+
+base::Fraction MediaInput::Rate(AVStream& stream, InputOptions const& options,
+                                std::string const& name) {
+  RateSources sources;
+  sources.option = options.rate;
+  // The demuxer of an elementary stream is named after its codec. It tells a default for a rate.
+  bool const elementary =
+      std::strcmp(_format->iformat->name, avcodec_get_name(stream.codecpar->codec_id)) == 0;
+  if (!elementary)
+    sources.container = ContainerRate(*_format, stream);
+  else if (!options.rate.Positive())
+    if (PacketPtr const key = FirstKey(stream.index))
+      sources.stream = StreamRate(*stream.codecpar, *key);
+  return ChooseRate(sources, name);
+}
+
+// The stream's first key frame; it and what precedes it is read again later.
+PacketPtr MediaInput::FirstKey(int stream) {
+  while (_ahead.size() < kMaxAhead) {
+    PacketPtr packet(av_packet_alloc());
+    if (av_read_frame(_format.get(), packet.get()) < 0) break;
+    bool const found = packet->stream_index == stream && (packet->flags & AV_PKT_FLAG_KEY) != 0;
+    _ahead.push_back(std::move(packet));
+    if (found) return PacketPtr(av_packet_clone(_ahead.back().get()));
+  }
+  return nullptr;
+}
+
+int MediaInput::Next(AVPacket& packet) {
+  if (!_ahead.empty()) {
+    av_packet_move_ref(&packet, _ahead.front().get());
+    _ahead.pop_front();
+    return 0;
+  }
+  int got;
+  while ((got = av_read_frame(_format.get(), &packet)) == AVERROR(EAGAIN) && !Interrupted())
+    SleepUntil(std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
+  return got;
+}
+
+bool MediaInput::Read() {
+  if (_ended) return false;
+  int const got = Next(*_packet);
+  if (got < 0) {
+    if (got != AVERROR_EOF && !Interrupted())
+      (CodeOf(got) == kUnusable ? _damage : _failure) = _address + ": " + LibavError(got);
+    _ended = true;
+    for (auto const& track : _tracks) track->End();
+    return false;
+  }
+  auto const stream = static_cast<std::size_t>(_packet->stream_index);
+  // Some containers find further streams on the way: those are not recorded.
+  Track* track = stream < _byStream.size() ? _byStream[stream] : nullptr;
+  if (track != nullptr && !track->Done()) track->Take(*_packet);
+  av_packet_unref(_packet.get());
+  return true;
+}
+
+}  // namespace kestro::tool

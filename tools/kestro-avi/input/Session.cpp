@@ -1,0 +1,106 @@
+#include "input/Session.h"
+
+#include <algorithm>
+
+#include "Errors.h"
+#include "Interrupt.h"
+
+namespace kestro::tool {
+
+// A track without packets holds the others of its input back only this far.
+static constexpr std::int64_t kMaxAhead_ns = 5000000000;
+static constexpr std::size_t kMaxAheadBytes = 32 << 20;
+
+static bool SameRate(base::Fraction const& a, base::Fraction const& b) {
+  return av_cmp_q({static_cast<int>(a.num), static_cast<int>(a.den)},
+                  {static_cast<int>(b.num), static_cast<int>(b.den)}) == 0;
+}
+
+Session::Session(std::vector<std::string> const& addresses, InputOptions const& options,
+                 Timeline const& timeline)
+    : _timeline(timeline) {
+  bool lead = true;
+  for (std::string const& address : addresses) {
+    _inputs.push_back(std::make_unique<MediaInput>(address, options, _timeline, lead));
+    lead = lead && !_inputs.back()->HasVideo();
+    for (auto const& track : _inputs.back()->Tracks()) {
+      _tracks.push_back(track.get());
+      _inputOf.push_back(_inputs.size() - 1);
+    }
+  }
+  if (_tracks.empty()) throw Error(kUnusable, "the inputs hold no track that is wanted");
+  Track const* first = nullptr;
+  for (Track const* track : _tracks) {
+    if (!track->Info().video) continue;
+    if (first == nullptr) first = track;
+    if (!SameRate(track->Info().frameRate, first->Info().frameRate))
+      throw Error(kUnusable, track->Info().name + ": " + track->Info().frameRate.Text() +
+                                 " fps beside " + first->Info().frameRate.Text() +
+                                 " fps; a file has one frame rate (--fps sets it)");
+  }
+  if (first == nullptr) {  // sound can begin anywhere
+    _timeline.offset_ns = _timeline.start_ns;
+    _timeline.known = true;
+  }
+}
+
+// Reads the leading input until the beginning of the recording is known.
+bool Session::Begin() {
+  auto const lead = std::find_if(_inputs.begin(), _inputs.end(),
+                                 [](auto const& input) { return input->HasVideo(); });
+  while (!_timeline.known && !Interrupted())
+    if (!(*lead)->Read()) break;
+  return _timeline.known;
+}
+
+// Whether the other tracks of the track's input hold so much that it is not waited for.
+bool Session::RunsAhead(std::size_t track) const {
+  std::size_t bytes = 0;
+  std::int64_t longest_ns = 0;
+  for (auto const& other : _inputs[_inputOf[track]]->Tracks()) {
+    if (!other->Ready()) continue;
+    bytes += other->WaitingBytes();
+    longest_ns = std::max(longest_ns, other->Waiting_ns());
+  }
+  return bytes > kMaxAheadBytes || longest_ns > kMaxAhead_ns;
+}
+
+bool Session::Next(std::size_t& track, TimedPacket& packet) {
+  if (!Begin()) return false;
+  while (!Interrupted()) {
+    // The track whose packet is due; times are counted, so they are known before the packet is.
+    std::size_t best = _tracks.size();
+    for (std::size_t i = 0; i < _tracks.size(); ++i) {
+      if (_tracks[i]->Done() || (!_tracks[i]->Ready() && RunsAhead(i))) continue;
+      if (best == _tracks.size() || _tracks[i]->NextTime_ns() < _tracks[best]->NextTime_ns())
+        best = i;
+    }
+    if (best == _tracks.size()) return false;
+    if (_tracks[best]->Ready()) {
+      track = best;
+      packet = _tracks[best]->Pop();
+      return true;
+    }
+    _inputs[_inputOf[best]]->Read();
+  }
+  return false;
+}
+
+std::vector<std::string> Session::Failures() const {
+  std::vector<std::string> failures;
+  for (auto const& input : _inputs)
+    if (!input->Failure().empty()) failures.push_back(input->Failure());
+  return failures;
+}
+
+std::vector<std::string> Session::Findings() const {
+  std::vector<std::string> findings;
+  for (auto const& input : _inputs)
+    if (!input->Damage().empty()) findings.push_back(input->Damage());
+  for (Track const* track : _tracks)
+    if (std::string const text = track->Findings(); !text.empty())
+      findings.push_back(track->Info().name + ": " + text);
+  return findings;
+}
+
+}  // namespace kestro::tool

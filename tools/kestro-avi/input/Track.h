@@ -1,0 +1,67 @@
+// One track of a recording: packets as recording takes them, out of those of a container.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/Fraction.h"
+#include "input/AnnexB.h"
+#include "input/Libav.h"
+
+namespace kestro::tool {
+
+struct TrackInfo {
+  bool video = false;
+  std::string name;            // for messages: "clip.mp4, track 0"
+  char const* codec = "";      // as media are named
+  int width = 0, height = 0;   // video
+  base::Fraction frameRate;    // video
+  int rate = 0, channels = 0;  // sound, 16 bits
+  int samples = 0;             // sound: per packet and channel
+};
+
+struct TimedPacket {
+  Bytes data;
+  std::int64_t time_ns = 0;  // since the beginning of the recording, by frame rate or sample rate
+  std::int64_t duration_ns = 0;
+  bool key = false;
+};
+
+// The clock of a recording and of one of its inputs. The recording begins with the key frame at or
+// before the wanted time of its leading track, the first video track; `offset` is that key frame's
+// distance from the beginning of the leading track's input.
+struct Timeline {
+  std::int64_t start_ns = 0;      // wanted
+  std::int64_t duration_ns = -1;  // negative: to the end
+  std::int64_t offset_ns = 0;     // until known: the best so far
+  bool known = false;
+};
+struct InputClock {
+  std::int64_t origin_ns = 0;  // the time of the input's first picture, else of its first sound
+  bool known = false;
+};
+
+// Usage: Take each packet of the container, End after the last one; Pop while Ready.
+class Track {
+ public:
+  virtual ~Track() = default;
+
+  TrackInfo const& Info() const { return _info; }
+  virtual void Take(AVPacket const& packet) = 0;
+  virtual void End() = 0;
+  virtual bool Ready() = 0;  // whether Pop has a packet
+  virtual TimedPacket Pop() = 0;
+  virtual bool Done() = 0;  // no packet comes any more
+
+  virtual std::int64_t NextTime_ns() const = 0;  // of the next packet, also before it is ready
+  virtual std::int64_t Waiting_ns() const = 0;   // ready packets, as time ...
+  virtual std::size_t WaitingBytes() const = 0;  // ... and as memory
+
+  // What people should know about the track after recording; empty for nothing.
+  virtual std::string Findings() const = 0;
+
+ protected:
+  TrackInfo _info;
+};
+
+}  // namespace kestro::tool

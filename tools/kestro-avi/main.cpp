@@ -1,0 +1,61 @@
+// kestro-avi: records, describes and checks AVI files with the plug-in.
+
+#include <CLI/CLI.hpp>
+#include <exception>
+
+#include "Console.h"
+#include "Errors.h"
+#include "InfoVerb.h"
+#include "PluginVerb.h"
+#include "RecordVerb.h"
+#include "input/Libav.h"
+
+using namespace kestro::tool;
+
+static int Run(int argc, char** argv) {
+  CLI::App app("Records H.264 video and sound into AVI files, and describes AVI files.",
+               "kestro-avi");
+  app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
+  app.require_subcommand(1);
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi record -o out.avi movie.mp4\n"
+      "  kestro-avi info out.avi\n\n"
+      "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
+      "cannot\n"
+      "open or I/O error, 4 not an AVI file or cannot be recorded, 130 interrupted.");
+
+  RecordVerb record;
+  InfoVerb info;
+  PluginVerb plugin;
+  CLI::App* recordApp = app.add_subcommand("record", "Record inputs into an AVI file");
+  CLI::App* infoApp = app.add_subcommand("info", "Describe AVI files");
+  CLI::App* pluginApp = app.add_subcommand("plugin", "List the plug-in's classes and properties");
+  record.AddTo(*recordApp);
+  info.AddTo(*infoApp);
+  plugin.AddTo(*pluginApp);
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    Report(app.get_subcommands().empty() ? "a verb is wanted: record, info or plugin (see --help)"
+                                         : error.what());
+    return kUsage;
+  }
+  if (*recordApp) return record.Run();
+  if (*infoApp) return info.Run();
+  return plugin.Run();
+}
+
+int main(int argc, char** argv) {
+  av_log_set_level(AV_LOG_QUIET);  // errors are told in one line by the tool itself
+  try {
+    return Run(argc, argv);
+  } catch (Error const& error) {
+    Report(error.what());
+    return error.Code();
+  } catch (std::exception const& error) {  // out of memory
+    Report(error.what());
+    return kIo;
+  }
+}
