@@ -1,0 +1,67 @@
+// The benchmark harness: cases, their measurement, and the report.
+//
+// One source file per family of cases (MuxBench.cpp ...) makes Cases; main() collects them:
+//
+//   std::vector<Case> cases = MuxCases(mix);
+//   std::vector<Result> results = Measure(cases, repetitions, out);   // prints the table
+//   WriteJson("results.json", results);
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kestro::bench {
+
+// Collects the CPU time, of user and kernel, that the process spends between Start and Stop.
+class Stopwatch {
+ public:
+  void Start() { _since = Now(); }
+  void Stop() { _seconds += Now() - _since; }
+  double Seconds() const { return _seconds; }
+
+ private:
+  static double Now();
+  double _since = 0, _seconds = 0;
+};
+
+// One way of doing the work of a case. `run` does it once, with the stopwatch running for the part
+// that counts; it throws when the work did not succeed.
+struct Contender {
+  std::string name;
+  std::function<void(Stopwatch&)> run;
+};
+
+struct Case {
+  std::string name;                   // "family/case"
+  std::string unit;                   // of the reported value
+  double scale;                       // the value is CPU seconds of one run × scale
+  int64_t packets;                    // in one run
+  std::vector<Contender> contenders;  // ours, then the baselines
+};
+
+struct Result {
+  std::string name;
+  double value;  // ours, the median
+  std::string unit;
+  std::map<std::string, double> ratios;  // ours ÷ baseline, of the medians
+};
+
+// Throws unless the work has succeeded.
+inline void Require(bool ok, char const* what) {
+  if (!ok) throw std::runtime_error(what);
+}
+
+// Runs every contender of every case so many times, in random order so that a disturbance of the
+// machine meets all alike, and prints the medians. Cases that the filter of Google Benchmark leaves
+// out have no result. Throws when a run failed.
+std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out);
+
+// {"schema":1,"results":[{"name","value","unit","ratios":{baseline: number}}]}
+void WriteJson(std::string const& path, std::vector<Result> const& results);
+
+}  // namespace kestro::bench

@@ -1,0 +1,139 @@
+// libavformat's AVI muxer on the same packets, set up so that it does no more than it must: packets
+// over the mix's memory, written in order without its interleaving queue, large buffers, no flush
+// after each packet.
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+}
+
+#include <algorithm>
+
+#include "MuxBench.h"
+
+namespace kestro::bench {
+
+namespace {
+
+constexpr int kBuffer = 512 << 10;
+
+struct NullFile {
+  std::int64_t position = 0, size = 0;
+};
+
+int DropPacket(void* opaque, std::uint8_t*, int size) {
+  auto& file = *static_cast<NullFile*>(opaque);
+  file.position += size;
+  file.size = std::max(file.size, file.position);
+  return size;
+}
+
+std::int64_t SeekNull(void* opaque, std::int64_t offset, int whence) {
+  auto& file = *static_cast<NullFile*>(opaque);
+  if (whence == AVSEEK_SIZE) return file.size;
+  if (whence == SEEK_CUR) offset += file.position;
+  if (whence == SEEK_END) offset += file.size;
+  return file.position = offset;
+}
+
+// One AVPacket for each unit of the mix, made once.
+class Packets {
+ public:
+  explicit Packets(Mix const& mix) {
+    for (Mix::Unit const& unit : mix.Units()) {
+      AVPacket* packet = av_packet_alloc();
+      packet->data = unit.Data();
+      packet->size = unit.Size();
+      packet->stream_index = unit.video ? 0 : 1;
+      packet->duration = unit.video ? 1 : Mix::kSamples;
+      if (unit.packet->IsKey() || !unit.video) packet->flags = AV_PKT_FLAG_KEY;
+      _packets.push_back(packet);
+    }
+  }
+  ~Packets() {
+    for (AVPacket* packet : _packets) av_packet_free(&packet);
+  }
+  Packets(Packets const&) = delete;
+  AVPacket* operator[](std::size_t index) const { return _packets[index]; }
+
+ private:
+  std::vector<AVPacket*> _packets;
+};
+
+class Muxer {
+ public:
+  explicit Muxer(Target const& target) : _target(target) {
+    av_log_set_level(AV_LOG_ERROR);
+    Require(avformat_alloc_output_context2(&_context, nullptr, "avi", nullptr) >= 0, "no avi");
+    _context->flush_packets = 0;
+    AVStream* video = AddStream(AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_H264, {1, Mix::kFps});
+    video->codecpar->width = 1920;
+    video->codecpar->height = 1080;
+    video->avg_frame_rate = {Mix::kFps, 1};
+    AVStream* sound = AddStream(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_PCM_S16LE, {1, Mix::kRate});
+    sound->codecpar->sample_rate = Mix::kRate;
+    av_channel_layout_default(&sound->codecpar->ch_layout, 2);
+    sound->codecpar->bits_per_coded_sample = 16;
+    sound->codecpar->block_align = 4;
+    sound->codecpar->bit_rate = Mix::kRate * 32;
+  }
+  ~Muxer() { avformat_free_context(_context); }
+  Muxer(Muxer const&) = delete;
+
+  void Start() {
+    if (_target.path.empty()) {
+      auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
+      _context->pb = avio_alloc_context(buffer, kBuffer, 1, &_null, nullptr, DropPacket, SeekNull);
+    } else {
+      Require(avio_open(&_context->pb, _target.path.c_str(), AVIO_FLAG_WRITE) >= 0, "no file");
+    }
+    Require(avformat_write_header(_context, nullptr) >= 0, "no header");
+    auto const ticks = [this](unsigned stream) { return _context->streams[stream]->time_base.den; };
+    Require(ticks(0) == Mix::kFps && ticks(1) == Mix::kRate, "unexpected time base");
+  }
+  void Write(AVPacket* packet, std::int64_t number) {
+    packet->pts = packet->dts = number * packet->duration;
+    Require(av_write_frame(_context, packet) >= 0, "av_write_frame failed");
+  }
+  void Close() {
+    Require(av_write_trailer(_context) >= 0, "no trailer");
+    if (_target.path.empty()) {
+      av_freep(&_context->pb->buffer);
+      avio_context_free(&_context->pb);
+    } else {
+      Require(avio_closep(&_context->pb) >= 0, "close failed");
+    }
+  }
+
+ private:
+  AVStream* AddStream(AVMediaType type, AVCodecID codec, AVRational timeBase) {
+    AVStream* stream = avformat_new_stream(_context, nullptr);
+    stream->codecpar->codec_type = type;
+    stream->codecpar->codec_id = codec;
+    stream->time_base = timeBase;
+    return stream;
+  }
+
+  Target const& _target;
+  NullFile _null;
+  AVFormatContext* _context = nullptr;
+};
+
+}  // namespace
+
+Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target) {
+  auto const prepared = std::make_shared<Packets>(mix);
+  return {"libavformat", [&mix, packets, target, prepared](Stopwatch& watch) {
+            target.Clear();
+            Muxer muxer(target);
+            watch.Start();
+            muxer.Start();
+            mix.Play(packets, [&](Mix::Unit const&, std::size_t index, std::int64_t number) {
+              muxer.Write((*prepared)[index], number);
+            });
+            muxer.Close();
+            watch.Stop();
+            target.Clear();
+          }};
+}
+
+}  // namespace kestro::bench

@@ -1,0 +1,120 @@
+#include "Mix.h"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <random>
+
+namespace kestro::bench {
+
+using base::Ref;
+using stream::IMedia;
+using stream::Packet;
+
+namespace {
+
+constexpr unsigned char kDelimiter[] = {0, 0, 0, 1, 0x09, 0xF0};
+constexpr unsigned char kParameterSets[] = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x28, 0xAC,  // SPS
+                                            0, 0, 0, 1, 0x68, 0xEE, 0x3C, 0x80};       // PPS
+constexpr unsigned char kKeySlice[] = {0, 0, 0, 1, 0x65};
+constexpr unsigned char kSlice[] = {0, 0, 0, 1, 0x41};
+
+// The shortest time in which whole numbers of frames and of sound packets fit.
+constexpr int kRoundSeconds = 8;
+constexpr int kRoundFrames = kRoundSeconds * Mix::kFps;
+constexpr int kRoundSounds = kRoundSeconds * Mix::kRate / Mix::kSamples;
+static_assert(kRoundSounds * Mix::kSamples == kRoundSeconds * Mix::kRate);
+
+std::size_t RoundBytes(Mix::Sizes sizes) {
+  int const video = kRoundSeconds * ((Mix::kFps - 1) * sizes.frame + sizes.key);
+  return static_cast<std::size_t>(video + kRoundSounds * sizes.sound);
+}
+
+// Random bytes without start codes.
+void FillRandom(std::vector<unsigned char>& memory) {
+  std::mt19937_64 random(1);
+  std::size_t i = 0;
+  for (; i + 8 <= memory.size(); i += 8) {
+    std::uint64_t const word = random();
+    std::memcpy(&memory[i], &word, 8);
+  }
+  for (i = 2; i < memory.size(); ++i)
+    if (memory[i - 2] == 0 && memory[i - 1] == 0 && memory[i] <= 3) memory[i] = 0x80;
+}
+
+void WriteHead(unsigned char* at, bool key) {
+  auto const put = [&at](auto const& bytes) {
+    std::memcpy(at, bytes, sizeof bytes);
+    at += sizeof bytes;
+  };
+  put(kDelimiter);
+  if (key) put(kParameterSets);
+  if (key)
+    put(kKeySlice);
+  else
+    put(kSlice);
+}
+
+Ref<IMedia> VideoMedia() {
+  auto media = Ref<IMedia>::Take(IMedia::New("h264"));
+  media->Set("width", 1920);
+  media->Set("height", 1080);
+  media->Set("interlace", false);
+  media->Set("framerate", base::Fraction(Mix::kFps, 1));
+  return media;
+}
+
+Ref<IMedia> SoundMedia() {
+  auto media = Ref<IMedia>::Take(IMedia::New("pcm"));
+  media->Set("rate", Mix::kRate);
+  media->Set("channel", 2);
+  media->Set("width", 2);
+  media->Set("depth", 16);
+  media->Set("samples", Mix::kSamples);
+  return media;
+}
+
+}  // namespace
+
+Mix::Mix(std::size_t bytes, Sizes sizes) : _video(VideoMedia()), _sound(SoundMedia()) {
+  std::size_t const round = RoundBytes(sizes);
+  std::size_t const rounds = std::max<std::size_t>((bytes + round - 1) / round, 1);
+  _memory.resize(rounds * round);
+  FillRandom(_memory);
+  std::vector<Plan> plan;
+  for (std::size_t r = 0; r < rounds; ++r) PlanRound(sizes, plan);
+
+  // Payloads lie here and there. Were they neighbours in memory, the processor would have the next
+  // one ready for whoever does nothing but copy.
+  std::vector<std::size_t> order(plan.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::shuffle(order.begin(), order.end(), std::mt19937(1));
+  unsigned char* at = _memory.data();
+  for (std::size_t i : order) {
+    plan[i].data = at;
+    at += plan[i].size;
+  }
+  for (Plan const& unit : plan) _units.push_back(MakeUnit(unit));
+}
+
+void Mix::PlanRound(Sizes sizes, std::vector<Plan>& plan) {
+  for (int frame = 0, sound = 0; frame < kRoundFrames || sound < kRoundSounds;) {
+    bool const video =
+        sound == kRoundSounds || (frame < kRoundFrames && frame * kRate <= sound * kSamples * kFps);
+    bool const key = video && frame % kFps == 0;
+    plan.push_back({video, key, !video ? sizes.sound : key ? sizes.key : sizes.frame, nullptr});
+    ++(video ? frame : sound);
+  }
+}
+
+Mix::Unit Mix::MakeUnit(Plan const& plan) const {
+  if (plan.video) WriteHead(plan.data, plan.key);
+  auto packet = Ref<Packet>::Take(Packet::Wrap(plan.data, plan.size));
+  if (plan.key) packet->Flags(Packet::kKey);
+  packet->Media(plan.video ? _video.get() : _sound.get());
+  constexpr base::int64 kSecond = 1000000000;
+  packet->Duration(plan.video ? kSecond / kFps : kSecond * kSamples / kRate);
+  return {packet, plan.video};
+}
+
+}  // namespace kestro::bench

@@ -1,0 +1,66 @@
+// The packets that the benchmarks feed: one camera with sound, held in memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "stream/Packet.h"
+
+namespace kestro::bench {
+
+// Video of 30 frames a second with a key frame every second, and 16-bit stereo sound at 48 kHz in
+// packets of 1024 samples, in time order. A video packet is one H.264 access unit: a delimiter,
+// for key frames the parameter sets, and one slice of random bytes that holds no start code.
+class Mix {
+ public:
+  static constexpr int kFps = 30, kRate = 48000, kSamples = 1024;
+
+  // Bytes of the packets. By default those of a 1080p recording.
+  struct Sizes {
+    int frame = 34 << 10, key = 150 << 10, sound = 4 << 10;
+  };
+  // A packet with everything set but its time. Whoever has moved its start puts it back.
+  struct Unit {
+    base::Ref<stream::Packet> packet;
+    bool video;
+
+    unsigned char* Data() const { return packet->Data(); }
+    int Size() const { return packet->Size(); }
+  };
+
+  // Makes packets for as many seconds as it takes to fill `bytes` with them.
+  Mix(std::size_t bytes, Sizes sizes);
+  Mix(Mix const&) = delete;
+  Mix& operator=(Mix const&) = delete;
+
+  std::vector<Unit> const& Units() const { return _units; }
+  std::size_t Bytes() const { return _memory.size(); }
+  stream::IMedia* Video() const { return _video.get(); }
+  stream::IMedia* Sound() const { return _sound.get(); }
+
+  // Hands out so many packets, starting again from the first unit when the last is reached, each
+  // with its number on its track: take(unit, index, number) with `index` that of the unit.
+  template <class Take>
+  void Play(std::int64_t packets, Take take) const {
+    std::int64_t next[2] = {};
+    while (packets > 0)
+      for (std::size_t i = 0; i < _units.size() && packets > 0; ++i, --packets)
+        take(_units[i], i, next[_units[i].video]++);
+  }
+
+ private:
+  struct Plan {
+    bool video, key;
+    int size;
+    unsigned char* data;
+  };
+  static void PlanRound(Sizes sizes, std::vector<Plan>& plan);
+  Unit MakeUnit(Plan const& plan) const;
+
+  std::vector<unsigned char> _memory;
+  base::Ref<stream::IMedia> _video, _sound;
+  std::vector<Unit> _units;
+};
+
+}  // namespace kestro::bench

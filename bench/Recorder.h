@@ -1,0 +1,53 @@
+// The muxer element as the benchmarks use it.
+#pragma once
+
+#include <memory>
+
+#include "Mix.h"
+#include "stream/IMuxer.h"
+
+namespace kestro::bench {
+
+// A stream that counts what is written and keeps nothing.
+class NullIO : public base::IO {
+ public:
+  NullIO() : IO("NullIO") {}
+  base::int64 Size() override { return _size; }
+  base::int64 Tell() override { return _position; }
+  bool Seek(base::int64 offset, int whence) override {
+    return base::SeekTarget(*this, offset, whence, _position);
+  }
+  unsigned Read(void*, unsigned) override { return kFailed; }
+  unsigned Write(void const* data, unsigned size) override;
+  bool Truncate(base::int64 size) override;
+
+ private:
+  base::int64 _size = 0, _position = 0;
+};
+
+// Records a mix: a muxer with a video and a sound input. Throws when the element refuses something.
+//
+//   Recorder recorder(mix, io or path);
+//   recorder.Start();
+//   mix.Play(packets, [&](auto& unit, auto, auto number) { recorder.Push(unit, number); });
+//   recorder.Close();
+class Recorder {
+ public:
+  Recorder(Mix const& mix, base::IO& io);  // lent
+  Recorder(Mix const& mix, char const* path);
+
+  // An element property, before Start.
+  void Set(char const* name, int value);
+  void Start();
+  // Sets the packet's time; `number` counts the units of its track. Its start is put back after.
+  void Push(Mix::Unit const& unit, std::int64_t number);
+  void Close();
+
+ private:
+  explicit Recorder(Mix const& mix);
+
+  std::unique_ptr<stream::IMuxer> _muxer;
+  stream::IPort *_video, *_sound;
+};
+
+}  // namespace kestro::bench

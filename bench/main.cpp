@@ -1,0 +1,126 @@
+// kestro-bench: measures the plug-in and prints what it costs.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "MemoryBench.h"
+#include "MuxBench.h"
+#include "base/Module.h"
+
+namespace kestro::bench {
+namespace {
+
+constexpr char kUsage[] =
+    "usage: kestro-bench [OPTION...]\n"
+    "\n"
+    "  --json FILE        write the results there too\n"
+    "  --memory           measure memory only\n"
+    "  --repetitions N    of each contender (21)\n"
+    "  --plugin PATH      measure this plug-in\n"
+    "  --benchmark_...    options of Google Benchmark, such as --benchmark_filter=mux/null\n";
+
+struct Options {
+  std::string json, plugin, repetitions = "21";
+  bool memoryOnly = false, help = false;
+  std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
+  int childSpill = -1;
+  std::vector<char*> forwarded;  // to Google Benchmark
+};
+
+// False for an unknown option or a missing value.
+bool Parse(int argc, char** argv, Options& options) {
+  for (int i = 1; i < argc; ++i) {
+    std::string const name = argv[i];
+    int const left = argc - 1 - i;
+    if (name == "--json" && left >= 1) {
+      options.json = argv[++i];
+    } else if (name == "--plugin" && left >= 1) {
+      options.plugin = argv[++i];
+    } else if (name == "--repetitions" && left >= 1) {
+      options.repetitions = argv[++i];
+    } else if (name == "--memory-child" && left >= 2) {
+      options.childPackets = std::atoll(argv[++i]);
+      options.childSpill = std::atoi(argv[++i]);
+    } else if (name == "--memory") {
+      options.memoryOnly = true;
+    } else if (name == "--help" || name == "-h") {
+      options.help = true;
+    } else if (name.rfind("--benchmark_", 0) == 0) {
+      options.forwarded.push_back(argv[i]);
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Bytes that no cache of this machine holds at once. What the system says of the last-level cache
+// can be that of many processors, hence the limit.
+std::size_t ColdBytes() {
+  long const cache = std::max(sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL2_CACHE_SIZE));
+  return static_cast<std::size_t>(std::clamp(2 * cache, 128L << 20, 512L << 20));
+}
+
+std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out) {
+  std::string interleave = "--benchmark_enable_random_interleaving=true";
+  std::string repetitions = "--benchmark_repetitions=" + options.repetitions;
+  std::vector<char*> argv{program, interleave.data(), repetitions.data()};
+  argv.insert(argv.end(), options.forwarded.begin(), options.forwarded.end());
+  int argc = static_cast<int>(argv.size());
+  argv.push_back(nullptr);
+  benchmark::Initialize(&argc, argv.data());
+
+  Mix const mix(ColdBytes(), {});
+  std::size_t const rounds = std::max<std::size_t>((400 << 20) / mix.Bytes(), 1);
+  auto const packets = static_cast<std::int64_t>(rounds * mix.Units().size());
+  std::fprintf(
+      out, "%s interleaved repetitions, each of %lld packets, %zu MB; medians of CPU time\n",
+      options.repetitions.c_str(), static_cast<long long>(packets), rounds * mix.Bytes() / 1000000);
+  std::fflush(out);
+  return Measure(MuxCases(mix, packets), out);
+}
+
+void Run(Options& options, char* program, std::FILE* out) {
+  if (options.plugin.empty()) {
+    auto const folder = std::filesystem::canonical("/proc/self/exe").parent_path();
+    options.plugin = folder / KESTRO_PLUGIN_BUILT / "libpluginavi.so";
+  }
+  std::string error;
+  if (!base::LoadPlugin(options.plugin.c_str(), &error)) throw std::runtime_error(error);
+  if (options.childPackets > 0) return MemoryChild(options.childPackets, options.childSpill, out);
+
+  std::vector<Result> results;
+  if (!options.memoryOnly) {
+    results = MeasureTime(options, program, out);
+    std::fprintf(out, "\n");
+  }
+  auto const memory = MeasureMemory(options.plugin, out);
+  results.insert(results.end(), memory.begin(), memory.end());
+  if (!options.json.empty()) WriteJson(options.json, results);
+}
+
+}  // namespace
+}  // namespace kestro::bench
+
+int main(int argc, char** argv) {
+  using namespace kestro::bench;
+  Options options;
+  if (!Parse(argc, argv, options) || options.help) {
+    std::fputs(kUsage, options.help ? stdout : stderr);
+    return options.help ? 0 : 2;
+  }
+  // The plug-in prints for people who look at one recording, to standard output: out of the way.
+  std::FILE* out = fdopen(dup(STDOUT_FILENO), "w");
+  if (out == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) return 3;
+  try {
+    Run(options, argv[0], out);
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "kestro-bench: %s\n", e.what());
+    return 3;
+  }
+  return std::fclose(out) == 0 ? 0 : 3;
+}
