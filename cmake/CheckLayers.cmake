@@ -2,7 +2,7 @@
 set(host/base "stream/|common/|customize/|Avi|VideoTag|PluginAvi")
 set(host/stream "common/|customize/|Avi|VideoTag|PluginAvi")
 set(plugin/avi/common "customize/|AviMuxer.h|AviDemux.h|PluginAvi")
-set(plugin/avi/customize "PluginAvi.cpp")
+set(plugin/avi/customize "none")
 set(tools/kestro-avi "common/|customize/|AviMuxer.h|AviDemux.h|VideoTag.h|PluginAvi")
 
 foreach(layer host/base host/stream plugin/avi/common plugin/avi/customize tools/kestro-avi)
