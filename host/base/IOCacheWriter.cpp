@@ -32,6 +32,7 @@ unsigned IOCacheWriter::Read(void* data, unsigned size) {
 }
 
 unsigned IOCacheWriter::Write(void const* data, unsigned size) {
+  if (size == 0) return 0;
   auto const* bytes = static_cast<unsigned char const*>(data);
   unsigned done = 0;
   if (_position > Size() && !FillGap()) return 0;

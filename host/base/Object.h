@@ -27,7 +27,9 @@ class KESTRO_API AttrSet {
   struct Pair {
     std::string key, value;
   };
-  void Add(char const* key, char const* value) { _pairs.push_back({key, value}); }
+  void Add(char const* key, char const* value) {  // null is the empty text
+    _pairs.push_back({key != nullptr ? key : "", value != nullptr ? value : ""});
+  }
   char const* Find(char const* key) const;  // the first value under the key, null if there is none
   std::vector<Pair> const& Pairs() const { return _pairs; }
 

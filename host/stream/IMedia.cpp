@@ -36,12 +36,20 @@ bool IMedia::Extra(void const* data, unsigned size) {
   if (data == nullptr || size == 0) return false;
   auto const* from = static_cast<unsigned char const*>(data);
   std::vector<unsigned char> copy(from, from + size);
-  for (auto& [name, value] : _keys) {
-    unsigned char const* pointer;
-    if (!value.IsPointer() || !value.To(&pointer, typeid(pointer))) continue;
-    if (pointer < from || pointer >= from + size) continue;
-    pointer = copy.data() + (pointer - from);
-    value.From(&pointer, typeid(pointer));
+  auto const within = [](unsigned char const* p, unsigned char const* begin, std::size_t bytes) {
+    return p >= begin && p < begin + bytes;
+  };
+  for (auto key = _keys.begin(); key != _keys.end();) {
+    unsigned char const* pointer = nullptr;
+    if (key->second.IsPointer()) key->second.To(&pointer, typeid(pointer));
+    if (within(pointer, from, size)) {
+      pointer = copy.data() + (pointer - from);
+      key->second.From(&pointer, typeid(pointer));
+    } else if (within(pointer, _extra.data(), _extra.size())) {
+      key = _keys.erase(key);  // it points into the copy that goes
+      continue;
+    }
+    ++key;
   }
   _extra.swap(copy);
   return true;

@@ -27,6 +27,12 @@ bool ISink::Deliver(Packet& packet, IPort& port) {
   return taken;
 }
 
+void ISink::Detach() {
+  for (auto const& port : _ports) port->Unlink();
+  std::lock_guard lock(_delivery);
+  _detached = true;
+}
+
 bool ISink::StatusChange(int status) {
   if (_delivering == std::this_thread::get_id()) {
     KESTRO_ERROR("_delivering == self,a change of state from inside ReceivePacket");

@@ -9,7 +9,9 @@
 
 namespace kestro::stream {
 
-// Packets come in through the input ports, from any thread; the host passes them on one at a time.
+// Packets come in through the input ports, from any thread; the host passes them on one at a time,
+// from the moment StatusChange has opened the sink until it closes it. The class that defines
+// ReceivePacket calls Detach in its destructor.
 class KESTRO_API ISink : public IElement {
  public:
   using IElement::IElement;
@@ -36,12 +38,14 @@ class KESTRO_API ISink : public IElement {
   bool StatusChange(int status) override;
 
  protected:
+  void Detach();  // unlinks the inputs and waits for a packet under way
+
   std::atomic<bool> _failed{false}, _ioFailed{false};
 
  private:
   std::mutex _delivery;
   std::atomic<std::thread::id> _delivering{};
-  bool _detached = false, _ready = false;
+  bool _detached = true, _ready = false;
 };
 
 }  // namespace kestro::stream

@@ -6,6 +6,11 @@ namespace kestro::stream {
 
 ISource::~ISource() { IElementWithThread::Stop(); }
 
+bool ISource::Open() {
+  _ended = false;
+  return IStatus::Open();
+}
+
 bool ISource::Start() {
   if (CurrentStatus() >= kRunning) return false;
   _ready = false;

@@ -13,7 +13,8 @@ namespace kestro::stream {
 // "eos" is sent and the thread waits until the end flag is cleared. The read-failure marker ends
 // the stream too, after the message "error".
 //
-// The first packet is asked for when every sink behind the outputs has all of its media.
+// The class that defines GeneratePacket stops the thread in its destructor. The first packet is
+// asked for when every sink behind the outputs has all of its media.
 class KESTRO_API ISource : public IElement, public IElementWithThread {
  public:
   using IElement::IElement;
@@ -22,6 +23,7 @@ class KESTRO_API ISource : public IElement, public IElementWithThread {
   // A new output, before Open.
   IPort* AddOutput(char const* codecs = "*") { return AddPort(false, codecs); }
 
+  bool Open() override;
   bool Start() override;
   bool Pause() override;
   bool Resume() override;

@@ -5,7 +5,7 @@
 
 namespace kestro::stream {
 
-ParameterSetFilter::~ParameterSetFilter() = default;
+ParameterSetFilter::~ParameterSetFilter() { Detach(); }
 
 ParameterSetFilter::Track ParameterSetFilter::AddTrack(char const* codecs) {
   IPort* const input = AddPort(true, codecs);

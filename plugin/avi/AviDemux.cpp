@@ -12,7 +12,7 @@ AviDemuxer::AviDemuxer() : IDemuxer("AviDemuxer") {
 AviDemuxer::~AviDemuxer() { AviDemuxer::Close(); }
 
 bool AviDemuxer::Open() {
-  if (!IStatus::Open()) {
+  if (!ISource::Open()) {
     KESTRO_ERROR("!ISource::Open()");
     return false;
   }
@@ -29,7 +29,6 @@ bool AviDemuxer::Open() {
     if (chosen || stream->IsAudio()) Publish(stream->Media());
   }
   _process = &IAviDemux::ProcessNormal;
-  ClearEnd();
   return true;
 }
 

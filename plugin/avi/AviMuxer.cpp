@@ -14,6 +14,7 @@ AviMuxer::AviMuxer() : IMuxer("AviMuxer") {
 }
 
 AviMuxer::~AviMuxer() {
+  Detach();
   if (_blkio != nullptr) AviMuxer::Close();
 }
 

@@ -78,7 +78,10 @@ class Messages : public Lines {
 class CaptureSink : public stream::ISink {
  public:
   explicit CaptureSink(std::function<bool(stream::Packet&)> hook = nullptr)
-      : ISink("CaptureSink"), _hook(std::move(hook)) {}
+      : ISink("CaptureSink"), _hook(std::move(hook)) {
+    StatusChange(kRunning);
+  }
+  ~CaptureSink() override { Detach(); }
 
   bool ReceivePacket(stream::Packet& packet, void*) override {
     packets.Add(
