@@ -139,6 +139,22 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
 // Beyond 35.8 minutes the clocks of the forward search do not suffice; seeking does not notice.
 TEST(Demux, SeeksInLongFiles) { ExpectExactSeeks({45 * 60 * 25, 50, {25, 1}, false}, 3333); }
 
+// Ten minutes of sound and picture drift apart by less than a block.
+TEST(Demux, SoundStaysInStep) {
+  for (auto [rate, channels] : {std::pair(8000, 1), std::pair(8000, 2), std::pair(48000, 1)}) {
+    MemoryIO io;
+    Record(io, {10 * 60 * 25, 25, {25, 1}, true, rate, channels, rate / 25});
+    Playing p(&io);
+    ASSERT_TRUE(p.Open());
+    int64 picture = 0, sound = 0;
+    while (auto const packet = p.Next()) {
+      (packet->Media() == p.outputs[0]->Media() ? picture : sound) = packet->Pts() / 1000000;
+      ASSERT_LE(std::abs(picture - sound), 40);
+    }
+    EXPECT_EQ(10 * 60 * 1000 - 40, sound);
+  }
+}
+
 TEST(Demux, FastAndBackVisitEveryKeyFrameOnce) {
   MemoryIO io;
   Record(io, {50, 10, {25, 1}, true});
