@@ -90,7 +90,7 @@ bool IAviDemux::ParseIdx(IO& io) {
 // Gives every record of the index to its stream.
 void IAviDemux::AddEntries(IO& io, int64 bytes) {
   constexpr int64 kEntry = 16;
-  constexpr int64 kPiece = 1024 * 1024;
+  constexpr int64 kPiece = 0x100000;
   auto const u32 = [](unsigned char const* p) {
     return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
   };

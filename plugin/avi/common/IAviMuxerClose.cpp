@@ -53,9 +53,9 @@ bool IAviMuxer::updateBox() {
   auto const num = static_cast<uint64>(rate.num);
   avih->dwMicroSecPerFrame =
       num == 0 ? 0 : static_cast<unsigned>(static_cast<uint64>(rate.den) * 1000000 / num);
-  // The product wraps at 32 bits, as it always has.
+  unsigned const wrapped = video.Bytes() * 1000u;  // at 32 bits, as it always has
   avih->dwMaxBytesPerSec =
-      video.Duration() == 0 ? 0 : static_cast<unsigned>(video.Bytes() * 1000u / video.Duration());
+      video.Duration() == 0 ? 0 : static_cast<unsigned>(wrapped / video.Duration());
   avih->dwTotalFrames = video.Length();
   avih->dwStreams = static_cast<unsigned>(_streams.size());
   avih->dwSuggestedBufferSize = 192000;

@@ -73,7 +73,7 @@ void IList::Reset() {
   for (IList* node = _child; node != nullptr; node = node->_next) node->Reset();
 }
 
-void IList::fill(IO& io) {
+void IList::WriteHeader(IO& io) {
   IOIntWriter writer(io);
   writer.Write32(_id);
   writer.Write32(Size());

@@ -45,7 +45,7 @@ class IList : public base::object {
 
   // The hooks of a chunk class: its own bytes.
   virtual void update(UpdateParam&) {}
-  virtual void fill(IO& io);
+  virtual void fill(IO& io) { WriteHeader(io); }
   virtual void parse(IO&) {}
   virtual void reset() {}
 
@@ -69,6 +69,8 @@ class IList : public base::object {
   IList* Parent() const { return _parent; }  // not kept: always null
 
  protected:
+  void WriteHeader(IO& io);  // id and size
+
   int64 _size = 0;
   unsigned _id;
   unsigned _listType = 0;

@@ -56,7 +56,7 @@ bool IListFile::Append() {
     _spilled += _list->size();
     return true;
   }
-  auto const whole = static_cast<int64>(_spilled * _recordSize);
+  auto const whole = static_cast<int64>(_spilled) * _recordSize;
   File::Truncate(_file, whole);
   File::Seek(_file, whole, File::kBegin);
   return false;

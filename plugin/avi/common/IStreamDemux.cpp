@@ -7,7 +7,7 @@ namespace kestro::plugin::avi {
 
 namespace {
 constexpr int kSlack = 128;  // bytes behind a packet's payload
-constexpr int64 kModest = 1024 * 1024;
+constexpr int64 kModest = 0x100000;
 }  // namespace
 
 bool IStream::DemuxConfig(IList* strl, Object* tags) {

@@ -41,7 +41,7 @@ void cidx1::fill(IO& io) {
 void cidx1_vfi::fill(IO& io) {
   if (_first) {
     dataPos = io.Tell();
-    IList::fill(io);
+    WriteHeader(io);
     _first = false;
   }
   int64 const room = std::max<int64>(_limit - _size, 0) / int64(kEntry);
