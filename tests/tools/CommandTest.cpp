@@ -1,26 +1,13 @@
 // The program as people run it.
-#include <gmock/gmock.h>
-#include <stdlib.h>
-#include <sys/wait.h>
+#include "Command.h"
 
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
-
-#include "avi/AviFile.h"
 
 namespace kestro::tool {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 using testing::HasSubstr;
-
-std::string FileText(fs::path const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // One picture of 16x16 plain samples, in a stream whose parameter sets tell no frame rate.
 std::string WithoutRate() {
@@ -30,47 +17,7 @@ std::string WithoutRate() {
   return sps + pps + slice + std::string(384, '\x80') + '\x80';
 }
 
-class CommandTest : public testing::Test {
- protected:
-  struct Result {
-    int code;
-    std::string out, err;
-  };
-
-  void SetUp() override {
-    std::string pattern = fs::temp_directory_path() / "kestro-avi-XXXXXX";
-    _folder = mkdtemp(pattern.data());
-    fs::create_symlink(TEST_MEDIA, _folder / "media");
-  }
-  void TearDown() override { fs::remove_all(_folder); }
-
-  // Runs the tool in the test's folder.
-  Result Run(std::string const& arguments) {
-    std::string const command = "cd " + _folder.string() + " && " TEST_TOOL " " + arguments +
-                                " >stdout.txt 2>stderr.txt </dev/null";
-    int const status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(At("stdout.txt")),
-            FileText(At("stderr.txt"))};
-  }
-  fs::path At(std::string const& name) const { return _folder / name; }
-  void Write(std::string const& name, std::string const& bytes) {
-    std::ofstream(At(name), std::ios::binary) << bytes;
-  }
-
-  // The payload of a track, from its index.
-  std::string Payload(std::string const& name, int track) {
-    std::string const bytes = FileText(At(name));
-    std::string payload;
-    AviFile avi(At(name));
-    avi.ForEachEntry([&](IndexEntry const& entry) {
-      if (TrackOfCode(entry.id) == track)
-        payload += bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size);
-    });
-    return payload;
-  }
-
-  fs::path _folder;
-};
+using CommandTest = Command;
 
 TEST_F(CommandTest, InfoTellsExactlyTheDocument) {
   ASSERT_EQ(Run("record -o a.avi --duration 1 media/clip25.h264 media/mono8k.wav").code, 0);

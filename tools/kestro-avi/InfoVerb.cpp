@@ -83,7 +83,7 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
   return json;
 }
 
-static std::string TrackText(AviTrack const& track, std::size_t number) {
+std::string TrackText(AviTrack const& track, std::size_t number) {
   std::string text = "  track " + std::to_string(number) + ": " + track.type + " " + track.codec;
   if (!track.handler.empty()) text += " (" + track.handler + ")";
   if (track.type == "video")

@@ -10,6 +10,10 @@ class App;
 
 namespace kestro::tool {
 
+struct AviTrack;
+// What a track is, for people, in lines.
+std::string TrackText(AviTrack const& track, std::size_t number);
+
 class InfoVerb {
  public:
   void AddTo(CLI::App& app);

@@ -32,15 +32,25 @@ struct Fields {
 AviFile::AviFile(std::string const& path) : _reader(path) {
   Chunk riff;
   if (!_reader.Header(0, Size(), riff) || riff.id != kRiff)
-    throw Error(kUnusable, path + ": not a RIFF file");
+    throw Error(kUnusable, path + ": not a RIFF file: no RIFF at offset 0");
   if (riff.type != Convert4("AVI "))
-    throw Error(kUnusable, path + ": a RIFF file of type \"" + CodeText(riff.type) + "\", not AVI");
+    throw Error(kUnusable, path + ": a RIFF file of type \"" + CodeText(riff.type) +
+                               "\" at offset 8, not AVI");
   Walk(0, Size(), 0);
   ReadTracks();
-  if (_tracks.empty()) throw Error(kUnusable, path + ": an AVI file without stream headers");
+  if (_tracks.empty())
+    throw Error(kUnusable, path + ": an AVI file without stream headers: " + HeaderPlace());
   FindIndex();
   Count();
   Time();
+}
+
+// Where stream lists are missing.
+std::string AviFile::HeaderPlace() const {
+  for (Chunk const& chunk : _tree)
+    if (chunk.type == Convert4("hdrl"))
+      return "no strl in the list hdrl at offset " + std::to_string(chunk.offset);
+  return "no list hdrl at offset " + std::to_string(_tree.front().Data());
 }
 
 // Sizes of a recording that was cut off are still those of its beginning: what follows belongs to
@@ -196,12 +206,14 @@ void AviFile::FindIndex() {
     return _reader.Header(base + offset, Size(), at) && at.id == first;
   };
   if (first == 0) {
+    _indexBase = -1;
     Note("the index is empty");
   } else if (!leads(0)) {
     if (leads(movi.Payload())) {
       _indexBase = movi.Payload();
       Note("index offsets count from movi");
     } else {
+      _indexBase = -1;
       Note("the index does not lead to chunks");
     }
   }
@@ -221,7 +233,7 @@ void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink) {
         return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
       };
       if (!IsDataCode(field(0))) continue;
-      sink({field(0), field(1), _indexBase + field(2), field(3)});
+      sink({field(0), field(1), std::max<int64>(_indexBase, 0) + field(2), field(3)});
     }
     at += static_cast<int64>(n) * kEntry;
   }
@@ -251,6 +263,7 @@ void AviFile::Count() {
       track.bytes += entry.size;
     });
   if (_riffs > 1) Note("the file has " + std::to_string(_riffs) + " RIFF parts");
+  _indexed = counted && _indexBase >= 0;
   for (AviTrack& track : _tracks) track.keysKnown = counted && track.type == "video";
   if (counted) return;
   ForEachData([&](Chunk const& chunk) {

@@ -42,6 +42,11 @@ class AviFile {
   std::vector<Chunk> const& Tree() const { return _tree; }  // in file order, without the data
   std::vector<AviTrack> const& Tracks() const { return _tracks; }
   Index IndexPlace() const { return _place; }
+  // What the index's offsets count from; -1 when it leads to no chunks.
+  int64 IndexBase() const { return _indexBase; }
+  Chunk const& IndexChunk() const { return _index; }  // where there is one
+  // Whether the index tells of all data chunks.
+  bool Indexed() const { return _indexed; }
   int64 Duration_ms() const;
   // What is unusual about the file, one line each.
   std::vector<std::string> const& Notes() const { return _notes; }
@@ -53,6 +58,7 @@ class AviFile {
   void ForEachEntry(std::function<void(IndexEntry const&)> const& sink);
   // The data chunks of every movi list, in file order.
   void ForEachData(RiffReader::DataSink const& sink);
+  RiffReader& Reader() { return _reader; }
 
  private:
   void Walk(int64 begin, int64 limit, int depth);
@@ -61,6 +67,7 @@ class AviFile {
   void ReadHeader(Chunk const& chunk, AviTrack& track);
   void ReadFormat(Chunk const& chunk, AviTrack& track);
   void FindIndex();
+  std::string HeaderPlace() const;
   void Count();
   void Time();
   void Note(std::string const& text) { _notes.push_back(text); }
@@ -73,7 +80,7 @@ class AviFile {
   Index _place = Index::kNone;
   int64 _indexBase = 0;  // what its offsets count from
   int _riffs = 0, _movis = 0;
-  bool _cutOff = false;
+  bool _indexed = false, _cutOff = false;
 };
 
 }  // namespace kestro::tool

@@ -56,8 +56,9 @@ RiffReader::RiffReader(std::string const& path)
 unsigned RiffReader::Read(int64 offset, void* data, unsigned size) {
   if (offset < 0 || offset >= _size) return 0;
   size = static_cast<unsigned>(std::min<int64>(size, _size - offset));
-  if (!_reader.Seek(offset, base::IO::kBegin)) return 0;
-  unsigned const n = _reader.Read(data, size);
+  base::IO& io = size < kBlock ? static_cast<base::IO&>(_reader) : _file;
+  if (!io.Seek(offset, base::IO::kBegin)) return 0;
+  unsigned const n = io.Read(data, size);
   return n == base::IO::kFailed ? 0 : n;
 }
 

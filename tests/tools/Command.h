@@ -1,0 +1,113 @@
+// The program as people run it, in a folder of the test.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "avi/AviFile.h"
+
+namespace kestro::tool {
+
+namespace fs = std::filesystem;
+
+inline std::string FileText(fs::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class Command : public testing::Test {
+ protected:
+  struct Result {
+    int code;
+    std::string out, err;
+  };
+
+  void SetUp() override {
+    std::string pattern = fs::temp_directory_path() / "kestro-avi-XXXXXX";
+    _folder = mkdtemp(pattern.data());
+    fs::create_symlink(TEST_MEDIA, _folder / "media");
+  }
+  void TearDown() override { fs::remove_all(_folder); }
+
+  Result Run(std::string const& arguments) { return Shell(TEST_TOOL " " + arguments); }
+  Result Shell(std::string const& line) {
+    std::string const command =
+        "cd " + _folder.string() + " && { " + line + "; } >stdout.txt 2>stderr.txt </dev/null";
+    int const status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, FileText(At("stdout.txt")),
+            FileText(At("stderr.txt"))};
+  }
+  static bool Has(std::string const& program) {
+    return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
+  }
+  fs::path At(std::string const& name) const { return _folder / name; }
+  void Write(std::string const& name, std::string const& bytes) {
+    std::ofstream(At(name), std::ios::binary) << bytes;
+  }
+
+  // The payload of a track, from its index.
+  std::string Payload(std::string const& name, int track) {
+    std::string const bytes = FileText(At(name));
+    std::string payload;
+    AviFile avi(At(name));
+    avi.ForEachEntry([&](IndexEntry const& entry) {
+      if (TrackOfCode(entry.id) == track)
+        payload += bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size);
+    });
+    return payload;
+  }
+
+  // A copy of an AVI file with one field of its index changed.
+  enum Field { kId, kFlags, kOffset, kSize };
+  void Damage(std::string const& from, std::string const& to, int entry, Field field,
+              unsigned value) {
+    std::string bytes = FileText(At(from));
+    auto const at = bytes.rfind("idx1") + 8 + static_cast<std::size_t>(entry * 16 + field * 4);
+    for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> 8 * i);
+    Write(to, bytes);
+  }
+  // Copies as other writers or accidents leave them, all from `from`:
+  //   relative.avi  the index counts from movi      nowhere.avi  its first entry leads elsewhere
+  //   noindex.avi   there is none                   empty.avi    it has no entries
+  //   cut.avi       the end is missing              nostrl.avi   no stream lists
+  //   text.avi      no RIFF                         wave.avi     another kind of RIFF
+  void MakeUnusual(std::string const& from) {
+    std::string const bytes = FileText(At(from));
+    auto const index = bytes.rfind("idx1"), movi = bytes.find("movi");
+    auto const little = [](std::string& text, std::size_t at, std::size_t value) {
+      for (std::size_t i = 0; i < 4; ++i) text[at + i] = static_cast<char>(value >> 8 * i);
+    };
+    auto const replaced = [&bytes](std::string const& what, std::string const& with) {
+      std::string copy = bytes;
+      for (auto at = copy.find(what); at != std::string::npos; at = copy.find(what))
+        copy.replace(at, what.size(), with);
+      return copy;
+    };
+    std::string relative = bytes, empty = bytes.substr(0, index + 8);
+    for (auto at = index + 16; at < bytes.size(); at += 16) {
+      std::size_t offset = 0;
+      for (std::size_t i = 4; i-- > 0;)
+        offset = offset << 8 | static_cast<unsigned char>(bytes[at + i]);
+      little(relative, at, offset - movi);
+    }
+    little(empty, index + 4, 0);
+    little(empty, 4, empty.size() - 8);
+    Write("relative.avi", relative);
+    Damage(from, "nowhere.avi", 0, kOffset, 5);
+    Write("noindex.avi", replaced("idx1", "JUNK"));
+    Write("empty.avi", empty);
+    Write("cut.avi", bytes.substr(0, movi + 30000));
+    Write("nostrl.avi", replaced("strl", "none"));
+    Write("text.avi", "no film");
+    Write("wave.avi", replaced("AVI ", "WAVE"));
+  }
+
+  fs::path _folder;
+};
+
+}  // namespace kestro::tool

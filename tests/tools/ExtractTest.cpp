@@ -1,0 +1,177 @@
+// Tracks out again: what was recorded comes back.
+#include "Command.h"
+#include "avi/TrackReader.h"
+#include "output/FrameOrder.h"
+
+namespace kestro::tool {
+namespace {
+
+using testing::HasSubstr;
+
+class ExtractTest : public Command {
+ protected:
+  // A hash for every decoded frame, or every 1024 samples, in order of time.
+  std::string Pictures(std::string const& name) { return Hashes(name, "-map 0:v:0"); }
+  std::string Sound(std::string const& name) {
+    return Hashes(name, "-map 0:a:0 -af asetnsamples=n=1024:p=0 -c:a pcm_s16le");
+  }
+
+ private:
+  std::string Hashes(std::string const& name, std::string const& options) {
+    Result const result = Shell("ffmpeg -nostdin -v error -i " + name + " " + options +
+                                " -fps_mode passthrough -f framemd5 - | sed -n '/^#/!s/.*, *//p'");
+    EXPECT_EQ(result.err, "") << name;
+    EXPECT_NE(result.out, "") << name;
+    return result.out;
+  }
+};
+
+// Delimiters and none, three-byte start codes, several slices, frames out of order.
+TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
+  for (std::string clip : {"clip25", "clip2997", "clip-noaud"})
+    for (std::string sound : {"stereo48k", "mono8k"}) {
+      SCOPED_TRACE(clip + " " + sound);
+      std::string const inputs = "media/" + clip + ".h264 media/" + sound + ".wav";
+      ASSERT_EQ(Run("record --force -o a.avi " + inputs).code, 0);
+      ASSERT_EQ(Run("extract --force -o out a.avi").code, 0);
+      EXPECT_EQ(FileText(At("out/a-0.h264")), Payload("a.avi", 0));
+      EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At("media/" + sound + ".wav")));
+      Result const both = Run("extract --force --track 0:b.mkv --track 1:b.mkv a.avi");
+      ASSERT_EQ(both.code, 0) << both.err;
+      ASSERT_EQ(Run("extract --force --track 0:b.mp4 a.avi").code, 0);
+      if (!Has("ffmpeg")) continue;
+      std::string const pictures = Pictures("media/" + clip + ".h264");
+      for (char const* copy : {"a.avi", "out/a-0.h264", "b.mp4", "b.mkv"})
+        EXPECT_EQ(Pictures(copy), pictures) << copy;
+      EXPECT_EQ(Sound("b.mkv"), Sound("media/" + sound + ".wav"));
+    }
+  for (auto const& entry : fs::recursive_directory_iterator(_folder))
+    EXPECT_NE(entry.path().extension(), ".part");
+}
+
+// Parameter sets of the beginning are not those of the end; delimiters in front of them.
+TEST_F(ExtractTest, KeepsParameterSetsInTheirPlaces) {
+  std::string const encode =
+      "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=96x96:rate=10 "
+      "-frames:v 15 -c:v libx264 -x264-params keyint=10:aud=1";
+  if (Shell(encode + ":ref=4:bframes=2 -f h264 one.h264").code != 0)
+    GTEST_SKIP() << "no ffmpeg with libx264";
+  ASSERT_EQ(Shell(encode + ":ref=1:bframes=0 -profile:v baseline -pix_fmt yuv420p -f h264 two.h264 "
+                           "&& cat one.h264 two.h264 one.h264 >clip.h264")
+                .code,
+            0);
+  Result const recorded = Run("record --fps 10 -o a.avi clip.h264");
+  ASSERT_EQ(recorded.code, 0) << recorded.err;
+  for (char const* copy : {"b.h264", "b.mp4", "b.mkv"}) {
+    ASSERT_EQ(Run(std::string("extract --track 0:") + copy + " a.avi").code, 0);
+    EXPECT_EQ(Pictures(copy), Pictures("clip.h264")) << copy;
+  }
+}
+
+// I P B B: shown 0 3 1 2.
+TEST_F(ExtractTest, FindsTheOrderOfFrames) {
+  ASSERT_EQ(Run("record -o a.avi media/clip-noaud.h264").code, 0);
+  AviFile avi(At("a.avi"));
+  FrameOrder order(AV_CODEC_ID_H264);
+  TrackReader(avi, {true}).ForEach([&order](std::size_t, Piece const& piece) {
+    // A frame is lost.
+    order.Add(piece.data, piece.position == 5 ? 0 : piece.size);
+    return true;
+  });
+  order.Sort();
+  std::vector<std::int64_t> shown;
+  for (std::size_t i = 0; i < order.Count(); ++i) {
+    shown.push_back(order.Shown(i));
+    EXPECT_GE(shown.back(), static_cast<std::int64_t>(i) - order.Delay());
+    EXPECT_EQ(order.Key(i), i % 24 == 0);
+  }
+  EXPECT_EQ(order.Delay(), 2) << "one, and one more for the lost frame";
+  EXPECT_THAT(std::vector<std::int64_t>(shown.begin(), shown.begin() + 4),
+              testing::ElementsAre(0, 3, 1, 2));
+  std::sort(shown.begin(), shown.end());
+  for (std::size_t i = 0; i < shown.size(); ++i) EXPECT_EQ(shown[i], static_cast<std::int64_t>(i));
+  EXPECT_THAT(std::string(order.ParameterSets().begin(), order.ParameterSets().end()),
+              HasSubstr("\x68"));
+}
+
+TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
+  MakeUnusual("a.avi");
+  Damage("a.avi", "lost.avi", 2, kOffset, 1000);  // a piece of sound
+  Damage("a.avi", "long.avi", 2, kSize, 5000);
+  std::string const sound = Payload("a.avi", 1), rest = sound.substr(0, 3840) + sound.substr(7680);
+  ASSERT_EQ(AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
+  struct {
+    char const* file;
+    int code;
+    std::string sound;
+    char const* said;
+  } const cases[] = {
+      {"relative", 0, sound, "count from movi"},
+      {"noindex", 0, sound, "chunks in movi"},
+      {"nowhere", 1, sound, "does not lead to chunks"},
+      {"empty", 1, sound, "index is empty"},
+      {"cut", 1, sound.substr(0, 6 * 3840), "no whole chunk"},
+      {"lost", 1, rest, "offset 1000: no chunk 01wb of 3840 bytes"},
+      {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
+  };
+  for (auto const& c : cases) {
+    std::string const name = c.file;
+    Result const result = Run("extract -o out " + name + ".avi");
+    EXPECT_EQ(result.code, c.code) << name << "\n" << result.err;
+    EXPECT_THAT(result.err, HasSubstr(c.said)) << name;
+    EXPECT_EQ(FileText(At("out/" + name + "-1.wav")).substr(44), c.sound) << name;
+  }
+}
+
+TEST_F(ExtractTest, ExitCodes) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
+  std::string foreign = FileText(At("a.avi"));
+  for (auto at = foreign.find("H264"); at != std::string::npos; at = foreign.find("H264"))
+    foreign.replace(at, 4, "XVID");
+  Write("foreign.avi", foreign);
+  Write("old.wav", "old");
+  Write("text.avi", "no film");
+  struct {
+    char const* arguments;
+    int code;
+    char const* said;
+  } const cases[] = {
+      {"a.avi --track 0", 2, "N:OUT"},
+      {"a.avi --track 0:", 2, "N:OUT"},
+      {"a.avi --track x:x.h264", 2, "N:OUT"},
+      {"a.avi --track 2:x.h264", 2, "tracks 0 to 1"},
+      {"a.avi --track 0:x.h264 --track 0:./x.h264", 2, "twice"},
+      {"a.avi --track 0:x.h264 -o out", 2, "excludes"},
+      {"a.avi --track 0:x.unknown", 2, "file format"},
+      {"a.avi --track 0:x.wav", 2, "video h264"},
+      {"a.avi --track 1:x.264", 2, "audio pcm"},
+      {"a.avi --track 1:x.wav --track 0:x.wav", 2, "one track"},
+      {"a.avi --track 1:old.wav", 2, "--force"},
+      {"a.avi --force --track 0:a.avi", 2, "is the input"},
+      {"a.avi --force --track 1:media", 2, "file format"},
+      {"a.avi --track 1:none/x.wav", 3, "none/x.wav: No such"},
+      {"a.avi --track 0:none/x.mkv", 3, "none/x.mkv: No such"},
+      {"a.avi -o old.wav", 3, "old.wav"},
+      {"missing.avi", 3, "missing.avi"},
+      {"text.avi", 4, "not a RIFF file"},
+      {"a.avi --track 0:x.mp4 --track 1:x.mp4", 4, "mp4 does not take pcm_s16le"},
+      {"foreign.avi --track 0:x.mkv", 4, "cannot be extracted"},
+      {"foreign.avi -o others", 1, "video mpeg4 cannot be extracted"},
+      {"a.avi --force --track 1:old.wav", 0, "64.0 kB"},
+  };
+  for (auto const& c : cases) {
+    Result const result = Run(std::string("extract ") + c.arguments);
+    EXPECT_EQ(result.code, c.code) << c.arguments << "\n" << result.err;
+    EXPECT_THAT(result.err, HasSubstr(c.said)) << c.arguments;
+  }
+  EXPECT_EQ(FileText(At("old.wav")), FileText(At("media/mono8k.wav")));
+  for (auto const& entry : fs::directory_iterator(_folder))
+    EXPECT_NE(entry.path().stem().stem(), "x") << entry.path();
+  Result const list = Run("extract a.avi");
+  EXPECT_EQ(list.code, 0);
+  EXPECT_THAT(list.out, testing::AllOf(HasSubstr("--track 0:a-0.h264\n"), HasSubstr("a-1.wav\n")));
+}
+
+}  // namespace
+}  // namespace kestro::tool

@@ -1,0 +1,54 @@
+// kestro-avi play: what the demuxer delivers.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Player.h"
+#include "avi/AviFile.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+class PlayVerb {
+ public:
+  void AddTo(CLI::App& app);
+  int Run();
+
+ private:
+  using PlayMode = stream::IDemuxer::PlayMode;
+
+  void Check();
+  void CheckIndex(AviFile const& avi) const;
+  void ChooseTracks(AviFile const& avi);
+  void Position(Player& player);
+  int List(Player& player, AviFile& avi);
+  bool Beyond(Delivered const& packet) const;
+  bool NextSeek(Player& player);
+  void Pace(Delivered const& packet);
+  void Print(Delivered const& packet) const;
+  std::string Fault(AviFile& avi, Delivered const& packet) const;
+
+  std::string _file, _mode = "normal", _from, _to, _plugin;
+  std::vector<std::string> _seekTexts;
+  unsigned _video = 0, _every = 1;
+  bool _json = false, _realtime = false;
+
+  PlayMode _playMode = PlayMode::kNormal;
+  int64 _from_ms = -1, _to_ms = -1;  // negative: not given
+  std::vector<int64> _seeks_ms;
+  std::size_t _seeksDone = 0;
+  std::vector<std::size_t> _tracks;  // numbers in the file, by the player's output
+  std::size_t _leader = 0;           // the output that decides when --to is reached
+
+  bool _paced = false;  // the two below are set
+  int64 _origin_ms = 0;
+  std::chrono::steady_clock::time_point _begin;
+};
+
+}  // namespace kestro::tool

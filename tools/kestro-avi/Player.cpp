@@ -1,0 +1,97 @@
+#include "Player.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+
+#include "Errors.h"
+#include "Interrupt.h"
+#include "base/IClass.h"
+
+namespace kestro::tool {
+
+bool Player::TracedIO::Seek(int64 offset, int whence) {
+  // A position that does not fit the demuxer's 32 bits arrives as a negative one.
+  if (offset < 0) _at = static_cast<unsigned>(offset);
+  return IOFilter::Seek(offset, whence);
+}
+
+unsigned Player::TracedIO::Read(void* data, unsigned size) {
+  _at = Tell();
+  return IOFilter::Read(data, size);
+}
+
+Player::Player(std::string const& path, std::size_t outputs, unsigned video)
+    : ISink("Player"), _file(std::filesystem::absolute(path).c_str(), "rb"), _io(_file) {
+  if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
+  base::AttrSet attrs;
+  attrs.Add("Register", "avi-demuxer");
+  _demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+  if (!_demuxer || !_demuxer->Configure(attrs)) throw Error(kIo, "the plug-in has no demuxer");
+  _demuxer->OnMessage([this](stream::IElement&, char const* type, char const*) {
+    if (std::strcmp(type, "eos") == 0) Happened(kEnd);
+    if (std::strcmp(type, "error") == 0) Happened(kFailed);
+    return true;
+  });
+  _demuxer->Set("io", static_cast<base::IO*>(&_io));
+  if (video != 0) _demuxer->Set("plyVidCtrl", video);
+  for (std::size_t i = 0; i < outputs; ++i) {
+    _inputs.push_back(AddInput());
+    stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back());
+  }
+  if (!_demuxer->StatusChange(IStatus::kOpen))
+    throw Error(kUnusable, path + ": the demuxer cannot open it");
+  ISink::StatusChange(IStatus::kRunning);
+}
+
+Player::~Player() {
+  {
+    std::lock_guard lock(_mutex);
+    _closing = true;
+  }
+  _changed.notify_all();
+  _demuxer->StatusChange(IStatus::kClosed);
+  ISink::StatusChange(IStatus::kClosed);
+}
+
+bool Player::ReceivePacket(stream::Packet& packet, void* context) {
+  std::unique_lock lock(_mutex);
+  auto const input = std::find(_inputs.begin(), _inputs.end(), context);
+  _packet.output = static_cast<std::size_t>(input - _inputs.begin());
+  _packet.seq = packet.Seq();
+  _packet.pts_ms = packet.Pts() / 1000000;
+  _packet.duration_ms = packet.Duration() / 1000000;
+  _packet.size = packet.Size();
+  _packet.key = packet.IsKey();
+  _packet.eos = (packet.Flags() & stream::Packet::kEndOfStream) != 0;
+  _packet.offset = _io.At();
+  _event = kPacket;
+  _waiting = _held = true;
+  _changed.notify_all();
+  _changed.wait(lock, [this] { return !_held || _closing; });
+  return true;
+}
+
+void Player::Happened(Event event) {
+  std::lock_guard lock(_mutex);
+  _event = event;
+  _waiting = true;
+  _changed.notify_all();
+}
+
+Player::Event Player::Next(Delivered& packet) {
+  // A signal does not wake a waiting thread.
+  constexpr auto kSlice = std::chrono::milliseconds(50);
+  if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
+  std::unique_lock lock(_mutex);
+  _held = false;
+  _changed.notify_all();
+  while (!_changed.wait_for(lock, kSlice, [this] { return _waiting; }))
+    if (Interrupted()) return kInterrupted;
+  _waiting = false;
+  if (_event == kPacket) packet = _packet;
+  return Interrupted() ? kInterrupted : _event;
+}
+
+}  // namespace kestro::tool

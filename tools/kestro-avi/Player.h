@@ -1,0 +1,84 @@
+// The plug-in's demuxer at work: its packets, one at a time.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/File.h"
+#include "stream/IDemuxer.h"
+#include "stream/ISink.h"
+
+namespace kestro::tool {
+
+using base::int64;
+
+// A packet as the sink of the pipeline got it.
+struct Delivered {
+  std::size_t output = 0;  // counted as the demuxer publishes tracks
+  unsigned seq = 0;
+  int64 pts_ms = 0, duration_ms = 0;
+  int size = 0;
+  bool key = false, eos = false;
+  int64 offset = 0;  // of the data in the file
+};
+
+// A pipeline of two, on the demuxer's thread: the demuxer, and a sink that holds each packet until
+// the next one is asked for. What is done to the demuxer between two calls of Next thus takes
+// effect between two packets. The plug-in must be loaded.
+//
+//   Player player("in.avi", outputs, 0);
+//   player.Demuxer().Seek(2000);
+//   while (player.Next(packet) == Player::kPacket) ...
+class Player : private stream::ISink {
+ public:
+  enum Event { kPacket, kEnd, kFailed, kInterrupted };
+
+  // Opens the file. `outputs`: how many tracks are expected; `video`: the video track to play,
+  // counted among video tracks. Throws Error.
+  Player(std::string const& path, std::size_t outputs, unsigned video);
+  ~Player() override;
+
+  stream::IDemuxer& Demuxer() { return *_demuxer; }
+  // The media of an output; null when the demuxer has published fewer tracks.
+  stream::IMedia const* Media(std::size_t output) const { return _inputs[output]->Media(); }
+
+  // Lets go of the last packet and waits for what comes then. After the end, or a failure, there is
+  // nothing more until the demuxer is told to go elsewhere.
+  Event Next(Delivered& packet);
+  // Where a failed read took place.
+  int64 FailedAt() const { return _io.At(); }
+
+ private:
+  // Knows where it was read last.
+  class TracedIO : public base::IOFilter {
+   public:
+    explicit TracedIO(base::IO& io) : IOFilter("TracedIO", io) {}
+    bool Seek(int64 offset, int whence) override;
+    unsigned Read(void* data, unsigned size) override;
+    int64 At() const { return _at; }
+
+   private:
+    int64 _at = 0;
+  };
+
+  bool ReceivePacket(stream::Packet& packet, void* context) override;
+  void Happened(Event event);
+
+  base::FileIO _file;
+  TracedIO _io;
+  std::unique_ptr<stream::IDemuxer> _demuxer;
+  std::vector<stream::IPort*> _inputs;
+
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  Event _event = kEnd;
+  Delivered _packet;
+  bool _waiting = false;  // an event waits for Next
+  bool _held = false;     // the sink holds a packet
+  bool _closing = false;
+};
+
+}  // namespace kestro::tool

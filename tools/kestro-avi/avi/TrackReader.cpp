@@ -1,0 +1,84 @@
+#include "avi/TrackReader.h"
+
+#include <algorithm>
+
+#include "Errors.h"
+
+namespace kestro::tool {
+
+static constexpr unsigned kMaxFrame = 256 << 20;  // nothing larger is a frame
+static constexpr unsigned kSoundPiece = 1 << 16;
+static constexpr std::size_t kMaxFaults = 10;
+
+void TrackReader::ForEach(Sink const& sink) {
+  _position.assign(_avi.Tracks().size(), 0);
+  _faults.clear();
+  _faultCount = 0;
+  bool more = true;
+  if (_avi.Indexed())
+    _avi.ForEachEntry([&](IndexEntry const& entry) { more = more && Take(entry, sink); });
+  else
+    _avi.ForEachData([&](Chunk const& chunk) {
+      more = more && Take({chunk.id, 0, chunk.offset, static_cast<unsigned>(chunk.size)}, sink);
+    });
+}
+
+bool TrackReader::Take(IndexEntry const& entry, Sink const& sink) {
+  auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
+  if (track >= _wanted.size() || !_wanted[track]) return true;
+  AviTrack const& info = _avi.Tracks()[track];
+  bool const video = info.type == "video";
+  bool const more = !Whole(entry, video) || Pieces(entry, track, sink);
+  unsigned const frame = std::max(1u, info.channels * info.bits / 8);
+  _position[track] += video ? 1 : entry.size / frame;
+  return more;
+}
+
+bool TrackReader::Whole(IndexEntry const& entry, bool video) {
+  Chunk chunk;
+  std::string const said = CodeText(entry.id) + " of " + std::to_string(entry.size) + " bytes";
+  if (!_avi.Reader().Header(entry.offset, _avi.Size(), chunk) || chunk.id != entry.id)
+    Fault(entry, "no chunk " + said);
+  else if (chunk.size != entry.size)
+    Fault(entry, "a chunk of " + std::to_string(chunk.size) + " bytes, not " + said);
+  else if (chunk.Cut())
+    Fault(entry, "the chunk " + said + " goes beyond the end of the file");
+  else if (video && entry.size > kMaxFrame)
+    Fault(entry, said + " are too much for a frame");
+  else
+    return true;
+  return false;
+}
+
+void TrackReader::Fault(IndexEntry const& entry, std::string const& what) {
+  if (++_faultCount <= kMaxFaults)
+    _faults.push_back("offset " + std::to_string(entry.offset) + ": " + what + "; left out");
+}
+
+std::vector<std::string> TrackReader::Faults() const {
+  auto faults = _faults;
+  if (_faultCount > kMaxFaults)
+    faults.push_back("and " + std::to_string(_faultCount - kMaxFaults) + " more of the kind");
+  return faults;
+}
+
+bool TrackReader::Pieces(IndexEntry const& entry, std::size_t track, Sink const& sink) {
+  AviTrack const& info = _avi.Tracks()[track];
+  unsigned const frame = std::max(1u, info.channels * info.bits / 8);
+  bool const video = info.type == "video";
+  unsigned const most = video ? entry.size : std::max(1u, kSoundPiece / frame) * frame;
+  if (_buffer.size() < std::min(most, entry.size)) _buffer.resize(std::min(most, entry.size));
+  unsigned done = 0;
+  do {
+    unsigned const size = std::min(most, entry.size - done);
+    int64 const at = entry.offset + 8 + done;
+    if (_avi.Reader().Read(at, _buffer.data(), size) != size)
+      throw Error(kIo, "the AVI file cannot be read at offset " + std::to_string(at));
+    if (!sink(track, {_buffer.data(), size, _position[track] + (video ? 0 : done / frame)}))
+      return false;
+    done += size;
+  } while (done < entry.size);
+  return true;
+}
+
+}  // namespace kestro::tool

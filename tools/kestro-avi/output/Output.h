@@ -1,0 +1,65 @@
+// Where extracted tracks go.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "avi/TrackReader.h"
+#include "base/File.h"
+
+namespace kestro::tool {
+
+// A file that takes its name when it is finished; until then, and when it never is, nothing of that
+// name is touched. The errors thrown name the file.
+class NewFile {
+ public:
+  explicit NewFile(std::string const& path) : _path(path), _temporary(path + ".part") {}
+  ~NewFile();
+
+  std::string const& Path() const { return _path; }
+  std::string const& Temporary() const { return _temporary; }
+  void Keep();
+
+ private:
+  std::string _path, _temporary;
+  bool _kept = false;
+};
+
+// Usage: Write the pieces of each track in order, then Finish. All throw Error.
+class Output {
+ public:
+  virtual ~Output() = default;
+  // `track`: counted in the order in which the output was given its tracks.
+  virtual void Write(std::size_t track, Piece const& piece) = 0;
+  virtual void Finish() = 0;
+};
+
+// Data as it is: an H.264 or HEVC elementary stream.
+class StreamFile : public Output {
+ public:
+  explicit StreamFile(std::string const& path);
+  void Write(std::size_t track, Piece const& piece) override;
+  void Finish() override;
+
+ protected:
+  void Store(void const* data, std::size_t size);
+
+  NewFile _new;
+  base::FileIO _file;
+};
+
+// PCM as RIFF/WAVE.
+class WaveFile : public StreamFile {
+ public:
+  WaveFile(std::string const& path, AviTrack const& track);
+  void Write(std::size_t track, Piece const& piece) override;
+  void Finish() override;
+
+ private:
+  void StoreHead();
+
+  AviTrack _track;
+  std::uint64_t _bytes = 0;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,82 @@
+#include <cstring>
+#include <filesystem>
+
+#include "Errors.h"
+#include "output/Output.h"
+
+namespace kestro::tool {
+
+NewFile::~NewFile() {
+  std::error_code none;
+  if (!_kept) std::filesystem::remove(_temporary, none);
+}
+
+void NewFile::Keep() {
+  std::error_code failed;
+  std::filesystem::rename(_temporary, _path, failed);
+  if (failed) throw Error(kIo, _path + ": " + failed.message());
+  _kept = true;
+}
+
+StreamFile::StreamFile(std::string const& path)
+    : _new(path), _file(std::filesystem::absolute(_new.Temporary()).c_str(), "wb") {
+  if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
+}
+
+void StreamFile::Store(void const* data, std::size_t size) {
+  auto const count = static_cast<unsigned>(size);  // pieces are small
+  if (_file.Write(data, count) != count)
+    throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
+}
+
+void StreamFile::Write(std::size_t, Piece const& piece) { Store(piece.data, piece.size); }
+
+void StreamFile::Finish() {
+  if (!_file.Close()) throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
+  _new.Keep();
+}
+
+static constexpr unsigned kWaveHead = 44;
+
+WaveFile::WaveFile(std::string const& path, AviTrack const& track)
+    : StreamFile(path), _track(track) {
+  if (track.bytes > UINT32_MAX - kWaveHead)
+    throw Error(kUnusable, path + ": the sound is larger than the 4 GiB that a WAV file can hold");
+  StoreHead();
+}
+
+void WaveFile::StoreHead() {
+  std::string head;
+  auto const number = [&head](std::uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) head += static_cast<char>(value >> 8 * i & 0xFF);
+  };
+  unsigned const frame = _track.channels * _track.bits / 8;
+  head += "RIFF";
+  number(kWaveHead - 8 + _bytes + _bytes % 2, 4);
+  head += "WAVEfmt ";
+  number(16, 4);
+  number(1, 2);  // PCM
+  number(_track.channels, 2);
+  number(_track.sampleRate, 4);
+  number(std::uint64_t{_track.sampleRate} * frame, 4);
+  number(frame, 2);
+  number(_track.bits, 2);
+  head += "data";
+  number(_bytes, 4);
+  Store(head.data(), head.size());
+}
+
+void WaveFile::Write(std::size_t track, Piece const& piece) {
+  _bytes += piece.size;
+  StreamFile::Write(track, piece);
+}
+
+void WaveFile::Finish() {
+  if (_bytes % 2 != 0) Store("", 1);
+  if (!_file.Seek(0, base::IO::kBegin))
+    throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
+  StoreHead();
+  StreamFile::Finish();
+}
+
+}  // namespace kestro::tool
