@@ -38,17 +38,40 @@ static ExitCode CodeOf(int failed) {
   }
 }
 
+// Takes the name of a device's kind off an address such as "v4l2:/dev/video0"; null for others.
+static AVInputFormat const* TakeDevice(std::string& url) {
+#ifdef KESTRO_DEVICES
+  static bool const registered = (avdevice_register_all(), true);
+  (void)registered;
+  auto const colon = url.find(':');
+  if (colon == url.npos) return nullptr;
+  AVInputFormat const* kind = av_find_input_format(url.substr(0, colon).c_str());
+  if (kind == nullptr || kind->priv_class == nullptr ||
+      !AV_IS_INPUT_DEVICE(kind->priv_class->category))
+    return nullptr;
+  url.erase(0, colon + 1);
+  return kind;
+#else
+  (void)url;
+  return nullptr;
+#endif
+}
+
 void MediaInput::Open(std::string const& address) {
   std::error_code none;
   std::string url = address == "-" ? "pipe:0" : address;
   auto const status = std::filesystem::status(address, none);
   if (std::filesystem::is_directory(status)) throw Error(kIo, address + ": is a directory");
   // A file name may look like an address.
-  if (std::filesystem::exists(status)) url = "file:" + address;
+  AVInputFormat const* device = nullptr;
+  if (std::filesystem::exists(status))
+    url = "file:" + address;
+  else
+    device = TakeDevice(url);
 
   AVFormatContext* format = avformat_alloc_context();
   format->interrupt_callback.callback = [](void*) { return Interrupted() ? 1 : 0; };
-  int failed = avformat_open_input(&format, url.c_str(), nullptr, nullptr);
+  int failed = avformat_open_input(&format, url.c_str(), device, nullptr);
   _format.reset(format);
   if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
   if (failed < 0)
