@@ -1,6 +1,7 @@
 #include "stream/Packet.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -8,28 +9,28 @@
 namespace kestro::stream {
 
 namespace {
-// Where the payload starts behind the header, for an alignment.
-std::size_t PayloadStart(int align) {
-  auto const a = static_cast<std::size_t>(std::max(align, 1));
-  return (sizeof(Packet) + a - 1) / a * a;
+std::size_t Alignment(PacketAlloc const& alloc) {
+  return static_cast<std::size_t>(std::max(alloc.align, 1));
 }
 }  // namespace
 
-void* Packet::operator new(std::size_t, PacketAlloc const& alloc) {
-  std::size_t const align = std::max(static_cast<std::size_t>(alloc.align), alignof(Packet));
-  std::size_t const bytes = PayloadStart(alloc.align) + static_cast<std::size_t>(alloc.size) +
-                            static_cast<std::size_t>(alloc.pad);
-  void* memory = nullptr;
-  if (posix_memalign(&memory, align, bytes) != 0) throw std::bad_alloc();
+// The header where malloc puts it, and room to align the payload behind it: aligned allocation
+// costs more than the room, and leaves pieces behind that make every free slower.
+void* Packet::operator new(std::size_t header, PacketAlloc const& alloc) {
+  void* const memory =
+      std::malloc(header + Alignment(alloc) - 1 + static_cast<std::size_t>(alloc.size) +
+                  static_cast<std::size_t>(alloc.pad));
+  if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
 
 void Packet::operator delete(void* memory) { std::free(memory); }
 
-Packet::Packet(PacketAlloc const& alloc)
-    : _base(reinterpret_cast<unsigned char*>(this) + PayloadStart(alloc.align)),
-      _size(alloc.size),
-      _capacity(alloc.size) {}
+Packet::Packet(PacketAlloc const& alloc) : _size(alloc.size), _capacity(alloc.size) {
+  auto const align = Alignment(alloc);
+  auto const behind = reinterpret_cast<std::uintptr_t>(this + 1);
+  _base = reinterpret_cast<unsigned char*>(this + 1) + (align - behind % align) % align;
+}
 
 Packet::Packet(unsigned char* data, int size, base::Reference const* owner)
     : _base(data), _size(std::max(size, 0)), _capacity(_size), _owner(owner) {

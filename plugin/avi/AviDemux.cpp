@@ -86,6 +86,7 @@ bool AviDemuxer::Publish(IMedia* media) {
 Packet* AviDemuxer::GeneratePacket(void*) {
   std::lock_guard lock(_lock);
   if (_process == nullptr || Stream() == nullptr) return nullptr;
+  if (_notify == nullptr) return (this->*_process)(*Stream());
   base::IOCallBack io(*Stream(), _notifyId, _notify);
   return (this->*_process)(io);
 }

@@ -111,6 +111,9 @@ void IAviDemux::AddEntries(IO& io, int64 bytes) {
       auto const track = static_cast<std::size_t>((at[0] - '0') * 10 + at[1] - '0');
       if (track < _streams.size()) _streams[track]->AddListChunk(chunk);
     }
+    // Tracks go on much as they begin: lists that need not grow cost neither copies nor memory.
+    if (left == bytes / kEntry * kEntry && left > wanted)
+      for (IStream* stream : _streams) stream->ExpectMore(static_cast<double>(left) / wanted);
     left -= wanted;
   }
 }

@@ -141,6 +141,10 @@ class IStream : public Object {
   virtual int64 GetKeyFrameGap() { return 1; }  // records from key to key
   virtual bool SetKeyFrameGap() { return true; }
   virtual void AddListChunk(ChunkParam& chunk) { _list->push_back(chunk); }
+  // Makes room for this many times the records.
+  void ExpectMore(double times) {
+    _list->reserve(static_cast<std::size_t>(1.02 * times * static_cast<double>(_list->size())));
+  }
   virtual bool demuxConfig(Object*) { return true; }  // the codec's part of DemuxConfig
   virtual void demuxReset() {}
   bool IsVideo() const { return _media != nullptr && _media->IsVideo(); }
@@ -158,7 +162,13 @@ class IStream : public Object {
 
  private:
   void SeekForward(int64 target, bool key);
+  void Pass(int64 target);
   void SeekBackward(int64 target, bool key);
+  // What every record takes, so that a seek need not walk over them; 0 when that is not known.
+  int64 UniformStep();
+  void Skip(int64 records, int64 step);
+
+  std::size_t _uniform = 0;  // records that SetDurations has given one duration
 
  protected:
   // The last two characters of the track's chunk ids, such as "dc".
@@ -167,6 +177,7 @@ class IStream : public Object {
   // What a chunk of this size adds to the header's length.
   virtual unsigned Units(unsigned size) const;
 
+  void SetDurations(unsigned us);  // of all records
   unsigned ChunkId() const;
   // Writes a chunk's header, payload and padding to an even position, and counts it; returns the
   // bytes written, less padding.

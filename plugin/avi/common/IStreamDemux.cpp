@@ -8,6 +8,13 @@ namespace kestro::plugin::avi {
 namespace {
 constexpr int kSlack = 128;  // bytes behind a packet's payload
 constexpr int64 kModest = 0x100000;
+
+// Saturates.
+int64 Microseconds(int64 ms) {
+  int64 us;
+  if (__builtin_mul_overflow(ms, 1000, &us)) return ms < 0 ? INT64_MIN : INT64_MAX;
+  return us;
+}
 }  // namespace
 
 bool IStream::DemuxConfig(IList* strl, Object* tags) {
@@ -39,14 +46,18 @@ Packet* IStream::GetPacket(IO& io, int64 length) {
   if (size > kModest) size = std::clamp<int64>(io.Size() - at, 0, size);
   if (size > INT32_MAX - 2 * kSlack) return Packet::ReadFailure();
 
+  if (at != 0 && !io.Seek(at, IO::kBegin)) return Packet::ReadFailure();
+
   stream::PacketAlloc const alloc(static_cast<int>(size) + kSlack, 64, 64);
-  auto packet = base::Ref<Packet>::Take(new (alloc) Packet(alloc));
+  auto* const packet = new (alloc) Packet(alloc);
   packet->Pts(_clock / 1000 * 1000000);
   packet->Duration(int64(_cursor->duration / 1000) * 1000000);
-  if (at != 0 && !io.Seek(at, IO::kBegin)) return Packet::ReadFailure();
   int64 const wanted = length > 0 ? std::min(length, size) : size;
   unsigned const got = io.Read(packet->Data(), static_cast<unsigned>(wanted));
-  if (got == IO::kFailed) return Packet::ReadFailure();
+  if (got == IO::kFailed) {
+    packet->Release();
+    return Packet::ReadFailure();
+  }
 
   packet->Size(static_cast<int>(got));
   packet->Media(_media);
@@ -57,8 +68,22 @@ Packet* IStream::GetPacket(IO& io, int64 length) {
   packet->Flags(flags | _extFlags);
   _extFlags = 0;
   packet->Seq(_seq++);
-  packet->Hold();
-  return packet.get();
+  return packet;
+}
+
+void IStream::SetDurations(unsigned us) {
+  for (auto& chunk : *_list) chunk.duration = us;
+  _uniform = _list->size();
+}
+
+int64 IStream::UniformStep() {
+  return _uniform > 0 && _uniform == _list->size() ? begin()->duration : 0;
+}
+
+// As so many DemuxNext, or DemuxPrev, over records of the same duration.
+void IStream::Skip(int64 records, int64 step) {
+  _cursor += records;
+  _clock += records * step;
 }
 
 ChunkParam* IStream::DemuxNext() {
@@ -75,8 +100,7 @@ ChunkParam* IStream::DemuxPrev() {
 }
 
 ChunkParam* IStream::DemuxSeek(int64& pts, bool key) {
-  int64 target;
-  if (__builtin_mul_overflow(pts, 1000, &target)) target = pts < 0 ? INT64_MIN : INT64_MAX;
+  int64 const target = Microseconds(pts);
   if (begin() != end()) {
     if (target > _clock)
       SeekForward(target, key);
@@ -88,34 +112,47 @@ ChunkParam* IStream::DemuxSeek(int64& pts, bool key) {
 }
 
 void IStream::SeekForward(int64 target, bool key) {
-  ChunkParam* found = nullptr;
-  int foundClock = 0;  // 32 bits: later positions do not survive, which callers know
-  for (; !DemuxISEnd() && _clock <= target; DemuxNext())
-    if (!key || OnKey()) {
-      found = _cursor;
-      foundClock = static_cast<int>(_clock);
-    }
+  ChunkParam* const from = _cursor;
+  Pass(target);
   if (DemuxISEnd()) {
     DemuxPrev();  // and there it stays, key or not, unless the record starts at the target
-    SeekBackward(target, key);
-  } else if (found != nullptr) {
-    _cursor = found;
-    _clock = foundClock;
+    return SeekBackward(target, key);
+  }
+  // The last of the records passed that will do.
+  ChunkParam* found = _cursor;
+  int64 clock = _clock;
+  do {
+    if (found == from) return SeekBackward(target, key);
+    clock -= (--found)->duration;
+  } while (key && (found->flags & 1) == 0);
+  _cursor = found;
+  _clock = static_cast<int>(clock);  // 32 bits: later positions do not survive, which callers know
+}
+
+// To the first record that starts after a time, or to the end.
+void IStream::Pass(int64 target) {
+  if (_clock > target) return;
+  if (int64 const step = UniformStep(); step > 0) {
+    int64 const left = end() - _cursor;
+    Skip(_clock + left * step <= target ? left : (target - _clock) / step + 1, step);
   } else {
-    SeekBackward(target, key);
+    while (!DemuxISEnd() && _clock <= target) DemuxNext();
   }
 }
 
 void IStream::SeekBackward(int64 target, bool key) {
   if (_clock < target) return;
+  if (int64 const step = UniformStep(); step > 0) {
+    int64 const before = _cursor - begin();
+    Skip(_clock - before * step > target ? -before : -((_clock - target + step - 1) / step), step);
+  }
   while (_cursor != begin() && !(_clock <= target && (!key || OnKey()))) DemuxPrev();
 }
 
 void IStream::SeekToKey(int64& pts) {
   int64 const asked = pts;
-  // Beyond what DemuxSeek keeps, walk past the target first: going back it loses nothing.
-  if (asked > INT32_MAX / 1000)
-    while (!DemuxISEnd() && _clock / 1000 <= asked) DemuxNext();
+  // Beyond what DemuxSeek keeps, pass the target first: going back loses nothing.
+  if (asked > INT32_MAX / 1000) Pass(Microseconds(asked));
   DemuxSeek(pts, true);
   // A time beyond the last record leads to that record.
   if (begin() != end() && !OnKey()) SeekBackward(_clock, true);

@@ -76,7 +76,7 @@ bool StreamAnnexB::demuxConfig(Object*) {
 }
 
 bool StreamAnnexB::SetDurPerFrame() {
-  for (auto& chunk : *_list) chunk.duration = _durPerFrame;
+  SetDurations(_durPerFrame);
   return true;
 }
 

@@ -48,7 +48,7 @@ bool StreamTxt::demuxConfig(Object*) {
 bool StreamTxt::SetDurPerFrame() {
   if (_durPerFrame == 0 && !_list->empty())
     _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
-  for (auto& chunk : *_list) chunk.duration = _durPerFrame;
+  SetDurations(_durPerFrame);
   return true;
 }
 
