@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "DemuxBench.h"
 #include "Recorder.h"
 #include "base/File.h"
 
@@ -25,15 +26,19 @@ struct ScratchFolder {
   }
 };
 
-std::int64_t ResidentKiB() {
-  std::int64_t total = 0, resident = 0;
-  std::ifstream("/proc/self/statm") >> total >> resident;
-  Require(resident > 0, "cannot read the resident memory");
-  return resident * sysconf(_SC_PAGESIZE) / 1024;
+// A line of the process's status, such as "VmHWM:", in KiB.
+std::int64_t StatusKiB(std::string const& field) {
+  std::ifstream status("/proc/self/status");
+  std::string name;
+  std::int64_t kib = 0;
+  while (status >> name && name != field) status.ignore(1024, '\n');
+  status >> kib;
+  Require(kib > 0, "cannot read the process's status");
+  return kib;
 }
 
-// What this program prints when it is run with these arguments.
-std::string OutputOfSelf(std::vector<std::string> arguments) {
+// The number that this program prints when it is run with these arguments.
+double NumberOfSelf(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/proc/self/exe");
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -58,7 +63,7 @@ std::string OutputOfSelf(std::vector<std::string> arguments) {
   int status = 0;
   waitpid(child, &status, 0);
   Require(WIFEXITED(status) && WEXITSTATUS(status) == 0, "the memory measurement failed");
-  return text;
+  return std::stod(text);
 }
 
 }  // namespace
@@ -74,11 +79,21 @@ void MemoryChild(std::int64_t packets, int spillSeconds, std::FILE* out) {
   mix.Play(packets, [&](Mix::Unit const& unit, std::size_t, std::int64_t number) {
     recorder.Push(unit, number);
   });
-  std::fprintf(out, "%lld\n", static_cast<long long>(ResidentKiB()));
+  std::fprintf(out, "%lld\n", static_cast<long long>(StatusKiB("VmRSS:")));
   recorder.Close();
 }
 
-std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out) {
+void OpenChild(std::string const& path, std::size_t opener, std::FILE* out) {
+  auto const openers = Openers(std::make_shared<Recording>(path));
+  Stopwatch watch;
+  std::int64_t const before = StatusKiB("VmRSS:");
+  openers.at(opener).run(watch);
+  std::fprintf(out, "%lld\n", static_cast<long long>(StatusKiB("VmHWM:") - before));
+}
+
+namespace {
+
+std::vector<Result> MeasureRecording(std::string const& plugin, std::FILE* out) {
   struct Row {
     char const *name, *text;
     int spill;
@@ -94,14 +109,42 @@ std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out) {
                          Row{"plain", "index in memory", -1}}) {
     std::fprintf(out, "%-34s", row.text);
     for (Column const& column : columns) {
-      double const kib =
-          std::stod(OutputOfSelf({"--plugin", plugin, "--memory-child",
-                                  std::to_string(column.packets), std::to_string(row.spill)}));
+      double const kib = NumberOfSelf({"--plugin", plugin, "--memory-child",
+                                       std::to_string(column.packets), std::to_string(row.spill)});
       results.push_back({std::string("memory/") + row.name + "_" + column.name, kib, "KiB", {}});
       std::fprintf(out, " %12.0f", kib);
     }
     std::fprintf(out, "\n");
   }
+  return results;
+}
+
+Result MeasureOpening(std::string const& plugin, std::FILE* out) {
+  auto const file = OpenRecording();
+  auto const openers = Openers(file);
+  Result result{"demux/open_memory", 0, "KiB", {}};
+  std::fprintf(out, "%-34s %12s %12s\n", "peak of opening 1e6 packets, KiB", "", "ours/it");
+  for (std::size_t i = 0; i < openers.size(); ++i) {
+    double const kib =
+        NumberOfSelf({"--plugin", plugin, "--open-child", file->Path(), std::to_string(i)});
+    std::fprintf(out, "%-34s %12.0f", openers[i].name.c_str(), kib);
+    if (i == 0) {
+      result.value = kib;
+    } else {
+      result.ratios[openers[i].name] = result.value / kib;
+      std::fprintf(out, " %12.3f", result.value / kib);
+    }
+    std::fprintf(out, "\n");
+  }
+  return result;
+}
+
+}  // namespace
+
+std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out) {
+  auto results = MeasureRecording(plugin, out);
+  std::fprintf(out, "\n");
+  results.push_back(MeasureOpening(plugin, out));
   return results;
 }
 

@@ -14,10 +14,13 @@ using stream::Packet;
 namespace {
 
 constexpr unsigned char kDelimiter[] = {0, 0, 0, 1, 0x09, 0xF0};
-constexpr unsigned char kParameterSets[] = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x28, 0xAC,  // SPS
-                                            0, 0, 0, 1, 0x68, 0xEE, 0x3C, 0x80};       // PPS
-constexpr unsigned char kKeySlice[] = {0, 0, 0, 1, 0x65};
-constexpr unsigned char kSlice[] = {0, 0, 0, 1, 0x41};
+// High profile, 1920x1080.
+constexpr unsigned char kParameterSets[] = {
+    0,    0,    0,    1,    0x67, 0x64, 0x00, 0x28, 0xAC, 0xB2, 0x00, 0xF0, 0x04, 0x4F,  // SPS
+    0xCB, 0x80, 0x88, 0x00, 0x00, 0x03, 0x00, 0x08, 0x00, 0x00, 0x03, 0x01, 0xE0, 0x78,
+    0xC1, 0x92, 0x40, 0,    0,    0,    1,    0x68, 0xEB, 0xC3, 0xCB, 0x22, 0xC0};  // and PPS
+constexpr unsigned char kKeySlice[] = {0, 0, 0, 1, 0x65, 0x88, 0x84};
+constexpr unsigned char kSlice[] = {0, 0, 0, 1, 0x41, 0x9A};
 
 // The shortest time in which whole numbers of frames and of sound packets fit.
 constexpr int kRoundSeconds = 8;
@@ -95,6 +98,12 @@ Mix::Mix(std::size_t bytes, Sizes sizes) : _video(VideoMedia()), _sound(SoundMed
     at += plan[i].size;
   }
   for (Plan const& unit : plan) _units.push_back(MakeUnit(unit));
+}
+
+std::int64_t Mix::Bytes(std::int64_t packets) const {
+  std::int64_t bytes = 0;
+  Play(packets, [&](Unit const& unit, std::size_t, std::int64_t) { bytes += unit.Size(); });
+  return bytes;
 }
 
 void Mix::PlanRound(Sizes sizes, std::vector<Plan>& plan) {

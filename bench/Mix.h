@@ -36,6 +36,8 @@ class Mix {
 
   std::vector<Unit> const& Units() const { return _units; }
   std::size_t Bytes() const { return _memory.size(); }
+  // Those of so many packets.
+  std::int64_t Bytes(std::int64_t packets) const;
   stream::IMedia* Video() const { return _video.get(); }
   stream::IMedia* Sound() const { return _sound.get(); }
 

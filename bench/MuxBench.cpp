@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 
 #include "Recorder.h"
+#include "Recording.h"
 
 namespace kestro::bench {
 
@@ -102,11 +102,6 @@ Contender Copy(Mix const& mix, std::int64_t packets, Target const& target) {
           }};
 }
 
-std::string TmpfsFolder() {
-  if (access("/dev/shm", W_OK) == 0) return "/dev/shm";
-  return std::filesystem::temp_directory_path();
-}
-
 }  // namespace
 
 void Target::Clear() const {
@@ -114,13 +109,11 @@ void Target::Clear() const {
 }
 
 std::vector<Case> MuxCases(Mix const& mix, std::int64_t packets) {
-  double bytes = 0;
-  mix.Play(packets,
-           [&](Mix::Unit const& unit, std::size_t, std::int64_t) { bytes += unit.Size(); });
-  std::string const file = TmpfsFolder() + "/kestro-bench-" + std::to_string(getpid()) + ".avi";
+  auto const bytes = static_cast<double>(mix.Bytes(packets));
   std::vector<Case> cases;
-  for (auto const& [name, path] : {std::pair<char const*, std::string>{"mux/null", ""},
-                                   std::pair<char const*, std::string>{"mux/tmpfs", file}}) {
+  for (auto const& [name, path] :
+       {std::pair<char const*, std::string>{"mux/null", ""},
+        std::pair<char const*, std::string>{"mux/tmpfs", TmpfsPath("mux")}}) {
     Target const target{path};
     Case c{name, "s/GB", 1e9 / bytes, packets, {}};
     c.contenders.push_back(Ours(mix, packets, target));

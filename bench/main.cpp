@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "DemuxBench.h"
 #include "MemoryBench.h"
 #include "MuxBench.h"
 #include "base/Module.h"
@@ -28,6 +29,8 @@ struct Options {
   bool memoryOnly = false, help = false;
   std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
   int childSpill = -1;
+  std::string childPath;  // not empty: this is a child that opens a file
+  std::size_t childOpener = 0;
   std::vector<char*> forwarded;  // to Google Benchmark
 };
 
@@ -45,6 +48,9 @@ bool Parse(int argc, char** argv, Options& options) {
     } else if (name == "--memory-child" && left >= 2) {
       options.childPackets = std::atoll(argv[++i]);
       options.childSpill = std::atoi(argv[++i]);
+    } else if (name == "--open-child" && left >= 2) {
+      options.childPath = argv[++i];
+      options.childOpener = static_cast<std::size_t>(std::atoi(argv[++i]));
     } else if (name == "--memory") {
       options.memoryOnly = true;
     } else if (name == "--help" || name == "-h") {
@@ -78,10 +84,12 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   std::size_t const rounds = std::max<std::size_t>((400 << 20) / mix.Bytes(), 1);
   auto const packets = static_cast<std::int64_t>(rounds * mix.Units().size());
   std::fprintf(
-      out, "%s interleaved repetitions, each of %lld packets, %zu MB; medians of CPU time\n",
+      out, "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU time\n",
       options.repetitions.c_str(), static_cast<long long>(packets), rounds * mix.Bytes() / 1000000);
   std::fflush(out);
-  return Measure(MuxCases(mix, packets), out);
+  auto cases = MuxCases(mix, packets);
+  for (Case& c : DemuxCases(packets)) cases.push_back(std::move(c));
+  return Measure(cases, out);
 }
 
 void Run(Options& options, char* program, std::FILE* out) {
@@ -92,6 +100,7 @@ void Run(Options& options, char* program, std::FILE* out) {
   std::string error;
   if (!base::LoadPlugin(options.plugin.c_str(), &error)) throw std::runtime_error(error);
   if (options.childPackets > 0) return MemoryChild(options.childPackets, options.childSpill, out);
+  if (!options.childPath.empty()) return OpenChild(options.childPath, options.childOpener, out);
 
   std::vector<Result> results;
   if (!options.memoryOnly) {

@@ -1,0 +1,149 @@
+#include "DemuxBench.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <random>
+
+#include "base/IClass.h"
+#include "stream/IDemuxer.h"
+
+namespace kestro::bench {
+
+namespace {
+
+using stream::IDemuxer;
+using stream::IStatus;
+using stream::Packet;
+
+constexpr std::int64_t kIndexEntries = 1000000;
+constexpr int kSeekMinutes = 30;
+constexpr int kSeeks = 1000;
+
+// The demuxer element, driven by hand: no thread runs, nothing is linked.
+class Player {
+ public:
+  explicit Player(std::string const& path) {
+    base::AttrSet attrs;
+    attrs.Add("Register", "avi-demuxer");
+    _demuxer.reset(base::IClass::New<IDemuxer>(attrs));
+    Require(_demuxer != nullptr, "the plug-in has no avi-demuxer");
+    Require(_demuxer->Set("path", path.c_str()), "the demuxer takes no path");
+    _demuxer->AddOutput("h264");
+    _demuxer->AddOutput("pcm");
+  }
+  ~Player() { _demuxer->StatusChange(IStatus::kClosed); }
+
+  void Open() { Require(_demuxer->StatusChange(IStatus::kOpen), "the demuxer does not open"); }
+  void Seek(int ms) { Require(_demuxer->Seek(ms), "the demuxer does not seek"); }
+  // False at the end.
+  bool Next() {
+    Packet* const packet = _demuxer->GeneratePacket(nullptr);
+    Require(packet != Packet::ReadFailure(), "the demuxer cannot read");
+    if (packet != nullptr) packet->Release();
+    return packet != nullptr;
+  }
+
+ private:
+  std::unique_ptr<IDemuxer> _demuxer;
+};
+
+Contender Reader(SharedRecording const& file) {
+  return {"ours", [file](Stopwatch& watch) {
+            Player player(file->Path());
+            player.Open();
+            std::int64_t count = 0;
+            watch.Start();
+            while (player.Next()) ++count;
+            watch.Stop();
+            Require(count == file->Packets(), "packets are missing");
+          }};
+}
+
+// The least that any reader does: one positioned read of each chunk, into a buffer of its own.
+Contender PlainReader(SharedRecording const& file) {
+  return {"pread", [file](Stopwatch& watch) {
+            auto const chunks = file->Chunks();
+            int const fd = open(file->Path().c_str(), O_RDONLY | O_CLOEXEC);
+            Require(fd >= 0, "cannot open the recording");
+            watch.Start();
+            for (Recording::Chunk const& chunk : chunks) {
+              void* const buffer = std::malloc(chunk.size);
+              auto const got = pread(fd, buffer, chunk.size, chunk.at);
+              std::free(buffer);
+              Require(got == static_cast<ssize_t>(chunk.size), "a read fell short");
+            }
+            watch.Stop();
+            close(fd);
+          }};
+}
+
+Contender Opener(SharedRecording const& file) {
+  return {"ours", [file](Stopwatch& watch) {
+            Player player(file->Path());
+            watch.Start();
+            player.Open();
+            watch.Stop();
+          }};
+}
+
+Contender Seeker(SharedRecording const& file, std::vector<int> const& times) {
+  return {"ours", [file, times](Stopwatch& watch) {
+            Player player(file->Path());
+            player.Open();
+            watch.Start();
+            for (int const ms : times) {
+              player.Seek(ms);
+              Require(player.Next(), "a seek leads to the end");
+            }
+            watch.Stop();
+          }};
+}
+
+Case ReadCase(std::int64_t packets) {
+  auto const file = std::make_shared<Recording>("read", Mix::Sizes{}, packets);
+  double const bytes = static_cast<double>(Mix(1, {}).Bytes(packets));
+  Case c{"demux/read", "s/GB", 1e9 / bytes, packets, {Reader(file), PlainReader(file)}};
+#ifdef KESTRO_BENCH_LIBAV
+  c.contenders.push_back(LavfReader(file));
+#endif
+  return c;
+}
+
+Case SeekCase() {
+  // Frames can be small; sound has as many bytes as its time takes.
+  constexpr std::int64_t kSeconds = kSeekMinutes * 60;
+  constexpr std::int64_t kPackets = kSeconds * Mix::kFps + kSeconds * Mix::kRate / Mix::kSamples;
+  auto const file = std::make_shared<Recording>("seek", Mix::Sizes{256, 1024, 4096}, kPackets);
+  std::mt19937 random(1);
+  std::uniform_int_distribution<int> time(0, static_cast<int>(kSeconds) * 1000 - 1);
+  std::vector<int> times(kSeeks);
+  for (int& ms : times) ms = time(random);
+  Case c{"demux/seek", "us", 1e6 / kSeeks, kSeeks, {Seeker(file, times)}};
+#ifdef KESTRO_BENCH_LIBAV
+  c.contenders.push_back(LavfSeeker(file, times));
+#endif
+  return c;
+}
+
+}  // namespace
+
+SharedRecording OpenRecording() {
+  return std::make_shared<Recording>("open", Mix::Sizes{64, 64, 64}, kIndexEntries);
+}
+
+std::vector<Contender> Openers(SharedRecording const& file) {
+  std::vector<Contender> openers{Opener(file)};
+#ifdef KESTRO_BENCH_LIBAV
+  openers.push_back(LavfOpener(file));
+#endif
+  return openers;
+}
+
+std::vector<Case> DemuxCases(std::int64_t packets) {
+  auto const openers = Openers(OpenRecording());
+  return {ReadCase(packets), {"demux/open", "ms", 1e3, kIndexEntries, openers}, SeekCase()};
+}
+
+}  // namespace kestro::bench

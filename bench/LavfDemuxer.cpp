@@ -1,0 +1,82 @@
+// libavformat's AVI demuxer on the same files, as it is when nothing is set: its parser takes a
+// short look into each frame. Streams are not probed, so that opening reads headers and index only.
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include "DemuxBench.h"
+
+namespace kestro::bench {
+
+namespace {
+
+class Demuxer {
+ public:
+  // Quiet: a parser has something to say of random bytes.
+  Demuxer() : _packet(av_packet_alloc()) { av_log_set_level(AV_LOG_QUIET); }
+  ~Demuxer() {
+    av_packet_free(&_packet);
+    avformat_close_input(&_context);
+  }
+  Demuxer(Demuxer const&) = delete;
+  Demuxer& operator=(Demuxer const&) = delete;
+
+  void Open(std::string const& path) {
+    Require(avformat_open_input(&_context, path.c_str(), nullptr, nullptr) >= 0, "no avi");
+    Require(_context->nb_streams == 2, "tracks are missing");
+  }
+  // False at the end.
+  bool Next() {
+    int const result = av_read_frame(_context, _packet);
+    Require(result >= 0 || result == AVERROR_EOF, "av_read_frame failed");
+    av_packet_unref(_packet);
+    return result >= 0;
+  }
+  void Seek(int ms) {
+    auto const time =
+        av_rescale_q_rnd(ms, {1, 1000}, _context->streams[0]->time_base, AV_ROUND_DOWN);
+    Require(av_seek_frame(_context, 0, time, AVSEEK_FLAG_BACKWARD) >= 0, "av_seek_frame failed");
+  }
+
+ private:
+  AVFormatContext* _context = nullptr;
+  AVPacket* _packet;
+};
+
+}  // namespace
+
+Contender LavfReader(SharedRecording const& file) {
+  return {"libavformat", [file](Stopwatch& watch) {
+            Demuxer demuxer;
+            demuxer.Open(file->Path());
+            std::int64_t count = 0;
+            watch.Start();
+            while (demuxer.Next()) ++count;
+            watch.Stop();
+            Require(count == file->Packets(), "libavformat misses packets");
+          }};
+}
+
+Contender LavfOpener(SharedRecording const& file) {
+  return {"libavformat", [file](Stopwatch& watch) {
+            Demuxer demuxer;
+            watch.Start();
+            demuxer.Open(file->Path());
+            watch.Stop();
+          }};
+}
+
+Contender LavfSeeker(SharedRecording const& file, std::vector<int> const& times) {
+  return {"libavformat", [file, times](Stopwatch& watch) {
+            Demuxer demuxer;
+            demuxer.Open(file->Path());
+            watch.Start();
+            for (int const ms : times) {
+              demuxer.Seek(ms);
+              Require(demuxer.Next(), "a seek of libavformat leads to the end");
+            }
+            watch.Stop();
+          }};
+}
+
+}  // namespace kestro::bench

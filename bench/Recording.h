@@ -1,0 +1,44 @@
+// Files in memory, to write to and to read from.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Mix.h"
+
+namespace kestro::bench {
+
+// A path on tmpfs that no other process uses.
+std::string TmpfsPath(char const* name);
+
+// An AVI file on tmpfs with so many packets of a mix of these sizes. It is recorded when its path
+// is first asked for, and goes away with the object.
+class Recording {
+ public:
+  // A chunk that the index names: its payload.
+  struct Chunk {
+    std::int64_t at;
+    std::size_t size;
+  };
+
+  Recording(char const* name, Mix::Sizes sizes, std::int64_t packets)
+      : _path(TmpfsPath(name)), _sizes(sizes), _packets(packets) {}
+  // A file that another process has recorded, and keeps.
+  explicit Recording(std::string path) : _path(std::move(path)) {}
+  ~Recording();
+  Recording(Recording const&) = delete;
+  Recording& operator=(Recording const&) = delete;
+
+  std::string const& Path();
+  std::int64_t Packets() const { return _packets; }
+  // In the order of the index.
+  std::vector<Chunk> Chunks();
+
+ private:
+  std::string const _path;
+  Mix::Sizes const _sizes;
+  std::int64_t const _packets = 0;  // 0: of another process
+  bool _recorded = false;
+};
+
+}  // namespace kestro::bench
