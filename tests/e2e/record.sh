@@ -104,6 +104,8 @@ exits "no-audio" 0 record --no-audio -o silent.avi "${av[@]}"
 passes "no-audio: is the video alone" cmp video.avi silent.avi
 exits "no-video" 0 record --no-video -o blind.avi "${av[@]}"
 same_media "no-video" blind.avi - stereo48k.wav
+# An address may name a kind of device.
+exits "device" 0 record --duration 1 -o device.avi lavfi:sine=r=16000
 exits "part" 0 record --start 2 --duration 1 -o part.avi "$media/clip25.h264"
 check "part: pictures" "$(picture_hashes "$media/clip25.h264" | sed -n 51,75p)" \
   "$(picture_hashes part.avi)"
