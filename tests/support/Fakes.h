@@ -20,12 +20,14 @@ using PacketRef = base::Ref<stream::Packet>;
 
 inline MediaRef NewMedia(char const* codec) { return MediaRef::Take(stream::IMedia::New(codec)); }
 
-inline stream::Packet* NewPacket(std::string const& data, stream::IMedia* media,
-                                 unsigned flags = 0) {
+inline stream::Packet* NewPacket(std::string const& data, stream::IMedia* media) {
   auto* packet = stream::Packet::New(static_cast<int>(data.size()), data.data());
   packet->Media(media);
-  packet->Flags(flags);
   return packet;
+}
+
+inline std::string Text(stream::Packet const& packet) {
+  return {reinterpret_cast<char const*>(packet.Data()), static_cast<std::size_t>(packet.Size())};
 }
 
 // Waits for something that another thread brings about; false when it never comes.
@@ -50,10 +52,7 @@ class Lines {
     std::lock_guard lock(_mutex);
     return _lines;
   }
-  std::size_t Count() const {
-    std::lock_guard lock(_mutex);
-    return _lines.size();
-  }
+  std::size_t Count() const { return All().size(); }
   bool Reach(std::size_t count) const {
     return Eventually([&] { return Count() >= count; });
   }
@@ -84,8 +83,7 @@ class CaptureSink : public stream::ISink {
   ~CaptureSink() override { Detach(); }
 
   bool ReceivePacket(stream::Packet& packet, void*) override {
-    packets.Add(
-        {reinterpret_cast<char const*>(packet.Data()), static_cast<std::size_t>(packet.Size())});
+    packets.Add(Text(packet));
     return _hook == nullptr || _hook(packet);
   }
 
@@ -107,7 +105,7 @@ class ScriptSource : public stream::ISource {
   }
 
   // Continues a stream that has ended.
-  void Add(std::vector<stream::Packet*> script) {
+  void Add(std::vector<stream::Packet*> const& script) {
     {
       std::lock_guard lock(_mutex);
       _script.insert(_script.end(), script.begin(), script.end());
