@@ -110,7 +110,7 @@ bool Value::From(void const* variable, std::type_info const& type) {
 bool Value::Integer(int64& out) const {
   if (auto* v = std::get_if<int64>(&_value)) return (out = *v), true;
   if (auto* v = std::get_if<bool>(&_value)) return (out = *v), true;
-  if (auto* v = std::get_if<char>(&_value)) return (out = static_cast<unsigned char>(*v)), true;
+  if (auto* v = std::get_if<char>(&_value)) return (out = +*v), true;
   if (auto* v = std::get_if<uint64>(&_value))
     return *v <= static_cast<uint64>(INT64_MAX) && ((out = static_cast<int64>(*v)), true);
   if (auto* v = std::get_if<Fraction>(&_value)) {

@@ -82,12 +82,14 @@ TEST(Index, StopsAtItsLimit) {
 class Spill : public testing::Test {
  protected:
   void SetUp() override {
-    folder = testing::TempDir() + "kestro-index";
-    ASSERT_EQ(0, system(("rm -rf " + folder + " && mkdir " + folder).c_str()));
+    folder = NewFolder();
     base::File::Mount('I', folder.c_str());
     list.reserve(64);
   }
-  void TearDown() override { base::File::Mount('I', nullptr); }
+  void TearDown() override {
+    base::File::Mount('I', nullptr);
+    EXPECT_EQ(0, system(("rm -r " + folder + "*").c_str()));
+  }
 
   // Adds as a stream does: spills before the list would grow.
   void Add(IListFile& file, unsigned n) {

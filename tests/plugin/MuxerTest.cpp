@@ -1,5 +1,7 @@
 // The muxer element: its states, properties and refusals.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/Recording.h"
 
@@ -93,8 +95,8 @@ TEST(Muxer, WrongCallsAreRefused) {
 }
 
 TEST(Muxer, FailedOpenIsTriedAgain) {
-  std::string const folder = testing::TempDir() + "kestro-later";
-  ASSERT_EQ(0, system(("rm -rf " + folder).c_str()));
+  std::string const folder = NewFolder();
+  ASSERT_EQ(0, rmdir(folder.c_str()));
   Recording r(nullptr);
   r.muxer->Set("path", folder + "/a.avi");
   r.Track(VideoMedia());
@@ -106,10 +108,11 @@ TEST(Muxer, FailedOpenIsTriedAgain) {
   EXPECT_THAT(r.messages, ElementsAre("error: " + folder + "/a.avi: No such file or directory"));
   EXPECT_THAT(console.Text(), HasSubstr("/OpenFileConfig:\t!OpenConfig(list)\n"));
   EXPECT_THAT(console.Text(), HasSubstr("/ReceivePacket:\t!OpenFileConfig()\n"));
-  ASSERT_EQ(0, system(("mkdir " + folder).c_str()));
+  ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
   EXPECT_TRUE(r.Push(0, KeyFrame("x"), true));
   EXPECT_TRUE(r.muxer->Check()) << "a successful open clears the error";
   EXPECT_TRUE(r.Close());
+  EXPECT_EQ(0, unlink((folder + "/a.avi").c_str()) + rmdir(folder.c_str()));
 }
 
 TEST(Muxer, NoMediumNoFile) {
@@ -207,6 +210,21 @@ TEST(Muxer, StopsBeforeFourGiB) {
   EXPECT_TRUE(r.Close());
   EXPECT_LE(io.size, 0xFFFFFFFF);
   EXPECT_GT(io.size, 0xF0000000);
+}
+
+unsigned notified[2];
+void Notify(unsigned id, void*, unsigned size) { notified[id] += size; }
+
+TEST(Muxer, NotifiesOfWhatPacketsWrite) {
+  MemoryIO io;
+  Recording r(&io);
+  EXPECT_TRUE(r.muxer->Set("notify", &Notify));
+  EXPECT_TRUE(r.muxer->Set("notifyid", 1));
+  r.Track(VideoMedia());
+  ASSERT_TRUE(r.Open());
+  ASSERT_TRUE(r.Push(0, KeyFrame("1234"), true));
+  EXPECT_EQ(8 + StoredKeyFrame("1234").size() + StoredKeyFrame("1234").size() % 2, notified[1]);
+  EXPECT_EQ(0u, notified[0]);
 }
 
 // Media outlive their ports' interest in them for as long as the file is open.

@@ -1,7 +1,10 @@
 // A growing stream in memory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -9,6 +12,12 @@
 #include "base/IO.h"
 
 namespace kestro::test {
+
+// A new folder for a test: tests run side by side.
+inline std::string NewFolder() {
+  std::string name = testing::TempDir() + "kestro-XXXXXX";
+  return mkdtemp(name.data()) != nullptr ? name : "";
+}
 
 class MemoryIO : public base::IO {
  public:
