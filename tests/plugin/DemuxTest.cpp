@@ -94,6 +94,26 @@ TEST(Demux, DeliversWhatWasRecorded) {
               ElementsAre(48000, 2, 16, 2, 1920));
 }
 
+// Parameter sets of any length, and those behind the first pair, reach the media.
+TEST(Demux, FindsLongParameterSets) {
+  std::string const sps = kStart + "\x67" + std::string(300, 's');
+  std::string const pps = kStart + "\x68" + std::string(90, 'p');
+  std::string const slice = kStart + "\x65slice";
+  MemoryIO io;
+  {
+    Recording r(&io);
+    r.Track(VideoMedia());
+    ASSERT_TRUE(r.Open());
+    ASSERT_TRUE(r.Push(0, sps + pps + pps + kStart + "\x06sei" + slice, true));
+  }
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  auto const& extra = p.outputs[0]->Media()->ExtraData();
+  EXPECT_EQ(sps + pps + pps, std::string(extra.begin(), extra.end()));
+  Got const got = p.NextGot();
+  EXPECT_EQ(std::string(got.data.size() - slice.size(), '\0') + slice, got.data);
+}
+
 // The key frame at or before a time, from wherever play stood, and sound from there.
 void ExpectExactSeeks(Film const& film, int64 step) {
   MemoryIO io;
