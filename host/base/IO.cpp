@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/LittleEndian.h"
+
 namespace kestro::base {
 
 bool SeekTarget(IO& io, int64 offset, int whence, int64& target) {
@@ -28,7 +30,7 @@ unsigned IOIntReader::Read32() {
 bool IOIntReader::Read32(unsigned& value) {
   unsigned char b[4];
   if (_io.Read(b, 4) != 4) return false;
-  value = b[0] | b[1] << 8 | b[2] << 16 | static_cast<unsigned>(b[3]) << 24;
+  value = Load32(b);
   return true;
 }
 
@@ -40,9 +42,8 @@ bool IOIntReader::Read16(unsigned short& value) {
 }
 
 unsigned IOIntWriter::Write32(unsigned value) {
-  unsigned char const b[4] = {
-      static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
-      static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
+  unsigned char b[4];
+  Store32(b, value);
   return _io.Write(b, 4);
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "base/Console.h"
+#include "base/LittleEndian.h"
 #include "common/HeaderChunks.h"
 #include "common/IndexChunks.h"
 
@@ -91,9 +92,6 @@ bool IAviDemux::ParseIdx(IO& io) {
 void IAviDemux::AddEntries(IO& io, int64 bytes) {
   constexpr int64 kEntry = 16;
   constexpr int64 kPiece = 0x100000;
-  auto const u32 = [](unsigned char const* p) {
-    return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
-  };
   auto const digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
   std::unique_ptr<unsigned char[]> const piece(
       new unsigned char[static_cast<std::size_t>(std::clamp<int64>(bytes, kEntry, kPiece))]);
@@ -103,10 +101,10 @@ void IAviDemux::AddEntries(IO& io, int64 bytes) {
     if (got == IO::kFailed || got < kEntry) return;
     for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry) {
       ChunkParam chunk;
-      chunk.id = u32(at);
-      chunk.flags = u32(at + 4) != 0 ? 1 : 0;
-      chunk.offset = u32(at + 8);
-      chunk.size = u32(at + 12);
+      chunk.id = base::Load32(at);
+      chunk.flags = base::Load32(at + 4) != 0 ? 1 : 0;
+      chunk.offset = base::Load32(at + 8);
+      chunk.size = base::Load32(at + 12);
       if (!digit(at[0]) || !digit(at[1]) || (chunk.offset == 0 && chunk.size == 0)) continue;
       auto const track = static_cast<std::size_t>((at[0] - '0') * 10 + at[1] - '0');
       if (track < _streams.size()) _streams[track]->AddListChunk(chunk);

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/LittleEndian.h"
+
 namespace kestro::plugin::avi {
 
 using base::uint64;
@@ -133,14 +135,14 @@ int IStream::AddData(IO& io, Packet& packet, uint64) {
 
 int IStream::WriteData(IO& io, Packet& packet) {
   // Composed here, not read back from the record: an empty packet has none.
-  unsigned const words[] = {ChunkId(), static_cast<unsigned>(packet.Size())};
+  auto const size = static_cast<unsigned>(packet.Size());
   unsigned char header[8];
-  for (int i = 0; i < 8; ++i) header[i] = static_cast<unsigned char>(words[i / 4] >> (i % 4 * 8));
-  unsigned const written = io.Write(header, 8) + io.Write(packet.Data(), words[1]);
+  base::Store32(base::Store32(header, ChunkId()), size);
+  unsigned const written = io.Write(header, 8) + io.Write(packet.Data(), size);
   if (written % 2 != 0) io.Write("", 1);
   // A lost chunk is taken back by its record; an empty one has none.
-  if (words[1] > 0 || written == 8) _count += Units(words[1]);
-  _bytes += words[1];
+  if (size > 0 || written == 8) _count += Units(size);
+  _bytes += size;
   return static_cast<int>(written);
 }
 

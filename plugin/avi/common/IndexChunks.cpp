@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "base/LittleEndian.h"
+
 namespace kestro::plugin::avi {
 
 namespace {
-
 constexpr std::size_t kEntry = 16;
-
-unsigned char* Put32(unsigned char* at, unsigned value) {
-  for (int i = 0; i < 4; ++i) *at++ = static_cast<unsigned char>(value >> (8 * i));
-  return at;
-}
-
 }  // namespace
 
 void cidx1::WriteEntries(IO& io, ChunkParam const* first, std::size_t count) {
@@ -22,10 +17,10 @@ void cidx1::WriteEntries(IO& io, ChunkParam const* first, std::size_t count) {
     auto const part = std::min(count, piece.size() / kEntry);
     unsigned char* at = piece.data();
     for (auto const* entry = first; entry != first + part; ++entry) {
-      at = Put32(at, entry->id);
-      at = Put32(at, entry->flags);
-      at = Put32(at, static_cast<unsigned>(entry->offset));
-      at = Put32(at, entry->size);
+      at = base::Store32(at, entry->id);
+      at = base::Store32(at, entry->flags);
+      at = base::Store32(at, static_cast<unsigned>(entry->offset));
+      at = base::Store32(at, entry->size);
     }
     io.Write(piece.data(), static_cast<unsigned>(part * kEntry));
     first += part;

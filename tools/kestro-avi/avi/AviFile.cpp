@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "Errors.h"
+#include "base/LittleEndian.h"
 
 namespace kestro::tool {
 
@@ -229,8 +230,7 @@ void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink) {
     if (n == 0) return;
     for (unsigned i = 0; i < n; ++i) {
       auto field = [&](std::size_t number) {
-        unsigned char const* p = block + std::size_t{i} * kEntry + number * 4;
-        return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
+        return base::Load32(block + std::size_t{i} * kEntry + number * 4);
       };
       if (!IsDataCode(field(0))) continue;
       sink({field(0), field(1), std::max<int64>(_indexBase, 0) + field(2), field(3)});

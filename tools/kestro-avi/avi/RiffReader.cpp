@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "base/LittleEndian.h"
 
 namespace kestro::tool {
 
@@ -13,10 +14,6 @@ using base::Convert4;
 
 // Headers lie tens of kilobytes apart: more than a page would be read in vain.
 static constexpr int kBlock = 4096;
-
-static unsigned Little32(unsigned char const* p) {
-  return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned>(p[3]) << 24;
-}
 
 std::string CodeText(unsigned code) {
   std::string text;
@@ -66,12 +63,12 @@ bool RiffReader::Header(int64 offset, int64 limit, Chunk& chunk) {
   unsigned char head[12];
   if (offset < 0 || limit - offset < 8 || Read(offset, head, 8) != 8) return false;
   chunk = Chunk();
-  chunk.id = Little32(head);
-  chunk.size = Little32(head + 4);
+  chunk.id = base::Load32(head);
+  chunk.size = base::Load32(head + 4);
   chunk.offset = offset;
   if (chunk.id == Convert4("RIFF") || chunk.id == Convert4("LIST")) {
     if (limit - offset < 12 || Read(offset, head, 12) != 12) return false;
-    chunk.type = Little32(head + 8);
+    chunk.type = base::Load32(head + 8);
   }
   chunk.end = std::clamp(chunk.Payload() + chunk.size, chunk.Data(), limit);
   return true;
