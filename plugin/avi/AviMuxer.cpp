@@ -151,11 +151,7 @@ void AviMuxer::ReportSpillFault() {
   SendMessageUp("warning", "the index could not be spilled to its temporary file", nullptr);
 }
 
-int64 AviMuxer::GetTotalSize() {
-  int64 entries = 0;
-  for (IStream* stream : _streams) entries += stream->EntryCount();
-  return _totalSize + 16 * entries + 32768;
-}
+int64 AviMuxer::GetTotalSize() { return _totalSize + 16 * EntryCount() + 32768; }
 
 int64 AviMuxer::GetDuration() {
   int64 longest = 0;

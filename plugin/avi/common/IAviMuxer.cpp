@@ -184,11 +184,14 @@ bool IAviMuxer::Process(IO& io, Packet& packet) {
   return false;
 }
 
-int64 IAviMuxer::FinishedSize(IO& io, int64 more, unsigned entries) const {
-  int64 size = io.Size() + more;
-  if (_idx1First) return size;
-  for (IStream* stream : _streams) entries += stream->EntryCount();
-  return size + 8 + 16 * int64(entries);
+int64 IAviMuxer::EntryCount() const {
+  int64 entries = 0;
+  for (IStream const* stream : _streams) entries += stream->EntryCount();
+  return entries;
+}
+
+int64 IAviMuxer::FinishedSize(IO& io, int64 more, int64 entries) const {
+  return io.Size() + more + (_idx1First ? 0 : 8 + 16 * (EntryCount() + entries));
 }
 
 uint64 IAviMuxer::getTimeStamp() {

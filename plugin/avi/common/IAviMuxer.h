@@ -52,9 +52,10 @@ class IAviMuxer : public IAvi {
  protected:
   // Frees what a file has left behind: streams, tree and every value that belongs to one file.
   void Abandon();
+  int64 EntryCount() const;  // index records of all tracks
   // The bytes the file will have when it is closed, with `more` further ones in movi and `entries`
   // further records.
-  int64 FinishedSize(IO& io, int64 more, unsigned entries) const;
+  int64 FinishedSize(IO& io, int64 more, int64 entries) const;
 
   std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's
   base::uint64 _createTime = 0;
@@ -86,7 +87,7 @@ class IAviMuxer : public IAvi {
 
  private:
   void ReserveIdx1(IO& io);
-  int64 JunkBytes() const;
+  static int64 Bytes(IList const* chunk);  // header and payload, 0 for none
   bool WriteIdx1(IO& io);
   void RestoreOrder();
   base::uint64 ChunkEnd(ChunkParam const& chunk) const;

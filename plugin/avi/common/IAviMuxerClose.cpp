@@ -95,34 +95,34 @@ bool IAviMuxer::fillIdx1(IO& io) {
   return full;
 }
 
-int64 IAviMuxer::JunkBytes() const {
-  if (_junk != nullptr) return int64(_junk->Size()) + 8;
-  return _periodicSync && _periodicSyncJunkSize >= 0 ? _periodicSyncJunkSize + 8 : 0;
+int64 IAviMuxer::Bytes(IList const* chunk) {
+  return chunk != nullptr ? int64(chunk->Size()) + 8 : 0;
 }
 
 bool IAviMuxer::fillMovi(IO& io) {
-  int64 const riff = _riff->Size();
-  int64 const hdrl = int64(_hdrl->Size()) + 8;
-  int64 const info = _info != nullptr ? int64(_info->Size()) + 8 : 0;
-  int64 const junk = JunkBytes();
-  int64 const idx1 = int64(_idx1First ? _idx1RsvdSize : _idx1->Size()) + 8;
-  int64 const size = int64(_fileSize) - 8 - riff - hdrl - info - 8 - junk - idx1;
-  int64 const at = riff + 8 + hdrl + 4 + info + junk + (_idx1First ? idx1 : 0);
+  int64 const padding = _junk == nullptr && _periodicSync && _periodicSyncJunkSize >= 0
+                            ? _periodicSyncJunkSize + 8
+                            : 0;
+  int64 const index = _idx1First ? int64(_idx1RsvdSize) + 8 : Bytes(_idx1);
+  // All that stands in front of the list in either layout.
+  int64 const before =
+      8 + int64(_riff->Size()) + Bytes(_hdrl) + Bytes(_info) + Bytes(_junk) + padding;
+  int64 const size = int64(_fileSize) - before - 8 - index;
+  int64 const at = before + 4 + (_idx1First ? index : 0);
   IOIntWriter(io).Write32(static_cast<unsigned>(size), at, IO::kBegin);
   return true;
 }
 
 bool IAviMuxer::fillJunk(IO& io) {
   if (_junk == nullptr) return true;
-  int64 const info = _info != nullptr ? int64(_info->Size()) + 8 : 0;
-  io.Seek(int64(_riff->Size()) + _hdrl->Size() + 16 + info, IO::kBegin);
+  io.Seek(8 + int64(_riff->Size()) + Bytes(_hdrl) + Bytes(_info), IO::kBegin);
   _junk->Fill(io, true);
   return true;
 }
 
 bool IAviMuxer::fillInfo(IO& io) {
   if (_info == nullptr) return true;
-  io.Seek(int64(_riff->Size()) + _hdrl->Size() + 16, IO::kBegin);
+  io.Seek(8 + int64(_riff->Size()) + Bytes(_hdrl), IO::kBegin);
   _info->Fill(io, true);
   return true;
 }
