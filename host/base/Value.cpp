@@ -80,12 +80,6 @@ bool Fits(V value) {
 
 }  // namespace
 
-bool Value::Knows(std::type_info const& type) {
-  return type == typeid(Fraction) || type == typeid(std::string) || type == typeid(char const*) ||
-         type == typeid(char*) || type == typeid(unsigned char*) ||
-         type == typeid(unsigned char const*) || ForInteger(type, [](auto) { return true; });
-}
-
 bool Value::From(void const* variable, std::type_info const& type) {
   if (type == typeid(Fraction)) {
     _value = *static_cast<Fraction const*>(variable);

@@ -18,9 +18,6 @@ namespace kestro::base {
 // destination stays as it was.
 class KESTRO_API Value {
  public:
-  // Whether variables of this type can be taken in.
-  static bool Knows(std::type_info const& type);
-
   bool From(void const* variable, std::type_info const& type);
   bool To(void* variable, std::type_info const& type) const;
 

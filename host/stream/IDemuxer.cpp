@@ -18,13 +18,6 @@ bool IDemuxer::Close() {
   return ISource::Close() && closed;
 }
 
-base::PropertyList const& IDemuxer::Properties() {
-  static auto const* list = [] {
-    auto* made = new base::PropertyList;
-    AddProperties<IDemuxer>(*made);
-    return made;
-  }();
-  return *list;
-}
+base::PropertyList const& IDemuxer::Properties() { return PropertiesOf<IDemuxer>(); }
 
 }  // namespace kestro::stream

@@ -25,8 +25,9 @@ class KESTRO_API IIO {
   base::IO* Stream() const { return _io; }
 
  protected:
+  // What every element over a stream has, as properties of its base class C.
   template <class C>
-  static void AddProperties(base::PropertyList& list);
+  static base::PropertyList const& PropertiesOf();
 
   std::string _path;
   base::IO* _lent = nullptr;
@@ -42,11 +43,17 @@ class KESTRO_API IIO {
 };
 
 template <class C>
-void IIO::AddProperties(base::PropertyList& list) {
-  list.Member<C>("path", &C::_path, "file to open");
-  list.Member<C>("io", &C::_lent, "stream to use instead of a file; the application owns it");
-  list.Member<C>("notifyid", &C::_notifyId, "first argument of the notification function");
-  list.Member<C>("notify", &C::_notify, "function told of every transfer: id, data, bytes");
+base::PropertyList const& IIO::PropertiesOf() {
+  // Never destroyed: class records refer to it.
+  static auto const* const made = [] {
+    auto* list = new base::PropertyList;
+    list->Member<C>("path", &C::_path, "file to open");
+    list->Member<C>("io", &C::_lent, "stream to use instead of a file; the application owns it");
+    list->Member<C>("notifyid", &C::_notifyId, "first argument of the notification function");
+    list->Member<C>("notify", &C::_notify, "function told of every transfer: id, data, bytes");
+    return list;
+  }();
+  return *made;
 }
 
 }  // namespace kestro::stream

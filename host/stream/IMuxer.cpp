@@ -32,13 +32,6 @@ void IMuxer::Fail(char const* text) {
 
 void IMuxer::ClearError() { _failed = _ioFailed = false; }
 
-base::PropertyList const& IMuxer::Properties() {
-  static auto const* list = [] {
-    auto* made = new base::PropertyList;
-    AddProperties<IMuxer>(*made);
-    return made;
-  }();
-  return *list;
-}
+base::PropertyList const& IMuxer::Properties() { return PropertiesOf<IMuxer>(); }
 
 }  // namespace kestro::stream

@@ -160,16 +160,6 @@ class IStream : public Object {
   // Takes a chunk that is lost out of the counters.
   virtual void DropChunk(ChunkParam const& chunk);
 
- private:
-  void SeekForward(int64 target, bool key);
-  void Pass(int64 target);
-  void SeekBackward(int64 target, bool key);
-  // What every record takes, so that a seek need not walk over them; 0 when that is not known.
-  int64 UniformStep();
-  void Skip(int64 records, int64 step);
-
-  std::size_t _uniform = 0;  // records that SetDurations has given one duration
-
  protected:
   // The last two characters of the track's chunk ids, such as "dc".
   virtual char const* ChunkSuffix() const { return "dc"; }
@@ -211,6 +201,16 @@ class IStream : public Object {
   unsigned _limit = 4096;
   bool _muxFlags[3] = {};  // the third: never spill
   unsigned _spillBatch = 4096;
+
+ private:
+  void SeekForward(int64 target, bool key);
+  void Pass(int64 target);
+  void SeekBackward(int64 target, bool key);
+  // What every record takes, so that a seek need not walk over them; 0 when that is not known.
+  int64 UniformStep();
+  void Skip(int64 records, int64 step);
+
+  std::size_t _uniform = 0;  // records that SetDurations has given one duration
 };
 
 }  // namespace kestro::plugin::avi
