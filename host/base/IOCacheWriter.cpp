@@ -2,22 +2,48 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <new>
+#include <system_error>
 
 #include "base/IClass.h"
 
 namespace kestro::base {
 
-IOCacheWriter::IOCacheWriter(IO* target, int blockSize, int)
+using Lock = std::unique_lock<std::mutex>;
+
+static constexpr unsigned kPatchBytes = 1 << 16;  // gathered at most
+static constexpr std::size_t kPatchPlaces = 16;
+
+static std::size_t BlockCount(IO& target, int blocks) {
+  int wanted = 0;
+  if (!target.Get("cacheBlocks", wanted)) wanted = 0;
+  return static_cast<std::size_t>(std::max({blocks, wanted, 1}));
+}
+
+IOCacheWriter::IOCacheWriter(IO* target, int blockSize, int blocks)
     : IO("io-cache-writer"),
       _target(target),
       _blockSize(static_cast<unsigned>(std::max(blockSize, 1))),
-      _block(new unsigned char[_blockSize]),
-      _blockStart(std::max<int64>(target->Size(), 0)),
       _position(target->Tell()),
-      _targetPosition(_position) {}
+      _blocks(1),
+      _current(&_blocks.back()),
+      _most(BlockCount(*target, blocks)),
+      _targetPosition(_position) {
+  _current->start = std::max<int64>(target->Size(), 0);
+}
 
-IOCacheWriter::~IOCacheWriter() { Flush(); }
+IOCacheWriter::~IOCacheWriter() {
+  Flush();
+  if (!_thread.joinable()) return;
+  {
+    std::lock_guard lock(_mutex);
+    _stop = true;
+  }
+  _changed.notify_all();
+  _thread.join();
+}
 
 bool IOCacheWriter::Seek(int64 offset, int whence) {
   return SeekTarget(*this, offset, whence, _position);
@@ -32,6 +58,7 @@ unsigned IOCacheWriter::Read(void* data, unsigned size) {
 }
 
 unsigned IOCacheWriter::Write(void const* data, unsigned size) {
+  Report();
   if (size == 0) return 0;
   auto const* bytes = static_cast<unsigned char const*>(data);
   unsigned done = 0;
@@ -51,51 +78,177 @@ unsigned IOCacheWriter::Append(unsigned char const* data, unsigned size) {
   unsigned done = 0;
   while (done < size && !_failed) {
     // The first block after a flush is shorter, so that the writes after it are aligned again.
-    auto const capacity = static_cast<unsigned>(_blockSize - _blockStart % _blockSize);
-    unsigned const part = std::min(size - done, capacity - _fill);
-    std::memcpy(_block.get() + _fill, data + done, part);
-    _fill += part;
+    auto const capacity = static_cast<unsigned>(_blockSize - _current->start % _blockSize);
+    if (_current->fill == capacity) {
+      if (Lock lock(_mutex); !NextBlock(lock)) AwaitRoom(lock);
+      continue;
+    }
+    if (!_current->bytes) _current->bytes.reset(new (std::nothrow) unsigned char[_blockSize]);
+    if (!_current->bytes) {
+      _error = ENOMEM;
+      _failed = true;
+      ++_untold;
+      break;
+    }
+    unsigned const part = std::min(size - done, capacity - _current->fill);
+    std::memcpy(_current->bytes.get() + _current->fill, data + done, part);
+    _current->fill += part;
     done += part;
-    if (_fill == capacity && !StoreBlock()) break;
+    if (_current->fill == capacity) {
+      Lock lock(_mutex);
+      NextBlock(lock);
+    }
+  }
+  Report();
+  return done;
+}
+
+// Hands the full block over and begins the next. False when no further block is free.
+bool IOCacheWriter::NextBlock(Lock&) {
+  if (_most > 1 && !_thread.joinable()) StartThread();
+  if (_most == 1) return StoreBlocks();
+  if (_failed || _blocks.size() >= _most) return false;
+  int64 const end = _current->End();
+  _blocks.emplace_back();
+  _current = &_blocks.back();
+  _current->start = end;
+  if (!_spare.empty()) {
+    _current->bytes = std::move(_spare.back());
+    _spare.pop_back();
+  }
+  _changed.notify_all();
+  return true;
+}
+
+void IOCacheWriter::AwaitRoom(Lock& lock) {
+  if (_most == 1) return;
+  auto const begin = std::chrono::steady_clock::now();
+  _changed.wait(lock, [this] { return _failed || _blocks.size() < _most; });
+  auto const waited = std::chrono::steady_clock::now() - begin;
+  ++_waits;
+  _waited_us +=
+      static_cast<uint64>(std::chrono::duration_cast<std::chrono::microseconds>(waited).count());
+}
+
+// Without a thread the caller stores its blocks itself.
+void IOCacheWriter::StartThread() {
+  try {
+    _thread = std::thread([this] { Work(); });
+  } catch (std::system_error const&) {
+    _most = 1;
+  }
+}
+
+void IOCacheWriter::Work() {
+  Lock lock(_mutex);
+  for (;;) {
+    _changed.wait(lock, [this] { return _stop || (_blocks.size() > 1 && !_failed); });
+    if (_stop) return;
+    Block const& block = _blocks.front();
+    _busy = true;
+    lock.unlock();
+    unsigned const stored = Store(block.start, block.bytes.get(), block.fill);
+    lock.lock();
+    _busy = false;
+    Stored(stored);
+    _changed.notify_all();
+  }
+}
+
+// Takes what was stored off the first block. False when something of it is left.
+bool IOCacheWriter::Stored(unsigned bytes) {
+  Block& block = _blocks.front();
+  block.start += bytes;
+  block.fill -= bytes;
+  // What could not be stored stays at the front of the block.
+  if (block.fill > 0) std::memmove(block.bytes.get(), block.bytes.get() + bytes, block.fill);
+  if (block.fill > 0) return false;
+  if (_blocks.size() > 1) {
+    _spare.push_back(std::move(block.bytes));
+    _blocks.pop_front();
+  }
+  return true;
+}
+
+// Waits until the thread has stored all full blocks, or has failed. It rests until the lock is
+// given up and a further block is full.
+Lock IOCacheWriter::Drain() {
+  Lock lock(_mutex);
+  _changed.wait(lock, [this] { return !_busy && (_failed || _blocks.size() == 1); });
+  return lock;
+}
+
+// On the caller's thread, drained.
+bool IOCacheWriter::StoreBlocks() {
+  for (;;) {
+    Block const& block = _blocks.front();
+    bool const last = _blocks.size() == 1;
+    if (!Stored(Store(block.start, block.bytes.get(), block.fill))) return false;
+    if (last) return true;
+  }
+}
+
+unsigned IOCacheWriter::Patch(unsigned char const* data, unsigned size) {
+  unsigned done = 0;
+  while (done < size) {
+    unsigned part = size - done;
+    int64 const at = _position + done;
+    if (!PatchMemory(at, data + done, part) && !GatherPatch(at, data + done, part)) break;
+    done += part;
   }
   return done;
 }
 
-unsigned IOCacheWriter::Patch(unsigned char const* data, unsigned size) {
-  unsigned below = 0;
-  if (_position < _blockStart) {
-    below = static_cast<unsigned>(std::min<int64>(size, _blockStart - _position));
-    if (!GatherPatch(data, below)) return 0;
+// Applies as much as lies in one block. False where the data is in the target already or on its way
+// there; `size` is then what lies below the blocks.
+bool IOCacheWriter::PatchMemory(int64 at, unsigned char const* data, unsigned& size) {
+  Lock lock(_mutex, std::defer_lock);
+  Block* block = _current;
+  if (at < _current->start) {
+    lock.lock();
+    _patchFloor = std::max(_patchFloor, _blocks[_busy ? 1 : 0].start);
+    if (at < _patchFloor) {
+      size = static_cast<unsigned>(std::min<int64>(size, _patchFloor - at));
+      return false;
+    }
+    block = &*std::find_if(_blocks.begin(), _blocks.end(),
+                           [at](Block const& b) { return at < b.End(); });
   }
-  if (below < size)
-    std::memcpy(_block.get() + (_position + below - _blockStart), data + below, size - below);
-  return size;
-}
-
-// Small patches of one place, such as the fields of a header, go to the target together.
-bool IOCacheWriter::GatherPatch(unsigned char const* data, unsigned size) {
-  auto const touches = [this, size](Run const& run) {
-    int64 const at = _position - run.start;
-    return at >= 0 && at <= static_cast<int64>(run.bytes.size()) && at + size <= _blockSize;
-  };
-  if (_patches.empty() || !touches(_patches.back())) {
-    constexpr std::size_t kPlaces = 16;
-    if (_patches.size() >= kPlaces && !StorePatches()) return false;
-    _patches.push_back({_position, {}});
-  }
-  Run& run = _patches.back();
-  auto const at = static_cast<std::size_t>(_position - run.start);
-  if (run.bytes.size() < at + size) run.bytes.resize(at + size);
-  std::memcpy(run.bytes.data() + at, data, size);
+  size = static_cast<unsigned>(std::min<int64>(size, block->End() - at));
+  std::memcpy(block->bytes.get() + (at - block->start), data, size);
   return true;
 }
 
-// In the order in which they were made; what fails stays, with those behind it.
+// Small patches of one place, such as the fields of a header, go to the target together.
+bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned size) {
+  auto const touches = [at](Run const& run) {
+    return at >= run.start && at <= run.start + static_cast<int64>(run.bytes.size());
+  };
+  bool more = _patches.empty() || !touches(_patches.back());
+  if (_patchBytes + size > kPatchBytes || (more && _patches.size() >= kPatchPlaces)) {
+    Drain();
+    if (!StorePatches()) return false;
+    if (size > kPatchBytes) return Store(at, data, size) == size;
+    more = true;
+  }
+  if (more) _patches.push_back({at, {}});
+  Run& run = _patches.back();
+  auto const offset = static_cast<std::size_t>(at - run.start);
+  if (run.bytes.size() < offset + size) {
+    _patchBytes += offset + size - run.bytes.size();
+    run.bytes.resize(offset + size);
+  }
+  std::memcpy(run.bytes.data() + offset, data, size);
+  return true;
+}
+
+// In the order in which they were made; what fails stays, with those behind it. Drained.
 bool IOCacheWriter::StorePatches() {
   auto run = _patches.begin();
   for (; run != _patches.end(); ++run) {
     auto const size = static_cast<unsigned>(run->bytes.size());
     if (Store(run->start, run->bytes.data(), size) < size) break;
+    _patchBytes -= size;
   }
   _patches.erase(_patches.begin(), run);
   return _patches.empty();
@@ -117,45 +270,95 @@ unsigned IOCacheWriter::Store(int64 at, unsigned char const* data, unsigned size
   if (stored > size) stored = 0;  // all ones, as a failed read tells it
   _targetPosition = stored == size ? at + stored : -1;
   if (stored == size) return stored;
-  _failed = true;
   _error = _target->Error();
-  if (_onError) _onError(this);
+  _failed = true;
+  ++_untold;
   return stored;
 }
 
-bool IOCacheWriter::StoreBlock() {
-  unsigned const stored = Store(_blockStart, _block.get(), _fill);
-  _blockStart += stored;
-  _fill -= stored;
-  // What could not be stored stays at the front of the block.
-  if (_fill > 0) std::memmove(_block.get(), _block.get() + stored, _fill);
-  return _fill == 0;
+void IOCacheWriter::Report() {
+  if (_untold.load(std::memory_order_relaxed) == 0) return;
+  for (unsigned n = _untold.exchange(0); n > 0; --n)
+    if (_onError) _onError(this);
+}
+
+int64 IOCacheWriter::GoodEnd() {
+  if (!_failed) return Size();
+  std::lock_guard lock(_mutex);
+  return _blocks.front().start;
 }
 
 bool IOCacheWriter::Flush() {
-  bool const stored = !_failed && StoreBlock();
-  return StorePatches() && stored;
+  bool stored;
+  {
+    auto const lock = Drain();
+    stored = !_failed && StoreBlocks();
+    stored = StorePatches() && stored;
+  }
+  Report();
+  return stored;
 }
 
 bool IOCacheWriter::Truncate(int64 size) {
   if (size < 0 || size > Size()) return false;
-  _failed = false;
-  _fill = static_cast<unsigned>(std::max<int64>(size - _blockStart, 0));
-  for (Run& run : _patches)
-    run.bytes.resize(static_cast<std::size_t>(
-        std::clamp<int64>(size - run.start, 0, static_cast<int64>(run.bytes.size()))));
-  if (!StoreBlock() || !StorePatches()) return false;
-  // A target that cannot be cut keeps a tail that nothing refers to.
-  _target->Truncate(size);
-  _targetPosition = -1;
-  _blockStart = size;
-  return true;
+  bool stored;
+  {
+    auto const lock = Drain();
+    _failed = false;
+    for (; _blocks.size() > 1 && _current->start >= size; _current = &_blocks.back())
+      _blocks.pop_back();
+    _current->fill =
+        static_cast<unsigned>(std::clamp<int64>(size - _current->start, 0, _current->fill));
+    _patchBytes = 0;
+    for (Run& run : _patches) {
+      run.bytes.resize(static_cast<std::size_t>(
+          std::clamp<int64>(size - run.start, 0, static_cast<int64>(run.bytes.size()))));
+      _patchBytes += run.bytes.size();
+    }
+    stored = StoreBlocks() && StorePatches();
+    if (stored) {
+      // A target that cannot be cut keeps a tail that nothing refers to.
+      _target->Truncate(size);
+      _targetPosition = -1;
+      _current->start = size;
+      _patchFloor = 0;
+    }
+  }
+  Report();
+  return stored;
 }
 
 PropertyList IOCacheWriter::Properties() {
+  using W = IOCacheWriter;
   PropertyList list;
-  list.Member<IOCacheWriter>("func_error", &IOCacheWriter::_onError,
-                             "function told of every failed write");
+  list.Member<W>("func_error", &W::_onError, "function told of every failed write");
+  list.Add<W, unsigned>(
+      "blocks", "blocks of memory that may be held; can be raised",
+      [](W& w, unsigned& blocks) {
+        std::lock_guard lock(w._mutex);
+        blocks = static_cast<unsigned>(w._most);
+        return true;
+      },
+      [](W& w, unsigned const& blocks) {
+        std::lock_guard lock(w._mutex);
+        if (blocks < w._most) return false;
+        w._most = blocks;
+        return true;
+      });
+  list.Add<W, uint64>(
+      "waits", "how often a write had to wait for a free block",
+      [](W& w, uint64& waits) {
+        waits = w._waits;
+        return true;
+      },
+      nullptr);
+  list.Add<W, uint64>(
+      "waited_us", "how long in all, in microseconds",
+      [](W& w, uint64& waited_us) {
+        waited_us = w._waited_us;
+        return true;
+      },
+      nullptr);
   return list;
 }
 

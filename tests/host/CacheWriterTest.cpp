@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <random>
+#include <thread>
 
 #include "base/IClass.h"
 #include "support/FaultIO.h"
@@ -15,12 +18,16 @@ using test::FaultIO;
 using test::MemoryIO;
 using test::Text;
 
-// A writer made as the muxers make it, over a faulty target, with a model of what it should hold.
+// As the muxers make it.
+std::unique_ptr<IO> NewWriter(IO& target, int blockSize) {
+  AttrSet attrs;
+  attrs.Add("Register", "io-cache-writer");
+  return std::unique_ptr<IO>(IClass::New<IO>(attrs, &target, blockSize, 3));
+}
+
+// A writer over a faulty target, with a model of what it should hold.
 struct Rig {
-  explicit Rig(int blockSize) {
-    AttrSet attrs;
-    attrs.Add("Register", "io-cache-writer");
-    writer.reset(IClass::New<IO>(attrs, static_cast<IO*>(&target), blockSize, 3));
+  explicit Rig(int blockSize) : writer(NewWriter(target, blockSize)) {
     writer->SetWithType<FuncIO>("func_error", [this](IO* io) {
       EXPECT_EQ(io->Error(), target.Error());
       return ++reports > 0;
@@ -97,13 +104,14 @@ TEST(IOCacheWriter, WritesAlignedBlocksAndGatheredPatches) {
     if (i == 50) rig.writer->Flush();
   }
   rig.Append(std::string(1000, 'x'));
+  EXPECT_TRUE(rig.writer->Flush());
   int const before = rig.target.Count(FaultIO::kWrite);
   for (int field = 0; field < 10; ++field) rig.Put(100 + 4 * field, "word");
   rig.Put(110, "again");
   rig.writer.reset();
   EXPECT_TRUE(rig.Good());
-  EXPECT_EQ(rig.target.Count(FaultIO::kWrite), before + 2) << "the last block and the patch";
-  int odd = 0;  // these, the one before and the one after the flush
+  EXPECT_EQ(rig.target.Count(FaultIO::kWrite), before + 1) << "one patch";
+  int odd = 0;  // the patch, and those before and after the flushes
   for (auto const& write : rig.target.Writes()) odd += write.at % 64 != 0 || write.size != 64;
   EXPECT_LE(odd, 4);
   EXPECT_EQ(rig.target.Count(FaultIO::kFlush), 0) << "no further than the target";
@@ -119,6 +127,65 @@ TEST(IOCacheWriter, GoesOnBehindWhatTheTargetHolds) {
     writer.Write("+data", 5);
   }
   EXPECT_EQ(Text(target), "heADer+data");
+}
+
+// A medium that is busy until it is let go, and wants five blocks at the least when told so.
+struct BusyIO : FaultIO {
+  explicit BusyIO(int blocks) : wanted(blocks) {}
+  unsigned Write(void const* data, unsigned size) override {
+    if (Count(kWrite) == 0) entered.set_value();
+    go.wait();
+    return FaultIO::Write(data, size);
+  }
+  using FaultIO::Get;
+  bool Get(char const* name, void* value, std::type_info const*) override {
+    if (name != std::string("cacheBlocks") || wanted == 0) return false;
+    *static_cast<int*>(value) = wanted;
+    return true;
+  }
+  std::promise<void> entered, free;
+  std::shared_future<void> go = free.get_future().share();
+  int wanted;
+};
+
+TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
+  for (int wanted : {0, 5}) {
+    BusyIO target(wanted);
+    auto const made = NewWriter(target, 64);
+    IO& writer = *made;
+    EXPECT_FALSE(writer.Set("blocks", 2)) << "only up";
+    ASSERT_TRUE(wanted != 0 || writer.Set("blocks", 5));
+    MemoryIO model;
+    auto const put = [&](int64 at, std::string const& data) {
+      for (IO* io : {static_cast<IO*>(&model), &writer}) {
+        io->Seek(at, IO::kBegin);
+        ASSERT_EQ(io->Write(data.data(), static_cast<unsigned>(data.size())), data.size());
+      }
+    };
+    for (int i = 0; i < 40; ++i) put(8 * i, "8 bytes" + std::to_string(i % 10));
+    uint64 waits = 1;
+    ASSERT_TRUE(writer.Get("waits", waits));
+    EXPECT_EQ(waits, 0u);
+    target.entered.get_future().wait();
+    put(2, "across all the blocks: of the first, under way, and of others in memory, one by one");
+    put(250, "later");
+    std::thread device([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      target.free.set_value();
+    });
+    put(320, "one more than there is room for");
+    device.join();
+    EXPECT_TRUE(writer.Get("waits", waits) && waits == 1);
+    EXPECT_EQ(writer.Size(), model.Size());
+    EXPECT_TRUE(writer.Flush());
+    EXPECT_EQ(target.Bytes(), Text(model));
+    int64 end = 0;
+    for (auto const& write : target.Writes()) {
+      EXPECT_TRUE(write.at == end || write.at == 2) << "in order, the patch behind";
+      end = std::max<int64>(end, write.at + write.size);
+    }
+    EXPECT_EQ(target.Count(FaultIO::kWrite), 7) << "of patches only what was under way";
+  }
 }
 
 // What a muxer does: data, a patch in the target and one in memory, data, a flush, and more.
@@ -142,13 +209,10 @@ TEST(IOCacheWriter, EveryFailedWriteIsReportedAndTheRestStaysGood) {
         Rig rig(64);
         rig.target.Fail({FaultIO::kWrite, n, forever, keep, ENOSPC});
         Record(rig);
+        bool const flushed = rig.writer->Flush();
+        EXPECT_EQ(flushed, rig.target.Failures() == 0);
         ASSERT_EQ(rig.reports, rig.target.Failures());
-        if (rig.reports == 0) {  // met by the destructor, or not at all
-          rig.writer.reset();
-          ASSERT_EQ(rig.reports, rig.target.Failures());
-          if (rig.reports == 0) break;
-          continue;
-        }
+        if (rig.reports == 0) break;
         int64 const good = rig.writer->GoodEnd();
         EXPECT_EQ(rig.writer->Error(), ENOSPC);
         EXPECT_EQ(rig.Append(std::string(100, 'y')), 0u) << "refused, whatever its size";
