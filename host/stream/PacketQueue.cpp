@@ -1,0 +1,216 @@
+#include "stream/PacketQueue.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+namespace kestro::stream {
+
+using base::int64;
+using base::uint64;
+
+PacketQueue::~PacketQueue() {
+  Detach();
+  IElementWithThread::Stop();
+}
+
+PacketQueue::Track PacketQueue::AddTrack(char const* codecs) {
+  State state;
+  state.ports = {AddPort(true, codecs), AddPort(false, codecs)};
+  _tracks.push_back(state);
+  return state.ports;
+}
+
+std::size_t PacketQueue::TrackOf(IPort const& input) const {
+  auto const track = std::find_if(_tracks.begin(), _tracks.end(), [&input](State const& state) {
+    return state.ports.input == &input;
+  });
+  return static_cast<std::size_t>(track - _tracks.begin());
+}
+
+bool PacketQueue::AcceptMedia(IPort& port, IMedia* media) {
+  std::size_t const track = TrackOf(port);
+  return track < _tracks.size() && _tracks[track].ports.output->Offer(media);
+}
+
+bool PacketQueue::Open() {
+  std::lock_guard lock(_queueMutex);
+  _counts = {};
+  _prepared = _ready = _dropping = false;
+  _resume_ns = INT64_MIN;
+  _failed = _ioFailed = false;
+  return IStatus::Open();
+}
+
+bool PacketQueue::Start() {
+  if (CurrentStatus() >= kRunning) return false;
+  return IElementWithThread::Start() && IStatus::Start();
+}
+
+bool PacketQueue::Stop() {
+  {
+    Lock lock(_queueMutex);
+    // A sink that still waits for another track takes nothing any more.
+    if (!_queue.empty() && !SinksReady()) _failed = true;
+    _handedOn.wait(lock, [this] { return _queue.empty() || _failed; });
+    _counts.dropped += _queue.size();
+    _queue.clear();
+    _bytes = 0;
+  }
+  return IElementWithThread::Stop() && IStatus::Stop();  // waits for the last one under way
+}
+
+// With the first packet every input has its media, or has been said to get none.
+void PacketQueue::Prepare() {
+  _lead = _tracks.size();
+  for (std::size_t i = _tracks.size(); i-- > 0;) {
+    IMedia const* const media = _tracks[i].ports.input->Media();
+    if (media == nullptr) _tracks[i].ports.output->Silence();
+    _tracks[i].video = media != nullptr && media->IsVideo();
+    _tracks[i].awaitsKey = false;
+    if (_tracks[i].video) _lead = i;
+  }
+  _prepared = true;
+}
+
+bool PacketQueue::ReceivePacket(Packet& packet, void* context) {
+  std::size_t const track = TrackOf(*static_cast<IPort*>(context));
+  if (track == _tracks.size() || CurrentStatus() < kRunning) return false;
+  auto own = base::Ref<Packet>::Take(packet.Share());
+  {
+    Lock lock(_queueMutex);
+    if (!_prepared) Prepare();
+    if (!_drop && Full(packet)) AwaitRoom(lock, packet);
+    if (_failed) return false;
+    if (_drop && !Admit(packet, track)) return true;
+    _bytes += static_cast<uint64>(packet.Size());
+    _queue.push_back({std::move(own), track});
+  }
+  Wake();
+  return true;
+}
+
+// Whether one more packet would exceed a bound. A packet always fits into an empty queue.
+bool PacketQueue::Full(Packet const& packet) const {
+  if (_queue.empty()) return false;
+  int64 const held_ns = packet.Pts() - _queue.front().packet->Pts();
+  return (_maxPackets != 0 && _queue.size() >= _maxPackets) ||
+         (_maxBytes != 0 && _bytes + static_cast<uint64>(packet.Size()) > _maxBytes) ||
+         (_maxTime_ms != 0 && held_ns / 1000000 > static_cast<int64>(_maxTime_ms));
+}
+
+void PacketQueue::AwaitRoom(Lock& lock, Packet const& packet) {
+  auto const begin = std::chrono::steady_clock::now();
+  _handedOn.wait(lock, [&] { return _failed || !Full(packet); });
+  auto const waited = std::chrono::steady_clock::now() - begin;
+  auto const waited_us =
+      static_cast<uint64>(std::chrono::duration_cast<std::chrono::microseconds>(waited).count());
+  ++_counts.waits;
+  _counts.waited_us += waited_us;
+  _counts.longest_us = std::max(_counts.longest_us, waited_us);
+}
+
+// Whether a packet is queued; otherwise it was dropped.
+bool PacketQueue::Admit(Packet const& packet, std::size_t track) {
+  State& state = _tracks[track];
+  bool const begins = _lead == _tracks.size() || (track == _lead && packet.IsKey());
+  if (Full(packet)) {
+    if (begins || !_dropping) Drop(packet, track);
+  } else if (_dropping && begins) {
+    _dropping = false;
+    _resume_ns = packet.Pts();
+    state.awaitsKey = false;
+  } else if (!_dropping && packet.Pts() >= _resume_ns && packet.IsKey()) {
+    state.awaitsKey = false;
+  }
+  // Of the other tracks the stretch ends where the leading one goes on.
+  bool const late = track != _lead && packet.Pts() < _resume_ns;
+  if (!_dropping && !late && !state.awaitsKey) return true;
+  ++_counts.dropped;
+  return false;
+}
+
+// Drops the group that a packet belongs to, as far as it is queued.
+void PacketQueue::Drop(Packet const& packet, std::size_t track) {
+  if (!_dropping) SendMessageUp("warning", "the queue is full, packets are dropped", nullptr);
+  _dropping = true;
+  ++_counts.groups;
+  for (State& state : _tracks) state.awaitsKey = state.video;
+  if (_lead == _tracks.size() || (track == _lead && packet.IsKey())) return;
+  auto const key = std::find_if(_queue.rbegin(), _queue.rend(), [this](Item const& item) {
+    return item.track == _lead && item.packet->IsKey();
+  });
+  if (key == _queue.rend()) return;  // its beginning has been handed on: what follows it is dropped
+  int64 const from_ns = key->packet->Pts();
+  auto const place = key.base() - 1;
+  auto const belongs = [&](Item const& item) {
+    return item.track == _lead || item.packet->Pts() >= from_ns;
+  };
+  auto const kept = std::stable_partition(place, _queue.end(), std::not_fn(belongs));
+  for (auto item = kept; item != _queue.end(); ++item) {
+    _bytes -= static_cast<uint64>(item->packet->Size());
+    ++_counts.dropped;
+  }
+  _queue.erase(kept, _queue.end());
+}
+
+bool PacketQueue::SinksReady() {
+  if (!_ready)
+    _ready = std::all_of(_tracks.begin(), _tracks.end(),
+                         [](State const& state) { return state.ports.output->Ready(); });
+  return _ready;
+}
+
+bool PacketQueue::Loop() {
+  Item item;
+  {
+    Lock lock(_queueMutex);
+    if (_queue.empty() || _failed || !SinksReady()) return false;
+    item = std::move(_queue.front());
+    _queue.pop_front();
+    _bytes -= static_cast<uint64>(item.packet->Size());
+  }
+  if (!_tracks[item.track].ports.output->Push(*item.packet)) {
+    Lock lock(_queueMutex);
+    _failed = true;
+  }
+  _handedOn.notify_all();
+  if (_failed) SendMessageUp("error", "a packet was refused", nullptr);
+  return true;
+}
+
+base::PropertyList PacketQueue::Properties() {
+  using Q = PacketQueue;
+  base::PropertyList list;
+  list.Member<Q>("maxPackets", &Q::_maxPackets, "most packets held, 0 for no bound");
+  list.Member<Q>("maxBytes", &Q::_maxBytes, "most bytes held, 0 for no bound");
+  list.Member<Q>("maxTime_ms", &Q::_maxTime_ms, "longest time held, 0 for no bound");
+  list.Member<Q>("drop", &Q::_drop, "whether a full queue drops groups of pictures; else it waits");
+  auto const count = [&list](char const* name, uint64 Counts::*member, char const* help) {
+    list.Add<Q, uint64>(
+        name, help,
+        [member](Q& queue, uint64& out) {
+          Lock lock(queue._queueMutex);
+          out = queue._counts.*member;
+          return true;
+        },
+        nullptr);
+  };
+  count("dropped", &Counts::dropped, "packets dropped");
+  count("droppedGroups", &Counts::groups, "groups of pictures dropped, in part or whole");
+  count("waits", &Counts::waits, "how often a deliverer had to wait");
+  count("waited_us", &Counts::waited_us, "how long in all, in microseconds");
+  count("longestWait_us", &Counts::longest_us, "how long at most, in microseconds");
+  return list;
+}
+
+namespace {
+[[maybe_unused]] bool const registered = [] {
+  auto* record =
+      base::TClass<PacketQueue>::Register("PacketQueue-packet-queue", PacketQueue::Properties());
+  if (record != nullptr) record->Init("kestro", 0x10001, "Orvane", "host");
+  return record != nullptr;
+}();
+}  // namespace
+
+}  // namespace kestro::stream
