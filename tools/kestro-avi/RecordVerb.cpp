@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 static constexpr unsigned kMaxJunk = 64 << 20;
 
 void RecordVerb::AddTo(CLI::App& app) {
-  app.add_option("INPUT", _addresses, "Files or addresses: their H.264 video and their sound")
+  app.add_option("INPUT", _addresses, "Files or addresses: their video, sound and text")
       ->required()
       ->type_name("");
   app.add_option("-o,--output", _output, "The AVI file to write")->required()->type_name("OUT.avi");
@@ -26,15 +26,17 @@ void RecordVerb::AddTo(CLI::App& app) {
       ->type_name("N[/D]");
   app.add_flag("--no-audio", _noAudio, "Leave out the sound");
   app.add_flag("--no-video", _noVideo, "Leave out the video");
+  app.add_flag("--no-text", _noText, "Leave out the text");
   app.add_option("--start", _start, "Begin with the key frame at or before this time")
       ->type_name("T");
   app.add_option("--duration", _duration, "Record this much")->type_name("T");
   app.add_flag("--realtime", _realtime, "Pace by the packets' times");
   app.add_flag("--force", _force, "Overwrite OUT");
   auto& tags = _recorder.tags;
-  app.add_option("--strd", tags.strdFile, "Content of the first video track's strd chunk")
+  app.add_option("--strd", tags.strdFile, "Content of the first H.264 or HEVC track's strd chunk")
       ->type_name("FILE");
-  app.add_option("--strn", tags.strn, "Name of the first video track (strn)")->type_name("TEXT");
+  app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
+      ->type_name("TEXT");
   app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
   app.add_option("--junk", tags.junk, "Bytes of JUNK ahead of the data")
       ->type_name("BYTES")
@@ -53,11 +55,23 @@ void RecordVerb::AddTo(CLI::App& app) {
       ->allow_extra_args(false);
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
-      "Times are seconds or [h:]m:s. Sound is recorded as 16-bit PCM. The whole part of the frame\n"
-      "rate is stored: 30000/1001 becomes 29.\n\n"
+      "Times are seconds or [h:]m:s. Video is H.264, HEVC or motion JPEG, also a numbered series "
+      "of\n"
+      "JPEG files, and is recorded as it is. Sound is recorded as 16-bit PCM. The whole part of "
+      "the\n"
+      "frame rate is stored: 30000/1001 becomes 29.\n\n"
+      "Text is SRT, WebVTT, ASS, a container's text subtitles, or a file .jsonl with a line\n"
+      "{\"pts_ms\": 1500, \"text\": \"hello\"} for each. It is recorded without styles and without "
+      "times:\n"
+      "each text lies directly in front of the frame of the first video track that is nearest to "
+      "its\n"
+      "time, and readers take that frame's time for its own.\n\n"
+      "Tracks have the order of the inputs; those of motion JPEG and text come last.\n\n"
       "Examples:\n"
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi record -o out.avi --fps 25 camera.h264 microphone.wav\n"
+      "  kestro-avi record -o out.avi camera.h265 left.wav right.wav titles.srt\n"
+      "  kestro-avi record -o out.avi --fps 10 shot-%04d.jpg\n"
       "  kestro-avi record -o out.avi --realtime --index-spill 60 rtsp://camera/stream");
 }
 
@@ -77,6 +91,7 @@ void RecordVerb::Check() {
   if (!_rate.empty()) _input.rate = ParseRate(_rate);
   _input.video = !_noVideo;
   _input.audio = !_noAudio;
+  _input.text = !_noText;
   if (!_start.empty()) _timeline.start_ns = ParseTime_ns("--start", _start);
   if (!_duration.empty()) _timeline.duration_ns = ParseTime_ns("--duration", _duration);
   if (_timeline.duration_ns == 0) throw Error(kUsage, "--duration: nothing would be recorded");
@@ -133,7 +148,7 @@ int RecordVerb::Finish(Session const& session, Recorder& recorder, bool complete
   if (_packets == 0) {
     if (!complete) return kIo;
     if (Interrupted()) return kInterrupted;
-    throw Error(kUnusable, "nothing was recorded: no key frame or sound in the wanted part");
+    throw Error(kUnusable, "nothing was recorded: no key frame, sound or text in the wanted part");
   }
   std::error_code none;
   auto const size = std::filesystem::file_size(_output, none);
@@ -151,9 +166,10 @@ int RecordVerb::Run() {
   LoadAviPlugin(_plugin);
   CatchSignals();
   Session session(_addresses, _input, _timeline);
+  for (std::string const& text : session.Notes()) Report("note: " + text);
   for (Track const* track : session.Tracks()) {
     auto const& rate = track->Info().frameRate;
-    if (!track->Info().video || rate.num % rate.den == 0) continue;
+    if (track->Info().kind != TrackInfo::kVideo || rate.num % rate.den == 0) continue;
     Report("note: " + track->Info().name + ": the file says " + std::to_string(rate.Whole()) +
            " fps for " + rate.Text() + "; --fps chooses another rate");
     break;

@@ -27,7 +27,7 @@ class RecordVerb {
 
   std::vector<std::string> _addresses, _settings;
   std::string _output, _plugin, _rate, _start, _duration;
-  bool _noVideo = false, _noAudio = false, _realtime = false, _force = false;
+  bool _noVideo = false, _noAudio = false, _noText = false, _realtime = false, _force = false;
   int _spillSeconds = -1;
   InputOptions _input;
   Timeline _timeline;

@@ -18,6 +18,18 @@ using stream::IMuxer;
 
 static constexpr char kSpillDrive = 'S';
 
+// The header of a chunk, which the stream of motion JPEG leaves to whoever makes its packets:
+// "NNdc" with the track's number, and the size, little-endian.
+static constexpr std::size_t kChunkHead = 8;
+
+static void WriteChunkHead(std::size_t track, std::size_t size, std::uint8_t* out) {
+  out[0] = static_cast<std::uint8_t>('0' + track / 10 % 10);
+  out[1] = static_cast<std::uint8_t>('0' + track % 10);
+  out[2] = 'd';
+  out[3] = 'c';
+  for (std::size_t i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(size >> 8 * i);
+}
+
 static Error Refused(std::string const& name, std::string const& value) {
   return Error(kUsage, "--set: the muxer refuses " + name + "=" + value +
                            " (the verb plugin lists its properties)");
@@ -57,32 +69,45 @@ void Recorder::Note(std::string const& type, std::string const& text) {
 
 void Recorder::AddTrack(TrackInfo const& info) {
   auto const media = Ref<IMedia>::Take(IMedia::New(info.codec));
-  if (info.video) {
-    media->Set("width", info.width);
-    media->Set("height", info.height);
-    media->Set("interlace", false);
-    media->Set("framerate", info.frameRate);
-  } else {
-    media->Set("rate", info.rate);
-    media->Set("channel", info.channels);
-    media->Set("width", 2);
-    media->Set("depth", 16);
-    media->Set("samples", info.samples);
+  switch (info.kind) {
+    case TrackInfo::kVideo:
+      media->Set("width", info.width);
+      media->Set("height", info.height);
+      media->Set("interlace", false);
+      media->Set("framerate", info.frameRate);
+      break;
+    case TrackInfo::kSound:
+      media->Set("rate", info.rate);
+      media->Set("channel", info.channels);
+      media->Set("width", 2);
+      media->Set("depth", 16);
+      media->Set("samples", info.samples);
+      break;
+    case TrackInfo::kText:
+      media->Set("framerate", info.frameRate);
+      break;
   }
   stream::IPort* port = _muxer->AddInput();
   if (port == nullptr || !port->Offer(media.get()))
     throw Error(kUnusable, info.name + ": the muxer does not take it");
   _ports.push_back(port);
+  _headed.push_back(std::strcmp(info.codec, "mjpg") == 0);
   _sequence.push_back(0);
 }
 
 void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> const& tracks) {
-  std::size_t video = 0;
-  while (video < tracks.size() && !tracks[video]->Info().video) ++video;
-  if (video < tracks.size())
-    _muxer->Set("constFrameRate", tracks[video]->Info().frameRate);
-  else if (options.tags.NeedVideo())
-    throw Error(kUsage, "--strd and --strn need a video track");
+  auto const first = [&tracks](bool unnumbered) {  // video track; unnumbered ones are the last
+    return std::find_if(tracks.begin(), tracks.end(), [unnumbered](Track const* track) {
+      TrackInfo const& info = track->Info();
+      return info.kind == TrackInfo::kVideo && (unnumbered || !info.unnumbered);
+    });
+  };
+  if (auto const video = first(true); video != tracks.end())
+    _muxer->Set("constFrameRate", (*video)->Info().frameRate);
+  auto const tagged = first(false);
+  if (tagged == tracks.end() && options.tags.NeedVideo())
+    throw Error(kUsage, "--strd and --strn need a track of H.264 or HEVC video");
+  auto const video = static_cast<std::size_t>(tagged - tracks.begin());
   _tags = std::make_unique<Tags>(options.tags, tracks.size(), video);
   if (!_muxer->Set("vidtag", _tags->Get())) throw Error(kIo, "the muxer takes no tag set");
   if (!options.spillSeconds) return;
@@ -99,8 +124,10 @@ void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> con
 
 bool Recorder::Push(std::size_t track, TimedPacket const& packet) {
   using stream::Packet;
-  auto const made =
-      Ref<Packet>::Take(Packet::New(static_cast<int>(packet.data.size()), packet.data.data()));
+  std::size_t const head = _headed[track] ? kChunkHead : 0;
+  auto const made = Ref<Packet>::Take(Packet::New(static_cast<int>(head + packet.data.size())));
+  if (head != 0) WriteChunkHead(track, packet.data.size(), made->Data());
+  std::copy(packet.data.begin(), packet.data.end(), made->Data() + head);
   made->Media(_ports[track]->Media());
   made->Pts(packet.time_ns);
   made->Duration(packet.duration_ns);

@@ -48,6 +48,7 @@ class Recorder {
   std::unique_ptr<Tags> _tags;  // destroyed after the muxer
   std::unique_ptr<stream::IMuxer> _muxer;
   std::vector<stream::IPort*> _ports;
+  std::vector<bool> _headed;        // by track: packets carry their chunk's header
   std::vector<unsigned> _sequence;  // next packet number, by track
   std::vector<std::string> _errors, _warnings;
   bool _open = false;

@@ -1,6 +1,7 @@
-// H.264 access units in the form that recording takes: Annex B, four-byte start codes.
+// H.264 and HEVC access units in the form that recording takes: Annex B, four-byte start codes.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -14,12 +15,15 @@ void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out);
 
 // Converts the access units of one track.
 //
-//   AnnexB converter;
+//   AnnexB converter(AnnexB::kHevc);
 //   converter.Configure(extra, size);           // again when the parameter sets change
 //   converter.Convert(data, size, key, unit);   // each access unit, in order
 class AnnexB {
  public:
-  // Takes the container's parameter sets: an "avcC" record, whose access units are then
+  enum Codec { kH264, kHevc };
+  explicit AnnexB(Codec codec = kH264) : _codec(codec) {}
+
+  // Takes the container's parameter sets: an "avcC" or "hvcC" record, whose access units are then
   // length-prefixed, or a byte stream. False for a damaged record.
   bool Configure(std::uint8_t const* extra, std::size_t size);
 
@@ -28,13 +32,17 @@ class AnnexB {
   bool Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out);
 
  private:
-  bool Record(std::uint8_t const* extra, std::size_t size);
+  static constexpr std::size_t kMostKinds = 3;
+
+  bool AvcRecord(std::uint8_t const* extra, std::size_t size);
+  bool HevcRecord(std::uint8_t const* extra, std::size_t size);
   bool AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const;
   void AddParameterSets(Bytes& unit);
 
-  std::size_t _lengthBytes = 0;  // of a length prefix; 0: the track is a byte stream
-  bool _setsInStream = false;    // the byte stream carries its own
-  Bytes _sps, _pps;              // with start codes
+  Codec _codec;
+  std::size_t _lengthBytes = 0;         // of a length prefix; 0: the track is a byte stream
+  bool _setsInStream = false;           // the byte stream carries its own
+  std::array<Bytes, kMostKinds> _sets;  // by kind, with start codes; a byte stream's in the first
 };
 
 }  // namespace kestro::tool

@@ -6,18 +6,26 @@
 
 #include "Errors.h"
 #include "Interrupt.h"
+#include "input/CueFile.h"
 #include "input/FrameRate.h"
 #include "input/SoundTrack.h"
+#include "input/VideoTrack.h"
 
 namespace kestro::tool {
 
 // Packets looked at for a key frame with parameter sets.
 static constexpr std::size_t kMaxAhead = 256;
 
+std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
+                                 Timeline& timeline, bool lead) {
+  if (CueFile::Knows(address)) return std::make_unique<CueFile>(address, options, timeline);
+  return std::make_unique<MediaInput>(address, options, timeline, lead);
+}
+
 MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
                        bool lead)
     : _address(address), _packet(av_packet_alloc()) {
-  Open(address);
+  Open(address, options);
   AddTracks(options, timeline, lead);
 }
 
@@ -57,7 +65,21 @@ static AVInputFormat const* TakeDevice(std::string& url) {
 #endif
 }
 
-void MediaInput::Open(std::string const& address) {
+// Opens an address; the rate, where it is given, and the form of pictures are asked of a device.
+static int OpenFormat(FormatPtr& format, std::string const& url, AVInputFormat const* device,
+                      base::Fraction rate, char const* form) {
+  AVDictionary* settings = nullptr;
+  if (rate.Positive()) av_dict_set(&settings, "framerate", rate.Text().c_str(), 0);
+  if (form != nullptr) av_dict_set(&settings, "input_format", form, 0);
+  AVFormatContext* context = avformat_alloc_context();
+  context->interrupt_callback.callback = [](void*) { return Interrupted() ? 1 : 0; };
+  int const failed = avformat_open_input(&context, url.c_str(), device, &settings);
+  av_dict_free(&settings);
+  format.reset(context);
+  return failed;
+}
+
+void MediaInput::Open(std::string const& address, InputOptions const& options) {
   std::error_code none;
   std::string url = address == "-" ? "pipe:0" : address;
   auto const status = std::filesystem::status(address, none);
@@ -69,16 +91,29 @@ void MediaInput::Open(std::string const& address) {
   else
     device = TakeDevice(url);
 
-  AVFormatContext* format = avformat_alloc_context();
-  format->interrupt_callback.callback = [](void*) { return Interrupted() ? 1 : 0; };
-  int failed = avformat_open_input(&format, url.c_str(), device, nullptr);
-  _format.reset(format);
+  // Cameras give raw pictures unless they are asked for others.
+  bool const camera = device != nullptr && std::strstr(device->name, "v4l2") != nullptr;
+  int failed = OpenFormat(_format, url, device, options.rate, camera ? "mjpeg" : nullptr);
+  if (failed < 0 && camera) failed = OpenFormat(_format, url, device, options.rate, nullptr);
   if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
   if (failed < 0)
-    throw Error(CodeOf(failed),
-                address + ": " +
-                    (CodeOf(failed) == kUnusable ? "holds no video or sound in a known form"
-                                                 : LibavError(failed)));
+    throw Error(CodeOf(failed), address + ": " +
+                                    (CodeOf(failed) == kUnusable ? "holds nothing in a known form"
+                                                                 : LibavError(failed)));
+}
+
+// Whether the stream can be a track. Codecs of video are looked at later: they are refused.
+static bool Fits(AVStream const& stream) {
+  switch (stream.codecpar->codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+    case AVMEDIA_TYPE_AUDIO:
+      return true;
+    case AVMEDIA_TYPE_SUBTITLE:
+      return SubtitleDecoder::Knows(stream);
+    default:
+      return false;
+  }
 }
 
 void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool lead) {
@@ -86,32 +121,44 @@ void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool
   bool any = false;
   for (unsigned i = 0; i < _format->nb_streams; ++i) {
     AVStream* stream = _format->streams[i];
+    stream->discard = AVDISCARD_ALL;
     auto const type = stream->codecpar->codec_type;
-    bool const cover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    any |= type == AVMEDIA_TYPE_AUDIO || (type == AVMEDIA_TYPE_VIDEO && !cover);
-    if (type == AVMEDIA_TYPE_VIDEO && options.video && !cover)
-      _hasVideo = true;
-    else if (type != AVMEDIA_TYPE_AUDIO || !options.audio)
-      continue;
-    wanted.push_back(stream);
+    bool const text = type == AVMEDIA_TYPE_SUBTITLE && options.text;
+    if (text && !Fits(*stream)) _notes.push_back(Name(*stream) + ": is no text and is left out");
+    if (!Fits(*stream)) continue;
+    any = true;
+    bool const video = type == AVMEDIA_TYPE_VIDEO && options.video;
+    bool const sound = type == AVMEDIA_TYPE_AUDIO && options.audio;
+    _hasVideo |= video;
+    _hasSound |= sound;
+    if (video || sound || text) wanted.push_back(stream);
   }
-  if (!any) throw Error(kUnusable, _address + ": holds no video or sound");
+  if (!any) throw Error(kUnusable, _address + ": holds no video, sound or text");
 
-  for (unsigned i = 0; i < _format->nb_streams; ++i) _format->streams[i]->discard = AVDISCARD_ALL;
   _byStream.resize(_format->nb_streams);
   for (AVStream* stream : wanted) {
     stream->discard = AVDISCARD_DEFAULT;
-    std::string const name = _address + ", track " + std::to_string(stream->index);
-    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
-      bool const clocked = !options.rate.Positive();
-      auto video = std::make_unique<VideoTrack>(*stream, name, timeline, _clock, lead, clocked);
-      video->FrameRate(Rate(*stream, options, name));
-      lead = false;
-      _tracks.push_back(std::move(video));
-    } else {
-      _tracks.push_back(std::make_unique<SoundTrack>(*stream, name, timeline, _clock, !_hasVideo));
-    }
+    _tracks.push_back(NewTrack(*stream, options, timeline, lead));
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) lead = false;
     _byStream[static_cast<std::size_t>(stream->index)] = _tracks.back().get();
+  }
+}
+
+std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const& options,
+                                            Timeline& timeline, bool lead) {
+  std::string const name = Name(stream);
+  switch (stream.codecpar->codec_type) {
+    case AVMEDIA_TYPE_VIDEO: {
+      bool const clocked = !options.rate.Positive();
+      auto video = std::make_unique<VideoTrack>(stream, name, timeline, _clock, lead, clocked);
+      video->FrameRate(Rate(stream, options, name));
+      return video;
+    }
+    case AVMEDIA_TYPE_AUDIO:
+      return std::make_unique<SoundTrack>(stream, name, timeline, _clock, !_hasVideo);
+    default:
+      return std::make_unique<TextTrack>(name, std::make_unique<SubtitleDecoder>(stream), timeline,
+                                         _clock, !_hasVideo && !_hasSound);
   }
 }
 
@@ -119,9 +166,12 @@ base::Fraction MediaInput::Rate(AVStream& stream, InputOptions const& options,
                                 std::string const& name) {
   RateSources sources;
   sources.option = options.rate;
-  // The demuxer of an elementary stream is named after its codec. It tells a default for a rate.
+  // Demuxers that can be told a rate make one up: those of elementary streams and of series of
+  // pictures. Devices know better.
+  AVClass const* settings = _format->iformat->priv_class;
   bool const elementary =
-      std::strcmp(_format->iformat->name, avcodec_get_name(stream.codecpar->codec_id)) == 0;
+      settings != nullptr && !AV_IS_INPUT_DEVICE(settings->category) &&
+      av_opt_find(&settings, "framerate", nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
   if (!elementary)
     sources.container = ContainerRate(*_format, stream);
   else if (!options.rate.Positive())

@@ -21,26 +21,39 @@ Session::Session(std::vector<std::string> const& addresses, InputOptions const& 
     : _timeline(timeline) {
   bool lead = true;
   for (std::string const& address : addresses) {
-    _inputs.push_back(std::make_unique<MediaInput>(address, options, _timeline, lead));
+    _inputs.push_back(OpenInput(address, options, _timeline, lead));
     lead = lead && !_inputs.back()->HasVideo();
-    for (auto const& track : _inputs.back()->Tracks()) {
-      _tracks.push_back(track.get());
-      _inputOf.push_back(_inputs.size() - 1);
-    }
   }
+  for (bool unnumbered : {false, true})
+    for (std::size_t i = 0; i < _inputs.size(); ++i)
+      for (auto const& track : _inputs[i]->Tracks()) {
+        if (track->Info().unnumbered != unnumbered) continue;
+        _tracks.push_back(track.get());
+        _inputOf.push_back(i);
+      }
   if (_tracks.empty()) throw Error(kUnusable, "the inputs hold no track that is wanted");
-  Track const* first = nullptr;
-  for (Track const* track : _tracks) {
-    if (!track->Info().video) continue;
-    if (first == nullptr) first = track;
-    if (!SameRate(track->Info().frameRate, first->Info().frameRate))
-      throw Error(kUnusable, track->Info().name + ": " + track->Info().frameRate.Text() +
-                                 " fps beside " + first->Info().frameRate.Text() +
-                                 " fps; a file has one frame rate (--fps sets it)");
-  }
-  if (first == nullptr) {  // sound can begin anywhere
+  CheckRates();
+  if (_video == nullptr) {  // sound can begin anywhere
     _timeline.offset_ns = _timeline.start_ns;
     _timeline.known = true;
+  }
+}
+
+void Session::CheckRates() {
+  for (Track* track : _tracks) {
+    TrackInfo const& info = track->Info();
+    if (info.kind == TrackInfo::kText && _video == nullptr)
+      throw Error(kUnusable, info.name +
+                                 ": text takes its time from the video beside it, and "
+                                 "there is none (--no-text leaves it out)");
+    if (info.kind == TrackInfo::kText) track->FrameRate(_video->Info().frameRate);
+    if (info.kind != TrackInfo::kVideo) continue;
+    if (_video == nullptr) _video = track;
+    // Motion JPEG keeps a rate of its own.
+    if (!info.unnumbered && !SameRate(info.frameRate, _video->Info().frameRate))
+      throw Error(kUnusable, info.name + ": " + info.frameRate.Text() + " fps beside " +
+                                 _video->Info().frameRate.Text() +
+                                 " fps; a file has one frame rate (--fps sets it)");
   }
 }
 
@@ -65,6 +78,12 @@ bool Session::RunsAhead(std::size_t track) const {
   return bytes > kMaxAheadBytes || longest_ns > kMaxAhead_ns;
 }
 
+// Text lies in front of its frame.
+static bool Earlier(Track const& a, Track const& b) {
+  if (a.NextTime_ns() != b.NextTime_ns()) return a.NextTime_ns() < b.NextTime_ns();
+  return a.Info().kind == TrackInfo::kText && b.Info().kind != TrackInfo::kText;
+}
+
 bool Session::Next(std::size_t& track, TimedPacket& packet) {
   if (!Begin()) return false;
   while (!Interrupted()) {
@@ -72,18 +91,26 @@ bool Session::Next(std::size_t& track, TimedPacket& packet) {
     std::size_t best = _tracks.size();
     for (std::size_t i = 0; i < _tracks.size(); ++i) {
       if (_tracks[i]->Done() || (!_tracks[i]->Ready() && RunsAhead(i))) continue;
-      if (best == _tracks.size() || _tracks[i]->NextTime_ns() < _tracks[best]->NextTime_ns())
-        best = i;
+      if (best == _tracks.size() || Earlier(*_tracks[i], *_tracks[best])) best = i;
     }
     if (best == _tracks.size()) return false;
     if (_tracks[best]->Ready()) {
       track = best;
       packet = _tracks[best]->Pop();
+      bool const text = _tracks[best]->Info().kind == TrackInfo::kText;
+      if (text && packet.time_ns != _video->NextTime_ns()) ++_misplaced;
       return true;
     }
     _inputs[_inputOf[best]]->Read();
   }
   return false;
+}
+
+std::vector<std::string> Session::Notes() const {
+  std::vector<std::string> notes;
+  for (auto const& input : _inputs)
+    notes.insert(notes.end(), input->Notes().begin(), input->Notes().end());
+  return notes;
 }
 
 std::vector<std::string> Session::Failures() const {
@@ -100,6 +127,9 @@ std::vector<std::string> Session::Findings() const {
   for (Track const* track : _tracks)
     if (std::string const text = track->Findings(); !text.empty())
       findings.push_back(track->Info().name + ": " + text);
+  if (_misplaced != 0)
+    findings.push_back(std::to_string(_misplaced) +
+                       " texts lie behind the video or came too late: their times are lost");
   return findings;
 }
 

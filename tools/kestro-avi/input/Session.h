@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "input/MediaInput.h"
+#include "input/Input.h"
 
 namespace kestro::tool {
 
 class Session {
  public:
-  // Tracks are numbered in the order of the inputs. `timeline` says what part is wanted. Throws
-  // Error for inputs that cannot be recorded, or not together.
+  // Tracks come in the order of the inputs, unnumbered ones behind the others. `timeline` says what
+  // part is wanted. Throws Error for inputs that cannot be recorded, or not together.
   Session(std::vector<std::string> const& addresses, InputOptions const& options,
           Timeline const& timeline);
 
@@ -22,18 +22,23 @@ class Session {
   // interrupted.
   bool Next(std::size_t& track, TimedPacket& packet);
 
-  // Inputs that broke off, and what people should know about the tracks.
+  // What of the inputs is left out; inputs that broke off; what people should know about the
+  // tracks.
+  std::vector<std::string> Notes() const;
   std::vector<std::string> Failures() const;
   std::vector<std::string> Findings() const;
 
  private:
+  void CheckRates();
   bool Begin();
   bool RunsAhead(std::size_t track) const;
 
   Timeline _timeline;
-  std::vector<std::unique_ptr<MediaInput>> _inputs;
+  std::vector<std::unique_ptr<Input>> _inputs;
   std::vector<Track*> _tracks;
   std::vector<std::size_t> _inputOf;  // per track
+  Track const* _video = nullptr;      // the first video track
+  unsigned _misplaced = 0;            // texts that lie beside another frame than theirs
 };
 
 }  // namespace kestro::tool

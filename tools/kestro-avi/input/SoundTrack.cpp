@@ -26,6 +26,7 @@ SoundTrack::SoundTrack(AVStream const& stream, std::string name, Timeline& timel
       _decoder(Checked(stream, name),
                [this](std::int64_t pts, Samples samples) { Decoded(pts, std::move(samples)); }) {
   _info.name = std::move(name);
+  _info.kind = TrackInfo::kSound;
   _info.codec = "pcm";
   _info.rate = stream.codecpar->sample_rate;
   _info.channels = stream.codecpar->ch_layout.nb_channels;

@@ -11,13 +11,15 @@
 namespace kestro::tool {
 
 struct TrackInfo {
-  bool video = false;
+  enum Kind { kVideo, kSound, kText } kind = kVideo;
   std::string name;            // for messages: "clip.mp4, track 0"
   char const* codec = "";      // as media are named
   int width = 0, height = 0;   // video
-  base::Fraction frameRate;    // video
+  base::Fraction frameRate;    // video; text: of the video that it lies beside
   int rate = 0, channels = 0;  // sound, 16 bits
   int samples = 0;             // sound: per packet and channel
+  // Readers give the track no number: one in front would shift the numbers of those behind it.
+  bool unnumbered = false;
 };
 
 struct TimedPacket {
@@ -41,12 +43,18 @@ struct InputClock {
   bool known = false;
 };
 
+// When a frame of a constant rate is due.
+inline std::int64_t FrameTime_ns(base::Fraction rate, std::int64_t frame) {
+  return av_rescale(frame, 1000000000 * rate.den, rate.num);
+}
+
 // Usage: Take each packet of the container, End after the last one; Pop while Ready.
 class Track {
  public:
   virtual ~Track() = default;
 
   TrackInfo const& Info() const { return _info; }
+  void FrameRate(base::Fraction rate) { _info.frameRate = rate; }  // before the first packet
   virtual void Take(AVPacket const& packet) = 0;
   virtual void End() = 0;
   virtual bool Ready() = 0;  // whether Pop has a packet

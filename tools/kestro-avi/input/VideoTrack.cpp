@@ -14,23 +14,32 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timel
       _lead(lead),
       _clocked(clocked) {
   AVCodecParameters const& codec = *stream.codecpar;
-  if (codec.codec_id != AV_CODEC_ID_H264)
-    throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
-                               " cannot be recorded (h264 can)");
+  switch (codec.codec_id) {
+    case AV_CODEC_ID_H264:
+      _info.codec = "h264";
+      _converter.emplace(AnnexB::kH264);
+      break;
+    case AV_CODEC_ID_HEVC:
+      _info.codec = "hevc";
+      _converter.emplace(AnnexB::kHevc);
+      break;
+    case AV_CODEC_ID_MJPEG:
+      _info.codec = "mjpg";
+      _info.unnumbered = true;
+      break;
+    default:
+      throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
+                                 " cannot be recorded (h264, hevc and mjpeg can)");
+  }
   if (codec.width <= 0 || codec.height <= 0)
     throw Error(kUnusable, name + ": no picture was found in it");
   auto const extra = static_cast<std::size_t>(std::max(codec.extradata_size, 0));
-  if (!_converter.Configure(codec.extradata, extra))
-    throw Error(kUnusable, name + ": its H.264 parameter sets are damaged");
-  _info.video = true;
+  if (_converter && !_converter->Configure(codec.extradata, extra))
+    throw Error(kUnusable, name + ": its parameter sets are damaged");
+  _info.kind = TrackInfo::kVideo;
   _info.name = std::move(name);
-  _info.codec = "h264";
   _info.width = codec.width;
   _info.height = codec.height;
-}
-
-std::int64_t VideoTrack::FrameTime_ns(std::int64_t frame) const {
-  return av_rescale(frame, 1000000000 * _info.frameRate.den, _info.frameRate.num);
 }
 
 bool VideoTrack::Full() const {
@@ -43,33 +52,35 @@ std::int64_t VideoTrack::PacketTime_ns(AVPacket const& packet) {
   if (stamp != AV_NOPTS_VALUE)
     _last_ns = av_rescale_q(stamp, _timeBase, kNanoseconds);
   else if (_taken > 0)
-    _last_ns += FrameTime_ns(1);
+    _last_ns += Time_ns(1);
   ++_taken;
   return _last_ns;
 }
 
 void VideoTrack::Take(AVPacket const& packet) {
   std::size_t extra = 0;
-  if (auto const* data = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &extra))
-    _converter.Configure(data, extra);
+  auto const* sets = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &extra);
+  if (_converter && sets != nullptr) _converter->Configure(sets, extra);
   std::int64_t const time_ns = PacketTime_ns(packet);
   _latest_ns = std::max(_latest_ns, time_ns);  // frames come reordered
-  bool const key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+  bool const key = !_converter || (packet.flags & AV_PKT_FLAG_KEY) != 0;
   if (!_clock.known) _clock = {time_ns, true};
   if (!_started && !Hold(time_ns, key)) return;
 
   Unit unit{{}, key};
   auto const size = static_cast<std::size_t>(std::max(packet.size, 0));
-  if (!_converter.Convert(packet.data, size, key, unit.data)) ++_damaged;
+  if (!_converter)
+    unit.data.assign(packet.data, packet.data + size);
+  else if (!_converter->Convert(packet.data, size, key, unit.data))
+    ++_damaged;
   _bytes += unit.data.size();
   _units.push_back(std::move(unit));
 
   if (!_started && time_ns - _clock.origin_ns >= _timeline.start_ns) Start();
   // Reordered frames are a few apart from their count; more is another rate.
   auto const frame = _frames + static_cast<std::int64_t>(_units.size()) - 1;
-  auto const off_ns = FrameTime_ns(frame) - (time_ns - _begin_ns);
-  if (_started && _clocked &&
-      std::abs(off_ns) > std::max<std::int64_t>(500000000, FrameTime_ns(16)))
+  auto const off_ns = Time_ns(frame) - (time_ns - _begin_ns);
+  if (_started && _clocked && std::abs(off_ns) > std::max<std::int64_t>(500000000, Time_ns(16)))
     _drifts = true;
 }
 
@@ -98,7 +109,7 @@ void VideoTrack::Drop() {
 
 void VideoTrack::End() {
   _ended = true;
-  std::int64_t const end_ns = _latest_ns - _clock.origin_ns + FrameTime_ns(1);
+  std::int64_t const end_ns = _latest_ns - _clock.origin_ns + Time_ns(1);
   if (!_started && !_units.empty() && _timeline.start_ns < end_ns)
     Start();
   else if (!_started)
@@ -110,7 +121,7 @@ TimedPacket VideoTrack::Pop() {
   packet.data = std::move(_units.front().data);
   packet.key = _units.front().key;
   packet.time_ns = NextTime_ns();
-  packet.duration_ns = FrameTime_ns(_frames + 1) - packet.time_ns;
+  packet.duration_ns = Time_ns(_frames + 1) - packet.time_ns;
   _units.pop_front();
   _bytes -= packet.data.size();
   ++_frames;
@@ -118,7 +129,7 @@ TimedPacket VideoTrack::Pop() {
 }
 
 std::int64_t VideoTrack::Waiting_ns() const {
-  return _started ? FrameTime_ns(static_cast<std::int64_t>(_units.size())) : 0;
+  return _started ? Time_ns(static_cast<std::int64_t>(_units.size())) : 0;
 }
 
 std::string VideoTrack::Findings() const {

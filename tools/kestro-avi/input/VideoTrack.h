@@ -1,7 +1,8 @@
-// H.264 video with a constant frame rate.
+// H.264, HEVC or motion JPEG video with a constant frame rate.
 #pragma once
 
 #include <deque>
+#include <optional>
 
 #include "input/Track.h"
 
@@ -14,14 +15,12 @@ class VideoTrack : public Track {
   VideoTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
              bool lead, bool clocked);
 
-  void FrameRate(base::Fraction rate) { _info.frameRate = rate; }  // before the first packet
-
   void Take(AVPacket const& packet) override;
   void End() override;
   bool Ready() override { return _started && !_units.empty() && !Full(); }
   TimedPacket Pop() override;
   bool Done() override { return Full() || (_ended && !Ready()); }
-  std::int64_t NextTime_ns() const override { return FrameTime_ns(_frames); }
+  std::int64_t NextTime_ns() const override { return Time_ns(_frames); }
   std::int64_t Waiting_ns() const override;
   std::size_t WaitingBytes() const override { return _bytes; }
   std::string Findings() const override;
@@ -31,7 +30,7 @@ class VideoTrack : public Track {
     Bytes data;
     bool key;
   };
-  std::int64_t FrameTime_ns(std::int64_t frame) const;
+  std::int64_t Time_ns(std::int64_t frame) const { return FrameTime_ns(_info.frameRate, frame); }
   std::int64_t PacketTime_ns(AVPacket const& packet);
   bool Full() const;
   bool Hold(std::int64_t time_ns, bool key);
@@ -42,8 +41,8 @@ class VideoTrack : public Track {
   Timeline& _timeline;
   InputClock& _clock;
   bool const _lead, _clocked;
-  AnnexB _converter;
-  std::deque<Unit> _units;  // until started, the group of pictures that may be the first
+  std::optional<AnnexB> _converter;  // none: packets are stored as they are
+  std::deque<Unit> _units;           // until started, the group of pictures that may be the first
   std::size_t _bytes = 0;
   std::int64_t _frames = 0;  // popped
   std::int64_t _taken = 0;   // packets of the container
