@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "Command.h"
+#include "EveryKind.h"
 
 namespace kestro::tool {
 namespace {
@@ -27,7 +27,7 @@ void PrintTo(Line const& line, std::ostream* os) {
 }
 using Lines = std::vector<Line>;
 
-class PlayTest : public Command {
+class PlayTest : public EveryKind {
  protected:
   // Runs the verb; sequence numbers must grow in every track.
   Lines Play(std::string const& arguments, int code = 0) {
@@ -103,6 +103,36 @@ TEST_F(PlayTest, ListsWhatTheIndexSaysInEveryMode) {
     EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), long(all.size()) + 1);
     EXPECT_THAT(text.err, HasSubstr(std::to_string(all.size()) + " packets"));
   }
+}
+
+// Video tracks are counted among those that can be played; text and motion JPEG cannot.
+TEST_F(PlayTest, SwitchesBetweenVideoTracks) {
+  Make("a.avi");
+  Lines const all = Expected("a.avi", std::vector<std::int64_t>(kTracks, 40000));
+  for (int video : {kH264, kHevc}) {
+    std::string const arguments = "--video " + std::to_string(video) + " a.avi";
+    auto const chosen = [video](Line const& l) { return l.track == video; };
+    auto const played = [&](Line const& l) {
+      return chosen(l) || l.track == kSound || l.track == kMono;
+    };
+    EXPECT_EQ(Play(arguments), Only(all, played));
+    Lines keys = Only(all, [&](Line const& l) { return chosen(l) && l.key; });
+    std::reverse(keys.begin(), keys.end());
+    keys.back().eos = true;
+    EXPECT_EQ(Play("--mode back " + arguments), keys);
+  }
+  Result const result = Run("play --video 2 a.avi");
+  EXPECT_EQ(result.code, 2);
+  EXPECT_THAT(result.err, HasSubstr("2 video tracks that can be played; track 5 (video, handler "
+                                    "\"MJPG\") is left out: the demuxer plays no motion JPEG"));
+  EXPECT_THAT(result.err,
+              HasSubstr("track 4 (text, handler \"\") is left out: the demuxer plays no"));
+  // Known to the demuxer by this handler, but without media.
+  std::string known = FileText(At("a.avi"));
+  known.replace(known.find("vidsMJPG") + 4, 4, "mjpg");
+  Write("known.avi", known);
+  EXPECT_EQ(Run("play --video 2 known.avi").code, 2);
+  EXPECT_EQ(Play("--video 1 known.avi").size(), 30u);
 }
 
 TEST_F(PlayTest, PartsAndSeeks) {
