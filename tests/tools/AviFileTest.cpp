@@ -126,6 +126,25 @@ TEST_F(AviFileTest, DescribesWhatWritersDo) {
   }
 }
 
+// Entries that count the pad, or header and pad, are this system's text and motion JPEG.
+TEST_F(AviFileTest, TakesTheChunksSizeWhereTheIndexCountsMore) {
+  struct {
+    char const* handler;
+    std::uint64_t entry;
+    unsigned bytes;
+  } const cases[] = {{"MJPG", 3, 3}, {"MJPG", 4, 3}, {"MJPG", 12, 3}, {"MJPG", 11, 11},
+                     {"MJPG", 2, 2}, {"H264", 4, 4}, {"H264", 12, 12}};
+  for (auto const& c : cases) {
+    std::string head = Header();
+    for (auto at = head.find("H264"); at != std::string::npos; at = head.find("H264", at + 4))
+      head.replace(at, 4, c.handler);
+    AviFile const avi = Read(List(
+        "AVI ", head + List("movi", MakeChunk("00dc", "odd")) +
+                    MakeChunk("idx1", "00dc" + Little(16, 4) + Little(4, 4) + Little(c.entry, 4))));
+    EXPECT_EQ(avi.Tracks()[0].bytes, c.bytes) << c.handler << " " << c.entry;
+  }
+}
+
 TEST_F(AviFileTest, CountsWholeChunksOfEveryTruncation) {
   std::string const head = Header("", 0);
   std::size_t const data = 12 + head.size() + 12;

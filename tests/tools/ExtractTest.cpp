@@ -1,14 +1,15 @@
 // Tracks out again: what was recorded comes back.
-#include "Command.h"
+#include "EveryKind.h"
 #include "avi/TrackReader.h"
 #include "output/FrameOrder.h"
+#include "output/TextFile.h"
 
 namespace kestro::tool {
 namespace {
 
 using testing::HasSubstr;
 
-class ExtractTest : public Command {
+class ExtractTest : public EveryKind {
  protected:
   // A hash for every decoded frame, or every 1024 samples, in order of time.
   std::string Pictures(std::string const& name) { return Hashes(name, "-map 0:v:0"); }
@@ -65,6 +66,106 @@ TEST_F(ExtractTest, KeepsParameterSetsInTheirPlaces) {
   for (char const* copy : {"b.h264", "b.mp4", "b.mkv"}) {
     ASSERT_EQ(Run(std::string("extract --track 0:") + copy + " a.avi").code, 0);
     EXPECT_EQ(Pictures(copy), Pictures("clip.h264")) << copy;
+  }
+}
+
+TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
+  Make("a.avi");
+  Result const all = Run("extract -o out a.avi");
+  ASSERT_EQ(all.code, 0) << all.err;
+  char const* const names[] = {"a-0.h264", "a-1.h265", "a-2.wav",
+                               "a-3.wav",  "a-4.srt",  "a-5.mjpeg"};
+  AviFile const avi(At("a.avi"));
+  for (int i = 0; i < kTracks; ++i) {
+    bool const wave = i == kSound || i == kMono;
+    EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(i)].bytes, _payload[i].size()) << i;
+    if (i != kText) {
+      EXPECT_EQ(FileText(At("out") / names[i]).substr(wave ? 44 : 0), _payload[i]) << i;
+    }
+  }
+  Result const some =
+      Run("extract --track 4:t.jsonl --track 4:t%d.txt --track 5:%02d.jpg --track 5:t.mkv a.avi");
+  ASSERT_EQ(some.code, 0) << some.err;
+  EXPECT_EQ(
+      FileText(At("t.jsonl")),
+      "{\"pts_ms\":0,\"text\":\"odd\"}\n{\"pts_ms\":160,\"text\":\"zwei\"}\n"
+      "{\"pts_ms\":160,\"text\":\"\xC3\xA4\\n\\nblank\"}\n{\"pts_ms\":400,\"text\":\"end\"}\n");
+  for (std::size_t i = 0; i < _texts.size(); ++i)
+    EXPECT_EQ(FileText(At("t" + std::to_string(i + 1) + ".txt")), _texts[i].text);
+  for (std::size_t i = 0; i < _pictures.size(); ++i)
+    EXPECT_EQ(FileText(At((i < 9 ? "0" : "") + std::to_string(i + 1) + ".jpg")), _pictures[i]);
+  EXPECT_EQ(Run("extract --track 5:%02d.jpg a.avi").code, 2) << "they exist";
+
+  EXPECT_THAT(FileText(At("out/a-4.srt")), HasSubstr("\n4\n00:00:00,400 --> 00:00:02,400\nend\n"));
+  Damage("a.avi", "long.avi", 0, kSize, 8);  // the first text
+  EXPECT_THAT(Run("extract --track 4:l.srt long.avi").err, HasSubstr("3 bytes, not 04tx of 8"));
+  // A reader of movi alone meets the texts in the same places.
+  MakeUnusual("a.avi");
+  ASSERT_EQ(Run("extract --track 4:n.srt noindex.avi").code, 0);
+  EXPECT_EQ(FileText(At("n.srt")), FileText(At("out/a-4.srt")));
+}
+
+TEST_F(ExtractTest, TimesTextByFrames) {
+  AviTrack clock;
+  clock.scale = 1;
+  clock.rate = 30;
+  clock.chunks = 150;
+  struct {
+    std::uint64_t frame;
+    std::string text;
+  } const texts[] = {{2, "a"}, {60, "b\n\nb\n"}, {60, "c"}, {140, "d"}};
+  SrtFile srt(At("t.srt"), clock);
+  JsonLinesFile json(At("t.jsonl"), clock);
+  for (auto const& [frame, text] : texts) {
+    Piece const piece{reinterpret_cast<std::uint8_t const*>(text.data()), text.size(), frame};
+    for (Output* output : {static_cast<Output*>(&srt), static_cast<Output*>(&json)})
+      output->Write(0, piece);
+  }
+  srt.Finish();
+  EXPECT_EQ(FileText(At("t.srt")),
+            "1\n00:00:00,066 --> 00:00:02,000\na\n\n"
+            "2\n00:00:02,000 --> 00:00:04,000\nb\n \nb\n\n"
+            "3\n00:00:02,000 --> 00:00:04,000\nc\n\n"
+            "4\n00:00:04,666 --> 00:00:05,000\nd\n");
+  EXPECT_EQ(json.Findings(), "");
+  json.Write(0, {reinterpret_cast<std::uint8_t const*>("\xFF"), 1, 0});
+  EXPECT_THAT(json.Findings(), HasSubstr("1 texts are not UTF-8"));
+
+  MakeText("alone.avi", 4);
+  ASSERT_EQ(Run("extract --track 0:alone.jsonl alone.avi").code, 0);
+  EXPECT_THAT(FileText(At("alone.jsonl")), HasSubstr("{\"pts_ms\":500,\"text\":\"2\"}"));
+}
+
+// What other writers and encoders make: frames out of order, open groups, every picture alone.
+TEST_F(ExtractTest, ReadsFootageOfOtherWriters) {
+  struct {
+    char const* encode;
+    char const *ending, *tag;
+    std::vector<char const*> containers;
+  } const clips[] = {
+      {"libx265 -x265-params log-level=error:keyint=10:bframes=3:open-gop=1",
+       "h265",
+       "hev1",
+       {"mp4", "mkv"}},
+      {"mjpeg -q:v 5", "mjpeg", "MJPG", {"mp4", "mkv", "avi"}},
+  };
+  for (auto const& clip : clips) {
+    std::string const raw = std::string("raw.") + clip.ending,
+                      copy = std::string("b.") + clip.ending;
+    if (Shell(std::string("ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=96x96:rate=25 "
+                          "-frames:v 32 -pix_fmt yuvj420p -c:v ") +
+              clip.encode + " " + raw + " && ffmpeg -nostdin -v error -y -r 25 -i " + raw +
+              " -c copy -tag:v " + clip.tag + " clip.avi")
+            .code != 0)
+      GTEST_SKIP() << "no ffmpeg with " << clip.encode;
+    ASSERT_EQ(Run("extract --force --track 0:" + copy + " clip.avi").code, 0);
+    EXPECT_EQ(FileText(At(copy)), FileText(At(raw)));
+    for (std::string container : clip.containers) {
+      container = std::string(clip.ending) + "." + container;
+      Result const result = Run("extract --track 0:" + container + " clip.avi");
+      ASSERT_EQ(result.code, 0) << result.err;
+      EXPECT_EQ(Pictures(container), Pictures(raw)) << container;
+    }
   }
 }
 
@@ -131,6 +232,8 @@ TEST_F(ExtractTest, ExitCodes) {
     foreign.replace(at, 4, "XVID");
   Write("foreign.avi", foreign);
   Write("old.wav", "old");
+  Make("b.avi");
+  MakeText("untimed.avi", 0);
   Write("text.avi", "no film");
   struct {
     char const* arguments;
@@ -145,6 +248,10 @@ TEST_F(ExtractTest, ExitCodes) {
       {"a.avi --track 0:x.h264 -o out", 2, "excludes"},
       {"a.avi --track 0:x.unknown", 2, "file format"},
       {"a.avi --track 0:x.wav", 2, "video h264"},
+      {"b.avi --track 5:x.jpg", 2, "such as %04d.jpg"},
+      {"b.avi --track 4:x.mkv", 2, "is text"},
+      {"b.avi --track 5:x.srt", 2, "video mjpeg"},
+      {"untimed.avi --track 0:x.srt", 4, "the track tells no rate"},
       {"a.avi --track 1:x.264", 2, "audio pcm"},
       {"a.avi --track 1:x.wav --track 0:x.wav", 2, "one track"},
       {"a.avi --track 1:old.wav", 2, "--force"},

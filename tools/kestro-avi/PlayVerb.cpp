@@ -83,37 +83,56 @@ void PlayVerb::CheckIndex(AviFile const& avi) const {
         (avi.IndexChunk().size < 16 ? " is empty" : ": its first entry does not lead to a chunk"));
 }
 
-// Whether the demuxer makes a stream of the track: by the registry, as it does.
-static bool Streams(AviTrack const& track) {
+// The class of the stream that the demuxer makes of a track, by the registry, as it does; null when
+// it makes none.
+static base::IClass* StreamClass(AviTrack const& track) {
   std::string name = track.handler;
   if (name == "WAVE" || name == "wave") name = "PCM";
   if (name == "txt" || name == "TXT" || name.empty() || name.find('-') != std::string::npos)
-    return false;
-  return base::IClass::Find(("avi-stream-" + name).c_str(), false) != nullptr;
+    return nullptr;
+  return base::IClass::Find(("avi-stream-" + name).c_str(), false);
+}
+
+// Whether streams of a class have no media: the demuxer counts them, but plays none.
+static bool Silent(base::IClass const* stream) {
+  return stream == base::IClass::Find("avi-stream-jpeg", false) ||
+         stream == base::IClass::Find("avi-stream-mp4a", false);
+}
+
+static std::string WhyNot(AviTrack const& track) {
+  if (track.type == "text") return "the demuxer plays no text (\"extract\" reads it)";
+  if (track.codec == "mjpeg") return "the demuxer plays no motion JPEG (\"extract\" reads it)";
+  return track.codec == "aac" ? "the demuxer plays no AAC" : "the demuxer does not know it";
 }
 
 // The tracks that the demuxer will publish: all sound and the chosen video, in the file's order.
 void PlayVerb::ChooseTracks(AviFile const& avi) {
-  std::string hiding;
+  std::string hiding, others;
   unsigned videos = 0;
   bool leads = false;
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
     AviTrack const& track = avi.Tracks()[i];
+    bool const video = track.type == "video";
     std::string const name =
         "track " + std::to_string(i) + " (" + track.type + ", handler \"" + track.handler + "\")";
-    if (!Streams(track)) {
-      Report("note: " + _file + ": " + name + " is left out: the demuxer does not know it");
-      if (hiding.empty()) hiding = name;
+    base::IClass const* const stream = StreamClass(track);
+    if (stream == nullptr || Silent(stream)) {
+      std::string const left = name + " is left out: " + WhyNot(track);
+      Report("note: " + _file + ": " + left);
+      if (video) others += "; " + left;
+      if (hiding.empty() && stream == nullptr) hiding = name;
       continue;
     }
     if (!hiding.empty())
       throw Error(kUnusable, _file + ": " + hiding +
                                  " is unknown to the demuxer, which would take " +
                                  "its packets for those of the tracks behind it");
-    bool const video = track.type == "video";
     if (video ? videos++ != _video : track.type != "audio") continue;
     bool const wanted = video != (_playMode == PlayMode::kAudio);
-    if (wanted && !leads) _leader = _tracks.size();
+    if (wanted && !leads) {
+      _leader = _tracks.size();
+      _length_ms = track.duration_ms;
+    }
     leads |= wanted;
     _tracks.push_back(i);
   }
@@ -121,7 +140,8 @@ void PlayVerb::ChooseTracks(AviFile const& avi) {
     throw Error(kUnusable, _file + ": no track that the demuxer knows");
   bool const asked = _playMode != PlayMode::kNormal;
   if (_video >= std::max(videos, 1u))
-    throw Error(kUsage, "--video: " + _file + " has " + std::to_string(videos) + " video tracks");
+    throw Error(kUsage, "--video: " + _file + " has " + std::to_string(videos) +
+                            " video tracks that can be played" + others);
   if (asked && !leads) throw Error(kUsage, "--mode " + _mode + ": " + _file + " has no such track");
 }
 
@@ -131,7 +151,7 @@ void PlayVerb::Position(Player& player) {
   if (_from_ms >= 0)
     demuxer.Seek(_from_ms);
   else if (_playMode == PlayMode::kBack)
-    demuxer.Seek(demuxer.Duration());
+    demuxer.Seek(std::max(demuxer.Duration(), _length_ms));
 }
 
 bool PlayVerb::Beyond(Delivered const& packet) const {

@@ -45,6 +45,7 @@ class PlayVerb {
   std::size_t _seeksDone = 0;
   std::vector<std::size_t> _tracks;  // numbers in the file, by the player's output
   std::size_t _leader = 0;           // the output that decides when --to is reached
+  int64 _length_ms = 0;              // of the leader
 
   bool _paced = false;  // the two below are set
   int64 _origin_ms = 0;

@@ -239,6 +239,19 @@ void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink) {
   }
 }
 
+unsigned AviFile::DataSize(IndexEntry const& entry) {
+  auto const number = static_cast<std::size_t>(TrackOfCode(entry.id));
+  if (number >= _tracks.size()) return entry.size;
+  std::string const& codec = _tracks[number].codec;
+  Chunk chunk;
+  if ((codec != "text" && codec != "mjpeg") || !_reader.Header(entry.offset, Size(), chunk) ||
+      chunk.id != entry.id)
+    return entry.size;
+  int64 const padded = chunk.size + chunk.size % 2;
+  bool const agrees = entry.size == padded || entry.size == padded + 8;
+  return agrees ? static_cast<unsigned>(chunk.size) : entry.size;
+}
+
 void AviFile::ForEachData(RiffReader::DataSink const& sink) {
   for (Chunk const& chunk : _tree) {
     if (chunk.type != kMovi) continue;
@@ -260,7 +273,7 @@ void AviFile::Count() {
       AviTrack& track = _tracks[number];
       ++track.chunks;
       track.keyChunks += (entry.flags & IndexEntry::kKey) != 0;
-      track.bytes += entry.size;
+      track.bytes += DataSize(entry);
     });
   if (_riffs > 1) Note("the file has " + std::to_string(_riffs) + " RIFF parts");
   _indexed = counted && _indexBase >= 0;
@@ -293,6 +306,13 @@ int64 AviFile::Duration_ms() const {
   int64 longest = 0;
   for (AviTrack const& track : _tracks) longest = std::max(longest, track.duration_ms);
   return longest;
+}
+
+std::size_t AviFile::ClockOf(std::size_t track) const {
+  if (_tracks[track].type != "text") return track;
+  for (std::size_t i = 0; i < _tracks.size(); ++i)
+    if (_tracks[i].type == "video" && _tracks[i].chunks != 0) return i;
+  return track;
 }
 
 }  // namespace kestro::tool

@@ -19,7 +19,7 @@ struct AviTrack {
   unsigned scale = 0, rate = 0, length = 0;         // of the stream header
   unsigned bytesPerSecond = 0;                      // sound
 
-  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;
+  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
   bool keysKnown = false;
   int64 duration_ms = 0;
 };
@@ -27,8 +27,8 @@ struct AviTrack {
 struct IndexEntry {
   static constexpr unsigned kKey = 0x10;
   unsigned id = 0, flags = 0;
-  int64 offset = 0;  // of the chunk's header
-  unsigned size = 0;
+  int64 offset = 0;   // of the chunk's header
+  unsigned size = 0;  // see AviFile::DataSize
 };
 
 class AviFile {
@@ -48,6 +48,9 @@ class AviFile {
   // Whether the index tells of all data chunks.
   bool Indexed() const { return _indexed; }
   int64 Duration_ms() const;
+  // The track whose frames give a track its times. For text that is the first video track with
+  // data, where there is one; every other track is its own.
+  std::size_t ClockOf(std::size_t track) const;
   // What is unusual about the file, one line each.
   std::vector<std::string> const& Notes() const { return _notes; }
   // Whether the file is incomplete.
@@ -56,6 +59,9 @@ class AviFile {
   // The index in its order, offsets counted from the beginning of the file whatever the file's
   // count from.
   void ForEachEntry(std::function<void(IndexEntry const&)> const& sink);
+  // The bytes of an entry's payload. The index of this system's text and motion JPEG counts the
+  // pad, and for JPEG the chunk's header: for these the chunk tells, when the entry agrees with it.
+  unsigned DataSize(IndexEntry const& entry);
   // The data chunks of every movi list, in file order.
   void ForEachData(RiffReader::DataSink const& sink);
   RiffReader& Reader() { return _reader; }

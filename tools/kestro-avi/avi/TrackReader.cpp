@@ -23,18 +23,23 @@ void TrackReader::ForEach(Sink const& sink) {
     });
 }
 
-bool TrackReader::Take(IndexEntry const& entry, Sink const& sink) {
-  auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
-  if (track >= _wanted.size() || !_wanted[track]) return true;
+bool TrackReader::Take(IndexEntry const& listed, Sink const& sink) {
+  auto const track = static_cast<std::size_t>(TrackOfCode(listed.id));
+  if (track >= _position.size()) return true;
   AviTrack const& info = _avi.Tracks()[track];
-  bool const video = info.type == "video";
-  bool const more = !Whole(entry, video) || Pieces(entry, track, sink);
-  unsigned const frame = std::max(1u, info.channels * info.bits / 8);
-  _position[track] += video ? 1 : entry.size / frame;
+  bool const whole = info.type != "audio";
+  bool more = true;
+  if (track < _wanted.size() && _wanted[track]) {
+    IndexEntry entry = listed;
+    entry.size = _avi.DataSize(listed);
+    more = !Whole(entry, whole) || Pieces(entry, track, sink);
+  }
+  // Tracks that nobody wants may be clocks.
+  _position[track] += whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
   return more;
 }
 
-bool TrackReader::Whole(IndexEntry const& entry, bool video) {
+bool TrackReader::Whole(IndexEntry const& entry, bool whole) {
   Chunk chunk;
   std::string const said = CodeText(entry.id) + " of " + std::to_string(entry.size) + " bytes";
   if (!_avi.Reader().Header(entry.offset, _avi.Size(), chunk) || chunk.id != entry.id)
@@ -43,8 +48,8 @@ bool TrackReader::Whole(IndexEntry const& entry, bool video) {
     Fault(entry, "a chunk of " + std::to_string(chunk.size) + " bytes, not " + said);
   else if (chunk.Cut())
     Fault(entry, "the chunk " + said + " goes beyond the end of the file");
-  else if (video && entry.size > kMaxFrame)
-    Fault(entry, said + " are too much for a frame");
+  else if (whole && entry.size > kMaxFrame)
+    Fault(entry, said + " are too much for one frame or text");
   else
     return true;
   return false;
@@ -65,8 +70,9 @@ std::vector<std::string> TrackReader::Faults() const {
 bool TrackReader::Pieces(IndexEntry const& entry, std::size_t track, Sink const& sink) {
   AviTrack const& info = _avi.Tracks()[track];
   unsigned const frame = std::max(1u, info.channels * info.bits / 8);
-  bool const video = info.type == "video";
-  unsigned const most = video ? entry.size : std::max(1u, kSoundPiece / frame) * frame;
+  bool const whole = info.type != "audio";
+  std::uint64_t const position = _position[_avi.ClockOf(track)];
+  unsigned const most = whole ? entry.size : std::max(1u, kSoundPiece / frame) * frame;
   if (_buffer.size() < std::min(most, entry.size)) _buffer.resize(std::min(most, entry.size));
   unsigned done = 0;
   do {
@@ -74,8 +80,7 @@ bool TrackReader::Pieces(IndexEntry const& entry, std::size_t track, Sink const&
     int64 const at = entry.offset + 8 + done;
     if (_avi.Reader().Read(at, _buffer.data(), size) != size)
       throw Error(kIo, "the AVI file cannot be read at offset " + std::to_string(at));
-    if (!sink(track, {_buffer.data(), size, _position[track] + (video ? 0 : done / frame)}))
-      return false;
+    if (!sink(track, {_buffer.data(), size, position + (whole ? 0 : done / frame)})) return false;
     done += size;
   } while (done < entry.size);
   return true;

@@ -10,6 +10,7 @@ namespace kestro::tool {
 AVCodecID CodecOf(AviTrack const& track) {
   if (track.codec == "h264") return AV_CODEC_ID_H264;
   if (track.codec == "hevc") return AV_CODEC_ID_HEVC;
+  if (track.codec == "mjpeg") return AV_CODEC_ID_MJPEG;
   if (track.codec != "pcm" || track.channels == 0 || track.sampleRate == 0) return AV_CODEC_ID_NONE;
   switch (track.bits) {
     case 8:
@@ -84,20 +85,21 @@ void ContainerFile::Describe(AVStream& stream, ContainerTrack const& from) {
   av_reduce(&rate.num, &rate.den, track.rate, track.scale, 1 << 30);
   if (rate.num <= 0 || rate.den <= 0)
     throw Error(kUnusable, _new.Path() + ": the AVI tells no frame rate (" + from.name + ")");
-  Bytes const& sets = from.order->ParameterSets();
-  if (sets.empty())
-    throw Error(kUnusable, _new.Path() + ": no key frame with parameter sets (" + from.name + ")");
   par.codec_type = AVMEDIA_TYPE_VIDEO;
   par.width = static_cast<int>(track.width);
   par.height = static_cast<int>(track.height);
+  stream.avg_frame_rate = rate;
+  stream.time_base = av_inv_q(rate);
+  if (from.order == nullptr) return;
+  Bytes const& sets = from.order->ParameterSets();
+  if (sets.empty())
+    throw Error(kUnusable, _new.Path() + ": no key frame with parameter sets (" + from.name + ")");
   par.video_delay = static_cast<int>(from.order->Delay());
   par.extradata =
       static_cast<std::uint8_t*>(av_mallocz(sets.size() + AV_INPUT_BUFFER_PADDING_SIZE));
   if (par.extradata == nullptr) throw std::bad_alloc();
   std::memcpy(par.extradata, sets.data(), sets.size());
   par.extradata_size = static_cast<int>(sets.size());
-  stream.avg_frame_rate = rate;
-  stream.time_base = av_inv_q(rate);
 }
 
 void ContainerFile::Write(std::size_t track, Piece const& piece) {
@@ -113,7 +115,7 @@ void ContainerFile::Write(std::size_t track, Piece const& piece) {
     packet->pts = from.order->Shown(piece.position);
     packet->dts = position - from.order->Delay();
     if (!from.order->Key(piece.position)) packet->flags = 0;
-  } else {
+  } else if (from.track->type == "audio") {
     packet->duration =
         static_cast<std::int64_t>(piece.size * 8 / from.track->bits / from.track->channels);
   }
@@ -121,11 +123,11 @@ void ContainerFile::Write(std::size_t track, Piece const& piece) {
   Must(av_interleaved_write_frame(_format.get(), packet.get()));
 }
 
-void ContainerFile::Finish() {
+std::string ContainerFile::Finish() {
   Must(av_write_trailer(_format.get()));
   Must(_format->pb->error);
   Must(avio_closep(&_format->pb));
-  _new.Keep();
+  return _new.Keep();
 }
 
 }  // namespace kestro::tool

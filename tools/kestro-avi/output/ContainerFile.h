@@ -15,7 +15,7 @@ AVCodecID CodecOf(AviTrack const& track);
 struct ContainerTrack {
   std::string name;  // for messages
   AviTrack const* track;
-  FrameOrder const* order;  // video; kept until Finish
+  FrameOrder const* order;  // kept until Finish; null where frames are shown as they come
 };
 
 class ContainerFile : public Output {
@@ -26,7 +26,7 @@ class ContainerFile : public Output {
   ContainerFile(std::string const& path, std::vector<ContainerTrack> const& tracks);
   ~ContainerFile() override;
   void Write(std::size_t track, Piece const& piece) override;
-  void Finish() override;
+  std::string Finish() override;
 
  private:
   void AddTrack(ContainerTrack const& from);

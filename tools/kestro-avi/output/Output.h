@@ -18,7 +18,8 @@ class NewFile {
 
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }
-  void Keep();
+  // Returns its size, for people.
+  std::string Keep();
 
  private:
   std::string _path, _temporary;
@@ -31,15 +32,18 @@ class Output {
   virtual ~Output() = default;
   // `track`: counted in the order in which the output was given its tracks.
   virtual void Write(std::size_t track, Piece const& piece) = 0;
-  virtual void Finish() = 0;
+  // Returns how much was written, for people.
+  virtual std::string Finish() = 0;
+  // What people should know about the output; empty for nothing.
+  virtual std::string Findings() const { return ""; }
 };
 
-// Data as it is: an H.264 or HEVC elementary stream.
+// Data as it is: an elementary stream of video.
 class StreamFile : public Output {
  public:
   explicit StreamFile(std::string const& path);
   void Write(std::size_t track, Piece const& piece) override;
-  void Finish() override;
+  std::string Finish() override;
 
  protected:
   void Store(void const* data, std::size_t size);
@@ -53,7 +57,7 @@ class WaveFile : public StreamFile {
  public:
   WaveFile(std::string const& path, AviTrack const& track);
   void Write(std::size_t track, Piece const& piece) override;
-  void Finish() override;
+  std::string Finish() override;
 
  private:
   void StoreHead();

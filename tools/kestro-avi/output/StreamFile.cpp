@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "Text.h"
 #include "output/Output.h"
 
 namespace kestro::tool {
@@ -11,11 +12,12 @@ NewFile::~NewFile() {
   if (!_kept) std::filesystem::remove(_temporary, none);
 }
 
-void NewFile::Keep() {
+std::string NewFile::Keep() {
   std::error_code failed;
   std::filesystem::rename(_temporary, _path, failed);
   if (failed) throw Error(kIo, _path + ": " + failed.message());
   _kept = true;
+  return ByteCount(std::filesystem::file_size(_path, failed));
 }
 
 StreamFile::StreamFile(std::string const& path)
@@ -31,9 +33,9 @@ void StreamFile::Store(void const* data, std::size_t size) {
 
 void StreamFile::Write(std::size_t, Piece const& piece) { Store(piece.data, piece.size); }
 
-void StreamFile::Finish() {
+std::string StreamFile::Finish() {
   if (!_file.Close()) throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
-  _new.Keep();
+  return _new.Keep();
 }
 
 static constexpr unsigned kWaveHead = 44;
@@ -71,12 +73,12 @@ void WaveFile::Write(std::size_t track, Piece const& piece) {
   StreamFile::Write(track, piece);
 }
 
-void WaveFile::Finish() {
+std::string WaveFile::Finish() {
   if (_bytes % 2 != 0) Store("", 1);
   if (!_file.Seek(0, base::IO::kBegin))
     throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
   StoreHead();
-  StreamFile::Finish();
+  return StreamFile::Finish();
 }
 
 }  // namespace kestro::tool

@@ -1,0 +1,27 @@
+// A file for each frame or text, as it is.
+#pragma once
+
+#include <string>
+
+#include "output/Output.h"
+
+namespace kestro::tool {
+
+// Named by a pattern that holds %d or, with zeros in front, %04d; they count from 1. Those that are
+// written stay when the others cannot be.
+class NumberedFiles : public Output {
+ public:
+  // Whether a path is a pattern.
+  static bool Numbered(std::string const& path);
+  static std::string Name(std::string const& pattern, std::uint64_t number);
+
+  explicit NumberedFiles(std::string const& pattern) : _pattern(pattern) {}
+  void Write(std::size_t track, Piece const& piece) override;
+  std::string Finish() override { return std::to_string(_written) + " files"; }
+
+ private:
+  std::string _pattern;
+  std::uint64_t _written = 0;
+};
+
+}  // namespace kestro::tool
