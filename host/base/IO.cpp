@@ -94,9 +94,11 @@ unsigned IOBlockReader::Read(void* data, unsigned size) {
   return done;
 }
 
-IOBuffer::IOBuffer(int size, bool zero)
-    : IO("IOBuffer"), _data(new unsigned char[std::max(size, 0)]), _max(std::max(size, 0)) {
-  if (zero) std::memset(_data.get(), 0, static_cast<std::size_t>(_max));
+IOBuffer::IOBuffer(int size, bool zero) : IO("IOBuffer"), _data(nullptr, std::free) {
+  auto const bytes = static_cast<std::size_t>(std::max(size, 0));
+  // Cleared memory costs nothing until it is used.
+  _data.reset(static_cast<unsigned char*>(zero ? std::calloc(bytes, 1) : std::malloc(bytes)));
+  _max = _data != nullptr ? static_cast<int64>(bytes) : 0;
 }
 
 bool IOBuffer::Seek(int64 offset, int whence) {

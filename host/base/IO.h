@@ -1,6 +1,7 @@
 // Byte streams.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -100,7 +101,7 @@ class KESTRO_API IOBlockReader : public IOFilter {
   int64 _position;
 };
 
-// A stream over memory of a fixed size.
+// A stream over memory of a fixed size. Memory that cannot be had is a size of 0: see Max.
 class KESTRO_API IOBuffer : public IO {
  public:
   // `zero` clears the memory; without it, unwritten bytes are whatever they are.
@@ -116,7 +117,7 @@ class KESTRO_API IOBuffer : public IO {
   bool Truncate(int64 size) override;                        // down only
 
  private:
-  std::unique_ptr<unsigned char[]> _data;
+  std::unique_ptr<unsigned char[], decltype(&std::free)> _data;
   int64 _max, _size = 0, _position = 0;
 };
 

@@ -69,6 +69,19 @@ bool AviMuxer::OpenFileConfig() {
     IOError(nullptr);
     return false;
   }
+  if (!NewWriter()) return false;
+  _totalSize = 0;
+  if (!IAviMuxer::Open(*_blkio, list)) {
+    KESTRO_ERROR("");
+    Fail("no track could be opened");
+    return false;
+  }
+  _sizeCache = 0;
+  _closing = false;
+  return true;
+}
+
+bool AviMuxer::NewWriter() {
   base::AttrSet attrs;
   attrs.Add("Register", "io-cache-writer");
   _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, 3);
@@ -84,14 +97,6 @@ bool AviMuxer::OpenFileConfig() {
     KESTRO_ERROR("!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))");
     return false;
   }
-  _totalSize = 0;
-  if (!IAviMuxer::Open(*_blkio, list)) {
-    KESTRO_ERROR("");
-    Fail("no track could be opened");
-    return false;
-  }
-  _sizeCache = 0;
-  _closing = false;
   return true;
 }
 

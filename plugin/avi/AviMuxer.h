@@ -47,6 +47,7 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
 
  protected:
   bool updateStream() override;
+  bool NewWriter();  // makes the current file's caching writer
   // Frees all that belongs to one file.
   void FreeFile();
   void ReportSpillFault();

@@ -1,8 +1,14 @@
 #include "common/DataChunks.h"
 
-#include <vector>
+#include <algorithm>
 
 namespace kestro::plugin::avi {
+
+void WriteZeros(IO& io, int64 count) {
+  static unsigned char const zeros[4096] = {};
+  for (; count > 0; count -= int64(sizeof zeros))
+    io.Write(zeros, static_cast<unsigned>(std::min(count, int64(sizeof zeros))));
+}
 
 void BufferChunk::fill(IO& io) {
   if (buffer == nullptr) return;
@@ -27,9 +33,7 @@ void cjunk::AddSize(unsigned n) {
 void cjunk::fill(IO& io) {
   if (buffer == nullptr) return;
   BufferChunk::fill(io);
-  if (_extra == 0) return;
-  std::vector<unsigned char> const zeros(_extra);
-  io.Write(zeros.data(), _extra);
+  WriteZeros(io, _extra);
 }
 
 void cjunk::parse(IO& io) {

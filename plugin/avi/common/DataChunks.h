@@ -5,6 +5,8 @@
 
 namespace kestro::plugin::avi {
 
+void WriteZeros(IO& io, int64 count);
+
 // A chunk over a buffer that is not owned and outlives the node. Without a buffer it writes nothing
 // at all, not even a header: such a node is for reading only.
 class BufferChunk : public IList {

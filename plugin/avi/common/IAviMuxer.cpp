@@ -152,7 +152,7 @@ bool IAviMuxer::Open(IO& io, std::vector<IMedia*>& media) {
   _moviPos = io.Tell();
   _movi->Fill(io, false);
   // Provisional, so that a file that is cut off is readable up to here.
-  int64 const end = io.Tell();
+  int64 const end = _keptEnd = io.Tell();
   base::IOIntWriter(io).Write32(static_cast<unsigned>(end - 8), 4, IO::kBegin);
   _openCounter = 0;
   io.Flush();
@@ -166,12 +166,7 @@ void IAviMuxer::ReserveIdx1(IO& io) {
   _idx1->Fill(io, false);
   io.Seek(_idx1Pos + 4, IO::kBegin);
   base::IOIntWriter(io).Write32(_idx1RsvdSize);
-  static unsigned char const zeros[4096] = {};
-  for (unsigned left = _idx1RsvdSize; left > 0;) {
-    unsigned const part = std::min<unsigned>(left, sizeof zeros);
-    io.Write(zeros, part);
-    left -= part;
-  }
+  WriteZeros(io, _idx1RsvdSize);
 }
 
 bool IAviMuxer::Process(IO& io, Packet& packet) {

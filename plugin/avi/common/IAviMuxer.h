@@ -57,6 +57,14 @@ class IAviMuxer : public IAvi {
   // further records.
   int64 FinishedSize(IO& io, int64 more, int64 entries) const;
 
+  // The steps of Close. Sizes and headers, once _fileSize is known:
+  void FillHead(IO& io);
+  bool WriteIdx1(IO& io);
+  // After a flush that failed: drops what the medium has not taken.
+  void CutLost(IO& io);
+  // After an index behind the data that the medium has not taken.
+  bool RetryIdx1(IO& io);
+
   std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's
   base::uint64 _createTime = 0;
   base::uint64 _streamBase = 0;
@@ -68,6 +76,7 @@ class IAviMuxer : public IAvi {
   IList* _info = nullptr;
   int64 _idx1Pos = 0;              // of its tag
   int64 _moviPos = 0;              // of its tag
+  int64 _keptEnd = 0;              // of the chunks whose records are in the file's index already
   unsigned _idx1RsvdSize = 32768;  // payload bytes reserved when idx1 comes first
   unsigned _fileSize = 0;
   unsigned _openCounter = 0;
@@ -88,13 +97,10 @@ class IAviMuxer : public IAvi {
  private:
   void ReserveIdx1(IO& io);
   static int64 Bytes(IList const* chunk);  // header and payload, 0 for none
-  bool WriteIdx1(IO& io);
   void RestoreOrder();
   base::uint64 ChunkEnd(ChunkParam const& chunk) const;
   std::size_t WholeChunks(int64 end) const;
   bool KeepChunks(IO& io, std::size_t count);
-  void CutLost(IO& io);
-  void RetryIdx1(IO& io);
 
   Object* const _ownTag;
 };

@@ -18,15 +18,20 @@ bool IAviMuxer::Close(IO& io) {
   updateBox();
   if (!WriteIdx1(io) && !_idx1First) RetryIdx1(io);
   _fileSize = static_cast<unsigned>(io.Tell());
+  FillHead(io);
+  if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
+  _root->Reset();
+  Abandon();
+  return true;
+}
+
+// The deepest chunk first, the file's own size last.
+void IAviMuxer::FillHead(IO& io) {
   fillMovi(io);
   fillJunk(io);
   fillInfo(io);
   fillHdrl(io);
   fillRiff(io);
-  if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
-  _root->Reset();
-  Abandon();
-  return true;
 }
 
 bool IAviMuxer::updateStream() {
@@ -159,9 +164,10 @@ std::size_t IAviMuxer::WholeChunks(int64 end) const {
   return count;
 }
 
-// Cuts the file behind its first `count` chunks; false when the medium does not hold that much.
+// Cuts the file behind the first `count` chunks of the list; false when the medium does not hold
+// that much.
 bool IAviMuxer::KeepChunks(IO& io, std::size_t count) {
-  uint64 const end = count > 0 ? ChunkEnd((*_list)[count - 1]) : static_cast<uint64>(_moviPos) + 12;
+  uint64 const end = count > 0 ? ChunkEnd((*_list)[count - 1]) : static_cast<uint64>(_keptEnd);
   if (!io.Truncate(static_cast<int64>(end))) return false;
   for (std::size_t i = count; i < _list->size(); ++i)
     for (IStream* stream : _streams)
@@ -178,14 +184,14 @@ void IAviMuxer::CutLost(IO& io) {
 }
 
 // After an index that could not be stored: once more, then with fewer chunks in front of it.
-void IAviMuxer::RetryIdx1(IO& io) {
+bool IAviMuxer::RetryIdx1(IO& io) {
   auto const room = static_cast<uint64>(io.GoodEnd());
-  if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return;
+  if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return true;
   std::size_t count = WholeChunks(static_cast<int64>(room));
   while (count > 0 && ChunkEnd((*_list)[count - 1]) + 8 + 16 * count > room) --count;
   KeepChunks(io, count);
   updateBox();
-  WriteIdx1(io);
+  return WriteIdx1(io);
 }
 
 }  // namespace kestro::plugin::avi

@@ -1,0 +1,119 @@
+// Bringing index and headers up to date: what is durable before what.
+#include "VFIAviMuxer.h"
+
+namespace kestro::plugin::avi {
+
+using base::IOBuffer;
+
+// Once it has failed, the system may have forgotten what it could not store: a flush that works
+// afterwards proves nothing.
+bool VFIAviMuxer::FlushFile() {
+  if (_flushFailed || Stream()->Flush()) return !_flushFailed;
+  _flushFailed = true;
+  IOError(Stream());
+  return false;
+}
+
+// What is written before it is durable before what is written after it.
+bool VFIAviMuxer::Barrier() { return !_flushFailed && _blkio->Flush() && FlushFile(); }
+
+bool VFIAviMuxer::UpdateIdx1() {
+  if (!_periodicSync) return SyncInPlace();
+  bool const synced = PeriodicSyncUpdateIdx1(_periodicSyncMode);
+  if (!synced) KESTRO_ERROR("!PeriodicSyncUpdateIdx1(_periodicSyncMode)");
+  return synced;
+}
+
+bool VFIAviMuxer::PeriodicSyncUpdateIdx1(unsigned mode) {
+  if (mode > kCallback) return true;
+  if (_blkio == nullptr || Stream() == nullptr) {
+    KESTRO_ERROR(_blkio == nullptr ? "!_blkio" : "!_io");
+    return false;
+  }
+  return mode == kImage ? SyncImage() : SyncByCallback();
+}
+
+// The entries that are new, and all headers, in front of the data. The bytes that stand there
+// already do not change but for a few counts, each good with an index older or newer than it.
+void VFIAviMuxer::UpdateFront(IO& front) {
+  _idx1->fill(front);
+  updateStream();
+  updateBox();
+  fillIdx1(front);
+  _keptEnd = _blkio->Size();
+  _fileSize = static_cast<unsigned>(_keptEnd);
+  FillHead(front);
+  if (_idx1->Size() <= _idx1RsvdSize || _indexFull) return;
+  _indexFull = true;
+  Fail("the index is full: what follows is recorded, but not played");
+}
+
+bool VFIAviMuxer::SyncInPlace() {
+  if (_blkio == nullptr || Stream() == nullptr || !Barrier()) return false;
+  UpdateFront(*_blkio);
+  bool const durable = Barrier();
+  _blkio->Seek(0, IO::kEnd);
+  return durable;
+}
+
+bool VFIAviMuxer::SyncImage() {
+  if (!Barrier()) return false;
+  UpdateFront(*_headerImage);
+  return WriteImage();
+}
+
+// Over the start of the file.
+bool VFIAviMuxer::WriteImage() {
+  auto const size = static_cast<unsigned>(_headerImage->Size());
+  _blkio->Seek(0, IO::kBegin);
+  bool const written = _blkio->Write(_headerImage->Data(), size) == size;
+  bool const durable = Barrier();
+  _blkio->Seek(0, IO::kEnd);
+  return written && durable;
+}
+
+bool VFIAviMuxer::SyncByCallback() {
+  if (!Barrier()) return false;
+  updateStream();
+  updateBox();
+  bool const handed = HandOver(_blkio->Size() + IndexSize());
+  return _finalSync ? AppendIndex() && handed : handed;
+}
+
+int64 VFIAviMuxer::IndexSize() const { return 8 + 16 * static_cast<int64>(_list->size()); }
+
+// Headers and index, as they are in a file of this size, with the index at its end.
+bool VFIAviMuxer::HandOver(int64 fileSize) {
+  int64 const head = _headerImage->Size();
+  Image const image = NewImage(head + IndexSize());
+  if (image == nullptr) return false;
+  image->Seek(head, IO::kBegin);
+  fillIdx1(*image);
+  _fileSize = static_cast<unsigned>(fileSize);
+  FillHead(*_headerImage);
+  image->Seek(0, IO::kBegin);
+  image->Write(_headerImage->Data(), static_cast<unsigned>(head));
+  CallBack(*image);
+  return true;
+}
+
+void VFIAviMuxer::CallBack(IOBuffer& image) {
+  if (_periodicSyncCallback == nullptr) KESTRO_ASSERT(0);
+  _periodicSyncCallback(_notifyId, static_cast<unsigned>(Stream()->Handle()), image.Data(),
+                        static_cast<unsigned>(image.Size()),
+                        static_cast<unsigned>(_periodicSyncHeaderSize));
+}
+
+// The index goes first: the headers speak of it.
+bool VFIAviMuxer::AppendIndex() {
+  if (!WriteIdx1(*_blkio)) {
+    if (!RetryIdx1(*_blkio)) return false;
+    HandOver(_blkio->Size());
+  }
+  if (!FlushFile()) return false;
+  _fileSize = static_cast<unsigned>(_blkio->Size());
+  FillHead(*_headerImage);
+  return WriteImage();
+}
+
+}  // namespace kestro::plugin::avi
