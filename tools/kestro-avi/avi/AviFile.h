@@ -29,6 +29,7 @@ struct IndexEntry {
   unsigned id = 0, flags = 0;
   int64 offset = 0;  // of the chunk's header
   unsigned size = 0;
+  int64 place = 0;  // of the entry itself
 };
 
 class AviFile {
@@ -54,8 +55,8 @@ class AviFile {
   bool CutOff() const { return _cutOff; }
 
   // The index in its order, offsets counted from the beginning of the file whatever the file's
-  // count from.
-  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink);
+  // count from. Entries that name no track data are left out, unless all are wanted.
+  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink, bool all = false);
   // The data chunks of every movi list, in file order.
   void ForEachData(RiffReader::DataSink const& sink);
   RiffReader& Reader() { return _reader; }
