@@ -10,19 +10,22 @@
 #include "PlayVerb.h"
 #include "PluginVerb.h"
 #include "RecordVerb.h"
+#include "VerifyVerb.h"
 #include "input/Libav.h"
 
 using namespace kestro::tool;
 
 static int Run(int argc, char** argv) {
-  CLI::App app("Records H.264 video and sound into AVI files, plays, extracts and describes them.",
-               "kestro-avi");
+  CLI::App app(
+      "Records H.264 video and sound into AVI files, plays, extracts, describes and checks them.",
+      "kestro-avi");
   app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
   app.require_subcommand(1);
   app.footer(
       "Examples:\n"
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi info out.avi\n"
+      "  kestro-avi verify out.avi\n"
       "  kestro-avi play --mode fast out.avi\n"
       "  kestro-avi extract --track 0:video.h264 --track 1:sound.wav out.avi\n\n"
       "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
@@ -33,24 +36,27 @@ static int Run(int argc, char** argv) {
   PlayVerb play;
   ExtractVerb extract;
   InfoVerb info;
+  VerifyVerb verify;
   PluginVerb plugin;
   CLI::App* recordApp = app.add_subcommand("record", "Record inputs into an AVI file");
   CLI::App* playApp = app.add_subcommand("play", "Play an AVI file and list its packets");
   CLI::App* extractApp =
       app.add_subcommand("extract", "Write tracks of an AVI file to other files");
   CLI::App* infoApp = app.add_subcommand("info", "Describe AVI files");
+  CLI::App* verifyApp = app.add_subcommand("verify", "Check AVI files");
   CLI::App* pluginApp = app.add_subcommand("plugin", "List the plug-in's classes and properties");
   record.AddTo(*recordApp);
   play.AddTo(*playApp);
   extract.AddTo(*extractApp);
   info.AddTo(*infoApp);
+  verify.AddTo(*verifyApp);
   plugin.AddTo(*pluginApp);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
     Report(app.get_subcommands().empty()
-               ? "a verb is wanted: record, play, extract, info or plugin (see --help)"
+               ? "a verb is wanted: record, play, extract, info, verify or plugin (see --help)"
                : error.what());
     return kUsage;
   }
@@ -58,6 +64,7 @@ static int Run(int argc, char** argv) {
   if (*playApp) return play.Run();
   if (*extractApp) return extract.Run();
   if (*infoApp) return info.Run();
+  if (*verifyApp) return verify.Run();
   return plugin.Run();
 }
 

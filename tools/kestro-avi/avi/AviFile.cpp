@@ -220,7 +220,7 @@ void AviFile::FindIndex() {
   }
 }
 
-void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink) {
+void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink, bool all) {
   if (_place == Index::kNone) return;
   constexpr unsigned kEntry = 16, kEntries = 256;
   unsigned char block[kEntry * kEntries];
@@ -232,8 +232,9 @@ void AviFile::ForEachEntry(std::function<void(IndexEntry const&)> const& sink) {
       auto field = [&](std::size_t number) {
         return base::Load32(block + std::size_t{i} * kEntry + number * 4);
       };
-      if (!IsDataCode(field(0))) continue;
-      sink({field(0), field(1), std::max<int64>(_indexBase, 0) + field(2), field(3)});
+      if (!all && !IsDataCode(field(0))) continue;
+      sink({field(0), field(1), std::max<int64>(_indexBase, 0) + field(2), field(3),
+            at + int64{i} * kEntry});
     }
     at += static_cast<int64>(n) * kEntry;
   }

@@ -29,6 +29,7 @@ struct IndexEntry {
   unsigned id = 0, flags = 0;
   int64 offset = 0;   // of the chunk's header
   unsigned size = 0;  // see AviFile::DataSize
+  int64 place = 0;    // of the entry itself
 };
 
 class AviFile {
@@ -57,8 +58,8 @@ class AviFile {
   bool CutOff() const { return _cutOff; }
 
   // The index in its order, offsets counted from the beginning of the file whatever the file's
-  // count from.
-  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink);
+  // count from. Entries that name no track data are left out, unless all are wanted.
+  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink, bool all = false);
   // The bytes of an entry's payload. The index of this system's text and motion JPEG counts the
   // pad, and for JPEG the chunk's header: for these the chunk tells, when the entry agrees with it.
   unsigned DataSize(IndexEntry const& entry);

@@ -1,0 +1,55 @@
+// Checks the movi lists and the index against each other: every entry against its chunk, every
+// chunk for its entry. One pass over the index; what lies between the chunks that it names is
+// searched as it is passed.
+#pragma once
+
+#include "verify/Findings.h"
+#include "verify/Streams.h"
+
+namespace kestro::tool {
+
+class DataCheck {
+ public:
+  // All outlive the check, which counts into the streams. `deep` looks into the video data too.
+  DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings);
+  void Run();
+
+ private:
+  // The index.
+  bool FindBase();
+  void Entry(IndexEntry entry);
+  bool Known(IndexEntry const& entry);
+  Stream* StreamOf(unsigned id, int64 offset);
+  void Resized(IndexEntry const& entry, Chunk& chunk);
+  bool Fits(IndexEntry const& entry, Chunk const& chunk, Stream const& stream) const;
+  void Key(IndexEntry const& entry, Stream& stream);
+
+  // The data of the first movi list, which is what an index covers.
+  bool Cover(IndexEntry const& entry, Chunk const& chunk);
+  void Gap(int64 end, bool indexed);
+  void Stopped(int64 at, int64 end);
+  void Data(Chunk const& chunk);
+  int64 Pad(int64 end);
+  bool Follows(int64 at);
+  void ReportUnindexed();
+
+  AviFile& _avi;
+  RiffReader& _reader;
+  std::vector<Stream>& _streams;
+  bool _deep;
+  Findings& _findings;
+
+  std::vector<Chunk> _movis;
+  Chunk _movi;            // the one under check
+  int64 _base = 0;        // added to offsets where the reader did not find out what they count from
+  int64 _hole = -1;       // the first empty entry
+  int64 _position = 0;    // movi is checked up to here
+  bool _complete = true;  // every chunk without an entry is listed
+  struct Unindexed {
+    int64 offset, size;  // -1 once an entry has come
+    unsigned id;
+  };
+  std::vector<Unindexed> _unindexed;  // in file order
+};
+
+}  // namespace kestro::tool

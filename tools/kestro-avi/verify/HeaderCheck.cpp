@@ -1,0 +1,169 @@
+#include "verify/HeaderCheck.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kestro::tool {
+
+using base::Convert4;
+
+namespace {
+
+struct MainHeader {  // places of fields
+  static constexpr int64 kFrameTime = 0, kFrames = 16, kStreams = 24, kWidth = 32, kHeight = 36;
+  static constexpr int64 kSize = 40;  // of those that matter
+};
+struct StreamHeader {
+  static constexpr int64 kScale = 20, kRate = 24, kLength = 32;
+  static constexpr int64 kSize = 48;
+};
+
+std::string Size(unsigned width, unsigned height) {
+  return std::to_string(width) + "x" + std::to_string(height);
+}
+
+bool IsVideo(Stream const& stream) { return stream.track->type == "video"; }
+
+class Check {
+ public:
+  Check(AviFile& avi, std::vector<Stream> const& streams, Findings& findings)
+      : _avi(avi), _streams(streams), _findings(findings) {}
+
+  void Main();
+  void OfStream(Stream const& stream);
+  void Skew();
+
+ private:
+  void Picture(Chunk const& avih, Stream const& video);
+  void Length(Stream const& stream);
+  // Whether a test holds for one video track at least.
+  template <class Test>
+  bool AnyVideo(Test const& test) const {
+    return std::any_of(_streams.begin(), _streams.end(),
+                       [&](Stream const& stream) { return IsVideo(stream) && test(stream); });
+  }
+
+  AviFile& _avi;
+  std::vector<Stream> const& _streams;
+  Findings& _findings;
+};
+
+void Check::Main() {
+  Chunk avih, hdrl;
+  int64 lists = 0;
+  bool parts = false;
+  for (Chunk const& chunk : _avi.Tree()) {
+    if (chunk.id == Convert4("avih")) avih = chunk;
+    if (chunk.type == Convert4("hdrl") && hdrl.id == 0) hdrl = chunk;
+    lists += chunk.type == Convert4("strl");
+    parts = parts || chunk.type == Convert4("AVIX");
+  }
+  if (avih.end - avih.Payload() < MainHeader::kSize) {
+    _findings.Add(found::kMainHeader, avih.id != 0 ? avih.offset : hdrl.Data(), "avih, 56 bytes",
+                  avih.id != 0 ? std::to_string(avih.size) + " bytes" : "none");
+    return;
+  }
+  int64 const streams = Field32(_avi.Reader(), avih, MainHeader::kStreams);
+  if (streams != lists)
+    _findings.Add(found::kStreamCount, avih.Payload() + MainHeader::kStreams, lists, streams);
+  auto const video = std::find_if(_streams.begin(), _streams.end(), IsVideo);
+  if (video == _streams.end()) return;
+  Picture(avih, *video);
+  // Of several parts it counts the first one's.
+  unsigned const frames = Field32(_avi.Reader(), avih, MainHeader::kFrames);
+  if (!parts && !AnyVideo([=](Stream const& stream) {
+        return stream.track->length == frames || stream.chunks == frames;
+      }))
+    _findings.Add(found::kFrameCount, avih.Payload() + MainHeader::kFrames,
+                  static_cast<int64>(video->chunks), int64{frames});
+}
+
+void Check::Picture(Chunk const& avih, Stream const& video) {
+  unsigned const width = Field32(_avi.Reader(), avih, MainHeader::kWidth),
+                 height = Field32(_avi.Reader(), avih, MainHeader::kHeight);
+  if (!AnyVideo([=](Stream const& stream) {
+        return stream.track->width == width && stream.track->height == height;
+      }))
+    _findings.Add(found::kPictureSize, avih.Payload() + MainHeader::kWidth,
+                  Size(video.track->width, video.track->height), Size(width, height));
+  // The stream header's rate is a whole number where the frame time is not, and a frame time of 0
+  // tells nothing.
+  unsigned const time_us = Field32(_avi.Reader(), avih, MainHeader::kFrameTime);
+  auto rate = [](Stream const& stream) {
+    return stream.track->scale == 0 ? 0
+                                    : static_cast<double>(stream.track->rate) / stream.track->scale;
+  };
+  if (time_us != 0 && !AnyVideo([=](Stream const& stream) {
+        double const other = 1e6 / time_us;
+        return rate(stream) == 0 || std::fabs(other - rate(stream)) < std::max(1.0, other / 20);
+      }))
+    _findings.Add(found::kFrameTime, avih.Payload() + MainHeader::kFrameTime,
+                  std::llround(1e6 / rate(video)), int64{time_us});
+}
+
+void Check::OfStream(Stream const& stream) {
+  AviTrack const& track = *stream.track;
+  bool const sound = track.type == "audio";
+  auto chunk = [&](char const* name, Chunk const& chunk, int64 least) {
+    if (chunk.end - chunk.Payload() >= least) return true;
+    _findings.Add(found::kStreamHeader, chunk.id != 0 ? chunk.offset : stream.list.Data(),
+                  name + (", " + std::to_string(least)) + " bytes",
+                  chunk.id != 0 ? std::to_string(chunk.size) + " bytes" : "none");
+    return false;
+  };
+  bool const header = chunk("strh", stream.header, StreamHeader::kSize);
+  bool const format = chunk("strf", stream.format, sound ? 14 : IsVideo(stream) ? 40 : 0);
+  if (!header) return;
+  int64 const at = stream.header.Payload();
+  if ((sound || IsVideo(stream)) && (track.rate == 0 || track.scale == 0))
+    _findings.Add(found::kRate, at + StreamHeader::kScale, "a rate",
+                  std::to_string(track.rate) + "/" + std::to_string(track.scale));
+  else if (format && track.codec == "pcm" && stream.sampleSize != 0) {
+    auto const bytes =
+        static_cast<int64>(base::uint64{track.rate} * stream.sampleSize / track.scale);
+    if (bytes != track.bytesPerSecond)
+      _findings.Add(found::kSoundRate, at + StreamHeader::kScale,
+                    std::to_string(track.bytesPerSecond) + " bytes per second",
+                    std::to_string(bytes));
+  }
+  Length(stream);
+}
+
+void Check::Length(Stream const& stream) {
+  AviTrack const& track = *stream.track;
+  uint64 const length = track.length;
+  bool right = length == stream.chunks || length == stream.entries;
+  uint64 expected = stream.chunks;
+  if (track.type == "audio" && stream.sampleSize != 0) {
+    // Chunks may end inside a sample, and writers round in ways of their own.
+    expected = stream.samples;
+    right = length + 1 >= stream.samples && length <= stream.bytes / stream.sampleSize + 1;
+  }
+  bool const known = track.type == "video" || track.type == "audio" || track.type == "text";
+  if (known && !right)
+    _findings.Add(found::kLength, stream.header.Payload() + StreamHeader::kLength,
+                  static_cast<int64>(expected), static_cast<int64>(length));
+}
+
+void Check::Skew() {
+  int64 const longest = _avi.Duration_ms();
+  for (Stream const& stream : _streams) {
+    AviTrack const& track = *stream.track;
+    int64 const missing = longest - track.duration_ms;
+    if ((track.type == "video" || track.type == "audio") && missing > 1000 &&
+        missing > longest / 20)
+      _findings.Add(found::kSkew, stream.header.Payload() + StreamHeader::kLength,
+                    std::to_string(longest) + " ms", std::to_string(track.duration_ms) + " ms");
+  }
+}
+
+}  // namespace
+
+void CheckHeaders(AviFile& avi, std::vector<Stream> const& streams, Findings& findings) {
+  Check check(avi, streams, findings);
+  check.Main();
+  for (Stream const& stream : streams) check.OfStream(stream);
+  check.Skew();
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,14 @@
+// The check of an AVI file as a whole.
+#pragma once
+
+#include <string>
+
+#include "verify/Findings.h"
+
+namespace kestro::tool {
+
+// Whether the file can be used at all; what is wrong with it goes to `findings`. `deep` also looks
+// into the video data. Throws Error when the file cannot be read.
+bool Verify(std::string const& path, bool deep, Findings& findings);
+
+}  // namespace kestro::tool
