@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the bundled media again from synthetic sources (needs ffmpeg with libx264 and aac). One
+# Makes the bundled media again from synthetic sources (needs ffmpeg with libx264, libx265 and aac). One
 # thread and bit-exact flags: the same ffmpeg makes the same bytes.
 #
 #   clip25.h264     320x180, 25 fps, 4 s, key frame every 25, delimiters, four-byte start codes
@@ -7,6 +7,8 @@
 #                   unit the start codes have three bytes
 #   clip-noaud.h264 192x108, 24 fps, 2 s, no delimiters, B-frames
 #   clip25.mp4      clip25.h264 length-prefixed, with 48 kHz stereo AAC
+#   clip25.h265     320x180, 25 fps, 2 s, delimiters, B-frames, an open group of pictures at 1 s
+#   clip15.mjpeg    98x54, 1 s of JPEG pictures for 15 fps, of even and odd sizes
 #   stereo48k.wav   48 kHz stereo, 16 bits, 3 s: a tone each side
 #   mono8k.wav      8 kHz mono, 16 bits, 4 s
 set -euo pipefail
@@ -39,6 +41,13 @@ video clip2997.h264 testsrc2=size=352x288:rate=30000/1001 3 h264_metadata=aud=in
   keyint=30:min-keyint=30:bframes=0:slices=4
 video clip-noaud.h264 testsrc2=size=192x108:rate=24 2 null \
   keyint=24:min-keyint=24:bframes=2:b-adapt=0
+
+make -f lavfi -i testsrc2=size=320x180:rate=25 -t 2 -an -c:v libx265 -preset slow -crf 32 \
+  -pix_fmt yuv420p -x265-params \
+  "pools=none:frame-threads=1:info=0:log-level=none:aud=1:keyint=25:min-keyint=25:scenecut=0" \
+  "${exact[@]}" -f hevc clip25.h265
+make -f lavfi -i testsrc2=size=98x54:rate=15 -t 1 -c:v mjpeg -pix_fmt yuvj420p -q:v 12 \
+  "${exact[@]}" -f mjpeg clip15.mjpeg
 
 make -f lavfi -i "sine=frequency=440:sample_rate=48000" \
   -f lavfi -i "sine=frequency=660:beep_factor=4:sample_rate=48000" \

@@ -95,6 +95,9 @@ TEST_F(CommandTest, ExitCodes) {
   Write("rateless.h264", WithoutRate());
   Write("old.avi", "old");
   Write("lens.bin", "12345");
+  Write("t.jsonl", "{\"pts_ms\":1,\"text\":\"a\"}\n");
+  Write("bad.jsonl", "{\"pts_ms\":1,\"text\":\"a\"}\n{\"pts_ms\":\"2\",\"text\":\"b\"}\n");
+  Write("none.json", " \n");
   struct {
     char const* arguments;
     int code;
@@ -116,6 +119,14 @@ TEST_F(CommandTest, ExitCodes) {
       {"record -o x.avi --spill-dir . media/clip25.h264", 2, "--index-spill"},
       {"record -o x.avi --strd missing.bin media/clip25.h264", 3, "missing.bin"},
       {"record -o x.avi --strd lens.bin media/mono8k.wav", 2, "video"},
+      {"record -o x.avi --strn n --fps 15 media/clip15.mjpeg", 2, "H.264 or HEVC"},
+      {"record -o x.avi media/clip15.mjpeg", 2, "--fps"},
+      {"record -o x.avi media/clip25.h265 media/clip2997.h264", 4, "one frame rate"},
+      {"record -o x.avi media/mono8k.wav t.jsonl", 4, "--no-text"},
+      {"record -o quiet.avi --no-text media/mono8k.wav t.jsonl", 0, "100 packets"},
+      {"record -o x.avi media/clip25.h264 bad.jsonl", 4, "bad.jsonl, line 2: "},
+      {"record -o x.avi media/clip25.h264 none.json", 4, "no text"},
+      {"record -o x.avi media/clip25.h264 missing.jsonl", 3, "missing.jsonl: No such"},
       {"record -o x.avi --plugin missing.so media/clip25.h264", 3, "missing.so"},
       {"record --force -o old.avi missing.h264", 3, "missing.h264"},
       {"record --force -o media/clip25.h264 media/clip25.h264", 2, "input"},

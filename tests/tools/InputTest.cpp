@@ -1,11 +1,12 @@
 // From a container's packets to those of a recording: start codes, frame rates, sound blocks.
-#include <gmock/gmock.h>
-
+#include "Command.h"
 #include "Errors.h"
 #include "Text.h"
 #include "input/AnnexB.h"
 #include "input/FrameRate.h"
+#include "input/Session.h"
 #include "input/SoundBlocks.h"
+#include "input/SubtitleDecoder.h"
 
 namespace kestro::tool {
 namespace {
@@ -29,11 +30,17 @@ struct UnitCase {
   bool key;
   char const* out;
   bool whole = true;
+  AnnexB::Codec codec = AnnexB::kH264;
 };
 
 // Units: 09 delimiter, 06 SEI, 67 SPS, 68 PPS, 65 IDR slice, 41 slice.
 constexpr char kRecord[] = "01 42 00 0A FF E1 0002 67AA 01 0002 68BB";       // length prefixes of 4
 constexpr char kShortRecord[] = "01 42 00 0A FD E1 0002 67AA 01 0002 68BB";  // of 2
+// 40 VPS, 42 SPS, 44 PPS, 46 delimiter, 4E SEI, 26 IDR slice, 02 slice; the record's SEI is not
+// taken, and its lists come in any order.
+constexpr char kHevcRecord[] =
+    "01 01 60000000 900000000000 5A F000 FC FD F8 F8 0000 0F 04"
+    "A7 0001 0002 4E11 A2 0001 0003 440133 A0 0001 0002 4001 A1 0002 0002 4201 0002 4202";
 constexpr char kStreamSets[] = "000001 67AA 000001 68BB";
 
 UnitCase const kUnits[] = {
@@ -64,6 +71,18 @@ UnitCase const kUnits[] = {
     {"other frames get none", kRecord, "00000002 41AA", false, "00000001 41AA"},
     {"byte stream without sets", kStreamSets, "00000001 65AA", true,
      "00000001 67AA 00000001 68BB 00000001 65AA"},
+    {"missing SPS goes in front", kRecord, "00000002 68DD 00000002 65AA", true,
+     "00000001 67AA 00000001 68DD 00000001 65AA"},
+    {"HEVC sets", kHevcRecord, "00000002 4601 00000002 4E01 00000003 260188", true,
+     "00000001 4601 00000001 4001 00000001 4201 00000001 4202 00000001 440133 00000001 4E01"
+     "00000001 260188",
+     true, AnnexB::kHevc},
+    {"HEVC PPS", kHevcRecord, "00000002 4007 00000002 4207 00000003 260188", true,
+     "00000001 4007 00000001 4207 00000001 440133 00000001 260188", true, AnnexB::kHevc},
+    {"HEVC VPS", kHevcRecord, "00000002 4207 00000002 4407 00000003 260188", true,
+     "00000001 4001 00000001 4207 00000001 4407 00000001 260188", true, AnnexB::kHevc},
+    {"HEVC byte stream", "000001 4001 000001 4201", "000001 260188", true,
+     "00000001 4001 00000001 4201 00000001 260188", true, AnnexB::kHevc},
     {"byte stream with sets", kStreamSets, "00000001 67CC 00000001 65AA", true,
      "00000001 67CC 00000001 65AA"},
 };
@@ -71,7 +90,7 @@ UnitCase const kUnits[] = {
 TEST(AnnexB, ConvertsUnits) {
   for (UnitCase const& c : kUnits) {
     SCOPED_TRACE(c.name);
-    AnnexB converter;
+    AnnexB converter(c.codec);
     Bytes const extra = Hex(c.extra), in = Hex(c.in);
     Bytes out;
     ASSERT_TRUE(converter.Configure(extra.data(), extra.size()));
@@ -98,6 +117,9 @@ TEST(AnnexB, RefusesEveryCutRecord) {
     bool const sets = n == 10;  // ends behind the SPS: an empty PPS list may be left out
     EXPECT_EQ(converter.Configure(record.data(), n), sets) << n;
   }
+  Bytes const hevc = Hex(kHevcRecord);
+  for (std::size_t n = 3; n < hevc.size(); ++n)
+    EXPECT_FALSE(AnnexB(AnnexB::kHevc).Configure(hevc.data(), n)) << n;
 }
 
 TEST(FrameRate, IsChosen) {
@@ -123,6 +145,66 @@ TEST(FrameRate, IsChosen) {
   }
   for (char const* text : {"", "0", "-25", "25/0", "abc", "9999999999"})
     EXPECT_THROW(ParseRate(text), Error) << text;
+}
+
+TEST(Text, IsPlain) {
+  std::pair<char const*, char const*> const texts[] = {
+      {"a, b", "a, b"},
+      {"{\\i1}a{\\i0} b", "a b"},
+      {"one\\Ntwo\\nthree\\hfour", "one\ntwo\nthree four"},
+      {"{comment}a", "a"},
+      {"{open", "{open"},
+      {"\\{a\\} {}b\\\xE2\x81\xA0Nc", "{a} b\\Nc"},
+      {"C:\\dir\r\\N", "C:\\dir"},
+      {"", ""},
+  };
+  for (auto const& [in, out] : texts)
+    EXPECT_EQ(PlainText(std::string("0,1,Default,,0,0,0,,") + in, true), out);
+  EXPECT_EQ(PlainText("0,1,Default,,0,0,0,,{text} {\\an8}", false), "{text} ");
+  EXPECT_EQ(PlainText("no event", true), "");
+}
+
+// Where each text lies: the number of video frames in front of it.
+using TextTest = Command;
+
+TEST_F(TextTest, LiesInFrontOfTheNearestFrame) {
+  Write("a.jsonl",
+        "{\"pts_ms\":1019,\"text\":\"c\"}\n\n{\"pts_ms\":0,\"text\":\"a\"}\n"
+        "{\"pts_ms\":1021,\"text\":\"d\"}\r\n{\"pts_ms\":1000,\"text\":\"b\"}\n"
+        "{\"pts_ms\":-50,\"text\":\"x\"}\n{\"pts_ms\":3990.5,\"text\":\"e\"}\n"
+        "{\"pts_ms\":500,\"text\":\"\"}\n{\"pts_ms\":4100,\"text\":\"f\"}");
+  Write("b.srt", "1\n00:00:00,990 --> 00:00:01,500\n<i>s</i>\n\n");
+  struct {
+    int start_ms, duration_ms;
+    char const* places;
+    std::size_t findings;
+  } const cases[] = {
+      {0, -1, "a0 b25 c25 s25 d26 e100 f100 ", 1},
+      {1000, -1, "b0 c0 s0 d1 e75 f75 ", 1},
+      {1000, 3000, "b0 c0 s0 d1 ", 0},
+      {1500, 1000, "b0 c0 s0 d1 ", 0},
+      {3000, -1, "e25 f25 ", 1},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.places);
+    Timeline timeline;
+    timeline.start_ns = std::int64_t{1000000} * c.start_ms;
+    if (c.duration_ms >= 0) timeline.duration_ns = std::int64_t{1000000} * c.duration_ms;
+    Session session({At("a.jsonl"), At("media/clip25.h264"), At("b.srt"), At("media/mono8k.wav")},
+                    {}, timeline);
+    std::string order, places;
+    for (Track const* track : session.Tracks()) order += std::string(track->Info().codec) + " ";
+    EXPECT_EQ(order, "h264 pcm txt txt ");
+    TimedPacket packet;
+    int frames = 0;
+    for (std::size_t track = 0; session.Next(track, packet);) {
+      if (track == 0) ++frames;
+      if (track < 2) continue;
+      places += std::string(packet.data.begin(), packet.data.end()) + std::to_string(frames) + " ";
+    }
+    EXPECT_EQ(places, c.places);
+    EXPECT_EQ(session.Findings().size(), c.findings);
+  }
 }
 
 // Sound at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation a
