@@ -1,7 +1,7 @@
 // Tracks out again: what was recorded comes back.
+#include <sstream>
+
 #include "EveryKind.h"
-#include "avi/TrackReader.h"
-#include "output/FrameOrder.h"
 #include "output/TextFile.h"
 
 namespace kestro::tool {
@@ -15,6 +15,15 @@ class ExtractTest : public EveryKind {
   std::string Pictures(std::string const& name) { return Hashes(name, "-map 0:v:0"); }
   std::string Sound(std::string const& name) {
     return Hashes(name, "-map 0:a:0 -af asetnsamples=n=1024:p=0 -c:a pcm_s16le");
+  }
+  std::vector<double> Times(std::string const& name, std::string const& entry) {
+    std::istringstream text(
+        Shell("ffprobe -v quiet -select_streams v -show_entries " + entry + " -of csv=p=0 " + name)
+            .out);
+    std::vector<double> times;
+    for (std::string line; std::getline(text, line);)
+      if (!line.empty()) times.push_back(std::stod(line));
+    return times;
   }
 
  private:
@@ -149,34 +158,19 @@ TEST_F(ExtractTest, ReadsFootageOfOtherWriters) {
       std::string const file = ending.substr(1) + "." + container;
       ASSERT_EQ(Run("extract --track 0:" + file + " clip.avi").code, 0) << file;
       EXPECT_EQ(Pictures(file), Pictures(raw)) << file;
+      std::vector<double> const times = Times(file, "frame=best_effort_timestamp_time");
+      EXPECT_EQ(times.size(), 30u) << file;
+      for (std::size_t i = 0; i < times.size(); ++i)
+        EXPECT_NEAR(times[i], static_cast<double>(i) / 25 + times[0], 0.0015) << file;
     }
+    // A frame that is lost leaves its time empty.
+    Damage("clip.avi", "lost.avi", 2, kOffset, 1000);
+    ASSERT_EQ(Run("extract --force --track 0:lost.mkv lost.avi").code, 1);
+    std::vector<double> times = Times("lost.mkv", "packet=pts_time");
+    std::sort(times.begin(), times.end());
+    ASSERT_EQ(times.size(), 29u);
+    EXPECT_NEAR(times.back() - times.front(), 29.0 / 25, 0.0015);
   }
-}
-
-// I P B B: shown 0 3 1 2.
-TEST_F(ExtractTest, FindsTheOrderOfFrames) {
-  ASSERT_EQ(Run("record -o a.avi media/clip-noaud.h264").code, 0);
-  AviFile avi(At("a.avi"));
-  FrameOrder order(AV_CODEC_ID_H264);
-  TrackReader(avi, {true}).ForEach([&order](std::size_t, Piece const& piece) {
-    // A frame is lost.
-    order.Add(piece.data, piece.position == 5 ? 0 : piece.size);
-    return true;
-  });
-  order.Sort();
-  std::vector<std::int64_t> shown;
-  for (std::size_t i = 0; i < order.Count(); ++i) {
-    shown.push_back(order.Shown(i));
-    EXPECT_GE(shown.back(), static_cast<std::int64_t>(i) - order.Delay());
-    EXPECT_EQ(order.Key(i), i % 24 == 0);
-  }
-  EXPECT_EQ(order.Delay(), 2) << "one, and one more for the lost frame";
-  EXPECT_THAT(std::vector<std::int64_t>(shown.begin(), shown.begin() + 4),
-              testing::ElementsAre(0, 3, 1, 2));
-  std::sort(shown.begin(), shown.end());
-  for (std::size_t i = 0; i < shown.size(); ++i) EXPECT_EQ(shown[i], static_cast<std::int64_t>(i));
-  EXPECT_THAT(std::string(order.ParameterSets().begin(), order.ParameterSets().end()),
-              HasSubstr("\x68"));
 }
 
 TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
