@@ -20,17 +20,6 @@ class EveryKind : public Command {
   std::vector<std::string> _pictures;  // of the JPEG track
   std::string _payload[kTracks];       // what is in the chunks
 
-  // Three texts and nothing else.
-  void MakeText(std::string const& name, int rate) {
-    LoadAviPlugin(TEST_PLUGIN);
-    test::MemoryIO io;
-    test::Recording recording(&io);
-    ASSERT_TRUE(recording.Track(test::VideoMedia("txt", 0, 0, {rate, 1})).Open());
-    for (char const* text : {"0", "1", "2"}) EXPECT_TRUE(recording.Push(0, text));
-    ASSERT_TRUE(recording.Close());
-    Write(name, {io.bytes.begin(), io.bytes.end()});
-  }
-
   void Make(std::string const& name) {
     using namespace test;
     LoadAviPlugin(TEST_PLUGIN);
