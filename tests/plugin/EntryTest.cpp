@@ -63,6 +63,14 @@ TEST(Entry, RegistersItsClasses) {
               ElementsAre("vidtag", "constFrameRate", "frameRateSave", "listfile", "sizeGet",
                           "diskName", "mode", "pktflags"));
   EXPECT_THAT(Names("AviDemuxer-avi-demuxer"), ElementsAre("plyVidCtrl"));
+  if (GetCbRegisterVFIAviMuxer(nullptr) != nullptr) {
+    EXPECT_THAT(
+        Names("VFIAviMuxer-avi-muxer-vfi"),
+        ElementsAre("flushtime", "reservedSize", "rsvdVidSize", "rsvdAudSize", "rsvdTxtSize",
+                    "clusterSize", "periodicSyncEn", "periodicSyncHeaderSize",
+                    "periodicSyncIdx1Size", "periodicSyncCallback"));
+    EXPECT_EQ("AviMuxer-avi-muxer", IClass::Find("avi-muxer", false)->Alias());
+  }
   for (IClass const* record : IClass::All()) {
     if (record->Module() != "pluginavi") continue;
     EXPECT_EQ(0x10001u, record->Version());

@@ -90,9 +90,11 @@ class Recording {
   }
   bool Open() { return muxer->StatusChange(IStatus::kRunning); }
   bool Close() { return muxer->StatusChange(IStatus::kClosed); }
-  bool Push(int track, std::string const& data, bool key = false) {
+  bool Push(int track, std::string const& data, bool key = false, int64 ms = 0) {
     auto const at = static_cast<std::size_t>(track);
-    return ports[at]->Push(*MakePacket(media[at].get(), data, key));
+    auto const packet = MakePacket(media[at].get(), data, key);
+    packet->Pts(ms * 1000000);
+    return ports[at]->Push(*packet);
   }
 
   std::unique_ptr<stream::IMuxer> muxer;

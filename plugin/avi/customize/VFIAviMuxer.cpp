@@ -122,7 +122,8 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
   }
   if (!NewWriter()) return false;
   if (!IAviMuxer::Open(*_headerImage, list)) {
-    Fail("no track could be opened");
+    KESTRO_ERROR("!IAviMuxer::Open(*_headerImage, list)");
+    Fail("no track could be opened, or the headers have no room");
     return false;
   }
   if (IOBuffer* const p = _headerImage.get(); mode == kImage) KESTRO_ASSERT(p->Max() == p->Size());

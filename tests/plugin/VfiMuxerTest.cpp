@@ -1,0 +1,220 @@
+// Recording with syncs.
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include "support/FaultIO.h"
+#include "support/FileLayout.h"
+#include "support/Playing.h"
+
+namespace kestro::test {
+namespace {
+
+using u64 = unsigned long long;
+
+constexpr unsigned kHeader = 1020;  // entries behind it start at a multiple of 16
+enum Way { kInPlace, kImage, kCallback };
+
+std::vector<unsigned char> image;  // the last one handed over
+std::string orderThen;             // what the device had got by then
+FaultIO* device = nullptr;
+
+void Keep(unsigned id, unsigned file, unsigned char const* data, unsigned size, unsigned header) {
+  EXPECT_TRUE(id == 7 && file == ~0u && header == kHeader);
+  image.assign(data, data + size);
+  if (device != nullptr) orderThen = device->Order(kHeader);
+}
+
+struct Rig {
+  explicit Rig(base::IO* io, Way way, Shape const& s = {}) : r(io, "VFIAviMuxer-avi-muxer-vfi") {
+    Next(way, s);
+    r.muxer->Set("notifyid", 7u);
+    r.muxer->Set("periodicSyncCallback", &Keep);
+    r.Track(VideoMedia()).Track(SoundMedia());
+    if (!s.sound) r.ports[1]->Offer(nullptr);
+  }
+  void Next(Way way, Shape s) {
+    s.indexFirst = way != kCallback;
+    s.headerSize = way == kInPlace ? 0 : kHeader;
+    tags = std::make_unique<Tags>(s);
+    r.muxer->Set("vidtag", tags->object.get());
+    r.muxer->Set("periodicSyncEn", way != kInPlace);
+    Sizes(way == kImage ? kHeader + 8 + s.reserve : s.reserve, kHeader, s.reserve + 8);
+    if (!r.ports.empty()) r.ports[1]->Offer(s.sound ? r.media[1].get() : nullptr);
+    auto const one = static_cast<int64>(Expected(s, {{"00dc", "", true}}).size());
+    start = one - (s.indexFirst ? 8 : 32);
+  }
+  void Sizes(u64 reserved, u64 header, u64 index) {
+    r.muxer->Set("reservedSize", reserved);
+    r.muxer->Set("periodicSyncHeaderSize", header);
+    r.muxer->Set("periodicSyncIdx1Size", index);
+  }
+  bool Push(std::size_t bytes, int64 ms) {
+    return r.Push(0, Frame(std::string(bytes, 'x')), true, ms);
+  }
+
+  Recording r;
+  std::unique_ptr<Tags> tags;
+  int64 start;  // of the first chunk
+};
+
+// One element records all files, one after another. Packets are times in ms, of sound with an "s",
+// of so many KiB with a ":"; with "!" a sync is due: the device then holds the file that ends with
+// this packet, or the callback has its headers and index.
+TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
+  Shape plain, sound, rich, full;
+  sound.sound = rich.sound = true;
+  rich.isft = "software";
+  rich.junk = "junk";
+  full.reserve = 5 * 16 + 4;
+  struct Case {
+    Way way;
+    Shape const& shape;
+    char const* packets;
+  } const cases[] = {
+      {kInPlace, plain, "0 3000 3001! 6001 6002!"},
+      {kImage, plain, "0:300 9000 12000:400! 15000:300 18001:30!"},  // the rest carries
+      {kCallback, plain, "5 4000! 6000 8000!"},
+      {kInPlace, sound, "3600000 s0 3603001! s5000 0 s3000 3002!"},  // an hour back
+      {kInPlace, rich, "0 s4000! 5000:2000 s9000!"},
+      {kImage, rich, "0:600 s4000! 9000:600!"},
+      {kCallback, rich, "0 s4000! 9000!"},
+      {kInPlace, full, "0 1 2 4000! 4001 4002 8000! 8001"},
+      {kCallback, plain, "-9223372036853 9223372036853! 0"},  // the ends of time
+      {kImage, full, "0 1 2 3 4 5000:600! 9000"},
+      {kInPlace, plain, "0 4000!"},
+  };
+  MemoryIO io;
+  Rig rig(&io, kInPlace, sound);
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.packets);
+    rig.Next(c.way, c.shape);
+    Shape const& shape = rig.tags->s;
+    base::ConsoleCapture console;
+    ASSERT_TRUE(rig.r.Open());
+    std::vector<Chunk> chunks;
+    std::istringstream packets(c.packets);
+    for (std::string p; packets >> p;) {
+      bool const s = p[0] == 's';
+      std::size_t const kib = p.find(':') < p.size() ? std::stoul(p.substr(p.find(':') + 1)) : 0;
+      std::string const data = s ? "sound samples" : Frame(std::string(kib * 1024 + 9, 'x'));
+      image.clear();
+      EXPECT_TRUE(rig.r.Push(s, data, false, std::stoll(p.substr(s))));
+      chunks.push_back({s ? "01wb" : "00dc", s ? data : data.substr(6), false});
+      Bytes now = Expected(shape, chunks);
+      if (c.way == kCallback)
+        now.erase(now.begin() + kHeader, now.end() - 8 - 16 * int64(chunks.size()));
+      EXPECT_EQ(p.back() == '!', now == (c.way == kCallback ? image : io.bytes)) << p;
+    }
+    EXPECT_TRUE(rig.r.Close());
+    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes));
+    bool const isFull = shape.reserve < 16 * chunks.size();
+    EXPECT_EQ(isFull, !rig.r.muxer->Check());
+    EXPECT_EQ(isFull, console.Text().find("idx1 too small, data length over") < std::string::npos);
+    unsigned char first = 9;
+    EXPECT_TRUE(rig.tags->object->Get("idx1_first", first) && first == shape.indexFirst);
+    Playing p(&io);
+    EXPECT_TRUE(p.Open());
+    if (!isFull) continue;
+    EXPECT_THAT(p.Times(), testing::ElementsAre(0, 40, 80, 120, 160));
+  }
+}
+
+// Data is durable before what refers to it, and that before a sync counts. When a flush has failed,
+// nothing in front of the data is touched any more.
+TEST(VfiMuxer, FlushesAreBarriers) {
+  for (Way way : {kInPlace, kImage, kCallback})
+    for (int nth = 20; nth >= 1; --nth) {  // which one fails; there are less than 20
+      SCOPED_TRACE(testing::Message() << "way " << way << " flush " << nth);
+      FaultIO io;
+      io.Fail({FaultIO::kFlush, nth});
+      device = &io;
+      base::ConsoleCapture console;
+      Rig rig(&io, way);
+      rig.r.Open();
+      std::string failed;
+      for (int i = 0; i < 3; ++i)
+        if (!rig.Push(600000, i * 4000) && failed.empty()) failed = io.Order(rig.start);
+      bool const closed = rig.r.Close();
+      device = nullptr;
+      std::string const order = io.Order(rig.start);
+      if (io.Failures() == 0) {
+        EXPECT_EQ(way == kCallback ? "hFdFdFFdFhF" : "hFdFhFdFhFFhF", order);
+        EXPECT_EQ(way == kCallback ? "hFdFdFF" : "", std::exchange(orderThen, ""));
+        continue;
+      }
+      EXPECT_THAT(rig.r.messages,
+                  testing::ElementsAre("error: writing failed: Input/output error"));
+      EXPECT_EQ(nth == 1, closed) << "a file that was not opened is opened again";
+      EXPECT_TRUE(nth == 1 || failed.empty() || order.find('h', failed.size()) > order.size());
+    }
+}
+
+TEST(VfiMuxer, FullDiskKeepsEveryWholePacket) {
+  for (Way way : {kInPlace, kImage, kCallback})
+    for (int64 capacity = 600000; capacity < 4000000; capacity += 301011) {
+      MemoryIO memory;
+      FaultIO io(memory);
+      io.Capacity(capacity);
+      base::ConsoleCapture console;
+      Rig rig(&io, way);
+      rig.r.Open();
+      for (int i = 0; rig.Push(20001, i * 40); ++i) {
+      }
+      EXPECT_FALSE(rig.r.Close());
+      int64 const chunk = 8 + 5 + 20001, room = capacity - rig.start;
+      int64 const fit = way == kCallback ? (room - 8) / (chunk + 16) : room / chunk;
+      Playing p(&memory);
+      EXPECT_TRUE(p.Open());
+      auto const times = p.Times();
+      ASSERT_EQ(fit, static_cast<int64>(times.size())) << way << " capacity " << capacity;
+      EXPECT_TRUE(times.back() == 40 * (fit - 1) && p.failures == 0);
+    }
+}
+
+// What stops the process by an assertion, and sizes that are refused.
+TEST(VfiMuxerDeathTest, WrongSettings) {
+  u64 const k2G = u64{1} << 31, k4G = u64{1} << 32;
+  struct Case {
+    Way way;
+    u64 reserved, header, index;
+    char const* condition = nullptr;
+    char const* property = "idx1_first";  // of the tag set
+    int value = -1;
+  } const cases[] = {
+      {kInPlace, k2G, 0, 0},
+      {kInPlace, k4G + 4096, 0, 0},
+      {kImage, 4096, 4096, 7},
+      {kImage, 8192, 4096, 4097},
+      {kImage, 4096, 0 - u64{4096}, 8192},
+      {kImage, k4G + 8192, 4096, k4G + 4096},
+      {kCallback, 4095, 4096, 0},
+      {kCallback, k2G, 4096, 0},
+      {kImage, 9999, kHeader, 99, "0", "idx1_first", 2},
+      {kImage, 9999, kHeader, 99, "p->Max\\(\\) == p->Size\\(\\)"},
+      {kImage, 9999, 200, 99, "curOfs <= \\(int64\\)_periodicSyncHeaderSize"},
+      {kCallback, 9999, 231, 0, "periodicSyncHeaderRemain >= 8"},
+      {kCallback, 9999, kHeader, 0, "junkEndOfs <= .*_periodicSyncHeaderSize", "junksize", 1000},
+  };
+  for (auto const& c : cases) {
+    MemoryIO io("as before");
+    base::ConsoleCapture console;
+    Shape shape;
+    shape.junk = c.value > 2 ? "junk" : "";
+    Rig rig(&io, c.way, shape);
+    rig.Sizes(c.reserved, c.header, c.index);
+    if (c.value >= 0) rig.tags->object->Set(c.property, c.value);
+    rig.r.Open();
+    if (c.condition != nullptr) {
+      EXPECT_DEATH(rig.Push(1, 0), std::string("Assertion `") + c.condition + "' failed");
+      continue;
+    }
+    EXPECT_FALSE(rig.Push(1, 0)) << c.reserved;
+    EXPECT_TRUE(rig.r.Close());
+    EXPECT_EQ("as before", Text(io));
+    EXPECT_EQ("error: the sizes of head and index do not fit", rig.r.messages.at(0));
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test
