@@ -63,6 +63,10 @@ TEST(Entry, RegistersItsClasses) {
               ElementsAre("vidtag", "constFrameRate", "frameRateSave", "listfile", "sizeGet",
                           "diskName", "mode", "pktflags"));
   EXPECT_THAT(Names("AviDemuxer-avi-demuxer"), ElementsAre("plyVidCtrl"));
+  if (GetCbRegisterCusAviDemuxer(nullptr) != nullptr) {
+    EXPECT_THAT(Names("CusAviDemuxer"),
+                ElementsAre("handle", "vlcPreload", "preloadsz", "strdsize", "strddata"));
+  }
   for (IClass const* record : IClass::All()) {
     if (record->Module() != "pluginavi") continue;
     EXPECT_EQ(0x10001u, record->Version());
