@@ -56,9 +56,9 @@ void Register(Case const& c, Contender const& contender) {
       state.SetIterationTime(watch.Seconds());
     }
   };
-  benchmark::RegisterBenchmark(FullName(c, contender).c_str(), once)
-      ->UseManualTime()
-      ->Iterations(1);
+  auto* const entry = benchmark::RegisterBenchmark(FullName(c, contender).c_str(), once);
+  entry->UseManualTime()->Iterations(1);
+  if (c.repetitions > 0) entry->Repetitions(c.repetitions);
 }
 
 double Quantile(std::vector<double> const& sorted, double q) {
@@ -78,7 +78,7 @@ void Report(Case const& c, Collector const& collector, std::FILE* out,
     double const median = Quantile(seconds, 0.5);
     double const spread = (Quantile(seconds, 0.75) - Quantile(seconds, 0.25)) / median;
     bool const first = &contender == &c.contenders.front();
-    std::fprintf(out, "%-14s %-12s %10.4f %-6s %10.1f %8.1f %%", first ? c.name.c_str() : "",
+    std::fprintf(out, "%-19s %-12s %10.4f %-6s %10.1f %8.1f %%", first ? c.name.c_str() : "",
                  contender.name.c_str(), median * c.scale, c.unit.c_str(),
                  median * 1e9 / static_cast<double>(c.packets), spread * 100);
     if (first) {
@@ -94,9 +94,9 @@ void Report(Case const& c, Collector const& collector, std::FILE* out,
 
 }  // namespace
 
-double Stopwatch::Now() {
+double Stopwatch::Now() const {
   timespec now;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  clock_gettime(_wall ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID, &now);
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
@@ -107,7 +107,7 @@ std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out) {
   benchmark::RunSpecifiedBenchmarks(&collector);
   if (!collector.Error().empty()) throw std::runtime_error(collector.Error());
 
-  std::fprintf(out, "%-14s %-12s %17s %10s %10s %10s\n", "case", "", "CPU time", "ns/packet",
+  std::fprintf(out, "%-19s %-12s %17s %10s %10s %10s\n", "case", "", "CPU time", "ns/packet",
                "spread", "ours/it");
   std::vector<Result> results;
   for (Case const& c : cases) Report(c, collector, out, results);

@@ -17,15 +17,18 @@
 
 namespace kestro::bench {
 
-// Collects the CPU time, of user and kernel, that the process spends between Start and Stop.
+// Collects the CPU time, of user and kernel, that the process spends between Start and Stop; after
+// Wall, the time that passes.
 class Stopwatch {
  public:
+  void Wall() { _wall = true; }
   void Start() { _since = Now(); }
   void Stop() { _seconds += Now() - _since; }
   double Seconds() const { return _seconds; }
 
  private:
-  static double Now();
+  double Now() const;
+  bool _wall = false;
   double _since = 0, _seconds = 0;
 };
 
@@ -42,6 +45,7 @@ struct Case {
   double scale;                       // the value is CPU seconds of one run × scale
   int64_t packets;                    // in one run
   std::vector<Contender> contenders;  // ours, then the baselines
+  int repetitions = 0;                // 0: as many as are asked for
 };
 
 struct Result {

@@ -6,48 +6,15 @@
 #include <cstdlib>
 #include <random>
 
-#include "base/IClass.h"
-#include "stream/IDemuxer.h"
+#include "Player.h"
 
 namespace kestro::bench {
 
 namespace {
 
-using stream::IDemuxer;
-using stream::IStatus;
-using stream::Packet;
-
 constexpr std::int64_t kIndexEntries = 1000000;
 constexpr int kSeekMinutes = 30;
 constexpr int kSeeks = 1000;
-
-// The demuxer element, driven by hand: no thread runs, nothing is linked.
-class Player {
- public:
-  explicit Player(std::string const& path) {
-    base::AttrSet attrs;
-    attrs.Add("Register", "avi-demuxer");
-    _demuxer.reset(base::IClass::New<IDemuxer>(attrs));
-    Require(_demuxer != nullptr, "the plug-in has no avi-demuxer");
-    Require(_demuxer->Set("path", path.c_str()), "the demuxer takes no path");
-    _demuxer->AddOutput("h264");
-    _demuxer->AddOutput("pcm");
-  }
-  ~Player() { _demuxer->StatusChange(IStatus::kClosed); }
-
-  void Open() { Require(_demuxer->StatusChange(IStatus::kOpen), "the demuxer does not open"); }
-  void Seek(int ms) { Require(_demuxer->Seek(ms), "the demuxer does not seek"); }
-  // False at the end.
-  bool Next() {
-    Packet* const packet = _demuxer->GeneratePacket(nullptr);
-    Require(packet != Packet::ReadFailure(), "the demuxer cannot read");
-    if (packet != nullptr) packet->Release();
-    return packet != nullptr;
-  }
-
- private:
-  std::unique_ptr<IDemuxer> _demuxer;
-};
 
 Contender Reader(SharedRecording const& file) {
   return {"ours", [file](Stopwatch& watch) {

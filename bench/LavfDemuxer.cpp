@@ -17,6 +17,8 @@ class Demuxer {
   ~Demuxer() {
     av_packet_free(&_packet);
     avformat_close_input(&_context);
+    if (_io != nullptr) av_freep(&_io->buffer);
+    avio_context_free(&_io);
   }
   Demuxer(Demuxer const&) = delete;
   Demuxer& operator=(Demuxer const&) = delete;
@@ -24,6 +26,14 @@ class Demuxer {
   void Open(std::string const& path) {
     Require(avformat_open_input(&_context, path.c_str(), nullptr, nullptr) >= 0, "no avi");
     Require(_context->nb_streams == 2, "tracks are missing");
+  }
+  void Open(base::IO& io) {
+    constexpr int kBuffer = 32768;  // as for files
+    _io = avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBuffer)), kBuffer, 0, &io, Read,
+                             nullptr, Move);
+    _context = avformat_alloc_context();
+    _context->pb = _io;
+    Open(std::string());
   }
   // False at the end.
   bool Next() {
@@ -39,6 +49,17 @@ class Demuxer {
   }
 
  private:
+  static int Read(void* io, std::uint8_t* data, int size) {
+    auto const got = static_cast<base::IO*>(io)->Read(data, static_cast<unsigned>(size));
+    return got == base::IO::kFailed ? AVERROR(EIO) : got == 0 ? AVERROR_EOF : static_cast<int>(got);
+  }
+  static std::int64_t Move(void* opaque, std::int64_t offset, int whence) {
+    auto& io = *static_cast<base::IO*>(opaque);
+    if (whence == AVSEEK_SIZE) return io.Size();
+    return io.Seek(offset, whence & 3) ? io.Tell() : -1;
+  }
+
+  AVIOContext* _io = nullptr;
   AVFormatContext* _context = nullptr;
   AVPacket* _packet;
 };
@@ -62,6 +83,17 @@ Contender LavfOpener(SharedRecording const& file) {
             Demuxer demuxer;
             watch.Start();
             demuxer.Open(file->Path());
+            watch.Stop();
+          }};
+}
+
+Contender LavfOpener(SharedRecording const& file, NewIO const& open) {
+  return {"libavformat", [file, open](Stopwatch& watch) {
+            auto const io = open(file->Path());
+            Demuxer demuxer;
+            watch.Wall();
+            watch.Start();
+            demuxer.Open(*io);
             watch.Stop();
           }};
 }

@@ -83,12 +83,16 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   Mix const mix(ColdBytes(), {});
   std::size_t const rounds = std::max<std::size_t>((400 << 20) / mix.Bytes(), 1);
   auto const packets = static_cast<std::int64_t>(rounds * mix.Units().size());
-  std::fprintf(
-      out, "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU time\n",
-      options.repetitions.c_str(), static_cast<long long>(packets), rounds * mix.Bytes() / 1000000);
+  std::fprintf(out,
+               "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU "
+               "time, slow: of "
+               "passing time\n",
+               options.repetitions.c_str(), static_cast<long long>(packets),
+               rounds * mix.Bytes() / 1000000);
   std::fflush(out);
   auto cases = MuxCases(mix, packets);
   for (Case& c : DemuxCases(packets)) cases.push_back(std::move(c));
+  for (Case& c : SlowCases()) cases.push_back(std::move(c));
   return Measure(cases, out);
 }
 

@@ -60,12 +60,10 @@ class TProperty : public IProperty {
   bool Get(Object& object, void* value, std::type_info const& type) const override {
     auto* self = dynamic_cast<C*>(&object);
     if (self == nullptr || !_read) return false;
+    // Of the property's own type, the variable itself is passed on: a pointer is where to copy to.
+    if (type == typeid(T)) return _read(*self, *static_cast<T*>(value));
     T own{};
     if (!_read(*self, own)) return false;
-    if (type == typeid(T)) {
-      *static_cast<T*>(value) = std::move(own);
-      return true;
-    }
     Value v;
     return v.From(&own, typeid(T)) && v.To(value, type);
   }

@@ -24,8 +24,20 @@ bool IIO::Open(char const* mode) {
   return true;
 }
 
+void IIO::Cover(std::unique_ptr<base::IO> cover) {
+  _cover = std::move(cover);
+  _io = _cover.get();
+  _coveredPath = _path;
+  _coveredLent = _lent;
+}
+
+bool IIO::Covered() const {
+  return _cover != nullptr && _lent == _coveredLent && (_lent != nullptr || _path == _coveredPath);
+}
+
 bool IIO::Close() {
   _io = nullptr;
+  _cover.reset();
   if (_file == nullptr) return true;
   bool const ok = _file->Close();
   if (!ok) _why = _path + ": " + std::strerror(_file->Error());

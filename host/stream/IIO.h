@@ -25,6 +25,12 @@ class KESTRO_API IIO {
   base::IO* Stream() const { return _io; }
 
  protected:
+  // Puts an IO that reads or writes through the open one over it: Stream() is that IO then, and
+  // Close deletes it first. Null: Stream() is null until the next Open.
+  void Cover(std::unique_ptr<base::IO> cover);
+  // Whether there is such an IO, over what the path or the lent IO names now.
+  bool Covered() const;
+
   // What every element over a stream has, as properties of its base class C.
   template <class C>
   static base::PropertyList const& PropertiesOf();
@@ -39,6 +45,9 @@ class KESTRO_API IIO {
 
  private:
   std::unique_ptr<base::FileIO> _file;
+  std::unique_ptr<base::IO> _cover;
+  std::string _coveredPath;
+  base::IO* _coveredLent = nullptr;
   std::string _why;
 };
 

@@ -45,7 +45,7 @@ bool AviDemuxer::Close() {
 
 bool AviDemuxer::parseFile() {
   if (!_streams.empty()) return true;
-  if (!IIO::Open("rb")) return false;
+  if (!Covered() && !IIO::Open("rb")) return false;
   return IAviDemux::Open(*Stream());
 }
 
@@ -63,6 +63,7 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
 
 // The coded data completes what the headers say of a video track: its first packet is looked at.
 bool AviDemuxer::UpdateMediaInfo() {
+  if (Stream() == nullptr) return false;
   base::IOCallBack io(*Stream(), _notifyId, _notify);
   bool complete = true;
   for (IStream* stream : _streams) {

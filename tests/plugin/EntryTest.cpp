@@ -71,6 +71,10 @@ TEST(Entry, RegistersItsClasses) {
                     "periodicSyncIdx1Size", "periodicSyncCallback"));
     EXPECT_EQ("AviMuxer-avi-muxer", IClass::Find("avi-muxer", false)->Alias());
   }
+  if (GetCbRegisterCusAviDemuxer(nullptr) != nullptr) {
+    EXPECT_THAT(Names("CusAviDemuxer"),
+                ElementsAre("handle", "vlcPreload", "preloadsz", "strdsize", "strddata"));
+  }
   for (IClass const* record : IClass::All()) {
     if (record->Module() != "pluginavi") continue;
     EXPECT_EQ(0x10001u, record->Version());

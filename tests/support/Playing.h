@@ -30,10 +30,10 @@ inline void PrintTo(Got const& got, std::ostream* os) {
 // A demuxer over a stream in memory, asked packet by packet.
 class Playing {
  public:
-  explicit Playing(base::IO* io, unsigned video = 0) {
+  explicit Playing(base::IO* io, unsigned video = 0, char const* alias = "AviDemuxer-avi-demuxer") {
     RegisterClasses();
     base::AttrSet attrs;
-    attrs.Add("Register", "AviDemuxer-avi-demuxer");
+    attrs.Add("Register", alias);
     demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
     demuxer->Set("io", io);
     demuxer->Set("plyVidCtrl", video);

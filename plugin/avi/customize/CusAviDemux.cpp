@@ -1,6 +1,111 @@
-// The preloading demuxer's place in the module: its class joins the registry here once it is built.
-#include "PluginAvi.h"
+#include "CusAviDemux.h"
 
-void RegisterCusAviDemuxer(char const*) {}
+#include <algorithm>
+
+#include "PluginAvi.h"
+#include "Register.h"
+#include "common/DataChunks.h"
+
+namespace kestro::plugin::avi {
+
+bool CusAviDemuxer::Open() {
+  if (!AviDemuxer::Open()) return false;
+  std::lock_guard lock(_lock);
+  _opened = true;
+  _process = &IAviDemux::ProcessNormal;
+  return true;
+}
+
+bool CusAviDemuxer::Close() {
+  bool const closed = AviDemuxer::Close();
+  std::lock_guard lock(_lock);
+  _cacheReaderCreated = false;
+  _strdSize = 0;
+  if (closed) _opened = false;
+  return closed;
+}
+
+bool CusAviDemuxer::parseFile() {
+  if (!_streams.empty()) return true;
+  if (Stream() != nullptr && !Covered()) _cacheReaderCreated = false;  // another file is named now
+  AviDemuxer::parseFile();
+  return true;
+}
+
+std::unique_ptr<base::IO> CusAviDemuxer::NewCache(IO* source) {
+  base::AttrSet attrs;
+  AttrSetInit(attrs, nullptr, "KestIOCacheReader-io-cache-reader-kest", "KestIOCacheReader", "r",
+              this);
+  std::unique_ptr<IO> cache(base::IClass::New<IO>(attrs, source, 0x80000, 16, preloadsz));
+  if (cache != nullptr && !cache->Configure(attrs)) cache.reset();
+  return cache;
+}
+
+bool CusAviDemuxer::VlcBufferPreload(bool preload) {
+  std::lock_guard lock(_lock);
+  if (!_opened && _streams.empty() && !Covered() && (Stream() != nullptr || !_cacheReaderCreated)) {
+    IIO::Open("rb");  // what is named now
+    _cacheReaderCreated = false;
+  }
+  if (Stream() == nullptr) {
+    KESTRO_ERROR("!_io");
+    return false;
+  }
+  if (!_cacheReaderCreated) {
+    Cover(NewCache(Stream()));
+    _cacheReaderCreated = true;
+  }
+  if (Stream() != nullptr && Stream()->Set("preload", preload)) return true;
+  KESTRO_ERROR("!_io->Set(\"preload\", preload)");
+  return false;
+}
+
+unsigned CusAviDemuxer::StrdSizeGet() {
+  std::lock_guard lock(_lock);
+  if (_strdSize != 0 || _root == nullptr || Stream() == nullptr) return _strdSize;
+  if (auto const* strd = dynamic_cast<cstrd*>(_root->Find("strd")))
+    _strdSize =
+        static_cast<unsigned>(std::clamp<int64>(Stream()->Size() - strd->dataPos, 0, strd->Size()));
+  return _strdSize;
+}
+
+unsigned CusAviDemuxer::StrdDataGet(unsigned char* buffer) {
+  std::lock_guard lock(_lock);
+  if (_root == nullptr || Stream() == nullptr || _strdSize == 0 || buffer == nullptr) return 0;
+  auto const* strd = dynamic_cast<cstrd*>(_root->Find("strd"));
+  if (strd == nullptr) return 0;
+  int64 const before = Stream()->Tell();
+  bool const read =
+      Stream()->Seek(strd->dataPos, IO::kBegin) && Stream()->Read(buffer, _strdSize) == _strdSize;
+  Stream()->Seek(before, IO::kBegin);
+  return read;
+}
+
+base::PropertyList CusAviDemuxer::Properties() {
+  base::PropertyList list;
+  list.Member<CusAviDemuxer>("handle", &CusAviDemuxer::handle, "a number of the application's");
+  list.Setter<CusAviDemuxer, bool>("vlcPreload", &CusAviDemuxer::VlcBufferPreload,
+                                   "read through a cache, and keep the file's start in it or not");
+  list.Member<CusAviDemuxer>("preloadsz", &CusAviDemuxer::preloadsz,
+                             "bytes of the file's start to keep, set before vlcPreload");
+  list.Getter<CusAviDemuxer>("strdsize", &CusAviDemuxer::StrdSizeGet,
+                             "bytes of stream data in the file");
+  list.Add<CusAviDemuxer, unsigned char*>(
+      "strddata", "copies the stream data into a buffer of strdsize bytes, which is got first",
+      [](CusAviDemuxer& demuxer, unsigned char*& buffer) {
+        return demuxer.StrdDataGet(buffer) != 0;
+      },
+      nullptr);
+  list.Inherit(AviDemuxer::Properties());
+  return list;
+}
+
+}  // namespace kestro::plugin::avi
+
+void RegisterCusAviDemuxer(char const* name) {
+  using kestro::plugin::avi::CusAviDemuxer;
+  kestro::plugin::avi::RegisterClass<CusAviDemuxer>(name, "CusAviDemuxer",
+                                                    CusAviDemuxer::Properties(), "Ida Marel");
+}
 
 RegisterFunction __cb_register_CusAviDemuxer = GetCbRegisterCusAviDemuxer(RegisterCusAviDemuxer);

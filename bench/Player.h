@@ -1,0 +1,47 @@
+// The demuxer element, driven by hand: no thread runs, nothing is linked.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Bench.h"
+#include "base/IClass.h"
+#include "stream/IDemuxer.h"
+
+namespace kestro::bench {
+
+class Player {
+ public:
+  explicit Player(char const* alias = "avi-demuxer") {
+    base::AttrSet attrs;
+    attrs.Add("Register", alias);
+    _demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+    Require(_demuxer != nullptr, "the plug-in has no such demuxer");
+    _demuxer->AddOutput("h264");
+    _demuxer->AddOutput("pcm");
+  }
+  explicit Player(std::string const& path) : Player() { Set("path", path.c_str()); }
+  ~Player() { _demuxer->StatusChange(stream::IStatus::kClosed); }
+
+  template <class T>
+  void Set(char const* name, T value) {
+    Require(_demuxer->Set(name, value), name);
+  }
+  base::IO* Stream() { return _demuxer->Stream(); }
+  void Open() {
+    Require(_demuxer->StatusChange(stream::IStatus::kOpen), "the demuxer does not open");
+  }
+  void Seek(int ms) { Require(_demuxer->Seek(ms), "the demuxer does not seek"); }
+  // False at the end.
+  bool Next() {
+    stream::Packet* const packet = _demuxer->GeneratePacket(nullptr);
+    Require(packet != stream::Packet::ReadFailure(), "the demuxer cannot read");
+    if (packet != nullptr) packet->Release();
+    return packet != nullptr;
+  }
+
+ private:
+  std::unique_ptr<stream::IDemuxer> _demuxer;
+};
+
+}  // namespace kestro::bench

@@ -1,0 +1,103 @@
+// Playing back from a device that takes its time for every read, with and without the cache.
+#include <chrono>
+#include <thread>
+
+#include "DemuxBench.h"
+#include "Player.h"
+#include "base/File.h"
+
+namespace kestro::bench {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr std::int64_t kEntries = 100000, kPlayed = 100;
+constexpr auto kRead = milliseconds(20);
+constexpr auto kPace = milliseconds(5);  // a packet: 2.5 times as fast as it was recorded
+
+class SlowFile : public base::IOFilter {
+ public:
+  explicit SlowFile(std::string const& path)
+      : SlowFile(std::make_unique<base::FileIO>(path.c_str(), "rb")) {}
+  unsigned Read(void* data, unsigned size) override {
+    std::this_thread::sleep_for(kRead);
+    return _io.Read(data, size);
+  }
+
+ private:
+  explicit SlowFile(std::unique_ptr<base::FileIO> file)
+      : IOFilter("SlowFile", *file), _file(std::move(file)) {}
+  std::unique_ptr<base::FileIO> _file;
+};
+
+enum Cache { kNone, kCached, kPreloaded };
+
+// A player of a slow file; with the preload, when all of it is there.
+struct SlowPlayer {
+  SlowPlayer(std::string const& path, Cache cache) : file(path) {
+    player.Set("io", static_cast<base::IO*>(&file));
+    if (cache == kNone) return;
+    base::int64 const all = file.Size();
+    player.Set("preloadsz", all);
+    player.Set("vlcPreload", cache == kPreloaded);
+    for (base::int64 got = 0; cache == kPreloaded && got < all;) {
+      std::this_thread::sleep_for(kRead);
+      Require(player.Stream()->Get("preloaded", got), "the cache has no preload");
+    }
+  }
+  SlowFile file;  // outlives the player
+  Player player{"CusAviDemuxer"};
+};
+
+Contender Opener(char const* name, SharedRecording const& file, Cache cache) {
+  return {name, [file, cache](Stopwatch& watch) {
+            SlowPlayer slow(file->Path(), cache);
+            watch.Wall();
+            watch.Start();
+            slow.player.Open();
+            watch.Stop();
+          }};
+}
+
+// Counts what a player waits for packets that it asks for in step, but for the first.
+Contender PacedPlayer(char const* name, SharedRecording const& file, Cache cache) {
+  return {name, [file, cache](Stopwatch& watch) {
+            SlowPlayer slow(file->Path(), cache);
+            slow.player.Open();
+            Require(slow.player.Next(), "no packets");
+            watch.Wall();
+            for (std::int64_t i = 1; i < kPlayed; ++i) {
+              std::this_thread::sleep_for(kPace);
+              watch.Start();
+              Require(slow.player.Next(), "packets are missing");
+              watch.Stop();
+            }
+          }};
+}
+
+}  // namespace
+
+std::vector<Case> SlowCases() {
+  auto const head = std::make_shared<Recording>("slow", Mix::Sizes{64, 64, 64}, kEntries);
+  auto const film = std::make_shared<Recording>("slow-play", Mix::Sizes{}, 4 * kPlayed);
+  Case open{"slow/open_preloaded",
+            "ms",
+            1e3,
+            kEntries,
+            {Opener("ours", head, kPreloaded), Opener("no preload", head, kNone)},
+            3};
+#ifdef KESTRO_BENCH_LIBAV
+  open.contenders.push_back(
+      LavfOpener(head, [](std::string const& path) { return std::make_unique<SlowFile>(path); }));
+#endif
+  return {open,
+          {"slow/play",
+           "ms",
+           1e3,
+           kPlayed,
+           {PacedPlayer("ours", film, kCached), PacedPlayer("no cache", film, kNone)},
+           3}};
+}
+
+}  // namespace kestro::bench

@@ -1,0 +1,224 @@
+// Playing from slow media, by the reads that reach the device.
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <thread>
+
+#include "customize/CusAviDemux.h"
+#include "support/Fakes.h"
+#include "support/Playing.h"
+#include "support/SlowIO.h"
+
+namespace kestro::test {
+namespace {
+
+using plugin::avi::CusAviDemuxer;
+using testing::HasSubstr;
+
+// As many frames, with what is left for other bytes of the application in the header.
+void Record(MemoryIO& io, int frames, std::string strd = {}, std::size_t bytes = 40) {
+  RegisterClasses();
+  Recording r(&io);
+  std::unique_ptr<base::object> tags(base::Object::New("AviVideoTags"));
+  void* data[100] = {strd.data()};
+  auto size = static_cast<unsigned>(strd.size());
+  unsigned sizes[100] = {size};
+  auto& set = dynamic_cast<base::Object&>(*tags);
+  ASSERT_TRUE(set.SetWithType<void**>("strdbuf", data));
+  ASSERT_TRUE(set.SetWithType<unsigned*>("strdsize", sizes));
+  ASSERT_TRUE(r.muxer->Set("vidtag", &set));
+  r.Track(VideoMedia());
+  ASSERT_TRUE(r.Open());
+  std::string const payload(bytes, 'f');
+  for (int i = 0; i < frames; ++i)
+    r.Push(0, i % 25 == 0 ? KeyFrame(payload) : Frame(payload), i % 25 == 0);
+  ASSERT_TRUE(r.Close());
+}
+
+struct Cus : Playing {
+  explicit Cus(base::IO* io) : Playing(io, 0, "CusAviDemuxer") {}
+  bool Preload(bool on) { return demuxer->Set("vlcPreload", on); }
+  unsigned StrdSize() {
+    unsigned size = 99;
+    EXPECT_TRUE(demuxer->Get("strdsize", size));
+    return size;
+  }
+  bool Strd(unsigned char* buffer) { return demuxer->Get("strddata", buffer); }
+  bool Preloaded(int64 bytes) {
+    return Eventually([&] {
+      int64 now = 0;
+      return demuxer->Stream() != nullptr && demuxer->Stream()->Get("preloaded", now) &&
+             now >= bytes;
+    });
+  }
+};
+
+TEST(CusDemux, OpensLongFilesWithFewReads) {
+  MemoryIO file;
+  Record(file, 100000);
+  SlowIO device(file);
+  for (char const* alias : {"AviDemuxer-avi-demuxer", "CusAviDemuxer"}) {
+    std::size_t const before = device.Count();
+    Playing p(&device, 0, alias);
+    EXPECT_TRUE(p.Open());
+    EXPECT_LE(device.Count() - before, 8u) << alias;
+    EXPECT_EQ(4000000, p.demuxer->Duration());
+  }
+  Cus p(&device);
+  EXPECT_TRUE(p.demuxer->Set("preloadsz", file.Size()) && p.Preload(true));
+  EXPECT_TRUE(p.Preloaded(file.Size()));
+  std::size_t const before = device.Count();
+  EXPECT_TRUE(p.Open() && p.demuxer->Seek(3000000));
+  EXPECT_EQ(3000000, p.NextGot().pts);
+  EXPECT_EQ(before, device.Count()) << "all of it is in memory";
+  EXPECT_EQ(0, device.Overlaps());
+}
+
+// No read of the device is under way when a packet is asked for: none has to wait, but the first.
+TEST(CusDemux, PlaysWithoutWaiting) {
+  MemoryIO file;
+  Record(file, 500, {}, 40000);
+  SlowIO device(file);
+  Cus p(&device);
+  ASSERT_TRUE(p.Preload(true) && p.Open() && p.Next());
+  auto const blocks = static_cast<std::size_t>(file.Size() / 0x80000);
+  std::size_t frames = 1;
+  for (std::size_t block = 0; frames < 500; ++frames) {
+    if (std::size_t const now = frames * 40000 / 0x80000; now != block || frames == 1) {
+      block = now;
+      auto const has = [&] {  // the block behind this one
+        for (auto const& read : device.Reads())
+          if (read.at >= static_cast<int64>(block + 1) * 0x80000 &&
+              read.at < static_cast<int64>(block + 2) * 0x80000)
+            return true;
+        return block + 1 >= blocks;
+      };
+      ASSERT_TRUE(Eventually(has)) << "block " << block << " is read ahead";
+    }
+    ASSERT_TRUE(p.Next());
+  }
+  EXPECT_FALSE(p.Next());
+  EXPECT_LE(device.Count(), blocks + 4) << "each block once, but those that opening looked at";
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+}
+
+TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
+  MemoryIO file, other;
+  Record(file, 50);
+  Record(other, 100);
+  Cus p(nullptr);
+  {
+    base::ConsoleCapture console;
+    EXPECT_FALSE(p.Preload(true));
+    EXPECT_THAT(console.Text(), HasSubstr("/VlcBufferPreload:\t!_io\n"));
+  }
+  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&file)) && p.Preload(true));
+  base::IO* const cache = p.demuxer->Stream();
+  EXPECT_TRUE(p.Preload(false) && p.Open() && p.Preload(true));
+  EXPECT_EQ(cache, p.demuxer->Stream());
+  EXPECT_EQ(2000, p.demuxer->Duration());
+  EXPECT_EQ(50u, p.Times().size());
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.Preload(true));
+  // Another file is named: neither the cache nor the file under it is used.
+  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&other)) && p.Open());
+  EXPECT_EQ(&other, p.demuxer->Stream());
+  EXPECT_EQ(4000, p.demuxer->Duration());
+  EXPECT_TRUE(p.NextGot().pts == 0 && p.Preload(true) && p.NextGot().pts == 40) << "in the middle";
+  unsigned handle = 0;
+  EXPECT_TRUE(p.demuxer->Set("handle", 7u) && p.demuxer->Get("handle", handle) && handle == 7);
+}
+
+TEST(CusDemux, CacheThatCannotBeCreated) {
+  struct NoCache : CusAviDemuxer {
+    std::unique_ptr<base::IO> NewCache(base::IO*) override { return nullptr; }
+  };
+  MemoryIO file;
+  Record(file, 5);
+  RegisterClasses();
+  auto* const registered =
+      base::IClass::Find("Test-no-cache", true) != nullptr
+          ? nullptr
+          : base::TClass<NoCache>::Register("Test-no-cache", NoCache::Properties());
+  EXPECT_NE(nullptr, registered);
+  Playing p(&file, 0, "Test-no-cache");
+  base::ConsoleCapture console;
+  EXPECT_FALSE(p.demuxer->Set("vlcPreload", true));
+  EXPECT_THAT(console.Text(), HasSubstr("/VlcBufferPreload:\t!_io->Set(\"preload\", preload)\n"));
+  EXPECT_FALSE(p.demuxer->Set("vlcPreload", true)) << "tried once";
+  EXPECT_THAT(console.Text(), HasSubstr("/VlcBufferPreload:\t!_io\n"));
+  EXPECT_TRUE(p.Open());
+  EXPECT_EQ(5u, p.Times().size()) << "without it";
+}
+
+TEST(CusDemux, GivesTheStreamData) {
+  std::string const strd = "application's own data 24";
+  MemoryIO file, plain;
+  Record(file, 5, strd);
+  Record(plain, 5);
+  unsigned char buffer[32] = "untouched";
+  for (bool cached : {false, true}) {
+    Cus p(&file);
+    EXPECT_EQ(0u, p.StrdSize()) << "no file yet";
+    EXPECT_TRUE(!cached || p.Preload(false));
+    ASSERT_TRUE(p.Open() && p.Next());
+    EXPECT_FALSE(p.Strd(buffer)) << "before its size";
+    EXPECT_STREQ("untouched", reinterpret_cast<char*>(buffer));
+    EXPECT_EQ(strd.size(), p.StrdSize());
+    EXPECT_FALSE(p.Strd(nullptr));
+    int64 const before = p.demuxer->Stream()->Tell();
+    EXPECT_TRUE(p.Strd(buffer) && before == p.demuxer->Stream()->Tell());
+    EXPECT_EQ(strd, std::string(buffer, buffer + strd.size()));
+    EXPECT_EQ(40, p.NextGot().pts);
+    EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+    EXPECT_EQ(0u, p.StrdSize());
+    p.demuxer->Set("io", static_cast<base::IO*>(&plain));
+    EXPECT_TRUE(p.Open());
+    EXPECT_TRUE(p.StrdSize() == 0 && !p.Strd(buffer)) << "that of the last file is forgotten";
+    std::copy_n("untouched", 10, buffer);
+  }
+  // A size beyond the file, and a device that fails.
+  auto const at = Text(file).find("strd");
+  MemoryIO broken(Text(file).substr(0, at + 8 + 10));
+  FaultIO faulty(broken);
+  Cus p(&faulty);
+  base::ConsoleCapture console;
+  EXPECT_TRUE(p.Open());
+  EXPECT_EQ(10u, p.StrdSize());
+  faulty.Fail({FaultIO::kRead, 1, true});
+  EXPECT_FALSE(p.Strd(buffer));
+}
+
+TEST(CusDemux, OpensWhatCannotBePlayed) {
+  base::ConsoleCapture console;
+  MemoryIO empty;
+  Cus p(&empty), missing(nullptr);
+  missing.demuxer->Set("path", "/no/such/file.avi");
+  for (Cus* q : {&p, &missing}) {
+    EXPECT_TRUE(q->Open() && q->demuxer->Seek(5));
+    EXPECT_EQ(-1, q->NextGot().track);
+    EXPECT_EQ(0u, q->StrdSize());
+    EXPECT_TRUE(q->demuxer->StatusChange(IStatus::kClosed));
+  }
+  EXPECT_FALSE(missing.Preload(true));
+}
+
+TEST(CusDemux, SwitchesWhilePacketsFlow) {
+  MemoryIO file;
+  Record(file, 2000, "stream data", 2000);
+  SlowIO device(file);
+  Cus p(&device);
+  CaptureSink sink;
+  ASSERT_TRUE(IPort::Link(*p.outputs[0], *sink.AddInput()));
+  p.demuxer->Set("preloadsz", 3000000);
+  Messages messages(*p.demuxer);
+  ASSERT_TRUE(p.Open() && p.StrdSize() == 11 && p.demuxer->StatusChange(IStatus::kRunning));
+  unsigned char buffer[16];
+  for (bool on = true; messages.Count() == 0; on = !on)
+    EXPECT_TRUE(p.Preload(on) && p.Strd(buffer));
+  EXPECT_EQ(2000u, sink.packets.Count());
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+  EXPECT_EQ(0, device.Overlaps());
+}
+
+}  // namespace
+}  // namespace kestro::test
