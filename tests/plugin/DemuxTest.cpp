@@ -277,6 +277,9 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 9));
   p.demuxer->Seek(0);
   EXPECT_EQ(1, p.NextGot().track) << "no such track: sound alone";
+  EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 1));
+  EXPECT_EQ(640, width(p));
+  EXPECT_THAT(p.NextGot().data, HasSubstr("second"));
   std::vector<std::string> reported;
   EXPECT_TRUE(p.demuxer->ParseFile([&](IMedia* media) {
     reported.push_back(media->Codec());
