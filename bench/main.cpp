@@ -10,6 +10,7 @@
 #include "DemuxBench.h"
 #include "MemoryBench.h"
 #include "MuxBench.h"
+#include "ScanBench.h"
 #include "base/Module.h"
 
 namespace kestro::bench {
@@ -93,6 +94,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   auto cases = MuxCases(mix, packets);
   for (Case& c : DemuxCases(packets)) cases.push_back(std::move(c));
   for (Case& c : SlowCases()) cases.push_back(std::move(c));
+  for (Case& c : ScanCases(ColdBytes())) cases.push_back(std::move(c));
   return Measure(cases, out);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 namespace kestro::plugin::avi {
 
@@ -131,18 +132,23 @@ bool AviDemuxer::PlayModeSwitch(PlayMode mode) {
 
 bool AviDemuxer::plyVidCtrl(unsigned id) {
   KESTRO_ERROR("Play Stream ID:" + std::to_string(id));
-  base::Ref<IMedia> before, chosen;
+  base::Ref<IMedia> chosen;
+  std::vector<base::Ref<IMedia>> videos;
   {
     std::lock_guard lock(_lock);
-    if (IStream* stream = VideoStream(_videoIndex))
-      before = decltype(before)::Share(stream->Media());
-    if (IStream* stream = VideoStream(id)) chosen = decltype(chosen)::Share(stream->Media());
     _videoIndex = id;
+    for (IStream* stream : _streams)
+      if (stream->IsVideo()) videos.push_back(base::Ref<IMedia>::Share(stream->Media()));
+    if (id < videos.size()) chosen = videos[id];
   }
-  if (!chosen || chosen.get() == before.get()) return true;
+  if (!chosen) return true;
   // Without the lock, which a sink may be waiting for: the port is free for the new track then.
-  for (auto const& port : _ports)
-    if (before && !port->IsInput() && port->Media() == before.get()) port->Offer(nullptr);
+  for (auto const& port : _ports) {
+    if (port->IsInput() || port->Media() == nullptr) continue;
+    if (port->Media() == chosen.get()) return true;
+    for (auto const& video : videos)
+      if (port->Media() == video.get()) port->Offer(nullptr);
+  }
   Publish(chosen.get());
   return true;
 }

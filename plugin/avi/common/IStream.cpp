@@ -154,7 +154,7 @@ uint64 IStream::ChunkEnd(ChunkParam const& chunk) const {
 
 void IStream::DropChunk(ChunkParam const& chunk) {
   _count -= Units(chunk.size);
-  _bytes -= chunk.size;
+  _bytes -= std::min(_bytes, chunk.size);  // not every stream counts them
   _duration -= chunk.duration / 1000;
   --_entryCount;
 }

@@ -168,6 +168,7 @@ class IStream : public Object {
   virtual unsigned Units(unsigned size) const;
 
   void SetDurations(unsigned us);  // of all records
+  void ShareDuration();            // of the track among the records, where that is not known yet
   unsigned ChunkId() const;
   // Writes a chunk's header, payload and padding to an even position, and counts it; returns the
   // bytes written, less padding.

@@ -76,6 +76,11 @@ void IStream::SetDurations(unsigned us) {
   _uniform = _list->size();
 }
 
+void IStream::ShareDuration() {
+  if (_durPerFrame == 0 && !_list->empty())
+    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
+}
+
 int64 IStream::UniformStep() {
   return _uniform > 0 && _uniform == _list->size() ? begin()->duration : 0;
 }

@@ -1,22 +1,39 @@
 // Start codes of Annex B byte streams.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+
 namespace kestro::plugin::avi {
 
-// The position of the first start code 00 00 00 01 at or behind `from`, -1 when fewer than six
-// bytes are left at it: four of the code, and two so that a NAL header can be looked at. One pass
-// that looks at every fourth byte where nothing is near.
-inline int FindStartCode(unsigned char const* data, int size, int from) {
-  for (int last = from + 3; last <= size - 3;) {
-    unsigned char const byte = data[last];
-    if (byte == 0) {
-      ++last;
-    } else if (byte == 1 && data[last - 1] == 0 && data[last - 2] == 0 && data[last - 3] == 0) {
-      return last - 3;
-    } else {
-      last += 4;
-    }
+// Whether a start code 00 00 00 01 begins at one of the next kStartCodeBlock bytes; three bytes
+// behind them are read too. A code leaves a zero byte in `off`. One loop over words without
+// branches: the same speed whatever the bytes are, and compilers make vector code of it.
+constexpr int kStartCodeBlock = 256;
+inline bool HasStartCode(unsigned char const* block) {
+  using Word = std::size_t;
+  constexpr Word ones = ~Word{0} / 0xFF, highs = ones << 7;
+  auto const load = [](unsigned char const* from) {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    return word;
+  };
+  Word zeros = 0;
+  for (int i = 0; i < kStartCodeBlock; i += static_cast<int>(sizeof(Word))) {
+    auto const* at = block + i;
+    Word const off = load(at) | load(at + 1) | load(at + 2) | (load(at + 3) ^ ones);
+    zeros |= (off - ones) & ~off;
   }
+  return (zeros & highs) != 0;
+}
+
+// The position of the first start code at or behind `from`, -1 when fewer than six bytes are left
+// at it: four of the code, and two so that a NAL header can be looked at.
+inline int FindStartCode(unsigned char const* data, int size, int from) {
+  int const end = size - 5;
+  while (end - from >= kStartCodeBlock && !HasStartCode(data + from)) from += kStartCodeBlock;
+  for (; from < end; ++from)
+    if (std::memcmp(data + from, "\0\0\0\1", 4) == 0) return from;
   return -1;
 }
 

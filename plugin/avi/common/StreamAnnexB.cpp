@@ -143,7 +143,8 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
     _media->Set(keys.size, static_cast<int>(found[i].second));
   }
   if (!_media->Extra(_parameterSets.data(), static_cast<unsigned>(_parameterSets.size()))) {
-    KESTRO_ERROR("!_media->Extra(_buf, _parameterSets)");
+    KESTRO_ERROR(std::string("!_media->Extra(_buf, _") + (kinds.size() == 3 ? "vps" : "") +
+                 "spsppslen)");
     return false;
   }
   _infoLen = static_cast<unsigned>(_parameterSets.size());

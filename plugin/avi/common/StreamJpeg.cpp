@@ -21,7 +21,6 @@ bool StreamJpeg::muxConfig(Object*) {
 int StreamJpeg::AddData(IO& io, Packet& packet, base::uint64) {
   if (AddChunk(packet, static_cast<base::uint64>(io.Tell()), 0) == 0) return 0;
   unsigned const written = io.Write(packet.Data(), static_cast<unsigned>(packet.Size()));
-  _bytes += static_cast<unsigned>(packet.Size());
   if (packet.Size() % 2 != 0) {
     io.Write("", 1);
     ++_list->back().size;

@@ -6,8 +6,8 @@
 namespace kestro::plugin::avi {
 
 // Stores packets exactly as they come: each begins with the 8-byte header of its chunk, id and
-// size, and the index entry's size counts the whole packet, padding included. The stream does not
-// count frames. No "strd" or "strn" is written.
+// size, and the index entry's size counts the whole packet, padding included. The stream counts
+// neither frames nor bytes. No "strd" or "strn" is written.
 class StreamJpeg : public IStream {
  public:
   StreamJpeg() : IStream("mjpg") {}

@@ -74,13 +74,13 @@ bool StreamPcm::SetDurPerFrame() {
     _count = static_cast<unsigned>(total);
     _duration = static_cast<int64>(total * 1000 / rate);
   }
-  if (_durPerFrame == 0)
-    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
+  ShareDuration();
   SetDurations(_durPerFrame);
   return true;
 }
 
 Packet* StreamPcm::GetPacket(IO& io, int64) {
+  ShareDuration();
   Packet* const packet = IStream::GetPacket(io, 0);
   if (packet != nullptr && packet != Packet::ReadFailure())
     packet->Flags(packet->Flags() | Packet::kKey);

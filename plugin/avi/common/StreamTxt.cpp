@@ -46,13 +46,12 @@ bool StreamTxt::demuxConfig(Object*) {
 }
 
 bool StreamTxt::SetDurPerFrame() {
-  if (_durPerFrame == 0 && !_list->empty())
-    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
   SetDurations(_durPerFrame);
   return true;
 }
 
 Packet* StreamTxt::GetPacket(IO& io, int64) {
+  ShareDuration();
   Packet* const packet = IStream::GetPacket(io, 0);
   if (packet != nullptr && packet != Packet::ReadFailure()) packet->Flags(Packet::kKey);
   return packet;
