@@ -29,10 +29,15 @@ bool ISource::Loop() {
     _ready = std::all_of(_ports.begin(), _ports.end(), [](auto& port) { return port->Ready(); });
     if (!_ready) return false;
   }
+  _goesOn = false;
   Packet* packet = GeneratePacket(nullptr);
   if (packet == nullptr || packet == Packet::ReadFailure()) {
     bool const failed = packet != nullptr;
     _ended = true;
+    if (_goesOn && !failed) {
+      _ended = false;
+      return true;
+    }
     SendMessageUp(failed ? "error" : "eos", failed ? "reading failed" : nullptr, nullptr);
     return false;
   }
@@ -46,6 +51,7 @@ bool ISource::Loop() {
 }
 
 void ISource::ClearEnd() {
+  _goesOn = true;
   _ended = false;
   Wake();
 }

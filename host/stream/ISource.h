@@ -42,6 +42,7 @@ class KESTRO_API ISource : public IElement, public IElementWithThread {
 
  private:
   std::atomic<bool> _ended{false};
+  std::atomic<bool> _goesOn{false};  // the end was cleared while a packet was asked for
   bool _ready = false;
 };
 
