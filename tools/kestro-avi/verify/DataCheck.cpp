@@ -192,7 +192,7 @@ bool DataCheck::Cover(IndexEntry const& entry, Chunk const& chunk) {
                        [](Unindexed const& other, int64 offset) { return other.offset < offset; });
   if (behind != _unindexed.end() && behind->offset == chunk.offset && behind->size >= 0) {
     behind->size = -1;
-    _findings.Add(found::kEntryOrder, entry.place, "an offset of " + std::to_string(_position),
+    _findings.Add(found::kEntryOrder, entry.place, "at least " + std::to_string(_position),
                   chunk.offset);
   } else if (_complete) {
     _findings.Add(found::kEntryTwice, entry.place, "another chunk",

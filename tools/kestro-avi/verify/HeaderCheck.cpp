@@ -35,6 +35,7 @@ class Check {
 
  private:
   void Picture(Chunk const& avih, Stream const& video);
+  void Pcm(Stream const& stream);
   void Length(Stream const& stream);
   // Whether a test holds for one video track at least.
   template <class Test>
@@ -58,6 +59,7 @@ void Check::Main() {
     lists += chunk.type == Convert4("strl");
     parts = parts || chunk.type == Convert4("AVIX");
   }
+  if (hdrl.id == 0) _findings.Add(found::kMainHeader, _avi.Tree().front().Data(), "hdrl", "none");
   if (avih.end - avih.Payload() < MainHeader::kSize) {
     _findings.Add(found::kMainHeader, avih.id != 0 ? avih.offset : hdrl.Data(), "avih, 56 bytes",
                   avih.id != 0 ? std::to_string(avih.size) + " bytes" : "none");
@@ -118,15 +120,23 @@ void Check::OfStream(Stream const& stream) {
   if ((sound || IsVideo(stream)) && (track.rate == 0 || track.scale == 0))
     _findings.Add(found::kRate, at + StreamHeader::kScale, "a rate",
                   std::to_string(track.rate) + "/" + std::to_string(track.scale));
-  else if (format && track.codec == "pcm" && stream.sampleSize != 0) {
-    auto const bytes =
-        static_cast<int64>(base::uint64{track.rate} * stream.sampleSize / track.scale);
-    if (bytes != track.bytesPerSecond)
-      _findings.Add(found::kSoundRate, at + StreamHeader::kScale,
-                    std::to_string(track.bytesPerSecond) + " bytes per second",
-                    std::to_string(bytes));
-  }
+  else if (format && track.codec == "pcm" && stream.sampleSize != 0)
+    Pcm(stream);
   Length(stream);
+}
+
+void Check::Pcm(Stream const& stream) {
+  AviTrack const& track = *stream.track;
+  uint64 const frame = uint64{track.channels} * track.bits / 8;
+  if (frame != stream.sampleSize || frame * track.sampleRate != track.bytesPerSecond)
+    _findings.Add(found::kSoundFormat, stream.format.offset,
+                  std::to_string(stream.sampleSize) + " bytes a sample frame, " +
+                      std::to_string(track.bytesPerSecond) + " a second",
+                  std::to_string(frame) + ", " + std::to_string(frame * track.sampleRate));
+  uint64 const bytes = uint64{track.rate} * stream.sampleSize / track.scale;
+  if (bytes != track.bytesPerSecond)
+    _findings.Add(found::kSoundRate, stream.header.Payload() + StreamHeader::kScale,
+                  std::to_string(track.bytesPerSecond) + " bytes a second", std::to_string(bytes));
 }
 
 void Check::Length(Stream const& stream) {

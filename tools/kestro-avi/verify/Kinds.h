@@ -46,6 +46,8 @@ inline constexpr Kind kPictureSize{"picture-size", Severity::kWarning,
 inline constexpr Kind kRate{"rate", Severity::kWarning, "a track without a rate"};
 inline constexpr Kind kSoundRate{"sound-rate", Severity::kWarning,
                                  "strh and strf of PCM sound tell different rates"};
+inline constexpr Kind kSoundFormat{"sound-format", Severity::kWarning,
+                                   "the numbers in the format of PCM sound contradict each other"};
 inline constexpr Kind kLength{"length", Severity::kWarning,
                               "strh tells another length than the track's data has"};
 inline constexpr Kind kSkew{"track-skew", Severity::kNote,
