@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -88,7 +89,8 @@ class FaultIO : public base::IOFilter {
   std::vector<Place> _writes;
   int _counts[4] = {};
   int64 _capacity = INT64_MAX;
-  int _error = 0, _failures = 0;
+  int _error = 0;
+  std::atomic<int> _failures{0};  // may be looked at while another thread reads
 };
 
 }  // namespace kestro::test
