@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -103,7 +104,8 @@ class FaultIO : public base::IOFilter {
   std::vector<std::size_t> _flushes;  // the writes before each
   int _counts[4] = {};
   int64 _capacity = INT64_MAX;
-  int _error = 0, _failures = 0;
+  int _error = 0;
+  std::atomic<int> _failures{0};  // may be looked at while another thread reads
 };
 
 }  // namespace kestro::test
