@@ -41,28 +41,17 @@ Ops::iterator Barrier(Ops& sync, int n) {
 void FrontFirst(Ops& sync) { std::rotate(sync.begin(), Barrier(sync, 0) + 1, sync.end() - 1); }
 
 void IndexFirst(Ops& sync, int64 entries, int64 front) {
-  Ops first, rest;
-  bool data = true;
-  for (Op const& op : sync) {
-    data = data && !op.IsBarrier();
-    int64 const end = op.at + static_cast<int64>(op.bytes.size());
-    if (data || op.kind != Op::kWrite || end <= entries || op.at >= front) {
-      rest.push_back(op);
-      continue;
-    }
-    auto const cut = [&](int64 from, int64 to, Ops& ops) {
-      if (from < to)
-        ops.push_back({Op::kWrite, op.file, from,
-                       op.bytes.substr(static_cast<std::size_t>(from - op.at),
-                                       static_cast<std::size_t>(to - from))});
-    };
-    cut(op.at, std::min(end, entries), rest);
-    cut(std::max(op.at, entries), std::min(end, front - 12), first);
-    cut(std::max(op.at, front - 12), end, rest);
+  Ops first;
+  for (auto op = Barrier(sync, 0); op != sync.end(); ++op) {
+    int64 const from = std::max(op->at, entries);
+    int64 const bytes = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12) - from;
+    if (op->kind == Op::kWrite && bytes > 0)
+      first.push_back({Op::kWrite, op->file, from,
+                       op->bytes.substr(static_cast<std::size_t>(from - op->at),
+                                        static_cast<std::size_t>(bytes))});
   }
   first.push_back({Op::kFlush});
-  sync = std::move(first);
-  sync.insert(sync.end(), rest.begin(), rest.end());
+  sync.insert(sync.begin(), first.begin(), first.end());
 }
 
 void PromiseEarly(Ops& sync) { std::rotate(Barrier(sync, -1), sync.end() - 1, sync.end()); }
@@ -72,16 +61,17 @@ void ImageBeforeBarrier(Ops& sync) {
   std::rotate(barrier, barrier + 1, sync.end() - 1);
 }
 
-// The index lacks its last entry.
+// The index lacks its last entry: what the last write of entries has, from its end.
 void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
+  std::string const none(16, '\0');
   for (auto op = sync.rbegin(); op != sync.rend(); ++op) {
     if (op->kind != Op::kWrite || (op->file != 0) != image) continue;
-    int64 const end = op->at + static_cast<int64>(op->bytes.size());
-    for (int64 at = entries + (front - 12 - entries) / 16 * 16 - 16; at >= entries; at -= 16) {
-      if (at < op->at || at + 16 > end) continue;
+    int64 const end = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12);
+    for (int64 at = entries + (end - entries) / 16 * 16 - 16; at >= std::max(entries, op->at);
+         at -= 16) {
       auto const from = static_cast<std::size_t>(at - op->at);
-      if (op->bytes.compare(from, 16, std::string(16, '\0')) == 0) continue;
-      op->bytes.replace(from, 16, std::string(16, '\0'));
+      if (op->bytes.compare(from, 16, none) == 0) continue;
+      op->bytes.replace(from, 16, none);
       return;
     }
   }
@@ -92,7 +82,7 @@ void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
 std::vector<Plant> Plants(Recorded const& recorded) {
   Ops const& ops = recorded.ops;
   bool const image = recorded.mode == Mode::kCallback;
-  int64 const entries = recorded.entries, front = image ? INT32_MAX : recorded.front;
+  int64 const entries = recorded.entries, front = image ? INT64_MAX : recorded.front;
   std::vector<Plant> plants;
   auto const plant = [&](char const* name, Edit const& edit) {
     plants.push_back({name, EditSyncs(ops, edit)});
@@ -108,6 +98,9 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("no barrier behind its name", drop(2));
   } else {
     plant("no barrier behind the headers", drop(-1));
+    plant("no barrier between sectors of the index", [](Ops& sync) {
+      while (Barrier(sync, 1) != Barrier(sync, -1)) sync.erase(Barrier(sync, 1));
+    });
     plant("headers before the data", FrontFirst);
     plant("index before the data", [&](Ops& sync) { IndexFirst(sync, entries, front); });
   }
