@@ -12,7 +12,7 @@ namespace {
 
 using u64 = unsigned long long;
 
-constexpr unsigned kHeader = 1020;  // entries behind it start at a multiple of 16
+constexpr unsigned kHeader = 1028;  // the entries start 4 bytes in front of it, in a new sector
 enum Way { kInPlace, kImage, kCallback };
 
 std::vector<unsigned char> image;  // the last one handed over

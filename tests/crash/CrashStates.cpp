@@ -1,0 +1,213 @@
+#include "crash/CrashStates.h"
+
+namespace kestro::crash {
+
+namespace {
+constexpr std::size_t kExhaustive = 10;  // sectors of which all subsets are tried
+constexpr std::size_t kMany = 4;         // sectors of which random subsets are worth it
+}  // namespace
+
+CrashStates::CrashStates(Ops const& ops, int64 front, unsigned sector, Visit visit)
+    : _ops(ops), _front(front), _sector(sector), _visit(std::move(visit)) {}
+
+void CrashStates::Run(long states) {
+  long places = 0;
+  Walk([&] {
+    Everything();
+    Torn();
+    Subsets();
+    Garbage();
+    places += _pieces.size() >= kMany;
+  });
+  long const missing = states - _count;
+  if (missing <= 0 || places == 0) return;
+  Walk([&] { Random(static_cast<int>(missing / places + 1)); });
+}
+
+// Visits every point, with every image that the name may lead to there.
+template <class Visitor>
+void CrashStates::Walk(Visitor visitor) {
+  _files.assign(1, {});
+  _named = {0};
+  _promised = -1;
+  for (_at = 0; _at < _ops.size() && !_enough; ++_at) {
+    Take(_ops[_at]);
+    for (int image : _named) {
+      Gather(image);
+      visitor();
+    }
+  }
+}
+
+void CrashStates::Take(Op const& op) {
+  auto const number = static_cast<std::size_t>(op.file);
+  if (_files.size() <= number) _files.resize(number + 1);
+  File& file = _files[number];
+  switch (op.kind) {
+    case Op::kWrite:
+      for (std::size_t from = 0, size; from < op.bytes.size(); from += size) {
+        size = std::min<std::size_t>(
+            op.bytes.size() - from,
+            _sector - static_cast<std::size_t>(op.at + int64(from)) % _sector);
+        file.pending.push_back({&op, from, size});
+      }
+      break;
+    case Op::kFlush:
+      for (Piece const& piece : file.pending) {
+        auto const end = static_cast<std::size_t>(piece.At()) + piece.size;
+        if (file.durable.size() < end) file.durable.resize(end);
+        std::copy_n(piece.op->bytes.data() + piece.from, piece.size,
+                    file.durable.begin() + piece.At());
+      }
+      file.pending.clear();
+      break;
+    case Op::kName:
+      _named.push_back(op.file);
+      break;
+    case Op::kFolder:
+      _named = {_named.back()};
+      break;
+    case Op::kPromise:
+      _promised = op.at;
+      break;
+  }
+}
+
+void CrashStates::Gather(int image) {
+  _image = image;
+  _file.bytes = _files[0].durable;
+  _pieces = _files[0].pending;
+  if (image == 0) return;
+  auto const& pending = _files[static_cast<std::size_t>(image)].pending;
+  _pieces.insert(_pieces.end(), pending.begin(), pending.end());
+}
+
+void CrashStates::Everything() {
+  _keep.assign(_pieces.size(), 1);
+  Emit(kNew);
+  if (_pieces.empty()) return;
+  Emit(kOld);
+  for (std::size_t i = 0; i < _pieces.size(); ++i) {  // one lost
+    _keep[i] = 0;
+    Emit(kNew);
+    _keep[i] = 1;
+  }
+  _keep.assign(_pieces.size(), 0);
+  Emit(kNew);
+  Emit(kOld);
+}
+
+// The last write up to each of its sectors.
+void CrashStates::Torn() {
+  _keep.assign(_pieces.size(), 1);
+  auto const last = [this](Piece const& piece) { return piece.op == &_ops[_at]; };
+  for (std::size_t i = 0; i < _pieces.size(); ++i) _keep[i] = !last(_pieces[i]);
+  for (std::size_t i = 0; i < _pieces.size(); ++i) {
+    if (!last(_pieces[i])) continue;
+    Emit(kNew);
+    _keep[i] = 1;
+  }
+}
+
+// Of the sectors of headers and index, with all others or with none.
+void CrashStates::Subsets() {
+  std::vector<std::size_t> front;
+  for (std::size_t i = 0; i < _pieces.size(); ++i)
+    if (Changes(_pieces[i]) && (_pieces[i].op->file != 0 || _pieces[i].At() < _front))
+      front.push_back(i);
+  if (front.empty()) return;
+  bool const all = front.size() <= kExhaustive;
+  for (unsigned set = 0; set < 1u << std::min(front.size(), kExhaustive); ++set)
+    for (char others : {1, 0}) {
+      _keep.assign(_pieces.size(), others);
+      for (std::size_t i = 0; i < front.size(); ++i)
+        _keep[front[i]] = all ? set >> i & 1 : _random() & 1;
+      Emit(kNew);
+    }
+}
+
+void CrashStates::Garbage() {
+  for (std::size_t i = 0; i < _pieces.size(); ++i) {
+    if (!Overwrites(_pieces[i])) continue;
+    for (char others : {1, 0}) {
+      _keep.assign(_pieces.size(), others);
+      Emit(kNew, Sector(_pieces[i]));
+    }
+  }
+}
+
+void CrashStates::Random(int rounds) {
+  if (_pieces.size() < kMany) return;
+  _keep.resize(_pieces.size());
+  for (; rounds > 0; --rounds) {
+    unsigned const eighths = 1 + _random() % 7;
+    for (char& keep : _keep) keep = _random() % 8 < eighths;
+    Emit(_random() % 4 == 0 ? kOld : kNew);
+  }
+}
+
+void CrashStates::Emit(Length length, int64 garbage) {
+  if (_enough) return;
+  std::vector<unsigned char> const& durable = _files[0].durable;
+  auto& bytes = _file.bytes;
+  if (_image != 0) {
+    auto const& image = _files[static_cast<std::size_t>(_image)].durable;
+    _imageBytes.assign(image.begin(), image.end());
+  }
+  for (std::size_t i = 0; i < _pieces.size(); ++i) {
+    Piece const& piece = _pieces[i];
+    auto const at = static_cast<std::size_t>(piece.At());
+    auto const* const data = piece.op->bytes.data() + piece.from;
+    if (piece.op->file != 0) {
+      if (_imageBytes.size() < at + piece.size) _imageBytes.resize(at + piece.size);
+      if (_keep[i]) _imageBytes.replace(at, piece.size, data, piece.size);
+      continue;
+    }
+    if (bytes.size() < at + piece.size) bytes.resize(at + piece.size);
+    if (_keep[i]) std::copy_n(data, piece.size, &bytes[at]);
+  }
+  if (length == kOld) bytes.resize(durable.size());
+  if (garbage >= 0) {
+    auto const from = static_cast<std::size_t>(garbage * _sector);
+    for (std::size_t i = from; i < std::min(from + _sector, bytes.size()); ++i)
+      bytes[i] = static_cast<unsigned char>(_random());
+  } else {
+    ++_count;
+  }
+  _enough = !_visit({_file, _image != 0 ? &_imageBytes : nullptr, _promised, garbage});
+
+  bytes.resize(durable.size());
+  for (Piece const& piece : _pieces)
+    if (Overwrites(piece)) {
+      auto const from = static_cast<std::size_t>(Sector(piece) * _sector);
+      std::copy_n(&durable[from], std::min<std::size_t>(_sector, durable.size() - from),
+                  &bytes[from]);
+    }
+}
+
+bool CrashStates::Overwrites(Piece const& piece) const {
+  return piece.op->file == 0 && piece.At() < static_cast<int64>(_files[0].durable.size());
+}
+
+bool CrashStates::Changes(Piece const& piece) const {
+  auto const& durable = _files[static_cast<std::size_t>(piece.op->file)].durable;
+  auto const at = static_cast<std::size_t>(piece.At());
+  return at + piece.size > durable.size() ||
+         std::memcmp(&durable[at], piece.op->bytes.data() + piece.from, piece.size) != 0;
+}
+
+std::string CrashStates::Describe() const {
+  std::string text =
+      "after operation " + std::to_string(_at) + " of " + std::to_string(_ops.size());
+  std::string lost;
+  for (std::size_t i = 0, named = 0; i < _pieces.size() && named < 12; ++i) {
+    if (_keep[i]) continue;
+    ++named;
+    lost += (_pieces[i].op->file != 0 ? " image+" : " ") + std::to_string(_pieces[i].At());
+  }
+  text += ", " + std::to_string(_file.bytes.size()) + " bytes";
+  if (_image != 0) text += ", image " + std::to_string(_image);
+  return text + (lost.empty() ? ", all written" : ", lost sectors at" + lost);
+}
+
+}  // namespace kestro::crash

@@ -1,0 +1,71 @@
+#include "crash/Judge.h"
+
+#include <cstdlib>
+
+#include "base/LittleEndian.h"
+
+namespace kestro::crash {
+
+void ApplyImage(std::vector<unsigned char>& file, std::string const& image, std::size_t header) {
+  if (image.size() < header || header < 12) return;
+  auto const* const bytes = reinterpret_cast<unsigned char const*>(image.data());
+  std::size_t const end = std::size_t(base::Load32(bytes + 4)) + 8;  // with the index
+  std::size_t const index = image.size() - header;
+  constexpr std::size_t kLargest = 16 << 20;  // of the recordings here
+  if (end < header + index || end > kLargest) return;
+  file.resize(end);
+  std::copy_n(bytes, header, file.begin());
+  std::copy_n(bytes + header, index, file.end() - static_cast<std::ptrdiff_t>(index));
+}
+
+Verdict Judge::Play(test::MemoryIO& file, std::string const* image, int64 promised) {
+  test::MemoryIO* io = &file;
+  if (image != nullptr) {
+    _repaired.bytes = file.bytes;
+    ApplyImage(_repaired.bytes, *image, HeaderSize(_recorded.mode));
+    io = &_repaired;
+  }
+  _seen.clear();
+  for (auto const& track : _recorded.tracks) _seen.emplace_back(track.size(), 0);
+  _next.assign(_recorded.tracks.size(), 0);
+
+  Verdict verdict;
+  _playing.demuxer->Set("io", static_cast<base::IO*>(io));
+  verdict.opened = _playing.Open();
+  if (verdict.opened)
+    while (auto const packet = _playing.Next()) Compare(*packet, verdict);
+  _playing.demuxer->StatusChange(stream::IStatus::kClosed);
+
+  for (std::size_t t = 0; t < _seen.size(); ++t)
+    for (std::size_t i = 0; i < _seen[t].size(); ++i)
+      verdict.lost += !_seen[t][i] && _recorded.tracks[t][i].number < promised;
+  return verdict;
+}
+
+void Judge::Compare(stream::Packet const& packet, Verdict& verdict) {
+  std::size_t t = 0;
+  while (t < _seen.size() && _playing.outputs[t]->Media() != packet.Media()) ++t;
+  if (t == _seen.size()) {
+    ++verdict.alien;
+    return;
+  }
+  auto const& samples = _recorded.tracks[t];
+  auto const same = [&](Sample const& sample) {
+    auto const size = static_cast<std::size_t>(packet.Size());
+    return sample.bytes.size() == size &&
+           std::memcmp(sample.bytes.data(), packet.Data(), size) == 0;
+  };
+  // The one whose turn it is, or any.
+  std::size_t at = _next[t];
+  if (at >= samples.size() || !same(samples[at]))
+    for (at = 0; at < samples.size() && !same(samples[at]);) ++at;
+  if (at == samples.size() || _seen[t][at]) {
+    ++verdict.alien;
+    return;
+  }
+  _seen[t][at] = 1;
+  _next[t] = at + 1;
+  verdict.late += std::abs(packet.Pts() - samples[at].ms * 1000000) > 1000000;
+}
+
+}  // namespace kestro::crash

@@ -1,0 +1,110 @@
+#include "crash/Plants.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace kestro::crash {
+
+namespace {
+
+// The operations of one sync, from behind the last promise to its own: data and its barrier, then
+// index and headers, or an image, and barriers.
+using Edit = std::function<void(Ops& sync)>;
+
+// Applies a change to every sync but the first and the last, which also open and close the file.
+Ops EditSyncs(Ops const& ops, Edit const& edit) {
+  Ops edited, sync;
+  int promises = 0;
+  auto const all =
+      std::count_if(ops.begin(), ops.end(), [](Op const& op) { return op.kind == Op::kPromise; });
+  for (Op const& op : ops) {
+    sync.push_back(op);
+    if (op.kind != Op::kPromise) continue;
+    ++promises;
+    if (promises > 1 && promises < all) edit(sync);
+    edited.insert(edited.end(), sync.begin(), sync.end());
+    sync.clear();
+  }
+  edited.insert(edited.end(), sync.begin(), sync.end());
+  return edited;
+}
+
+// Where a sync's n-th barrier is, counted from 0, or from -1 at the end.
+Ops::iterator Barrier(Ops& sync, int n) {
+  std::vector<Ops::iterator> found;
+  for (auto op = sync.begin(); op != sync.end(); ++op)
+    if (op->IsBarrier()) found.push_back(op);
+  return found[static_cast<std::size_t>(n < 0 ? n + static_cast<int>(found.size()) : n)];
+}
+
+// What refers to the data goes in front of it, as a whole or only the entries of the index.
+void FrontFirst(Ops& sync) { std::rotate(sync.begin(), Barrier(sync, 0) + 1, sync.end() - 1); }
+
+void IndexFirst(Ops& sync, int64 entries, int64 front) {
+  Ops first;
+  for (auto op = Barrier(sync, 0); op != sync.end(); ++op) {
+    int64 const from = std::max(op->at, entries);
+    int64 const bytes = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12) - from;
+    if (op->kind == Op::kWrite && bytes > 0)
+      first.push_back({Op::kWrite, op->file, from,
+                       op->bytes.substr(static_cast<std::size_t>(from - op->at),
+                                        static_cast<std::size_t>(bytes))});
+  }
+  first.push_back({Op::kFlush});
+  sync.insert(sync.begin(), first.begin(), first.end());
+}
+
+void PromiseEarly(Ops& sync) { std::rotate(Barrier(sync, -1), sync.end() - 1, sync.end()); }
+
+void ImageBeforeBarrier(Ops& sync) {
+  auto const barrier = Barrier(sync, 0);
+  std::rotate(barrier, barrier + 1, sync.end() - 1);
+}
+
+// The index lacks its last entry: what the last write of entries has, from its end.
+void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
+  std::string const none(16, '\0');
+  for (auto op = sync.rbegin(); op != sync.rend(); ++op) {
+    if (op->kind != Op::kWrite || (op->file != 0) != image) continue;
+    int64 const end = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12);
+    for (int64 at = entries + (end - entries) / 16 * 16 - 16; at >= std::max(entries, op->at);
+         at -= 16) {
+      auto const from = static_cast<std::size_t>(at - op->at);
+      if (op->bytes.compare(from, 16, none) == 0) continue;
+      op->bytes.replace(from, 16, none);
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<Plant> Plants(Recorded const& recorded) {
+  Ops const& ops = recorded.ops;
+  bool const image = recorded.mode == Mode::kCallback;
+  int64 const entries = recorded.entries, front = image ? INT64_MAX : recorded.front;
+  std::vector<Plant> plants;
+  auto const plant = [&](char const* name, Edit const& edit) {
+    plants.push_back({name, EditSyncs(ops, edit)});
+  };
+  auto const drop = [](int n) { return [n](Ops& sync) { sync.erase(Barrier(sync, n)); }; };
+  plant("no barrier behind the data", drop(0));
+  plant("promise before the last barrier", PromiseEarly);
+  plant("count off by one", [&](Ops& sync) { OneEntryLess(sync, entries, front, image); });
+  if (image) {
+    plant("image before the data", FrontFirst);
+    plant("image before the data is durable", ImageBeforeBarrier);
+    plant("no barrier behind the image", drop(1));
+    plant("no barrier behind its name", drop(2));
+  } else {
+    plant("no barrier behind the headers", drop(-1));
+    plant("no barrier between sectors of the index", [](Ops& sync) {
+      while (Barrier(sync, 1) != Barrier(sync, -1)) sync.erase(Barrier(sync, 1));
+    });
+    plant("headers before the data", FrontFirst);
+    plant("index before the data", [&](Ops& sync) { IndexFirst(sync, entries, front); });
+  }
+  return plants;
+}
+
+}  // namespace kestro::crash

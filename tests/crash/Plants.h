@@ -1,0 +1,16 @@
+// Bugs planted into what a recording has written: the harness must find each of them.
+#pragma once
+
+#include "crash/Scenario.h"
+
+namespace kestro::crash {
+
+struct Plant {
+  std::string name;
+  Ops ops;
+};
+
+// Every bug that can be planted into a recording of this mode.
+std::vector<Plant> Plants(Recorded const& recorded);
+
+}  // namespace kestro::crash
