@@ -98,9 +98,6 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("no barrier behind its name", drop(2));
   } else {
     plant("no barrier behind the headers", drop(-1));
-    plant("no barrier between sectors of the index", [](Ops& sync) {
-      while (Barrier(sync, 1) != Barrier(sync, -1)) sync.erase(Barrier(sync, 1));
-    });
     plant("headers before the data", FrontFirst);
     plant("index before the data", [&](Ops& sync) { IndexFirst(sync, entries, front); });
   }

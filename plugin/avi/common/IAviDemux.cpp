@@ -102,6 +102,8 @@ void IAviDemux::AddEntries(IO& io, int64 bytes) {
     for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry) {
       ChunkParam chunk;
       chunk.id = base::Load32(at);
+      // What is left of a reserve. Records behind a sector that a power cut has lost have no time.
+      if (chunk.id == 0) return;
       chunk.flags = base::Load32(at + 4) != 0 ? 1 : 0;
       chunk.offset = base::Load32(at + 8);
       chunk.size = base::Load32(at + 12);

@@ -30,11 +30,9 @@ namespace kestro::plugin::avi {
 // anew from there.
 //
 // A sync makes the data durable, then writes what refers to it, then makes that durable: the stream
-// given to the element must keep its Flush's promise. New entries of more than a sector of 512
-// bytes are made durable sector by sector: a gap in the index would shift the times of what is
-// behind it. A device may tear what is written between its sectors: an index that begins 8 bytes in
-// front of a multiple of 16, and fields at multiples of 4, leave nothing torn that a reader would
-// see.
+// given to the element must keep its Flush's promise. A device may tear what is written between its
+// sectors: an index that begins 8 bytes in front of a multiple of 16, and fields at multiples of 4,
+// leave nothing torn that a reader would see.
 //
 // A failed sync puts the element into its error state, where it takes no more packets; once a flush
 // of the stream has failed, nothing that the stream says later is believed: Close leaves the file
@@ -92,7 +90,6 @@ class VFIAviMuxer : public AviMuxer {
   bool FlushFile();
   bool Barrier();
   void CallBack(base::IOBuffer& image);
-  bool SyncFullSectors(IO& front);
   void UpdateFront(IO& front);
   bool WriteImage();
   int64 IndexSize() const;

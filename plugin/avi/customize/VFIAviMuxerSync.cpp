@@ -33,28 +33,6 @@ bool VFIAviMuxer::PeriodicSyncUpdateIdx1(unsigned mode) {
   return mode == kImage ? SyncImage() : SyncByCallback();
 }
 
-// Stores the new entries but those of the last sector, one sector after the other: an entry behind
-// a sector that a power cut has lost would be played too early. `front` is the file or its image.
-bool VFIAviMuxer::SyncFullSectors(IO& front) {
-  constexpr int64 kSector = 512, kEntry = 16;
-  for (;;) {
-    int64 const at = _idx1Pos + 8 + _idx1->Size();
-    int64 const count = (kSector - at % kSector + kEntry - 1) / kEntry;
-    bool const fits = _idx1->Size() + count * kEntry <= _idx1RsvdSize;
-    if (!fits || count >= static_cast<int64>(_list->size())) return true;
-    std::vector<ChunkParam> const later(_list->begin() + count, _list->end());
-    _list->resize(static_cast<std::size_t>(count));
-    _idx1->fill(front);
-    *_list = later;
-    _keptEnd = static_cast<int64>(later.front().offset);
-    if (_headerImage != nullptr) {
-      _blkio->Seek(at, IO::kBegin);
-      _blkio->Write(_headerImage->Data() + at, static_cast<unsigned>(count * kEntry));
-    }
-    if (!Barrier()) return false;
-  }
-}
-
 // The entries that are new, and all headers, in front of the data. The bytes that stand there
 // already do not change but for a few counts, each good with an index older or newer than it.
 void VFIAviMuxer::UpdateFront(IO& front) {
@@ -72,15 +50,14 @@ void VFIAviMuxer::UpdateFront(IO& front) {
 
 bool VFIAviMuxer::SyncInPlace() {
   if (_blkio == nullptr || Stream() == nullptr || !Barrier()) return false;
-  bool durable = SyncFullSectors(*_blkio);
-  if (durable) UpdateFront(*_blkio);
-  durable = durable && Barrier();
+  UpdateFront(*_blkio);
+  bool const durable = Barrier();
   _blkio->Seek(0, IO::kEnd);
   return durable;
 }
 
 bool VFIAviMuxer::SyncImage() {
-  if (!Barrier() || !SyncFullSectors(*_headerImage)) return false;
+  if (!Barrier()) return false;
   UpdateFront(*_headerImage);
   return WriteImage();
 }
