@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -87,6 +88,14 @@ unsigned WriteAt(int fd, int64 at, void const* data, unsigned size) {
     if (written == 0) errno = ENOSPC;  // no progress and no reason given
     return written;
   });
+}
+
+bool Durable(int fd, int (*sync)(int)) {
+  int result;
+  do result = sync(fd);
+  while (result != 0 && errno == EINTR);
+  // A pipe or device has nothing to make durable.
+  return result == 0 || errno == EINVAL || errno == EROFS;
 }
 
 }  // namespace
@@ -171,19 +180,31 @@ bool File::Truncate(void* file, int64 size) {
 
 bool File::Flush(void*) { return true; }
 
-bool File::Sync(void* file) {
-  int result;
-  do result = fdatasync(Of(file).fd);
-  while (result != 0 && errno == EINTR);
-  // A pipe or device has nothing to make durable.
-  return result == 0 || errno == EINVAL || errno == EROFS;
-}
+bool File::Sync(void* file) { return Durable(Of(file).fd, fdatasync); }
 
 int File::Handle(void* file) { return file != nullptr ? Of(file).fd : -1; }
 
 bool File::Delete(char const* path) {
   std::string const resolved = Resolve(path);
   return !resolved.empty() && unlink(resolved.c_str()) == 0;
+}
+
+bool File::Rename(char const* from, char const* to) {
+  std::string const source = Resolve(from), target = Resolve(to);
+  if (source.empty() || target.empty()) {
+    errno = ENOENT;
+    return false;
+  }
+  if (rename(source.c_str(), target.c_str()) != 0) return false;
+  auto const slash = target.rfind('/');
+  int const folder = OpenRetrying(slash == target.npos ? "." : target.substr(0, slash + 1),
+                                  O_RDONLY | O_DIRECTORY);
+  if (folder < 0) return false;
+  bool const durable = Durable(folder, fsync);
+  int const why = errno;
+  close(folder);
+  errno = why;
+  return durable;
 }
 
 void File::Mount(char letter, char const* folder) {

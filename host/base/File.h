@@ -34,6 +34,10 @@ class KESTRO_API File {
   static bool Sync(void* file);
   static int Handle(void* file);
   static bool Delete(char const* path);
+  // Renames a file, in place of one that has the new name, and makes the new name durable: whenever
+  // the machine crashes, one of the two files has it, whole. The file itself is made durable first,
+  // by Sync. On failure errno tells why; the file may have its new name then, but not durably.
+  static bool Rename(char const* from, char const* to);
 
   // Mounts a folder for a drive letter, null unmounts. Of all threads.
   static void Mount(char letter, char const* folder);

@@ -84,7 +84,7 @@ bool AviMuxer::OpenFileConfig() {
 bool AviMuxer::NewWriter() {
   base::AttrSet attrs;
   attrs.Add("Register", "io-cache-writer");
-  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, 3);
+  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, static_cast<int>(kBlocks));
   if (_blkio != nullptr && !_blkio->Configure(attrs)) {
     delete _blkio;
     _blkio = nullptr;
@@ -97,6 +97,7 @@ bool AviMuxer::NewWriter() {
     KESTRO_ERROR("!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))");
     return false;
   }
+  if (_cacheBlocks > kBlocks) _blkio->Set("blocks", _cacheBlocks);
   return true;
 }
 
@@ -222,6 +223,8 @@ base::PropertyList AviMuxer::Properties() {
       [](M& m, char const& drive) { return m.DiskNameSet(drive); });
   list.Member<M>("mode", &M::_mode, "1 counts end-of-stream packets and sends \"eos\"");
   list.Member<M>("pktflags", &M::_fileOpened, "whether a file is open; set, it is not opened");
+  list.Member<M>("cacheBlocks", &M::_cacheBlocks,
+                 "blocks of 512 KiB that the writer may hold while the medium stalls");
   list.Inherit(IMuxer::Properties());
   return list;
 }

@@ -61,9 +61,12 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   bool _fileOpened = false;
 
  private:
+  static constexpr unsigned kBlocks = 3;  // of the caching writer
+
   bool WriteFails(Packet const& packet);
 
   std::vector<base::Ref<IMedia>> _media;  // of the open file
+  unsigned _cacheBlocks = kBlocks;
   bool _spillReported = false;
   bool _fullReported = false;
 };

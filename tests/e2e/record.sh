@@ -212,6 +212,28 @@ for signal in INT TERM; do
   good_part "SIG$signal" $signal.avi
 done
 
+# Killed: what was synced is played.
+sounds=("$media/stereo48k.wav" "$media/stereo48k.wav" "$media/stereo48k.wav")
+"$tool" record --realtime --sync image --sync-interval 0.5 --reserve-time 10 -o killed.avi \
+  "${av[@]}" "${sounds[@]}" 2>stderr.txt &
+pid=$!
+for _ in $(seq 200); do
+  [[ -f killed.avi && $(stat -c %s killed.avi) -gt 1100000 ]] && break # two syncs' worth
+  sleep 0.05
+done
+kill -KILL $pid
+wait $pid 2>/dev/null
+check "killed: ffprobe knows its length" 1 "$(ffprobe -v error -show_entries format=duration \
+  -of csv=p=0 killed.avi 2>&1 | awk '{ print ($1 > 0.4) }')"
+exits "killed: plays" 0 "$tool" play killed.avi
+pictures=$(picture_hashes killed.avi | head -10)
+check "killed: pictures" "$(picture_hashes "$media/clip25.h264" | head -10)" "$pictures"
+
+# Several files: every picture once.
+exits "segments: recorded" 0 record --segment-time 1 -o part%d.avi "${av[@]}"
+check "segments: pictures" "$(picture_hashes "$media/clip25.h264")" \
+  "$(for n in 1 2 3 4; do picture_hashes part$n.avi; done)"
+
 # What cannot be recorded.
 echo "not a film" >text.txt
 : >empty.h264

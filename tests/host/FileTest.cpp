@@ -32,6 +32,17 @@ class FileTest : public testing::Test {
   fs::path folder, path;
 };
 
+TEST_F(FileTest, RenameReplaces) {
+  Put("new");
+  std::ofstream(folder / "g") << "old";
+  EXPECT_TRUE(File::Rename(path.c_str(), (folder / "g").c_str()));
+  EXPECT_EQ(Content("g") + Content(), "newnone");
+  EXPECT_FALSE(File::Rename(path.c_str(), (folder / "g").c_str()));
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_FALSE(File::Rename((folder / "g").c_str(), (folder / "no/g").c_str()));
+  EXPECT_EQ(Content("g"), "new");
+}
+
 TEST_F(FileTest, Modes) {
   struct {
     char const* mode;

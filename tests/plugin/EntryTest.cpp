@@ -61,7 +61,7 @@ TEST(Entry, RegistersItsClasses) {
                           "junkbuf", "junksize", "idx1_first"));
   EXPECT_THAT(Names("AviMuxer-avi-muxer"),
               ElementsAre("vidtag", "constFrameRate", "frameRateSave", "listfile", "sizeGet",
-                          "diskName", "mode", "pktflags"));
+                          "diskName", "mode", "pktflags", "cacheBlocks"));
   EXPECT_THAT(Names("AviDemuxer-avi-demuxer"), ElementsAre("plyVidCtrl"));
   if (GetCbRegisterVFIAviMuxer(nullptr) != nullptr) {
     EXPECT_THAT(

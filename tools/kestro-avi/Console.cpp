@@ -5,10 +5,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include "Errors.h"
 
 namespace kestro::tool {
+
+// A line of progress stands on the terminal. Reports come from several threads.
+static bool progressShown = false;
+static std::mutex terminal;
 
 static int standardOutput = STDOUT_FILENO;
 
@@ -32,7 +37,9 @@ void WriteData(std::string const& text) {
 
 void Report(std::string const& text) {
   std::fflush(stdout);  // what the plug-in printed comes first
-  std::string const line = "kestro-avi: " + text + "\n";
+  std::lock_guard lock(terminal);
+  std::string const line = (progressShown ? "\r\033[K" : "") + ("kestro-avi: " + text + "\n");
+  progressShown = false;
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -40,14 +47,16 @@ Progress::Progress() : _terminal(isatty(STDERR_FILENO) == 1) {}
 
 void Progress::Show(std::string const& text) {
   if (!_terminal) return;
+  std::lock_guard lock(terminal);
   std::fprintf(stderr, "\r%s\033[K", text.c_str());
   std::fflush(stderr);
-  _shown = true;
+  progressShown = true;
 }
 
 void Progress::Clear() {
-  if (_shown) std::fputs("\r\033[K", stderr);
-  _shown = false;
+  std::lock_guard lock(terminal);
+  if (progressShown) std::fputs("\r\033[K", stderr);
+  progressShown = false;
 }
 
 }  // namespace kestro::tool

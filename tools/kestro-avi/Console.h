@@ -25,7 +25,7 @@ class Progress {
   void Clear();
 
  private:
-  bool _terminal, _shown = false;
+  bool _terminal;
 };
 
 }  // namespace kestro::tool

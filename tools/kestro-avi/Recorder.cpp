@@ -5,30 +5,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "Errors.h"
+#include "Text.h"
 #include "base/File.h"
 #include "base/IClass.h"
 
 namespace kestro::tool {
 
-using base::Ref;
-using stream::IMedia;
 using stream::IMuxer;
 
 static constexpr char kSpillDrive = 'S';
-
-// The header of a chunk, which the stream of motion JPEG leaves to whoever makes its packets:
-// "NNdc" with the track's number, and the size, little-endian.
-static constexpr std::size_t kChunkHead = 8;
-
-static void WriteChunkHead(std::size_t track, std::size_t size, std::uint8_t* out) {
-  out[0] = static_cast<std::uint8_t>('0' + track / 10 % 10);
-  out[1] = static_cast<std::uint8_t>('0' + track % 10);
-  out[2] = 'd';
-  out[3] = 'c';
-  for (std::size_t i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(size >> 8 * i);
-}
 
 static Error Refused(std::string const& name, std::string const& value) {
   return Error(kUsage, "--set: the muxer refuses " + name + "=" + value +
@@ -36,21 +24,29 @@ static Error Refused(std::string const& name, std::string const& value) {
 }
 
 Recorder::Recorder(RecorderOptions const& options, std::string const& path,
-                   std::vector<Track*> const& tracks) {
+                   std::vector<Track*> const& tracks, Packets const& packets)
+    : _path(path), _packets(packets) {
+  bool const syncs = options.sync.mode != SyncOptions::kOff;
   base::AttrSet attrs;
-  attrs.Add("Register", "avi-muxer");
+  attrs.Add("Register", syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
   _muxer.reset(base::IClass::New<IMuxer>(attrs));
-  if (!_muxer || !_muxer->Configure(attrs)) throw Error(kIo, "the plug-in has no muxer");
+  if (!_muxer || !_muxer->Configure(attrs))
+    throw Error(kIo,
+                syncs ? "--sync: the plug-in is built without it" : "the plug-in has no muxer");
   _muxer->OnMessage([this](stream::IElement&, char const* type, char const* text) {
     Note(type, text != nullptr ? text : type);
     return true;
   });
-
-  for (Track const* track : tracks) AddTrack(track->Info());
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    _ports.push_back(_muxer->AddInput());
+    if (!_ports.back()->Offer(packets.Media(i)))
+      throw Error(kUnusable, tracks[i]->Info().name + ": the muxer does not take it");
+  }
   Configure(options, tracks);
   for (auto const& [name, value] : options.properties)
-    if (!_muxer->Set(name.c_str(), std::string(value))) throw Refused(name, value);
-  _muxer->Set("path", path);
+    if (!_muxer->Set(name.c_str(), value)) throw Refused(name, value);
+  // Absolute: the host takes "S:/name" for a name on a drive.
+  _muxer->Set("path", std::filesystem::absolute(path).string());
   if (!_muxer->StatusChange(stream::IStatus::kRunning))
     throw Error(kIo, "the muxer cannot be started");
   _open = true;
@@ -60,39 +56,12 @@ Recorder::~Recorder() {
   if (_open) Close();
 }
 
-// A fault that lasts is told once.
+// A fault that lasts is told once; some name the file themselves.
 void Recorder::Note(std::string const& type, std::string const& text) {
   if (type != "error" && type != "warning") return;
   auto& list = type == "error" ? _errors : _warnings;
-  if (std::find(list.begin(), list.end(), text) == list.end()) list.push_back(text);
-}
-
-void Recorder::AddTrack(TrackInfo const& info) {
-  auto const media = Ref<IMedia>::Take(IMedia::New(info.codec));
-  switch (info.kind) {
-    case TrackInfo::kVideo:
-      media->Set("width", info.width);
-      media->Set("height", info.height);
-      media->Set("interlace", false);
-      media->Set("framerate", info.frameRate);
-      break;
-    case TrackInfo::kSound:
-      media->Set("rate", info.rate);
-      media->Set("channel", info.channels);
-      media->Set("width", 2);
-      media->Set("depth", 16);
-      media->Set("samples", info.samples);
-      break;
-    case TrackInfo::kText:
-      media->Set("framerate", info.frameRate);
-      break;
-  }
-  stream::IPort* port = _muxer->AddInput();
-  if (port == nullptr || !port->Offer(media.get()))
-    throw Error(kUnusable, info.name + ": the muxer does not take it");
-  _ports.push_back(port);
-  _headed.push_back(std::strcmp(info.codec, "mjpg") == 0);
-  _sequence.push_back(0);
+  std::string const whole = text.find(_path) == text.npos ? _path + ": " + text : text;
+  if (std::find(list.begin(), list.end(), whole) == list.end()) list.push_back(whole);
 }
 
 void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> const& tracks) {
@@ -109,8 +78,23 @@ void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> con
     throw Error(kUsage, "--strd and --strn need a track of H.264 or HEVC video");
   auto const video = static_cast<std::size_t>(tagged - tracks.begin());
   _tags = std::make_unique<Tags>(options.tags, tracks.size(), video);
+  bool taken = true;
+  if (options.sync.mode != SyncOptions::kOff) {
+    SyncPlan const plan(options.sync, tracks, *_tags);
+    taken = plan.Apply(*_muxer);
+    _room = plan.Entries();
+  }
+  if (options.sync.mode == SyncOptions::kCallback) {
+    _side = std::make_unique<SideFile>(std::filesystem::absolute(_path));
+    taken = taken && _side->Attach(*_muxer);
+  }
+  if (options.cacheBlocks != 0) taken = taken && _muxer->Set("cacheBlocks", options.cacheBlocks);
+  if (!taken) throw Error(kIo, "the plug-in's muxer refuses what it should take");
   if (!_muxer->Set("vidtag", _tags->Get())) throw Error(kIo, "the muxer takes no tag set");
-  if (!options.spillSeconds) return;
+  if (options.spillSeconds) ConfigureSpill(options);
+}
+
+void Recorder::ConfigureSpill(RecorderOptions const& options) {
   if (!options.spillFolder.empty()) {
     // The muxer would tell only once there is something to spill.
     if (access(options.spillFolder.c_str(), W_OK | X_OK) != 0)
@@ -122,24 +106,48 @@ void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> con
   _muxer->Set("listfile", *options.spillSeconds);
 }
 
-bool Recorder::Push(std::size_t track, TimedPacket const& packet) {
-  using stream::Packet;
-  std::size_t const head = _headed[track] ? kChunkHead : 0;
-  auto const made = Ref<Packet>::Take(Packet::New(static_cast<int>(head + packet.data.size())));
-  if (head != 0) WriteChunkHead(track, packet.data.size(), made->Data());
-  std::copy(packet.data.begin(), packet.data.end(), made->Data() + head);
-  made->Media(_ports[track]->Media());
-  made->Pts(packet.time_ns);
-  made->Duration(packet.duration_ns);
-  if (packet.key) made->Flags(Packet::kKey);
-  made->Seq(_sequence[track]++);
-  return _ports[track]->Push(*made) && _muxer->Check();
+// An error under which the muxer goes on loses nothing: the reserve of the index is full.
+void Recorder::ForgiveSince(std::size_t errors) {
+  for (; _errors.size() > errors; _errors.pop_back()) {
+    std::string text = _errors.back();
+    if (_room != 0 && _entries > _room)
+      text += " (the index reaches " + Seconds(_indexed_ns / 1000000) +
+              "; --reserve-time or --reserve makes room for more)";
+    _warnings.push_back(text);
+  }
+}
+
+bool Recorder::Push(std::size_t track, stream::Packet& packet) {
+  std::size_t const errors = _errors.size();
+  std::int64_t const end_ns = packet.Pts() + packet.Duration();
+  if (!_ports[track]->Push(packet)) return false;
+  auto const size = static_cast<std::uint64_t>(packet.Size());
+  std::uint64_t const head = size % 2 + (_packets.Headed(track) ? 0 : 8);
+  _heads += head;
+  _written += size + head + 16;
+  ++_pushed;
+  if (size > 0 && ++_entries <= _room) _indexed_ns = std::max(_indexed_ns, end_ns);
+  ForgiveSince(errors);
+  return true;
+}
+
+std::uint64_t Recorder::Size() {
+  long long size = 0;
+  _muxer->Set("sizeGet", &size);
+  return static_cast<std::uint64_t>(size) + _heads;  // which it leaves out, and pads
 }
 
 bool Recorder::Close() {
   _open = false;
+  std::size_t const errors = _errors.size();
   bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
-  return closed && _muxer->Check() && _errors.empty();
+  if (closed && _muxer->CheckIO()) ForgiveSince(errors);
+  bool const complete = closed && _errors.empty();
+  if (_side && complete) _side->Remove();
+  if (_side && !complete && _pushed != 0)
+    _warnings.push_back(_side->Path() + " is kept: it has the last headers and index");
+  if (_side && !_side->Fault().empty()) _warnings.push_back(_side->Fault());
+  return complete;
 }
 
 }  // namespace kestro::tool

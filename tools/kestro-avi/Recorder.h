@@ -1,4 +1,4 @@
-// The plug-in's muxer with its media, ports and tag set.
+// The plug-in's muxer with its ports and tag set.
 #pragma once
 
 #include <memory>
@@ -7,49 +7,66 @@
 #include <utility>
 #include <vector>
 
+#include "Packets.h"
+#include "SideFile.h"
+#include "SyncPlan.h"
 #include "Tags.h"
-#include "input/Track.h"
 #include "stream/IMuxer.h"
 
 namespace kestro::tool {
 
 struct RecorderOptions {
   TagOptions tags;
+  SyncOptions sync;
   std::optional<int> spillSeconds;                              // of index kept in memory
   std::string spillFolder;                                      // empty: the temporary folder
+  unsigned cacheBlocks = 0;                                     // 0: the muxer's own number
   std::vector<std::pair<std::string, std::string>> properties;  // set on the muxer as text
 };
 
 // One file. The plug-in must be loaded.
 //
-//   Recorder recorder(options, "out.avi", tracks);
+//   Recorder recorder(options, "out.avi", tracks, packets);
 //   while (...) if (!recorder.Push(track, packet)) break;   // Errors() say why
 //   bool ok = recorder.Close();
 class Recorder {
  public:
-  // Nothing is written before the first packet. Throws Error.
+  // Nothing is written before the first packet. `tracks` and `packets` outlive the recorder. Throws
+  // Error.
   Recorder(RecorderOptions const& options, std::string const& path,
-           std::vector<Track*> const& tracks);
+           std::vector<Track*> const& tracks, Packets const& packets);
   ~Recorder();
 
-  // False when the packet, or one before, is not in the file: recording is over then.
-  bool Push(std::size_t track, TimedPacket const& packet);
+  // False when the packet, or one before, is not in the file: recording is over then. The packet's
+  // fields are the muxer's.
+  bool Push(std::size_t track, stream::Packet& packet);
   // Writes the index and the head. False when the file is not complete.
   bool Close();
 
+  std::string const& Path() const { return _path; }
+  std::uint64_t Size();  // the file's, if it were closed now: at least what it would be
+  std::uint64_t Written() const { return _written; }  // bytes of chunks and their index entries
+  std::uint64_t Pushed() const { return _pushed; }    // packets
+
+  // Each names the file. Warnings say what is amiss with a file that is complete.
   std::vector<std::string> const& Errors() const { return _errors; }
   std::vector<std::string> const& Warnings() const { return _warnings; }
 
  private:
   void Note(std::string const& type, std::string const& text);
-  void AddTrack(TrackInfo const& info);
   void Configure(RecorderOptions const& options, std::vector<Track*> const& tracks);
+  void ConfigureSpill(RecorderOptions const& options);
+  void ForgiveSince(std::size_t errors);
 
-  std::unique_ptr<Tags> _tags;  // destroyed after the muxer
+  std::string const _path;
+  Packets const& _packets;
+  std::unique_ptr<Tags> _tags;      // outlives the muxer, as the next two
+  std::unique_ptr<SideFile> _side;  // null without one
   std::unique_ptr<stream::IMuxer> _muxer;
   std::vector<stream::IPort*> _ports;
-  std::vector<bool> _headed;        // by track: packets carry their chunk's header
-  std::vector<unsigned> _sequence;  // next packet number, by track
+  std::uint64_t _room = 0;  // entries that the index has room for, 0: any number
+  std::uint64_t _entries = 0, _heads = 0, _written = 0, _pushed = 0;
+  std::int64_t _indexed_ns = 0;  // how far the index reaches
   std::vector<std::string> _errors, _warnings;
   bool _open = false;
 };

@@ -57,7 +57,6 @@ Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
   if (!options.strdFile.empty()) _strd = Padded(ReadFile(options.strdFile));
   _strn = Padded(options.strn);
   _isft = Padded(options.isft);
-  _junk.resize((std::size_t{options.junk} + 1) / 2 * 2);
   track(_strd, _strdBuf, _strdSize);
   track(_strn, _strnBuf, _strnSize);
   Set("strdbuf", _strdBuf.data());
@@ -68,10 +67,22 @@ Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
     Set("isftbuf", reinterpret_cast<unsigned char*>(_isft.data()));
     Set("isftsize", static_cast<unsigned>(_isft.size()));
   }
-  if (!_junk.empty()) {
-    Set("junkbuf", reinterpret_cast<unsigned char*>(_junk.data()));
-    Set("junksize", static_cast<unsigned>(_junk.size()));
-  }
+  Junk(options.junk);
+}
+
+void Tags::Junk(unsigned bytes) {
+  _junk.resize((std::size_t{bytes} + 1) / 2 * 2);
+  Set("junkbuf", _junk.empty() ? nullptr : reinterpret_cast<unsigned char*>(_junk.data()));
+  Set("junksize", static_cast<unsigned>(_junk.size()));
+}
+
+void Tags::IndexFirst() { Set("idx1_first", static_cast<unsigned char>(1)); }
+
+std::size_t Tags::Bytes() const {
+  std::size_t bytes = _isft.empty() ? 0 : 12 + 8 + _isft.size();  // in a list
+  for (auto const* data : {&_strd, &_strn})
+    if (!data->empty()) bytes += 8 + data->size();
+  return bytes;
 }
 
 }  // namespace kestro::tool

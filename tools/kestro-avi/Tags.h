@@ -24,6 +24,11 @@ class Tags {
   Tags(TagOptions const& options, std::size_t tracks, std::size_t video);
 
   base::Object* Get() const { return _tags.get(); }
+  // Of the chunks in a file's head, JUNK left out.
+  std::size_t Bytes() const;
+  std::size_t JunkBytes() const { return _junk.size(); }
+  void Junk(unsigned bytes);
+  void IndexFirst();
 
  private:
   template <class T>

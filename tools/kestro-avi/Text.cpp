@@ -29,6 +29,20 @@ std::int64_t ParseTime_ns(std::string const& option, std::string const& text) {
   return std::llround(total * 1e9);
 }
 
+std::uint64_t ParseSize(std::string const& option, std::string const& text) {
+  constexpr double kLargest = 1ull << 62;
+  std::string const units = "KMG";
+  std::size_t const end = text.find_first_not_of("0123456789.");
+  std::string const number = text.substr(0, end), unit = end == text.npos ? "" : text.substr(end);
+  std::size_t const power = unit.empty() ? 0 : units.find(unit) + 1;
+  bool const good = unit.size() < 2 && (unit.empty() || power != 0) && !number.empty() &&
+                    number.size() < 20 && number != "." && number.find('.') == number.rfind('.');
+  double const bytes = good ? std::ldexp(std::stod(number), static_cast<int>(10 * power)) : -1;
+  if (bytes < 0 || bytes > kLargest)
+    throw Error(kUsage, option + ": \"" + text + "\" is not a size (bytes, or with K, M or G)");
+  return static_cast<std::uint64_t>(bytes);
+}
+
 std::string Seconds(std::int64_t ms) {
   char text[48];
   std::snprintf(text, sizeof text, "%lld.%03lld s", static_cast<long long>(ms / 1000),

@@ -1,0 +1,45 @@
+// What people ask of the verb record.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Segments.h"
+#include "input/Input.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+class RecordOptions {
+ public:
+  void AddTo(CLI::App& app);  // the object outlives the app's use
+  // Turns the command line into what stands below. Throws Error.
+  void Check();
+
+  std::vector<std::string> addresses;
+  std::string output, plugin;
+  bool realtime = false, drop = false, force = false;
+  InputOptions input;
+  Timeline timeline;
+  RecorderOptions recorder;
+  SegmentOptions segments;
+
+ private:
+  void AddTracks(CLI::App& app);
+  void AddTags(CLI::App& app);
+  void AddFiles(CLI::App& app);
+  void AddSyncs(CLI::App& app);
+  void AddSettings(CLI::App& app);
+  void CheckSync();
+
+  std::vector<std::string> _settings;
+  std::string _rate, _start, _duration, _segmentSize, _segmentTime;
+  std::string _sync = "off", _interval, _reserve, _reserveTime;
+  bool _noVideo = false, _noAudio = false, _noText = false;
+  int _spillSeconds = -1;
+};
+
+}  // namespace kestro::tool
