@@ -19,6 +19,7 @@ namespace {
 struct OpenFile {
   int fd;
   int64 position;
+  std::string unsynced;  // the path of a new file until its name is durable
 };
 
 OpenFile& Of(void* file) { return *static_cast<OpenFile*>(file); }
@@ -98,6 +99,19 @@ bool Durable(int fd, int (*sync)(int)) {
   return result == 0 || errno == EINVAL || errno == EROFS;
 }
 
+// Makes the name of a file durable. A folder that may not be read cannot be told to.
+bool SyncFolder(std::string const& path) {
+  auto const slash = path.rfind('/');
+  int const folder =
+      OpenRetrying(slash == path.npos ? "." : path.substr(0, slash + 1), O_RDONLY | O_DIRECTORY);
+  if (folder < 0) return errno == EACCES;
+  bool const durable = Durable(folder, fsync);
+  int const why = errno;
+  close(folder);
+  errno = why;
+  return durable;
+}
+
 }  // namespace
 
 void* File::Open(char const* path, char const* mode) {
@@ -124,13 +138,14 @@ void* File::Open(char const* path, char const* mode) {
   }
   int const fd = OpenRetrying(resolved, flags);
   if (fd < 0) return nullptr;
-  struct stat about;
+  struct stat about = {};
   if (fstat(fd, &about) == 0 && S_ISDIR(about.st_mode)) {
     close(fd);
     errno = EISDIR;
     return nullptr;
   }
-  return new OpenFile{fd, 0};
+  bool const named = (flags & O_CREAT) != 0 && S_ISREG(about.st_mode);
+  return new OpenFile{fd, 0, named ? resolved : ""};
 }
 
 bool File::Close(void* file) {
@@ -180,7 +195,13 @@ bool File::Truncate(void* file, int64 size) {
 
 bool File::Flush(void*) { return true; }
 
-bool File::Sync(void* file) { return Durable(Of(file).fd, fdatasync); }
+bool File::Sync(void* file) {
+  OpenFile& open = Of(file);
+  if (!Durable(open.fd, fdatasync) || (!open.unsynced.empty() && !SyncFolder(open.unsynced)))
+    return false;
+  open.unsynced.clear();
+  return true;
+}
 
 int File::Handle(void* file) { return file != nullptr ? Of(file).fd : -1; }
 
@@ -196,15 +217,7 @@ bool File::Rename(char const* from, char const* to) {
     return false;
   }
   if (rename(source.c_str(), target.c_str()) != 0) return false;
-  auto const slash = target.rfind('/');
-  int const folder = OpenRetrying(slash == target.npos ? "." : target.substr(0, slash + 1),
-                                  O_RDONLY | O_DIRECTORY);
-  if (folder < 0) return false;
-  bool const durable = Durable(folder, fsync);
-  int const why = errno;
-  close(folder);
-  errno = why;
-  return durable;
+  return SyncFolder(target);
 }
 
 void File::Mount(char letter, char const* folder) {

@@ -28,8 +28,8 @@ class KESTRO_API File {
   static int64 Tell(void* file);
   static int64 Size(void* file);  // -1 on failure
   static bool Truncate(void* file, int64 size);
-  // Nothing is buffered here: after Write the data survives the process. Sync makes it durable: it
-  // then survives the machine.
+  // Nothing is buffered here: after Write the data survives the process. Sync makes it durable, and
+  // the name of a new file too: it then survives the machine.
   static bool Flush(void* file);
   static bool Sync(void* file);
   static int Handle(void* file);

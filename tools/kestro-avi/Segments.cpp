@@ -167,7 +167,7 @@ bool Segments::WriteBlocks(std::size_t track, bool last) {
   while (!state.rest.empty() && (last || state.rest.size() >= block)) {
     std::size_t const size = std::min(block, state.rest.size());
     TimedPacket piece;
-    piece.data.assign(state.rest.begin(), state.rest.begin() + static_cast<std::ptrdiff_t>(size));
+    piece.data = Bytes(state.rest.begin(), state.rest.begin() + static_cast<std::ptrdiff_t>(size));
     piece.time_ns = state.rest_ns;
     piece.duration_ns = static_cast<std::int64_t>(size / frame) * 1000000000 / info.rate;
     piece.key = true;
