@@ -1,6 +1,7 @@
 #include "repair/Salvage.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "verify/KeyFrame.h"
 
@@ -126,6 +127,13 @@ void Salvage::Scan(int64 limit) {
   }
 }
 
+// Whether the file ends with the first bytes of an index.
+bool Salvage::BeginsIndex(int64 at) {
+  unsigned char bytes[8];
+  unsigned const n = _file.Read(at, bytes, sizeof bytes);
+  return n < sizeof bytes && std::memcmp(bytes, "idx1", std::min(n, 4u)) == 0;
+}
+
 // Goes on where packets follow again. `cut`: the header of a packet that is not whole stands here.
 void Salvage::Skip(int64 limit, Chunk const* cut) {
   int64 const from = _position;
@@ -136,7 +144,7 @@ void Salvage::Skip(int64 limit, Chunk const* cut) {
     _missing.erase(std::remove_if(_missing.begin(), _missing.end(), same), _missing.end());
   }
   LoseMissing(from, _position);
-  if (cut != nullptr || (_indexSeen && _position == limit)) return;
+  if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
   _counts.skipped.packets += 1;
   _counts.skipped.bytes += static_cast<base::uint64>(_position - from);
   if (_counts.holes.size() < kHoles) _counts.holes.push_back({from, _position - from});

@@ -63,6 +63,7 @@ class Salvage {
   bool Follows(int64 at, int64 limit);
   bool Headless(IndexEntry const& entry, Chunk& chunk);
   void Scan(int64 limit);
+  bool BeginsIndex(int64 at);
   void Skip(int64 limit, Chunk const* cut);
   int64 Find(int64 from, int64 limit);
   void Take(Chunk const& chunk, IndexEntry const* entry);
