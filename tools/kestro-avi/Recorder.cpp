@@ -35,18 +35,8 @@ static Error Refused(std::string const& name, std::string const& value) {
                            " (the verb plugin lists its properties)");
 }
 
-static std::vector<TrackInfo> Infos(std::vector<Track*> const& tracks) {
-  std::vector<TrackInfo> infos;
-  for (Track const* track : tracks) infos.push_back(track->Info());
-  return infos;
-}
-
 Recorder::Recorder(RecorderOptions const& options, std::string const& path,
-                   std::vector<Track*> const& tracks)
-    : Recorder(options, path, Infos(tracks)) {}
-
-Recorder::Recorder(RecorderOptions const& options, std::string const& path,
-                   std::vector<TrackInfo> const& tracks) {
+                   std::vector<Track*> const& tracks) {
   base::AttrSet attrs;
   attrs.Add("Register", "avi-muxer");
   _muxer.reset(base::IClass::New<IMuxer>(attrs));
@@ -56,7 +46,7 @@ Recorder::Recorder(RecorderOptions const& options, std::string const& path,
     return true;
   });
 
-  for (TrackInfo const& track : tracks) AddTrack(track);
+  for (Track const* track : tracks) AddTrack(track->Info());
   Configure(options, tracks);
   for (auto const& [name, value] : options.properties)
     if (!_muxer->Set(name.c_str(), std::string(value))) throw Refused(name, value);
@@ -105,15 +95,16 @@ void Recorder::AddTrack(TrackInfo const& info) {
   _sequence.push_back(0);
 }
 
-void Recorder::Configure(RecorderOptions const& options, std::vector<TrackInfo> const& tracks) {
+void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> const& tracks) {
   auto const first = [&tracks](bool unnumbered) {  // video track; unnumbered ones are the last
-    return std::find_if(tracks.begin(), tracks.end(), [unnumbered](TrackInfo const& info) {
+    return std::find_if(tracks.begin(), tracks.end(), [unnumbered](Track const* track) {
+      TrackInfo const& info = track->Info();
       return info.kind == TrackInfo::kVideo && (unnumbered || !info.unnumbered);
     });
   };
+  if (auto const video = first(true); video != tracks.end())
+    _muxer->Set("constFrameRate", (*video)->Info().frameRate);
   auto const tagged = first(false);
-  if (auto const video = tagged != tracks.end() ? tagged : first(true); video != tracks.end())
-    _muxer->Set("constFrameRate", video->frameRate);
   if (tagged == tracks.end() && options.tags.NeedVideo())
     throw Error(kUsage, "--strd and --strn need a track of H.264 or HEVC video");
   auto const video = static_cast<std::size_t>(tagged - tracks.begin());

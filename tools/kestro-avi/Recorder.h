@@ -30,8 +30,6 @@ class Recorder {
   // Nothing is written before the first packet. Throws Error.
   Recorder(RecorderOptions const& options, std::string const& path,
            std::vector<Track*> const& tracks);
-  Recorder(RecorderOptions const& options, std::string const& path,
-           std::vector<TrackInfo> const& tracks);
   ~Recorder();
 
   // False when the packet, or one before, is not in the file: recording is over then.
@@ -45,7 +43,7 @@ class Recorder {
  private:
   void Note(std::string const& type, std::string const& text);
   void AddTrack(TrackInfo const& info);
-  void Configure(RecorderOptions const& options, std::vector<TrackInfo> const& tracks);
+  void Configure(RecorderOptions const& options, std::vector<Track*> const& tracks);
 
   std::unique_ptr<Tags> _tags;  // destroyed after the muxer
   std::unique_ptr<stream::IMuxer> _muxer;

@@ -256,10 +256,12 @@ unsigned AviFile::DataSize(IndexEntry const& entry) {
   if (number >= _tracks.size()) return entry.size;
   std::string const& codec = _tracks[number].codec;
   Chunk chunk;
-  bool const told = (codec == "text" || codec == "mjpeg") &&
-                    _reader.Header(entry.offset, Size(), chunk) && chunk.id == entry.id &&
-                    SizeAgrees(_tracks[number], entry, chunk);
-  return told ? static_cast<unsigned>(chunk.size) : entry.size;
+  if ((codec != "text" && codec != "mjpeg") || !_reader.Header(entry.offset, Size(), chunk) ||
+      chunk.id != entry.id)
+    return entry.size;
+  int64 const padded = chunk.size + chunk.size % 2;
+  bool const agrees = entry.size == padded || entry.size == padded + 8;
+  return agrees ? static_cast<unsigned>(chunk.size) : entry.size;
 }
 
 void AviFile::ForEachData(RiffReader::DataSink const& sink) {

@@ -70,7 +70,8 @@ class AviFile {
   // The index in its order, offsets counted from the beginning of the file whatever the file's
   // count from. Entries that name no track data are left out, unless all are wanted.
   void ForEachEntry(EntrySink const& sink, bool all = false);
-  // The bytes of an entry's payload: what the chunk tells, when the entry agrees with it.
+  // The bytes of an entry's payload. The index of this system's text and motion JPEG counts the
+  // pad, and for JPEG the chunk's header: for these the chunk tells, when the entry agrees with it.
   unsigned DataSize(IndexEntry const& entry);
   // The data chunks of every movi list, in file order.
   void ForEachData(RiffReader::DataSink const& sink);

@@ -8,6 +8,7 @@
 #include "Interrupt.h"
 #include "Recorder.h"
 #include "output/Output.h"
+#include "repair/FoundTrack.h"
 #include "repair/Image.h"
 
 namespace kestro::tool {
@@ -39,7 +40,7 @@ class Repairer {
  private:
   void OpenImage(std::string const& why);
   void ForEachEntry(EntrySink const& sink);
-  bool Push(Recorder& recorder, std::size_t track, Bytes& data, bool key);
+  RecorderOptions Options() const;
   void Finish(Recorder& recorder, Salvage const& salvage, bool pushed);
 
   RepairJob const& _job;
@@ -48,8 +49,6 @@ class Repairer {
   std::unique_ptr<Image> _image;  // null when there is none
   std::unique_ptr<RiffReader> _file;
   Head _head;
-  std::vector<std::int64_t> _position;  // by recorded track: frames or sample frames
-  TimedPacket _packet;
 };
 
 void Repairer::Open() {
@@ -109,31 +108,33 @@ void Repairer::ForEachEntry(EntrySink const& sink) {
     _avi->ForEachEntry(sink);
 }
 
-bool Repairer::Push(Recorder& recorder, std::size_t track, Bytes& data, bool key) {
-  auto const number = static_cast<std::size_t>(_head.numbers[track]);
-  TrackInfo const& info = _head.recorded[number];
-  bool const sound = info.kind == TrackInfo::kSound;
-  base::Fraction const rate = sound ? base::Fraction(info.rate, 1) : info.frameRate;
-  auto const time = [&](std::int64_t at) { return rate.Positive() ? FrameTime_ns(rate, at) : 0; };
-  std::int64_t& position = _position[number];
-  _packet.time_ns = time(position);
-  position += sound ? static_cast<std::int64_t>(data.size()) / (info.channels * info.bits / 8) : 1;
-  _packet.duration_ns = time(position) - _packet.time_ns;
-  _packet.key = key;
-  _packet.data.swap(data);
-  bool const pushed = recorder.Push(number, _packet);
-  _packet.data.swap(data);
-  return pushed;
+RecorderOptions Repairer::Options() const {
+  RecorderOptions options;
+  options.tags = _head.tags;
+  // Of the tracks that share one: motion JPEG has its own.
+  for (TrackInfo const& info : _head.recorded) {
+    if (info.kind != TrackInfo::kVideo || info.unnumbered) continue;
+    options.properties.emplace_back("constFrameRate", info.frameRate.Text());
+    break;
+  }
+  return options;
 }
 
 void Repairer::Copy(std::string const& output) {
-  RecorderOptions options;
-  options.tags = _head.tags;
-  Recorder recorder(options, fs::absolute(output), _head.recorded);
-  _position.assign(_head.recorded.size(), 0);
+  std::vector<FoundTrack> tracks(_head.recorded.begin(), _head.recorded.end());
+  std::vector<Track*> pointers;
+  for (FoundTrack& track : tracks) pointers.push_back(&track);
+  Recorder recorder(Options(), fs::absolute(output), pointers);
   bool pushed = true;
-  Salvage salvage(*_file, _head.data, _head.tracks, [&](std::size_t track, Bytes& data, bool key) {
-    if (_head.numbers[track] >= 0) pushed = Push(recorder, track, data, key);
+  Salvage salvage(*_file, _head.data, _head.tracks, [&](std::size_t from, Bytes& data, bool key) {
+    int const number = _head.numbers[from];
+    if (number >= 0) {
+      FoundTrack& track = tracks[static_cast<std::size_t>(number)];
+      track.Put(std::move(data), key);
+      TimedPacket packet = track.Pop();
+      pushed = recorder.Push(static_cast<std::size_t>(number), packet);
+      data = std::move(packet.data);
+    }
     return pushed && !Interrupted();
   });
   ForEachEntry([&salvage](IndexEntry const& entry) { salvage.Entry(entry); });

@@ -40,7 +40,7 @@ struct SalvageCounts {
 //   salvage.Rest();
 class Salvage {
  public:
-  // Takes a whole packet, whose memory it may keep. False ends the pass.
+  // Takes a whole packet; what it leaves in `data` is memory for the next one. False ends the pass.
   using Sink = std::function<bool(std::size_t track, std::vector<std::uint8_t>& data, bool key)>;
   // `begin`: where the first chunk stands. `file` and `tracks` outlive the object.
   Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tracks, Sink sink);
