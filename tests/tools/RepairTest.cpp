@@ -246,6 +246,33 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
   EXPECT_EQ(Mended(), _stored);
 }
 
+// What the muxer stores differently is told.
+TEST_F(RepairTest, WarnsOfWhatOtherWritersStore) {
+  using test::List;
+  using test::Plain;
+  std::string const made = Record(kPlain).closed;
+  test::Bytes data, index;
+  unsigned at = static_cast<unsigned>(made.find("movi")) + 4;
+  for (std::string const& payload : {test::KeyFrame("x"), std::string(), test::StoredFrame("y")}) {
+    index.Cc("00dc").U32(0x10).U32(at).U32(static_cast<unsigned>(payload.size()));
+    data.Add(Plain("00dc", payload));
+    if (payload.size() % 2 != 0) data.Zeros(1);
+    at += 8 + static_cast<unsigned>(payload.size() + payload.size() % 2);
+  }
+  test::Bytes const movi = List("LIST", "movi", data);
+  std::string bytes = made.substr(0, made.find("movi") - 8);
+  bytes.append(movi.begin(), movi.end());
+  bytes += std::string("idx1\x30\0\0\0", 8);
+  bytes.append(index.begin(), index.end());
+  Write("in.avi", bytes);
+  RepairReport const report = Mend();
+  EXPECT_THAT(report.warnings, testing::ElementsAre(HasSubstr("1 packet(s) are stored without"),
+                                                    HasSubstr("1 empty packet(s)")));
+  EXPECT_EQ(report.counts.trimmed.bytes, 6u);
+  EXPECT_EQ(Mended(), (std::vector<Stored>{{"00dc", test::StoredKeyFrame("x"), true, 0},
+                                           {"00dc", test::StoredFrame("y"), false, 0}}));
+}
+
 TEST_F(RepairTest, TellsWhatItDid) {
   Make("all.avi");
   Damage("all.avi", "in.avi", 1, kFlags, 0);  // a key frame

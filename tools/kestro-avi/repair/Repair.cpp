@@ -162,6 +162,14 @@ void Repairer::Finish(Recorder& recorder, Salvage const& salvage, bool pushed) {
         kIo, _job.output + ": " +
                  (recorder.Errors().empty() ? "a packet was refused" : recorder.Errors().front()));
   for (std::string const& text : recorder.Warnings()) _report.warnings.push_back(text);
+  auto const warn = [this](base::uint64 count, std::string const& what) {
+    if (count != 0) _report.warnings.push_back(std::to_string(count) + " " + what);
+  };
+  warn(counts.trimmed.packets,
+       "packet(s) are stored without what stands in front of their parameter "
+       "sets or first slice, " +
+           std::to_string(counts.trimmed.bytes) + " bytes");
+  warn(counts.empty, "empty packet(s) get no index entries: what follows comes earlier");
 }
 
 }  // namespace

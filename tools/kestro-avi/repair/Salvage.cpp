@@ -158,6 +158,8 @@ int64 Salvage::Find(int64 from, int64 limit) {
     auto const want = static_cast<unsigned>(std::min<int64>(sizeof block, limit - from));
     int64 const n = _file.Read(from, block, want);
     for (int64 i = 0; i + kCode <= n; ++i) {
+      unsigned char const c = block[i];  // most bytes begin no code
+      if (c > '9' ? c != 'i' && c != 'R' : c < '0') continue;
       unsigned const id = block[i] | block[i + 1] << 8 | block[i + 2] << 16 |
                           static_cast<unsigned>(block[i + 3]) << 24;
       if (!Known(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
@@ -181,11 +183,35 @@ void Salvage::Take(Chunk const& chunk, IndexEntry const* entry) {
     Lose(chunk.id, chunk.size);
     return;
   }
+  CountChanges(_tracks[track], entry != nullptr);
   bool const key = IsKey(track, entry);
   ++(entry != nullptr ? _counts.indexed : _counts.found);
   ++_counts.kept[track].packets;
   _counts.kept[track].bytes += size;
   _stopped = !_sink(track, _data, key);
+}
+
+// Whether a packet may begin with such a unit, by the first byte behind its start code.
+static bool Begins(bool hevc, unsigned byte) {
+  if (!hevc) return (byte & 0x1B) == 1 || (byte & 0x1F) == 7;
+  unsigned const type = byte >> 1 & 0x3F;
+  return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
+}
+
+// What will not be in the output as it is here. Packets of this system's files were trimmed.
+void Salvage::CountChanges(AviTrack const& track, bool indexed) {
+  _counts.empty += track.type == "video" && _data.empty() && indexed;
+  if (track.codec != "h264" && track.codec != "hevc") return;
+  static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
+  auto at = _data.begin();
+  do {
+    at = std::search(at, _data.end(), std::begin(kStart), std::end(kStart));
+    if (_data.end() - at < 6) return;
+    at += 4;
+  } while (!Begins(track.codec == "hevc", *at));
+  auto const front = at - _data.begin() - 4;
+  _counts.trimmed.packets += front != 0;
+  _counts.trimmed.bytes += static_cast<base::uint64>(front);
 }
 
 // Whether the data is what it should be. Where sectors are lost, zeros are read.

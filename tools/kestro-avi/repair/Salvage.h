@@ -29,6 +29,8 @@ struct SalvageCounts {
   base::uint64 found = 0;           // ... and those without an entry
   base::uint64 misled = 0;          // entries that lead to no chunk
   base::uint64 corrected = 0;       // key flags that the data contradicts
+  base::uint64 empty = 0;           // video packets without data that the index names
+  Counted trimmed;                  // packets whose front the muxer does not store
   std::vector<Hole> holes;          // bytes that are no chunk: the first of them,
   Counted skipped;                  // ... and all
 };
@@ -68,6 +70,7 @@ class Salvage {
   int64 Find(int64 from, int64 limit);
   void Take(Chunk const& chunk, IndexEntry const* entry);
   bool Whole(Chunk const& chunk);
+  void CountChanges(AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, IndexEntry const* entry);
   void Lose(unsigned id, int64 bytes);
   void LoseMissing(int64 begin, int64 end);
