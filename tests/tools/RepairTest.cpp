@@ -200,6 +200,10 @@ TEST_F(RepairTest, LostSectorsCostOnlyWhatTheyHeld) {
         ASSERT_NE(next, out.end()) << stored.id << " at " << stored.offset;
       }
       EXPECT_GE(out.size() + hit, all.size());
+      for (Stored const& packet : out) {  // zeros are sound
+        bool const whole = std::find(all.begin(), all.end(), packet) != all.end();
+        EXPECT_TRUE(whole || packet.id[2] == 'w' || at % 1024 >= 512) << packet.id;
+      }
       EXPECT_EQ(report.kept.packets, out.size());
       if (indexed) {
         EXPECT_EQ(report.kept.packets + report.lost.packets, all.size());
@@ -208,6 +212,37 @@ TEST_F(RepairTest, LostSectorsCostOnlyWhatTheyHeld) {
         EXPECT_EQ(report.Complete(), out.size() == all.size());
       }
     }
+}
+
+// A chunk's header that is gone, or tells a wrong size, costs that packet at most; not even that
+// where the index tells the size.
+TEST_F(RepairTest, DamagedHeadersCostOnePacket) {
+  Make("all.avi");
+  std::string const bytes = FileText(At("all.avi"));
+  Write("in.avi", bytes);
+  Mend();
+  std::vector<Stored> const all = Mended();
+  for (bool indexed : {true, false})
+    for (char const* header : {"........", "....\xFF\xFF\xFF\x01", "....\x04???"})
+      for (Stored const& stored : all) {
+        SCOPED_TRACE(testing::Message()
+                     << stored.id << " at " << stored.offset << indexed << header);
+        if (header[4] == 4 && stored.payload.size() < 4) continue;  // reaches into the next one
+        std::string damaged = bytes.substr(0, indexed ? bytes.size() : bytes.rfind("idx1"));
+        for (std::size_t i = 0; i < 8; ++i)
+          if (header[i] != '.' || header[4] == '.')
+            damaged[stored.offset + i] = header[i] == '?' ? '\0' : header[i];
+        Write("in.avi", damaged);
+        Mend();
+        std::vector<Stored> out = Mended(), others = all;
+        bool const told = indexed && stored.id[3] != 'x' && stored.id != "05dc";
+        if (!told) {
+          auto const number = &stored - all.data();
+          others.erase(others.begin() + number);
+          if (out.size() == all.size()) out.erase(out.begin() + number);
+        }
+        ASSERT_EQ(out, others);
+      }
 }
 
 TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {

@@ -81,11 +81,12 @@ void Salvage::Entry(IndexEntry const& entry) {
   }
 }
 
-// Whether only the header of a chunk is gone: the index tells what it said, and more follows.
+// Whether only the header of a chunk is gone or wrong: with what the index tells, more follows.
 bool Salvage::Headless(IndexEntry const& entry, Chunk& chunk) {
+  int64 const size = _file.Size();
   Chunk there;
   if (entry.offset != _position || !Known(entry.id) ||
-      Look(_position, _file.Size(), there) == Sight::kData)
+      (Look(_position, size, there) == Sight::kData && Follows(_file.Next(there), size)))
     return false;
   std::string const& codec = _tracks[static_cast<std::size_t>(TrackOfCode(entry.id))].codec;
   chunk = {entry.id, 0, entry.offset, entry.size, entry.offset + 8 + entry.size, 0};
