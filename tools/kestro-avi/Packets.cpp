@@ -33,8 +33,8 @@ static Ref<IMedia> NewMedia(TrackInfo const& info) {
     case TrackInfo::kSound:
       media->Set("rate", info.rate);
       media->Set("channel", info.channels);
-      media->Set("width", 2);
-      media->Set("depth", 16);
+      media->Set("width", info.bits / 8);
+      media->Set("depth", info.bits);
       media->Set("samples", info.samples);
       break;
     case TrackInfo::kText:

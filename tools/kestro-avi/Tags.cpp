@@ -1,5 +1,6 @@
 #include "Tags.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -40,34 +41,43 @@ void Tags::Set(char const* name, T value) {
     throw Error(kIo, std::string("the plug-in's tag set refuses ") + name);
 }
 
-Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
-    : _strdBuf(tracks), _strnBuf(tracks), _strdSize(tracks), _strnSize(tracks) {
+Tags::OfTracks Tags::ByTrack(std::vector<std::vector<char>> data, std::size_t tracks) {
+  OfTracks all{std::move(data), std::vector<void*>(tracks), std::vector<unsigned>(tracks)};
+  all.data.resize(tracks);
+  for (std::size_t i = 0; i < tracks; ++i) {
+    if (all.data[i].empty()) continue;
+    all.data[i] = Padded(std::move(all.data[i]));
+    all.buf[i] = all.data[i].data();
+    all.size[i] = static_cast<unsigned>(all.data[i].size());
+  }
+  return all;
+}
+
+Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video) {
   base::object* made = base::Object::New("AviVideoTags");
   _tags.reset(dynamic_cast<base::Object*>(made));
   if (!_tags) {
     delete made;
     throw Error(kIo, "the plug-in has no tag set");
   }
-  auto track = [video](std::vector<char>& data, std::vector<void*>& buf,
-                       std::vector<unsigned>& size) {
-    if (data.empty()) return;
-    buf.at(video) = data.data();
-    size.at(video) = static_cast<unsigned>(data.size());
-  };
-  if (!options.strdFile.empty()) _strd = Padded(ReadFile(options.strdFile));
-  _strn = Padded(options.strn);
+  auto strd = options.strdOf, strn = options.strnOf;
+  strd.resize(tracks);
+  strn.resize(tracks);
+  if (!options.strdFile.empty()) strd.at(video) = ReadFile(options.strdFile);
+  if (!options.strn.empty()) strn.at(video).assign(options.strn.begin(), options.strn.end());
+  _strd = ByTrack(std::move(strd), tracks);
+  _strn = ByTrack(std::move(strn), tracks);
   _isft = Padded(options.isft);
-  track(_strd, _strdBuf, _strdSize);
-  track(_strn, _strnBuf, _strnSize);
-  Set("strdbuf", _strdBuf.data());
-  Set("strdsize", _strdSize.data());
-  Set("strnbuf", _strnBuf.data());
-  Set("strnsize", _strnSize.data());
+  Set("strdbuf", _strd.buf.data());
+  Set("strdsize", _strd.size.data());
+  Set("strnbuf", _strn.buf.data());
+  Set("strnsize", _strn.size.data());
   if (!_isft.empty()) {
     Set("isftbuf", reinterpret_cast<unsigned char*>(_isft.data()));
     Set("isftsize", static_cast<unsigned>(_isft.size()));
   }
-  Junk(options.junk);
+  _junk = options.junkData;
+  Junk(std::max(options.junk, static_cast<unsigned>(_junk.size())));
 }
 
 void Tags::Junk(unsigned bytes) {
@@ -80,8 +90,9 @@ void Tags::IndexFirst() { Set("idx1_first", static_cast<unsigned char>(1)); }
 
 std::size_t Tags::Bytes() const {
   std::size_t bytes = _isft.empty() ? 0 : 12 + 8 + _isft.size();  // in a list
-  for (auto const* data : {&_strd, &_strn})
-    if (!data->empty()) bytes += 8 + data->size();
+  for (OfTracks const* all : {&_strd, &_strn})
+    for (auto const& data : all->data)
+      if (!data.empty()) bytes += 8 + data.size();
   return bytes;
 }
 

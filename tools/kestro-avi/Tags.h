@@ -12,6 +12,9 @@ namespace kestro::tool {
 struct TagOptions {
   std::string strdFile, strn, isft;  // empty for none
   unsigned junk = 0;                 // bytes
+  // Contents carried over from another recording, in place of those: strd and strn by track.
+  std::vector<std::vector<char>> strdOf, strnOf;
+  std::vector<char> junkData;
 
   bool NeedVideo() const { return !strdFile.empty() || !strn.empty(); }
 };
@@ -35,9 +38,16 @@ class Tags {
   void Set(char const* name, T value);
 
   std::unique_ptr<base::Object> _tags;
-  std::vector<char> _strd, _strn, _isft, _junk;
-  std::vector<void*> _strdBuf, _strnBuf;  // by track
-  std::vector<unsigned> _strdSize, _strnSize;
+  // By track: contents, and what the tag set takes.
+  struct OfTracks {
+    std::vector<std::vector<char>> data;
+    std::vector<void*> buf;
+    std::vector<unsigned> size;
+  };
+  static OfTracks ByTrack(std::vector<std::vector<char>> data, std::size_t tracks);
+
+  OfTracks _strd, _strn;
+  std::vector<char> _isft, _junk;
 };
 
 }  // namespace kestro::tool

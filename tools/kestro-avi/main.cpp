@@ -1,4 +1,4 @@
-// kestro-avi: records, describes and checks AVI files with the plug-in.
+// kestro-avi: records, describes, checks and repairs AVI files with the plug-in.
 
 #include <CLI/CLI.hpp>
 #include <exception>
@@ -10,6 +10,7 @@
 #include "PlayVerb.h"
 #include "PluginVerb.h"
 #include "RecordVerb.h"
+#include "RepairVerb.h"
 #include "VerifyVerb.h"
 #include "input/Libav.h"
 
@@ -17,7 +18,8 @@ using namespace kestro::tool;
 
 static int Run(int argc, char** argv) {
   CLI::App app(
-      "Records H.264 video and sound into AVI files, plays, extracts, describes and checks them.",
+      "Records video, sound and text into AVI files, plays, extracts, describes, checks and "
+      "repairs\nthem.",
       "kestro-avi");
   app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
   app.require_subcommand(1);
@@ -26,6 +28,7 @@ static int Run(int argc, char** argv) {
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi info out.avi\n"
       "  kestro-avi verify out.avi\n"
+      "  kestro-avi repair cut.avi -o whole.avi\n"
       "  kestro-avi play --mode fast out.avi\n"
       "  kestro-avi extract --track 0:video.h264 --track 1:sound.wav out.avi\n\n"
       "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
@@ -37,6 +40,7 @@ static int Run(int argc, char** argv) {
   ExtractVerb extract;
   InfoVerb info;
   VerifyVerb verify;
+  RepairVerb repair;
   PluginVerb plugin;
   CLI::App* recordApp = app.add_subcommand("record", "Record inputs into an AVI file");
   CLI::App* playApp = app.add_subcommand("play", "Play an AVI file and list its packets");
@@ -44,20 +48,24 @@ static int Run(int argc, char** argv) {
       app.add_subcommand("extract", "Write tracks of an AVI file to other files");
   CLI::App* infoApp = app.add_subcommand("info", "Describe AVI files");
   CLI::App* verifyApp = app.add_subcommand("verify", "Check AVI files");
+  CLI::App* repairApp =
+      app.add_subcommand("repair", "Make a playable file of a recording that was cut off");
   CLI::App* pluginApp = app.add_subcommand("plugin", "List the plug-in's classes and properties");
   record.AddTo(*recordApp);
   play.AddTo(*playApp);
   extract.AddTo(*extractApp);
   info.AddTo(*infoApp);
   verify.AddTo(*verifyApp);
+  repair.AddTo(*repairApp);
   plugin.AddTo(*pluginApp);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    Report(app.get_subcommands().empty()
-               ? "a verb is wanted: record, play, extract, info, verify or plugin (see --help)"
-               : error.what());
+    Report(
+        app.get_subcommands().empty()
+            ? "a verb is wanted: record, play, extract, info, verify, repair or plugin (see --help)"
+            : error.what());
     return kUsage;
   }
   if (*recordApp) return record.Run();
@@ -65,6 +73,7 @@ static int Run(int argc, char** argv) {
   if (*extractApp) return extract.Run();
   if (*infoApp) return info.Run();
   if (*verifyApp) return verify.Run();
+  if (*repairApp) return repair.Run();
   return plugin.Run();
 }
 

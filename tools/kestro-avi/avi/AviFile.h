@@ -31,6 +31,16 @@ struct IndexEntry {
   unsigned size = 0;  // see AviFile::DataSize
   int64 place = 0;    // of the entry itself
 };
+using EntrySink = std::function<void(IndexEntry const&)>;
+
+// The entries of an index chunk in their order, `base` added to their offsets. Those that name no
+// track data are left out, unless all are wanted.
+void ReadEntries(RiffReader& reader, Chunk const& index, int64 base, EntrySink const& sink,
+                 bool all = false);
+
+// Whether an entry tells the size of its chunk. The index of this system's text and motion JPEG
+// counts the pad, and for JPEG the chunk's header.
+bool SizeAgrees(AviTrack const& track, IndexEntry const& entry, Chunk const& chunk);
 
 class AviFile {
  public:
@@ -59,7 +69,7 @@ class AviFile {
 
   // The index in its order, offsets counted from the beginning of the file whatever the file's
   // count from. Entries that name no track data are left out, unless all are wanted.
-  void ForEachEntry(std::function<void(IndexEntry const&)> const& sink, bool all = false);
+  void ForEachEntry(EntrySink const& sink, bool all = false);
   // The bytes of an entry's payload. The index of this system's text and motion JPEG counts the
   // pad, and for JPEG the chunk's header: for these the chunk tells, when the entry agrees with it.
   unsigned DataSize(IndexEntry const& entry);

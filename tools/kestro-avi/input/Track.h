@@ -16,7 +16,8 @@ struct TrackInfo {
   char const* codec = "";      // as media are named
   int width = 0, height = 0;   // video
   base::Fraction frameRate;    // video; text: of the video that it lies beside
-  int rate = 0, channels = 0;  // sound, 16 bits
+  int rate = 0, channels = 0;  // sound
+  int bits = 16;               // of a sample
   int samples = 0;             // sound: per packet and channel
   // Readers give the track no number: one in front would shift the numbers of those behind it.
   bool unnumbered = false;

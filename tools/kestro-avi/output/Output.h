@@ -13,9 +13,10 @@ namespace kestro::tool {
 // name is touched. The errors thrown name the file.
 class NewFile {
  public:
-  explicit NewFile(std::string const& path) : _path(path), _temporary(path + ".part") {}
+  explicit NewFile(std::string const& path) : _path(path), _temporary(TemporaryOf(path)) {}
   ~NewFile();
 
+  static std::string TemporaryOf(std::string const& path) { return path + ".part"; }
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }
   // Returns its size, for people.

@@ -108,7 +108,7 @@ void DataCheck::Entry(IndexEntry entry) {
                   std::to_string(_movi.Data()) + " to " + std::to_string(_movi.end), entry.offset);
     return;
   }
-  if (!Fits(entry, chunk, *stream)) Resized(entry, chunk);
+  if (!SizeAgrees(*stream->track, entry, chunk)) Resized(entry, chunk);
   if (inside(_movi) && !Cover(entry, chunk)) return;
   Key(entry, *stream);
 }
@@ -143,14 +143,6 @@ Stream* DataCheck::StreamOf(unsigned id, int64 offset) {
   if (told != nullptr && type != told)
     _findings.Add(found::kEntryTrack, offset, type, CodeText(id));
   return &_streams[number];
-}
-
-// Entries of JPEG pictures count the chunk's header and pad, those of text its pad.
-bool DataCheck::Fits(IndexEntry const& entry, Chunk const& chunk, Stream const& stream) const {
-  int64 const more = int64{entry.size} - chunk.size, pad = chunk.size % 2;
-  if (more == 0) return true;
-  if (stream.track->type == "text") return more == pad;
-  return stream.track->codec == "mjpeg" && (more == 8 || more == 8 + pad);
 }
 
 // The chunk and its entry differ in size: what follows tells which of them is right.

@@ -21,7 +21,6 @@ class DataCheck {
   bool Known(IndexEntry const& entry);
   Stream* StreamOf(unsigned id, int64 offset);
   void Resized(IndexEntry const& entry, Chunk& chunk);
-  bool Fits(IndexEntry const& entry, Chunk const& chunk, Stream const& stream) const;
   void Key(IndexEntry const& entry, Stream& stream);
 
   // The data of the first movi list, which is what an index covers.

@@ -1,0 +1,22 @@
+#include "repair/FoundTrack.h"
+
+namespace kestro::tool {
+
+std::int64_t FoundTrack::Time_ns() const {
+  bool const sound = _info.kind == TrackInfo::kSound;
+  base::Fraction const rate = sound ? base::Fraction(_info.rate, 1) : _info.frameRate;
+  return rate.Positive() ? FrameTime_ns(rate, _position) : 0;
+}
+
+void FoundTrack::Put(Bytes data, bool key) {
+  bool const sound = _info.kind == TrackInfo::kSound;
+  _packet.time_ns = Time_ns();
+  _position +=
+      sound ? static_cast<std::int64_t>(data.size()) / (_info.channels * _info.bits / 8) : 1;
+  _packet.duration_ns = Time_ns() - _packet.time_ns;
+  _packet.data = std::move(data);
+  _packet.key = key;
+  _ready = true;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,100 @@
+#include "repair/Head.h"
+
+#include <algorithm>
+
+#include "Errors.h"
+#include "verify/Streams.h"
+
+namespace kestro::tool {
+
+using base::Convert4;
+
+static constexpr int64 kMaxTag = 64 << 20;
+
+static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
+  if (chunk.Cut() || chunk.size > kMaxTag) return {};
+  std::vector<char> data(static_cast<std::size_t>(chunk.size));
+  data.resize(avi.Reader().Read(chunk.Payload(), data.data(), static_cast<unsigned>(data.size())));
+  return data;
+}
+
+// The stream header holds the whole part of a frame rate only, the main header the time of a frame.
+static base::Fraction FrameRate(AviTrack const& track, unsigned time_us) {
+  if (track.scale == 0) return {};
+  if (time_us != 0 && 1000000 / time_us == track.rate / track.scale) return {1000000, time_us};
+  return {track.rate, track.scale};
+}
+
+// False for a track that the plug-in cannot record.
+static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
+  struct Codec {
+    char const *codec, *recorded;
+    TrackInfo::Kind kind;
+  };
+  static constexpr Codec kCodecs[] = {{"h264", "h264", TrackInfo::kVideo},
+                                      {"hevc", "hevc", TrackInfo::kVideo},
+                                      {"mjpeg", "mjpg", TrackInfo::kVideo},
+                                      {"pcm", "pcm", TrackInfo::kSound},
+                                      {"text", "txt", TrackInfo::kText}};
+  auto const* const found = std::find_if(std::begin(kCodecs), std::end(kCodecs),
+                                         [&](Codec const& c) { return track.codec == c.codec; });
+  if (found == std::end(kCodecs)) return false;
+  info.codec = found->recorded;
+  info.kind = found->kind;
+  info.unnumbered = track.codec == "mjpeg" || track.codec == "text";
+  info.width = static_cast<int>(track.width);
+  info.height = static_cast<int>(track.height);
+  info.rate = static_cast<int>(track.sampleRate);
+  info.channels = static_cast<int>(track.channels);
+  info.bits = static_cast<int>(track.bits);
+  if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
+  return info.kind != TrackInfo::kSound ||
+         (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0);
+}
+
+static void CarryTags(AviFile& avi, Head& head) {
+  auto of = [&head](std::vector<std::vector<char>>& list, int track) -> std::vector<char>& {
+    list.resize(head.recorded.size());
+    return list.at(static_cast<std::size_t>(track));
+  };
+  int lists = 0;
+  for (Chunk const& chunk : avi.Tree()) {
+    if (chunk.type == Convert4("movi")) return;
+    lists += chunk.type == Convert4("strl");
+    bool const listed = lists > 0 && static_cast<std::size_t>(lists) <= head.numbers.size();
+    int const track = listed ? head.numbers[static_cast<std::size_t>(lists) - 1] : -1;
+    if (track >= 0 && chunk.id == Convert4("strd"))
+      of(head.tags.strdOf, track) = Content(avi, chunk);
+    if (track >= 0 && chunk.id == Convert4("strn"))
+      of(head.tags.strnOf, track) = Content(avi, chunk);
+    if (chunk.id == Convert4("isft") || chunk.id == Convert4("ISFT")) {
+      auto const text = Content(avi, chunk);
+      head.tags.isft.assign(text.begin(), text.end());
+    }
+    if (chunk.id == Convert4("JUNK") && chunk.depth == 1 && head.tags.junkData.empty())
+      head.tags.junkData = Content(avi, chunk);
+  }
+}
+
+Head ReadHead(AviFile& avi, std::string const& path) {
+  Head head;
+  head.tracks = avi.Tracks();
+  unsigned time_us = 0;
+  for (Chunk const& chunk : avi.Tree()) {
+    if (chunk.id == Convert4("avih")) time_us = Field32(avi.Reader(), chunk, 0);
+    if (chunk.type == Convert4("movi") && head.data == 0) head.data = chunk.Data();
+  }
+  if (head.data == 0) throw Error(kUnusable, path + ": no movi list: it ends within its head");
+  for (std::size_t i = 0; i < head.tracks.size(); ++i) {
+    TrackInfo info;
+    info.name = path + ", track " + std::to_string(i);
+    bool const good = Describe(head.tracks[i], time_us, info);
+    head.numbers.push_back(good ? static_cast<int>(head.recorded.size()) : -1);
+    if (good) head.recorded.push_back(info);
+  }
+  if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
+  CarryTags(avi, head);
+  return head;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,24 @@
+// What the head of a recording tells to make it again.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Tags.h"
+#include "avi/AviFile.h"
+#include "input/Track.h"
+
+namespace kestro::tool {
+
+struct Head {
+  std::vector<AviTrack> tracks;  // as they stand there
+  std::vector<int> numbers;      // ... and are recorded, -1 for those that cannot be
+  std::vector<TrackInfo> recorded;
+  TagOptions tags;
+  int64 data = 0;  // where the first chunk of movi stands
+};
+
+// `path` is for messages. Throws Error where there is no movi list, or no track can be recorded.
+Head ReadHead(AviFile& avi, std::string const& path);
+
+}  // namespace kestro::tool

@@ -1,0 +1,197 @@
+#include "repair/Repair.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+#include "Errors.h"
+#include "Interrupt.h"
+#include "Recorder.h"
+#include "output/Output.h"
+#include "repair/FoundTrack.h"
+#include "repair/Image.h"
+
+namespace kestro::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Before a temporary file of the output's is made, or removed.
+void CheckPaths(RepairJob const& job) {
+  std::error_code none;
+  for (std::string const& read : {job.input, job.image, job.input + ".sync"})
+    for (std::string const& written : {job.output, NewFile::TemporaryOf(job.output)})
+      if (!read.empty() && fs::equivalent(read, written, none))
+        throw Error(kUsage, job.output + ": " + read + " would be overwritten");
+  auto const status = fs::status(job.output, none);
+  if (!fs::exists(status)) return;
+  if (!fs::is_regular_file(status)) throw Error(kIo, job.output + ": is not a file");
+  if (!job.force) throw Error(kUsage, job.output + ": exists already (--force overwrites it)");
+}
+
+class Repairer {
+ public:
+  Repairer(RepairJob const& job, RepairReport& report) : _job(job), _report(report) {}
+
+  void Open();
+  void Copy(std::string const& output);
+
+ private:
+  void OpenImage(std::string const& why);
+  void ForEachEntry(EntrySink const& sink);
+  RecorderOptions Options() const;
+  void Finish(Recorder& recorder, Salvage const& salvage, bool pushed);
+
+  RepairJob const& _job;
+  RepairReport& _report;
+  std::unique_ptr<AviFile> _avi;  // null when its head is beyond use
+  std::unique_ptr<Image> _image;  // null when there is none
+  std::unique_ptr<RiffReader> _file;
+  Head _head;
+};
+
+void Repairer::Open() {
+  _file = std::make_unique<RiffReader>(_job.input);
+  std::string why;
+  try {
+    _avi = std::make_unique<AviFile>(_job.input);
+    _head = ReadHead(*_avi, _job.input);
+  } catch (Error const& error) {
+    if (error.Code() != kUnusable) throw;
+    why = error.what();
+    _avi.reset();
+  }
+  OpenImage(why);
+  if (!_avi && !_image) throw Error(kUnusable, why);
+  if (!_avi) {
+    _head = _image->Headers();
+    _report.headOfImage = true;
+    _report.notes.push_back(why + "; the head of " + _report.image + " is taken");
+  }
+  _report.tracks = _head.tracks;
+  for (int number : _head.numbers) _report.leftOut.push_back(number < 0);
+  _report.source = _image                    ? RepairReport::Source::kImage
+                   : _avi && _avi->Indexed() ? RepairReport::Source::kIndex
+                                             : RepairReport::Source::kNothing;
+}
+
+// `why`: what is wrong with the recording's own head.
+void Repairer::OpenImage(std::string const& why) {
+  bool const asked = !_job.image.empty();
+  std::string const path = asked ? _job.image : _job.input + ".sync";
+  std::error_code none;
+  if (!asked && ((_avi && _avi->Indexed()) || !fs::exists(path, none))) return;
+  std::string mismatch;
+  try {
+    _image = std::make_unique<Image>(path);
+    mismatch = _image->Mismatch(*_file, _avi ? &_head : nullptr);
+    if (!mismatch.empty())
+      mismatch = path + ": not the side file of " + _job.input + ": " + mismatch;
+  } catch (Error const& error) {
+    if (asked) throw;
+    mismatch = error.what();
+  }
+  if (mismatch.empty()) {
+    _report.image = path;
+    return;
+  }
+  if (asked) throw Error(kUnusable, mismatch + (why.empty() ? "" : "; " + why));
+  _image.reset();
+  _report.warnings.push_back(mismatch + "; it is not used");
+}
+
+void Repairer::ForEachEntry(EntrySink const& sink) {
+  if (_image)
+    _image->ForEachEntry(sink);
+  else if (_avi)
+    _avi->ForEachEntry(sink);
+}
+
+RecorderOptions Repairer::Options() const {
+  RecorderOptions options;
+  options.tags = _head.tags;
+  // Of the tracks that share one: motion JPEG has its own.
+  for (TrackInfo const& info : _head.recorded) {
+    if (info.kind != TrackInfo::kVideo || info.unnumbered) continue;
+    options.properties.emplace_back("constFrameRate", info.frameRate.Text());
+    break;
+  }
+  return options;
+}
+
+void Repairer::Copy(std::string const& output) {
+  std::vector<FoundTrack> tracks(_head.recorded.begin(), _head.recorded.end());
+  std::vector<Track*> pointers;
+  for (FoundTrack& track : tracks) pointers.push_back(&track);
+  Packets const packets(pointers);
+  Recorder recorder(Options(), fs::absolute(output), pointers, packets);
+  bool pushed = true;
+  Salvage salvage(*_file, _head.data, _head.tracks, [&](std::size_t from, Bytes& data, bool key) {
+    int const number = _head.numbers[from];
+    if (number >= 0) {
+      FoundTrack& track = tracks[static_cast<std::size_t>(number)];
+      track.Put(std::move(data), key);
+      TimedPacket packet = track.Pop();
+      auto const own = packets.New(static_cast<std::size_t>(number), packet);
+      pushed = recorder.Push(static_cast<std::size_t>(number), *own);
+      data = std::move(packet.data);
+    }
+    return pushed && !Interrupted();
+  });
+  ForEachEntry([&salvage](IndexEntry const& entry) { salvage.Entry(entry); });
+  salvage.Rest();
+  _report.interrupted = Interrupted();
+  if (!_report.interrupted) Finish(recorder, salvage, pushed);
+}
+
+void Repairer::Finish(Recorder& recorder, Salvage const& salvage, bool pushed) {
+  SalvageCounts& counts = _report.counts = salvage.Counts();
+  for (std::size_t i = 0; i < _head.numbers.size(); ++i) {
+    if (_head.numbers[i] < 0) {
+      counts.lost[i].packets += std::exchange(counts.kept[i].packets, 0);
+      counts.lost[i].bytes += std::exchange(counts.kept[i].bytes, 0);
+    }
+    _report.kept += counts.kept[i];
+    _report.lost += counts.lost[i];
+  }
+  _report.lost += counts.unknown;
+  if (_report.kept.packets == 0 && pushed)
+    throw Error(kUnusable, _job.input + ": there is no whole packet behind its head");
+  bool const closed = recorder.Close();
+  // The recorder names the file as it is called until it is finished.
+  auto const named = [&](std::string const& text) {
+    return _job.output +
+           text.substr(text.rfind(recorder.Path(), 0) == 0 ? recorder.Path().size() : 0);
+  };
+  if (!pushed || !closed)
+    throw Error(kIo, recorder.Errors().empty() ? _job.output + ": a packet was refused"
+                                               : named(recorder.Errors().front()));
+  for (std::string const& text : recorder.Warnings()) _report.warnings.push_back(named(text));
+  auto const warn = [this](base::uint64 count, std::string const& what) {
+    if (count != 0) _report.warnings.push_back(std::to_string(count) + " " + what);
+  };
+  warn(counts.trimmed.packets,
+       "packet(s) are stored without what stands in front of their parameter "
+       "sets or first slice, " +
+           std::to_string(counts.trimmed.bytes) + " bytes");
+  warn(counts.empty, "empty packet(s) get no index entries: what follows comes earlier");
+}
+
+}  // namespace
+
+RepairReport Repair(RepairJob const& job) {
+  RepairReport report;
+  CheckPaths(job);
+  NewFile made(job.output);
+  Repairer repairer(job, report);
+  repairer.Open();
+  repairer.Copy(made.Temporary());
+  if (report.interrupted) return report;
+  made.Keep();
+  std::error_code none;
+  report.size = fs::file_size(job.output, none);
+  return report;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,36 @@
+// Makes an ordinary file of a recording that was cut off or damaged.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "repair/Salvage.h"
+
+namespace kestro::tool {
+
+struct RepairJob {
+  std::string input, output;
+  std::string image;   // the side file; empty: INPUT.sync, where that fits
+  bool force = false;  // overwrites the output
+};
+
+struct RepairReport {
+  enum class Source { kNothing, kIndex, kImage } source = Source::kNothing;
+  std::string image;  // where it was used
+  bool headOfImage = false;
+  std::vector<AviTrack> tracks;
+  std::vector<bool> leftOut;  // by track: it cannot be recorded
+  SalvageCounts counts;
+  Counted kept, lost;
+  std::vector<std::string> notes, warnings;
+  base::uint64 size = 0;  // of the output
+  bool interrupted = false;
+
+  bool Complete() const { return lost.packets == 0 && counts.skipped.bytes == 0; }
+};
+
+// The input is only read; the output takes its name when it is finished. The plug-in must be
+// loaded. Throws Error.
+RepairReport Repair(RepairJob const& job);
+
+}  // namespace kestro::tool

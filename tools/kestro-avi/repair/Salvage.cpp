@@ -1,0 +1,274 @@
+#include "repair/Salvage.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "verify/KeyFrame.h"
+
+namespace kestro::tool {
+
+using base::Convert4;
+
+static constexpr int64 kMaxPacket = 256 << 20;  // nothing larger is a packet
+static constexpr int64 kSector = 512;           // media lose whole ones
+static constexpr std::size_t kHoles = 20;
+static constexpr std::size_t kMostMissing = 1 << 16;
+
+Salvage::Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tracks, Sink sink)
+    : _file(file),
+      _tracks(tracks),
+      _sink(std::move(sink)),
+      _position(begin),
+      _openKeys(tracks.size()) {
+  _counts.kept.resize(tracks.size());
+  _counts.lost.resize(tracks.size());
+}
+
+static bool Fits(std::vector<AviTrack> const& tracks, unsigned id) {
+  if (!IsDataCode(id)) return false;
+  auto const number = static_cast<std::size_t>(TrackOfCode(id));
+  if (number >= tracks.size()) return false;
+  std::string const& type = tracks[number].type;
+  unsigned const letters = id >> 16;
+  auto const is = [letters](char const* code) {
+    return letters == static_cast<unsigned>(code[0] | code[1] << 8);
+  };
+  return type == "video" ? is("dc") || is("db") : type == "audio" ? is("wb") : is("tx");
+}
+
+bool Salvage::Known(unsigned id) const { return Fits(_tracks, id); }
+
+bool Salvage::Leads(RiffReader& file, std::vector<AviTrack> const& tracks, IndexEntry const& entry,
+                    Chunk& chunk) {
+  return Fits(tracks, entry.id) && file.Header(entry.offset, file.Size(), chunk) &&
+         chunk.id == entry.id && !chunk.Cut() && chunk.size <= kMaxPacket &&
+         SizeAgrees(tracks[static_cast<std::size_t>(TrackOfCode(entry.id))], entry, chunk);
+}
+
+// What stands at an offset.
+Salvage::Sight Salvage::Look(int64 at, int64 limit, Chunk& chunk) {
+  if (!_file.Header(at, limit, chunk)) return Sight::kNothing;
+  bool const cut = chunk.Cut() || chunk.size > kMaxPacket;
+  if (Known(chunk.id)) return cut ? Sight::kCut : Sight::kData;
+  if (chunk.type == Convert4("rec ") || chunk.type == Convert4("movi") ||
+      chunk.type == Convert4("AVIX"))
+    return Sight::kList;
+  if (chunk.id == Convert4("idx1")) return Sight::kOther;
+  bool const other = chunk.id == Convert4("JUNK") || chunk.type == Convert4("INFO") ||
+                     (chunk.id & 0xFFFF) == Convert4("ix") || IsDataCode(chunk.id);
+  return other && !chunk.Cut() ? Sight::kOther : Sight::kNothing;
+}
+
+bool Salvage::Follows(int64 at, int64 limit) {
+  Chunk chunk;
+  return at >= limit || Look(at, limit, chunk) != Sight::kNothing;
+}
+
+void Salvage::Entry(IndexEntry const& entry) {
+  if (_stopped) return;
+  Chunk chunk;
+  bool const leads = Leads(_file, _tracks, entry, chunk);
+  if (entry.offset < _position) {
+    _counts.misled += !leads;
+  } else if (leads || Headless(entry, chunk)) {
+    Scan(entry.offset);
+    if (!_stopped) Take(chunk, &entry);
+    _position = _file.Next(chunk);
+  } else if (Known(entry.id) && _missing.size() < kMostMissing) {
+    _missing.push_back(entry);
+  } else {
+    ++_counts.misled;
+  }
+}
+
+// Whether only the header of a chunk is gone or wrong: with what the index tells, more follows.
+bool Salvage::Headless(IndexEntry const& entry, Chunk& chunk) {
+  int64 const size = _file.Size();
+  Chunk there;
+  if (entry.offset != _position || !Known(entry.id) ||
+      (Look(_position, size, there) == Sight::kData && Follows(_file.Next(there), size)))
+    return false;
+  std::string const& codec = _tracks[static_cast<std::size_t>(TrackOfCode(entry.id))].codec;
+  chunk = {entry.id, 0, entry.offset, entry.size, entry.offset + 8 + entry.size, 0};
+  int64 const next = _file.Next(chunk);
+  return codec != "mjpeg" && codec != "text" && chunk.size <= kMaxPacket && next < _file.Size() &&
+         Follows(next, _file.Size());
+}
+
+void Salvage::Rest() {
+  int64 const end = _file.Size();
+  Scan(end);
+  if (!_stopped) LoseMissing(end - 7, INT64_MAX);  // promised, but beyond the end
+}
+
+// Everything from the position up to a limit.
+void Salvage::Scan(int64 limit) {
+  Chunk chunk;
+  while (_position < limit && !_stopped) {
+    switch (Look(_position, limit, chunk)) {
+      case Sight::kData:
+        Take(chunk, nullptr);
+        _position = _file.Next(chunk);
+        break;
+      case Sight::kList:
+        _position = chunk.Data();
+        break;
+      case Sight::kOther:
+        _indexSeen = _indexSeen || chunk.id == Convert4("idx1");
+        if (IsDataCode(chunk.id)) Lose(chunk.id, chunk.size);
+        _position = _file.Next(chunk);
+        break;
+      case Sight::kCut:
+        Skip(limit, &chunk);
+        break;
+      case Sight::kNothing:
+        Skip(limit, nullptr);
+        break;
+    }
+  }
+}
+
+// Whether the file ends with the first bytes of an index.
+bool Salvage::BeginsIndex(int64 at) {
+  unsigned char bytes[8];
+  unsigned const n = _file.Read(at, bytes, sizeof bytes);
+  return n < sizeof bytes && std::memcmp(bytes, "idx1", std::min(n, 4u)) == 0;
+}
+
+// Goes on where packets follow again. `cut`: the header of a packet that is not whole stands here.
+void Salvage::Skip(int64 limit, Chunk const* cut) {
+  int64 const from = _position;
+  _position = Find(from + (cut != nullptr ? 8 : 1), limit);
+  if (cut != nullptr) {
+    Lose(cut->id, _position - cut->Payload());
+    auto const same = [from](IndexEntry const& entry) { return entry.offset == from; };
+    _missing.erase(std::remove_if(_missing.begin(), _missing.end(), same), _missing.end());
+  }
+  LoseMissing(from, _position);
+  if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
+  _counts.skipped.packets += 1;
+  _counts.skipped.bytes += static_cast<base::uint64>(_position - from);
+  if (_counts.holes.size() < kHoles) _counts.holes.push_back({from, _position - from});
+}
+
+// The first packet with another behind it, or the limit.
+int64 Salvage::Find(int64 from, int64 limit) {
+  constexpr int64 kCode = 4;
+  unsigned char block[1 << 16];
+  while (limit - from >= 8) {
+    auto const want = static_cast<unsigned>(std::min<int64>(sizeof block, limit - from));
+    int64 const n = _file.Read(from, block, want);
+    for (int64 i = 0; i + kCode <= n; ++i) {
+      unsigned char const c = block[i];  // most bytes begin no code
+      if (c > '9' ? c != 'i' && c != 'R' : c < '0') continue;
+      unsigned const id = block[i] | block[i + 1] << 8 | block[i + 2] << 16 |
+                          static_cast<unsigned>(block[i + 3]) << 24;
+      if (!Known(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
+      Chunk chunk;
+      Sight const sight = Look(from + i, limit, chunk);
+      if (sight == Sight::kList ||
+          ((sight == Sight::kData || sight == Sight::kOther) && Follows(_file.Next(chunk), limit)))
+        return from + i;
+    }
+    // What cannot be read is passed over.
+    from += n < kCode ? kSector : n - (kCode - 1);
+  }
+  return limit;
+}
+
+void Salvage::Take(Chunk const& chunk, IndexEntry const* entry) {
+  auto const track = static_cast<std::size_t>(TrackOfCode(chunk.id));
+  auto const size = static_cast<unsigned>(chunk.size);
+  _data.resize(size);
+  if (_file.Read(chunk.Payload(), _data.data(), size) != size || !Whole(chunk)) {
+    Lose(chunk.id, chunk.size);
+    return;
+  }
+  CountChanges(_tracks[track], entry != nullptr);
+  bool const key = IsKey(track, entry);
+  ++(entry != nullptr ? _counts.indexed : _counts.found);
+  ++_counts.kept[track].packets;
+  _counts.kept[track].bytes += size;
+  _stopped = !_sink(track, _data, key);
+}
+
+// Whether a packet may begin with such a unit, by the first byte behind its start code.
+static bool Begins(bool hevc, unsigned byte) {
+  if (!hevc) return (byte & 0x1B) == 1 || (byte & 0x1F) == 7;
+  unsigned const type = byte >> 1 & 0x3F;
+  return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
+}
+
+// What will not be in the output as it is here. Packets of this system's files were trimmed.
+void Salvage::CountChanges(AviTrack const& track, bool indexed) {
+  _counts.empty += track.type == "video" && _data.empty() && indexed;
+  if (track.codec != "h264" && track.codec != "hevc") return;
+  static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
+  auto at = _data.begin();
+  do {
+    at = std::search(at, _data.end(), std::begin(kStart), std::end(kStart));
+    if (_data.end() - at < 6) return;
+    at += 4;
+  } while (!Begins(track.codec == "hevc", *at));
+  auto const front = at - _data.begin() - 4;
+  _counts.trimmed.packets += front != 0;
+  _counts.trimmed.bytes += static_cast<base::uint64>(front);
+}
+
+// Whether the data is what it should be. Where sectors are lost, zeros are read.
+bool Salvage::Whole(Chunk const& chunk) {
+  AviTrack const& track = _tracks[static_cast<std::size_t>(TrackOfCode(chunk.id))];
+  if (_data.empty() || track.type == "audio") return true;  // zeros are silence
+  auto const first = static_cast<std::size_t>(
+      std::find_if(_data.begin(), _data.end(), [](std::uint8_t b) { return b != 0; }) -
+      _data.begin());
+  if (first == _data.size()) return false;
+  if (track.codec == "mjpeg")
+    return first == 0 && _data.size() > 1 && _data[0] == 0xFF && _data[1] == 0xD8;
+  bool const started = first >= 2 && _data[first] == 1;
+  if ((track.codec == "h264" || track.codec == "hevc") && !started) return false;
+  // Zeros may stand at the end of a packet, but with lost sectors they begin where one does, and
+  // nothing follows.
+  auto const tail = static_cast<std::size_t>((chunk.Payload() + chunk.size) % kSector);
+  if (tail == 0 || tail >= _data.size()) return true;
+  bool const zeros = std::all_of(_data.end() - static_cast<std::ptrdiff_t>(tail), _data.end(),
+                                 [](std::uint8_t b) { return b == 0; });
+  int64 const next = _file.Next(chunk);
+  return !zeros || (next < _file.Size() && Follows(next, _file.Size()));
+}
+
+bool Salvage::IsKey(std::size_t track, IndexEntry const* entry) {
+  AviTrack const& info = _tracks[track];
+  if (info.type != "video") return false;
+  bool const marked = entry != nullptr && (entry->flags & IndexEntry::kKey) != 0;
+  bool key = info.codec == "mjpeg";
+  if (!key) {
+    Picture const picture = PictureKind(info.codec, _data.data(), _data.size());
+    if (picture == Picture::kOpen && entry != nullptr) _openKeys[track] = marked;
+    key = picture == Picture::kKey || (picture == Picture::kOpen && _openKeys[track]);
+  }
+  _counts.corrected += entry != nullptr && key != marked;
+  return key;
+}
+
+void Salvage::Lose(unsigned id, int64 bytes) {
+  Counted& lost =
+      Known(id) ? _counts.lost[static_cast<std::size_t>(TrackOfCode(id))] : _counts.unknown;
+  ++lost.packets;
+  lost.bytes += static_cast<base::uint64>(std::max<int64>(bytes, 0));
+}
+
+// Entries that lead between two offsets name packets that are gone; those in front were wrong.
+void Salvage::LoseMissing(int64 begin, int64 end) {
+  auto const settled = [&](IndexEntry const& entry) {
+    if (entry.offset >= end) return false;
+    if (entry.offset >= begin)
+      Lose(entry.id, entry.size);
+    else
+      ++_counts.misled;
+    return true;
+  };
+  _missing.erase(std::remove_if(_missing.begin(), _missing.end(), settled), _missing.end());
+}
+
+}  // namespace kestro::tool
