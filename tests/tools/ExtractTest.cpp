@@ -42,8 +42,11 @@ TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
     for (std::string sound : {"stereo48k", "mono8k"}) {
       SCOPED_TRACE(clip + " " + sound);
       std::string const inputs = "media/" + clip + ".h264 media/" + sound + ".wav";
-      ASSERT_EQ(Run("record --force -o a.avi " + inputs).code, 0);
-      ASSERT_EQ(Run("extract --force -o out a.avi").code, 0);
+      std::string data = FileText(At("media/make-media.sh"));
+      ASSERT_EQ(Run("record --force --strd media/make-media.sh -o a.avi " + inputs).code, 0);
+      ASSERT_EQ(Run("extract --force -o out --strd strd.bin a.avi").code, 0);
+      data.resize((data.size() + 3) / 4 * 4);
+      EXPECT_EQ(FileText(At("strd.bin")), data);
       EXPECT_EQ(FileText(At("out/a-0.h264")), Payload("a.avi", 0));
       EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At("media/" + sound + ".wav")));
       Result const both = Run("extract --force --track 0:b.mkv --track 1:b.mkv a.avi");
@@ -238,6 +241,8 @@ TEST_F(ExtractTest, ExitCodes) {
       {"a.avi --track 1:x.264", 2, "audio pcm"},
       {"a.avi --track 1:x.wav --track 0:x.wav", 2, "one track"},
       {"a.avi --track 1:old.wav", 2, "--force"},
+      {"a.avi --strd old.wav", 2, "--force"},
+      {"a.avi --strd strd.bin", 4, "no strd chunk"},
       {"a.avi --force --track 0:a.avi", 2, "is the input"},
       {"a.avi --force --track 1:media", 2, "file format"},
       {"a.avi --track 1:none/x.wav", 3, "none/x.wav: No such"},

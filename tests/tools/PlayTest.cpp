@@ -89,6 +89,7 @@ TEST_F(PlayTest, ListsWhatTheIndexSaysInEveryMode) {
     Lines const all = Expected("a.avi", {clip.frame_us, clip.sound_us});
     Lines keys = Only(all, IsKey);
     EXPECT_EQ(Play("a.avi"), all);
+    EXPECT_EQ(Play("--preload 64K a.avi"), all);
     EXPECT_EQ(Play("--mode video a.avi"), Only(all, IsVideo));
     keys.back().eos = true;
     EXPECT_EQ(Play("--mode fast a.avi"), keys);

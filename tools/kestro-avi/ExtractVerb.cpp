@@ -2,11 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 
 #include "Console.h"
 #include "Errors.h"
 #include "InfoVerb.h"
 #include "Interrupt.h"
+#include "Plugin.h"
 #include "output/ContainerFile.h"
 #include "output/NumberedFiles.h"
 #include "output/TextFile.h"
@@ -23,12 +25,15 @@ void ExtractVerb::AddTo(CLI::App& app) {
   app.add_option("-o,--output", _folder, "Write every track into this folder")
       ->type_name("DIR")
       ->excludes(track);
+  app.add_option("--strd", _streamData, "Write what the first video track's strd chunk holds")
+      ->type_name("FILE");
+  app.add_option("--plugin", _plugin, "The plug-in, or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
   app.footer(
       "Nothing is encoded. The ending of OUT decides: .h264 or .264, .h265 or .hevc, .mjpeg or\n"
       ".mjpg for a video stream, .wav for sound, .srt or .jsonl for text, a pattern such as\n"
       "shot-%04d.jpg for one file a picture (.txt: a text), anything else a container that\n"
-      "libavformat writes. Without --track and -o the tracks are listed.\n\n"
+      "libavformat writes. Without --track, -o and --strd the tracks are listed.\n\n"
       "Text and motion JPEG do not come through \"play\", as the demuxer makes no tracks of them:\n"
       "they are read from the chunks that the index names. A text carries no time: it gets that\n"
       "of the next frame of the first video track; without video, the rate of its own track\n"
@@ -128,8 +133,32 @@ int ExtractVerb::Copy(AviFile& avi, Targets const& targets) {
   return Interrupted() ? kInterrupted : Finish(targets, reader.Faults());
 }
 
+// As an application gets it, from the demuxer.
+void ExtractVerb::WriteStreamData() {
+  ReserveStandardOutput();
+  LoadAviPlugin(_plugin);
+  auto const demuxer = NewDemuxer("CusAviDemuxer");
+  demuxer->Set("path", std::filesystem::absolute(_file).string());
+  unsigned size = 0;
+  if (!demuxer->StatusChange(stream::IStatus::kOpen) || !demuxer->Get("strdsize", size) ||
+      size == 0)
+    throw Error(kUnusable, _file + ": no strd chunk with data in front of the tracks' data");
+  std::vector<std::uint8_t> data(size);
+  unsigned char* buffer = data.data();
+  if (!demuxer->Get("strddata", buffer))
+    throw Error(kIo, _file + ": its strd chunk cannot be read");
+  StreamFile file(_streamData);
+  file.Write(0, {data.data(), data.size(), 0});
+  Report(_streamData + ": " + file.Finish());
+}
+
 int ExtractVerb::Run() {
   AviFile avi(_file);
+  if (!_streamData.empty()) {
+    Targets(avi, _file).CheckPath(_streamData, _force);
+    WriteStreamData();
+    if (_wishes.empty() && _folder.empty()) return kOk;
+  }
   if (_wishes.empty() && _folder.empty()) {
     ListTracks(avi);
     return kOk;

@@ -26,10 +26,11 @@ class ExtractVerb {
   void OrderFrames(AviFile& avi, Targets const& targets);
   std::unique_ptr<Output> Open(AviFile const& avi, Targets const& targets,
                                Target const& target) const;
+  void WriteStreamData();
   int Copy(AviFile& avi, Targets const& targets);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
-  std::string _file, _folder;
+  std::string _file, _folder, _streamData, _plugin;
   std::vector<std::string> _wishes;
   bool _force = false;
 

@@ -37,6 +37,9 @@ void PlayVerb::AddTo(CLI::App& app) {
       ->check(CLI::Range(1u, 1u << 30));
   app.add_flag("--json", _json, "Write one JSON object a line");
   app.add_flag("--realtime", _realtime, "Pace by the packets' times");
+  app.add_option("--preload", _preload, "Read through a cache that keeps this much of the start")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false));
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
       "Times are seconds or [h:]m:s. At the end of the stream the next seek comes early.\n\n"
@@ -44,6 +47,7 @@ void PlayVerb::AddTo(CLI::App& app) {
       "  kestro-avi play out.avi\n"
       "  kestro-avi play --mode back --from 1:30 --to 1:00 out.avi\n"
       "  kestro-avi play --mode video --seek 10 --seek 5 --every 25 out.avi\n"
+      "  kestro-avi play --realtime --preload 8M /mnt/share/out.avi\n"
       "  kestro-avi play --json out.avi | jq 'select(.key) | .pts_ms'");
 }
 
@@ -210,7 +214,7 @@ std::string PlayVerb::Fault(AviFile& avi, Delivered const& packet) const {
   auto const track = static_cast<int>(_tracks[packet.output]);
   std::string const where = "packet " + std::to_string(packet.seq) + " of track " +
                             std::to_string(track) + ": the chunk at offset " + std::to_string(at);
-  if (packet.size == 0) return "";  // nothing was read
+  if (packet.size == 0 || packet.offset < 0) return "";  // not known where it was read
   if (!avi.Reader().Header(at, avi.Size(), chunk) || !IsDataCode(chunk.id) ||
       TrackOfCode(chunk.id) != track)
     return where + " is not one of this track";
@@ -264,7 +268,7 @@ int PlayVerb::Run() {
   CatchSignals();
   for (std::string const& note : avi.Notes()) Report("note: " + _file + ": " + note);
   ChooseTracks(avi);
-  Player player(_file, _tracks.size(), _video);
+  Player player(_file, _tracks.size(), _video, _preload);
   for (std::size_t i = 0; i < _tracks.size(); ++i)
     if (player.Media(i) == nullptr ||
         player.Media(i)->IsVideo() != (avi.Tracks()[_tracks[i]].type == "video"))

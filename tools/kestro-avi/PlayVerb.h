@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ class PlayVerb {
   std::vector<std::string> _seekTexts;
   unsigned _video = 0, _every = 1;
   bool _json = false, _realtime = false;
+  std::optional<int64> _preload;
 
   PlayMode _playMode = PlayMode::kNormal;
   int64 _from_ms = -1, _to_ms = -1;  // negative: not given

@@ -7,7 +7,7 @@
 
 #include "Errors.h"
 #include "Interrupt.h"
-#include "base/IClass.h"
+#include "Plugin.h"
 
 namespace kestro::tool {
 
@@ -22,13 +22,14 @@ unsigned Player::TracedIO::Read(void* data, unsigned size) {
   return IOFilter::Read(data, size);
 }
 
-Player::Player(std::string const& path, std::size_t outputs, unsigned video)
-    : ISink("Player"), _file(std::filesystem::absolute(path).c_str(), "rb"), _io(_file) {
+Player::Player(std::string const& path, std::size_t outputs, unsigned video,
+               std::optional<int64> preload)
+    : ISink("Player"),
+      _cached(preload.has_value()),
+      _file(std::filesystem::absolute(path).c_str(), "rb"),
+      _io(_file) {
   if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
-  base::AttrSet attrs;
-  attrs.Add("Register", "avi-demuxer");
-  _demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
-  if (!_demuxer || !_demuxer->Configure(attrs)) throw Error(kIo, "the plug-in has no demuxer");
+  _demuxer = NewDemuxer(_cached ? "CusAviDemuxer" : "avi-demuxer");
   _demuxer->OnMessage([this](stream::IElement&, char const* type, char const*) {
     if (std::strcmp(type, "eos") == 0) Happened(kEnd);
     if (std::strcmp(type, "error") == 0) Happened(kFailed);
@@ -36,11 +37,14 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video)
   });
   _demuxer->Set("io", static_cast<base::IO*>(&_io));
   if (video != 0) _demuxer->Set("plyVidCtrl", video);
+  if (_cached && !(_demuxer->Set("preloadsz", *preload) && _demuxer->Set("vlcPreload", true)))
+    throw Error(kIo, path + ": no cache can be made");
   for (std::size_t i = 0; i < outputs; ++i) {
     _inputs.push_back(AddInput());
     stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back());
   }
-  if (!_demuxer->StatusChange(IStatus::kOpen))
+  // The demuxer with a cache opens what it cannot play, too.
+  if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && Media(0) == nullptr))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
   ISink::StatusChange(IStatus::kRunning);
 }
@@ -65,7 +69,7 @@ bool Player::ReceivePacket(stream::Packet& packet, void* context) {
   _packet.size = packet.Size();
   _packet.key = packet.IsKey();
   _packet.eos = (packet.Flags() & stream::Packet::kEndOfStream) != 0;
-  _packet.offset = _io.At();
+  _packet.offset = _cached ? -1 : _io.At();
   _event = kPacket;
   _waiting = _held = true;
   _changed.notify_all();

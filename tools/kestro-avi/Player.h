@@ -1,9 +1,11 @@
 // The plug-in's demuxer at work: its packets, one at a time.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +24,7 @@ struct Delivered {
   int64 pts_ms = 0, duration_ms = 0;
   int size = 0;
   bool key = false, eos = false;
-  int64 offset = 0;  // of the data in the file
+  int64 offset = 0;  // of the data in the file; -1 where it came through a cache
 };
 
 // A pipeline of two, on the demuxer's thread: the demuxer, and a sink that holds each packet until
@@ -37,8 +39,10 @@ class Player : private stream::ISink {
   enum Event { kPacket, kEnd, kFailed, kInterrupted };
 
   // Opens the file. `outputs`: how many tracks are expected; `video`: the video track to play,
-  // counted among video tracks. Throws Error.
-  Player(std::string const& path, std::size_t outputs, unsigned video);
+  // counted among video tracks; `preload`: reads through a cache that keeps so many bytes of the
+  // file's start. Throws Error.
+  Player(std::string const& path, std::size_t outputs, unsigned video,
+         std::optional<int64> preload = {});
   ~Player() override;
 
   stream::IDemuxer& Demuxer() { return *_demuxer; }
@@ -52,7 +56,7 @@ class Player : private stream::ISink {
   int64 FailedAt() const { return _io.At(); }
 
  private:
-  // Knows where it was read last.
+  // Knows where it was read last. A cache reads on a thread of its own.
   class TracedIO : public base::IOFilter {
    public:
     explicit TracedIO(base::IO& io) : IOFilter("TracedIO", io) {}
@@ -61,12 +65,13 @@ class Player : private stream::ISink {
     int64 At() const { return _at; }
 
    private:
-    int64 _at = 0;
+    std::atomic<int64> _at{0};
   };
 
   bool ReceivePacket(stream::Packet& packet, void* context) override;
   void Happened(Event event);
 
+  bool const _cached;
   base::FileIO _file;
   TracedIO _io;
   std::unique_ptr<stream::IDemuxer> _demuxer;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Errors.h"
+#include "base/IClass.h"
 #include "base/Module.h"
 
 namespace kestro::tool {
@@ -35,6 +36,15 @@ std::string LoadAviPlugin(std::string const& path) {
     if (fs::exists(folder / place / kModule, none)) return Load(folder / place);
   throw Error(kIo,
               std::string(kModule) + " was not found; name it with --plugin or KESTRO_PLUGIN_PATH");
+}
+
+std::unique_ptr<stream::IDemuxer> NewDemuxer(char const* alias) {
+  base::AttrSet attrs;
+  attrs.Add("Register", alias);
+  std::unique_ptr<stream::IDemuxer> demuxer(base::IClass::New<stream::IDemuxer>(attrs));
+  if (demuxer == nullptr || !demuxer->Configure(attrs))
+    throw Error(kIo, std::string("the plug-in has no ") + alias);
+  return demuxer;
 }
 
 }  // namespace kestro::tool

@@ -1,7 +1,10 @@
 // Finding and loading the plug-in.
 #pragma once
 
+#include <memory>
 #include <string>
+
+#include "stream/IDemuxer.h"
 
 namespace kestro::tool {
 
@@ -10,5 +13,8 @@ namespace kestro::tool {
 // the build tree, in the installed plug-in folder. A place that was named is the only one tried.
 // Returns the path that was loaded; throws Error.
 std::string LoadAviPlugin(std::string const& path);
+
+// A demuxer of the loaded plug-in by its alias. Throws Error.
+std::unique_ptr<stream::IDemuxer> NewDemuxer(char const* alias);
 
 }  // namespace kestro::tool

@@ -28,6 +28,7 @@ class Targets {
   std::vector<std::string> All(std::string const& folder);
   // Refuses what cannot be written, and files that exist unless `force` is set.
   void Check(bool force) const;
+  void CheckPath(std::string const& path, bool force) const;
 
   std::vector<Target> const& List() const { return _list; }
   std::string TrackName(std::size_t track) const;  // for messages
@@ -37,7 +38,6 @@ class Targets {
  private:
   std::string Obstacle(std::size_t track) const;
   Target::Form FormOf(Target const& target) const;
-  void CheckPath(std::string const& path, bool force) const;
 
   AviFile const& _avi;
   std::string const& _file;
