@@ -34,7 +34,27 @@ class Collector : public benchmark::BenchmarkReporter {
   }
   std::string const& Error() const { return _error; }
 
+  void Add(std::string const& name, std::vector<Figure> const& figures) {
+    for (std::size_t i = 0; i < figures.size(); ++i) {
+      auto& all = _figures[name];
+      if (all.size() <= i) all.push_back({figures[i], {}});
+      all[i].second.push_back(figures[i].value);
+    }
+  }
+  // The medians of a contender.
+  std::vector<Figure> Figures(std::string const& name) const {
+    std::vector<Figure> medians;
+    auto const found = _figures.find(name);
+    if (found == _figures.end()) return medians;
+    for (auto [figure, values] : found->second) {
+      std::sort(values.begin(), values.end());
+      medians.push_back({figure.name, Quantile(values, 0.5), figure.unit});
+    }
+    return medians;
+  }
+
  private:
+  std::map<std::string, std::vector<std::pair<Figure, std::vector<double>>>> _figures;
   std::map<std::string, std::vector<double>> _seconds;
   std::string _error;
 };
@@ -43,8 +63,8 @@ std::string FullName(Case const& c, Contender const& contender) {
   return c.name + "/" + contender.name;
 }
 
-void Register(Case const& c, Contender const& contender) {
-  auto const once = [&contender](benchmark::State& state) {
+void Register(Case const& c, Contender const& contender, Collector& collector) {
+  auto const once = [&collector, &c, &contender](benchmark::State& state) {
     for (auto _ : state) {
       Stopwatch watch;
       try {
@@ -54,6 +74,7 @@ void Register(Case const& c, Contender const& contender) {
         break;
       }
       state.SetIterationTime(watch.Seconds());
+      collector.Add(FullName(c, contender), watch.Figures());
     }
   };
   auto* const entry = benchmark::RegisterBenchmark(FullName(c, contender).c_str(), once);
@@ -61,17 +82,31 @@ void Register(Case const& c, Contender const& contender) {
   if (c.repetitions > 0) entry->Repetitions(c.repetitions);
 }
 
-double Quantile(std::vector<double> const& sorted, double q) {
-  double const at = q * static_cast<double>(sorted.size() - 1);
-  auto const below = static_cast<std::size_t>(at);
-  auto const above = std::min(below + 1, sorted.size() - 1);
-  return sorted[below] + (at - static_cast<double>(below)) * (sorted[above] - sorted[below]);
+// Prints a line with what a contender has told besides, and adds it to the results of the case,
+// which stand at the end.
+void ReportFigures(Case const& c, std::vector<Figure> const& figures, bool ours,
+                   std::string const& contender, std::FILE* out, std::vector<Result>& results) {
+  if (figures.empty()) return;
+  std::fprintf(out, "%-33s", "");
+  for (std::size_t i = 0; i < figures.size(); ++i) {
+    auto const& [name, value, unit] = figures[i];
+    std::fprintf(out, "%s%s %.*f %s", i > 0 ? ", " : "", name.c_str(), value < 100 ? 2 : 0, value,
+                 unit.c_str());
+    if (ours) {
+      results.push_back({c.name + "/" + name, value, unit, {}});
+    } else if (value > 0) {
+      Result& result = results[results.size() - figures.size() + i];
+      result.ratios[contender] = result.value / value;
+    }
+  }
+  std::fprintf(out, "\n");
 }
 
 // Prints the rows of a case and adds its result.
 void Report(Case const& c, Collector const& collector, std::FILE* out,
             std::vector<Result>& results) {
   double ours = 0;
+  std::size_t const place = results.size();
   for (Contender const& contender : c.contenders) {
     auto const seconds = collector.Seconds(FullName(c, contender));
     if (seconds.empty()) continue;
@@ -85,14 +120,38 @@ void Report(Case const& c, Collector const& collector, std::FILE* out,
       ours = median;
       results.push_back({c.name, median * c.scale, c.unit, {}});
     } else if (ours > 0) {
-      results.back().ratios[contender.name] = ours / median;
+      results[place].ratios[contender.name] = ours / median;
       std::fprintf(out, " %10.3f", ours / median);
     }
     std::fprintf(out, "\n");
+    ReportFigures(c, collector.Figures(FullName(c, contender)), first, contender.name, out,
+                  results);
   }
 }
 
 }  // namespace
+
+double Quantile(std::vector<double> const& sorted, double q) {
+  double const at = q * static_cast<double>(sorted.size() - 1);
+  auto const below = static_cast<std::size_t>(at);
+  auto const above = std::min(below + 1, sorted.size() - 1);
+  return sorted[below] + (at - static_cast<double>(below)) * (sorted[above] - sorted[below]);
+}
+
+double Laps::Quantile(double q) {
+  std::sort(_seconds.begin(), _seconds.end());
+  return bench::Quantile(_seconds, q);
+}
+
+std::int64_t Laps::Above(double seconds) const {
+  return std::count_if(_seconds.begin(), _seconds.end(), [=](double lap) { return lap > seconds; });
+}
+
+void Laps::Tell(Stopwatch& watch) {
+  for (auto const& [name, q] :
+       {std::pair{"p50", 0.5}, {"p99", 0.99}, {"p999", 0.999}, {"max", 1.0}})
+    watch.Tell({name, Quantile(q) * 1e6, "us"});
+}
 
 double Stopwatch::Now() const {
   timespec now;
@@ -101,9 +160,9 @@ double Stopwatch::Now() const {
 }
 
 std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out) {
-  for (Case const& c : cases)
-    for (Contender const& contender : c.contenders) Register(c, contender);
   Collector collector;
+  for (Case const& c : cases)
+    for (Contender const& contender : c.contenders) Register(c, contender, collector);
   benchmark::RunSpecifiedBenchmarks(&collector);
   if (!collector.Error().empty()) throw std::runtime_error(collector.Error());
 

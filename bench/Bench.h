@@ -7,6 +7,7 @@
 //   WriteJson("results.json", results);
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -17,6 +18,13 @@
 
 namespace kestro::bench {
 
+// A further figure of a run, beside its time: a result "case/name" of its own.
+struct Figure {
+  std::string name;
+  double value;
+  std::string unit;
+};
+
 // Collects the CPU time, of user and kernel, that the process spends between Start and Stop; after
 // Wall, the time that passes.
 class Stopwatch {
@@ -25,11 +33,36 @@ class Stopwatch {
   void Start() { _since = Now(); }
   void Stop() { _seconds += Now() - _since; }
   double Seconds() const { return _seconds; }
+  // Makes this what the run reports.
+  void Seconds(double seconds) { _seconds = seconds; }
+  // Every run of a case tells the same figures in the same order.
+  void Tell(Figure figure) { _figures.push_back(std::move(figure)); }
+  std::vector<Figure> const& Figures() const { return _figures; }
 
  private:
   double Now() const;
   bool _wall = false;
   double _since = 0, _seconds = 0;
+  std::vector<Figure> _figures;
+};
+
+// The times of many steps that are alike, by the clock on the wall.
+class Laps {
+ public:
+  template <class Step>
+  void Time(Step step) {
+    auto const begin = std::chrono::steady_clock::now();
+    step();
+    std::chrono::duration<double> const passed = std::chrono::steady_clock::now() - begin;
+    _seconds.push_back(passed.count());
+  }
+  double Quantile(double q);
+  std::int64_t Above(double seconds) const;
+  // Tells median, 99th and 99.9th percentile, and the longest.
+  void Tell(Stopwatch& watch);
+
+ private:
+  std::vector<double> _seconds;
 };
 
 // One way of doing the work of a case. `run` does it once, with the stopwatch running for the part
@@ -59,6 +92,9 @@ struct Result {
 inline void Require(bool ok, char const* what) {
   if (!ok) throw std::runtime_error(what);
 }
+
+// At a fraction of the way through sorted values.
+double Quantile(std::vector<double> const& sorted, double q);
 
 // Runs every contender of every case so many times, in random order so that a disturbance of the
 // machine meets all alike, and prints the medians. Cases that the filter of Google Benchmark leaves

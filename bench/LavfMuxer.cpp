@@ -6,9 +6,8 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 }
 
-#include <algorithm>
-
 #include "MuxBench.h"
+#include "Recorder.h"
 
 namespace kestro::bench {
 
@@ -16,23 +15,16 @@ namespace {
 
 constexpr int kBuffer = 512 << 10;
 
-struct NullFile {
-  std::int64_t position = 0, size = 0;
-};
-
-int DropPacket(void* opaque, std::uint8_t*, int size) {
-  auto& file = *static_cast<NullFile*>(opaque);
-  file.position += size;
-  file.size = std::max(file.size, file.position);
-  return size;
+int WriteTo(void* opaque, std::uint8_t* data, int size) {
+  auto& io = *static_cast<base::IO*>(opaque);
+  auto const bytes = static_cast<unsigned>(size);
+  return io.Write(data, bytes) == bytes ? size : AVERROR(EIO);
 }
 
-std::int64_t SeekNull(void* opaque, std::int64_t offset, int whence) {
-  auto& file = *static_cast<NullFile*>(opaque);
-  if (whence == AVSEEK_SIZE) return file.size;
-  if (whence == SEEK_CUR) offset += file.position;
-  if (whence == SEEK_END) offset += file.size;
-  return file.position = offset;
+std::int64_t Seek(void* opaque, std::int64_t offset, int whence) {
+  auto& io = *static_cast<base::IO*>(opaque);
+  if (whence == AVSEEK_SIZE) return io.Size();
+  return io.Seek(offset, whence) ? io.Tell() : AVERROR(EIO);
 }
 
 // One AVPacket for each unit of the mix, made once.
@@ -61,7 +53,7 @@ class Packets {
 
 class Muxer {
  public:
-  explicit Muxer(Target const& target) : _target(target) {
+  Muxer() {
     av_log_set_level(AV_LOG_ERROR);
     Require(avformat_alloc_output_context2(&_context, nullptr, "avi", nullptr) >= 0, "no avi");
     _context->flush_packets = 0;
@@ -79,16 +71,15 @@ class Muxer {
   ~Muxer() { avformat_free_context(_context); }
   Muxer(Muxer const&) = delete;
 
-  void Start() {
-    if (_target.path.empty()) {
-      auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
-      _context->pb = avio_alloc_context(buffer, kBuffer, 1, &_null, nullptr, DropPacket, SeekNull);
-    } else {
-      Require(avio_open(&_context->pb, _target.path.c_str(), AVIO_FLAG_WRITE) >= 0, "no file");
-    }
-    Require(avformat_write_header(_context, nullptr) >= 0, "no header");
-    auto const ticks = [this](unsigned stream) { return _context->streams[stream]->time_base.den; };
-    Require(ticks(0) == Mix::kFps && ticks(1) == Mix::kRate, "unexpected time base");
+  void Start(base::IO& io) {
+    auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
+    _context->pb = avio_alloc_context(buffer, kBuffer, 1, &io, nullptr, WriteTo, Seek);
+    Start();
+  }
+  void Start(std::string const& path) {
+    _owned = true;
+    Require(avio_open(&_context->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0, "no file");
+    Start();
   }
   void Write(AVPacket* packet, std::int64_t number) {
     packet->pts = packet->dts = number * packet->duration;
@@ -96,15 +87,20 @@ class Muxer {
   }
   void Close() {
     Require(av_write_trailer(_context) >= 0, "no trailer");
-    if (_target.path.empty()) {
+    if (_owned) {
+      Require(avio_closep(&_context->pb) >= 0, "close failed");
+    } else {
       av_freep(&_context->pb->buffer);
       avio_context_free(&_context->pb);
-    } else {
-      Require(avio_closep(&_context->pb) >= 0, "close failed");
     }
   }
 
  private:
+  void Start() {
+    Require(avformat_write_header(_context, nullptr) >= 0, "no header");
+    auto const ticks = [this](unsigned stream) { return _context->streams[stream]->time_base.den; };
+    Require(ticks(0) == Mix::kFps && ticks(1) == Mix::kRate, "unexpected time base");
+  }
   AVStream* AddStream(AVMediaType type, AVCodecID codec, AVRational timeBase) {
     AVStream* stream = avformat_new_stream(_context, nullptr);
     stream->codecpar->codec_type = type;
@@ -113,9 +109,8 @@ class Muxer {
     return stream;
   }
 
-  Target const& _target;
-  NullFile _null;
   AVFormatContext* _context = nullptr;
+  bool _owned = false;  // the file is libavformat's own
 };
 
 }  // namespace
@@ -124,9 +119,10 @@ Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target) 
   auto const prepared = std::make_shared<Packets>(mix);
   return {"libavformat", [&mix, packets, target, prepared](Stopwatch& watch) {
             target.Clear();
-            Muxer muxer(target);
+            NullIO null;
+            Muxer muxer;
             watch.Start();
-            muxer.Start();
+            target.path.empty() ? muxer.Start(null) : muxer.Start(target.path);
             mix.Play(packets, [&](Mix::Unit const&, std::size_t index, std::int64_t number) {
               muxer.Write((*prepared)[index], number);
             });
@@ -134,6 +130,16 @@ Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target) 
             watch.Stop();
             target.Clear();
           }};
+}
+
+void LavfRecord(Mix const& mix, base::IO& io, std::function<void(Feed const&)> const& play) {
+  Packets const packets(mix);
+  Muxer muxer;
+  muxer.Start(io);
+  play([&](Mix::Unit const&, std::size_t index, std::int64_t number) {
+    muxer.Write(packets[index], number);
+  });
+  muxer.Close();
 }
 
 }  // namespace kestro::bench

@@ -3,18 +3,30 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "DemuxBench.h"
 #include "Recorder.h"
 #include "base/File.h"
+#include "base/IOCacheWriter.h"
 
 namespace kestro::bench {
 
 namespace {
 
 constexpr int kSpillSeconds = 10;
+constexpr int kBlock = 512 << 10;  // as the muxer's
+
+// Slower than whoever writes, so that all blocks are in use.
+struct BusyIO : NullIO {
+  unsigned Write(void const* data, unsigned size) override {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    return NullIO::Write(data, size);
+  }
+};
 
 // A folder that goes away with the object.
 struct ScratchFolder {
@@ -27,8 +39,8 @@ struct ScratchFolder {
 };
 
 // A line of the process's status, such as "VmHWM:", in KiB.
-std::int64_t StatusKiB(std::string const& field) {
-  std::ifstream status("/proc/self/status");
+std::int64_t StatusKiB(std::string const& field, char const* file = "/proc/self/status") {
+  std::ifstream status(file);
   std::string name;
   std::int64_t kib = 0;
   while (status >> name && name != field) status.ignore(1024, '\n');
@@ -81,6 +93,25 @@ void MemoryChild(std::int64_t packets, int spillSeconds, std::FILE* out) {
   });
   std::fprintf(out, "%lld\n", static_cast<long long>(StatusKiB("VmRSS:")));
   recorder.Close();
+}
+
+void WriterChild(int blocks, std::FILE* out) {
+  // Exact, what "status" says lags behind; and without the pages of the program itself.
+  auto const resident = [] { return StatusKiB("Anonymous:", "/proc/self/smaps_rollup"); };
+  constexpr int kPiece = 32 << 10;
+  std::vector<char> const piece(kPiece, 'x');
+  BusyIO target;
+  base::IOCacheWriter writer(&target, kBlock, blocks);
+  std::int64_t const before = resident();
+  for (int i = 0; i < 8 * kBlock / kPiece * blocks; ++i)
+    Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
+  std::int64_t most = resident();
+  for (int i = 0; i < 2; ++i) {  // as many patches as it gathers
+    writer.Seek(i * 2 * kPiece, base::IO::kBegin);
+    Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
+    most = std::max(most, resident());
+  }
+  std::fprintf(out, "%lld\n", static_cast<long long>(most - before));
 }
 
 void OpenChild(std::string const& path, std::size_t opener, std::FILE* out) {
@@ -139,10 +170,25 @@ Result MeasureOpening(std::string const& plugin, std::FILE* out) {
   return result;
 }
 
+std::vector<Result> MeasureWriter(std::string const& plugin, std::FILE* out) {
+  std::fprintf(out, "%-34s %12s %12s\n", "caching writer at most, KiB", "taken", "allowed");
+  std::vector<Result> results;
+  for (int blocks : {3, 8}) {
+    std::string const count = std::to_string(blocks);
+    double const kib = NumberOfSelf({"--plugin", plugin, "--writer-child", count});
+    std::fprintf(out, "%-34s %12.0f %12d\n", (count + " blocks of 512 KiB").c_str(), kib,
+                 blocks * (kBlock >> 10) + 64);
+    results.push_back({"memory/writer_" + count, kib, "KiB", {}});
+  }
+  return results;
+}
+
 }  // namespace
 
 std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out) {
   auto results = MeasureRecording(plugin, out);
+  std::fprintf(out, "\n");
+  for (Result& result : MeasureWriter(plugin, out)) results.push_back(std::move(result));
   std::fprintf(out, "\n");
   results.push_back(MeasureOpening(plugin, out));
   return results;

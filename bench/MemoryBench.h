@@ -1,4 +1,5 @@
-// The memory that a recording takes before it is closed, and that opening a file takes.
+// The memory that a recording takes before it is closed, its cache at most, and opening a file.
+// opening
 #pragma once
 
 #include <cstdint>
@@ -14,12 +15,16 @@ namespace kestro::bench {
 // file is closed. With `spillSeconds` ≥ 0 the index is spilled to a temporary folder.
 void MemoryChild(std::int64_t packets, int spillSeconds, std::FILE* out);
 
+// Fills the blocks of a caching writer and what else it gathers, and prints by how much, in KiB,
+// the process's resident memory has risen.
+void WriterChild(int blocks, std::FILE* out);
+
 // Opens a file the way of the opener with this number and prints by how much, in KiB, the process's
 // resident memory has risen at its peak.
 void OpenChild(std::string const& path, std::size_t opener, std::FILE* out);
 
-// Runs these in processes of their own, through "--memory-child PACKETS SECONDS" and "--open-child
-// PATH OPENER" of this program, and prints the tables.
+// Runs these in processes of their own, through "--memory-child PACKETS SECONDS", "--writer-child
+// BLOCKS" and "--open-child PATH OPENER" of this program, and prints the tables.
 std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out);
 
 }  // namespace kestro::bench

@@ -7,6 +7,7 @@
 
 #include "Bench.h"
 #include "Mix.h"
+#include "base/IO.h"
 
 namespace kestro::bench {
 
@@ -22,5 +23,10 @@ std::vector<Case> MuxCases(Mix const& mix, std::int64_t packets);
 
 // libavformat's AVI muxer as a contender.
 Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target);
+
+// Takes a packet of a mix, as Mix::Play hands it out.
+using Feed = std::function<void(Mix::Unit const& unit, std::size_t index, std::int64_t number)>;
+// Records with libavformat what `play` feeds.
+void LavfRecord(Mix const& mix, base::IO& io, std::function<void(Feed const&)> const& play);
 
 }  // namespace kestro::bench

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "Bench.h"
 #include "base/IClass.h"
 
 namespace kestro::bench {
@@ -20,29 +19,41 @@ bool NullIO::Truncate(base::int64 size) {
   return true;
 }
 
-Recorder::Recorder(Mix const& mix) {
+Recorder::Recorder(Mix const& mix, char const* muxer, std::nullptr_t) : _mix(mix) {
   base::AttrSet attrs;
-  attrs.Add("Register", "avi-muxer");
+  attrs.Add("Register", muxer);
   _muxer.reset(base::IClass::New<stream::IMuxer>(attrs));
-  Require(_muxer != nullptr, "the plug-in has no avi-muxer");
+  Require(_muxer != nullptr, "the plug-in has no such muxer");
   Require(_muxer->Set("constFrameRate", base::Fraction(Mix::kFps, 1)), "no frame rate");
   _video = _muxer->AddInput();
   _sound = _muxer->AddInput();
-  Require(_video->Offer(mix.Video()) && _sound->Offer(mix.Sound()), "a track is refused");
 }
 
-Recorder::Recorder(Mix const& mix, base::IO& io) : Recorder(mix) {
+Recorder::Recorder(Mix const& mix, base::IO& io, char const* muxer)
+    : Recorder(mix, muxer, nullptr) {
   Require(_muxer->Set("io", &io), "the muxer takes no stream");
 }
 
-Recorder::Recorder(Mix const& mix, char const* path) : Recorder(mix) {
+Recorder::Recorder(Mix const& mix, char const* path) : Recorder(mix, "avi-muxer", nullptr) {
   Require(_muxer->Set("path", path), "the muxer takes no path");
 }
 
-void Recorder::Set(char const* name, int value) { Require(_muxer->Set(name, value), name); }
+void Recorder::Queue() {
+  base::AttrSet attrs;
+  attrs.Add("Register", "packet-queue");
+  _queue.reset(base::IClass::New<stream::PacketQueue>(attrs));
+  Require(_queue != nullptr, "the host has no queue");
+  for (stream::IPort** port : {&_video, &_sound}) {
+    auto const track = _queue->AddTrack();
+    Require(stream::IPort::Link(*track.output, **port), "the queue cannot be linked");
+    *port = track.input;
+  }
+}
 
 void Recorder::Start() {
+  Require(_video->Offer(_mix.Video()) && _sound->Offer(_mix.Sound()), "a track is refused");
   Require(_muxer->StatusChange(IStatus::kRunning), "the muxer does not start");
+  Require(!_queue || _queue->StatusChange(IStatus::kRunning), "the queue does not start");
 }
 
 void Recorder::Push(Mix::Unit const& unit, std::int64_t number) {
@@ -53,6 +64,7 @@ void Recorder::Push(Mix::Unit const& unit, std::int64_t number) {
 }
 
 void Recorder::Close() {
+  Require(!_queue || _queue->StatusChange(IStatus::kClosed), "the queue does not end");
   bool const closed = _muxer->StatusChange(IStatus::kClosed);
   Require(closed && _muxer->Check(), "the muxer does not close the file");
 }

@@ -3,8 +3,10 @@
 
 #include <memory>
 
+#include "Bench.h"
 #include "Mix.h"
 #include "stream/IMuxer.h"
+#include "stream/PacketQueue.h"
 
 namespace kestro::bench {
 
@@ -28,26 +30,33 @@ class NullIO : public base::IO {
 // Records a mix: a muxer with a video and a sound input. Throws when the element refuses something.
 //
 //   Recorder recorder(mix, io or path);
+//   recorder.Queue();                     // if a queue shall stand before the muxer
 //   recorder.Start();
 //   mix.Play(packets, [&](auto& unit, auto, auto number) { recorder.Push(unit, number); });
 //   recorder.Close();
 class Recorder {
  public:
-  Recorder(Mix const& mix, base::IO& io);  // lent
+  Recorder(Mix const& mix, base::IO& io, char const* muxer = "avi-muxer");  // lent
   Recorder(Mix const& mix, char const* path);
 
   // An element property, before Start.
-  void Set(char const* name, int value);
+  template <class T>
+  void Set(char const* name, T value) {
+    Require(_muxer->Set(name, value), name);
+  }
+  void Queue();
   void Start();
   // Sets the packet's time; `number` counts the units of its track. Its start is put back after.
   void Push(Mix::Unit const& unit, std::int64_t number);
   void Close();
 
  private:
-  explicit Recorder(Mix const& mix);
+  Recorder(Mix const& mix, char const* muxer, std::nullptr_t);
 
+  Mix const& _mix;
   std::unique_ptr<stream::IMuxer> _muxer;
-  stream::IPort *_video, *_sound;
+  std::unique_ptr<stream::PacketQueue> _queue;  // goes before the muxer
+  stream::IPort *_video, *_sound;               // where the packets go in
 };
 
 }  // namespace kestro::bench

@@ -26,11 +26,15 @@ std::array<std::uint32_t, count> Words(std::istream& file) {
 
 }  // namespace
 
-std::string TmpfsPath(char const* name) {
-  std::string const folder =
-      access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path().string();
-  return folder + "/kestro-bench-" + std::to_string(getpid()) + "-" + name + ".avi";
+static std::string PathIn(char const* folder, char const* name) {
+  std::string const found =
+      access(folder, W_OK) == 0 ? folder : std::filesystem::temp_directory_path().string();
+  return found + "/kestro-bench-" + std::to_string(getpid()) + "-" + name + ".avi";
 }
+
+std::string TmpfsPath(char const* name) { return PathIn("/dev/shm", name); }
+
+std::string DiskPath(char const* name) { return PathIn("/var/tmp", name); }
 
 Recording::~Recording() {
   if (_recorded) unlink(_path.c_str());
@@ -59,9 +63,11 @@ std::vector<Recording::Chunk> Recording::Chunks() {
   std::vector<Chunk> chunks;
   for (std::uint32_t left = file ? head[1] / 16 : 0; left > 0; --left) {
     auto const [id, flags, at, bytes] = Words<4>(file);
+    if (id == 0) break;  // a reserve that is not full
     chunks.push_back({std::int64_t{at} + 8, bytes});
   }
-  Require(file && static_cast<std::int64_t>(chunks.size()) == _packets, "the index is not whole");
+  bool const whole = _packets == 0 || static_cast<std::int64_t>(chunks.size()) == _packets;
+  Require(file && whole, "the index is not whole");
   return chunks;
 }
 

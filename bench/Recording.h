@@ -10,6 +10,8 @@ namespace kestro::bench {
 
 // A path on tmpfs that no other process uses.
 std::string TmpfsPath(char const* name);
+// And on a disk.
+std::string DiskPath(char const* name);
 
 // An AVI file on tmpfs with so many packets of a mix of these sizes. It is recorded when its path
 // is first asked for, and goes away with the object.
@@ -31,7 +33,7 @@ class Recording {
 
   std::string const& Path();
   std::int64_t Packets() const { return _packets; }
-  // In the order of the index.
+  // In the order of the index. All packets of a file that was recorded here must be there.
   std::vector<Chunk> Chunks();
 
  private:

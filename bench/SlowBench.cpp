@@ -1,10 +1,7 @@
 // Playing back from a device that takes its time for every read, with and without the cache.
-#include <chrono>
-#include <thread>
-
 #include "DemuxBench.h"
 #include "Player.h"
-#include "base/File.h"
+#include "SlowFile.h"
 
 namespace kestro::bench {
 
@@ -16,29 +13,20 @@ constexpr std::int64_t kEntries = 100000, kPlayed = 100;
 constexpr auto kRead = milliseconds(20);
 constexpr auto kPace = milliseconds(5);  // a packet: 2.5 times as fast as it was recorded
 
-class SlowFile : public base::IOFilter {
- public:
-  explicit SlowFile(std::string const& path)
-      : SlowFile(std::make_unique<base::FileIO>(path.c_str(), "rb")) {}
-  unsigned Read(void* data, unsigned size) override {
-    std::this_thread::sleep_for(kRead);
-    return _io.Read(data, size);
-  }
-
- private:
-  explicit SlowFile(std::unique_ptr<base::FileIO> file)
-      : IOFilter("SlowFile", *file), _file(std::move(file)) {}
-  std::unique_ptr<base::FileIO> _file;
-};
+std::unique_ptr<SlowFile> OpenSlowly(std::string const& path) {
+  SlowFile::Delays delays;
+  delays.read = kRead;
+  return std::make_unique<SlowFile>(path, "rb", delays);
+}
 
 enum Cache { kNone, kCached, kPreloaded };
 
 // A player of a slow file; with the preload, when all of it is there.
 struct SlowPlayer {
-  SlowPlayer(std::string const& path, Cache cache) : file(path) {
-    player.Set("io", static_cast<base::IO*>(&file));
+  SlowPlayer(std::string const& path, Cache cache) : file(OpenSlowly(path)) {
+    player.Set("io", static_cast<base::IO*>(file.get()));
     if (cache == kNone) return;
-    base::int64 const all = file.Size();
+    base::int64 const all = file->Size();
     player.Set("preloadsz", all);
     player.Set("vlcPreload", cache == kPreloaded);
     for (base::int64 got = 0; cache == kPreloaded && got < all;) {
@@ -46,7 +34,7 @@ struct SlowPlayer {
       Require(player.Stream()->Get("preloaded", got), "the cache has no preload");
     }
   }
-  SlowFile file;  // outlives the player
+  std::unique_ptr<SlowFile> file;  // outlives the player
   Player player{"CusAviDemuxer"};
 };
 
@@ -88,8 +76,7 @@ std::vector<Case> SlowCases() {
             {Opener("ours", head, kPreloaded), Opener("no preload", head, kNone)},
             3};
 #ifdef KESTRO_BENCH_LIBAV
-  open.contenders.push_back(
-      LavfOpener(head, [](std::string const& path) { return std::make_unique<SlowFile>(path); }));
+  open.contenders.push_back(LavfOpener(head, OpenSlowly));
 #endif
   return {open,
           {"slow/play",

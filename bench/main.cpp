@@ -10,6 +10,7 @@
 #include "DemuxBench.h"
 #include "MemoryBench.h"
 #include "MuxBench.h"
+#include "RecordBench.h"
 #include "ScanBench.h"
 #include "base/Module.h"
 
@@ -30,6 +31,7 @@ struct Options {
   bool memoryOnly = false, help = false;
   std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
   int childSpill = -1;
+  int childBlocks = 0;    // more than 0: this is a child that measures the caching writer
   std::string childPath;  // not empty: this is a child that opens a file
   std::size_t childOpener = 0;
   std::vector<char*> forwarded;  // to Google Benchmark
@@ -49,6 +51,8 @@ bool Parse(int argc, char** argv, Options& options) {
     } else if (name == "--memory-child" && left >= 2) {
       options.childPackets = std::atoll(argv[++i]);
       options.childSpill = std::atoi(argv[++i]);
+    } else if (name == "--writer-child" && left >= 1) {
+      options.childBlocks = std::atoi(argv[++i]);
     } else if (name == "--open-child" && left >= 2) {
       options.childPath = argv[++i];
       options.childOpener = static_cast<std::size_t>(std::atoi(argv[++i]));
@@ -94,6 +98,8 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   auto cases = MuxCases(mix, packets);
   for (Case& c : DemuxCases(packets)) cases.push_back(std::move(c));
   for (Case& c : SlowCases()) cases.push_back(std::move(c));
+  for (Case& c : StallCases()) cases.push_back(std::move(c));
+  for (Case& c : SyncCases()) cases.push_back(std::move(c));
   for (Case& c : ScanCases(ColdBytes())) cases.push_back(std::move(c));
   return Measure(cases, out);
 }
@@ -106,6 +112,7 @@ void Run(Options& options, char* program, std::FILE* out) {
   std::string error;
   if (!base::LoadPlugin(options.plugin.c_str(), &error)) throw std::runtime_error(error);
   if (options.childPackets > 0) return MemoryChild(options.childPackets, options.childSpill, out);
+  if (options.childBlocks > 0) return WriterChild(options.childBlocks, out);
   if (!options.childPath.empty()) return OpenChild(options.childPath, options.childOpener, out);
 
   std::vector<Result> results;

@@ -103,8 +103,9 @@ unsigned IOCacheWriter::Append(unsigned char const* data, unsigned size) {
   return done;
 }
 
-// Hands the full block over and begins the next. False when no further block is free.
-bool IOCacheWriter::NextBlock(Lock&) {
+// Hands the full block over and begins the next: the lock is then given up, for the thread to find
+// it free. False when no further block is free.
+bool IOCacheWriter::NextBlock(Lock& lock) {
   if (_most > 1 && !_thread.joinable()) StartThread();
   if (_most == 1) return StoreBlocks();
   if (_failed || _blocks.size() >= _most) return false;
@@ -116,6 +117,7 @@ bool IOCacheWriter::NextBlock(Lock&) {
     _current->bytes = std::move(_spare.back());
     _spare.pop_back();
   }
+  lock.unlock();
   _changed.notify_all();
   return true;
 }

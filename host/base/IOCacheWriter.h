@@ -22,7 +22,9 @@ using FuncIO = std::function<bool(IO*)>;
 // of the writer, in order, while the caller fills the next; only when all blocks are full does
 // Write wait. So that a medium that stalls is never felt:
 //
-//   blocks >= ceil(bytes per second * longest stall in seconds / bytes of a block) + 1
+//   blocks >= ceil((bytes per second * longest stall in seconds + burst) / bytes of a block) + 1
+//
+// where the burst is what comes at once beyond that rate: the largest packet, at the least.
 //
 // A write below the end is a patch: applied in memory where the block is still there, otherwise
 // gathered with its neighbours and stored behind all data by the next Flush. Size, Tell and

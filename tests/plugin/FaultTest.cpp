@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <future>
+#include <thread>
 
+#include "AviMuxer.h"
 #include "support/FaultIO.h"
 #include "support/Playing.h"
 
@@ -108,6 +111,71 @@ TEST(Faults, DeviceWithoutRoomForTheHead) {
   FaultIO device(memory);
   device.Capacity(10);
   EXPECT_FALSE(RecordOn(device, memory).check);
+}
+
+// A device that takes its time for the first block of a cache, and then may fail to store it.
+struct StallIO : FaultIO {
+  StallIO(base::IO& io, bool fails) : FaultIO(io), _fails(fails) {}
+  unsigned Write(void const* data, unsigned size) override {
+    if (size > 100000 && !std::exchange(_stalled, true)) {
+      go.get_future().wait_for(std::chrono::seconds(30));
+      if (_fails) Fail({kWrite, Count(kWrite) + 1});
+    }
+    return FaultIO::Write(data, size);
+  }
+  std::promise<void> go;
+
+ private:
+  bool const _fails;
+  bool _stalled = false;
+};
+
+// How often the muxer's cache has made a deliverer wait.
+struct Waits : plugin::avi::AviMuxer {
+  static base::uint64 Of(stream::IMuxer& muxer) {
+    base::IO* const writer = dynamic_cast<AviMuxer&>(muxer).*(&Waits::_blkio);
+    base::uint64 waits = ~base::uint64{0};
+    EXPECT_TRUE(writer != nullptr && writer->Get("waits", waits));
+    return waits;
+  }
+};
+
+// When a stall outlasts the cache, whoever delivers waits, and the file is as if nothing had
+// happened. With `fails` the write fails in the end: the waiting ends with the error, and what was
+// taken is stored all the same once the device works again.
+TEST(Faults, StallsLongerThanTheCacheLoseNothing) {
+  constexpr int kFit = 77, kAll = 100;  // three blocks, and less than four
+  for (bool fails : {false, true}) {
+    base::ConsoleCapture console;
+    MemoryIO memory;
+    StallIO device(memory, fails);
+    Recording r(&device);
+    r.Track(VideoMedia());
+    ASSERT_TRUE(r.Open());
+    int taken = 0;
+    auto const push = [&] { return r.Push(0, KeyFrame(Payload(taken)), true) && ++taken > 0; };
+    while (taken < kFit && push()) {
+    }
+    EXPECT_EQ(0u, Waits::Of(*r.muxer));
+    std::thread other([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      device.go.set_value();
+    });
+    while (taken < kAll && push()) {
+    }
+    other.join();
+    EXPECT_EQ(fails, taken < kAll);
+    EXPECT_EQ(1u, Waits::Of(*r.muxer));
+    EXPECT_TRUE(r.Close() || fails);
+    Playing p(&memory);
+    ASSERT_TRUE(p.Open());
+    int delivered = 0;
+    for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot(), ++delivered) {
+      std::string const slice = kStart + "\x65" + Payload(delivered);
+      EXPECT_EQ(slice, got.data.substr(got.data.size() - slice.size()));
+    }
+    EXPECT_EQ(taken, delivered);
+  }
 }
 
 }  // namespace
