@@ -13,7 +13,7 @@ namespace kestro::base {
 
 using Lock = std::unique_lock<std::mutex>;
 
-static constexpr unsigned kPatchBytes = 1 << 16;  // gathered at most
+static constexpr unsigned kPatchBytes = 1 << 13;  // gathered at most
 static constexpr std::size_t kPatchPlaces = 16;
 
 static std::size_t BlockCount(IO& target, int blocks) {

@@ -49,7 +49,7 @@ using FuncIO = std::function<bool(IO*)>;
 //   "waits"       how often Write has had to wait for a free block (read only)
 //   "waited_us"   how long in all, in microseconds (read only)
 //
-// Memory is taken as it is needed: at most the blocks, and 64 KiB of patches.
+// Memory is taken as it is needed: at most the blocks, and 8 KiB of patches.
 class KESTRO_API IOCacheWriter : public IO {
  public:
   // The target outlives the writer; where it has a property "cacheBlocks", that is the least number
