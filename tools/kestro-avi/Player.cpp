@@ -87,10 +87,14 @@ void Player::Happened(Event event) {
 Player::Event Player::Next(Delivered& packet) {
   // A signal does not wake a waiting thread.
   constexpr auto kSlice = std::chrono::milliseconds(50);
+  {
+    std::lock_guard lock(_mutex);
+    _held = false;
+  }
+  _changed.notify_all();
+  // Only now: the first packet may come before this returns.
   if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
   std::unique_lock lock(_mutex);
-  _held = false;
-  _changed.notify_all();
   while (!_changed.wait_for(lock, kSlice, [this] { return _waiting; }))
     if (Interrupted()) return kInterrupted;
   _waiting = false;
