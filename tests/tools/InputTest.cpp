@@ -203,7 +203,7 @@ struct SoundCase {
 
 SoundCase const kSounds[] = {
     {"blocks", {{0, 50}, {50, 50}}, "40a|10a30b|20b|"},
-    {"begins a little late", {{40, 40}}, "40a|"},
+    {"begins a little late, and what follows too", {{40, 40}, {81, 40}}, "40a|40b|"},
     {"begins late", {{41, 40}}, "40-|1-39a|1a|"},
     {"begins a little early", {{-40, 40}, {0, 40}}, "40a|40b|"},
     {"begins early", {{-70, 50}, {-20, 60}}, "40b|"},
