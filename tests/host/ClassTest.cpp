@@ -28,22 +28,21 @@ TEST(Class, LookUpMatchesNamesInOrder) {
     TClass<Gadget>::Register(alias, {});
   EXPECT_EQ(IClass::Register(std::make_unique<IClass>("muxer-vfi", PropertyList())), nullptr);
   struct {
-    char const* name;
-    char const* alias;
+    char const *name, *alias;
   } const table[] = {
       {"LookA-stream-h264", "LookA-ogg-stream-h264"},
       {"LookA-h264-stream", nullptr},
-      {"LookA-ogg-stream-ogg", nullptr},
       {"LookD-ogg-ogg", "LookD-h264-ogg-ogg"},
       {"LookD-ogg-ogg-ogg", nullptr},
       {"LookB-muxer", "LookB-ogg-muxer"},
+      {"LookA-ogg-stream-ogg", nullptr},
       {"LookB-mux", nullptr},
-      {"muxer-vfi", "muxer-vfi"},                // the exact one before an earlier match
-      {"ogg-muxer-vfi", "LookC-ogg-muxer-vfi"},  // the earlier of two matches
       {"LookB-", nullptr},
       {"", nullptr},
       {nullptr, nullptr},
-  };
+      // The exact one goes before an earlier match; otherwise the earlier of two matches.
+      {"muxer-vfi", "muxer-vfi"},
+      {"ogg-muxer-vfi", "LookC-ogg-muxer-vfi"}};
   for (auto const& row : table) {
     SCOPED_TRACE(row.name ? row.name : "null");
     auto const* found = IClass::Find(row.name, false);
@@ -70,14 +69,11 @@ TEST(Class, MakesObjectsWithParameters) {
   std::unique_ptr<Widget> widget(IClass::New<Widget>(attrs, 5));
   ASSERT_TRUE(widget != nullptr && widget->count == 5);
   struct {
-    char const* name;
-    char const* value;
+    char const *name, *value;
     bool taken;
-  } const table[] = {
-      {"Small", "1", false},      {nullptr, "1", false},       {"small", "200", true},
-      {"small", "256", false},    {"text", "inherited", true}, {"count", "99", true},
-      {"other", "0x1000", false},
-  };
+  } const table[] = {{"Small", "1", false},     {nullptr, "1", false},       {"small", "200", true},
+                     {"small", "256", false},   {"text", "inherited", true}, {"count", "99", true},
+                     {"other", "0x1000", false}};
   for (auto const& row : table)
     EXPECT_EQ(widget->Set(row.name, row.value), row.taken) << row.name << "=" << row.value;
   EXPECT_EQ(std::to_string(widget->small) + widget->text, "200inherited");

@@ -32,15 +32,19 @@ class FileTest : public testing::Test {
   fs::path folder, path;
 };
 
-TEST_F(FileTest, RenameReplaces) {
-  Put("new");
-  std::ofstream(folder / "g") << "old";
-  EXPECT_TRUE(File::Rename(path.c_str(), (folder / "g").c_str()));
-  EXPECT_EQ(Content("g") + Content(), "newnone");
-  EXPECT_FALSE(File::Rename(path.c_str(), (folder / "g").c_str()));
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_FALSE(File::Rename((folder / "g").c_str(), (folder / "no/g").c_str()));
-  EXPECT_EQ(Content("g"), "new");
+TEST_F(FileTest, NewFilesAndRenamesReplaceAndLeaveTheOldToItsReaders) {
+  Put("old");
+  FileIO before(path.c_str(), "r+b");
+  FileIO(path.c_str(), "rwbc").Write("longer", 6);
+  char bytes[8] = {};
+  EXPECT_TRUE(before.Read(bytes, 8) == 3 && bytes == std::string("old"));
+  std::string const other = folder / "g", nowhere = folder / "no/g";
+  std::ofstream(other) << "old";
+  EXPECT_TRUE(File::Rename(path.c_str(), other.c_str()));
+  EXPECT_EQ(Content("g") + Content(), "longernone");
+  EXPECT_TRUE(!File::Rename(path.c_str(), other.c_str()) && errno == ENOENT);
+  EXPECT_FALSE(File::Rename(other.c_str(), nowhere.c_str()));
+  EXPECT_EQ(Content("g"), "longer");
 }
 
 TEST_F(FileTest, Modes) {
@@ -71,15 +75,6 @@ TEST_F(FileTest, Modes) {
     EXPECT_EQ(Content(), row.content);
     EXPECT_EQ(File::Open(folder.c_str(), row.mode), nullptr) << "a folder";
   }
-}
-
-TEST_F(FileTest, NewFileLeavesTheOldOneToItsReaders) {
-  Put("old");
-  FileIO before(path.c_str(), "r+b"), after(path.c_str(), "rwbc");
-  after.Write("longer", 6);
-  char bytes[8] = {};
-  EXPECT_TRUE(before.Read(bytes, 8) == 3 && bytes == std::string("old"));
-  EXPECT_EQ(Content(), "longer");
 }
 
 TEST_F(FileTest, DrivesAndTheTemporaryFolder) {

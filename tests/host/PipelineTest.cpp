@@ -173,7 +173,7 @@ std::vector<Packet*> Numbered(int from, int count, IMedia* media) {
 
 Texts Numbers(std::size_t count) {
   Texts texts;
-  for (std::size_t i = 0; i < count; ++i) texts.push_back(std::to_string(i));
+  while (texts.size() < count) texts.push_back(std::to_string(texts.size()));
   return texts;
 }
 

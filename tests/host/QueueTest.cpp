@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <iterator>
 #include <sstream>
 
 #include "stream/PacketQueue.h"
@@ -18,7 +17,7 @@ using test::PacketRef;
 
 // A queue before a sink that keeps its first packet until it is let go.
 struct Rig {
-  explicit Rig(std::vector<char const*> const& codecs, bool refuse = false)
+  explicit Rig(std::string const& codecs, bool refuse = false)
       : sink([this, refuse](Packet&) {
           if (!std::exchange(_first, false)) return true;
           entered.set_value();
@@ -28,10 +27,11 @@ struct Rig {
     base::AttrSet attrs;
     attrs.Add("Register", "packet-queue");
     queue.reset(base::IClass::New<PacketQueue>(attrs));
-    for (char const* codec : codecs) {
+    std::istringstream words(codecs);
+    for (std::string codec; words >> codec;) {
       tracks.push_back(queue->AddTrack());
       EXPECT_TRUE(IPort::Link(*tracks.back().output, *sink.AddInput()));
-      EXPECT_TRUE(tracks.back().input->Offer(NewMedia(codec).get()));
+      EXPECT_TRUE(tracks.back().input->Offer(NewMedia(codec.c_str()).get()));
     }
     EXPECT_TRUE(queue->StatusChange(IStatus::kRunning));
   }
@@ -66,69 +66,42 @@ struct Rig {
 
 TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
   struct {
-    std::vector<char const*> codecs;
-    char const* bound;
+    char const *codecs, *bound;
     unsigned most;
-    std::string before, after;  // pushed while the sink is busy, and when it has caught up
-    std::string taken;
+    char const *before, *after;  // pushed while the sink is busy, and when it has caught up
+    char const* taken;
     unsigned dropped, groups;
   } const table[] = {
       // The group under way goes with its key frame and with the sound beside it; another that
       // finds no room either; what comes then begins with a key frame.
-      {{"h264", "pcm"},
-       "maxPackets",
-       5,
-       "0K0 1K0 0p40 1K40 0K80 1K80 0p120 1K120 0K160 0K200 0p240",
-       "0p280 1K300 0K320 1K310 1K320 0p360",
-       "0K0 1K0 0p40 1K40 0K160 0K320 1K320 0p360",
-       9,
-       2},
+      {"h264 pcm", "maxPackets", 5, "0K0 1K0 0p40 1K40 0K80 1K80 0p120 1K120 0K160 0K200 0p240",
+       "0p280 1K300 0K320 1K310 1K320 0p360", "0K0 1K0 0p40 1K40 0K160 0K320 1K320 0p360", 9, 2},
       // A group whose beginning has been handed on loses its end.
-      {{"h264"},
-       "maxPackets",
-       2,
-       "0K0 0p40 0p80 0p120 0p160",
-       "0p200 0K240 0p280",
-       "0K0 0p40 0p80 0K240 0p280",
-       3,
-       1},
+      {"h264", "maxPackets", 2, "0K0 0p40 0p80 0p120 0p160", "0p200 0K240 0p280",
+       "0K0 0p40 0p80 0K240 0p280", 3, 1},
       // Another track's video goes on with a key frame of its own, behind that time.
-      {{"h264", "hevc"},
-       "maxPackets",
-       3,
-       "0K0 1K0 0K40 1p40 0p80",
-       "1p80 0K120 1p120 1K110 1K160 1p200",
-       "0K0 1K0 0K120 1K160 1p200",
-       6,
-       1},
+      {"h264 hevc", "maxPackets", 3, "0K0 1K0 0K40 1p40 0p80", "1p80 0K120 1p120 1K110 1K160 1p200",
+       "0K0 1K0 0K120 1K160 1p200", 6, 1},
       // Without video each packet stands for itself.
-      {{"pcm"}, "maxPackets", 2, "0K0 0K1 0K2 0K3 0K4", "0K5", "0K0 0K1 0K2 0K5", 2, 2},
-      {{"h264"},
-       "maxTime_ms",
-       100,
-       "0K0 0K40 0K80 0K120 0K160",
-       "0K200",
-       "0K0 0K40 0K80 0K120 0K200",
-       1,
-       1},
-      {{"h264"}, "maxBytes", 9, "0K0 0K40 0K80 0K20", "0K200", "0K0 0K40 0K80 0K200", 1, 1},
+      {"pcm", "maxPackets", 2, "0K0 0K1 0K2 0K3 0K4", "0K5", "0K0 0K1 0K2 0K5", 2, 2},
+      {"h264", "maxTime_ms", 100, "0K0 0K40 0K80 0K120 0K160", "0K200", "0K0 0K40 0K80 0K120 0K200",
+       1, 1},
+      {"h264", "maxBytes", 9, "0K0 0K40 0K80 0K20", "0K200", "0K0 0K40 0K80 0K200", 1, 1},
   };
   for (auto const& row : table) {
     SCOPED_TRACE(row.before);
     Rig rig(row.codecs);
     ASSERT_TRUE(rig.queue->Set(row.bound, row.most) && rig.queue->Set("drop", true));
     std::istringstream before(row.before), after(row.after);
-    std::string name;
-    for (bool first = true; before >> name; first = false) {
+    std::size_t pushed = 0;
+    for (std::string name; before >> name; ++pushed) {
       EXPECT_TRUE(rig.Push(name));
-      if (first) rig.entered.get_future().wait();
+      if (pushed == 0) rig.entered.get_future().wait();
     }
     std::size_t const dropped = rig.Count("dropped");
     rig.release.set_value();
-    std::istringstream words(row.before);
-    std::size_t pushed = std::distance(std::istream_iterator<std::string>(words), {});
     EXPECT_TRUE(rig.sink.packets.Reach(pushed - dropped));
-    while (after >> name) EXPECT_TRUE(rig.Push(name));
+    for (std::string name; after >> name;) EXPECT_TRUE(rig.Push(name));
     EXPECT_TRUE(rig.queue->StatusChange(IStatus::kClosed));
     EXPECT_EQ(rig.Taken(), row.taken);
     EXPECT_EQ(rig.Count("dropped"), row.dropped);
@@ -137,7 +110,7 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
 }
 
 TEST(PacketQueue, WaitsForRoomAndHandsOnWhatIsLeft) {
-  Rig rig({"h264"});
+  Rig rig("h264");
   ASSERT_TRUE(rig.queue->Set("maxPackets", 2));
   std::thread device([&] {
     rig.entered.get_future().wait();
@@ -159,7 +132,7 @@ TEST(PacketQueue, WaitsForRoomAndHandsOnWhatIsLeft) {
 }
 
 TEST(PacketQueue, ARefusalEndsItAndNobodyHangs) {
-  Rig rig({"h264"}, true);
+  Rig rig("h264", true);
   test::Messages messages(*rig.queue);
   ASSERT_TRUE(rig.queue->Set("maxPackets", 1));
   std::thread device([&] {

@@ -28,21 +28,16 @@ bool Fits(Wide n) {
   return n >= std::numeric_limits<T>::min() && n <= std::numeric_limits<T>::max();
 }
 
-template <class T>
-T const kUntouched = T(1);
-template <>
-Fraction const kUntouched<Fraction>{7, 3};
-template <>
-std::string const kUntouched<std::string> = "untouched";
-
 // The value as a To; nothing when the conversion is refused, which must leave the variable alone.
 template <class To, class From>
 std::optional<To> As(From from) {
   Value value;
   if (!value.From(&from, typeid(From))) return std::nullopt;
-  To out = kUntouched<To>;
+  To out{};
+  if constexpr (std::is_arithmetic_v<To>) out = 1;
+  To const untouched = out;
   if (value.To(&out, typeid(To))) return out;
-  EXPECT_EQ(out, kUntouched<To>) << "changed by a refused conversion";
+  EXPECT_EQ(out, untouched) << "changed by a refused conversion";
   return std::nullopt;
 }
 

@@ -8,8 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "avi/AviFile.h"
+#include "base/LittleEndian.h"
 
 namespace kestro::tool {
 
@@ -62,13 +64,34 @@ class Command : public testing::Test {
     return payload;
   }
 
+  // What the verb answers: errors on the error stream only.
+  struct Call {
+    char const* arguments;
+    int code;
+    char const* said;
+  };
+  void Expect(std::string const& verb, std::vector<Call> const& calls) {
+    for (Call const& call : calls) {
+      Result const result = Run(verb + " " + call.arguments);
+      EXPECT_EQ(result.code, call.code) << call.arguments << "\n" << result.err;
+      EXPECT_THAT(call.code > 1 ? result.err : result.out + result.err,
+                  testing::HasSubstr(call.said))
+          << call.arguments;
+    }
+  }
+
+  static void Put(std::string& bytes, std::size_t at, unsigned value) {
+    base::Store32(reinterpret_cast<unsigned char*>(&bytes.at(at)), value);
+  }
+  static unsigned Get(std::string const& bytes, std::size_t at) {
+    return base::Load32(reinterpret_cast<unsigned char const*>(&bytes.at(at)));
+  }
   // A copy of an AVI file with one field of its index changed.
   enum Field { kId, kFlags, kOffset, kSize };
-  void Damage(std::string const& from, std::string const& to, int entry, Field field,
+  void Damage(std::string const& from, std::string const& to, unsigned entry, Field field,
               unsigned value) {
     std::string bytes = FileText(At(from));
-    auto const at = bytes.rfind("idx1") + 8 + static_cast<std::size_t>(entry * 16 + field * 4);
-    for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> 8 * i);
+    Put(bytes, bytes.rfind("idx1") + 8 + entry * 16 + field * 4, value);
     Write(to, bytes);
   }
   // Copies as other writers or accidents leave them, all from `from`:
@@ -79,32 +102,24 @@ class Command : public testing::Test {
   void MakeUnusual(std::string const& from) {
     std::string const bytes = FileText(At(from));
     auto const index = bytes.rfind("idx1"), movi = bytes.find("movi");
-    auto const little = [](std::string& text, std::size_t at, std::size_t value) {
-      for (std::size_t i = 0; i < 4; ++i) text[at + i] = static_cast<char>(value >> 8 * i);
-    };
-    auto const replaced = [&bytes](std::string const& what, std::string const& with) {
-      std::string copy = bytes;
-      for (auto at = copy.find(what); at != std::string::npos; at = copy.find(what))
-        copy.replace(at, what.size(), with);
-      return copy;
-    };
     std::string relative = bytes, empty = bytes.substr(0, index + 8);
-    for (auto at = index + 16; at < bytes.size(); at += 16) {
-      std::size_t offset = 0;
-      for (std::size_t i = 4; i-- > 0;)
-        offset = offset << 8 | static_cast<unsigned char>(bytes[at + i]);
-      little(relative, at, offset - movi);
-    }
-    little(empty, index + 4, 0);
-    little(empty, 4, empty.size() - 8);
+    for (auto at = index + 16; at < bytes.size(); at += 16)
+      Put(relative, at, Get(bytes, at) - static_cast<unsigned>(movi));
+    Put(empty, index + 4, 0);
+    Put(empty, 4, static_cast<unsigned>(empty.size()) - 8);
     Write("relative.avi", relative);
     Damage(from, "nowhere.avi", 0, kOffset, 5);
-    Write("noindex.avi", replaced("idx1", "JUNK"));
+    Write("noindex.avi", Replaced(bytes, "idx1", "JUNK"));
     Write("empty.avi", empty);
     Write("cut.avi", bytes.substr(0, movi + 30000));
-    Write("nostrl.avi", replaced("strl", "none"));
+    Write("nostrl.avi", Replaced(bytes, "strl", "none"));
     Write("text.avi", "no film");
-    Write("wave.avi", replaced("AVI ", "WAVE"));
+    Write("wave.avi", Replaced(bytes, "AVI ", "WAVE"));
+  }
+  static std::string Replaced(std::string bytes, std::string const& what, std::string const& with) {
+    for (auto at = bytes.find(what); at != bytes.npos; at = bytes.find(what, at + with.size()))
+      bytes.replace(at, what.size(), with);
+    return bytes;
   }
 
   fs::path _folder;

@@ -38,34 +38,39 @@ class ExtractTest : public EveryKind {
 
 // Delimiters and none, three-byte start codes, several slices, frames out of order.
 TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
-  for (std::string clip : {"clip25", "clip2997", "clip-noaud"})
-    for (std::string sound : {"stereo48k", "mono8k"}) {
-      SCOPED_TRACE(clip + " " + sound);
-      std::string const inputs = "media/" + clip + ".h264 media/" + sound + ".wav";
-      std::string data = FileText(At("media/make-media.sh"));
-      ASSERT_EQ(Run("record --force --strd media/make-media.sh -o a.avi " + inputs).code, 0);
-      ASSERT_EQ(Run("extract --force -o out --strd strd.bin a.avi").code, 0);
-      data.resize((data.size() + 3) / 4 * 4);
-      EXPECT_EQ(FileText(At("strd.bin")), data);
-      EXPECT_EQ(FileText(At("out/a-0.h264")), Payload("a.avi", 0));
-      EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At("media/" + sound + ".wav")));
-      Result const both = Run("extract --force --track 0:b.mkv --track 1:b.mkv a.avi");
-      ASSERT_EQ(both.code, 0) << both.err;
-      ASSERT_EQ(Run("extract --force --track 0:b.mp4 a.avi").code, 0);
-      if (!Has("ffmpeg")) continue;
-      std::string const pictures = Pictures("media/" + clip + ".h264");
-      for (char const* copy : {"a.avi", "out/a-0.h264", "b.mp4", "b.mkv"})
-        EXPECT_EQ(Pictures(copy), pictures) << copy;
-      EXPECT_EQ(Sound("b.mkv"), Sound("media/" + sound + ".wav"));
-    }
+  std::pair<std::string, std::string> const inputs[] = {
+      {"clip25", "stereo48k"}, {"clip2997", "mono8k"}, {"clip-noaud", "mono8k"}};
+  for (auto const& [clip, sound] : inputs) {
+    SCOPED_TRACE(clip + " " + sound);
+    std::string data = FileText(At("media/make-media.sh"));
+    ASSERT_EQ(Run("record --force --strd media/make-media.sh -o a.avi media/" + clip +
+                  ".h264 media/" + sound + ".wav")
+                  .code,
+              0);
+    ASSERT_EQ(Run("extract --force -o out --strd strd.bin a.avi").code, 0);
+    data.resize((data.size() + 3) / 4 * 4);
+    EXPECT_EQ(FileText(At("strd.bin")), data);
+    EXPECT_EQ(FileText(At("out/a-0.h264")), Payload("a.avi", 0));
+    EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At("media/" + sound + ".wav")));
+    Expect("extract --force a.avi",
+           {{"--track 0:b.mkv --track 1:b.mkv", 0, ""}, {"--track 0:b.mp4", 0, ""}});
+    if (!Has("ffmpeg")) continue;
+    std::string const pictures = Pictures("media/" + clip + ".h264");
+    for (char const* copy : {"a.avi", "out/a-0.h264", "b.mp4", "b.mkv"})
+      EXPECT_EQ(Pictures(copy), pictures) << copy;
+    EXPECT_EQ(Sound("b.mkv"), Sound("media/" + sound + ".wav"));
+  }
   for (auto const& entry : fs::recursive_directory_iterator(_folder))
     EXPECT_NE(entry.path().extension(), ".part");
 }
 
 TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
   Make("a.avi");
-  Result const all = Run("extract -o out a.avi");
-  ASSERT_EQ(all.code, 0) << all.err;
+  Expect("extract a.avi", {{"-o out", 0, ""},
+                           {"--track 4:t.jsonl --track 4:t%d.txt --track 5:%02d.jpg "
+                            "--track 5:t.mkv",
+                            0, ""},
+                           {"--track 5:%02d.jpg", 2, ""}});  // they exist
   char const* const names[] = {"a-0.h264", "a-1.h265", "a-2.wav",
                                "a-3.wav",  "a-4.srt",  "a-5.mjpeg"};
   AviFile const avi(At("a.avi"));
@@ -76,9 +81,6 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
       EXPECT_EQ(FileText(At("out") / names[i]).substr(wave ? 44 : 0), _payload[i]) << i;
     }
   }
-  Result const some =
-      Run("extract --track 4:t.jsonl --track 4:t%d.txt --track 5:%02d.jpg --track 5:t.mkv a.avi");
-  ASSERT_EQ(some.code, 0) << some.err;
   EXPECT_EQ(
       FileText(At("t.jsonl")),
       "{\"pts_ms\":0,\"text\":\"odd\"}\n{\"pts_ms\":160,\"text\":\"zwei\"}\n"
@@ -87,8 +89,6 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
     EXPECT_EQ(FileText(At("t" + std::to_string(i + 1) + ".txt")), _texts[i].text);
   for (std::size_t i = 0; i < _pictures.size(); ++i)
     EXPECT_EQ(FileText(At((i < 9 ? "0" : "") + std::to_string(i + 1) + ".jpg")), _pictures[i]);
-  EXPECT_EQ(Run("extract --track 5:%02d.jpg a.avi").code, 2) << "they exist";
-
   EXPECT_THAT(FileText(At("out/a-4.srt")), HasSubstr("\n4\n00:00:00,400 --> 00:00:02,400\nend\n"));
   Damage("a.avi", "long.avi", 0, kSize, 8);  // the first text
   EXPECT_THAT(Run("extract --track 4:l.srt long.avi").err, HasSubstr("3 bytes, not 04tx of 8"));
@@ -103,25 +103,23 @@ TEST_F(ExtractTest, TimesTextByFrames) {
   clock.scale = 1;
   clock.rate = 30;
   clock.chunks = 150;
-  struct {
-    std::uint64_t frame;
-    std::string text;
-  } const texts[] = {{2, "a"}, {60, "b\n\nb\n"}, {60, "c"}, {140, "d"}};
   SrtFile srt(At("t.srt"), clock);
   JsonLinesFile json(At("t.jsonl"), clock);
-  for (auto const& [frame, text] : texts) {
-    Piece const piece{reinterpret_cast<std::uint8_t const*>(text.data()), text.size(), frame};
-    for (Output* output : {static_cast<Output*>(&srt), static_cast<Output*>(&json)})
-      output->Write(0, piece);
-  }
+  auto const write = [](Output& output, std::uint64_t frame, std::string const& text) {
+    output.Write(0, {reinterpret_cast<std::uint8_t const*>(text.data()), text.size(), frame});
+  };
+  for (auto const& [frame, text] :
+       {std::pair(2, "a"), std::pair(60, "b\n\nb\n"), std::pair(60, "c"), std::pair(140, "d")})
+    write(srt, static_cast<std::uint64_t>(frame), text);
   srt.Finish();
   EXPECT_EQ(FileText(At("t.srt")),
             "1\n00:00:00,066 --> 00:00:02,000\na\n\n"
             "2\n00:00:02,000 --> 00:00:04,000\nb\n \nb\n\n"
             "3\n00:00:02,000 --> 00:00:04,000\nc\n\n"
             "4\n00:00:04,666 --> 00:00:05,000\nd\n");
+  write(json, 0, "plain");
   EXPECT_EQ(json.Findings(), "");
-  json.Write(0, {reinterpret_cast<std::uint8_t const*>("\xFF"), 1, 0});
+  write(json, 0, "\xFF");
   EXPECT_THAT(json.Findings(), HasSubstr("1 texts are not UTF-8"));
 }
 
@@ -184,7 +182,7 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
   std::string const sound = Payload("a.avi", 1), rest = sound.substr(0, 3840) + sound.substr(7680);
   ASSERT_EQ(AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
   struct {
-    char const* file;
+    std::string file;
     int code;
     std::string sound;
     char const* said;
@@ -198,75 +196,54 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
       {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
   };
   for (auto const& c : cases) {
-    std::string const name = c.file;
-    Result const result = Run("extract -o out " + name + ".avi");
-    EXPECT_EQ(result.code, c.code) << name << "\n" << result.err;
-    EXPECT_THAT(result.err, HasSubstr(c.said)) << name;
-    EXPECT_EQ(FileText(At("out/" + name + "-1.wav")).substr(44), c.sound) << name;
+    Expect("extract -o out", {{(c.file + ".avi").c_str(), c.code, c.said}});
+    EXPECT_EQ(FileText(At("out/" + c.file + "-1.wav")).substr(44), c.sound) << c.file;
   }
 }
 
 TEST_F(ExtractTest, ExitCodes) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
-  std::string foreign = FileText(At("a.avi"));
-  for (auto at = foreign.find("H264"); at != std::string::npos; at = foreign.find("H264"))
-    foreign.replace(at, 4, "XVID");
-  Write("foreign.avi", foreign);
+  Write("foreign.avi", Replaced(FileText(At("a.avi")), "H264", "XVID"));
   Write("old.wav", "old");
   Make("b.avi");
-  std::string alone = FileText(At("b.avi"));
-  for (auto at = alone.find("vids"); at != std::string::npos; at = alone.find("vids"))
-    alone.replace(at, 4, "none");
+  std::string alone = Replaced(FileText(At("b.avi")), "vids", "none");
   Write("alone.avi", alone);  // texts that time themselves
   Write("untimed.avi", alone.replace(alone.find("txts") + 24, 4, 4, '\0'));
   Write("text.avi", "no film");
-  struct {
-    char const* arguments;
-    int code;
-    char const* said;
-  } const cases[] = {
-      {"a.avi --track 0", 2, "N:OUT"},
-      {"a.avi --track 0:", 2, "N:OUT"},
-      {"a.avi --track x:x.h264", 2, "N:OUT"},
-      {"a.avi --track 2:x.h264", 2, "tracks 0 to 1"},
-      {"a.avi --track 0:x.h264 --track 0:./x.h264", 2, "twice"},
-      {"a.avi --track 0:x.h264 -o out", 2, "excludes"},
-      {"a.avi --track 0:x.unknown", 2, "file format"},
-      {"a.avi --track 0:x.wav", 2, "video h264"},
-      {"b.avi --track 5:x.jpg", 2, "such as %04d.jpg"},
-      {"b.avi --track 4:x.mkv", 2, "is text"},
-      {"b.avi --track 5:x.srt", 2, "video mjpeg"},
-      {"alone.avi --track 4:alone.jsonl", 0, "alone.jsonl: "},
-      {"untimed.avi --track 4:x.srt", 4, "the track tells no rate"},
-      {"a.avi --track 1:x.264", 2, "audio pcm"},
-      {"a.avi --track 1:x.wav --track 0:x.wav", 2, "one track"},
-      {"a.avi --track 1:old.wav", 2, "--force"},
-      {"a.avi --strd old.wav", 2, "--force"},
-      {"a.avi --strd strd.bin", 4, "no strd chunk"},
-      {"a.avi --force --track 0:a.avi", 2, "is the input"},
-      {"a.avi --force --track 1:media", 2, "file format"},
-      {"a.avi --track 1:none/x.wav", 3, "none/x.wav: No such"},
-      {"a.avi --track 0:none/x.mkv", 3, "none/x.mkv: No such"},
-      {"a.avi -o old.wav", 3, "old.wav"},
-      {"missing.avi", 3, "missing.avi"},
-      {"text.avi", 4, "not a RIFF file"},
-      {"a.avi --track 0:x.mp4 --track 1:x.mp4", 4, "mp4 does not take pcm_s16le"},
-      {"foreign.avi --track 0:x.mkv", 4, "cannot be extracted"},
-      {"foreign.avi -o others", 1, "video mpeg4 cannot be extracted"},
-      {"a.avi --force --track 1:old.wav", 0, "64.0 kB"},
-  };
-  for (auto const& c : cases) {
-    Result const result = Run(std::string("extract ") + c.arguments);
-    EXPECT_EQ(result.code, c.code) << c.arguments << "\n" << result.err;
-    EXPECT_THAT(result.err, HasSubstr(c.said)) << c.arguments;
-  }
+  Expect("extract", {{"a.avi --track 0", 2, "N:OUT"},
+                     {"a.avi --track 0:", 2, "N:OUT"},
+                     {"a.avi --track x:x.h264", 2, "N:OUT"},
+                     {"a.avi --track 2:x.h264", 2, "tracks 0 to 1"},
+                     {"a.avi --track 0:x.h264 --track 0:./x.h264", 2, "twice"},
+                     {"a.avi --track 0:x.h264 -o out", 2, "excludes"},
+                     {"a.avi --track 0:x.unknown", 2, "file format"},
+                     {"a.avi --track 0:x.wav", 2, "video h264"},
+                     {"b.avi --track 5:x.jpg", 2, "such as %04d.jpg"},
+                     {"b.avi --track 4:x.mkv", 2, "is text"},
+                     {"b.avi --track 5:x.srt", 2, "video mjpeg"},
+                     {"alone.avi --track 4:alone.jsonl", 0, "alone.jsonl: "},
+                     {"untimed.avi --track 4:x.srt", 4, "the track tells no rate"},
+                     {"a.avi --track 1:x.264", 2, "audio pcm"},
+                     {"a.avi --track 1:x.wav --track 0:x.wav", 2, "one track"},
+                     {"a.avi --track 1:old.wav", 2, "--force"},
+                     {"a.avi --strd old.wav", 2, "--force"},
+                     {"a.avi --strd strd.bin", 4, "no strd chunk"},
+                     {"a.avi --force --track 0:a.avi", 2, "is the input"},
+                     {"a.avi --force --track 1:media", 2, "file format"},
+                     {"a.avi --track 1:none/x.wav", 3, "none/x.wav: No such"},
+                     {"a.avi --track 0:none/x.mkv", 3, "none/x.mkv: No such"},
+                     {"a.avi -o old.wav", 3, "old.wav"},
+                     {"missing.avi", 3, "missing.avi"},
+                     {"text.avi", 4, "not a RIFF file"},
+                     {"a.avi --track 0:x.mp4 --track 1:x.mp4", 4, "mp4 does not take pcm_s16le"},
+                     {"foreign.avi --track 0:x.mkv", 4, "cannot be extracted"},
+                     {"foreign.avi -o others", 1, "video mpeg4 cannot be extracted"},
+                     {"a.avi --force --track 1:old.wav", 0, "64.0 kB"}});
   EXPECT_THAT(FileText(At("alone.jsonl")), HasSubstr("{\"pts_ms\":40,\"text\":\"zwei\"}"));
   EXPECT_EQ(FileText(At("old.wav")), FileText(At("media/mono8k.wav")));
   for (auto const& entry : fs::directory_iterator(_folder))
     EXPECT_NE(entry.path().stem().stem(), "x") << entry.path();
-  Result const list = Run("extract a.avi");
-  EXPECT_EQ(list.code, 0);
-  EXPECT_THAT(list.out, testing::AllOf(HasSubstr("--track 0:a-0.h264\n"), HasSubstr("a-1.wav\n")));
+  Expect("extract a.avi", {{"", 0, "--track 0:a-0.h264\n"}, {"", 0, "a-1.wav\n"}});
 }
 
 }  // namespace

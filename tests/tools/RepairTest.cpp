@@ -5,7 +5,6 @@
 
 #include "Errors.h"
 #include "EveryKind.h"
-#include "base/LittleEndian.h"
 #include "support/FileLayout.h"
 #include "verify/Verify.h"
 
@@ -85,9 +84,15 @@ class RepairTest : public EveryKind {
     return made;
   }
 
-  RepairReport Mend(std::string const& image = "", std::string const& in = "in.avi") {
+  // A file with every kind of track, mended; its bytes.
+  std::string MakeAll() {
+    Make("in.avi");
+    Mend();
+    return FileText(At("in.avi"));
+  }
+  RepairReport Mend(std::string const& image = "") {
     base::ConsoleCapture quiet;
-    RepairJob job{At(in), At("out.avi"), image.empty() ? "" : At(image).string(), true};
+    RepairJob job{At("in.avi"), At("out.avi"), image.empty() ? "" : At(image).string(), true};
     return Repair(job);
   }
   int Refusal(std::string const& image = "") {
@@ -110,8 +115,8 @@ class RepairTest : public EveryKind {
     std::vector<Stored> list;
     AviFile(At("out.avi")).ForEachEntry([&](IndexEntry const& entry) {
       auto const at = static_cast<std::size_t>(entry.offset);
-      unsigned const size = base::Load32(reinterpret_cast<unsigned char const*>(&bytes[at + 4]));
-      list.push_back({bytes.substr(at, 4), bytes.substr(at + 8, size), entry.flags != 0, at});
+      list.push_back(
+          {bytes.substr(at, 4), bytes.substr(at + 8, Get(bytes, at + 4)), entry.flags != 0, at});
     });
     return list;
   }
@@ -130,11 +135,11 @@ TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
   for (Way way : {kPlain, kInPlace, kImage, kCallback}) {
     Recorded const made = Record(way);
     std::string const data = made.closed.substr(made.start, made.end - made.start);
+    std::string const cut = made.middle.substr(0, made.start) + data;
     struct State {
       std::string bytes, image;
       long promised;  // packets that an index in front or in the side file names
     };
-    std::string const cut = made.middle.substr(0, made.start) + data;
     std::vector<State> states = {{made.closed, "", way == kInPlace || way == kImage ? 16 : 0},
                                  {cut, "", way == kInPlace ? 8 : 0}};
     if (way == kCallback) states.push_back({cut, made.image, 8});
@@ -174,13 +179,9 @@ TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
 
 // Wherever a sector of zeros, or another's data, takes the place of one: what it spares is kept.
 TEST_F(RepairTest, LostSectorsCostOnlyWhatTheyHeld) {
-  Make("all.avi");
-  std::string const bytes = FileText(At("all.avi"));
-  std::vector<Stored> all;
-  Write("in.avi", bytes);
-  Mend();
+  std::string const bytes = MakeAll();
+  std::vector<Stored> const all = Mended();
   EXPECT_TRUE(FileText(At("out.avi")) == bytes);
-  for (Stored const& stored : Mended()) all.push_back(stored);
   std::size_t const end = bytes.rfind("idx1");
   for (bool indexed : {true, false})
     for (std::size_t at = bytes.find("movi") + 4; at < end; at = at / 512 * 512 + 512) {
@@ -205,33 +206,27 @@ TEST_F(RepairTest, LostSectorsCostOnlyWhatTheyHeld) {
         EXPECT_TRUE(whole || packet.id[2] == 'w' || at % 1024 >= 512) << packet.id;
       }
       EXPECT_EQ(report.kept.packets, out.size());
-      if (indexed) {
-        EXPECT_EQ(report.kept.packets + report.lost.packets, all.size());
-      }
-      if (indexed) {
-        EXPECT_EQ(report.Complete(), out.size() == all.size());
-      }
+      if (!indexed) continue;
+      EXPECT_EQ(report.kept.packets + report.lost.packets, all.size());
+      EXPECT_EQ(report.Complete(), out.size() == all.size());
     }
 }
 
 // A chunk's header that is gone, or tells a wrong size, costs that packet at most; not even that
 // where the index tells the size.
 TEST_F(RepairTest, DamagedHeadersCostOnePacket) {
-  Make("all.avi");
-  std::string const bytes = FileText(At("all.avi"));
-  Write("in.avi", bytes);
-  Mend();
+  std::string const bytes = MakeAll();
   std::vector<Stored> const all = Mended();
   for (bool indexed : {true, false})
-    for (char const* header : {"........", "....\xFF\xFF\xFF\x01", "....\x04???"})
+    // No header, a size beyond the file, and a smaller one.
+    for (std::string const& header :
+         {std::string("........"), std::string("\xFF\xFF\xFF\x01"), std::string("\x04\0\0\0", 4)})
       for (Stored const& stored : all) {
         SCOPED_TRACE(testing::Message()
                      << stored.id << " at " << stored.offset << indexed << header);
-        if (header[4] == 4 && stored.payload.size() < 4) continue;  // reaches into the next one
+        if (header[0] == 4 && stored.payload.size() < 4) continue;  // reaches into the next one
         std::string damaged = bytes.substr(0, indexed ? bytes.size() : bytes.rfind("idx1"));
-        for (std::size_t i = 0; i < 8; ++i)
-          if (header[i] != '.' || header[4] == '.')
-            damaged[stored.offset + i] = header[i] == '?' ? '\0' : header[i];
+        damaged.replace(stored.offset + 8 - header.size(), header.size(), header);
         Write("in.avi", damaged);
         Mend();
         std::vector<Stored> out = Mended(), others = all;
@@ -258,7 +253,7 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
   Write("mono", mono);
   Write("torn", made.image.substr(0, made.image.size() - 7));
   Write("text", "no image");
-  struct Case {
+  struct {
     std::string const& in;
     char const* image;
     int refused;
@@ -283,23 +278,18 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
 
 // What the muxer stores differently is told.
 TEST_F(RepairTest, WarnsOfWhatOtherWritersStore) {
-  using test::List;
-  using test::Plain;
   std::string const made = Record(kPlain).closed;
   test::Bytes data, index;
-  unsigned at = static_cast<unsigned>(made.find("movi")) + 4;
+  auto const begin = static_cast<unsigned>(made.find("movi")) + 4;
   for (std::string const& payload : {test::KeyFrame("x"), std::string(), test::StoredFrame("y")}) {
-    index.Cc("00dc").U32(0x10).U32(at).U32(static_cast<unsigned>(payload.size()));
-    data.Add(Plain("00dc", payload));
-    if (payload.size() % 2 != 0) data.Zeros(1);
-    at += 8 + static_cast<unsigned>(payload.size() + payload.size() % 2);
+    auto const size = static_cast<unsigned>(payload.size());
+    index.Cc("00dc").U32(0x10).U32(begin + static_cast<unsigned>(data.size())).U32(size);
+    data.Add(test::Plain("00dc", payload)).Zeros(size % 2);
   }
-  test::Bytes const movi = List("LIST", "movi", data);
-  std::string bytes = made.substr(0, made.find("movi") - 8);
-  bytes.append(movi.begin(), movi.end());
-  bytes += std::string("idx1\x30\0\0\0", 8);
-  bytes.append(index.begin(), index.end());
-  Write("in.avi", bytes);
+  test::Bytes bytes(made.substr(0, made.find("movi") - 8));
+  bytes.Add(test::List("LIST", "movi", data))
+      .Add(test::Plain("idx1", {index.begin(), index.end()}));
+  Write("in.avi", {bytes.begin(), bytes.end()});
   RepairReport const report = Mend();
   EXPECT_THAT(report.warnings, testing::ElementsAre(HasSubstr("1 packet(s) are stored without"),
                                                     HasSubstr("1 empty packet(s)")));
@@ -327,30 +317,18 @@ TEST_F(RepairTest, TellsWhatItDid) {
   Write("half.avi", FileText(At("all.avi")).substr(0, 50000));
   Write("head.avi", FileText(At("all.avi")).substr(0, 200));
   Write("x.avi.part", "precious");
-  struct Case {
-    char const* arguments;
-    int code;
-    char const* says;
-  } const cases[] = {
-      {"half.avi -o new.avi", 1, "lost 1 packet, "},
-      {"half.avi -o out.avi", 2, "exists already"},
-      {"half.avi -o out.avi --force", 1, "lost 1 packet, "},
-      {"half.avi -o half.avi --force", 2, "would be overwritten"},
-      {"x.avi.part -o x.avi", 2, "would be overwritten"},
-      {"half.avi -o a.avi --image none", 3, "none: No such file"},
-      {"half.avi -o none/a.avi", 3, "none/a.avi"},
-      {"head.avi -o a.avi", 4, "ends within its head"},
-      {"media -o a.avi", 3, "is a directory"},
-      {"stdout.txt -o a.avi", 4, "not a RIFF file"},
-      {"half.avi -o a.avi --index first", 2, "--index"},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    Result const result = Run(std::string("repair ") + c.arguments);
-    EXPECT_EQ(result.code, c.code) << result.err;
-    EXPECT_THAT(result.out + result.err, HasSubstr(c.says));
-    EXPECT_FALSE(fs::exists(At("a.avi")) || fs::exists(At("a.avi.part")));
-  }
+  Expect("repair", {{"half.avi -o new.avi", 1, "lost 1 packet, "},
+                    {"half.avi -o out.avi", 2, "exists already"},
+                    {"half.avi -o out.avi --force", 1, "lost 1 packet, "},
+                    {"half.avi -o half.avi --force", 2, "would be overwritten"},
+                    {"x.avi.part -o x.avi", 2, "would be overwritten"},
+                    {"half.avi -o a.avi --image none", 3, "none: No such file"},
+                    {"half.avi -o none/a.avi", 3, "none/a.avi"},
+                    {"head.avi -o a.avi", 4, "ends within its head"},
+                    {"media -o a.avi", 3, "is a directory"},
+                    {"stdout.txt -o a.avi", 4, "not a RIFF file"},
+                    {"half.avi -o a.avi --index first", 2, "--index"}});
+  EXPECT_FALSE(fs::exists(At("a.avi")) || fs::exists(At("a.avi.part")));
   EXPECT_EQ(FileText(At("x.avi.part")), "precious");
 }
 
