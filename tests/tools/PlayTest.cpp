@@ -150,6 +150,32 @@ TEST_F(PlayTest, PartsAndSeeks) {
   EXPECT_THAT(Run("play --seek 0:01 --to 1 a.avi").out, HasSubstr("key\nseek to 1.000 s\n"));
 }
 
+// From wherever play stands, in one run: each seek is followed by its key frame.
+TEST_F(PlayTest, SeeksToTheKeyFrameAtOrBefore) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
+  struct {
+    std::size_t every;
+    char const* mode;
+    int step;
+  } const runs[] = {{1, "video", 100}, {6, "normal", 700}, {6, "normal", 4500}};
+  for (auto const& run : runs) {
+    std::string arguments = "--every " + std::to_string(run.every) + " --mode " + run.mode;
+    std::vector<int> targets;
+    for (int i = 0; i <= 46; ++i) targets.push_back(i * run.step % 4600);
+    for (int t : targets) arguments += " --seek " + std::to_string(t / 1000.0);
+    Lines const lines = Play(arguments + " a.avi");
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+      ASSERT_LT((i + 1) * run.every + 2, lines.size());
+      auto const first = lines.begin() + static_cast<std::ptrdiff_t>((i + 1) * run.every);
+      // The first packets may be sound that still sounds with the key frame.
+      auto const frame = std::find_if(first, lines.end(), IsVideo);
+      EXPECT_EQ(std::get<kTime>(*frame), std::min(targets[i] / 1000, 3) * 1000) << targets[i];
+      EXPECT_TRUE(IsKey(*frame));
+      EXPECT_LE(frame - first, 2);
+    }
+  }
+}
+
 TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
   ASSERT_EQ(Run("record -o sound.avi media/mono8k.wav").code, 0);

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "Errors.h"
 #include "Interrupt.h"
@@ -87,18 +88,18 @@ void Player::Happened(Event event) {
 Player::Event Player::Next(Delivered& packet) {
   // A signal does not wake a waiting thread.
   constexpr auto kSlice = std::chrono::milliseconds(50);
-  {
-    std::lock_guard lock(_mutex);
-    _held = false;
-  }
-  _changed.notify_all();
-  // Only now: the first packet may come before this returns.
   if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
   std::unique_lock lock(_mutex);
+  // Only what was handed out: another one may have come already, after a seek at the end.
+  if (std::exchange(_handedOut, false)) _held = false;
+  _changed.notify_all();
   while (!_changed.wait_for(lock, kSlice, [this] { return _waiting; }))
     if (Interrupted()) return kInterrupted;
   _waiting = false;
-  if (_event == kPacket) packet = _packet;
+  if (_event == kPacket) {
+    packet = _packet;
+    _handedOut = true;
+  }
   return Interrupted() ? kInterrupted : _event;
 }
 
