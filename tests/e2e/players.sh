@@ -34,7 +34,7 @@ cut() { # cut OUT MODE
   exec 7>pipe.h264
   cat part.h264 >&7
   for _ in $(seq 100); do
-    sleep 0.3
+    sleep 0.7
     [[ -s $1 && $(stat -c %s "$1") -eq $size ]] && break
     size=$(stat -c %s "$1" 2>/dev/null || echo 0)
   done
