@@ -199,6 +199,19 @@ for limit in 40 300 600; do # KiB; the whole file has 640
   exits "disk full at $limit KiB" 3 full
   good_part "disk full at $limit KiB" full$limit.avi
 done
+for mode in in-place image callback; do
+  full() (
+    trap '' XFSZ
+    ulimit -f 300
+    [[ $mode == callback ]] || set -- --reserve-time 20
+    record --sync "$mode" --sync-interval 0.5 "$@" -o "full-$mode.avi" "${av[@]}"
+  )
+  exits "disk full, $mode" 3 full
+  exits "disk full, $mode: verify" 0 "$tool" verify "full-$mode.avi"
+  exits "disk full, $mode: play" 0 "$tool" play "full-$mode.avi"
+  check "disk full, $mode: next packet has no room" 1 \
+    "$(stat -c %s "full-$mode.avi" | awk '{ print ($1 > 300 * 1024 - 8192) }')"
+done
 for signal in INT TERM; do
   env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2>stderr.txt &
   pid=$!

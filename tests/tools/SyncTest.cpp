@@ -1,5 +1,6 @@
 // Recordings that are kept playable on the way.
 #include "Command.h"
+#include "verify/Verify.h"
 
 namespace kestro::tool {
 namespace {
@@ -72,6 +73,35 @@ TEST_F(SyncTest, FullReservesAndFaultsAreTold) {
   EXPECT_EQ(Run("record --sync callback -o cut2.avi" + _inputs).code, 0);
   fs::rename(At("cut.avi.sync"), At("cut3.avi.sync"));
   EXPECT_EQ(Run("record --sync callback -o cut3.avi" + _inputs).code, 2);
+}
+
+// Over the head and behind the data of that moment, each image makes a clean file.
+TEST_F(SyncTest, EveryImageMakesACleanFile) {
+  Write("t.srt", "1\n00:00:00,100 --> 00:00:00,400\nodd\n");
+  Result const run = Shell(TEST_TOOL
+                           " record --realtime --duration 1 --sync callback --sync-interval 0.1 "
+                           "--strn camera -o s.avi t.srt" +
+                           _inputs +
+                           " & while kill -0 $!; do ln s.avi.sync $(stat -c %i s.avi.sync).image; "
+                           "sleep 0.02; done; wait $!");
+  ASSERT_EQ(run.code, 0) << run.err;
+  std::string const whole = FileText(At("s.avi"));
+  int images = 0;
+  for (auto const& entry : fs::directory_iterator(_folder)) {
+    if (entry.path().extension() != ".image") continue;
+    std::string const image = FileText(entry.path());
+    std::size_t const head = image.find("movi") + 4, index = image.size() - head;
+    if (index == 0) continue;  // of a file just opened
+    std::size_t const end = Little(image, 4) + 8 - index;
+    ASSERT_LT(end, whole.size());
+    Write("applied.avi",
+          image.substr(0, head) + whole.substr(head, end - head) + image.substr(head));
+    Findings findings;
+    EXPECT_TRUE(Verify(At("applied.avi"), false, findings));
+    EXPECT_EQ(findings.Count(Severity::kError) + findings.Count(Severity::kWarning), 0u);
+    ++images;
+  }
+  EXPECT_GT(images, 0);
 }
 
 TEST_F(SyncTest, WrongOptions) {
