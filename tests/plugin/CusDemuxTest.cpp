@@ -1,11 +1,9 @@
 // Playing from slow media, by the reads that reach the device.
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <thread>
-
 #include "customize/CusAviDemux.h"
 #include "support/Fakes.h"
+#include "support/FileLayout.h"
 #include "support/Playing.h"
 #include "support/SlowIO.h"
 
@@ -15,18 +13,13 @@ namespace {
 using plugin::avi::CusAviDemuxer;
 using testing::HasSubstr;
 
-// As many frames, with what is left for other bytes of the application in the header.
-void Record(MemoryIO& io, int frames, std::string strd = {}, std::size_t bytes = 40) {
-  RegisterClasses();
+// As many frames of so many bytes, with bytes of the application's own in the header.
+void Record(MemoryIO& io, int frames, std::string const& strd = {}, std::size_t bytes = 40) {
+  Shape shape;
+  shape.strd = strd;
+  Tags tags(shape);
   Recording r(&io);
-  std::unique_ptr<base::object> tags(base::Object::New("AviVideoTags"));
-  void* data[100] = {strd.data()};
-  auto size = static_cast<unsigned>(strd.size());
-  unsigned sizes[100] = {size};
-  auto& set = dynamic_cast<base::Object&>(*tags);
-  ASSERT_TRUE(set.SetWithType<void**>("strdbuf", data));
-  ASSERT_TRUE(set.SetWithType<unsigned*>("strdsize", sizes));
-  ASSERT_TRUE(r.muxer->Set("vidtag", &set));
+  ASSERT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
   r.Track(VideoMedia());
   ASSERT_TRUE(r.Open());
   std::string const payload(bytes, 'f');

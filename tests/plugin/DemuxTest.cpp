@@ -6,6 +6,7 @@
 #include <random>
 #include <thread>
 
+#include "base/LittleEndian.h"
 #include "common/IStream.h"
 #include "stream/ParameterSetFilter.h"
 #include "support/Bytes.h"
@@ -50,11 +51,6 @@ void Record(MemoryIO& io, Film const& film) {
   ASSERT_TRUE(r.Close());
 }
 
-std::string Blanked(std::string stored, std::size_t leading) {
-  std::fill_n(stored.begin(), leading, '\0');
-  return stored;
-}
-
 TEST(Demux, DeliversWhatWasRecorded) {
   MemoryIO io;
   Record(io, {4, 2, {25, 1}, true, 48000, 2, 1920});
@@ -62,36 +58,33 @@ TEST(Demux, DeliversWhatWasRecorded) {
   ASSERT_TRUE(p.Open());
   EXPECT_EQ(160, p.demuxer->Duration());
   auto const key = [](int i) {
-    std::string const stored = StoredKeyFrame("frame " + std::to_string(i));
-    return Blanked(stored, stored.find(kStart + "\x65"));
+    std::string stored = StoredKeyFrame("frame " + std::to_string(i));
+    std::fill_n(stored.begin(), stored.find(kStart + "\x65"), '\0');  // all before the slice
+    return stored;
   };
   auto const plain = [](int i) { return StoredFrame("frame " + std::to_string(i)); };
   std::string const sound(7680, 's');
-  std::vector<Got> all;
-  for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot()) all.push_back(got);
-  EXPECT_THAT(all, ElementsAre(Got{0, 0, true, false, key(0)}, Got{1, 0, true, false, sound},
-                               Got{0, 40, false, false, plain(1)}, Got{1, 40, true, false, sound},
-                               Got{0, 80, true, false, key(2)}, Got{1, 80, true, false, sound},
-                               Got{0, 120, false, true, plain(3)}, Got{1, 120, true, true, sound}));
+  EXPECT_THAT(p.All(),
+              ElementsAre(Got{0, 0, true, false, key(0)}, Got{1, 0, true, false, sound},
+                          Got{0, 40, false, false, plain(1)}, Got{1, 40, true, false, sound},
+                          Got{0, 80, true, false, key(2)}, Got{1, 80, true, false, sound},
+                          Got{0, 120, false, true, plain(3)}, Got{1, 120, true, true, sound}));
 
   // The media say again what was recorded.
   auto* video = p.outputs[0]->Media();
   auto* audio = p.outputs[1]->Media();
-  int width = 0, height = 0, gop = 0, rate = 0, channel = 0, depth = 0, bytes = 0, samples = 0;
-  bool interlace = true;
+  auto const values = [](IMedia* media, std::initializer_list<char const*> keys) {
+    std::vector<int> all;
+    for (char const* key : keys) EXPECT_TRUE(media->Get(key, all.emplace_back(-1))) << key;
+    return all;
+  };
+  EXPECT_THAT(values(video, {"width", "height", "gop", "interlace"}), ElementsAre(320, 180, 2, 0));
+  EXPECT_THAT(values(audio, {"rate", "channel", "depth", "width", "samples"}),
+              ElementsAre(48000, 2, 16, 2, 1920));
   base::Fraction fps;
-  EXPECT_TRUE(video->Get("width", width) && video->Get("height", height) &&
-              video->Get("framerate", fps) && video->Get("gop", gop) &&
-              video->Get("interlace", interlace));
-  EXPECT_TRUE(width == 320 && height == 180 && gop == 2 && !interlace);
-  EXPECT_EQ(base::Fraction(25, 1), fps);
+  EXPECT_TRUE(video->Get("framerate", fps) && fps == base::Fraction(25, 1));
   std::string const sets = kStart + "\x67sps" + kStart + "\x68pps";
   EXPECT_EQ(sets, std::string(video->ExtraData().begin(), video->ExtraData().end()));
-  EXPECT_TRUE(audio->Get("rate", rate) && audio->Get("channel", channel) &&
-              audio->Get("depth", depth) && audio->Get("width", bytes) &&
-              audio->Get("samples", samples));
-  EXPECT_THAT((std::vector<int>{rate, channel, depth, bytes, samples}),
-              ElementsAre(48000, 2, 16, 2, 1920));
 }
 
 // Parameter sets of any length, and those behind the first of each kind, reach the media.
@@ -168,10 +161,9 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
        {Film{100, 10, {25, 1}}, Film{95, 25, {30, 1}, true, 8000, 1, 320}, Film{40, 1, {10, 1}},
         Film{61, 30, {30000, 1001}, false}, Film{7, 100, {25, 1}}})
     ExpectExactSeeks(film, 10);
+  // Beyond 35.8 minutes the clocks of the forward search do not suffice; seeking does not notice.
+  ExpectExactSeeks({45 * 60 * 25, 50, {25, 1}, false}, 3333);
 }
-
-// Beyond 35.8 minutes the clocks of the forward search do not suffice; seeking does not notice.
-TEST(Demux, SeeksInLongFiles) { ExpectExactSeeks({45 * 60 * 25, 50, {25, 1}, false}, 3333); }
 
 // Ten minutes of sound and picture drift apart by less than a block.
 TEST(Demux, SoundStaysInStep) {
@@ -220,7 +212,7 @@ TEST(Demux, FastAndBackVisitEveryKeyFrameOnce) {
     d.Seek(from);
     d.PlayModeSwitch(mode);
     std::vector<bool> ends;
-    for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot()) ends.push_back(got.end);
+    for (Got const& got : p.All()) ends.push_back(got.end);
     EXPECT_THAT(ends, ElementsAre(false, false, false, false, true));
   }
   EXPECT_FALSE(d.PlayModeSwitch(static_cast<PlayMode>(7)));
@@ -267,13 +259,11 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
   EXPECT_THAT(p.NextGot().data, HasSubstr("second"));
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 0));
   EXPECT_EQ(320, width(p));
-  int videos = 0;
-  for (Got got = p.NextGot(); got.track >= 0; got = p.NextGot())
-    if (got.track == 0) {
-      EXPECT_THAT(got.data, HasSubstr("first"));
-      ++videos;
-    }
-  EXPECT_EQ(20, videos);
+  auto const rest = p.All();
+  EXPECT_EQ(20, std::count_if(rest.begin(), rest.end(), [](Got const& got) {
+              return got.track == 0 && got.data.find("first") < got.data.size();
+            }));
+  EXPECT_EQ(40u, rest.size());
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 9));
   p.demuxer->Seek(0);
   EXPECT_EQ(1, p.NextGot().track) << "no such track: sound alone";
@@ -291,24 +281,11 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
 // A stream over records that a test makes up.
 TEST(Demux, CursorSteps) {
   RegisterClasses();
-  plugin::avi::croot root;
-  auto* strl = new plugin::avi::cstrl;
-  auto* header = new plugin::avi::cstrh;
-  header->fccHandler = base::Convert4("H264");
-  header->dwScale = 1;
-  header->dwRate = 25;
-  header->dwLength = 3;
-  root.Add(strl)->Add(header);
-  strl->Add(new plugin::avi::cvstrf);
   std::unique_ptr<IStream> s(IStream::New("h264", "h264", 0));
-  EXPECT_TRUE(s->DemuxConfig(strl, nullptr));
-  EXPECT_EQ(120, s->Duration());
-  s->DemuxReset();
+  EXPECT_FALSE(s->DemuxConfig(nullptr, nullptr)) << "no headers";
   int64 t = 50;
   EXPECT_EQ(s->end(), s->DemuxSeek(t, true)) << "no entries";
-  EXPECT_TRUE(s->DemuxISEnd());
-  EXPECT_EQ(s->DemuxNext(), s->DemuxPrev());
-  EXPECT_EQ(nullptr, s->DemuxPeek());
+  EXPECT_TRUE(s->DemuxISEnd() && s->DemuxNext() == s->DemuxPrev() && s->DemuxPeek() == nullptr);
   for (unsigned duration : {40000u, 33000u, 27000u}) {
     ChunkParam e;
     e.duration = duration;
@@ -342,10 +319,8 @@ TEST(Demux, DamagedIndexIsReported) {
   MemoryIO io;
   Record(io, {3, 3, {25, 1}, false});
   auto const index = static_cast<std::size_t>(io.bytes.size() - 3 * 16);
-  auto const patch = [&](int entry, int field, unsigned value) {
-    for (int i = 0; i < 4; ++i)
-      io.bytes[index + static_cast<std::size_t>(entry * 16 + field * 4 + i)] =
-          static_cast<unsigned char>(value >> (8 * i));
+  auto const patch = [&](unsigned entry, unsigned field, unsigned value) {
+    base::Store32(&io.bytes[index + entry * 16 + field * 4], value);
   };
   patch(0, 3, 0xFFFFFFFF);  // size
   patch(1, 2, 0xFFFFFFF0);  // position, negative as it is read
@@ -461,7 +436,7 @@ TEST(Demux, ControlsWhilePacketsFlow) {
   stop = true;
   for (auto& thread : threads) thread.join();
   p.demuxer->PlayModeSwitch(PlayMode::kNormal);
-  for (unsigned const chosen : {1u, 0u, 1u}) {
+  for (unsigned const chosen : {1u, 0u}) {
     EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", chosen));
     int const before = sink.videos[chosen], others = sink.videos[1 - chosen];
     p.demuxer->Seek(0);

@@ -118,27 +118,5 @@ TEST(Entry, OptionalSlotsHoldAFunction) {
   }
 }
 
-TEST(Entry, TagSetPrintsItsMembers) {
-  RegisterClasses();
-  std::unique_ptr<base::object> tags(base::Object::New("AviVideoTags"));
-  std::string text;
-  base::ostream_string os(text);
-  *tags >> os;
-  std::vector<std::string> lines;
-  for (std::size_t at = 0, end; (end = text.find('\n', at)) != text.npos; at = end + 1)
-    lines.push_back(text.substr(at, end - at));
-  std::string const path = "plugin/avi/VideoTag/";
-  std::string const in = "/operator>>:\t";
-  EXPECT_THAT(lines,
-              ElementsAre(path + "83" + in + "strdbuf : void**(nullptr)",
-                          path + "84" + in + "strdsize : unsigned int*(nullptr)",
-                          path + "85" + in + "strnbuf : void**(nullptr)",
-                          path + "86" + in + "strnsize : unsigned int*(nullptr)",
-                          path + "88" + in + "isftbuf : unsigned char*(nullptr)",
-                          path + "89" + in + "isftsize : 0",
-                          path + "90" + in + "junkbuf : unsigned char*(nullptr)",
-                          path + "91" + in + "junksize : 0", path + "92" + in + "idx1_first: 0"));
-}
-
 }  // namespace
 }  // namespace kestro::test

@@ -36,20 +36,13 @@ inline Bytes Plain(char const* id, std::string const& payload) {
 }
 
 inline Bytes MainHeader(Shape const& s, unsigned frames, unsigned bytesPerSecond) {
-  return Bytes()
-      .Cc("avih")
-      .U32(56)
-      .U32(static_cast<unsigned>(s.rate.den * 1000000 / s.rate.num))  // microseconds per frame
-      .U32(bytesPerSecond)                                            // maximum bytes per second
-      .U32(0)                                                         // padding granularity
-      .U32(0x10010)                                                   // flags: index, captured
-      .U32(frames)                                                    // total frames
-      .U32(0)                                                         // initial frames
-      .U32(s.sound ? 2 : 1)                                           // streams
-      .U32(192000)                                                    // suggested buffer size
-      .U32(320)                                                       // width
-      .U32(s.interlace ? 360 : 180)                                   // height
-      .Zeros(16);                                                     // reserved
+  Bytes b;
+  b.Cc("avih").U32(56);
+  b.U32(static_cast<unsigned>(s.rate.den * 1000000 / s.rate.num));  // microseconds per frame
+  b.U32(bytesPerSecond).U32(0).U32(0x10010);            // padding, flags: index, captured
+  b.U32(frames).U32(0).U32(s.sound ? 2 : 1);            // initial frames, streams
+  b.U32(192000).U32(320).U32(s.interlace ? 360 : 180);  // buffer size, width, height
+  return b.Zeros(16);                                   // reserved
 }
 
 inline Bytes VideoHeaders(Shape const& s, unsigned frames) {
@@ -132,18 +125,16 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
 // The tag set of a shape, with the arrays it points to.
 struct Tags {
   explicit Tags(Shape const& shape) : s(shape), object(Make()) {
-    char* const* first = &bytes[0];
-    data[0] = *first;
-    data[2] = bytes[1];
-    sizes[0] = static_cast<unsigned>(s.strd.size());
-    sizes[2] = static_cast<unsigned>(s.strn.size());
-    object->Set("strdbuf", static_cast<void**>(&data[0]));
-    object->Set("strdsize", &sizes[0]);
-    object->Set("strnbuf", static_cast<void**>(&data[2]));
-    object->Set("strnsize", &sizes[2]);
-    object->Set("isftbuf", reinterpret_cast<unsigned char*>(s.isft.data()));
+    auto const bytes = [](std::string& text) {
+      return reinterpret_cast<unsigned char*>(text.data());
+    };
+    object->Set("strdbuf", &strd[0]);
+    object->Set("strdsize", &strdSize[0]);
+    object->Set("strnbuf", &strn[0]);
+    object->Set("strnsize", &strnSize[0]);
+    object->Set("isftbuf", bytes(s.isft));
     object->Set("isftsize", static_cast<unsigned>(s.isft.size()));
-    object->Set("junkbuf", reinterpret_cast<unsigned char*>(s.junk.data()));
+    object->Set("junkbuf", bytes(s.junk));
     object->Set("junksize", static_cast<unsigned>(s.junk.size()));
     object->Set("idx1_first", static_cast<unsigned char>(s.indexFirst));
   }
@@ -153,9 +144,11 @@ struct Tags {
   }
 
   Shape s;
-  char* bytes[2] = {s.strd.data(), s.strn.data()};
-  void* data[4] = {};
-  unsigned sizes[4] = {};
+  // Of the first track; the others have none.
+  void* strd[3] = {s.strd.data()};
+  void* strn[3] = {s.strn.data()};
+  unsigned strdSize[3] = {unsigned(s.strd.size())};
+  unsigned strnSize[3] = {unsigned(s.strn.size())};
   std::unique_ptr<base::Object> object;
 };
 

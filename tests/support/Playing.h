@@ -60,10 +60,15 @@ class Playing {
             (packet->Flags() & Packet::kEndOfStream) != 0,
             std::string(packet->Data(), packet->Data() + packet->Size())};
   }
-  std::vector<int64> Times() {
-    std::vector<int64> all;
-    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(got.pts);
+  std::vector<Got> All() {
+    std::vector<Got> all;
+    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(got);
     return all;
+  }
+  std::vector<int64> Times() {
+    std::vector<int64> times;
+    for (Got const& got : All()) times.push_back(got.pts);
+    return times;
   }
 
   std::unique_ptr<stream::IDemuxer> demuxer;
