@@ -401,24 +401,19 @@ TEST(Demux, ControlsWhilePacketsFlow) {
       r.Push(2, std::string(100, 's'), true);
     }
   }
-  class Sink : public stream::ISink {
-   public:
-    Sink() : ISink("sink") {}
-    bool ReceivePacket(Packet& packet, void*) override {
-      auto& last = seq[packet.Media()->Codec()];
-      torn += last > 0 && packet.Seq() <= last;
-      last = packet.Seq();
-      ++packets;
-      if (packet.Media()->IsVideo()) ++videos[packet.Media()->Codec() == std::string("hevc")];
-      return true;
-    }
-    std::map<std::string, unsigned> seq;
-    int torn = 0;
-    std::atomic<int> packets{0}, videos[2] = {};
-  } sink;
+  std::map<std::string, unsigned> seq;
+  std::atomic<int> packets{0}, torn{0}, videos[2] = {};
+  CaptureSink sink([&](Packet& packet) {
+    auto& last = seq[packet.Media()->Codec()];
+    torn += last > 0 && packet.Seq() <= last;
+    last = packet.Seq();
+    ++packets;
+    if (packet.Media()->IsVideo()) ++videos[packet.Media()->Codec() == std::string("hevc")];
+    return true;
+  });
   Playing p(&io);
   for (IPort* output : p.outputs) IPort::Link(*output, *sink.AddInput());
-  ASSERT_TRUE(p.Open() && sink.StatusChange(IStatus::kRunning));
+  ASSERT_TRUE(p.Open());
   ASSERT_TRUE(p.demuxer->StatusChange(IStatus::kRunning));
   base::ConsoleCapture console;
   std::atomic<bool> stop{false};
@@ -432,20 +427,19 @@ TEST(Demux, ControlsWhilePacketsFlow) {
       repeat([&](unsigned r) { p.demuxer->Seek(r % 3000); }),
       repeat([&](unsigned r) { p.demuxer->PlayModeSwitch(static_cast<PlayMode>(r % 6)); }),
       repeat([&](unsigned r) { p.demuxer->Set("plyVidCtrl", r % 3); })};
-  EXPECT_TRUE(Eventually([&] { return sink.packets >= 3000; }));
+  EXPECT_TRUE(Eventually([&] { return packets >= 3000; }));
   stop = true;
   for (auto& thread : threads) thread.join();
   p.demuxer->PlayModeSwitch(PlayMode::kNormal);
   for (unsigned const chosen : {1u, 0u}) {
     EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", chosen));
-    int const before = sink.videos[chosen], others = sink.videos[1 - chosen];
+    int const before = videos[chosen], others = videos[1 - chosen];
     p.demuxer->Seek(0);
-    EXPECT_TRUE(Eventually([&] { return sink.videos[chosen] >= before + 100; }));
-    EXPECT_LE(sink.videos[1 - chosen], others + 1) << "one packet may have been on its way";
+    EXPECT_TRUE(Eventually([&] { return videos[chosen] >= before + 100; }));
+    EXPECT_LE(videos[1 - chosen], others + 1) << "one packet may have been on its way";
   }
   EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-  EXPECT_TRUE(sink.StatusChange(IStatus::kClosed));
-  EXPECT_EQ(0, sink.torn);
+  EXPECT_EQ(0, torn);
 }
 
 }  // namespace

@@ -27,53 +27,38 @@ std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
   return chunks;
 }
 
-Shape With(Shape s, void (*change)(Shape&)) {
-  change(s);
-  return s;
-}
-
 TEST(FileBytes, EveryLayoutIsExact) {
-  Shape const plain;
-  struct Case {
-    char const* name;
-    Shape shape;
-  } const cases[] = {
-      {"video alone", plain},
-      {"with sound", With(plain, [](Shape& s) { s.sound = true; })},
-      {"29.97 is stored as 29, the frame time is exact", With(plain,
-                                                              [](Shape& s) {
-                                                                s.rate = {30000, 1001};
-                                                              })},
-      {"two fields a frame", With(plain, [](Shape& s) { s.interlace = true; })},
-      {"strd alone", With(plain, [](Shape& s) { s.strd = "12345678"; })},
-      {"JUNK without INFO", With(plain, [](Shape& s) { s.junk = std::string(6, 'j'); })},
-      {"everything, of odd sizes", With(plain,
-                                        [](Shape& s) {
-                                          s.sound = true;
-                                          s.strd = "strd!";
-                                          s.strn = "a name.";
-                                          s.isft = "software 1.0!";
-                                          s.junk = "junk1";
-                                        })},
-      {"index first", With(plain, [](Shape& s) { s.indexFirst = true; })},
-      {"index first with everything", With(plain,
-                                           [](Shape& s) {
-                                             s.sound = s.indexFirst = true;
-                                             s.strd = "1234";
-                                             s.isft = "soft";
-                                             s.junk = "junk";
-                                           })},
+  std::vector<std::pair<char const*, Shape>> cases;
+  auto const add = [&](char const* name) -> Shape& {
+    return cases.emplace_back(name, Shape()).second;
   };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.name);
+  add("video alone");
+  add("with sound").sound = true;
+  add("29.97 is stored as 29, the frame time is exact").rate = {30000, 1001};
+  add("two fields a frame").interlace = true;
+  add("strd alone").strd = "12345678";
+  add("JUNK without INFO").junk = "jjjjjj";
+  add("index first").indexFirst = true;
+  Shape& all = add("everything, of odd sizes");
+  all.sound = true;
+  all.strd = "strd!";
+  all.strn = "a name.";
+  all.isft = "software 1.0!";
+  all.junk = "junk1";
+  Shape const everything = all;
+  Shape& first = add("index first with everything");
+  first = everything;
+  first.indexFirst = true;
+  for (auto const& [name, shape] : cases) {
+    SCOPED_TRACE(name);
     MemoryIO io;
-    Tags tags(c.shape);
+    Tags tags(shape);
     Recording r(&io);
     EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
-    r.Track(VideoMedia("h264", 320, 180, c.shape.rate, c.shape.interlace));
-    if (c.shape.sound) r.Track(SoundMedia());
-    auto const chunks = RecordTo(r, c.shape, 7);
-    EXPECT_EQ("", Difference(Expected(c.shape, chunks), io.bytes));
+    r.Track(VideoMedia("h264", 320, 180, shape.rate, shape.interlace));
+    if (shape.sound) r.Track(SoundMedia());
+    auto const chunks = RecordTo(r, shape, 7);
+    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes));
     EXPECT_THAT(r.messages, testing::IsEmpty());
   }
 }

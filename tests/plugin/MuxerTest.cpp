@@ -130,9 +130,11 @@ TEST_F(Muxer, OneFile) {
   r.Track(VideoMedia("vp9"));
   ASSERT_TRUE(Start());
   EXPECT_FALSE(r.Push(0, "x"));
-  auto const packet = MakePacket(r.media[1].get(), KeyFrame("1234"), true);
-  packet->Flags(0xFFFFFFFF);
-  EXPECT_TRUE(r.ports[1]->Push(*packet));
+  {
+    auto const packet = MakePacket(r.media[1].get(), KeyFrame("1234"), true);
+    packet->Flags(0xFFFFFFFF);
+    EXPECT_TRUE(r.ports[1]->Push(*packet));
+  }
   auto const stored = StoredKeyFrame("1234").size();
   EXPECT_EQ(8 + stored + stored % 2, notified[1]);
   long long before = 0, after = 0;

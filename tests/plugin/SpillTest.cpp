@@ -32,9 +32,8 @@ class Spill : public testing::Test {
 
   // Adds as a stream does: spills before the list would grow.
   void Add(IListFile& file, unsigned n) {
-    if (file.ListIsFull()) spills += file.WriteTmpFile() ? 1 : 0;
-    list.emplace_back();
-    list.back().offset = n;
+    if (file.ListIsFull()) spills += file.WriteTmpFile();
+    list.emplace_back().offset = n;
   }
   void ExpectEntries(unsigned count) {
     ASSERT_EQ(count, list.size());

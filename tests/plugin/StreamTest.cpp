@@ -122,12 +122,11 @@ TEST(Streams, PcmHeaders) {
     ASSERT_TRUE(m.configured);
     auto const& strh = m.Chunk<cstrh>("strh");
     auto const& strf = m.Chunk<castrf>("strf");
-    EXPECT_EQ(c.scale, strh.dwScale);
-    EXPECT_EQ(c.dwRate, strh.dwRate);
-    EXPECT_EQ(unsigned(c.channel * c.width), strh.dwSampleSize);
-    EXPECT_EQ(c.average, strf.nAvgBytesPerSec);
-    EXPECT_EQ(c.scale, strf.nBlockAlign);
-    EXPECT_EQ(c.width * 8, strf.wBitsPerSample);
+    EXPECT_THAT((std::vector<unsigned>{strh.dwScale, strh.dwRate, strh.dwSampleSize}),
+                testing::ElementsAre(c.scale, c.dwRate, c.channel * c.width));
+    EXPECT_THAT(
+        (std::vector<unsigned>{strf.nAvgBytesPerSec, strf.nBlockAlign, strf.wBitsPerSample}),
+        testing::ElementsAre(c.average, c.scale, c.width * 8));
     EXPECT_TRUE(m.stream->MuxUpdate());
     EXPECT_EQ(1, m.stream->Duration()) << "never zero";
     m.Add(std::string(4096, 's'), true);
