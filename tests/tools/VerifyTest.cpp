@@ -164,7 +164,9 @@ TEST_F(VerifyTest, KeepsTheFirstOfManyAndCountsAll) {
 
 TEST_F(VerifyTest, TellsByItsExitCode) {
   MakeUnusual("a.avi");
+  ASSERT_EQ(Run("record -o sound.avi media/mono8k.wav").code, 0);
   Expect("verify", {{"a.avi", 0, "a.avi: clean\n"},
+                    {"sound.avi", 0, "sound.avi: clean\n"},
                     {"relative.avi", 0, ""},
                     {"nowhere.avi", 1, ""},
                     {"noindex.avi", 1, ""},

@@ -66,9 +66,10 @@ void Check::Main() {
     return;
   }
   int64 const streams = Field32(_avi.Reader(), avih, MainHeader::kStreams);
-  if (streams != lists)
-    _findings.Add(found::kStreamCount, avih.Payload() + MainHeader::kStreams, lists, streams);
   auto const video = std::find_if(_streams.begin(), _streams.end(), IsVideo);
+  // The muxer fills the main header by its video only.
+  if (streams != lists && (streams != 0 || video != _streams.end()))
+    _findings.Add(found::kStreamCount, avih.Payload() + MainHeader::kStreams, lists, streams);
   if (video == _streams.end()) return;
   Picture(avih, *video);
   // Of several parts it counts the first one's.
