@@ -6,6 +6,7 @@
 #include "Errors.h"
 #include "output/ContainerFile.h"
 #include "output/NumberedFiles.h"
+#include "output/Output.h"
 
 namespace kestro::tool {
 
@@ -128,11 +129,8 @@ Target::Form Targets::FormOf(Target const& target) const {
 
 void Targets::CheckPath(std::string const& path, bool force) const {
   std::error_code none;
-  auto const status = fs::status(path, none);
-  if (!fs::exists(status)) return;
-  if (!fs::is_regular_file(status)) throw Error(kIo, path + ": is not a file");
   if (fs::equivalent(path, _file, none)) throw Error(kUsage, path + ": is the input");
-  if (!force) throw Error(kUsage, path + ": exists already (--force overwrites it)");
+  NewFile::Check(path, force);
 }
 
 void Targets::Check(bool force) const {

@@ -16,6 +16,8 @@ class NewFile {
   explicit NewFile(std::string const& path) : _path(path), _temporary(TemporaryOf(path)) {}
   ~NewFile();
 
+  // Refuses a name that stands for something else than a file, or, unless `force` is set, for one.
+  static void Check(std::string const& path, bool force);
   static std::string TemporaryOf(std::string const& path) { return path + ".part"; }
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }

@@ -7,6 +7,14 @@
 
 namespace kestro::tool {
 
+void NewFile::Check(std::string const& path, bool force) {
+  std::error_code none;
+  auto const status = std::filesystem::status(path, none);
+  if (!std::filesystem::exists(status)) return;
+  if (!std::filesystem::is_regular_file(status)) throw Error(kIo, path + ": is not a file");
+  if (!force) throw Error(kUsage, path + ": exists already (--force overwrites it)");
+}
+
 NewFile::~NewFile() {
   std::error_code none;
   if (!_kept) std::filesystem::remove(_temporary, none);

@@ -24,10 +24,7 @@ void CheckPaths(RepairJob const& job) {
     for (std::string const& written : {job.output, NewFile::TemporaryOf(job.output)})
       if (!read.empty() && fs::equivalent(read, written, none))
         throw Error(kUsage, job.output + ": " + read + " would be overwritten");
-  auto const status = fs::status(job.output, none);
-  if (!fs::exists(status)) return;
-  if (!fs::is_regular_file(status)) throw Error(kIo, job.output + ": is not a file");
-  if (!job.force) throw Error(kUsage, job.output + ": exists already (--force overwrites it)");
+  NewFile::Check(job.output, job.force);
 }
 
 class Repairer {
