@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/LittleEndian.h"
+
 namespace kestro::tool {
 
 using base::Ref;
@@ -18,7 +20,7 @@ static void WriteChunkHead(std::size_t track, std::size_t size, std::uint8_t* ou
   out[1] = static_cast<std::uint8_t>('0' + track % 10);
   out[2] = 'd';
   out[3] = 'c';
-  for (std::size_t i = 0; i < 4; ++i) out[4 + i] = static_cast<std::uint8_t>(size >> 8 * i);
+  base::Store32(out + 4, static_cast<unsigned>(size));
 }
 
 static Ref<IMedia> NewMedia(TrackInfo const& info) {

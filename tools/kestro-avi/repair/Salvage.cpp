@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/LittleEndian.h"
 #include "verify/KeyFrame.h"
 
 namespace kestro::tool {
@@ -161,8 +162,7 @@ int64 Salvage::Find(int64 from, int64 limit) {
     for (int64 i = 0; i + kCode <= n; ++i) {
       unsigned char const c = block[i];  // most bytes begin no code
       if (c > '9' ? c != 'i' && c != 'R' : c < '0') continue;
-      unsigned const id = block[i] | block[i + 1] << 8 | block[i + 2] << 16 |
-                          static_cast<unsigned>(block[i + 3]) << 24;
+      unsigned const id = base::Load32(block + i);
       if (!Known(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
       Chunk chunk;
       Sight const sight = Look(from + i, limit, chunk);
