@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <utility>
 
 #include "Errors.h"
 #include "Interrupt.h"
@@ -90,16 +89,13 @@ Player::Event Player::Next(Delivered& packet) {
   constexpr auto kSlice = std::chrono::milliseconds(50);
   if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
   std::unique_lock lock(_mutex);
-  // Only what was handed out: another one may have come already, after a seek at the end.
-  if (std::exchange(_handedOut, false)) _held = false;
+  // Only what was handed out: another one may wait already, after a seek at the end.
+  if (!_waiting) _held = false;
   _changed.notify_all();
   while (!_changed.wait_for(lock, kSlice, [this] { return _waiting; }))
     if (Interrupted()) return kInterrupted;
   _waiting = false;
-  if (_event == kPacket) {
-    packet = _packet;
-    _handedOut = true;
-  }
+  if (_event == kPacket) packet = _packet;
   return Interrupted() ? kInterrupted : _event;
 }
 

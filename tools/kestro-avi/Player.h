@@ -81,9 +81,8 @@ class Player : private stream::ISink {
   std::condition_variable _changed;
   Event _event = kEnd;
   Delivered _packet;
-  bool _waiting = false;    // an event waits for Next
-  bool _held = false;       // the sink holds a packet
-  bool _handedOut = false;  // which Next has returned
+  bool _waiting = false;  // an event waits for Next
+  bool _held = false;     // the sink holds a packet; Next has returned it unless one waits
   bool _closing = false;
 };
 
