@@ -2,16 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "Documents.h"
 #include "Errors.h"
 #include "Text.h"
 #include "avi/AviFile.h"
 
 namespace kestro::tool {
-
-using Json = nlohmann::ordered_json;
 
 void InfoVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
@@ -131,29 +129,16 @@ static std::string FileText(std::string const& path, AviFile const& avi, bool tr
 }
 
 int InfoVerb::Run() {
-  int worst = kOk;
-  Json files = Json::array();
-  for (std::string const& path : _files) {
-    try {
-      AviFile const avi(path);
-      if (_json)
-        files.push_back(FileJson(path, avi, _tree));
-      else
-        WriteData(FileText(path, avi, _tree));
-      if (avi.CutOff()) {
-        worst = std::max<int>(worst, kFindings);
-        Report(path + ": is incomplete");
-      }
-    } catch (Error const& error) {
-      Report(error.what());
-      worst = std::max<int>(worst, error.Code());
-    }
-  }
-  if (_json)
-    WriteData(Json{{"schema", 1}, {"files", std::move(files)}}.dump(
-                  2, ' ', false, Json::error_handler_t::replace) +
-              "\n");
-  return worst;
+  return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
+    AviFile const avi(path);
+    if (_json)
+      array.push_back(FileJson(path, avi, _tree));
+    else
+      WriteData(FileText(path, avi, _tree));
+    if (!avi.CutOff()) return kOk;
+    Report(path + ": is incomplete");
+    return kFindings;
+  });
 }
 
 }  // namespace kestro::tool

@@ -2,9 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "Documents.h"
 #include "Errors.h"
 #include "Plugin.h"
 #include "base/IClass.h"
@@ -13,8 +13,6 @@ namespace kestro::tool {
 
 using base::IClass;
 using base::IProperty;
-using Json = nlohmann::ordered_json;
-
 void PluginVerb::AddTo(CLI::App& app) {
   app.add_flag("--json", _json, "Write JSON");
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
@@ -90,10 +88,7 @@ int PluginVerb::Run() {
   LoadAviPlugin(_plugin);
   Json classes = Json::array();
   for (IClass const* record : IClass::All()) classes.push_back(Class(*record));
-  WriteData(_json ? Json{{"schema", 1}, {"classes", std::move(classes)}}.dump(
-                        2, ' ', false, Json::error_handler_t::replace) +
-                        "\n"
-                  : Text(classes));
+  WriteData(_json ? DocumentText({{"schema", 1}, {"classes", std::move(classes)}}) : Text(classes));
   return kOk;
 }
 

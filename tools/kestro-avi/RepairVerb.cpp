@@ -1,9 +1,9 @@
 #include "RepairVerb.h"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "Documents.h"
 #include "Errors.h"
 #include "Interrupt.h"
 #include "Plugin.h"
@@ -11,7 +11,6 @@
 
 namespace kestro::tool {
 
-using Json = nlohmann::ordered_json;
 using Source = RepairReport::Source;
 
 void RepairVerb::AddTo(CLI::App& app) {
@@ -115,7 +114,7 @@ std::string RepairVerb::Document(RepairReport const& report) const {
                               {"lost", CountJson(counts.lost[i])}});
   for (Hole const& hole : counts.holes)
     json["skipped"].push_back({{"offset", hole.offset}, {"size", hole.size}});
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return DocumentText(json);
 }
 
 int RepairVerb::Run() {

@@ -1,15 +1,13 @@
 #include "VerifyVerb.h"
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "Documents.h"
 #include "Errors.h"
 #include "verify/Verify.h"
 
 namespace kestro::tool {
-
-using Json = nlohmann::ordered_json;
 
 void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
@@ -93,29 +91,17 @@ static std::string FileText(std::string const& path, bool usable, Findings const
 }
 
 int VerifyVerb::Run() {
-  int worst = kOk;
-  Json files = Json::array();
-  for (std::string const& path : _files) {
-    try {
-      Findings findings;
-      bool const usable = Verify(path, _deep, findings);
-      if (_json)
-        files.push_back(FileJson(path, usable, findings));
-      else
-        WriteData(FileText(path, usable, findings));
-      bool const good =
-          findings.Count(Severity::kError) == 0 && findings.Count(Severity::kWarning) == 0;
-      worst = std::max<int>(worst, !usable ? kUnusable : good ? kOk : kFindings);
-    } catch (Error const& error) {
-      Report(error.what());
-      worst = std::max<int>(worst, error.Code());
-    }
-  }
-  if (_json)
-    WriteData(Json{{"schema", 1}, {"files", std::move(files)}}.dump(
-                  2, ' ', false, Json::error_handler_t::replace) +
-              "\n");
-  return worst;
+  return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
+    Findings findings;
+    bool const usable = Verify(path, _deep, findings);
+    if (_json)
+      array.push_back(FileJson(path, usable, findings));
+    else
+      WriteData(FileText(path, usable, findings));
+    bool const good =
+        findings.Count(Severity::kError) == 0 && findings.Count(Severity::kWarning) == 0;
+    return !usable ? kUnusable : good ? kOk : kFindings;
+  });
 }
 
 }  // namespace kestro::tool
