@@ -12,9 +12,11 @@
 namespace kestro::base {
 
 using Lock = std::unique_lock<std::mutex>;
+using Clock = std::chrono::steady_clock;
 
 static constexpr unsigned kPatchBytes = 1 << 13;  // gathered at most
 static constexpr std::size_t kPatchPlaces = 16;
+static constexpr std::chrono::milliseconds kLinger{10}, kQuick{1};
 
 static std::size_t BlockCount(IO& target, int blocks) {
   int wanted = 0;
@@ -41,7 +43,7 @@ IOCacheWriter::~IOCacheWriter() {
     std::lock_guard lock(_mutex);
     _stop = true;
   }
-  _changed.notify_all();
+  _full.notify_one();
   _thread.join();
 }
 
@@ -117,16 +119,20 @@ bool IOCacheWriter::NextBlock(Lock& lock) {
     _current->bytes = std::move(_spare.back());
     _spare.pop_back();
   }
+  bool const wake = _asleep;
   lock.unlock();
-  _changed.notify_all();
+  if (wake) _full.notify_one();
   return true;
 }
 
 void IOCacheWriter::AwaitRoom(Lock& lock) {
   if (_most == 1) return;
-  auto const begin = std::chrono::steady_clock::now();
-  _changed.wait(lock, [this] { return _failed || _blocks.size() < _most; });
-  auto const waited = std::chrono::steady_clock::now() - begin;
+  auto const begin = Clock::now();
+  if (_busy)
+    _rests.wait(lock, [this] { return _failed || _blocks.size() < _most; });
+  else
+    StoreBlocks();
+  auto const waited = Clock::now() - begin;
   ++_waits;
   _waited_us +=
       static_cast<uint64>(std::chrono::duration_cast<std::chrono::microseconds>(waited).count());
@@ -141,19 +147,32 @@ void IOCacheWriter::StartThread() {
   }
 }
 
+// To wake a thread for a block costs as much as copying the block. While blocks fill quickly and
+// the target takes them as quickly, the thread looks by itself now and then instead; a caller that
+// has filled all blocks meanwhile stores them.
 void IOCacheWriter::Work() {
   Lock lock(_mutex);
-  for (;;) {
-    _changed.wait(lock, [this] { return _stop || (_blocks.size() > 1 && !_failed); });
-    if (_stop) return;
+  auto last = Clock::now() - kLinger;
+  while (!_stop) {
+    if (_blocks.size() == 1 || _failed) {
+      _asleep = true;
+      _full.wait(lock);
+      _asleep = false;
+      continue;
+    }
     Block const& block = _blocks.front();
     _busy = true;
     lock.unlock();
+    auto const begin = Clock::now();
     unsigned const stored = Store(block.start, block.bytes.get(), block.fill);
+    auto const end = Clock::now();
     lock.lock();
     _busy = false;
     Stored(stored);
-    _changed.notify_all();
+    _rests.notify_one();
+    if (begin - last < kLinger && end - begin < kQuick)
+      _full.wait_until(lock, end + kLinger, [this] { return _stop; });
+    last = end;
   }
 }
 
@@ -172,11 +191,10 @@ bool IOCacheWriter::Stored(unsigned bytes) {
   return true;
 }
 
-// Waits until the thread has stored all full blocks, or has failed. It rests until the lock is
-// given up and a further block is full.
+// Waits until the thread rests, which it then does until the lock is given up.
 Lock IOCacheWriter::Drain() {
   Lock lock(_mutex);
-  _changed.wait(lock, [this] { return !_busy && (_failed || _blocks.size() == 1); });
+  _rests.wait(lock, [this] { return !_busy; });
   return lock;
 }
 

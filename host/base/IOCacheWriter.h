@@ -20,7 +20,9 @@ using FuncIO = std::function<bool(IO*)>;
 //
 // Writes at the end are appended to a block of memory. A full block goes to the target on a thread
 // of the writer, in order, while the caller fills the next; only when all blocks are full does
-// Write wait. So that a medium that stalls is never felt:
+// Write wait, or store them itself. (Blocks that fill every few milliseconds may lie for 10 ms
+// before the thread takes them, which spares waking it for each.) So that a medium that stalls is
+// never felt:
 //
 //   blocks >= ceil((bytes per second * longest stall in seconds + burst) / bytes of a block) + 1
 //
@@ -113,9 +115,11 @@ class KESTRO_API IOCacheWriter : public IO {
   std::vector<Bytes> _spare;  // memory of blocks that were stored
   std::size_t _most;          // blocks
   bool _busy = false;         // the thread is storing the first block
+  bool _asleep = false;       // the thread is, and must be told of a full block
   bool _stop = false;
-  std::mutex _mutex;  // of the list of blocks and what stands above
-  std::condition_variable _changed;
+  std::mutex _mutex;               // of the list of blocks and what stands above
+  std::condition_variable _full;   // for the thread: a block is, or it shall stop
+  std::condition_variable _rests;  // for the caller: the thread has stored a block
   std::thread _thread;
 
   std::vector<Run> _patches;  // of stored data, not yet in the target
