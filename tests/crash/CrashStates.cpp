@@ -7,8 +7,8 @@ constexpr std::size_t kExhaustive = 10;  // sectors of which all subsets are tri
 constexpr std::size_t kMany = 4;         // sectors of which random subsets are worth it
 }  // namespace
 
-CrashStates::CrashStates(Ops const& ops, int64 front, unsigned sector, Visit visit)
-    : _ops(ops), _front(front), _sector(sector), _visit(std::move(visit)) {}
+CrashStates::CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit)
+    : _ops(ops), _front(front), _sector(sector), _every(every), _visit(std::move(visit)) {}
 
 void CrashStates::Run(long states) {
   long places = 0;
@@ -21,7 +21,7 @@ void CrashStates::Run(long states) {
   });
   long const missing = states - _count;
   if (missing <= 0 || places == 0) return;
-  Walk([&] { Random(static_cast<int>(missing / places + 1)); });
+  Walk([&] { Random(static_cast<int>(missing * _every / places + 1)); });
 }
 
 // Visits every point, with every image that the name may lead to there.
@@ -147,7 +147,7 @@ void CrashStates::Random(int rounds) {
 }
 
 void CrashStates::Emit(Length length, int64 garbage) {
-  if (_enough) return;
+  if (_enough || ++_made % _every != 0) return;
   std::vector<unsigned char> const& durable = _files[0].durable;
   auto& bytes = _file.bytes;
   if (_image != 0) {

@@ -22,8 +22,9 @@ class CrashStates {
   };
   using Visit = std::function<bool(State const&)>;  // false: enough
 
-  // `front` bytes of the recording are headers and index. The log outlives the object.
-  CrashStates(Ops const& ops, int64 front, unsigned sector, Visit visit);
+  // `front` bytes of the recording are headers and index; of the states, one in `every` is visited.
+  // The log outlives the object.
+  CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit);
 
   // Prefixes, torn writes, single sectors lost, subsets of the sectors of headers and index, old
   // lengths, garbage; then random subsets until `states` states have been visited.
@@ -63,9 +64,10 @@ class CrashStates {
   Ops const& _ops;
   int64 const _front;
   unsigned const _sector;
+  long const _every;
   Visit const _visit;
   std::mt19937 _random{11};
-  long _count = 0;
+  long _made = 0, _count = 0;
   bool _enough = false;
 
   // At the current point:

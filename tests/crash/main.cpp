@@ -3,7 +3,9 @@
 // or when a planted bug is not found.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <map>
 
@@ -16,6 +18,7 @@ namespace kestro::crash {
 namespace {
 
 constexpr unsigned kSectors[] = {512, 4096};
+constexpr long kUsual = 10000;  // states of a mode; about as many are made when fewer are wanted
 
 struct Findings {
   long states = 0, closed = 0, lost = 0, alien = 0, late = 0;  // states with that fault
@@ -26,12 +29,12 @@ struct Findings {
   bool Good() const { return first.empty(); }
 };
 
-Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long wanted,
+Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long wanted, long every,
                  bool firstOnly) {
   Findings found;
   Judge judge(recorded);
   CrashStates* states = nullptr;
-  CrashStates all(ops, recorded.front, sector, [&](CrashStates::State const& state) {
+  CrashStates all(ops, recorded.front, sector, every, [&](CrashStates::State const& state) {
     Verdict const verdict = judge.Play(state.file, state.image, state.promised);
     bool const bad = state.promised >= 0 && !verdict.Good();
     if (state.garbage >= 0) {
@@ -82,7 +85,7 @@ bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings 
 
 bool ReportPlant(std::FILE* out, Recorded const& recorded, Plant const& plant) {
   for (unsigned sector : kSectors) {
-    Findings const found = Explore(recorded, plant.ops, sector, 1000, true);
+    Findings const found = Explore(recorded, plant.ops, sector, 1000, 1, true);
     if (found.Good()) continue;
     std::fprintf(out, "  found, %s: %s\n", plant.name.c_str(), found.first.c_str());
     return true;
@@ -103,7 +106,8 @@ bool Prove(std::FILE* out, Mode mode, long wanted) {
   std::vector<std::future<Findings>> running;
   for (unsigned sector : kSectors)
     running.push_back(std::async(std::launch::async, [&recorded, sector, wanted] {
-      return Explore(recorded, recorded.ops, sector, wanted / 2, false);
+      return Explore(recorded, recorded.ops, sector, wanted / 2, std::max(kUsual / wanted, 1L),
+                     false);
     }));
   for (std::size_t i = 0; i < running.size(); ++i) {
     Findings const found = running[i].get();
@@ -121,9 +125,9 @@ class Nowhere : public base::ostream {
 };
 
 int Main(int argc, char** argv) {
-  bool const many = argc == 2 && std::string(argv[1]) == "--long";
-  if (argc > 1 && !many) {
-    std::fprintf(stderr, "usage: kestro-crash [--long]\n");
+  long const wanted = argc == 2 ? std::strtol(argv[1], nullptr, 10) : kUsual;
+  if (argc > 2 || wanted < 2) {
+    std::fprintf(stderr, "usage: kestro-crash [STATES-PER-MODE]\n");
     return 2;
   }
   // The plug-in tells much about every file.
@@ -132,7 +136,7 @@ int Main(int argc, char** argv) {
   std::FILE* const out = fdopen(dup(STDOUT_FILENO), "w");
   if (out == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
   bool good = true;
-  for (Mode mode : kModes) good = Prove(out, mode, many ? 1000000 : 10000) && good;
+  for (Mode mode : kModes) good = Prove(out, mode, wanted) && good;
   std::fprintf(out, good ? "every promise is kept\n" : "FAILED\n");
   std::fclose(out);
   return good ? 0 : 1;

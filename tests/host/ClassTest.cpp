@@ -105,7 +105,6 @@ int LoadTwice() {
 }
 
 TEST(ModuleDeathTest, LoadingRegistersOnceOrSaysWhyNot) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(std::_Exit(LoadTwice()), testing::ExitedWithCode(0), "");
   for (char const* path : std::initializer_list<char const*>{"/nowhere/none.so", "", nullptr}) {
     std::string why;
@@ -114,7 +113,6 @@ TEST(ModuleDeathTest, LoadingRegistersOnceOrSaysWhyNot) {
 }
 
 TEST(ConsoleDeathTest, AssertionsStopEveryBuild) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(KESTRO_ASSERT(1 + 1 == 3), testing::KilledBySignal(SIGABRT),
               "^[-a-z]+: tests/host/ClassTest\\.cpp:[0-9]+: .*TestBody\\(\\): "
               "Assertion `1 \\+ 1 == 3' failed\\.\n");
