@@ -25,7 +25,12 @@ class cidx1 : public IList {
   }
 
   void fill(IO& io) override;
-  void parse(IO& io) override { dataPos = io.Tell(); }
+  // The entries are left to the demuxer: they need no room here, of which a file could ask for
+  // much.
+  void parse(IO& io) override {
+    dataPos = io.Tell();
+    entries.shrink_to_fit();
+  }
 
   std::vector<ChunkParam>* ChunkList() const { return &entries; }
 

@@ -48,8 +48,10 @@ static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
   info.channels = static_cast<int>(track.channels);
   info.bits = static_cast<int>(track.bits);
   if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
+  // The format has 16 bits for the bytes of a frame.
   return info.kind != TrackInfo::kSound ||
-         (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0);
+         (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0 &&
+          track.channels * (track.bits / 8) <= UINT16_MAX);
 }
 
 static void CarryTags(AviFile& avi, Head& head) {

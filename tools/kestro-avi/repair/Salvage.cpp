@@ -76,7 +76,7 @@ void Salvage::Entry(IndexEntry const& entry) {
     if (!_stopped) Take(chunk, &entry);
     _position = _file.Next(chunk);
   } else if (Known(entry.id) && _missing.size() < kMostMissing) {
-    _missing.push_back(entry);
+    _missing.emplace(entry.offset, entry);
   } else {
     ++_counts.misled;
   }
@@ -142,8 +142,7 @@ void Salvage::Skip(int64 limit, Chunk const* cut) {
   _position = Find(from + (cut != nullptr ? 8 : 1), limit);
   if (cut != nullptr) {
     Lose(cut->id, _position - cut->Payload());
-    auto const same = [from](IndexEntry const& entry) { return entry.offset == from; };
-    _missing.erase(std::remove_if(_missing.begin(), _missing.end(), same), _missing.end());
+    _missing.erase(from);
   }
   LoseMissing(from, _position);
   if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
@@ -260,15 +259,13 @@ void Salvage::Lose(unsigned id, int64 bytes) {
 
 // Entries that lead between two offsets name packets that are gone; those in front were wrong.
 void Salvage::LoseMissing(int64 begin, int64 end) {
-  auto const settled = [&](IndexEntry const& entry) {
-    if (entry.offset >= end) return false;
-    if (entry.offset >= begin)
-      Lose(entry.id, entry.size);
+  auto const last = _missing.lower_bound(end);
+  for (auto entry = _missing.begin(); entry != last; entry = _missing.erase(entry)) {
+    if (entry->first >= begin)
+      Lose(entry->second.id, entry->second.size);
     else
       ++_counts.misled;
-    return true;
-  };
-  _missing.erase(std::remove_if(_missing.begin(), _missing.end(), settled), _missing.end());
+  }
 }
 
 }  // namespace kestro::tool
