@@ -156,28 +156,6 @@ TEST(VfiMuxer, FlushesAreBarriers) {
     }
 }
 
-TEST(VfiMuxer, FullDiskKeepsEveryWholePacket) {
-  for (Way way : {kInPlace, kImage, kCallback})
-    for (int64 capacity = 600000; capacity < 4000000; capacity += 301011) {
-      MemoryIO memory;
-      FaultIO io(memory);
-      io.Capacity(capacity);
-      base::ConsoleCapture console;
-      Rig rig(&io, way);
-      rig.r.Open();
-      for (int i = 0; rig.Push(20001, i * 40); ++i) {
-      }
-      EXPECT_FALSE(rig.r.Close());
-      int64 const chunk = 8 + 5 + 20001, room = capacity - rig.start;
-      int64 const fit = way == kCallback ? (room - 8) / (chunk + 16) : room / chunk;
-      Playing p(&memory);
-      EXPECT_TRUE(p.Open());
-      auto const times = p.Times();
-      ASSERT_EQ(fit, static_cast<int64>(times.size())) << way << " capacity " << capacity;
-      EXPECT_TRUE(times.back() == 40 * (fit - 1) && p.failures == 0);
-    }
-}
-
 // What stops the process by an assertion, and sizes that are refused.
 TEST(VfiMuxerDeathTest, WrongSettings) {
   u64 const k2G = u64{1} << 31, k4G = u64{1} << 32;
