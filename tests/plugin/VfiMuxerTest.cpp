@@ -76,6 +76,7 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
       {kImage, plain, "0:300 9000 12000:400! 15000:300 18001:30!"},  // the rest carries
       {kCallback, plain, "5 4000! 6000 8000!"},
       {kInPlace, sound, "3600000 s0 3603001! s5000 0 s3000 3002!"},  // an hour back
+      {kInPlace, sound, "5000 s100 s3200 8001!"},  // another track's clock does not count
       {kInPlace, rich, "0 s4000! 5000:2000 s9000!"},
       {kImage, rich, "0:600 s4000! 9000:600!"},
       {kCallback, rich, "0 s4000! 9000!"},
