@@ -16,7 +16,7 @@ bool IAviMuxer::Close(IO& io) {
   io.Seek(0, IO::kEnd);
   if (!io.Flush()) CutLost(io);
   updateBox();
-  if (!WriteIdx1(io) && !_idx1First) RetryIdx1(io);
+  if (!WriteIdx1(io)) RetryIdx1(io);
   _fileSize = static_cast<unsigned>(io.Tell());
   FillHead(io);
   if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
@@ -185,6 +185,7 @@ void IAviMuxer::CutLost(IO& io) {
 
 // After an index that could not be stored: once more, then with fewer chunks in front of it.
 bool IAviMuxer::RetryIdx1(IO& io) {
+  if (_idx1First) return io.Truncate(io.Size()) && WriteIdx1(io);
   auto const room = static_cast<uint64>(io.GoodEnd());
   if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return true;
   std::size_t count = WholeChunks(static_cast<int64>(room));

@@ -38,11 +38,13 @@ class cidx1 : public IList {
   int64 dataPos = 0;  // of a parsed index: where its first entry stands
 
  protected:
-  static void WriteEntries(IO& io, ChunkParam const* first, std::size_t count);
+  // Returns how many were written.
+  static std::size_t WriteEntries(IO& io, ChunkParam const* first, std::size_t count);
 };
 
 // An index in front of "movi", written piece by piece into reserved space: every `fill` appends the
-// entries gathered since the last one and forgets them. The size field is the caller's to update.
+// entries gathered since the last one and forgets them; those that could not be written stay, and
+// come with the next. The size field is the caller's to update.
 class cidx1_vfi : public cidx1 {
  public:
   explicit cidx1_vfi(int reserve) : cidx1(reserve) {}
