@@ -83,7 +83,7 @@ class Segments : public stream::ISink {
   std::int64_t _begin_ns = 0, _end_ns = 0;  // of the current file
   std::int64_t _others_ns = 0;              // how far the other tracks are written
   std::uint64_t _atKey = 0, _largest = 0;   // Recorder::Written at the last key; between two
-  std::uint64_t _pushed = 0, _files = 0;
+  std::uint64_t _pushed = 0;
   bool _begun = false;  // the leading track has a frame in the current file
   std::vector<std::string> _errors, _warnings;
 };

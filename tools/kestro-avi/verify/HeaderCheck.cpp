@@ -14,7 +14,7 @@ struct MainHeader {  // places of fields
   static constexpr int64 kSize = 40;  // of those that matter
 };
 struct StreamHeader {
-  static constexpr int64 kScale = 20, kRate = 24, kLength = 32;
+  static constexpr int64 kScale = 20, kLength = 32;
   static constexpr int64 kSize = 48;
 };
 
