@@ -20,7 +20,8 @@ static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
 
 // The stream header holds the whole part of a frame rate only, the main header the time of a frame.
 static base::Fraction FrameRate(AviTrack const& track, unsigned time_us) {
-  if (track.scale == 0) return {};
+  if (track.scale == 0 || track.rate == 0)
+    return {time_us == 0 ? 0 : 1000000, std::max(time_us, 1u)};
   if (time_us != 0 && 1000000 / time_us == track.rate / track.scale) return {1000000, time_us};
   return {track.rate, track.scale};
 }
@@ -50,6 +51,20 @@ static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
   if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
   return info.kind != TrackInfo::kSound ||
          (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0);
+}
+
+// The muxer has one rate for all video: where damage tells several, one that the main header has
+// too, or the first.
+static void ShareRate(std::vector<TrackInfo>& tracks, unsigned time_us) {
+  auto const shares = [](TrackInfo const& info) {
+    return info.kind == TrackInfo::kVideo && !info.unnumbered;
+  };
+  TrackInfo const* chosen = nullptr;
+  for (TrackInfo const& info : tracks)
+    if (shares(info) && (chosen == nullptr || info.frameRate == base::Fraction(1000000, time_us)))
+      chosen = &info;
+  for (TrackInfo& info : tracks)
+    if (shares(info)) info.frameRate = base::Fraction(chosen->frameRate);
 }
 
 static void CarryTags(AviFile& avi, Head& head) {
@@ -93,6 +108,7 @@ Head ReadHead(AviFile& avi, std::string const& path) {
     if (good) head.recorded.push_back(info);
   }
   if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
+  ShareRate(head.recorded, time_us);
   CarryTags(avi, head);
   return head;
 }
