@@ -49,8 +49,11 @@ static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
   info.channels = static_cast<int>(track.channels);
   info.bits = static_cast<int>(track.bits);
   if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
+  // The fields of a sound format have 16 and 32 bits.
+  auto const frame = base::uint64{track.channels} * track.bits / 8;
   return info.kind != TrackInfo::kSound ||
-         (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0);
+         (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 && frame <= UINT16_MAX &&
+          frame * track.sampleRate <= UINT32_MAX);
 }
 
 // The muxer has one rate for all video: where damage tells several, one that the main header has
