@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Errors.h"
+#include "input/FrameRate.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -19,11 +20,14 @@ static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
 }
 
 // The stream header holds the whole part of a frame rate only, the main header the time of a frame.
+// A rate that nobody records is damage.
 static base::Fraction FrameRate(AviTrack const& track, unsigned time_us) {
-  if (track.scale == 0 || track.rate == 0)
-    return {time_us == 0 ? 0 : 1000000, std::max(time_us, 1u)};
-  if (time_us != 0 && 1000000 / time_us == track.rate / track.scale) return {1000000, time_us};
-  return {track.rate, track.scale};
+  auto const good = [](base::Fraction const& rate) {
+    return rate.Positive() && rate.Whole() <= kHighestRate;
+  };
+  base::Fraction const whole(track.rate, track.scale), fine(1000000, time_us);
+  if (good(fine) && (!good(whole) || fine.Whole() == whole.Whole())) return fine;
+  return good(whole) ? whole : base::Fraction();
 }
 
 // False for a track that the plug-in cannot record.
