@@ -183,7 +183,7 @@ void Salvage::Take(Chunk const& chunk, IndexEntry const* entry) {
     Lose(chunk.id, chunk.size);
     return;
   }
-  CountChanges(_tracks[track], entry != nullptr);
+  Trim(_tracks[track], entry != nullptr);
   bool const key = IsKey(track, entry);
   ++(entry != nullptr ? _counts.indexed : _counts.found);
   ++_counts.kept[track].packets;
@@ -198,8 +198,9 @@ static bool Begins(bool hevc, unsigned byte) {
   return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
 }
 
-// What will not be in the output as it is here. Packets of this system's files were trimmed.
-void Salvage::CountChanges(AviTrack const& track, bool indexed) {
+// Takes off what the muxer does not store, before the rest is looked at. Packets of this system's
+// files were trimmed.
+void Salvage::Trim(AviTrack const& track, bool indexed) {
   _counts.empty += track.type == "video" && _data.empty() && indexed;
   if (track.codec != "h264" && track.codec != "hevc") return;
   static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
@@ -212,6 +213,7 @@ void Salvage::CountChanges(AviTrack const& track, bool indexed) {
   auto const front = at - _data.begin() - 4;
   _counts.trimmed.packets += front != 0;
   _counts.trimmed.bytes += static_cast<base::uint64>(front);
+  _data.erase(_data.begin(), _data.begin() + front);
 }
 
 // Whether the data is what it should be. Where sectors are lost, zeros are read.

@@ -71,7 +71,7 @@ class Salvage {
   int64 Find(int64 from, int64 limit);
   void Take(Chunk const& chunk, IndexEntry const* entry);
   bool Whole(Chunk const& chunk);
-  void CountChanges(AviTrack const& track, bool indexed);
+  void Trim(AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, IndexEntry const* entry);
   void Lose(unsigned id, int64 bytes);
   void LoseMissing(int64 begin, int64 end);
