@@ -55,8 +55,7 @@ void PlayVerb::Check() {
   auto const ms = [](char const* option, std::string const& text) {
     return ParseTime_ns(option, text) / 1000000;
   };
-  if (!_preloadText.empty())
-    _preload = static_cast<int64>(ParseSize("--preload", _preloadText));
+  if (!_preloadText.empty()) _preload = static_cast<int64>(ParseSize("--preload", _preloadText));
   if (!_from.empty()) _from_ms = ms("--from", _from);
   if (!_to.empty()) _to_ms = ms("--to", _to);
   for (std::string const& text : _seekTexts) _seeks_ms.push_back(ms("--seek", text));

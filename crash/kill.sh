@@ -10,7 +10,7 @@ set -uo pipefail
 export LC_ALL=C
 tool=$(realpath "$1") count=$2 seed=${3:-$RANDOM}
 # shellcheck source-path=SCRIPTDIR
-. "$(dirname "${BASH_SOURCE[0]}")/../e2e/readers.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../tests/e2e/readers.sh"
 for reader in ffmpeg ffprobe jq; do
   command -v "$reader" >/dev/null || { echo "skipped: no $reader"; exit 77; }
 done
