@@ -21,5 +21,8 @@ if(KESTRO_SANITIZE)
 else()
   add_link_options(-Wl,--no-undefined)
 endif()
+if(KESTRO_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 find_package(Threads REQUIRED)

@@ -6,6 +6,26 @@
 
 namespace kestro::plugin::avi {
 
+namespace {
+// What cannot be read while a file is opened is missing from it, and nothing later would tell.
+class ReadWatch : public base::IOFilter {
+ public:
+  ReadWatch(IO& io, stream::IElement& element) : IOFilter("ReadWatch", io), _element(element) {}
+  ~ReadWatch() override {
+    if (_failed) _element.SendMessageUp("error", "reading failed", nullptr);
+  }
+  unsigned Read(void* data, unsigned size) override {
+    unsigned const got = _io.Read(data, size);
+    _failed = _failed || got == kFailed;
+    return got;
+  }
+
+ private:
+  stream::IElement& _element;
+  bool _failed = false;
+};
+}  // namespace
+
 AviDemuxer::AviDemuxer() : IDemuxer("AviDemuxer") {
   _flags |= kDemuxer | kOpensFile | kSeveralTracks;
 }
@@ -46,8 +66,12 @@ bool AviDemuxer::Close() {
 
 bool AviDemuxer::parseFile() {
   if (!_streams.empty()) return true;
-  if (!Covered() && !IIO::Open("rb")) return false;
-  return IAviDemux::Open(*Stream());
+  if (!Covered() && !IIO::Open("rb")) {
+    SendMessageUp("error", Why().c_str(), nullptr);
+    return false;
+  }
+  ReadWatch watch(*Stream(), *this);
+  return IAviDemux::Open(watch);
 }
 
 bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
@@ -65,7 +89,8 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
 // The coded data completes what the headers say of a video track: its first packet is looked at.
 bool AviDemuxer::UpdateMediaInfo() {
   if (Stream() == nullptr) return false;
-  base::IOCallBack io(*Stream(), _notifyId, _notify);
+  ReadWatch watch(*Stream(), *this);
+  base::IOCallBack io(watch, _notifyId, _notify);
   bool complete = true;
   for (IStream* stream : _streams) {
     if (!stream->IsVideo()) continue;

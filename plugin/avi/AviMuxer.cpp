@@ -148,6 +148,7 @@ bool AviMuxer::process(IO&, Packet& packet) {
 bool AviMuxer::updateStream() {
   bool const updated = IAviMuxer::updateStream();
   ReportSpillFault();
+  if (_para.indexLost) Fail("the index lacks what its temporary file did not give back");
   return updated;
 }
 

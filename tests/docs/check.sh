@@ -60,7 +60,8 @@ for page in *.md docs/*.md; do
     [[ $link == *:* || -e ${page%"${page##*/}"}$link ]] || fail "$page: there is no $link"
   done < <(grep -oE '\]\([^)#]+' "$page" | cut -c3-)
 done
-for verb in record play extract info verify repair plugin; do
+for verb in $("$tool" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
+  grep -q "^## $verb\$" docs/tool.md || fail "docs/tool.md: there is a verb $verb"
   while read -r option; do
     grep -qE -e "$option([^a-z-]|\$)" docs/tool.md || fail "docs/tool.md: $verb has $option"
   done < <("$tool" $verb --help | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' | grep -vx -e --help)

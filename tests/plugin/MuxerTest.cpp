@@ -11,7 +11,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 unsigned U32(MemoryIO const& io, std::size_t at) {
   unsigned value = 0;
@@ -148,18 +147,6 @@ TEST_F(Muxer, OneFile) {
   EXPECT_EQ(1u, U32(io, 0x38)) << "streams";
   EXPECT_EQ(320u, U32(io, 0x40)) << "width";
   EXPECT_THAT(r.messages, IsEmpty());
-}
-
-TEST_F(Muxer, MissingSpillFolderIsAWarning) {
-  r.muxer->Set("listfile", 0);
-  r.muxer->Set("diskName", 'Z');
-  ASSERT_TRUE(Start());
-  for (int i = 0; i < 10000; ++i) ASSERT_TRUE(r.Push(0, Frame("f")));
-  EXPECT_TRUE(r.Close());
-  EXPECT_THAT(r.messages, ElementsAre(StartsWith("warning: ")));
-  EXPECT_TRUE(r.muxer->Check());
-  EXPECT_EQ(10000u, U32(io, 0x30)) << "frames";
-  EXPECT_EQ(160000u, U32(io, io.bytes.size() - 160000 - 4)) << "index size";
 }
 
 // Counts what it gets and keeps the rest of the world out of it.

@@ -1,12 +1,7 @@
 // The spill file of the index.
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 
 #include "base/File.h"
@@ -84,43 +79,6 @@ TEST_F(Spill, NoFolderKeepsTheRecordsInMemory) {
             console.Text().find("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m"));
   EXPECT_FALSE(file.ReadTmpFile());
   EXPECT_FALSE(file.Lost());
-}
-
-// A disk that fills up in the middle of a batch: whole batches stay in the file, the rest in
-// memory.
-TEST_F(Spill, FullDiskKeepsWholeBatches) {
-  auto const before = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit old{};
-  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &old));
-  {
-    IListFile file(&list, "I:/full", 4096);
-    rlimit const small{63 * 24 * 3 + 100, old.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    for (unsigned n = 0; n < 1000; ++n) Add(file, n);
-    EXPECT_EQ(3, spills);
-    EXPECT_TRUE(file.ReadTmpFile()) << "nothing is lost";
-    setrlimit(RLIMIT_FSIZE, &old);
-    ExpectEntries(1000);
-  }
-  std::signal(SIGXFSZ, before);
-}
-
-TEST_F(Spill, FailingReadKeepsWhatIsInMemory) {
-  IListFile file(&list, "I:/short", 4096);
-  for (unsigned n = 0; n < 100; ++n) Add(file, n);
-  ASSERT_EQ(1, spills);
-  // The file's descriptor is replaced by one that cannot read.
-  std::string const path = folder + "/short.kestro";
-  int const blind = open(path.c_str(), O_WRONLY);
-  for (int fd = 3; fd < blind; ++fd) {
-    struct stat a {
-    }, b{};
-    if (fstat(fd, &a) == 0 && fstat(blind, &b) == 0 && a.st_ino == b.st_ino) dup2(blind, fd);
-  }
-  close(blind);
-  EXPECT_FALSE(file.ReadTmpFile());
-  EXPECT_TRUE(file.Lost());
-  EXPECT_EQ(99u, list.back().offset);
 }
 
 }  // namespace

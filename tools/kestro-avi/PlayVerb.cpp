@@ -37,9 +37,9 @@ void PlayVerb::AddTo(CLI::App& app) {
       ->check(CLI::Range(1u, 1u << 30));
   app.add_flag("--json", _json, "Write one JSON object a line");
   app.add_flag("--realtime", _realtime, "Pace by the packets' times");
-  app.add_option("--preload", _preload, "Read through a cache that keeps this much of the start")
-      ->type_name("BYTES")
-      ->transform(CLI::AsSizeValue(false));
+  app.add_option("--preload", _preloadText,
+                 "Read through a cache that keeps this much of the start")
+      ->type_name("BYTES");
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
       "Examples:\n"
@@ -54,6 +54,7 @@ void PlayVerb::Check() {
   auto const ms = [](char const* option, std::string const& text) {
     return ParseTime_ns(option, text) / 1000000;
   };
+  if (!_preloadText.empty()) _preload = static_cast<int64>(ParseSize("--preload", _preloadText));
   if (!_from.empty()) _from_ms = ms("--from", _from);
   if (!_to.empty()) _to_ms = ms("--to", _to);
   for (std::string const& text : _seekTexts) _seeks_ms.push_back(ms("--seek", text));

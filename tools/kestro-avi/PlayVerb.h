@@ -39,6 +39,7 @@ class PlayVerb {
   std::vector<std::string> _seekTexts;
   unsigned _video = 0, _every = 1;
   bool _json = false, _realtime = false;
+  std::string _preloadText;
   std::optional<int64> _preload;
 
   PlayMode _playMode = PlayMode::kNormal;

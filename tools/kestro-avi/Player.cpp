@@ -46,6 +46,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
   // The demuxer with a cache opens what it cannot play, too.
   if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && Media(0) == nullptr))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
+  if (_waiting) throw Error(kIo, path + ": reading failed when it was opened");
   ISink::StatusChange(IStatus::kRunning);
 }
 

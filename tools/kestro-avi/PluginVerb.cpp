@@ -13,8 +13,10 @@ namespace kestro::tool {
 
 using base::IClass;
 using base::IProperty;
+
 void PluginVerb::AddTo(CLI::App& app) {
-  app.add_flag("--json", _json, "Write JSON");
+  auto* const json = app.add_flag("--json", _json, "Write JSON");
+  app.add_flag("--markdown", _markdown, "Write a page of tables")->excludes(json);
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer("Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
 }
@@ -83,12 +85,55 @@ static std::string Text(Json const& classes) {
   return text;
 }
 
+// A table cell: a bar would end it.
+static std::string Cell(std::string text) {
+  for (std::size_t at = 0; (at = text.find('|', at)) != text.npos; at += 2) text.insert(at, "\\");
+  return text;
+}
+
+static std::string Code(std::string const& text) {
+  return text.empty() ? "" : "`" + Cell(text) + "`";
+}
+
+// The page docs/properties.md.
+static std::string Markdown(Json const& classes) {
+  std::string text =
+      "# Properties\n\n"
+      "What can be set on the elements, and read from them, by name: `muxer->Set(\"path\", ...)`, "
+      "or\n"
+      "`--set path=...` of the tool. Written by `kestro-avi plugin --markdown`.\n";
+  auto const get = [](Json const& json, char const* key) {
+    return json.at(key).get<std::string>();
+  };
+  for (Json const& c : classes) {
+    text += "\n## " + get(c, "alias") + "\n\n";
+    text += "Of " + get(c, "module") + ".";
+    if (c.at("properties").empty()) {
+      text += " It has no properties.\n";
+      continue;
+    }
+    text += "\n\n| Property | Type | At first | Access | Effect |\n|---|---|---|---|---|\n";
+    for (Json const& p : c.at("properties")) {
+      bool const read = p.at("readable"), write = p.at("writable");
+      text += "| " + Code(get(p, "name")) + " | " + Code(get(p, "type")) + " | " +
+              Code(get(p, "default")) + " | " +
+              (read && write ? "read, set"
+               : read        ? "read"
+                             : "set") +
+              " | " + Cell(get(p, "help")) + " |\n";
+    }
+  }
+  return text;
+}
+
 int PluginVerb::Run() {
   ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   Json classes = Json::array();
   for (IClass const* record : IClass::All()) classes.push_back(Class(*record));
-  WriteData(_json ? DocumentText({{"schema", 1}, {"classes", std::move(classes)}}) : Text(classes));
+  WriteData(_json       ? DocumentText({{"schema", 1}, {"classes", std::move(classes)}})
+            : _markdown ? Markdown(classes)
+                        : Text(classes));
   return kOk;
 }
 

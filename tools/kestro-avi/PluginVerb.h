@@ -15,7 +15,7 @@ class PluginVerb {
   int Run();
 
  private:
-  bool _json = false;
+  bool _json = false, _markdown = false;
   std::string _plugin;
 };
 

@@ -129,7 +129,8 @@ Target::Form Targets::FormOf(Target const& target) const {
 
 void Targets::CheckPath(std::string const& path, bool force) const {
   std::error_code none;
-  if (fs::equivalent(path, _file, none)) throw Error(kUsage, path + ": is the input");
+  for (std::string const& written : {path, NewFile::TemporaryOf(path)})
+    if (fs::equivalent(written, _file, none)) throw Error(kUsage, written + ": is the input");
   NewFile::Check(path, force);
 }
 

@@ -27,7 +27,7 @@ void IAviMuxer::Abandon() {
   _hasInfo = _hasJunk = _idx1First = false;
   _hasAudio = 0;
   _periodicSyncJunkSize = -1;
-  _para.spillFault = false;
+  _para.spillFault = _para.indexLost = false;
 }
 
 bool IAviMuxer::Config() {

@@ -62,7 +62,7 @@ class IAviMuxer : public IAvi {
   bool WriteIdx1(IO& io);
   // After a flush that failed: drops what the medium has not taken.
   void CutLost(IO& io);
-  // After an index behind the data that the medium has not taken.
+  // After an index that the medium has not taken.
   bool RetryIdx1(IO& io);
 
   std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's

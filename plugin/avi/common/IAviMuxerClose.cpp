@@ -1,5 +1,6 @@
 // The end of a file: index, sizes, and what a failing medium leaves of it.
 #include <algorithm>
+#include <cerrno>
 
 #include "base/Console.h"
 #include "common/IAviMuxer.h"
@@ -9,6 +10,13 @@ namespace kestro::plugin::avi {
 using base::IOIntWriter;
 using base::uint64;
 
+namespace {
+// Some streams tell no error.
+bool MayBeFull(int error) {
+  return error == 0 || error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+}  // namespace
+
 bool IAviMuxer::Close(IO& io) {
   if (_root == nullptr) return false;
   updateStream();
@@ -16,7 +24,7 @@ bool IAviMuxer::Close(IO& io) {
   io.Seek(0, IO::kEnd);
   if (!io.Flush()) CutLost(io);
   updateBox();
-  if (!WriteIdx1(io) && !_idx1First) RetryIdx1(io);
+  if (!WriteIdx1(io)) RetryIdx1(io);
   _fileSize = static_cast<unsigned>(io.Tell());
   FillHead(io);
   if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
@@ -183,10 +191,13 @@ void IAviMuxer::CutLost(IO& io) {
   if (!KeepChunks(io, WholeChunks(io.Size()))) KeepChunks(io, WholeChunks(io.GoodEnd()));
 }
 
-// After an index that could not be stored: once more, then with fewer chunks in front of it.
+// After an index that could not be stored: once more, then with fewer chunks in front of it, which
+// helps on a full medium only. What one that fails has taken stays for a repair.
 bool IAviMuxer::RetryIdx1(IO& io) {
+  if (_idx1First) return io.Truncate(io.Size()) && WriteIdx1(io);
   auto const room = static_cast<uint64>(io.GoodEnd());
   if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return true;
+  if (!MayBeFull(io.Error())) return false;
   std::size_t count = WholeChunks(static_cast<int64>(room));
   while (count > 0 && ChunkEnd((*_list)[count - 1]) + 8 + 16 * count > room) --count;
   KeepChunks(io, count);

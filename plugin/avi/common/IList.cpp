@@ -1,5 +1,7 @@
 #include "common/IList.h"
 
+#include <algorithm>
+
 #include "common/DataChunks.h"
 #include "common/HeaderChunks.h"
 #include "common/IndexChunks.h"
@@ -99,17 +101,21 @@ int IList::ParseWithin(IO& io, bool recursive, Budget& budget) {
   if (start == 0 && _size == 0) return 0;
   parse(io);
   if (!recursive) return 1;
+  int64 const end = start + _size, outer = budget.end;
+  budget.end = std::min(end, outer);
   bool ok = true;
-  while (ok && io.Tell() - start < _size && ParseChild(io, budget, ok)) {
+  unsigned format = 0;
+  while (ok && io.Tell() < budget.end && ParseChild(io, budget, format, ok)) {
   }
   if (!ok) return 0;
-  int64 const end = start + _size;
-  if (io.Tell() != end + 8) io.Seek(end, IO::kBegin);
+  if (io.Tell() != end + 8) io.Seek(budget.end, IO::kBegin);
+  budget.end = outer;
   return 1;
 }
 
 // Reads one chunk. False ends the list; `ok` is cleared when the chunk inside could not be parsed.
-bool IList::ParseChild(IO& io, Budget& budget, bool& ok) {
+// `format` keeps what a "strf" of this list holds: it is searched once.
+bool IList::ParseChild(IO& io, Budget& budget, unsigned& format, bool& ok) {
   IOIntReader reader(io);
   unsigned code, length;
   if (--budget.chunks < 0 || !reader.Read32(code) || !reader.Read32(length)) return false;
@@ -117,7 +123,7 @@ bool IList::ParseChild(IO& io, Budget& budget, bool& ok) {
   int64 const payload = io.Tell();
   // The list's own parse reads the type again.
   if (isList && (!reader.Read32(code) || !io.Seek(payload, IO::kBegin))) return false;
-  if (code == Convert4("strf")) code = Getstrftype(this);
+  if (code == Convert4("strf")) code = format = format != 0 ? format : Getstrftype(this);
 
   IList* const node = budget.levels > 0 ? New(code) : nullptr;
   if (node == nullptr) return isList && budget.levels > 0 && io.Seek(payload + length, IO::kBegin);

@@ -76,13 +76,15 @@ class IList : public base::object {
   unsigned _listType = 0;
 
  private:
-  // What a hostile file may cost: every chunk header met counts.
+  // What a hostile file may cost: every chunk header met counts, and is met once, since no list
+  // leads beyond the end of the one that holds it.
   struct Budget {
     int chunks = 65536;
     int levels = 16;
+    int64 end = INT64_MAX;
   };
   int ParseWithin(IO& io, bool recursive, Budget& budget);
-  bool ParseChild(IO& io, Budget& budget, bool& ok);
+  bool ParseChild(IO& io, Budget& budget, unsigned& format, bool& ok);
 
   IList* _next = nullptr;
   IList* _prev = nullptr;

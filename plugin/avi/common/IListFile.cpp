@@ -75,7 +75,8 @@ bool IListFile::ReadTmpFile() {
   }
   std::size_t const wanted = before + tail.size();
   _list->reserve(wanted + 1);
-  std::size_t const read = ReadRecords(_spilled);
+  std::size_t read = ReadRecords(_spilled);
+  if (read < _spilled) read = ReadRecords(_spilled);  // the fault may have passed
   // What the file did not give is taken from memory, where memory has it.
   auto const known = std::min(read > before ? read - before : 0, tail.size());
   _list->insert(_list->end(), tail.begin() + static_cast<std::ptrdiff_t>(known), tail.end());

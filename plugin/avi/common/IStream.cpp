@@ -72,7 +72,7 @@ void IStream::MuxFlags(bool first, bool second, bool noSpill) {
 
 bool IStream::MuxUpdate() {
   if (!_muxFlags[2] && _listFile != nullptr && !_listFile->ReadTmpFile() && _listFile->Lost())
-    _para->spillFault = true;
+    _para->indexLost = true;
   UpdateLength();
   return muxUpdate();
 }

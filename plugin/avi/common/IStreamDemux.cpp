@@ -78,7 +78,8 @@ void IStream::SetDurations(unsigned us) {
 
 void IStream::ShareDuration() {
   if (_durPerFrame == 0 && !_list->empty())
-    _durPerFrame = static_cast<unsigned>(_duration * 1000 / static_cast<int64>(_list->size()));
+    _durPerFrame =
+        static_cast<unsigned>(Microseconds(_duration) / static_cast<int64>(_list->size()));
 }
 
 int64 IStream::UniformStep() {

@@ -25,7 +25,12 @@ class cidx1 : public IList {
   }
 
   void fill(IO& io) override;
-  void parse(IO& io) override { dataPos = io.Tell(); }
+  // The entries are left to the demuxer: they need no room here, of which a file could ask for
+  // much.
+  void parse(IO& io) override {
+    dataPos = io.Tell();
+    entries.shrink_to_fit();
+  }
 
   std::vector<ChunkParam>* ChunkList() const { return &entries; }
 
@@ -33,11 +38,13 @@ class cidx1 : public IList {
   int64 dataPos = 0;  // of a parsed index: where its first entry stands
 
  protected:
-  static void WriteEntries(IO& io, ChunkParam const* first, std::size_t count);
+  // Returns how many were written.
+  static std::size_t WriteEntries(IO& io, ChunkParam const* first, std::size_t count);
 };
 
 // An index in front of "movi", written piece by piece into reserved space: every `fill` appends the
-// entries gathered since the last one and forgets them. The size field is the caller's to update.
+// entries gathered since the last one and forgets them; those that could not be written stay, and
+// come with the next. The size field is the caller's to update.
 class cidx1_vfi : public cidx1 {
  public:
   explicit cidx1_vfi(int reserve) : cidx1(reserve) {}

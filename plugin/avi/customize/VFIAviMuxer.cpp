@@ -127,7 +127,7 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
     return false;
   }
   if (IOBuffer* const p = _headerImage.get(); mode == kImage) KESTRO_ASSERT(p->Max() == p->Size());
-  if (!WriteImage()) return false;
+  if (!WriteImage() || !CheckIO()) return false;
   if (mode == kCallback) CallBack(*_headerImage);
   _sizeCache = 0;
   _closing = false;

@@ -91,6 +91,8 @@ class VFIAviMuxer : public AviMuxer {
   bool Barrier();
   void CallBack(base::IOBuffer& image);
   void UpdateFront(IO& front);
+  bool Again();
+  bool StoreImage();
   bool WriteImage();
   int64 IndexSize() const;
   bool HandOver(int64 fileSize);

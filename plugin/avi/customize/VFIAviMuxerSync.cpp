@@ -17,6 +17,9 @@ bool VFIAviMuxer::FlushFile() {
 // What is written before it is durable before what is written after it.
 bool VFIAviMuxer::Barrier() { return !_flushFailed && _blkio->Flush() && FlushFile(); }
 
+// Whether a sync that could not be written may be tried once more: the fault may have passed.
+bool VFIAviMuxer::Again() { return !_flushFailed && _blkio->Truncate(_blkio->Size()); }
+
 bool VFIAviMuxer::UpdateIdx1() {
   if (!_periodicSync) return SyncInPlace();
   bool const synced = PeriodicSyncUpdateIdx1(_periodicSyncMode);
@@ -40,8 +43,8 @@ void VFIAviMuxer::UpdateFront(IO& front) {
   updateStream();
   updateBox();
   fillIdx1(front);
-  _keptEnd = _blkio->Size();
-  _fileSize = static_cast<unsigned>(_keptEnd);
+  if (_list->empty()) _keptEnd = _blkio->Size();
+  _fileSize = static_cast<unsigned>(_blkio->Size());
   FillHead(front);
   if (_idx1->Size() <= _idx1RsvdSize || _indexFull) return;
   _indexFull = true;
@@ -51,7 +54,11 @@ void VFIAviMuxer::UpdateFront(IO& front) {
 bool VFIAviMuxer::SyncInPlace() {
   if (_blkio == nullptr || Stream() == nullptr || !Barrier()) return false;
   UpdateFront(*_blkio);
-  bool const durable = Barrier();
+  bool durable = Barrier();
+  if (!durable && Again()) {
+    UpdateFront(*_blkio);
+    durable = Barrier();
+  }
   _blkio->Seek(0, IO::kEnd);
   return durable;
 }
@@ -64,12 +71,15 @@ bool VFIAviMuxer::SyncImage() {
 
 // Over the start of the file.
 bool VFIAviMuxer::WriteImage() {
+  bool const stored = StoreImage() || (Again() && StoreImage());
+  _blkio->Seek(0, IO::kEnd);
+  return stored;
+}
+
+bool VFIAviMuxer::StoreImage() {
   auto const size = static_cast<unsigned>(_headerImage->Size());
   _blkio->Seek(0, IO::kBegin);
-  bool const written = _blkio->Write(_headerImage->Data(), size) == size;
-  bool const durable = Barrier();
-  _blkio->Seek(0, IO::kEnd);
-  return written && durable;
+  return _blkio->Write(_headerImage->Data(), size) == size && Barrier();
 }
 
 bool VFIAviMuxer::SyncByCallback() {

@@ -8,8 +8,6 @@ namespace kestro::tool {
 
 using base::Fraction;
 
-static constexpr int kHighestRate = 1000;
-
 Fraction ChooseRate(RateSources const& sources, std::string const& track) {
   bool const given = sources.option.Positive();
   Fraction const rate = given                          ? sources.option

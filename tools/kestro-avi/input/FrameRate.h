@@ -6,6 +6,8 @@
 
 namespace kestro::tool {
 
+inline constexpr int kHighestRate = 1000;  // frames per second
+
 // What is known about a track's rate; 0/1 for nothing.
 struct RateSources {
   base::Fraction option;     // --fps

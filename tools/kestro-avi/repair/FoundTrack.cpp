@@ -5,7 +5,9 @@ namespace kestro::tool {
 std::int64_t FoundTrack::Time_ns() const {
   bool const sound = _info.kind == TrackInfo::kSound;
   base::Fraction const rate = sound ? base::Fraction(_info.rate, 1) : _info.frameRate;
-  return rate.Positive() ? FrameTime_ns(rate, _position) : 0;
+  if (!rate.Positive()) return 0;
+  std::int64_t const time = FrameTime_ns(rate, _position);
+  return time < 0 ? INT64_MAX : time;  // beyond what can be told
 }
 
 void FoundTrack::Put(Bytes data, bool key) {

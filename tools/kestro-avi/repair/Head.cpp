@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Errors.h"
+#include "input/FrameRate.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -19,10 +20,14 @@ static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
 }
 
 // The stream header holds the whole part of a frame rate only, the main header the time of a frame.
+// A rate that nobody records is damage.
 static base::Fraction FrameRate(AviTrack const& track, unsigned time_us) {
-  if (track.scale == 0) return {};
-  if (time_us != 0 && 1000000 / time_us == track.rate / track.scale) return {1000000, time_us};
-  return {track.rate, track.scale};
+  auto const good = [](base::Fraction const& rate) {
+    return rate.Positive() && rate.Whole() <= kHighestRate;
+  };
+  base::Fraction const whole(track.rate, track.scale), fine(1000000, time_us);
+  if (good(fine) && (!good(whole) || fine.Whole() == whole.Whole())) return fine;
+  return good(whole) ? whole : base::Fraction();
 }
 
 // False for a track that the plug-in cannot record.
@@ -48,8 +53,25 @@ static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
   info.channels = static_cast<int>(track.channels);
   info.bits = static_cast<int>(track.bits);
   if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
+  // The fields of a sound format have 16 and 32 bits.
+  auto const frame = base::uint64{track.channels} * track.bits / 8;
   return info.kind != TrackInfo::kSound ||
-         (track.sampleRate != 0 && track.channels != 0 && track.bits >= 8 && track.bits % 8 == 0);
+         (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 && frame <= UINT16_MAX &&
+          frame * track.sampleRate <= UINT32_MAX);
+}
+
+// The muxer has one rate for all video: where damage tells several, one that the main header has
+// too, or the first.
+static void ShareRate(std::vector<TrackInfo>& tracks, unsigned time_us) {
+  auto const shares = [](TrackInfo const& info) {
+    return info.kind == TrackInfo::kVideo && !info.unnumbered;
+  };
+  TrackInfo const* chosen = nullptr;
+  for (TrackInfo const& info : tracks)
+    if (shares(info) && (chosen == nullptr || info.frameRate == base::Fraction(1000000, time_us)))
+      chosen = &info;
+  for (TrackInfo& info : tracks)
+    if (shares(info)) info.frameRate = base::Fraction(chosen->frameRate);
 }
 
 static void CarryTags(AviFile& avi, Head& head) {
@@ -93,6 +115,7 @@ Head ReadHead(AviFile& avi, std::string const& path) {
     if (good) head.recorded.push_back(info);
   }
   if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
+  ShareRate(head.recorded, time_us);
   CarryTags(avi, head);
   return head;
 }

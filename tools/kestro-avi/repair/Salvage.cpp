@@ -76,7 +76,7 @@ void Salvage::Entry(IndexEntry const& entry) {
     if (!_stopped) Take(chunk, &entry);
     _position = _file.Next(chunk);
   } else if (Known(entry.id) && _missing.size() < kMostMissing) {
-    _missing.push_back(entry);
+    _missing.emplace(entry.offset, entry);
   } else {
     ++_counts.misled;
   }
@@ -142,8 +142,7 @@ void Salvage::Skip(int64 limit, Chunk const* cut) {
   _position = Find(from + (cut != nullptr ? 8 : 1), limit);
   if (cut != nullptr) {
     Lose(cut->id, _position - cut->Payload());
-    auto const same = [from](IndexEntry const& entry) { return entry.offset == from; };
-    _missing.erase(std::remove_if(_missing.begin(), _missing.end(), same), _missing.end());
+    _missing.erase(from);
   }
   LoseMissing(from, _position);
   if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
@@ -184,7 +183,7 @@ void Salvage::Take(Chunk const& chunk, IndexEntry const* entry) {
     Lose(chunk.id, chunk.size);
     return;
   }
-  CountChanges(_tracks[track], entry != nullptr);
+  Trim(_tracks[track], entry != nullptr);
   bool const key = IsKey(track, entry);
   ++(entry != nullptr ? _counts.indexed : _counts.found);
   ++_counts.kept[track].packets;
@@ -199,8 +198,9 @@ static bool Begins(bool hevc, unsigned byte) {
   return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
 }
 
-// What will not be in the output as it is here. Packets of this system's files were trimmed.
-void Salvage::CountChanges(AviTrack const& track, bool indexed) {
+// Takes off what the muxer does not store, before the rest is looked at. Packets of this system's
+// files were trimmed.
+void Salvage::Trim(AviTrack const& track, bool indexed) {
   _counts.empty += track.type == "video" && _data.empty() && indexed;
   if (track.codec != "h264" && track.codec != "hevc") return;
   static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
@@ -213,6 +213,7 @@ void Salvage::CountChanges(AviTrack const& track, bool indexed) {
   auto const front = at - _data.begin() - 4;
   _counts.trimmed.packets += front != 0;
   _counts.trimmed.bytes += static_cast<base::uint64>(front);
+  _data.erase(_data.begin(), _data.begin() + front);
 }
 
 // Whether the data is what it should be. Where sectors are lost, zeros are read.
@@ -260,15 +261,13 @@ void Salvage::Lose(unsigned id, int64 bytes) {
 
 // Entries that lead between two offsets name packets that are gone; those in front were wrong.
 void Salvage::LoseMissing(int64 begin, int64 end) {
-  auto const settled = [&](IndexEntry const& entry) {
-    if (entry.offset >= end) return false;
-    if (entry.offset >= begin)
-      Lose(entry.id, entry.size);
+  auto const last = _missing.lower_bound(end);
+  for (auto entry = _missing.begin(); entry != last; entry = _missing.erase(entry)) {
+    if (entry->first >= begin)
+      Lose(entry->second.id, entry->second.size);
     else
       ++_counts.misled;
-    return true;
-  };
-  _missing.erase(std::remove_if(_missing.begin(), _missing.end(), settled), _missing.end());
+  }
 }
 
 }  // namespace kestro::tool

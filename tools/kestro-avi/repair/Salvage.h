@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -70,7 +71,7 @@ class Salvage {
   int64 Find(int64 from, int64 limit);
   void Take(Chunk const& chunk, IndexEntry const* entry);
   bool Whole(Chunk const& chunk);
-  void CountChanges(AviTrack const& track, bool indexed);
+  void Trim(AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, IndexEntry const* entry);
   void Lose(unsigned id, int64 bytes);
   void LoseMissing(int64 begin, int64 end);
@@ -78,9 +79,9 @@ class Salvage {
   RiffReader& _file;
   std::vector<AviTrack> const& _tracks;
   Sink _sink;
-  int64 _position;                   // everything in front is settled
-  std::vector<IndexEntry> _missing;  // entries that lead nowhere, not settled yet
-  std::vector<bool> _openKeys;       // by track: the index takes open starts for key frames
+  int64 _position;                            // everything in front is settled
+  std::multimap<int64, IndexEntry> _missing;  // entries that lead nowhere, by where they lead
+  std::vector<bool> _openKeys;  // by track: the index takes open starts for key frames
   std::vector<std::uint8_t> _data;
   bool _indexSeen = false;  // an index stood in the way: the data may end anywhere
   bool _stopped = false;

@@ -1,0 +1,55 @@
+// What the fuzz targets share. A promise that does not hold is a failed KESTRO_ASSERT: it ends the
+// process, in every build type.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "base/Console.h"
+
+namespace kestro::fuzz {
+
+// Takes an input apart. Behind its end everything is 0.
+class Input {
+ public:
+  Input(std::uint8_t const* data, std::size_t size) : _at(data), _end(data + size) {}
+
+  bool Empty() const { return _at == _end; }
+  unsigned U8() { return Empty() ? 0 : *_at++; }
+  unsigned U16() {
+    unsigned const low = U8();
+    return low | U8() << 8;
+  }
+
+  // The tail, whose size is in the last `lengthBytes`, is taken off: what stays in front of it, so
+  // that an ordinary file is an input too.
+  Input TakeTail(unsigned lengthBytes, std::size_t most) {
+    if (Size() < lengthBytes) return {_end, 0};
+    _end -= lengthBytes;
+    std::size_t const size = std::min({Input(_end, lengthBytes).U16(), unsigned(most)});
+    if (size > Size()) return {_end, 0};
+    _end -= size;
+    return {_end, size};
+  }
+  std::size_t Size() const { return static_cast<std::size_t>(_end - _at); }
+  std::string Text() const { return {_at, _end}; }
+
+ private:
+  std::uint8_t const *_at, *_end;
+};
+
+// Host and plug-in tell much about themselves; findings go to standard error.
+inline void Quiet() {
+  static struct : base::ostream {
+    void Write(char const*, std::size_t) override {}
+  } nowhere;
+  static bool const once =
+      (base::cout.Redirect(&nowhere), true) && std::freopen("/dev/null", "w", stdout) != nullptr;
+  static_cast<void>(once);
+}
+
+}  // namespace kestro::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);

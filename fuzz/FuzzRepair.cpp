@@ -1,0 +1,111 @@
+// Any bytes as a damaged recording: repair never crashes, always ends, and leaves them as they are.
+// What it makes of them has no fault that a check finds, plays whole, and needs no second repair.
+#include "repair/Repair.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "Errors.h"
+#include "base/File.h"
+#include "fuzz/Fuzz.h"
+#include "support/Playing.h"
+#include "verify/Verify.h"
+
+namespace kestro::fuzz {
+
+namespace fs = std::filesystem;
+namespace found = tool::found;
+
+namespace {
+
+constexpr std::size_t kFile = 32768;
+
+// Of this process, for as long as it lives.
+struct Folder {
+  Folder() {
+    std::string pattern = fs::temp_directory_path() / "kestro-fuzz-XXXXXX";
+    path = mkdtemp(pattern.data());
+  }
+  ~Folder() {
+    std::error_code none;
+    fs::remove_all(path, none);
+  }
+  std::string At(char const* name) const { return path / name; }
+  fs::path path;
+};
+
+std::string Read(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void Write(std::string const& path, std::string const& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// False for what is beyond use, which is the only reason to refuse.
+bool Repair(tool::RepairJob const& job, tool::RepairReport& report) {
+  try {
+    report = tool::Repair(job);
+  } catch (tool::Error const& error) {
+    if (error.Code() != tool::kUnusable) std::fprintf(stderr, "%s\n", error.what());
+    KESTRO_ASSERT(error.Code() == tool::kUnusable);
+    return false;
+  }
+  return true;
+}
+
+// What the input has not told, and faults of the data itself, which repair keeps as it is.
+bool OfInput(tool::Kind const* kind) {
+  return kind == &found::kRate || kind == &found::kNoKey || kind == &found::kSoundFrame;
+}
+
+void CheckOutput(std::string const& path) {
+  tool::Findings findings;
+  KESTRO_ASSERT(tool::Verify(path, true, findings));
+  for (auto const& group : findings.Groups()) {
+    if (group.kind->severity == tool::Severity::kNote || OfInput(group.kind)) continue;
+    std::fprintf(stderr, "%s at %lld\n", group.kind->id,
+                 static_cast<long long>(group.first.front().offset));
+    KESTRO_ASSERT(!"a fault in the output");
+  }
+}
+
+void CheckPlay(std::string const& path) {
+  test::MemoryIO io(Read(path));
+  test::Playing playing(&io);
+  KESTRO_ASSERT(playing.Open());
+  playing.All();
+  KESTRO_ASSERT(playing.failures == 0);
+}
+
+}  // namespace
+}  // namespace kestro::fuzz
+
+// A file, behind it a side file, whose length is in the last two bytes.
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  using namespace kestro;
+  using namespace kestro::fuzz;
+  static Folder const folder;
+  Quiet();
+  test::RegisterClasses();
+  Input file(data, std::min(size, kFile));
+  Input const image = file.TakeTail(2, kFile);
+  tool::RepairJob job{folder.At("in.avi"), folder.At("out.avi"), "", true};
+  Write(job.input, file.Text());
+  if (!image.Empty()) Write(job.image = folder.At("image"), image.Text());
+
+  tool::Findings findings;
+  tool::Verify(job.input, true, findings);
+  tool::RepairReport report, again;
+  bool const repaired = Repair(job, report);
+  KESTRO_ASSERT(Read(job.input) == file.Text());
+  if (!repaired) return 0;
+  CheckOutput(job.output);
+  CheckPlay(job.output);
+  KESTRO_ASSERT(Repair({job.output, folder.At("again.avi"), "", true}, again));
+  KESTRO_ASSERT(again.kept.packets == report.kept.packets && again.Complete());
+  return 0;
+}

@@ -1,0 +1,173 @@
+// Hostile and damaged files: what opens plays what can be played, at a cost that the file bounds.
+#include <gmock/gmock.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <csignal>
+
+#include "common/IAviDemux.h"
+#include "support/HostileFiles.h"
+#include "support/Playing.h"
+
+namespace {
+// Of this process: the largest allocation, and the most memory in use.
+std::atomic<std::int64_t> largest, used, peak;
+
+void Raise(std::atomic<std::int64_t>& mark, std::int64_t value) {
+  for (auto seen = mark.load(); value > seen && !mark.compare_exchange_weak(seen, value);) {
+  }
+}
+void Allocated(void const volatile* memory, std::size_t size) {
+  Raise(largest, static_cast<std::int64_t>(size));
+  Raise(peak, used += static_cast<std::int64_t>(malloc_usable_size(const_cast<void*>(memory))));
+}
+void Freed(void const volatile* memory) {
+  used -= static_cast<std::int64_t>(malloc_usable_size(const_cast<void*>(memory)));
+}
+}  // namespace
+
+// Every allocation, operator new's too, comes through here.
+extern "C" {
+#ifdef __has_feature  // as clang says it
+#define SANITIZED (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define SANITIZED (__SANITIZE_ADDRESS__ || __SANITIZE_THREAD__)
+#endif
+#if SANITIZED
+void __sanitizer_malloc_hook(void const volatile* memory, std::size_t size) {
+  Allocated(memory, size);
+}
+void __sanitizer_free_hook(void const volatile* memory) { Freed(memory); }
+#else
+void* __libc_malloc(std::size_t size);
+void __libc_free(void* memory);
+void* malloc(std::size_t size) {
+  void* const memory = __libc_malloc(size);
+  Allocated(memory, size);
+  return memory;
+}
+void free(void* memory) {
+  Freed(memory);
+  __libc_free(memory);
+}
+#endif
+}
+
+namespace kestro::test {
+namespace {
+
+using plugin::avi::IAviDemux;
+
+// Counts the bytes that are read.
+class MeteredIO : public base::IOFilter {
+ public:
+  explicit MeteredIO(base::IO& io) : IOFilter("MeteredIO", io) {}
+  unsigned Read(void* data, unsigned size) override {
+    unsigned const got = _io.Read(data, size);
+    if (got != kFailed) bytes += got;
+    return got;
+  }
+  int64 bytes = 0;
+};
+
+// Ends a hang with the name of the file.
+std::string watched;
+void Watch(std::string const& symptom) {
+  watched = "hangs: " + symptom + "\n";
+  std::signal(SIGALRM, [](int) {
+    if (write(2, watched.data(), watched.size()) >= 0) std::abort();
+  });
+  alarm(120);
+}
+
+// Plays what is left. Returns the packets with data, INT_MAX for more than a file has records.
+int Drain(Playing& p, std::size_t most) {
+  std::size_t all = 0;
+  int withData = 0;
+  for (auto packet = p.Next(); packet; packet = p.Next()) {
+    withData += packet->Size() > 0;
+    if (++all > most) return INT_MAX;
+  }
+  return withData;
+}
+
+// All that can be asked of a file. Returns the packets with data of normal play, kRefused, or
+// INT_MAX for play without end.
+int Ask(base::IO& io, char const* alias) {
+  auto const most = static_cast<std::size_t>(io.Size()) / 16;
+  Playing p(&io, 0, alias);
+  p.demuxer->Set("preloadsz", int64{1 << 20});
+  p.demuxer->Set("vlcPreload", true);
+  if (!p.Open()) return kRefused;
+  unsigned size = 0;
+  if (p.demuxer->Get("strdsize", size) && size <= io.Size()) {
+    std::vector<unsigned char> content(size);
+    unsigned char* data = content.data();
+    p.demuxer->Get("strddata", data);
+  }
+  int packets = Drain(p, most);
+  for (auto mode :
+       {PlayMode::kNormal, PlayMode::kFast, PlayMode::kBack, PlayMode::kVideo, PlayMode::kAudio})
+    for (int64 ms : std::initializer_list<int64>{0, 50, INT64_MAX, INT64_MIN}) {
+      p.demuxer->PlayModeSwitch(mode);
+      p.demuxer->Seek(ms);
+      if (Drain(p, most) == INT_MAX) packets = INT_MAX;
+    }
+  return p.demuxer->StatusChange(IStatus::kClosed) ? packets : INT_MAX;
+}
+
+void Examine(Hostile const& file, bool exactly) {
+  SCOPED_TRACE(file.symptom);
+  Watch(file.symptom);
+  MemoryIO memory;
+  memory.bytes = file.bytes;
+  auto const size = static_cast<int64>(file.bytes.size());
+  for (char const* alias : {"AviDemuxer-avi-demuxer", "CusAviDemuxer"}) {
+    if (base::IClass::Find(alias, true) == nullptr) continue;
+    bool const opensAll = *alias == 'C';
+    memory.position = largest = used = peak = 0;
+    testing::internal::CaptureStdout();
+    int const packets = Ask(memory, alias);
+    std::string const said = testing::internal::GetCapturedStdout();
+    // A record of the index takes 24 bytes instead of 16, and lists grow by doubling.
+    EXPECT_LE(largest, 3 * size + (2 << 20)) << alias;
+    EXPECT_LE(peak, 5 * size + (32 << 20)) << alias;
+    EXPECT_EQ(packets == kRefused, !opensAll && said.find("!Parse(io)") != said.npos) << said;
+    if (exactly) {
+      EXPECT_EQ(packets, opensAll ? std::max(file.packets, 0) : file.packets) << alias;
+    }
+  }
+  // The headers and the index are read once; blocks overlap a little where a list ends early.
+  MeteredIO io(memory);
+  IAviDemux demux;
+  testing::internal::CaptureStdout();
+  demux.Open(io);
+  testing::internal::GetCapturedStdout();
+  EXPECT_LE(io.bytes, 2 * size + (64 << 10));
+  alarm(0);
+}
+
+TEST(Hostile, FilesPlayWhatCanBePlayed) {
+  RegisterClasses();
+  for (Hostile const& file : HostileFiles()) Examine(file, true);
+  for (Hostile const& file : HostileSizes()) Examine(file, true);
+}
+
+TEST(Hostile, EveryByte) {
+  RegisterClasses();
+  Bytes const whole = HostileBase();
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    Bytes bytes = whole;
+    for (unsigned char value : {0x00, 0x7F, 0x80, 0xFF}) {
+      bytes[at] = value;
+      Examine({"byte " + std::to_string(at) + " is " + std::to_string(value), bytes, 0}, false);
+    }
+    bytes.resize(at);
+    Examine({"cut after " + std::to_string(at) + " bytes", bytes, 0}, false);
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test

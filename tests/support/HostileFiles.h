@@ -1,0 +1,245 @@
+// Files as an attacker or a failing card would leave them, each named after its symptom.
+#pragma once
+
+#include "base/FourCC.h"
+#include "base/LittleEndian.h"
+#include "support/FileLayout.h"
+
+namespace kestro::test {
+
+struct Hostile {
+  std::string symptom;
+  Bytes bytes;
+  // What normal play gives: packets with data, kRefused for a file that does not open.
+  int packets;
+};
+constexpr int kRefused = -1;
+
+inline Shape HostileShape() {
+  Shape shape;
+  shape.sound = true;
+  shape.strd = "data";
+  return shape;
+}
+
+// Three frames and two sound blocks, with `streams` in hdrl, `between` hdrl and movi, and `behind`
+// the index, whose offsets are right.
+inline Bytes HostileFilm(Bytes const& streams, Bytes const& between = {},
+                         Bytes const& behind = {}) {
+  std::vector<Chunk> const chunks = {{"00dc", StoredKeyFrame("first"), true},
+                                     {"01wb", "sound.1.", true},
+                                     {"00dc", StoredFrame("next.."), false},
+                                     {"01wb", "sound.2.", true},
+                                     {"00dc", StoredKeyFrame("last."), true}};
+  Bytes front = List("LIST", "hdrl", MainHeader(HostileShape(), 3, 1000).Add(streams));
+  front.Add(between);
+  auto position = static_cast<unsigned>(12 + front.size() + 12);
+  Bytes movi, entries;
+  for (Chunk const& chunk : chunks) {
+    Bytes const stored = Plain(chunk.id, chunk.stored);
+    auto const size = static_cast<unsigned>(chunk.stored.size());
+    entries.Cc(chunk.id).U32(chunk.key ? 0x10 : 0).U32(position).U32(size);
+    movi.Add(stored).Zeros(size % 2);
+    position += static_cast<unsigned>(stored.size()) + size % 2;
+  }
+  front.Add(List("LIST", "movi", movi));
+  front.Cc("idx1").U32(static_cast<unsigned>(entries.size())).Add(entries).Add(behind);
+  return List("RIFF", "AVI ", front);
+}
+
+inline Bytes HostileVideo() { return VideoHeaders(HostileShape(), 3); }
+inline Bytes HostileBase() {
+  return HostileFilm(HostileVideo().Add(SoundHeaders(4)), Plain("JUNK", "filler.."));
+}
+
+inline std::size_t Find(Bytes const& bytes, char const* code, int nth = 0) {
+  auto at = bytes.begin();
+  for (int i = 0; i <= nth; ++i) at = std::search(at + (i > 0), bytes.end(), code, code + 4);
+  return static_cast<std::size_t>(at - bytes.begin());
+}
+inline Bytes With(Bytes bytes, std::size_t at, unsigned value) {
+  base::Store32(&bytes.at(at), value);
+  return bytes;
+}
+inline Bytes Copies(Bytes const& unit, std::size_t count) {
+  Bytes all;
+  all.reserve(unit.size() * count);
+  while (count-- > 0) all.insert(all.end(), unit.begin(), unit.end());
+  return all;
+}
+// Lists one in another, the innermost with this content.
+inline Bytes Nested(char const* type, unsigned levels, Bytes const& content) {
+  Bytes all;
+  auto const inside = static_cast<unsigned>(content.size());
+  for (unsigned left = levels; left-- > 0;) all.Cc("LIST").U32(4 + 12 * left + inside).Cc(type);
+  return all.Add(content);
+}
+inline Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (Bytes const& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// Every chunk with every suspect size. What a wrong size costs is the chunks behind it that count.
+inline std::vector<Hostile> HostileSizes() {
+  struct Row {
+    char const* chunk;
+    int nth;
+    int small, large;  // packets
+  } const rows[] = {{"RIFF", 0, 0, 5}, {"hdrl", 0, 0, 5}, {"avih", 0, 0, 5}, {"strl", 0, 0, 3},
+                    {"strh", 0, 5, 5}, {"strf", 0, 5, 5}, {"strd", 0, 5, 5}, {"strl", 1, 3, 5},
+                    {"strh", 1, 5, 5}, {"strf", 1, 5, 5}, {"JUNK", 0, 0, 0}, {"movi", 0, 0, 0},
+                    {"00dc", 0, 5, 5}, {"01wb", 0, 5, 5}, {"idx1", 0, 0, 5}};
+  Bytes const base = HostileBase();
+  std::vector<Hostile> files;
+  for (Row const& row : rows)
+    for (unsigned size : {0u, 1u, 0x7FFFFFFFu, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
+      std::size_t const code = Find(base, row.chunk, row.nth);
+      bool const list = code >= 8 && std::equal(&base[code - 8], &base[code - 4], "LIST");
+      files.push_back({std::string(row.chunk) + " " + std::to_string(row.nth) + " of " +
+                           std::to_string(size) + " bytes",
+                       With(base, list ? code - 4 : code + 4, size),
+                       size > 1 ? row.large : row.small});
+    }
+  return files;
+}
+
+inline std::vector<Hostile> HostileFiles() {
+  Bytes const base = HostileBase(), video = HostileVideo(), sound = SoundHeaders(4);
+  Bytes const both = Joined({video, sound}), filler = Plain("JUNK", "");
+  auto const header = [](Bytes const& strl) {
+    return Bytes(std::string(strl.begin() + 12, strl.begin() + 76));
+  };
+  auto const format = [](Bytes const& strl) {
+    return Bytes(std::string(strl.begin() + 76, strl.end()));
+  };
+  Bytes const strh = header(video), strf = format(video);
+  auto const film = [&](Bytes const& first) { return HostileFilm(Joined({first, sound})); };
+  auto const videoOf = [&](Bytes const& content) { return film(List("LIST", "strl", content)); };
+  auto const data = [&](Bytes const& content) {
+    return videoOf(Joined({strh, strf, Plain("strd", {content.begin(), content.end()})}));
+  };
+  // Fields of the first or the second stream header, its format, the index's entries.
+  auto const field = [&](char const* code, int nth, unsigned at, unsigned value) {
+    return With(base, Find(base, code, nth) + 8 + at, value);
+  };
+  auto const entry = [&](unsigned number, unsigned at, unsigned value) {
+    return field("idx1", 0, number * 16 + at, value);
+  };
+  auto const entries = [&](unsigned at, unsigned first, unsigned step) {
+    Bytes bytes = base;
+    for (unsigned i = 0; i < 5; ++i)
+      bytes = With(bytes, Find(bytes, "idx1") + 8 + 16 * i + at, first + i * step);
+    return bytes;
+  };
+  // An index of so many records of both tracks, over a film without one.
+  auto const indexed = [&](std::size_t count, unsigned flags, unsigned size) {
+    Bytes two;
+    for (char const* id : {"00dc", "01wb"}) two.Cc(id).U32(flags).U32(4).U32(size);
+    Bytes const film(std::string(base.begin(), base.begin() + std::ptrdiff_t(Find(base, "idx1"))));
+    return Joined(
+        {film, Bytes().Cc("idx1").U32(static_cast<unsigned>(32 * count)), Copies(two, count)});
+  };
+
+  return {
+      {"undamaged", base, 5},
+      {"no bytes", {}, kRefused},
+      {"one byte", Bytes("R"), 0},
+      {"no RIFF", Bytes("no film at all"), 0},
+      {"another kind of RIFF", With(base, 8, base::Convert4("WAVE")), 5},
+      {"zeros", Bytes().Zeros(4096), 0},
+      {"RIFF in RIFF", List("RIFF", "AVI ", base), 5},
+      {"RIFF behind RIFF", Joined({base, base}), 5},
+      {"LIST of 0 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(0)), 5},
+      {"LIST of 1 byte", HostileFilm(both, Bytes().Cc("LIST").U32(1).Raw("h")), 5},
+      {"LIST of 3 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(3).Raw("hdr")), 5},
+      {"strl larger than hdrl", With(base, Find(base, "strl", 1) - 4, 400), 5},
+      {"hdrl larger than the file", With(base, Find(base, "hdrl") - 4, 100000), 5},
+      {"10,000 unknown LISTs in each other", HostileFilm(both, Nested("none", 10000, {})), 5},
+      {"10,000 hdrl in each other", HostileFilm(both, Nested("hdrl", 10000, {})), 5},
+      {"10,000 strl in each other", HostileFilm(Nested("strl", 10000, both)), 0},
+      {"10,000 small hdrl with large ones in them",
+       HostileFilm(
+           both,
+           Copies(Bytes().Cc("LIST").U32(16).Cc("hdrl").Cc("LIST").U32(1 << 30).Cc("hdrl"), 5000)),
+       5},
+      {"a million JUNK before movi", HostileFilm(both, Copies(filler, 1000000)), 0},
+      {"a million JUNK behind the index", HostileFilm(both, {}, Copies(filler, 1000000)), 5},
+      {"60,000 idx1", HostileFilm(both, {}, Copies(Plain("idx1", ""), 60000)), 5},
+      {"30,000 JUNK before strh and 30,000 strf behind",
+       videoOf(Joined({Copies(filler, 30000), strh, Copies(Plain("strf", ""), 30000)})), 5},
+      {"two hdrl", HostileFilm(both, List("LIST", "hdrl", both)), 5},
+      {"two strh", videoOf(Joined({strh, header(sound), strf})), 5},
+      {"two strf", videoOf(Joined({strh, strf, strf})), 5},
+      {"two movi", HostileFilm(both, List("LIST", "movi", Plain("00dc", "1"))), 5},
+      {"two idx1", HostileFilm(both, Plain("idx1", std::string(160, '0'))), 0},
+      {"no strh", videoOf(strf), 3},
+      {"no strf", videoOf(strh), 5},
+      {"strf before strh", videoOf(Joined({strf, strh})), 3},
+      {"strf of 4 bytes", videoOf(Joined({strh, Plain("strf", "size")})), 5},
+      {"strf of 1,000 bytes", videoOf(Joined({strh, Plain("strf", std::string(1000, 'f'))})), 5},
+      {"strh of 8 bytes", videoOf(Joined({Plain("strh", "vidsH264"), strf})), 5},
+      {"strh of 1,000 bytes",
+       videoOf(Joined({Plain("strh", "vidsH264" + std::string(992, 'h')), strf})), 5},
+      {"strd in strd", data(Plain("strd", "inner")), 5},
+      {"strh in strd", data(header(sound)), 5},
+      {"strl in strd", data(sound), 5},
+      {"idx1 in strd", data(Plain("idx1", std::string(160, '\xFF'))), 0},
+      {"movi in strd", data(List("LIST", "movi", {})), 5},
+      {"LIST of 4 GiB in strd", data(Bytes().Cc("LIST").U32(~0u).Cc("none")), 5},
+      {"video with the format of sound", videoOf(Joined({strh, format(sound)})), 5},
+      {"handler of a printf format", field("strh", 0, 4, base::Convert4("%n%s")), 3},
+      {"handler with a dash", field("strh", 0, 4, base::Convert4("h-64")), 3},
+      {"handler of another class", field("strh", 0, 4, base::Convert4("avi")), 3},
+      {"sound called H264", field("strh", 1, 4, base::Convert4("H264")), 3},
+      {"video called PCM", field("strh", 0, 4, base::Convert4("PCM")), 5},
+      {"scale 0", field("strh", 0, 20, 0), 5},
+      {"scale of 32 bits", field("strh", 0, 20, ~0u), 5},
+      {"frames of 136 years", With(field("strh", 0, 20, ~0u), Find(base, "strh") + 32, 1), 5},
+      {"rate 0", field("strh", 0, 24, 0), 5},
+      {"rate of 32 bits", field("strh", 0, 24, ~0u), 5},
+      {"length 0", field("strh", 0, 32, 0), 5},
+      {"length of 32 bits", field("strh", 0, 32, ~0u), 5},
+      {"width 0", field("strf", 0, 4, 0), 5},
+      {"height below 0", field("strf", 0, 8, 0x80000000), 5},
+      {"sound of length 0", field("strh", 1, 32, 0), 5},
+      {"sound of scale 0", field("strh", 1, 20, 0), 5},
+      {"channels 0", field("strf", 1, 0, 1), 5},
+      {"65,535 channels", field("strf", 1, 0, 0xFFFF0001), 5},
+      {"65,535 channels of 65,528 bits",
+       With(field("strf", 1, 0, 0xFFFF0001), Find(base, "strf", 1) + 20, 0xFFF80004), 5},
+      {"sample rate 0", field("strf", 1, 4, 0), 5},
+      {"byte rate 0", field("strf", 1, 8, 0), 5},
+      {"block align 0", field("strf", 1, 12, 0x100000), 5},
+      {"bits 0", field("strf", 1, 12, 4), 5},
+      {"two million samples of 4 GiB at one byte a second",
+       With(With(With(field("strh", 1, 44, ~0u), Find(base, "strh", 1) + 40, 0x200000),
+                 Find(base, "strf", 1) + 16, 1),
+            Find(base, "strf", 1) + 12, 0),
+       5},
+      {"stream number 02", entry(0, 0, base::Convert4("02dc")), 4},
+      {"stream number 99", entry(0, 0, base::Convert4("99dc")), 4},
+      {"stream number of letters", entry(0, 0, base::Convert4("xydc")), 4},
+      {"stream number below 0", entry(0, 0, base::Convert4("-1dc")), 4},
+      {"stream number of bytes above 0x7F", entry(0, 0, 0xFFFFFFFF), 4},
+      {"1,000 strl", HostileFilm(Copies(video, 1000)), 3},
+      {"index larger than the file", With(base, Find(base, "idx1") + 4, 1 << 20), 5},
+      {"index of 17 bytes", With(base, Find(base, "idx1") + 4, 17), 1},
+      {"index of 15 bytes", With(base, Find(base, "idx1") + 4, 15), 0},
+      {"offsets past the end", entries(8, 1 << 20, 0), 0},
+      {"offsets past 2 GiB", entries(8, 0x80000000, 16), 0},
+      {"offsets 8 bytes before 4 GiB", entries(8, 0xFFFFFFF8, 0), 5},
+      {"offsets at 0", entries(8, 0, 0), 5},
+      {"offsets overlapping", entries(8, 100, 1), 5},
+      {"offsets backwards", entries(8, 500, unsigned(-50)), 5},
+      {"entries of 0 bytes", entries(12, 0, 0), 0},
+      {"entries of 2 GiB", entries(12, 0x7FFFFFFF, 0), 5},
+      {"entries of 4 GiB", entries(12, 0xFFFFFFFF, 0), 5},
+      {"8,000 entries of 4 GiB at one sample a second",
+       With(indexed(4000, 0x10, ~0u), Find(base, "strf", 1) + 12, 1), 8000},
+      {"100,000 entries without key frames", indexed(50000, 0, 4), 100000},
+      {"no index", With(base, Find(base, "idx1"), base::Convert4("JUNK")), 0},
+  };
+}
+
+}  // namespace kestro::test
