@@ -64,7 +64,7 @@ for verb in $("$tool" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1
   grep -q "^## $verb\$" docs/tool.md || fail "docs/tool.md: there is a verb $verb"
   while read -r option; do
     grep -qE -e "$option([^a-z-]|\$)" docs/tool.md || fail "docs/tool.md: $verb has $option"
-  done < <("$tool" $verb --help | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' | grep -vx -e --help)
+  done < <("$tool" "$verb" --help | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' | grep -vx -e --help)
 done
 echo "$commands commands, $failures failures"
 [[ $failures == 0 && $commands -gt 0 ]]
