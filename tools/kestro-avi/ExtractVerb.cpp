@@ -30,6 +30,11 @@ void ExtractVerb::AddTo(CLI::App& app) {
   app.add_option("--plugin", _plugin, "The plug-in, or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
   app.footer(
+      "Examples:\n"
+      "  kestro-avi extract out.avi\n"
+      "  kestro-avi extract -o tracks out.avi\n"
+      "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
+      "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n\n"
       "Nothing is encoded. The ending of OUT decides: .h264 or .264, .h265 or .hevc, .mjpeg or\n"
       ".mjpg for a video stream, .wav for sound, .srt or .jsonl for text, a pattern such as\n"
       "shot-%04d.jpg for one file a picture (.txt: a text), anything else a container that\n"
@@ -37,12 +42,7 @@ void ExtractVerb::AddTo(CLI::App& app) {
       "Text and motion JPEG do not come through \"play\", as the demuxer makes no tracks of them:\n"
       "they are read from the chunks that the index names. A text carries no time: it gets that\n"
       "of the next frame of the first video track; without video, the rate of its own track\n"
-      "counts.\n\n"
-      "Examples:\n"
-      "  kestro-avi extract out.avi\n"
-      "  kestro-avi extract -o tracks out.avi\n"
-      "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
-      "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi");
+      "counts.");
 }
 
 void ExtractVerb::ListTracks(AviFile const& avi) const {

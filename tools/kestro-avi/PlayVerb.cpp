@@ -42,13 +42,12 @@ void PlayVerb::AddTo(CLI::App& app) {
       ->type_name("BYTES");
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
-      "Times are seconds or [h:]m:s. At the end of the stream the next seek comes early.\n\n"
       "Examples:\n"
       "  kestro-avi play out.avi\n"
       "  kestro-avi play --mode back --from 1:30 --to 1:00 out.avi\n"
-      "  kestro-avi play --mode video --seek 10 --seek 5 --every 25 out.avi\n"
       "  kestro-avi play --realtime --preload 8M /mnt/share/out.avi\n"
-      "  kestro-avi play --json out.avi | jq 'select(.key) | .pts_ms'");
+      "  kestro-avi play --json out.avi | jq 'select(.key) | .pts_ms'\n\n"
+      "Times are seconds or [h:]m:s. At the end of the stream the next seek comes early.");
 }
 
 void PlayVerb::Check() {

@@ -13,6 +13,12 @@ static constexpr unsigned kMaxJunk = 64 << 20;
 static constexpr unsigned kMaxCacheBlocks = 2000;  // not quite 1 GiB
 
 static constexpr char kHelp[] =
+    "Examples:\n"
+    "  kestro-avi record -o out.avi movie.mp4\n"
+    "  kestro-avi record -o out.avi --fps 25 camera.h264 microphone.wav titles.srt\n"
+    "  kestro-avi record -o cam-%05d.avi --segment-time 10:00 --sync in-place "
+    "rtsp://camera/stream\n"
+    "  kestro-avi record -o out.avi --sync image --reserve-time 4:00:00 v4l2:/dev/video0\n\n"
     "Times are seconds or [h:]m:s, sizes are bytes or have K, M or G behind them. Video is H.264,\n"
     "HEVC or motion JPEG, also a numbered series of JPEG files, and is recorded as it is. Sound "
     "is\n"
@@ -33,16 +39,7 @@ static constexpr char kHelp[] =
     "at least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is complete.\n\n"
     "With --realtime a queue of 10 s and 64 MiB keeps stalls of the medium from the inputs. A "
     "block\n"
-    "of the cache is 512 KiB: to bridge a stall takes bytes per second * seconds / 512 KiB + 1.\n\n"
-    "Examples:\n"
-    "  kestro-avi record -o out.avi movie.mp4\n"
-    "  kestro-avi record -o out.avi --fps 25 camera.h264 microphone.wav\n"
-    "  kestro-avi record -o out.avi camera.h265 left.wav right.wav titles.srt\n"
-    "  kestro-avi record -o out.avi --fps 10 shot-%04d.jpg\n"
-    "  kestro-avi record -o out.avi --realtime --index-spill 60 rtsp://camera/stream\n"
-    "  kestro-avi record -o cam-%05d.avi --segment-time 10:00 --sync in-place "
-    "rtsp://camera/stream\n"
-    "  kestro-avi record -o out.avi --sync image --reserve-time 4:00:00 v4l2:/dev/video0";
+    "of the cache is 512 KiB: to bridge a stall takes bytes per second * seconds / 512 KiB + 1.";
 
 void RecordOptions::AddTo(CLI::App& app) {
   app.add_option("INPUT", addresses, "Files or addresses: their video, sound and text")

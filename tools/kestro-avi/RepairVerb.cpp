@@ -28,6 +28,10 @@ void RepairVerb::AddTo(CLI::App& app) {
   app.add_flag("--force", _job.force, "Overwrite OUT");
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
+      "Examples:\n"
+      "  kestro-avi repair cut.avi -o whole.avi\n"
+      "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
+      "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n\n"
       "Packets are taken as they are, in the order of IN: first those that the side file or the\n"
       "index of IN names, then those that stand in the data itself, also behind damaged parts. A\n"
       "packet that is cut or whose beginning is gone is dropped. Key frames are told by the coded\n"
@@ -36,11 +40,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       "Exit codes: 0 OUT holds all that is in IN, 1 something of it was lost or left out, 3 "
       "cannot\n"
       "be read or written, 4 beyond use (no stream headers, no whole packet, the side file of\n"
-      "another recording).\n\n"
-      "Examples:\n"
-      "  kestro-avi repair cut.avi -o whole.avi\n"
-      "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
-      "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost");
+      "another recording).");
 }
 
 static std::string Packets(Counted const& count) {

@@ -14,11 +14,11 @@ void VerifyVerb::AddTo(CLI::App& app) {
   app.add_flag("--json", _json, "Write JSON");
   app.add_flag("--deep", _deep, "Look for key frames in H.264 and HEVC data too");
   app.footer(
-      "Exit codes: 0 clean or nothing but notes, 1 errors or warnings, 3 cannot be read, 4 beyond\n"
-      "use (no AVI file, no stream headers, no data list).\n\n"
       "Examples:\n"
       "  kestro-avi verify out.avi\n"
-      "  kestro-avi verify --deep --json *.avi | jq '.files[] | {file, errors, warnings}'");
+      "  kestro-avi verify --deep --json *.avi | jq '.files[] | {file, errors, warnings}'\n\n"
+      "Exit codes: 0 clean or nothing but notes, 1 errors or warnings, 3 cannot be read, 4 beyond\n"
+      "use (no AVI file, no stream headers, no data list).");
 }
 
 static char const* Text(Severity severity) {

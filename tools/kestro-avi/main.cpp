@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <memory>
 
 #include "Console.h"
 #include "Errors.h"
@@ -16,20 +17,34 @@
 
 using namespace kestro::tool;
 
+// Every footer begins with examples: they are shown before the options, the rest behind them.
+class ExamplesFirst : public CLI::Formatter {
+ public:
+  std::string make_usage(CLI::App const* app, std::string name) const override {
+    std::string const footer = app->get_footer();
+    return "\n" + footer.substr(0, footer.find("\n\n")) + "\n\n" +
+           CLI::Formatter::make_usage(app, name);
+  }
+  std::string make_footer(CLI::App const* app) const override {
+    std::string const footer = app->get_footer();
+    std::size_t const end = footer.find("\n\n");
+    return end == footer.npos ? "" : footer.substr(end + 2) + "\n";
+  }
+};
+
 static int Run(int argc, char** argv) {
   CLI::App app(
       "Records video, sound and text into AVI files, plays, extracts, describes, checks and "
       "repairs\nthem.",
       "kestro-avi");
+  app.formatter(std::make_shared<ExamplesFirst>());  // the verbs inherit it
   app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
   app.require_subcommand(1);
   app.footer(
       "Examples:\n"
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi info out.avi\n"
-      "  kestro-avi verify out.avi\n"
       "  kestro-avi repair cut.avi -o whole.avi\n"
-      "  kestro-avi play --mode fast out.avi\n"
       "  kestro-avi extract --track 0:video.h264 --track 1:sound.wav out.avi\n\n"
       "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
       "cannot\n"

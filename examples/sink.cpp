@@ -1,0 +1,79 @@
+// Plays an AVI file into a sink of its own, which counts what each track delivers:
+//   sink PLUGIN IN.avi
+#include <future>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "base/Module.h"
+#include "stream/IDemuxer.h"
+#include "stream/ISink.h"
+
+namespace base = kestro::base;
+namespace stream = kestro::stream;
+
+class Counter : public stream::ISink {
+ public:
+  Counter() : ISink("Counter") {}
+  ~Counter() override { Detach(); }  // no packet arrives once members are destroyed
+
+  // The host passes on one packet at a time, whatever threads they come from.
+  bool ReceivePacket(stream::Packet& packet, void* context) override {
+    Counts& counts = _counts[static_cast<stream::IPort*>(context)];
+    counts.codec = packet.Media()->Codec();
+    ++counts.packets;
+    counts.keys += packet.IsKey() ? 1 : 0;
+    counts.bytes += packet.Size();
+    return true;  // false would say: refused, or lost
+  }
+
+  // False when nothing has come.
+  bool Print() const {
+    for (auto const& [port, counts] : _counts)
+      std::cout << counts.codec << ": " << counts.packets << " packets, " << counts.keys << " key, "
+                << counts.bytes << " bytes\n";
+    return !_counts.empty();
+  }
+
+ private:
+  struct Counts {
+    std::string codec;
+    base::int64 packets = 0, keys = 0, bytes = 0;
+  };
+  std::map<stream::IPort*, Counts> _counts;
+};
+
+static int Fail(std::string const& text) {
+  std::cerr << "sink: " << text << "\n";
+  return 1;
+}
+
+int main(int argc, char** argv) {
+  if (argc != 3) return Fail("takes PLUGIN IN.avi");
+  std::string error;
+  if (!base::LoadPlugin(argv[1], &error)) return Fail(error);
+  base::AttrSet attrs;
+  attrs.Add("Register", "avi-demuxer");
+  Counter counter;
+  std::unique_ptr<stream::IDemuxer> demuxer(base::IClass::New<stream::IDemuxer>(attrs));
+  if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
+
+  std::promise<bool> end;
+  demuxer->OnMessage([&end](stream::IElement&, char const* type, char const*) {
+    std::string_view const what = type;
+    if (what != "warning") end.set_value(what == "eos");  // or "error": one of them, once
+    return true;
+  });
+  for (char const* codecs : {"h264,hevc", "pcm"})
+    stream::IPort::Link(*demuxer->AddOutput(codecs), *counter.AddInput());
+  if (!demuxer->StatusChange(stream::IStatus::kOpen)) return Fail("the file cannot be opened");
+  counter.StatusChange(stream::IStatus::kRunning);
+  demuxer->StatusChange(stream::IStatus::kRunning);
+  bool const whole = end.get_future().get();
+  demuxer->StatusChange(stream::IStatus::kClosed);  // the source first: it pushes no more
+  counter.StatusChange(stream::IStatus::kClosed);
+  if (!counter.Print()) return Fail("nothing to play");
+  return whole ? 0 : Fail("the file could not be read to its end");
+}
