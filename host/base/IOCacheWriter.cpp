@@ -37,7 +37,7 @@ IOCacheWriter::IOCacheWriter(IO* target, int blockSize, int blocks)
 }
 
 IOCacheWriter::~IOCacheWriter() {
-  Flush();
+  IOCacheWriter::Flush();
   if (!_thread.joinable()) return;
   {
     std::lock_guard lock(_mutex);

@@ -96,7 +96,7 @@ class CaptureSink : public stream::ISink {
 // Hands out what the script holds, packets or Packet::ReadFailure(), then null.
 class ScriptSource : public stream::ISource {
  public:
-  explicit ScriptSource(std::vector<stream::Packet*> script = {})
+  explicit ScriptSource(std::vector<stream::Packet*> const& script = {})
       : ISource("ScriptSource"), _script(script.begin(), script.end()) {}
   ~ScriptSource() override {
     IElementWithThread::Stop();

@@ -131,9 +131,10 @@ int PluginVerb::Run() {
   LoadAviPlugin(_plugin);
   Json classes = Json::array();
   for (IClass const* record : IClass::All()) classes.push_back(Class(*record));
-  WriteData(_json       ? DocumentText({{"schema", 1}, {"classes", std::move(classes)}})
-            : _markdown ? Markdown(classes)
-                        : Text(classes));
+  if (_json)
+    WriteData(DocumentText({{"schema", 1}, {"classes", std::move(classes)}}));
+  else
+    WriteData(_markdown ? Markdown(classes) : Text(classes));
   return kOk;
 }
 
