@@ -51,6 +51,7 @@ class Salvage {
   void Entry(IndexEntry const& entry);
   void Rest();
   bool Stopped() const { return _stopped; }
+  int64 Position() const { return _position; }  // everything in front is settled
   SalvageCounts const& Counts() const { return _counts; }
 
   // Whether an entry leads to a chunk of a track that has a stream header.
@@ -78,7 +79,7 @@ class Salvage {
   RiffReader& _file;
   std::vector<AviTrack> const& _tracks;
   Sink _sink;
-  int64 _position;                   // everything in front is settled
+  int64 _position;
   std::vector<IndexEntry> _missing;  // entries that lead nowhere, not settled yet
   std::vector<bool> _openKeys;       // by track: the index takes open starts for key frames
   std::vector<std::uint8_t> _data;
