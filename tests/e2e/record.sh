@@ -144,6 +144,10 @@ for n in 4 5 6 7; do
 done
 check "text: a line is a line" 4 "$(grep -ac '^line' text.avi)"
 
+# Pictures.
+exits "plot: drawn" 0 "$tool" info --plot sound.svg sound.avi
+command -v rsvg-convert >/dev/null && passes "plot: rendered" rsvg-convert -o sound.png sound.svg
+
 # Options.
 av=("$media/clip25.h264" "$media/stereo48k.wav")
 exits "no-audio" 0 record --no-audio -o silent.avi "${av[@]}"

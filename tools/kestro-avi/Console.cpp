@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 
@@ -11,8 +12,8 @@
 
 namespace kestro::tool {
 
-// A line of progress stands on the terminal. Reports come from several threads.
-static bool progressShown = false;
+// A status stands on the terminal. Reports come from several threads.
+static bool statusShown = false;
 static std::mutex terminal;
 
 static int standardOutput = STDOUT_FILENO;
@@ -26,7 +27,15 @@ void ReserveStandardOutput() {
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
+// Under the lock: takes the status away, and lets what was printed meanwhile come in its place.
+static void ClearStatus() {
+  if (statusShown) std::fputs("\r\033[K", stderr);
+  statusShown = false;
+  std::fflush(stdout);
+}
+
 void WriteData(std::string const& text) {
+  if (std::lock_guard lock(terminal); statusShown && isatty(standardOutput) == 1) ClearStatus();
   for (std::size_t done = 0; done < text.size();) {
     ssize_t const n = write(standardOutput, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
@@ -35,28 +44,32 @@ void WriteData(std::string const& text) {
   }
 }
 
-void Report(std::string const& text) {
-  std::fflush(stdout);  // what the plug-in printed comes first
-  std::lock_guard lock(terminal);
-  std::string const line = (progressShown ? "\r\033[K" : "") + ("kestro-avi: " + text + "\n");
-  progressShown = false;
-  std::fwrite(line.data(), 1, line.size(), stderr);
+bool ColouredOutput() {
+  auto const variable = [](char const* name) {
+    char const* const value = std::getenv(name);
+    return std::string(value == nullptr ? "" : value);
+  };
+  return isatty(standardOutput) == 1 && variable("NO_COLOR").empty() && variable("TERM") != "dumb";
 }
 
-Progress::Progress() : _terminal(isatty(STDERR_FILENO) == 1) {}
-
-void Progress::Show(std::string const& text) {
-  if (!_terminal) return;
+void ShowStatus(std::string const& text) {
   std::lock_guard lock(terminal);
-  std::fprintf(stderr, "\r%s\033[K", text.c_str());
+  static char held[1 << 16];
+  static bool const holding = std::setvbuf(stdout, held, _IOFBF, sizeof held) == 0;
+  (void)holding;
+  ClearStatus();
+  std::fputs(text.c_str(), stderr);
   std::fflush(stderr);
-  progressShown = true;
+  statusShown = !text.empty();
 }
 
-void Progress::Clear() {
+void WriteErrorLine(std::string const& line) {
   std::lock_guard lock(terminal);
-  if (progressShown) std::fputs("\r\033[K", stderr);
-  progressShown = false;
+  ClearStatus();  // what the plug-in printed comes first
+  std::string const whole = line + "\n";
+  std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
+
+void Report(std::string const& text) { WriteErrorLine("kestro-avi: " + text); }
 
 }  // namespace kestro::tool

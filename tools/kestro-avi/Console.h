@@ -15,17 +15,14 @@ void WriteData(std::string const& text);
 // One line "kestro-avi: text" on standard error.
 void Report(std::string const& text);
 
-// Shows a line that the next one overwrites, when standard error is a terminal.
-class Progress {
- public:
-  Progress();
-  ~Progress() { Clear(); }
-  bool Visible() const { return _terminal; }
-  void Show(std::string const& text);
-  void Clear();
+// Whether standard output is a terminal whose user has not asked for plain text (NO_COLOR).
+bool ColouredOutput();
 
- private:
-  bool _terminal;
-};
+// A line on standard error, a terminal, that the next one takes the place of; empty for none. While
+// it is shown, what the plug-in prints waits for the next one.
+void ShowStatus(std::string const& text);
+
+// A line on standard error as it is, not mixed with others.
+void WriteErrorLine(std::string const& line);
 
 }  // namespace kestro::tool

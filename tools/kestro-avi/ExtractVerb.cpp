@@ -29,6 +29,7 @@ void ExtractVerb::AddTo(CLI::App& app) {
       ->type_name("FILE");
   app.add_option("--plugin", _plugin, "The plug-in, or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
+  _progress.AddTo(app);
   app.footer(
       "Examples:\n"
       "  kestro-avi extract out.avi\n"
@@ -57,23 +58,43 @@ void ExtractVerb::ListTracks(AviFile const& avi) const {
   WriteData(text + "Several tracks may share a container, such as .mkv; -o DIR writes all.\n");
 }
 
+static bool NeedsOrder(AviTrack const& track, Target const& target) {
+  return target.form == Target::kContainer && (track.codec == "h264" || track.codec == "hevc");
+}
+
+// Bytes of tracks to be read.
+std::uint64_t ExtractVerb::Work(AviFile const& avi, Targets const& targets) const {
+  std::uint64_t bytes = 0;
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
+    bool wanted = false, ordered = false;
+    for (Target const& target : targets.List()) {
+      bool const here =
+          std::find(target.tracks.begin(), target.tracks.end(), i) != target.tracks.end();
+      wanted = wanted || here;
+      ordered = ordered || (here && NeedsOrder(avi.Tracks()[i], target));
+    }
+    bytes += avi.Tracks()[i].bytes * (std::uint64_t{wanted} + std::uint64_t{ordered});
+  }
+  return bytes;
+}
+
 // Containers want to know when each frame is shown, before the first one is written.
-void ExtractVerb::OrderFrames(AviFile& avi, Targets const& targets) {
+void ExtractVerb::OrderFrames(AviFile& avi, Targets const& targets, Progress& progress) {
   _orders.resize(avi.Tracks().size());
   std::vector<bool> wanted(avi.Tracks().size());
   for (Target const& target : targets.List())
     for (std::size_t track : target.tracks) {
-      std::string const& codec = avi.Tracks()[track].codec;
-      if (target.form != Target::kContainer || (codec != "h264" && codec != "hevc")) continue;
+      if (!NeedsOrder(avi.Tracks()[track], target)) continue;
       wanted[track] = true;
       if (!_orders[track])
         _orders[track] = std::make_unique<FrameOrder>(CodecOf(avi.Tracks()[track]));
     }
   if (std::count(wanted.begin(), wanted.end(), true) == 0) return;
-  TrackReader(avi, wanted).ForEach([this](std::size_t track, Piece const& piece) {
+  TrackReader(avi, wanted).ForEach([&](std::size_t track, Piece const& piece) {
     FrameOrder& order = *_orders[track];
     while (order.Count() < piece.position) order.Add(nullptr, 0);
     order.Add(piece.data, piece.size);
+    progress.At(_done += piece.size);
     return !Interrupted();
   });
   for (auto const& order : _orders)
@@ -115,7 +136,7 @@ int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& 
   return _findings || !warnings.empty() ? kFindings : kOk;
 }
 
-int ExtractVerb::Copy(AviFile& avi, Targets const& targets) {
+int ExtractVerb::Copy(AviFile& avi, Targets const& targets, Progress& progress) {
   std::vector<std::vector<std::pair<Output*, std::size_t>>> sinks(avi.Tracks().size());
   std::vector<bool> wanted(avi.Tracks().size());
   for (Target const& target : targets.List()) {
@@ -126,11 +147,14 @@ int ExtractVerb::Copy(AviFile& avi, Targets const& targets) {
     }
   }
   TrackReader reader(avi, wanted);
-  reader.ForEach([&sinks](std::size_t track, Piece const& piece) {
+  reader.ForEach([&](std::size_t track, Piece const& piece) {
     for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
+    progress.At(_done += piece.size);
     return !Interrupted();
   });
-  return Interrupted() ? kInterrupted : Finish(targets, reader.Faults());
+  if (Interrupted()) return kInterrupted;
+  progress.End();
+  return Finish(targets, reader.Faults());
 }
 
 // As an application gets it, from the demuxer.
@@ -179,8 +203,9 @@ int ExtractVerb::Run() {
            ": the index is missing or does not tell all; the chunks in movi are taken");
     _findings = _findings || avi.CutOff() || avi.IndexBase() < 0;
   }
-  OrderFrames(avi, targets);
-  return Interrupted() ? kInterrupted : Copy(avi, targets);
+  Progress progress(_progress, "extract", Progress::kBytes, Work(avi, targets));
+  OrderFrames(avi, targets, progress);
+  return Interrupted() ? kInterrupted : Copy(avi, targets, progress);
 }
 
 }  // namespace kestro::tool

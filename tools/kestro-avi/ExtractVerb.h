@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Progress.h"
 #include "Targets.h"
 #include "avi/AviFile.h"
 #include "output/FrameOrder.h"
@@ -23,19 +24,22 @@ class ExtractVerb {
 
  private:
   void ListTracks(AviFile const& avi) const;
-  void OrderFrames(AviFile& avi, Targets const& targets);
+  std::uint64_t Work(AviFile const& avi, Targets const& targets) const;
+  void OrderFrames(AviFile& avi, Targets const& targets, Progress& progress);
   std::unique_ptr<Output> Open(AviFile const& avi, Targets const& targets,
                                Target const& target) const;
   void WriteStreamData();
-  int Copy(AviFile& avi, Targets const& targets);
+  int Copy(AviFile& avi, Targets const& targets, Progress& progress);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
   std::string _file, _folder, _streamData, _plugin;
   std::vector<std::string> _wishes;
   bool _force = false;
+  ProgressOption _progress;
 
   std::vector<std::unique_ptr<FrameOrder>> _orders;  // by track, where needed
   std::vector<std::unique_ptr<Output>> _outputs;     // by target
+  std::uint64_t _done = 0;                           // bytes of tracks
   bool _findings = false;
 };
 

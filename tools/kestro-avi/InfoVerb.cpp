@@ -6,8 +6,11 @@
 #include "Console.h"
 #include "Documents.h"
 #include "Errors.h"
+#include "Targets.h"
 #include "Text.h"
 #include "avi/AviFile.h"
+#include "output/Output.h"
+#include "plot/Plot.h"
 
 namespace kestro::tool {
 
@@ -15,10 +18,14 @@ void InfoVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   app.add_flag("--json", _json, "Write JSON");
   app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
+  auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and a map of FILE")
+                   ->type_name("OUT.svg");
+  app.add_flag("--force", _force, "Overwrite OUT.svg")->needs(plot);
   app.footer(
       "Examples:\n"
       "  kestro-avi info out.avi\n"
       "  kestro-avi info --tree out.avi\n"
+      "  kestro-avi info --plot out.svg out.avi\n"
       "  kestro-avi info --json *.avi | jq '.files[] | {file, duration_ms}'");
 }
 
@@ -100,6 +107,19 @@ std::string TrackText(AviTrack const& track, std::size_t number) {
   return text + ", " + std::to_string(track.bytes) + " bytes, " + Seconds(track.duration_ms) + "\n";
 }
 
+// Escape sequences: of what says where a chunk is, and of its name.
+static char const kFaint[] = "\033[2m";
+static char const* ColourOf(Chunk const& chunk) {
+  using base::Convert4;
+  if (chunk.type == Convert4("movi")) return "\033[32m";
+  if (chunk.type != 0) return "\033[36m";
+  if (chunk.id == Convert4("idx1")) return "\033[33m";
+  return chunk.id == Convert4("JUNK") ? kFaint : "";
+}
+static std::string Coloured(std::string const& text, std::string const& colour) {
+  return colour.empty() || !ColouredOutput() ? text : colour + text + "\033[0m";
+}
+
 // The tree in lines, or its outermost chunks in one.
 static std::string TreeText(AviFile const& avi, bool whole) {
   std::string text = whole ? "" : "  layout:";
@@ -114,9 +134,10 @@ static std::string TreeText(AviFile const& avi, bool whole) {
     }
     char line[96];
     std::snprintf(line, sizeof line, "  %12lld %12lld  ", chunk.offset, chunk.size);
-    text += line + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') + name + "\n";
+    text += Coloured(line, kFaint) + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') +
+            Coloured(name, ColourOf(chunk)) + "\n";
   }
-  return whole ? "        offset         size  chunk\n" + text : text + "\n";
+  return whole ? Coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
 }
 
 static std::string FileText(std::string const& path, AviFile const& avi, bool tree) {
@@ -128,13 +149,24 @@ static std::string FileText(std::string const& path, AviFile const& avi, bool tr
   return text;
 }
 
+void InfoVerb::Draw(AviFile& avi, std::string const& path) const {
+  std::string const picture = Plot(avi, path).Document();
+  StreamFile file(_plot);
+  file.Write(0, {reinterpret_cast<std::uint8_t const*>(picture.data()),
+                 static_cast<unsigned>(picture.size()), 0});
+  Report(_plot + ": " + file.Finish());
+}
+
 int InfoVerb::Run() {
+  if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: one FILE is drawn");
   return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
-    AviFile const avi(path);
+    AviFile avi(path);
+    if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
     if (_json)
       array.push_back(FileJson(path, avi, _tree));
     else
       WriteData(FileText(path, avi, _tree));
+    if (!_plot.empty()) Draw(avi, path);
     if (!avi.CutOff()) return kOk;
     Report(path + ": is incomplete");
     return kFindings;

@@ -10,6 +10,7 @@ class App;
 
 namespace kestro::tool {
 
+class AviFile;
 struct AviTrack;
 // What a track is, for people, in lines.
 std::string TrackText(AviTrack const& track, std::size_t number);
@@ -20,8 +21,11 @@ class InfoVerb {
   int Run();
 
  private:
+  void Draw(AviFile& avi, std::string const& path) const;
+
   std::vector<std::string> _files;
-  bool _json = false, _tree = false;
+  std::string _plot;
+  bool _json = false, _tree = false, _force = false;
 };
 
 }  // namespace kestro::tool

@@ -40,6 +40,7 @@ void PlayVerb::AddTo(CLI::App& app) {
   app.add_option("--preload", _preloadText,
                  "Read through a cache that keeps this much of the start")
       ->type_name("BYTES");
+  _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
       "Examples:\n"
@@ -224,8 +225,20 @@ std::string PlayVerb::Fault(AviFile& avi, Delivered const& packet) const {
   return "";
 }
 
+// How much of the leader's time is played; 0 where seeks make that unknown.
+int64 PlayVerb::Expected_ms() const {
+  if (!_seeks_ms.empty()) return 0;
+  bool const back = _playMode == PlayMode::kBack;
+  int64 const from = _from_ms >= 0 ? _from_ms : back ? _length_ms : 0;
+  int64 const to = _to_ms >= 0 ? _to_ms : back ? 0 : _length_ms;
+  return std::max<int64>(0, back ? from - to : std::min(to, _length_ms) - from);
+}
+
 int PlayVerb::List(Player& player, AviFile& avi) {
   Delivered packet;
+  Progress progress(_progress, "play", Progress::kTime_ms,
+                    static_cast<std::uint64_t>(Expected_ms()));
+  int64 first_ms = -1;  // of the leader
   std::uint64_t packets = 0;
   unsigned sinceSeek = 0;
   int code = kOk;
@@ -248,6 +261,10 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     Pace(packet);
     if (Interrupted()) return kInterrupted;
     Print(packet);
+    if (packet.output == _leader) {
+      if (first_ms < 0) first_ms = packet.pts_ms;
+      progress.At(static_cast<std::uint64_t>(std::abs(packet.pts_ms - first_ms)));
+    }
     ++packets;
     if (std::string const fault = Fault(avi, packet); !fault.empty()) {
       Report("warning: " + _file + ": " + fault);
@@ -255,6 +272,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     }
     if (++sinceSeek >= _every && NextSeek(player)) sinceSeek = 0;
   }
+  progress.End();
   if (!_json) Report(_file + ": " + std::to_string(packets) + " packets");
   return code;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Player.h"
+#include "Progress.h"
 #include "avi/AviFile.h"
 
 namespace CLI {
@@ -29,6 +30,7 @@ class PlayVerb {
   void ChooseTracks(AviFile const& avi);
   void Position(Player& player);
   int List(Player& player, AviFile& avi);
+  int64 Expected_ms() const;
   bool Beyond(Delivered const& packet) const;
   bool NextSeek(Player& player);
   void Pace(Delivered const& packet);
@@ -41,6 +43,7 @@ class PlayVerb {
   bool _json = false, _realtime = false;
   std::string _preloadText;
   std::optional<int64> _preload;
+  ProgressOption _progress;
 
   PlayMode _playMode = PlayMode::kNormal;
   int64 _from_ms = -1, _to_ms = -1;  // negative: not given

@@ -51,6 +51,7 @@ void RecordOptions::AddTo(CLI::App& app) {
   AddSyncs(app);
   AddTags(app);
   AddSettings(app);
+  progress.AddTo(app);
   app.footer(kHelp);
 }
 

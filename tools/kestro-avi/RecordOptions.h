@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Progress.h"
 #include "Segments.h"
 #include "input/Input.h"
 
@@ -26,6 +27,7 @@ class RecordOptions {
   Timeline timeline;
   RecorderOptions recorder;
   SegmentOptions segments;
+  ProgressOption progress;
 
  private:
   void AddTracks(CLI::App& app);

@@ -12,12 +12,21 @@ namespace kestro::tool {
 
 using Clock = std::chrono::steady_clock;
 
+// Whether progress is that of reading the inputs, rather than that of recorded time.
+static bool ByBytes(Session const& session, Timeline const& timeline) {
+  return timeline.duration_ns < 0 && session.Reach().size > 0;
+}
+
+static std::int64_t Total(Session const& session, Timeline const& timeline) {
+  if (ByBytes(session, timeline)) return session.Reach().size;
+  return std::max<std::int64_t>(0, timeline.duration_ns / 1000000);
+}
+
 // Moves packets until the end, a signal or an error. False when recording ended for an error.
-bool RecordVerb::Record(Session& session, Feed& feed) const {
-  Progress progress;
+bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const {
+  bool const byBytes = ByBytes(session, _options.timeline);
   auto const begin = Clock::now();
-  auto shown = begin;
-  std::uint64_t packets = 0, bytes = 0;
+  std::uint64_t packets = 0;
   std::int64_t end_ns = 0;
   std::size_t track = 0;
   TimedPacket packet;
@@ -25,25 +34,25 @@ bool RecordVerb::Record(Session& session, Feed& feed) const {
     if (_options.realtime) SleepUntil(begin + std::chrono::nanoseconds(packet.time_ns));
     if (!feed.Push(track, packet)) return false;
     ++packets;
-    bytes += packet.data.size();
     end_ns = std::max(end_ns, packet.time_ns + packet.duration_ns);
-    auto const now = Clock::now();
-    if (!progress.Visible() || now - shown < std::chrono::milliseconds(200)) continue;
-    shown = now;
-    char speed[32];
-    double const wall = std::chrono::duration<double>(now - begin).count();
-    std::snprintf(speed, sizeof speed, ", %.1fx", static_cast<double>(end_ns) / 1e9 / wall);
-    progress.Show(std::to_string(packets) + " packets, " + Seconds(end_ns / 1000000) + ", " +
-                  ByteCount(bytes) + speed);
+    if (!progress.Due()) continue;
+    char speed[48];
+    std::snprintf(speed, sizeof speed, "%.1fx",
+                  static_cast<double>(end_ns) / 1e9 / progress.Seconds());
+    std::int64_t const end_ms = end_ns / 1000000;
+    progress.Show(static_cast<std::uint64_t>(byBytes ? session.Reach().position : end_ms),
+                  std::to_string(packets) + " packets, " +
+                      (byBytes ? Seconds(end_ms) + ", " : std::string()) + speed);
   }
   return true;
 }
 
 // Ends the last file, says what is amiss and chooses the exit code.
-int RecordVerb::Finish(Session const& session, Feed& feed, Segments& segments,
+int RecordVerb::Finish(Session const& session, Feed& feed, Segments& segments, Progress& progress,
                        bool complete) const {
   feed.Finish();
   complete = segments.Finish() && complete;
+  if (complete && !Interrupted() && session.Failures().empty()) progress.End();
   std::vector<std::string> findings = segments.Warnings();
   for (std::string const& text : session.Findings()) findings.push_back(text);
   if (std::string const losses = feed.Losses(); !losses.empty()) findings.push_back(losses);
@@ -89,8 +98,11 @@ int RecordVerb::Run() {
   Packets const packets(tracks);
   Segments segments(_options.segments, _options.recorder, tracks, packets, names);
   Feed feed(packets, segments, tracks.size(), _options.realtime, _options.drop);
-  bool const complete = Record(session, feed);
-  return Finish(session, feed, segments, complete);
+  bool const byBytes = ByBytes(session, _options.timeline);
+  Progress progress(_options.progress, "record", byBytes ? Progress::kBytes : Progress::kTime_ms,
+                    static_cast<std::uint64_t>(Total(session, _options.timeline)));
+  bool const complete = Record(session, feed, progress);
+  return Finish(session, feed, segments, progress, complete);
 }
 
 }  // namespace kestro::tool

@@ -16,8 +16,9 @@ class RecordVerb {
 
  private:
   void Announce(Session const& session) const;
-  bool Record(Session& session, Feed& feed) const;
-  int Finish(Session const& session, Feed& feed, Segments& segments, bool complete) const;
+  bool Record(Session& session, Feed& feed, Progress& progress) const;
+  int Finish(Session const& session, Feed& feed, Segments& segments, Progress& progress,
+             bool complete) const;
 
   RecordOptions _options;
 };

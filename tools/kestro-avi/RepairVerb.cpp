@@ -1,6 +1,7 @@
 #include "RepairVerb.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 
 #include "Console.h"
 #include "Documents.h"
@@ -26,6 +27,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->check(CLI::IsMember({"last"}));
   app.add_flag("--json", _json, "Write the report as JSON");
   app.add_flag("--force", _job.force, "Overwrite OUT");
+  _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
   app.footer(
       "Examples:\n"
@@ -117,11 +119,21 @@ std::string RepairVerb::Document(RepairReport const& report) const {
   return DocumentText(json);
 }
 
+RepairReport RepairVerb::WatchedRepair() {
+  std::error_code failed;
+  auto const size = std::filesystem::file_size(_job.input, failed);
+  Progress progress(_progress, "repair", Progress::kBytes, failed ? 0 : size);
+  _job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
+  RepairReport report = Repair(_job);
+  if (!report.interrupted) progress.End();
+  return report;
+}
+
 int RepairVerb::Run() {
   ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   CatchSignals();
-  RepairReport const report = Repair(_job);
+  RepairReport const report = WatchedRepair();
   for (std::string const& note : report.notes) Report("note: " + note);
   for (std::string const& warning : report.warnings) Report("warning: " + warning);
   if (report.interrupted) return kInterrupted;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "Progress.h"
 #include "repair/Repair.h"
 
 namespace CLI {
@@ -17,12 +18,14 @@ class RepairVerb {
   int Run();                  // an ExitCode; throws Error
 
  private:
+  RepairReport WatchedRepair();
   std::string Text(RepairReport const& report) const;
   std::string Document(RepairReport const& report) const;
 
   RepairJob _job;
   std::string _index = "last", _plugin;
   bool _json = false;
+  ProgressOption _progress;
 };
 
 }  // namespace kestro::tool

@@ -1,6 +1,7 @@
 #include "VerifyVerb.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 
 #include "Console.h"
 #include "Documents.h"
@@ -13,6 +14,7 @@ void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   app.add_flag("--json", _json, "Write JSON");
   app.add_flag("--deep", _deep, "Look for key frames in H.264 and HEVC data too");
+  _progress.AddTo(app);
   app.footer(
       "Examples:\n"
       "  kestro-avi verify out.avi\n"
@@ -91,9 +93,20 @@ static std::string FileText(std::string const& path, bool usable, Findings const
 }
 
 int VerifyVerb::Run() {
-  return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
+  auto const size = [](std::string const& path) {
+    std::error_code failed;
+    auto const bytes = std::filesystem::file_size(path, failed);
+    return failed ? 0 : bytes;
+  };
+  std::uint64_t all = 0, before = 0;
+  for (std::string const& path : _files) all += size(path);
+  Progress progress(_progress, "verify", Progress::kBytes, all);
+  int const worst = TellOfEach(_files, _json, [&](std::string const& path, Json& array) {
     Findings findings;
-    bool const usable = Verify(path, _deep, findings);
+    bool const usable = Verify(path, _deep, findings, [&](int64 position) {
+      progress.At(before + static_cast<std::uint64_t>(position));
+    });
+    before += size(path);
     if (_json)
       array.push_back(FileJson(path, usable, findings));
     else
@@ -102,6 +115,8 @@ int VerifyVerb::Run() {
         findings.Count(Severity::kError) == 0 && findings.Count(Severity::kWarning) == 0;
     return !usable ? kUnusable : good ? kOk : kFindings;
   });
+  progress.End();
+  return worst;
 }
 
 }  // namespace kestro::tool

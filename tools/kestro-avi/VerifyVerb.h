@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Progress.h"
+
 namespace CLI {
 class App;
 }
@@ -18,6 +20,7 @@ class VerifyVerb {
  private:
   std::vector<std::string> _files;
   bool _json = false, _deep = false;
+  ProgressOption _progress;
 };
 
 }  // namespace kestro::tool

@@ -16,6 +16,7 @@ class CueFile : public Input {
   CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline);
 
   bool Read() override { return false; }  // the track has everything
+  Extent Reach() const override { return {0, 0}; }
 
  private:
   InputClock _clock;

@@ -15,6 +15,11 @@ struct InputOptions {
   bool video = true, audio = true, text = true;
 };
 
+// How much of it was read, of how many bytes; of size -1 where that is unknown.
+struct Extent {
+  std::int64_t size = -1, position = 0;
+};
+
 // A source of packets for its tracks, which are complete from its construction on.
 class Input {
  public:
@@ -25,6 +30,7 @@ class Input {
 
   // Hands one packet to its track. False at the end, which the tracks were told.
   virtual bool Read() = 0;
+  virtual Extent Reach() const { return {}; }
 
   // Why reading stopped before the end, empty when it did not: an error of the system, or damage.
   std::string const& Failure() const { return _failure; }

@@ -204,6 +204,12 @@ int MediaInput::Next(AVPacket& packet) {
   return got;
 }
 
+Extent MediaInput::Reach() const {
+  AVIOContext* const io = _format->pb;  // devices and series of pictures have none
+  if (io == nullptr) return {};
+  return {avio_size(io), avio_tell(io)};
+}
+
 bool MediaInput::Read() {
   if (_ended) return false;
   int const got = Next(*_packet);

@@ -17,6 +17,7 @@ class MediaInput : public Input {
              bool lead);
 
   bool Read() override;
+  Extent Reach() const override;
 
  private:
   void Open(std::string const& address, InputOptions const& options);

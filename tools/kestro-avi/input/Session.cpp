@@ -106,6 +106,17 @@ bool Session::Next(std::size_t& track, TimedPacket& packet) {
   return false;
 }
 
+Extent Session::Reach() const {
+  Extent all{0, 0};
+  for (auto const& input : _inputs) {
+    Extent const one = input->Reach();
+    if (one.size < 0) return {};
+    all.size += one.size;
+    all.position += one.position;
+  }
+  return all;
+}
+
 std::vector<std::string> Session::Notes() const {
   std::vector<std::string> notes;
   for (auto const& input : _inputs)

@@ -22,6 +22,8 @@ class Session {
   // interrupted.
   bool Next(std::size_t& track, TimedPacket& packet);
 
+  Extent Reach() const;  // of all inputs together
+
   // What of the inputs is left out; inputs that broke off; what people should know about the
   // tracks.
   std::vector<std::string> Notes() const;

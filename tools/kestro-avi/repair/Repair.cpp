@@ -134,6 +134,7 @@ void Repairer::Copy(std::string const& output) {
       pushed = recorder.Push(static_cast<std::size_t>(number), *own);
       data = std::move(packet.data);
     }
+    _job.advance(salvage.Position());
     return pushed && !Interrupted();
   });
   ForEachEntry([&salvage](IndexEntry const& entry) { salvage.Entry(entry); });

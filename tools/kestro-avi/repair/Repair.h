@@ -1,6 +1,7 @@
 // Makes an ordinary file of a recording that was cut off or damaged.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@ struct RepairJob {
   std::string input, output;
   std::string image;   // the side file; empty: INPUT.sync, where that fits
   bool force = false;  // overwrites the output
+  std::function<void(int64 position)> advance = [](int64) {};  // is told how far the input is read
 };
 
 struct RepairReport {

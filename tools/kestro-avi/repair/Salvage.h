@@ -52,6 +52,7 @@ class Salvage {
   void Entry(IndexEntry const& entry);
   void Rest();
   bool Stopped() const { return _stopped; }
+  int64 Position() const { return _position; }  // everything in front is settled
   SalvageCounts const& Counts() const { return _counts; }
 
   // Whether an entry leads to a chunk of a track that has a stream header.

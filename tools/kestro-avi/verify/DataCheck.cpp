@@ -16,8 +16,14 @@ static std::string ChunkText(unsigned id, int64 size) {
   return CodeText(id) + " of " + std::to_string(size) + " bytes";
 }
 
-DataCheck::DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings)
-    : _avi(avi), _reader(avi.Reader()), _streams(streams), _deep(deep), _findings(findings) {
+DataCheck::DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings,
+                     std::function<void(int64)> const& advance)
+    : _avi(avi),
+      _reader(avi.Reader()),
+      _streams(streams),
+      _deep(deep),
+      _findings(findings),
+      _advance(advance) {
   for (Chunk const& chunk : avi.Tree())
     if (chunk.type == Convert4("movi")) _movis.push_back(chunk);
 }
@@ -227,6 +233,7 @@ void DataCheck::Data(Chunk const& chunk) {
   bool const cut = end > _movi.end;
   if (cut) _findings.Add(found::kDataCut, chunk.offset, chunk.size, _movi.end - chunk.Payload());
   _position = cut ? _movi.end : chunk.size % 2 != 0 ? Pad(end) : end;
+  _advance(_position);
   auto const number = static_cast<std::size_t>(TrackOfCode(chunk.id));
   if (cut || number >= _streams.size()) return;
   Stream& stream = _streams[number];

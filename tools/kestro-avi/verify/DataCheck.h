@@ -3,6 +3,8 @@
 // searched as it is passed.
 #pragma once
 
+#include <functional>
+
 #include "verify/Findings.h"
 #include "verify/Streams.h"
 
@@ -10,8 +12,10 @@ namespace kestro::tool {
 
 class DataCheck {
  public:
-  // All outlive the check, which counts into the streams. `deep` looks into the video data too.
-  DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings);
+  // All outlive the check, which counts into the streams. `deep` looks into the video data too;
+  // `advance` is told how far the check has come.
+  DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings,
+            std::function<void(int64)> const& advance);
   void Run();
 
  private:
@@ -37,6 +41,7 @@ class DataCheck {
   std::vector<Stream>& _streams;
   bool _deep;
   Findings& _findings;
+  std::function<void(int64)> const& _advance;
 
   std::vector<Chunk> _movis;
   Chunk _movi;            // the one under check

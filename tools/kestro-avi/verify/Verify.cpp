@@ -35,12 +35,13 @@ static std::unique_ptr<AviFile> Open(std::string const& path, Findings& findings
   return nullptr;
 }
 
-bool Verify(std::string const& path, bool deep, Findings& findings) {
+bool Verify(std::string const& path, bool deep, Findings& findings,
+            std::function<void(int64)> const& advance) {
   auto const avi = Open(path, findings);
   if (avi == nullptr) return false;
   CheckTree(*avi, findings);
   auto streams = ReadStreams(*avi);
-  DataCheck(*avi, streams, deep, findings).Run();
+  DataCheck(*avi, streams, deep, findings, advance).Run();
   CheckHeaders(*avi, streams, findings);
   return true;
 }

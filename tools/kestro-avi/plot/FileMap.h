@@ -1,0 +1,14 @@
+// A bar of what lies where in a file.
+#pragma once
+
+#include <vector>
+
+#include "plot/Chart.h"
+#include "plot/Survey.h"
+
+namespace kestro::tool {
+
+// Draws heading, bar, axis and legend from `y` on; returns where that ends.
+double DrawMap(Svg& svg, std::vector<Survey::Part> const& parts, Axis const& place, double y);
+
+}  // namespace kestro::tool

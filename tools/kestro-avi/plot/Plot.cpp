@@ -1,0 +1,197 @@
+#include "plot/Plot.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <utility>
+
+#include "Text.h"
+#include "plot/FileMap.h"
+#include "plot/Look.h"
+
+namespace kestro::tool {
+
+static constexpr std::size_t kMostTracks = 8;  // that colours tell apart
+static constexpr int kStretches = 240;         // of a line
+
+static std::vector<Unit> const kTimes{{1, "s"}, {60, "min"}, {3600, "h"}};
+static std::vector<Unit> const kLags{{0.001, "ms"}, {1, "s"}, {60, "min"}, {3600, "h"}};
+static std::vector<Unit> const kBitRates{
+    {1, "bit/s"}, {1e3, "kbit/s"}, {1e6, "Mbit/s"}, {1e9, "Gbit/s"}};
+static std::vector<Unit> const kBytes{{1, "bytes"}, {1e3, "kB"}, {1e6, "MB"}, {1e9, "GB"}};
+
+static std::string Colour(std::size_t track) { return " t" + std::to_string(track); }
+
+static std::string Point(double x, double y) { return Coordinate(x) + " " + Coordinate(y); }
+
+// A name that fits the picture's width, whole characters of it.
+static std::string Shortened(std::string text) {
+  constexpr std::size_t kMost = 80, kTail = 20;
+  if (text.size() <= kMost) return text;
+  auto const begins = [&text](std::size_t at) { return (text[at] & 0xC0) != 0x80; };
+  std::size_t head = kMost - kTail, tail = text.size() - kTail;
+  while (head > 0 && !begins(head)) --head;
+  while (tail < text.size() && !begins(tail)) ++tail;
+  return text.substr(0, head) + "\u2026" + text.substr(tail);
+}
+
+Plot::Plot(AviFile& avi, std::string const& path)
+    : _avi(avi),
+      _path(path),
+      _survey(avi),
+      _place("position in the file", 0, static_cast<double>(avi.Size()), kBytes, 10, false),
+      _drawn(std::min(avi.Tracks().size(), kMostTracks)),
+      _reference(_drawn) {
+  for (bool video : {true, false})
+    for (std::size_t i = 0; i < _drawn && _reference == _drawn; ++i)
+      if (avi.Tracks()[i].chunks != 0 && (!video || avi.Tracks()[i].type == "video"))
+        _reference = i;
+  Head();
+  Legend();
+  Rates();
+  Skew();
+  _y = DrawMap(_svg, _survey.parts, _place, _y);
+}
+
+std::string Plot::TrackName(std::size_t track) const {
+  AviTrack const& info = _avi.Tracks()[track];
+  return std::to_string(track) + " " + info.type +
+         (info.codec == info.type ? "" : " " + info.codec);
+}
+
+std::string Plot::Document() const {
+  std::string const about = "Tracks: " + std::to_string(_avi.Tracks().size()) +
+                            ", packets: " + std::to_string(_survey.packets.size()) + ", " +
+                            Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) +
+                            " bytes: bit rate and key frames over time, how far tracks are ahead "
+                            "of each other over the file, and what lies where in it.";
+  return _svg.Document(Chart::kWidth, _y, _path, about, kLook);
+}
+
+void Plot::Head() {
+  _svg.Text(24, 36, "title", Shortened(std::filesystem::path(_path).filename().string()));
+  _svg.Text(24, 58, "dim",
+            Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) + " bytes, " +
+                std::to_string(_survey.packets.size()) +
+                (_survey.packets.size() == 1 ? " packet" : " packets") +
+                (_avi.CutOff() ? ", incomplete" : ""));
+  _y = 84;
+}
+
+void Plot::Legend() {
+  double x = 24;
+  auto const room = [&](std::string const& text) {
+    double const width = 36 + Chart::kLetter * static_cast<double>(text.size());
+    if (x > 24 && x + width > Chart::kWidth) x = 24, _y += 20;
+    return std::exchange(x, x + width);
+  };
+  for (std::size_t i = 0; i < _drawn; ++i) {
+    double const at = room(TrackName(i));
+    _svg.Box(at, _y - 8, 14, 4, "fill" + Colour(i));
+    _svg.Text(at + 20, _y, "name", TrackName(i));
+  }
+  if (std::size_t const more = _avi.Tracks().size() - _drawn; more != 0) {
+    std::string const text = "and " + std::to_string(more) + " more tracks";
+    _svg.Text(room(text), _y, "dim", text);
+  }
+  _y += 24;
+}
+
+void Plot::Rates() {
+  bool const timed = _survey.duration > 0;
+  double const step = RoundStep(std::max(0.1, _survey.duration / kStretches));
+  std::vector<std::vector<double>> rates(_drawn);
+  double largest = 1;
+  for (std::size_t i = 0; timed && i < _drawn; ++i) {
+    rates[i] = BitRates(_survey, i, step);
+    largest = std::max(largest, *std::max_element(rates[i].begin(), rates[i].end()));
+  }
+  Axis const x("time", 0, timed ? _survey.duration : 1, kTimes, 10, false);
+  Axis const y("bit rate", 0, largest, kBitRates, 5, true);
+  char heading[64];
+  std::snprintf(heading, sizeof heading, "Bit rate (mean of each %g s) and key frames", step);
+  double const keys = _y + 26;
+  double gap = 8;
+  for (std::size_t i = 0; i < _drawn; ++i) gap += _avi.Tracks()[i].keysKnown ? 12 : 0;
+  Chart chart(_svg, _y, gap, 180, heading, x, y, timed);
+  for (std::size_t i = 0; timed && i < _drawn; ++i) {
+    if (_avi.Tracks()[i].chunks == 0) continue;
+    std::string line = "M" + Point(chart.X(0), chart.Y(rates[i][0]));
+    for (std::size_t n = 0; n < rates[i].size(); ++n) {
+      if (n != 0 && rates[i][n] != rates[i][n - 1]) line += "V" + Coordinate(chart.Y(rates[i][n]));
+      bool const level = n + 1 < rates[i].size() && rates[i][n + 1] == rates[i][n];
+      double const end = std::min(static_cast<double>(n + 1) * step, _survey.duration);
+      if (!level) line += "H" + Coordinate(chart.X(end));
+    }
+    _svg.Path(line, "line" + Colour(i), TrackName(i));
+  }
+  if (timed)
+    Keys(chart, keys);
+  else
+    chart.Message(_survey.packets.empty() ? "no packets" : "the tracks tell no times");
+  if (timed) DrawBelow(_svg, x, chart.Bottom());
+  _y = chart.Bottom() + (timed ? 64 : 28);
+}
+
+// A row of marks for each video track. Those that would touch are one.
+void Plot::Keys(Chart const& chart, double top) {
+  for (std::size_t i = 0; i < _drawn; ++i) {
+    if (!_avi.Tracks()[i].keysKnown) continue;
+    std::string marks;
+    double last = 0;
+    for (Survey::Packet const& packet : _survey.packets) {
+      if (packet.track != i || !packet.key) continue;
+      double const x = chart.X(packet.begin);
+      if (x - last < 3) continue;
+      marks += "M" + Point(last = x, top) + "v9";
+    }
+    _svg.Text(Chart::kLeft - 8, top + 8, "end dim", "key frames");
+    _svg.Path(marks, "key" + Colour(i),
+              TrackName(i) + ": " + std::to_string(_avi.Tracks()[i].keyChunks) + " key frames");
+    top += 12;
+  }
+}
+
+// Whether a track has a time of its own and data to be compared with another's.
+bool Plot::Compared(std::size_t track) const {
+  AviTrack const& info = _avi.Tracks()[track];
+  return track != _reference && info.chunks != 0 && info.type != "text";
+}
+
+void Plot::Skew() {
+  std::vector<std::vector<Lead>> leads(_drawn);
+  double low = 0, high = 0;
+  bool any = false;
+  int64 const stretch = std::max<int64>(1, _avi.Size() / kStretches);
+  for (std::size_t i = 0; i < _drawn && _survey.duration > 0; ++i) {
+    if (!Compared(i)) continue;
+    any = true;
+    leads[i] = Leads(_survey, i, _reference, stretch);
+    for (Lead const& lead : leads[i]) {
+      low = std::min(low, lead.low);
+      high = std::max(high, lead.high);
+    }
+  }
+  if (high - low < 0.01) low = -0.005, high = 0.005;
+  Axis const y("ahead", low, high, kLags, 4, true);
+  Chart chart(_svg, _y, 0, any ? 120 : 40,
+              any ? "Skew: how far a track is ahead of track " + TrackName(_reference)
+                  : "Skew between tracks",
+              _place, y, any);
+  for (std::size_t i = 0; i < _drawn; ++i) DrawLeads(chart, i, leads[i]);
+  if (!any) chart.Message("nothing to compare");
+  _y = chart.Bottom() + 24;
+}
+
+// A line that is as thick as the lead varies.
+void Plot::DrawLeads(Chart const& chart, std::size_t track, std::vector<Lead> const& leads) {
+  std::string high, low;
+  for (Lead const& lead : leads) {
+    double const x = chart.X(static_cast<double>(lead.offset));
+    high += (high.empty() ? "M" : "L") + Point(x, chart.Y(lead.high));
+    low = "L" + Point(x, chart.Y(lead.low)) + low;
+  }
+  if (!leads.empty()) _svg.Path(high + low + "Z", "band" + Colour(track), TrackName(track));
+}
+
+}  // namespace kestro::tool
