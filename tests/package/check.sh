@@ -36,7 +36,8 @@ g++ -std=c++17 "$source/examples/record.cpp" "${flags[@]}" -o record
 ./record "$(pkg-config --variable=plugindir kestro)/libpluginavi.so" "$clip" record.avi 320 180 25 >log
 tail -1 log
 cmake -S "$source/tests/package/consumer" -B consumer -DEXAMPLE="$source/examples/record.cpp" \
-  -DCLIP="$clip" >log && cmake --build consumer >>log || { cat log >&2 && die "find_package"; }
+  -DCLIP="$clip" >log
+cmake --build consumer >>log
 cmp record.avi consumer/record.avi
 echo "ok    the tool, pkg-config, find_package"
 

@@ -56,9 +56,10 @@ readelf -d "$lib/libkestro.so" | grep -F 'soname: [libkestro.so.1]' >/dev/null |
 
 headers=0
 while read -r header; do
-  echo "#include \"$header\"" >"$work/$((++headers)).cpp"
+  headers=$((headers + 1))
+  echo "#include \"$header\"" >"$work/$headers.cpp"
 done < <(cd "$source/host" && find base stream -name '*.h')
-ls "$work"/*.cpp | xargs -P 2 -n 4 "$(setting CMAKE_CXX_COMPILER)" -std=c++17 -Wall -Wextra -Werror \
+printf '%s\n' "$work"/*.cpp | xargs -P 2 -n 4 "$(setting CMAKE_CXX_COMPILER)" -std=c++17 -Wall -Wextra -Werror \
   -fsyntax-only -I "$prefix/include/kestro" || die "a header does not compile alone"
 echo "ok    $headers headers, each alone"
 

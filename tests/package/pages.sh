@@ -21,6 +21,7 @@ sed 's/\\-/-/g; s/\\f[BRI]//g' man >text
 if command -v groff >/dev/null; then
   [[ -z $(groff -man -ww -Tutf8 man 2>&1 >/dev/null) ]] || die "groff complains"
 fi
+# shellcheck disable=SC1091
 . ./bash
 complete_() { # complete_ WORD...: what bash offers for the last word
   COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
@@ -39,7 +40,7 @@ for verb in $verbs; do
   for option in $("$tool" "$verb" --help | grep -oE '^  (-[a-z],)?--[a-z-]+' | tr ',' ' '); do
     [[ $offered == *" $option "* ]] || die "$verb $option in bash"
     grep -qE -- "(^|[ ,])$option( |,|$)" <<<"$section" || die "$verb $option in the manual page"
-    grep -qE -- "[)*']$option[=+]?\[" <<<"$zsh" || die "$verb $option in zsh"
+    grep -qE -- "[)*']${option}[=+]?\[" <<<"$zsh" || die "$verb $option in zsh"
     dashes=${option//[a-z]*/} name=${option##--}
     [[ $dashes == -- ]] && name="-l $name" || name="-s ${option#-}"
     grep -qE -- "from $verb'.* $name " fish || die "$verb $option in fish"
