@@ -32,7 +32,7 @@ std::string LoadAviPlugin(std::string const& path) {
 
   std::error_code none;
   fs::path const folder = fs::read_symlink("/proc/self/exe", none).parent_path();
-  for (char const* place : {".", KESTRO_PLUGIN_BUILT, KESTRO_PLUGIN_INSTALLED})
+  for (char const* place : {".", KESTRO_PLUGIN_INSTALLED, KESTRO_PLUGIN_BUILT})
     if (fs::exists(folder / place / kModule, none)) return Load(folder / place);
   throw Error(kIo,
               std::string(kModule) + " was not found; name it with --plugin or KESTRO_PLUGIN_PATH");

@@ -14,6 +14,7 @@
 #include "RepairVerb.h"
 #include "VerifyVerb.h"
 #include "input/Libav.h"
+#include "pages/PagesVerb.h"
 
 using namespace kestro::tool;
 
@@ -57,6 +58,7 @@ static int Run(int argc, char** argv) {
   VerifyVerb verify;
   RepairVerb repair;
   PluginVerb plugin;
+  PagesVerb pages;
   CLI::App* recordApp = app.add_subcommand("record", "Record inputs into an AVI file");
   CLI::App* playApp = app.add_subcommand("play", "Play an AVI file and list its packets");
   CLI::App* extractApp =
@@ -66,6 +68,7 @@ static int Run(int argc, char** argv) {
   CLI::App* repairApp =
       app.add_subcommand("repair", "Make a playable file of a recording that was cut off");
   CLI::App* pluginApp = app.add_subcommand("plugin", "List the plug-in's classes and properties");
+  CLI::App* pagesApp = app.add_subcommand("generate", "Write the manual page or a completion");
   record.AddTo(*recordApp);
   play.AddTo(*playApp);
   extract.AddTo(*extractApp);
@@ -73,6 +76,7 @@ static int Run(int argc, char** argv) {
   verify.AddTo(*verifyApp);
   repair.AddTo(*repairApp);
   plugin.AddTo(*pluginApp);
+  pages.AddTo(*pagesApp);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
@@ -89,6 +93,7 @@ static int Run(int argc, char** argv) {
   if (*infoApp) return info.Run();
   if (*verifyApp) return verify.Run();
   if (*repairApp) return repair.Run();
+  if (*pagesApp) return pages.Run(app);
   return plugin.Run();
 }
 

@@ -1,0 +1,13 @@
+// The manual page.
+#pragma once
+
+#include <string>
+
+#include "pages/Help.h"
+
+namespace kestro::tool {
+
+// In the macros of man(7).
+std::string ManPage(Help const& help);
+
+}  // namespace kestro::tool

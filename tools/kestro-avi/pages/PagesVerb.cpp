@@ -1,0 +1,28 @@
+#include "pages/PagesVerb.h"
+
+#include <CLI/CLI.hpp>
+
+#include "Console.h"
+#include "Errors.h"
+#include "pages/Completions.h"
+#include "pages/ManPage.h"
+
+namespace kestro::tool {
+
+void PagesVerb::AddTo(CLI::App& app) {
+  app.group("");
+  app.add_option("KIND", _kind, "The shell to complete for, or man for the manual page")
+      ->required()
+      ->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
+}
+
+int PagesVerb::Run(CLI::App const& root) {
+  Help const help = ReadHelp(root);
+  WriteData(_kind == "bash"   ? BashCompletion(help)
+            : _kind == "zsh"  ? ZshCompletion(help)
+            : _kind == "fish" ? FishCompletion(help)
+                              : ManPage(help));
+  return kOk;
+}
+
+}  // namespace kestro::tool
