@@ -28,7 +28,7 @@ constexpr char kUsage[] =
 
 struct Options {
   std::string json, plugin, repetitions = "21";
-  bool memoryOnly = false, help = false;
+  bool memoryOnly = false, filtered = false, help = false;
   std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
   int childSpill = -1;
   int childBlocks = 0;    // more than 0: this is a child that measures the caching writer
@@ -61,6 +61,7 @@ bool Parse(int argc, char** argv, Options& options) {
     } else if (name == "--help" || name == "-h") {
       options.help = true;
     } else if (name.rfind("--benchmark_", 0) == 0) {
+      options.filtered |= name.rfind("--benchmark_filter=", 0) == 0;
       options.forwarded.push_back(argv[i]);
     } else {
       return false;
@@ -87,7 +88,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
 
   Mix const mix(ColdBytes(), {});
   std::size_t const rounds = std::max<std::size_t>((400 << 20) / mix.Bytes(), 1);
-  auto const packets = static_cast<std::int64_t>(rounds * mix.Units().size());
+  auto const packets = static_cast<std::int64_t>(rounds * mix.Count());
   std::fprintf(out,
                "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU "
                "time, slow: of "
@@ -120,8 +121,10 @@ void Run(Options& options, char* program, std::FILE* out) {
     results = MeasureTime(options, program, out);
     std::fprintf(out, "\n");
   }
-  auto const memory = MeasureMemory(options.plugin, out);
-  results.insert(results.end(), memory.begin(), memory.end());
+  if (options.memoryOnly || !options.filtered) {
+    auto const memory = MeasureMemory(options.plugin, out);
+    results.insert(results.end(), memory.begin(), memory.end());
+  }
   if (!options.json.empty()) WriteJson(options.json, results);
 }
 
