@@ -11,6 +11,7 @@
 #include "MemoryBench.h"
 #include "MuxBench.h"
 #include "RecordBench.h"
+#include "Report.h"
 #include "ScanBench.h"
 #include "base/Module.h"
 
@@ -21,13 +22,14 @@ constexpr char kUsage[] =
     "usage: kestro-bench [OPTION...]\n"
     "\n"
     "  --json FILE        write the results there too\n"
-    "  --memory           measure memory only\n"
+    "  --out DIR          and there: results.json, results.md, results.svg\n"
+    "  --memory           measure memory only; with a filter it is left out otherwise\n"
     "  --repetitions N    of each contender (21)\n"
     "  --plugin PATH      measure this plug-in\n"
     "  --benchmark_...    options of Google Benchmark, such as --benchmark_filter=mux/null\n";
 
 struct Options {
-  std::string json, plugin, repetitions = "21";
+  std::string json, out, plugin, repetitions = "21";
   bool memoryOnly = false, filtered = false, help = false;
   std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
   int childSpill = -1;
@@ -44,6 +46,8 @@ bool Parse(int argc, char** argv, Options& options) {
     int const left = argc - 1 - i;
     if (name == "--json" && left >= 1) {
       options.json = argv[++i];
+    } else if (name == "--out" && left >= 1) {
+      options.out = argv[++i];
     } else if (name == "--plugin" && left >= 1) {
       options.plugin = argv[++i];
     } else if (name == "--repetitions" && left >= 1) {
@@ -126,6 +130,7 @@ void Run(Options& options, char* program, std::FILE* out) {
     results.insert(results.end(), memory.begin(), memory.end());
   }
   if (!options.json.empty()) WriteJson(options.json, results);
+  if (!options.out.empty()) WriteReport(options.out, results);
 }
 
 }  // namespace
