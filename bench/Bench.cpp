@@ -4,8 +4,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <fstream>
-#include <nlohmann/json.hpp>
 
 namespace kestro::bench {
 
@@ -93,10 +91,10 @@ void ReportFigures(Case const& c, std::vector<Figure> const& figures, bool ours,
     std::fprintf(out, "%s%s %.*f %s", i > 0 ? ", " : "", name.c_str(), value < 100 ? 2 : 0, value,
                  unit.c_str());
     if (ours) {
-      results.push_back({c.name + "/" + name, value, unit, {}});
+      results.push_back({c.name + "/" + name, value, unit});
     } else if (value > 0) {
       Result& result = results[results.size() - figures.size() + i];
-      result.ratios[contender] = result.value / value;
+      result.baselines.push_back({contender, value});
     }
   }
   std::fprintf(out, "\n");
@@ -118,9 +116,9 @@ void Report(Case const& c, Collector const& collector, std::FILE* out,
                  median * 1e9 / static_cast<double>(c.packets), spread * 100);
     if (first) {
       ours = median;
-      results.push_back({c.name, median * c.scale, c.unit, {}});
+      results.push_back({c.name, median * c.scale, c.unit, {}, spread});
     } else if (ours > 0) {
-      results[place].ratios[contender.name] = ours / median;
+      results[place].baselines.push_back({contender.name, median * c.scale, spread});
       std::fprintf(out, " %10.3f", ours / median);
     }
     std::fprintf(out, "\n");
@@ -171,21 +169,6 @@ std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out) {
   std::vector<Result> results;
   for (Case const& c : cases) Report(c, collector, out, results);
   return results;
-}
-
-void WriteJson(std::string const& path, std::vector<Result> const& results) {
-  auto list = nlohmann::ordered_json::array();
-  for (Result const& result : results) {
-    nlohmann::ordered_json entry{
-        {"name", result.name}, {"value", result.value}, {"unit", result.unit}};
-    entry["ratios"] = nlohmann::ordered_json::object();
-    for (auto const& [baseline, ratio] : result.ratios) entry["ratios"][baseline] = ratio;
-    list.push_back(std::move(entry));
-  }
-  std::ofstream file(path);
-  file << nlohmann::ordered_json{{"schema", 1}, {"results", std::move(list)}}.dump(2) << "\n";
-  file.close();
-  if (!file) throw std::runtime_error("cannot write " + path);
 }
 
 }  // namespace kestro::bench

@@ -4,7 +4,7 @@
 //
 //   std::vector<Case> cases = MuxCases(mix);
 //   std::vector<Result> results = Measure(cases, repetitions, out);   // prints the table
-//   WriteJson("results.json", results);
+//   WriteReport("build/bench", results);                          // Report.h
 #pragma once
 
 #include <chrono>
@@ -81,11 +81,21 @@ struct Case {
   int repetitions = 0;                // 0: as many as are asked for
 };
 
+// What ours is measured against, in the unit of ours.
+struct Baseline {
+  std::string name;
+  double value;
+  double spread = 0;  // between the quartiles, as a fraction of the median; 0: not known
+};
+
 struct Result {
   std::string name;
   double value;  // ours, the median
   std::string unit;
-  std::map<std::string, double> ratios;  // ours ÷ baseline, of the medians
+  std::vector<Baseline> baselines = {};
+  double spread = 0;
+
+  double Ratio(Baseline const& baseline) const { return value / baseline.value; }
 };
 
 // Throws unless the work has succeeded.
@@ -100,8 +110,5 @@ double Quantile(std::vector<double> const& sorted, double q);
 // machine meets all alike, and prints the medians. Cases that the filter of Google Benchmark leaves
 // out have no result. Throws when a run failed.
 std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out);
-
-// {"schema":1,"results":[{"name","value","unit","ratios":{baseline: number}}]}
-void WriteJson(std::string const& path, std::vector<Result> const& results);
 
 }  // namespace kestro::bench

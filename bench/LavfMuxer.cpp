@@ -6,6 +6,8 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 }
 
+#include <optional>
+
 #include "MuxBench.h"
 #include "Recorder.h"
 
@@ -116,15 +118,16 @@ class Muxer {
 }  // namespace
 
 Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target) {
-  auto const prepared = std::make_shared<Packets>(mix);
-  return {"libavformat", [&mix, packets, target, prepared](Stopwatch& watch) {
+  auto const made = std::make_shared<std::optional<Packets>>();
+  return {"libavformat", [&mix, packets, target, made](Stopwatch& watch) {
+            if (!*made) made->emplace(mix);
             target.Clear();
             NullIO null;
             Muxer muxer;
             watch.Start();
             target.path.empty() ? muxer.Start(null) : muxer.Start(target.path);
             mix.Play(packets, [&](Mix::Unit const&, std::size_t index, std::int64_t number) {
-              muxer.Write((*prepared)[index], number);
+              muxer.Write((**made)[index], number);
             });
             muxer.Close();
             watch.Stop();

@@ -33,16 +33,13 @@ std::size_t RoundBytes(Mix::Sizes sizes) {
   return static_cast<std::size_t>(video + kRoundSounds * sizes.sound);
 }
 
-// Random bytes without start codes.
+// Random bytes without start codes: of two neighbours one is not zero.
 void FillRandom(std::vector<unsigned char>& memory) {
-  std::mt19937_64 random(1);
-  std::size_t i = 0;
-  for (; i + 8 <= memory.size(); i += 8) {
-    std::uint64_t const word = random();
+  Random random;
+  for (std::size_t i = 0; i + 8 <= memory.size(); i += 8) {
+    std::uint64_t const word = random() | 0x0100010001000100;
     std::memcpy(&memory[i], &word, 8);
   }
-  for (i = 2; i < memory.size(); ++i)
-    if (memory[i - 2] == 0 && memory[i - 1] == 0 && memory[i] <= 3) memory[i] = 0x80;
 }
 
 void WriteHead(unsigned char* at, bool key) {
@@ -82,27 +79,33 @@ Ref<IMedia> SoundMedia() {
 Mix::Mix(std::size_t bytes, Sizes sizes) : _video(VideoMedia()), _sound(SoundMedia()) {
   std::size_t const round = RoundBytes(sizes);
   std::size_t const rounds = std::max<std::size_t>((bytes + round - 1) / round, 1);
-  _memory.resize(rounds * round);
-  FillRandom(_memory);
-  std::vector<Plan> plan;
-  for (std::size_t r = 0; r < rounds; ++r) PlanRound(sizes, plan);
+  _bytes = rounds * round;
+  for (std::size_t r = 0; r < rounds; ++r) PlanRound(sizes, _plan);
+}
 
+std::vector<Mix::Unit> const& Mix::Units() const {
+  if (!_units.empty()) return _units;
+  _memory.resize(_bytes);
+  FillRandom(_memory);
   // Payloads lie here and there. Were they neighbours in memory, the processor would have the next
   // one ready for whoever does nothing but copy.
-  std::vector<std::size_t> order(plan.size());
+  std::vector<std::size_t> order(_plan.size());
   std::iota(order.begin(), order.end(), 0);
   std::shuffle(order.begin(), order.end(), std::mt19937(1));
+  std::vector<unsigned char*> places(_plan.size());
   unsigned char* at = _memory.data();
   for (std::size_t i : order) {
-    plan[i].data = at;
-    at += plan[i].size;
+    places[i] = at;
+    at += _plan[i].size;
   }
-  for (Plan const& unit : plan) _units.push_back(MakeUnit(unit));
+  for (std::size_t i = 0; i < _plan.size(); ++i) _units.push_back(MakeUnit(_plan[i], places[i]));
+  return _units;
 }
 
 std::int64_t Mix::Bytes(std::int64_t packets) const {
   std::int64_t bytes = 0;
-  Play(packets, [&](Unit const& unit, std::size_t, std::int64_t) { bytes += unit.Size(); });
+  for (std::size_t i = 0; packets > 0; --packets, i = (i + 1) % _plan.size())
+    bytes += _plan[i].size;
   return bytes;
 }
 
@@ -111,14 +114,14 @@ void Mix::PlanRound(Sizes sizes, std::vector<Plan>& plan) {
     bool const video =
         sound == kRoundSounds || (frame < kRoundFrames && frame * kRate <= sound * kSamples * kFps);
     bool const key = video && frame % kFps == 0;
-    plan.push_back({video, key, !video ? sizes.sound : key ? sizes.key : sizes.frame, nullptr});
+    plan.push_back({video, key, !video ? sizes.sound : key ? sizes.key : sizes.frame});
     ++(video ? frame : sound);
   }
 }
 
-Mix::Unit Mix::MakeUnit(Plan const& plan) const {
-  if (plan.video) WriteHead(plan.data, plan.key);
-  auto packet = Ref<Packet>::Take(Packet::Wrap(plan.data, plan.size));
+Mix::Unit Mix::MakeUnit(Plan const& plan, unsigned char* data) const {
+  if (plan.video) WriteHead(data, plan.key);
+  auto packet = Ref<Packet>::Take(Packet::Wrap(data, plan.size));
   if (plan.key) packet->Flags(Packet::kKey);
   packet->Media(plan.video ? _video.get() : _sound.get());
   constexpr base::int64 kSecond = 1000000000;

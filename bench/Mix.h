@@ -9,6 +9,20 @@
 
 namespace kestro::bench {
 
+// Numbers that look random, the same ones each time, and cost next to nothing: splitmix64.
+class Random {
+ public:
+  std::uint64_t operator()() {
+    std::uint64_t z = _state += 0x9E3779B97F4A7C15;
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
+    return z ^ (z >> 31);
+  }
+
+ private:
+  std::uint64_t _state = 1;
+};
+
 // Video of 30 frames a second with a key frame every second, and 16-bit stereo sound at 48 kHz in
 // packets of 1024 samples, in time order. A video packet is one H.264 access unit: a delimiter,
 // for key frames the parameter sets, and one slice of random bytes that holds no start code.
@@ -29,13 +43,15 @@ class Mix {
     int Size() const { return packet->Size(); }
   };
 
-  // Makes packets for as many seconds as it takes to fill `bytes` with them.
+  // Plans packets for as many seconds as it takes to fill `bytes` with them.
   Mix(std::size_t bytes, Sizes sizes);
   Mix(Mix const&) = delete;
   Mix& operator=(Mix const&) = delete;
 
-  std::vector<Unit> const& Units() const { return _units; }
-  std::size_t Bytes() const { return _memory.size(); }
+  // Made when they are first asked for, which takes its time: a run does so before its stopwatch.
+  std::vector<Unit> const& Units() const;
+  std::size_t Count() const { return _plan.size(); }
+  std::size_t Bytes() const { return _bytes; }
   // Those of so many packets.
   std::int64_t Bytes(std::int64_t packets) const;
   stream::IMedia* Video() const { return _video.get(); }
@@ -46,23 +62,25 @@ class Mix {
   template <class Take>
   void Play(std::int64_t packets, Take take) const {
     std::int64_t next[2] = {};
+    auto const& units = Units();
     while (packets > 0)
-      for (std::size_t i = 0; i < _units.size() && packets > 0; ++i, --packets)
-        take(_units[i], i, next[_units[i].video]++);
+      for (std::size_t i = 0; i < units.size() && packets > 0; ++i, --packets)
+        take(units[i], i, next[units[i].video]++);
   }
 
  private:
   struct Plan {
     bool video, key;
     int size;
-    unsigned char* data;
   };
   static void PlanRound(Sizes sizes, std::vector<Plan>& plan);
-  Unit MakeUnit(Plan const& plan) const;
+  Unit MakeUnit(Plan const& plan, unsigned char* data) const;
 
-  std::vector<unsigned char> _memory;
+  std::size_t _bytes;
+  std::vector<Plan> _plan;
   base::Ref<stream::IMedia> _video, _sound;
-  std::vector<Unit> _units;
+  mutable std::vector<unsigned char> _memory;
+  mutable std::vector<Unit> _units;
 };
 
 }  // namespace kestro::bench

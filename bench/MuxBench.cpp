@@ -87,6 +87,7 @@ void CopyAll(Mix const& mix, std::int64_t packets, CopyWriter::Sink sink, int fd
 Contender Copy(Mix const& mix, std::int64_t packets, Target const& target) {
   return {"copy", [&mix, packets, target](Stopwatch& watch) {
             target.Clear();
+            mix.Units();
             watch.Start();
             if (target.path.empty()) {
               CopyAll(mix, packets, Drop, -1);

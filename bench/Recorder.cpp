@@ -20,6 +20,7 @@ bool NullIO::Truncate(base::int64 size) {
 }
 
 Recorder::Recorder(Mix const& mix, char const* muxer, std::nullptr_t) : _mix(mix) {
+  mix.Units();
   base::AttrSet attrs;
   attrs.Add("Register", muxer);
   _muxer.reset(base::IClass::New<stream::IMuxer>(attrs));

@@ -2,33 +2,43 @@
 
 #include <cstring>
 #include <memory>
-#include <random>
 
+#include "Mix.h"
 #include "common/StartCode.h"
 
 namespace kestro::bench {
 
 namespace {
 
-using Memory = std::shared_ptr<std::vector<unsigned char>>;
-
 constexpr int kFrame = 34 << 10;
 constexpr int kLarge = 4 << 20;
 constexpr unsigned char kAbsent = 0xFF;
 
-// Random bytes, so many in four of them zero, without a start code and without the absent byte.
-Memory Fill(std::size_t bytes, unsigned zeros) {
-  auto memory = std::make_shared<std::vector<unsigned char>>(bytes);
-  std::mt19937 random(1);
-  int run = 0;  // of zero bytes
-  for (unsigned char& byte : *memory) {
-    auto const value = random();
-    byte = value % 4 < zeros ? 0 : static_cast<unsigned char>((value >> 8) % kAbsent);
-    if (run >= 3 && byte == 1) byte = 0x80;
-    run = byte == 0 ? run + 1 : 0;
+// Random bytes, so many in four of them zero, without the absent byte and, unless every frame shall
+// begin with one, without a start code. Made when they are first asked for.
+struct Noise {
+  std::size_t size;
+  unsigned zeros;
+  bool coded;
+  std::vector<unsigned char> bytes = {};
+
+  unsigned char const* Data() {
+    if (!bytes.empty()) return bytes.data();
+    bytes.resize(size);
+    Random random;
+    int run = 0;  // of zero bytes
+    for (unsigned char& byte : bytes) {
+      auto const value = static_cast<std::uint32_t>(random());
+      byte = value % 4 < zeros ? 0 : static_cast<unsigned char>((value >> 8) % kAbsent);
+      if (run >= 3 && byte == 1) byte = 0x80;
+      run = byte == 0 ? run + 1 : 0;
+    }
+    for (std::size_t at = 0; coded && at + kLarge <= size; at += kFrame)
+      std::memcpy(&bytes[at], "\0\0\0\1", 4);
+    return bytes.data();
   }
-  return memory;
-}
+};
+using Memory = std::shared_ptr<Noise>;
 
 bool Scan(unsigned char const* data, int size) {
   return plugin::avi::FindStartCode(data, size, 0) >= 0;
@@ -43,9 +53,10 @@ template <bool (*find)(unsigned char const*, int)>
 Contender Over(char const* name, Memory const& memory, int size, bool found) {
   return {name, [memory, size, found](Stopwatch& watch) {
             std::size_t as = 0, frames = 0;
+            auto const* const data = memory->Data();
             watch.Start();
-            for (std::size_t at = 0; at + kLarge <= memory->size(); at += kFrame, ++frames)
-              as += find(memory->data() + at, size) == found;
+            for (std::size_t at = 0; at + kLarge <= memory->size; at += kFrame, ++frames)
+              as += find(data + at, size) == found;
             watch.Stop();
             Require(as == frames, "start codes are missed, or found where there are none");
           }};
@@ -58,7 +69,7 @@ std::vector<Case> ScanCases(std::size_t bytes) {
   double const perGB = 1e9 / (static_cast<double>(packets) * kFrame);
   std::vector<Case> cases;
   for (auto const& [name, zeros] : {std::pair{"scan/random", 0u}, std::pair{"scan/zeros", 3u}}) {
-    Memory const memory = Fill(bytes, zeros);
+    Memory const memory(new Noise{bytes, zeros, false});
     cases.push_back({name,
                      "s/GB",
                      perGB,
@@ -66,9 +77,7 @@ std::vector<Case> ScanCases(std::size_t bytes) {
                      {Over<Scan>("ours", memory, kFrame, false),
                       Over<Memchr>("memchr", memory, kFrame, false)}});
   }
-  Memory const coded = Fill(bytes, 0);
-  for (std::size_t at = 0; at + kLarge <= bytes; at += kFrame)
-    std::memcpy(coded->data() + at, "\0\0\0\1", 4);
+  Memory const coded(new Noise{bytes, 0, true});
   cases.push_back({"scan/first",
                    "ns",
                    1e9 / static_cast<double>(packets),

@@ -11,6 +11,7 @@
 #include "MemoryBench.h"
 #include "MuxBench.h"
 #include "RecordBench.h"
+#include "Report.h"
 #include "ScanBench.h"
 #include "base/Module.h"
 
@@ -21,14 +22,15 @@ constexpr char kUsage[] =
     "usage: kestro-bench [OPTION...]\n"
     "\n"
     "  --json FILE        write the results there too\n"
-    "  --memory           measure memory only\n"
+    "  --out DIR          and there: results.json, results.md, results.svg\n"
+    "  --memory           measure memory only; with a filter it is left out otherwise\n"
     "  --repetitions N    of each contender (21)\n"
     "  --plugin PATH      measure this plug-in\n"
     "  --benchmark_...    options of Google Benchmark, such as --benchmark_filter=mux/null\n";
 
 struct Options {
-  std::string json, plugin, repetitions = "21";
-  bool memoryOnly = false, help = false;
+  std::string json, out, plugin, repetitions = "21";
+  bool memoryOnly = false, filtered = false, help = false;
   std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
   int childSpill = -1;
   int childBlocks = 0;    // more than 0: this is a child that measures the caching writer
@@ -44,6 +46,8 @@ bool Parse(int argc, char** argv, Options& options) {
     int const left = argc - 1 - i;
     if (name == "--json" && left >= 1) {
       options.json = argv[++i];
+    } else if (name == "--out" && left >= 1) {
+      options.out = argv[++i];
     } else if (name == "--plugin" && left >= 1) {
       options.plugin = argv[++i];
     } else if (name == "--repetitions" && left >= 1) {
@@ -61,6 +65,7 @@ bool Parse(int argc, char** argv, Options& options) {
     } else if (name == "--help" || name == "-h") {
       options.help = true;
     } else if (name.rfind("--benchmark_", 0) == 0) {
+      options.filtered |= name.rfind("--benchmark_filter=", 0) == 0;
       options.forwarded.push_back(argv[i]);
     } else {
       return false;
@@ -87,7 +92,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
 
   Mix const mix(ColdBytes(), {});
   std::size_t const rounds = std::max<std::size_t>((400 << 20) / mix.Bytes(), 1);
-  auto const packets = static_cast<std::int64_t>(rounds * mix.Units().size());
+  auto const packets = static_cast<std::int64_t>(rounds * mix.Count());
   std::fprintf(out,
                "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU "
                "time, slow: of "
@@ -120,9 +125,12 @@ void Run(Options& options, char* program, std::FILE* out) {
     results = MeasureTime(options, program, out);
     std::fprintf(out, "\n");
   }
-  auto const memory = MeasureMemory(options.plugin, out);
-  results.insert(results.end(), memory.begin(), memory.end());
+  if (options.memoryOnly || !options.filtered) {
+    auto const memory = MeasureMemory(options.plugin, out);
+    results.insert(results.end(), memory.begin(), memory.end());
+  }
   if (!options.json.empty()) WriteJson(options.json, results);
+  if (!options.out.empty()) WriteReport(options.out, results);
 }
 
 }  // namespace

@@ -9,6 +9,10 @@ namespace kestro::plugin::avi {
 
 using base::uint64;
 
+// Those of nearly half an hour of video and sound: most recordings never move their records. The
+// memory is touched, and becomes resident, only as they fill it.
+static constexpr std::size_t kRecords = 1 << 17;
+
 IAviMuxer::IAviMuxer()
     : _vidtag(nullptr), _ownTag(dynamic_cast<Object*>(Object::New("AviVideoTags"))) {
   _vidtag = _ownTag;
@@ -120,6 +124,7 @@ bool IAviMuxer::Open(IO& io, std::vector<IMedia*>& media) {
   }
   std::size_t entries = 0;
   for (IStream* stream : _streams) entries += stream->SpillBatch();
+  if (_para.idx1WithTmpFile < 0) entries = std::max(entries, kRecords);
   _list->reserve(entries);
   updateBox();  // a file that is cut off already names its size and rate
 

@@ -31,6 +31,9 @@ inline bool HasStartCode(unsigned char const* block) {
 // at it: four of the code, and two so that a NAL header can be looked at.
 inline int FindStartCode(unsigned char const* data, int size, int from) {
   int const end = size - 5;
+  // Most are near: at the beginning of a packet, or behind a unit of a few bytes.
+  for (int const near = end - from > 8 ? from + 8 : end; from < near; ++from)
+    if (std::memcmp(data + from, "\0\0\0\1", 4) == 0) return from;
   while (end - from >= kStartCodeBlock && !HasStartCode(data + from)) from += kStartCodeBlock;
   for (; from < end; ++from)
     if (std::memcmp(data + from, "\0\0\0\1", 4) == 0) return from;
