@@ -51,30 +51,6 @@ TEST(CusDemux, OpensLongFilesWithFewReads) {
   EXPECT_EQ(0, device.Overlaps());
 }
 
-// No read of the device is under way when a packet is asked for: none has to wait, but the first.
-TEST(CusDemux, PlaysWithoutWaiting) {
-  FilmIO file(Silent(500, 40000));
-  SlowIO device(file);
-  Cus p(&device);
-  ASSERT_TRUE(p.Preload(true) && p.Open() && p.Next());
-  int64 const blocks = file.Size() / 0x80000;
-  for (int64 frame = 1, seen = -1; frame < 500; ++frame) {
-    int64 const block = frame * 40000 / 0x80000;
-    auto const ahead = [&] {
-      auto const reads = device.Reads();
-      return block == blocks || std::any_of(reads.begin(), reads.end(), [block](auto const& read) {
-               return read.at / 0x80000 == block + 1;
-             });
-    };
-    ASSERT_TRUE(block == seen || Eventually(ahead)) << "the block behind " << block;
-    seen = block;
-    ASSERT_TRUE(p.Next());
-  }
-  EXPECT_FALSE(p.Next());
-  EXPECT_LE(device.Count(), static_cast<std::size_t>(blocks) + 4)
-      << "each block once, but those that opening looked at";
-}
-
 TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
   FilmIO file(Silent(50)), other(Silent(100));
   Cus p(nullptr);
@@ -149,23 +125,6 @@ TEST(CusDemux, OpensWhatIsNotThere) {
   EXPECT_EQ(0u, p.StrdSize());
   EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
   EXPECT_FALSE(p.Preload(true));
-}
-
-TEST(CusDemux, SwitchesWhilePacketsFlow) {
-  FilmIO file(Silent(2000, 2000, "stream data"));
-  SlowIO device(file);
-  Cus p(&device);
-  CaptureSink sink;
-  ASSERT_TRUE(IPort::Link(*p.outputs[0], *sink.AddInput()));
-  p.demuxer->Set("preloadsz", 3000000);
-  Messages messages(*p.demuxer);
-  ASSERT_TRUE(p.Open() && p.StrdSize() == 11 && p.demuxer->StatusChange(IStatus::kRunning));
-  unsigned char buffer[16];
-  for (bool on = true; messages.Count() == 0; on = !on)
-    EXPECT_TRUE(p.Preload(on) && p.Strd(buffer));
-  EXPECT_EQ(2000u, sink.packets.Count());
-  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-  EXPECT_EQ(0, device.Overlaps());
 }
 
 }  // namespace

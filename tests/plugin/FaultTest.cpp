@@ -1,10 +1,12 @@
 // Recording to files on failing disks, and playing them: every call that can fail does, in turn.
-// Streams that fail and full ones are fuzzed.
+// Streams that fail are fuzzed.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
@@ -174,6 +176,12 @@ std::string const& Data(int i) {
   }();
   return all[static_cast<std::size_t>(i)];
 }
+// What a packet takes in the file.
+int64 ChunkBytes(int i) {
+  std::size_t const size = Data(i).size() - (i % 2 == 0 ? 6 : 0);
+  return static_cast<int64>(8 + size + size % 2);
+}
+
 void Ignore(unsigned, unsigned, unsigned char const*, unsigned, unsigned) {}
 
 // What became of a recording.
@@ -266,6 +274,10 @@ class Faults : public testing::Test {
     RegisterClasses();
     base::File::Mount('F', folder.c_str());
     descriptors = Descriptors();
+    for (int way = kPlain; way < kWays && Has(way); ++way) {
+      EXPECT_TRUE(Record(way, path).Silent());
+      whole[way] = Content();
+    }
   }
   ~Faults() override {
     EXPECT_EQ(descriptors, Descriptors());
@@ -323,11 +335,6 @@ TEST_F(Faults, OfTheSystemAreReported) {
       {Call::kRead, spill, EIO, kLoss},       {Call::kRead, spill, kPart, kNothing},
       {Call::kClose, spill, EIO, kNothing},
   };
-  for (int way = kPlain; way < kWays; ++way)
-    if (Has(way)) {
-      EXPECT_TRUE(Record(way, path).Silent());
-      whole[way] = Content();
-    }
   auto const fails = [&](Case const& c, int way, bool forever, int nth) {
     SCOPED_TRACE(testing::Message() << int(c.call) << " of " << c.file << " " << c.error << ", "
                                     << kNames[way] << ", call " << nth << " " << forever);
@@ -380,6 +387,31 @@ TEST_F(Faults, OfReplacingAFileAreReported) {
       failures = fault.Failures();
       EXPECT_EQ(failures == 0, done);
     }
+}
+
+// A disk that is full after so many bytes: the file ends with a whole chunk and has its index, for
+// which the last chunks make room.
+TEST_F(Faults, FullDiskEndsWithAWholeFile) {
+  auto const ignored = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  for (int way = kPlain; way < kWays && Has(way); ++way)
+    for (int64 capacity = 9600; capacity < 1200000; capacity += capacity < 60000 ? 9973 : 101011) {
+      SCOPED_TRACE(testing::Message() << kNames[way] << " " << capacity);
+      rlimit const small{static_cast<rlim_t>(capacity), limit.rlim_max};
+      setrlimit(RLIMIT_FSIZE, &small);
+      EXPECT_TRUE(Record(way, path).Told());
+      setrlimit(RLIMIT_FSIZE, &limit);
+      bool const first = way == kIndexFirst || way == kInPlace || way == kImage;
+      int64 end = static_cast<int64>(whole[way].find("movi")) + 4;
+      std::vector<int> fit;
+      for (int i = 0; end + ChunkBytes(i) + (first ? 0 : 8 + 16 * (i + 1)) <= capacity; ++i) {
+        end += ChunkBytes(i);
+        fit.push_back(i);
+      }
+      EXPECT_EQ(fit, Delivered(Content()));
+    }
+  std::signal(SIGXFSZ, ignored);
 }
 
 // Reading: a fault is told, unless the cache has asked again and got what was missing.

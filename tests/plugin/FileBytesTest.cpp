@@ -1,12 +1,18 @@
-// The bytes of whole files.
+// The bytes of whole files, and the spill file of their index.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "base/File.h"
+#include "common/IListFile.h"
 #include "support/FileLayout.h"
 
 namespace kestro::test {
 namespace {
+
+using plugin::avi::ChunkParam;
+using plugin::avi::IListFile;
 
 std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
   r.muxer->Set("constFrameRate", s.rate);
@@ -64,6 +70,18 @@ TEST(FileBytes, EveryLayoutIsExact) {
   }
 }
 
+// The headers are in the file with the first packet, and name what they can.
+TEST(FileBytes, AFileThatIsCutOffSaysWhatItIs) {
+  MemoryIO io;
+  Shape shape;
+  shape.indexFirst = true;
+  Tags tags(shape);
+  Recording r(&io);
+  r.muxer->Set("vidtag", tags.object.get());
+  EXPECT_TRUE(r.Track(VideoMedia()).Open() && r.Push(0, KeyFrame("k"), true));
+  EXPECT_EQ("", Difference(Expected(shape, {}), io.bytes));
+}
+
 // Two tracks share a list that both spill; the index is in file order all the same.
 TEST(FileBytes, SpilledIndexIsTheSame) {
   std::string const folder = NewFolder();
@@ -80,6 +98,40 @@ TEST(FileBytes, SpilledIndexIsTheSame) {
   EXPECT_EQ(0, rmdir(folder.c_str())) << "a spill file is left";
   EXPECT_THAT(r.messages, testing::IsEmpty());
   base::File::Mount('S', nullptr);
+}
+
+// The spill file itself. One list is read back twice, goes on, and has nowhere to go in the end.
+TEST(FileBytes, SpillBringsRecordsBack) {
+  std::string const folder = NewFolder();
+  base::File::Mount('I', folder.c_str());
+  std::vector<ChunkParam> list;
+  list.reserve(64);
+  int spills = 0;
+  unsigned added = 0;
+  testing::internal::CaptureStdout();
+  IListFile file(&list, "I:/h264.0x1", 4096), nowhere(&list, "Q:/n", 4096);
+  EXPECT_EQ("I:/h264.0x1.kestro maxsize 98304\nQ:/n.kestro maxsize 98304\n",
+            testing::internal::GetCapturedStdout());
+  for (unsigned const count : {62u, 1000u, 1000u, 3000u}) {
+    while (added < count) {
+      if (file.ListIsFull()) spills += file.WriteTmpFile();  // as a stream does
+      list.emplace_back().offset = added++;
+    }
+    EXPECT_EQ(spills > 0, file.ReadTmpFile()) << count;
+    EXPECT_EQ(count <= 62     ? 0
+              : count <= 1000 ? 15
+                              : spills,
+              spills)
+        << "one slot before it is full";
+    ASSERT_EQ(count, list.size());
+    for (unsigned n = 0; n < count; ++n) ASSERT_EQ(n, list[n].offset);
+  }
+  base::ConsoleCapture console;
+  EXPECT_FALSE(nowhere.WriteTmpFile() || nowhere.ReadTmpFile() || nowhere.Lost());
+  EXPECT_EQ(3000u, list.size());
+  EXPECT_EQ("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m", console.Text());
+  std::filesystem::remove_all(folder);
+  base::File::Mount('I', nullptr);
 }
 
 }  // namespace
