@@ -339,8 +339,9 @@ TEST(Demux, ControlsWhilePacketsFlow) {
   std::atomic<int> packets{0}, torn{0}, videos[2] = {};
   CaptureSink sink([&](Packet& packet) {
     std::string const codec = packet.Media()->Codec();
-    torn += seq[codec] > 0 && packet.Seq() <= seq[codec];
-    seq[codec] = packet.Seq();
+    auto const [last, first] = seq.try_emplace(codec, packet.Seq());
+    torn += !first && packet.Seq() <= last->second;
+    last->second = packet.Seq();
     ++packets;
     if (codec != "pcm") ++videos[codec == "hevc"];
     return true;
