@@ -96,7 +96,8 @@ TEST(CusDemux, GivesTheStreamData) {
     EXPECT_FALSE(p.Strd(buffer)) << "before its size";
     EXPECT_STREQ("untouched", reinterpret_cast<char*>(buffer));
     EXPECT_EQ(strd.size(), p.StrdSize());
-    EXPECT_TRUE(!p.Strd(nullptr) && p.Strd(buffer));
+    int64 const before = p.demuxer->Stream()->Tell();
+    EXPECT_TRUE(!p.Strd(nullptr) && p.Strd(buffer) && before == p.demuxer->Stream()->Tell());
     EXPECT_EQ(strd, std::string(buffer, buffer + strd.size()));
     EXPECT_EQ(40, p.NextGot().pts);
     EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.StrdSize() == 0);

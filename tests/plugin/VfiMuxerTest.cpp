@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "support/FaultIO.h"
 #include "support/FileLayout.h"
 #include "support/Playing.h"
 
@@ -117,6 +118,26 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
   }
 }
 
+// When a flush has failed, nothing in front of the data is touched any more.
+TEST(VfiMuxer, FailedFlushIsFinal) {
+  for (Way way : {kInPlace, kImage, kCallback})
+    for (int nth = 2; nth < 20; ++nth) {
+      SCOPED_TRACE(testing::Message() << "way " << way << " flush " << nth);
+      FaultIO io;
+      io.Fail({FaultIO::kFlush, nth});
+      base::ConsoleCapture console;
+      Rig rig(&io, way);
+      rig.r.Open();
+      std::size_t failed = 0;
+      for (int i = 0; i < 3; ++i)
+        if (!rig.r.Push(0, Frame(std::string(600000, 'x')), true, i * 4000) && failed == 0)
+          failed = io.Writes().size();
+      EXPECT_EQ(io.Failures() == 0, rig.r.Close());
+      for (std::size_t i = failed; failed > 0 && i < io.Writes().size(); ++i)
+        EXPECT_GE(io.Writes()[i].at, int64{kHeader});
+    }
+}
+
 // What stops the process by an assertion, and sizes that are refused.
 TEST(VfiMuxerDeathTest, WrongSettings) {
   u64 const k2G = u64{1} << 31, k4G = u64{1} << 32;
@@ -129,7 +150,7 @@ TEST(VfiMuxerDeathTest, WrongSettings) {
   } const cases[] = {
       {kInPlace, k2G, 0, 0},
       {kInPlace, k4G + 4096, 0, 0},
-      {kImage, 4096, 4096, 7},
+      {kImage, 8192, 4096, 7},
       {kImage, 8192, 4096, 4097},
       {kImage, 4096, 0 - u64{4096}, 8192},
       {kImage, k4G + 8192, 4096, k4G + 4096},
