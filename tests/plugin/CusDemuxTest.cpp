@@ -3,7 +3,7 @@
 
 #include "customize/CusAviDemux.h"
 #include "support/Fakes.h"
-#include "support/FileLayout.h"
+#include "support/Film.h"
 #include "support/Playing.h"
 #include "support/SlowIO.h"
 
@@ -13,19 +13,8 @@ namespace {
 using plugin::avi::CusAviDemuxer;
 using testing::HasSubstr;
 
-// As many frames of so many bytes, with bytes of the application's own in the header.
-void Record(MemoryIO& io, int frames, std::string const& strd = {}, std::size_t bytes = 40) {
-  Shape shape;
-  shape.strd = strd;
-  Tags tags(shape);
-  Recording r(&io);
-  ASSERT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
-  r.Track(VideoMedia());
-  ASSERT_TRUE(r.Open());
-  std::string const payload(bytes, 'f');
-  for (int i = 0; i < frames; ++i)
-    r.Push(0, i % 25 == 0 ? KeyFrame(payload) : Frame(payload), i % 25 == 0);
-  ASSERT_TRUE(r.Close());
+Film Silent(int frames, std::size_t bytes = 40, std::string const& strd = {}) {
+  return {frames, 25, {25, 1}, 0, 0, 0, bytes, strd};
 }
 
 struct Cus : Playing {
@@ -37,18 +26,10 @@ struct Cus : Playing {
     return size;
   }
   bool Strd(unsigned char* buffer) { return demuxer->Get("strddata", buffer); }
-  bool Preloaded(int64 bytes) {
-    return Eventually([&] {
-      int64 now = 0;
-      return demuxer->Stream() != nullptr && demuxer->Stream()->Get("preloaded", now) &&
-             now >= bytes;
-    });
-  }
 };
 
 TEST(CusDemux, OpensLongFilesWithFewReads) {
-  MemoryIO file;
-  Record(file, 100000);
+  FilmIO file(Silent(100000));
   SlowIO device(file);
   for (char const* alias : {"AviDemuxer-avi-demuxer", "CusAviDemuxer"}) {
     std::size_t const before = device.Count();
@@ -59,7 +40,10 @@ TEST(CusDemux, OpensLongFilesWithFewReads) {
   }
   Cus p(&device);
   EXPECT_TRUE(p.demuxer->Set("preloadsz", file.Size()) && p.Preload(true));
-  EXPECT_TRUE(p.Preloaded(file.Size()));
+  EXPECT_TRUE(Eventually([&] {
+    int64 now = 0;
+    return p.demuxer->Stream()->Get("preloaded", now) && now >= file.Size();
+  }));
   std::size_t const before = device.Count();
   EXPECT_TRUE(p.Open() && p.demuxer->Seek(3000000));
   EXPECT_EQ(3000000, p.NextGot().pts);
@@ -67,43 +51,14 @@ TEST(CusDemux, OpensLongFilesWithFewReads) {
   EXPECT_EQ(0, device.Overlaps());
 }
 
-// No read of the device is under way when a packet is asked for: none has to wait, but the first.
-TEST(CusDemux, PlaysWithoutWaiting) {
-  MemoryIO file;
-  Record(file, 500, {}, 40000);
-  SlowIO device(file);
-  Cus p(&device);
-  ASSERT_TRUE(p.Preload(true) && p.Open() && p.Next());
-  int64 const blocks = file.Size() / 0x80000;
-  for (int64 frame = 1, seen = -1; frame < 500; ++frame) {
-    int64 const block = frame * 40000 / 0x80000;
-    auto const ahead = [&] {
-      auto const reads = device.Reads();
-      return block == blocks || std::any_of(reads.begin(), reads.end(), [block](auto const& read) {
-               return read.at / 0x80000 == block + 1;
-             });
-    };
-    ASSERT_TRUE(block == seen || Eventually(ahead)) << "the block behind " << block;
-    seen = block;
-    ASSERT_TRUE(p.Next());
-  }
-  EXPECT_FALSE(p.Next());
-  EXPECT_LE(device.Count(), static_cast<std::size_t>(blocks) + 4)
-      << "each block once, but those that opening looked at";
-  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-}
-
 TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
-  MemoryIO file, other;
-  Record(file, 50);
-  Record(other, 100);
+  FilmIO file(Silent(50)), other(Silent(100));
   Cus p(nullptr);
   EXPECT_FALSE(p.Preload(true));
   EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&file)) && p.Preload(true));
   base::IO* const cache = p.demuxer->Stream();
   EXPECT_TRUE(p.Preload(false) && p.Open() && p.Preload(true));
   EXPECT_EQ(cache, p.demuxer->Stream());
-  EXPECT_EQ(2000, p.demuxer->Duration());
   EXPECT_EQ(50u, p.Times().size());
   EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.Preload(true));
   // Another file is named: neither the cache nor the file under it is used.
@@ -111,18 +66,15 @@ TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
   EXPECT_EQ(&other, p.demuxer->Stream());
   EXPECT_EQ(4000, p.demuxer->Duration());
   EXPECT_TRUE(p.NextGot().pts == 0 && p.Preload(true) && p.NextGot().pts == 40) << "in the middle";
-  unsigned handle = 0;
-  EXPECT_TRUE(p.demuxer->Set("handle", 7u) && p.demuxer->Get("handle", handle) && handle == 7);
 }
 
 TEST(CusDemux, CacheThatCannotBeCreated) {
   struct NoCache : CusAviDemuxer {
     std::unique_ptr<base::IO> NewCache(base::IO*) override { return nullptr; }
   };
-  MemoryIO file;
-  Record(file, 5);
   RegisterClasses();
   base::TClass<NoCache>::Register("Test-no-cache", NoCache::Properties());
+  FilmIO file(Silent(5));
   Playing p(&file, 0, "Test-no-cache");
   base::ConsoleCapture console;
   EXPECT_FALSE(p.demuxer->Set("vlcPreload", true));
@@ -134,11 +86,9 @@ TEST(CusDemux, CacheThatCannotBeCreated) {
 
 TEST(CusDemux, GivesTheStreamData) {
   std::string const strd = "application's own data 24";
-  MemoryIO file, plain;
-  Record(file, 5, strd);
-  Record(plain, 5);
-  unsigned char buffer[32] = "untouched";
+  FilmIO plain(Silent(5)), file(Silent(5, 40, strd));
   for (bool cached : {false, true}) {
+    unsigned char buffer[32] = "untouched";
     Cus p(&file);
     EXPECT_EQ(0u, p.StrdSize()) << "no file yet";
     EXPECT_TRUE(!cached || p.Preload(false));
@@ -146,60 +96,36 @@ TEST(CusDemux, GivesTheStreamData) {
     EXPECT_FALSE(p.Strd(buffer)) << "before its size";
     EXPECT_STREQ("untouched", reinterpret_cast<char*>(buffer));
     EXPECT_EQ(strd.size(), p.StrdSize());
-    EXPECT_FALSE(p.Strd(nullptr));
     int64 const before = p.demuxer->Stream()->Tell();
-    EXPECT_TRUE(p.Strd(buffer) && before == p.demuxer->Stream()->Tell());
+    EXPECT_TRUE(!p.Strd(nullptr) && p.Strd(buffer) && before == p.demuxer->Stream()->Tell());
     EXPECT_EQ(strd, std::string(buffer, buffer + strd.size()));
     EXPECT_EQ(40, p.NextGot().pts);
-    EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-    EXPECT_EQ(0u, p.StrdSize());
+    EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.StrdSize() == 0);
     p.demuxer->Set("io", static_cast<base::IO*>(&plain));
     EXPECT_TRUE(p.Open());
     EXPECT_TRUE(p.StrdSize() == 0 && !p.Strd(buffer)) << "that of the last file is forgotten";
-    std::copy_n("untouched", 10, buffer);
   }
   // A size beyond the file, and a device that fails.
-  auto const at = Text(file).find("strd");
-  MemoryIO broken(Text(file).substr(0, at + 8 + 10));
+  MemoryIO broken(Text(file).substr(0, Text(file).find("strd") + 8 + 10));
   FaultIO faulty(broken);
   Cus p(&faulty);
   base::ConsoleCapture console;
   EXPECT_TRUE(p.Open());
   EXPECT_EQ(10u, p.StrdSize());
   faulty.Fail({FaultIO::kRead, 1, true});
+  unsigned char buffer[32];
   EXPECT_FALSE(p.Strd(buffer));
 }
 
-TEST(CusDemux, OpensWhatCannotBePlayed) {
+TEST(CusDemux, OpensWhatIsNotThere) {
   base::ConsoleCapture console;
-  MemoryIO empty;
-  Cus p(&empty), missing(nullptr);
-  missing.demuxer->Set("path", "/no/such/file.avi");
-  for (Cus* q : {&p, &missing}) {
-    EXPECT_TRUE(q->Open() && q->demuxer->Seek(5));
-    EXPECT_EQ(-1, q->NextGot().track);
-    EXPECT_EQ(0u, q->StrdSize());
-    EXPECT_TRUE(q->demuxer->StatusChange(IStatus::kClosed));
-  }
-  EXPECT_FALSE(missing.Preload(true));
-}
-
-TEST(CusDemux, SwitchesWhilePacketsFlow) {
-  MemoryIO file;
-  Record(file, 2000, "stream data", 2000);
-  SlowIO device(file);
-  Cus p(&device);
-  CaptureSink sink;
-  ASSERT_TRUE(IPort::Link(*p.outputs[0], *sink.AddInput()));
-  p.demuxer->Set("preloadsz", 3000000);
-  Messages messages(*p.demuxer);
-  ASSERT_TRUE(p.Open() && p.StrdSize() == 11 && p.demuxer->StatusChange(IStatus::kRunning));
-  unsigned char buffer[16];
-  for (bool on = true; messages.Count() == 0; on = !on)
-    EXPECT_TRUE(p.Preload(on) && p.Strd(buffer));
-  EXPECT_EQ(2000u, sink.packets.Count());
+  Cus p(nullptr);
+  p.demuxer->Set("path", "/no/such/file.avi");
+  EXPECT_TRUE(p.Open() && p.demuxer->Seek(5));
+  EXPECT_EQ(-1, p.NextGot().track);
+  EXPECT_EQ(0u, p.StrdSize());
   EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-  EXPECT_EQ(0, device.Overlaps());
+  EXPECT_FALSE(p.Preload(true));
 }
 
 }  // namespace

@@ -1,12 +1,18 @@
-// The bytes of whole files.
+// The bytes of whole files, and the spill file of their index.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "base/File.h"
+#include "common/IListFile.h"
 #include "support/FileLayout.h"
 
 namespace kestro::test {
 namespace {
+
+using plugin::avi::ChunkParam;
+using plugin::avi::IListFile;
 
 std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
   r.muxer->Set("constFrameRate", s.rate);
@@ -17,6 +23,10 @@ std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
     bool const key = i % 3 == 0;
     EXPECT_TRUE(r.Push(0, key ? KeyFrame(payload) : Frame(payload), key));
     chunks.push_back({"00dc", key ? StoredKeyFrame(payload) : StoredFrame(payload), key});
+    if (i == 2) {  // an empty packet is a chunk that is counted, and not indexed
+      EXPECT_TRUE(r.Push(0, ""));
+      chunks.push_back({"00dc", "", false});
+    }
     if (!s.sound) continue;
     std::string const sound(static_cast<std::size_t>(8 + i % 5), 's');
     EXPECT_TRUE(r.Push(1, sound, true));
@@ -27,62 +37,52 @@ std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
   return chunks;
 }
 
+// One element records all files: nothing of one is left in the next.
 TEST(FileBytes, EveryLayoutIsExact) {
-  std::vector<std::pair<char const*, Shape>> cases;
-  auto const add = [&](char const* name) -> Shape& {
-    return cases.emplace_back(name, Shape()).second;
-  };
-  add("video alone");
-  add("with sound").sound = true;
-  add("29.97 is stored as 29, the frame time is exact").rate = {30000, 1001};
-  add("two fields a frame").interlace = true;
-  add("strd alone").strd = "12345678";
-  add("JUNK without INFO").junk = "jjjjjj";
-  add("index first").indexFirst = true;
-  Shape& all = add("everything, of odd sizes");
-  all.sound = true;
+  Shape sound, ntsc, interlace, strd, junk, first, all;
+  all.sound = sound.sound = true;
+  ntsc.rate = {30000, 1001};  // stored as 29, but for the frame time
+  interlace.interlace = true;
+  strd.strd = "12345678";
+  junk.junk = "jjjjjj";
+  first.indexFirst = true;
   all.strd = "strd!";
   all.strn = "a name.";
   all.isft = "software 1.0!";
   all.junk = "junk1";
-  Shape const everything = all;
-  Shape& first = add("index first with everything");
-  first = everything;
-  first.indexFirst = true;
-  for (auto const& [name, shape] : cases) {
-    SCOPED_TRACE(name);
-    MemoryIO io;
-    Tags tags(shape);
-    Recording r(&io);
+  Shape everything = all;
+  everything.indexFirst = true;
+  MemoryIO io;
+  Recording r(&io);
+  r.Track(VideoMedia()).Track(SoundMedia());
+  int number = 0;
+  for (Shape const& s :
+       {Shape(), sound, ntsc, interlace, strd, junk, first, all, strd, everything, Shape()}) {
+    SCOPED_TRACE(number++);
+    Tags tags(s);
     EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
-    r.Track(VideoMedia("h264", 320, 180, shape.rate, shape.interlace));
-    if (shape.sound) r.Track(SoundMedia());
-    auto const chunks = RecordTo(r, shape, 7);
-    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes));
+    r.media[0] = VideoMedia("h264", 320, 180, s.rate, s.interlace);
+    r.ports[0]->Offer(r.media[0].get());
+    r.ports[1]->Offer(s.sound ? r.media[1].get() : nullptr);
+    auto const chunks = RecordTo(r, s, 7);
+    EXPECT_EQ("", Difference(Expected(s, chunks), io.bytes));
     EXPECT_THAT(r.messages, testing::IsEmpty());
   }
 }
 
-// One element, file after file, each with tags of its own.
-TEST(FileBytes, NothingOfAFileIsLeftInTheNext) {
+// The headers are in the file with the first packet, and name what they can.
+TEST(FileBytes, AFileThatIsCutOffSaysWhatItIs) {
   MemoryIO io;
+  Shape shape;
+  shape.indexFirst = true;
+  Tags tags(shape);
   Recording r(&io);
-  r.Track(VideoMedia());
-  Shape first, second, third;
-  first.strd = "12345678";
-  first.isft = "one!";
-  first.junk = "filler";
-  second.indexFirst = true;
-  for (Shape const& shape : {first, second, third, first}) {
-    Tags tags(shape);
-    r.muxer->Set("vidtag", tags.object.get());
-    auto const chunks = RecordTo(r, shape, 4);
-    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes));
-  }
+  r.muxer->Set("vidtag", tags.object.get());
+  EXPECT_TRUE(r.Track(VideoMedia()).Open() && r.Push(0, KeyFrame("k"), true));
+  EXPECT_EQ("", Difference(Expected(shape, {}), io.bytes));
 }
 
-// Two tracks share a list that is spilled by both; the index is in file order all the same, and the
-// temporary files are gone.
+// Two tracks share a list that both spill; the index is in file order all the same.
 TEST(FileBytes, SpilledIndexIsTheSame) {
   std::string const folder = NewFolder();
   base::File::Mount('S', folder.c_str());
@@ -100,22 +100,35 @@ TEST(FileBytes, SpilledIndexIsTheSame) {
   base::File::Mount('S', nullptr);
 }
 
-// An empty packet is a chunk of size 0 that is counted and not indexed.
-TEST(FileBytes, EmptyPacketHasNoEntry) {
-  MemoryIO io;
-  Recording r(&io);
-  r.Track(VideoMedia());
-  ASSERT_TRUE(r.Open());
-  EXPECT_TRUE(r.Push(0, KeyFrame("k"), true));
-  EXPECT_TRUE(r.Push(0, ""));
-  EXPECT_TRUE(r.Push(0, Frame("f")));
-  EXPECT_TRUE(r.Close());
-  std::string const file(io.bytes.begin(), io.bytes.end());
-  EXPECT_NE(std::string::npos, file.find(std::string("00dc\0\0\0\0"
-                                                     "00dc\x06",
-                                                     13)));
-  EXPECT_EQ(3, file[0x30]) << "total frames";
-  EXPECT_EQ(2 * 16, file[file.rfind("idx1") + 4]) << "index size";
+// The spill file itself. One list is read back twice, goes on, and has nowhere to go in the end.
+TEST(FileBytes, SpillBringsRecordsBack) {
+  std::string const folder = NewFolder();
+  base::File::Mount('I', folder.c_str());
+  std::vector<ChunkParam> list;
+  list.reserve(64);
+  int spills = 0;
+  unsigned added = 0;
+  testing::internal::CaptureStdout();
+  IListFile file(&list, "I:/h264.0x1", 4096), nowhere(&list, "Q:/n", 4096);
+  EXPECT_EQ("I:/h264.0x1.kestro maxsize 98304\nQ:/n.kestro maxsize 98304\n",
+            testing::internal::GetCapturedStdout());
+  for (unsigned const count : {62u, 1000u, 1000u, 3000u}) {
+    while (added < count) {
+      EXPECT_TRUE(added > 63 || file.ListIsFull() == (added == 63)) << "one slot before";
+      if (file.ListIsFull()) spills += file.WriteTmpFile();  // as a stream does
+      list.emplace_back().offset = added++;
+    }
+    EXPECT_EQ(spills > 0, file.ReadTmpFile()) << count;
+    EXPECT_TRUE(count != 1000 || spills == 15);
+    ASSERT_EQ(count, list.size());
+    for (unsigned n = 0; n < count; ++n) ASSERT_EQ(n, list[n].offset);
+  }
+  base::ConsoleCapture console;
+  EXPECT_FALSE(nowhere.WriteTmpFile() || nowhere.ReadTmpFile() || nowhere.Lost());
+  EXPECT_EQ(3000u, list.size());
+  EXPECT_EQ("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m", console.Text());
+  std::filesystem::remove_all(folder);
+  base::File::Mount('I', nullptr);
 }
 
 }  // namespace

@@ -13,10 +13,16 @@ class Bytes : public std::vector<unsigned char> {
   explicit Bytes(std::string const& text) { Raw(text); }
 
   Bytes& Cc(char const* code) { return Raw(std::string(code, 4)); }
-  Bytes& U16(unsigned value) { return Little(value, 2); }
-  Bytes& U32(unsigned value) { return Little(value, 4); }
+  template <class... Values>
+  Bytes& U16(Values... values) {
+    return (Little(unsigned(values), 2), ...);
+  }
+  template <class... Values>
+  Bytes& U32(Values... values) {
+    return (Little(unsigned(values), 4), ...);
+  }
   Bytes& Raw(std::string const& text) {
-    for (char c : text) push_back(static_cast<unsigned char>(c));
+    insert(end(), text.begin(), text.end());
     return *this;
   }
   Bytes& Zeros(std::size_t count) {
@@ -24,7 +30,7 @@ class Bytes : public std::vector<unsigned char> {
     return *this;
   }
   Bytes& Add(Bytes const& other) {
-    for (unsigned char c : other) push_back(c);
+    insert(end(), other.begin(), other.end());
     return *this;
   }
 
@@ -34,6 +40,12 @@ class Bytes : public std::vector<unsigned char> {
     return *this;
   }
 };
+
+inline Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (Bytes const& part : parts) all.Add(part);
+  return all;
+}
 
 // Where two byte strings differ, for a message that points at the field.
 inline std::string Difference(std::vector<unsigned char> const& expected,

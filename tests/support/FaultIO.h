@@ -14,8 +14,6 @@ namespace kestro::test {
 
 using base::int64;
 
-inline std::string Text(MemoryIO const& io) { return {io.bytes.begin(), io.bytes.end()}; }
-
 // Passes on to memory of its own or to another IO, and fails the calls it is told.
 class FaultIO : public base::IOFilter {
  public:
@@ -45,17 +43,6 @@ class FaultIO : public base::IOFilter {
   int Count(Op op) const { return _counts[op]; }
   int Failures() const { return _failures; }
   std::vector<Place> const& Writes() const { return _writes; }
-  // The writes, 'h' below a position and 'd' from it on, repeated ones once, and 'F'lushes.
-  std::string Order(int64 data) const {
-    std::string order;
-    for (std::size_t i = 0, flush = 0; i <= _writes.size(); ++i) {
-      for (; flush < _flushes.size() && _flushes[flush] == i; ++flush) order += 'F';
-      if (i == _writes.size()) break;
-      char const kind = _writes[i].at < data ? 'h' : 'd';
-      if (order.empty() || order.back() != kind) order += kind;
-    }
-    return order;
-  }
   std::string Bytes() const { return Text(*_memory); }  // of its own memory
 
   unsigned Read(void* data, unsigned size) override {
@@ -72,10 +59,7 @@ class FaultIO : public base::IOFilter {
     unsigned const done = room > 0 ? _io.Write(data, room) : 0;
     return fault != nullptr && fault->keep == kFailed ? kFailed : done;
   }
-  bool Flush() override {
-    _flushes.push_back(_writes.size());
-    return Next(kFlush) == nullptr && _io.Flush();
-  }
+  bool Flush() override { return Next(kFlush) == nullptr && _io.Flush(); }
   bool Truncate(int64 size) override { return Next(kTruncate) == nullptr && _io.Truncate(size); }
   int Error() override { return _error != 0 ? _error : _io.Error(); }
 
@@ -101,7 +85,6 @@ class FaultIO : public base::IOFilter {
   std::unique_ptr<MemoryIO> _memory;
   std::vector<Fault> _faults;
   std::vector<Place> _writes;
-  std::vector<std::size_t> _flushes;  // the writes before each
   int _counts[4] = {};
   int64 _capacity = INT64_MAX;
   int _error = 0;

@@ -28,70 +28,64 @@ struct Chunk {
 };
 
 inline Bytes List(char const* id, char const* type, Bytes const& content) {
-  return Bytes().Cc(id).U32(static_cast<unsigned>(content.size()) + 4).Cc(type).Add(content);
+  return Bytes().Cc(id).U32(content.size() + 4).Cc(type).Add(content);
 }
 
 inline Bytes Plain(char const* id, std::string const& payload) {
-  return Bytes().Cc(id).U32(static_cast<unsigned>(payload.size())).Raw(payload);
+  return Bytes().Cc(id).U32(payload.size()).Raw(payload);
 }
 
 inline Bytes MainHeader(Shape const& s, unsigned frames, unsigned bytesPerSecond) {
-  Bytes b;
-  b.Cc("avih").U32(56);
-  b.U32(static_cast<unsigned>(s.rate.den * 1000000 / s.rate.num));  // microseconds per frame
-  b.U32(bytesPerSecond).U32(0).U32(0x10010);            // padding, flags: index, captured
-  b.U32(frames).U32(0).U32(s.sound ? 2 : 1);            // initial frames, streams
-  b.U32(192000).U32(320).U32(s.interlace ? 360 : 180);  // buffer size, width, height
-  return b.Zeros(16);                                   // reserved
+  Bytes b = Bytes().Cc("avih").U32(56);
+  b.U32(s.rate.den * 1000000 / s.rate.num, bytesPerSecond);      // microseconds per frame
+  b.U32(0, 0x10010, frames, 0, s.sound ? 2 : 1);                 // index, captured; streams
+  return b.U32(192000, 320, s.interlace ? 360 : 180).Zeros(16);  // buffer size, width, height
 }
 
 inline Bytes VideoHeaders(Shape const& s, unsigned frames) {
   unsigned const height = s.interlace ? 360 : 180;
-  Bytes b;
-  b.Cc("strh").U32(56);
-  b.Cc("vids").Cc("H264").U32(0);                                 // type, handler, flags
-  b.U32(0).U32(0);                                                // priority/language, initial
-  b.U32(10000);                                                   // scale
-  b.U32(static_cast<unsigned>(s.rate.num / s.rate.den) * 10000);  // rate: whole frames only
-  b.U32(0).U32(frames).U32(192000);                               // start, length, buffer size
-  b.U32(10000).U32(0);                                            // quality, sample size
-  b.U32(0).U16(320).U16(height);                                  // frame: left/top, right, bottom
-  b.Cc("strf").U32(40);
-  b.U32(40).U32(320).U32(height);                     // header size, width, height
-  b.U16(1).U16(24).Cc("H264").U32(320 * height * 3);  // planes, bits, compression, image
-  b.Zeros(16);                                        // resolution, colours
+  Bytes b = Bytes().Cc("strh").U32(56).Cc("vids").Cc("H264");
+  b.U32(0, 0, 0, 10000, s.rate.num / s.rate.den * 10000);  // scale, rate: whole frames only
+  b.U32(0, frames, 192000, 10000, 0);  // start, length, buffer size, quality, sample size
+  b.U32(0).U16(320, height);           // frame: left/top, right, bottom
+  b.Cc("strf").U32(40, 40, 320, height).U16(1, 24).Cc("H264");  // planes, bits, compression
+  b.U32(320 * height * 3).Zeros(16);
   if (!s.strd.empty()) b.Add(Plain("strd", s.strd));
   if (!s.strn.empty()) b.Add(Plain("strn", s.strn));
   return List("LIST", "strl", b);
 }
 
 inline Bytes SoundHeaders(unsigned samples) {
-  Bytes b;
-  b.Cc("strh").U32(56);
-  b.Cc("auds").Raw(std::string("PCM\0", 4)).U32(0);  // type, handler, flags
-  b.U32(0).U32(0).U32(4).U32(192000);                // priority, initial, scale, rate
-  b.U32(0).U32(samples).U32(32000);                  // start, length, buffer size
-  b.U32(10000).U32(4).Zeros(8);                      // quality, sample size, frame
-  b.Cc("strf").U32(16);
-  b.U16(1).U16(2).U32(48000).U32(192000).U16(4).U16(16);  // format, channels, rates, align, bits
+  Bytes b = Bytes().Cc("strh").U32(56).Cc("auds").Raw(std::string("PCM\0", 4));
+  b.U32(0, 0, 0, 4, 192000, 0, samples, 32000, 10000, 4).Zeros(8);  // as above
+  b.Cc("strf").U32(16).U16(1, 2).U32(48000, 192000).U16(4, 16);     // rates, align, bits
   return List("LIST", "strl", b);
 }
 
+// The data and the index of chunks, the first of them at a position.
+struct Body {
+  Body(std::vector<Chunk> const& chunks, std::size_t at) {
+    for (auto const& chunk : chunks) {
+      std::size_t const size = chunk.stored.size();
+      if (size > 0) index.Cc(chunk.id).U32(chunk.key ? 0x10 : 0, at + movi.size(), size);
+      movi.Add(Plain(chunk.id, chunk.stored)).Zeros(size % 2);
+    }
+    movi = List("LIST", "movi", movi);
+  }
+  Bytes movi, index;
+};
+
 // The whole file, from the layout's description alone.
 inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
-  unsigned frames = 0;
-  unsigned videoBytes = 0;
-  unsigned samples = 0;
+  unsigned frames = 0, videoBytes = 0, samples = 0, ms = 0;
   for (auto const& chunk : chunks) {
     auto const size = static_cast<unsigned>(chunk.stored.size());
-    if (chunk.id[2] == 'w') {
-      samples += size / 4;
-    } else {
-      ++frames;
-      videoBytes += size;
-    }
+    bool const sound = chunk.id[2] == 'w';
+    frames += !sound;
+    ms += !sound && size > 0 ? 40 : 0;
+    (sound ? samples : videoBytes) += sound ? size / 4 : size;
   }
-  Bytes hdrl = MainHeader(s, frames, videoBytes * 1000 / (frames * 40));
+  Bytes hdrl = MainHeader(s, frames, videoBytes * 1000 / std::max(ms, 1u));
   hdrl.Add(VideoHeaders(s, frames));
   if (s.sound) hdrl.Add(SoundHeaders(samples));
 
@@ -103,21 +97,14 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
   if (!junk.empty() || s.headerSize != 0) riff.Add(Plain("JUNK", junk));
 
   unsigned const reserve = s.reserve;
-  auto position = static_cast<unsigned>(12 + riff.size() + (s.indexFirst ? 8 + reserve : 0) + 12);
-  Bytes movi, entries;
-  for (auto const& chunk : chunks) {
-    auto const size = static_cast<unsigned>(chunk.stored.size());
-    entries.Cc(chunk.id).U32(chunk.key ? 0x10 : 0).U32(position).U32(size);
-    movi.Cc(chunk.id).U32(size).Raw(chunk.stored).Zeros(size % 2);
-    position += 8 + size + size % 2;
-  }
-  Bytes const data = List("LIST", "movi", movi);
+  Body body(chunks, 12 + riff.size() + (s.indexFirst ? 8 + reserve : 0) + 12);
+  Bytes& index = body.index;
   if (s.indexFirst) {
     // The reserved size stays in the header, and zeros behind the entries that fit.
-    if (entries.size() > reserve) entries.resize(reserve / 16 * 16);
-    riff.Cc("idx1").U32(reserve).Add(entries).Zeros(reserve - entries.size()).Add(data);
+    if (index.size() > reserve) index.resize(reserve / 16 * 16);
+    riff.Cc("idx1").U32(reserve).Add(index).Zeros(reserve - index.size()).Add(body.movi);
   } else {
-    riff.Add(data).Cc("idx1").U32(static_cast<unsigned>(entries.size())).Add(entries);
+    riff.Add(body.movi).Add(Plain("idx1", {index.begin(), index.end()}));
   }
   return List("RIFF", "AVI ", riff);
 }
@@ -125,16 +112,13 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
 // The tag set of a shape, with the arrays it points to.
 struct Tags {
   explicit Tags(Shape const& shape) : s(shape), object(Make()) {
-    auto const bytes = [](std::string& text) {
-      return reinterpret_cast<unsigned char*>(text.data());
-    };
     object->Set("strdbuf", &strd[0]);
     object->Set("strdsize", &strdSize[0]);
     object->Set("strnbuf", &strn[0]);
     object->Set("strnsize", &strnSize[0]);
-    object->Set("isftbuf", bytes(s.isft));
+    object->Set("isftbuf", reinterpret_cast<unsigned char*>(s.isft.data()));
     object->Set("isftsize", static_cast<unsigned>(s.isft.size()));
-    object->Set("junkbuf", bytes(s.junk));
+    object->Set("junkbuf", reinterpret_cast<unsigned char*>(s.junk.data()));
     object->Set("junksize", static_cast<unsigned>(s.junk.size()));
     object->Set("idx1_first", static_cast<unsigned char>(s.indexFirst));
   }

@@ -33,17 +33,8 @@ inline Bytes HostileFilm(Bytes const& streams, Bytes const& between = {},
                                      {"00dc", StoredKeyFrame("last."), true}};
   Bytes front = List("LIST", "hdrl", MainHeader(HostileShape(), 3, 1000).Add(streams));
   front.Add(between);
-  auto position = static_cast<unsigned>(12 + front.size() + 12);
-  Bytes movi, entries;
-  for (Chunk const& chunk : chunks) {
-    Bytes const stored = Plain(chunk.id, chunk.stored);
-    auto const size = static_cast<unsigned>(chunk.stored.size());
-    entries.Cc(chunk.id).U32(chunk.key ? 0x10 : 0).U32(position).U32(size);
-    movi.Add(stored).Zeros(size % 2);
-    position += static_cast<unsigned>(stored.size()) + size % 2;
-  }
-  front.Add(List("LIST", "movi", movi));
-  front.Cc("idx1").U32(static_cast<unsigned>(entries.size())).Add(entries).Add(behind);
+  Body const body(chunks, 12 + front.size() + 12);
+  front.Add(body.movi).Add(Plain("idx1", {body.index.begin(), body.index.end()})).Add(behind);
   return List("RIFF", "AVI ", front);
 }
 
@@ -73,11 +64,6 @@ inline Bytes Nested(char const* type, unsigned levels, Bytes const& content) {
   auto const inside = static_cast<unsigned>(content.size());
   for (unsigned left = levels; left-- > 0;) all.Cc("LIST").U32(4 + 12 * left + inside).Cc(type);
   return all.Add(content);
-}
-inline Bytes Joined(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (Bytes const& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
 }
 
 // Every chunk with every suspect size. What a wrong size costs is the chunks behind it that count.
@@ -144,17 +130,13 @@ inline std::vector<Hostile> HostileFiles() {
   return {
       {"undamaged", base, 5},
       {"no bytes", {}, kRefused},
-      {"one byte", Bytes("R"), 0},
-      {"no RIFF", Bytes("no film at all"), 0},
       {"another kind of RIFF", With(base, 8, base::Convert4("WAVE")), 5},
       {"zeros", Bytes().Zeros(4096), 0},
       {"RIFF in RIFF", List("RIFF", "AVI ", base), 5},
       {"RIFF behind RIFF", Joined({base, base}), 5},
       {"LIST of 0 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(0)), 5},
-      {"LIST of 1 byte", HostileFilm(both, Bytes().Cc("LIST").U32(1).Raw("h")), 5},
       {"LIST of 3 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(3).Raw("hdr")), 5},
       {"strl larger than hdrl", With(base, Find(base, "strl", 1) - 4, 400), 5},
-      {"hdrl larger than the file", With(base, Find(base, "hdrl") - 4, 100000), 5},
       {"10,000 unknown LISTs in each other", HostileFilm(both, Nested("none", 10000, {})), 5},
       {"10,000 hdrl in each other", HostileFilm(both, Nested("hdrl", 10000, {})), 5},
       {"10,000 strl in each other", HostileFilm(Nested("strl", 10000, both)), 0},
@@ -165,75 +147,55 @@ inline std::vector<Hostile> HostileFiles() {
        5},
       {"a million JUNK before movi", HostileFilm(both, Copies(filler, 1000000)), 0},
       {"a million JUNK behind the index", HostileFilm(both, {}, Copies(filler, 1000000)), 5},
-      {"60,000 idx1", HostileFilm(both, {}, Copies(Plain("idx1", ""), 60000)), 5},
       {"30,000 JUNK before strh and 30,000 strf behind",
        videoOf(Joined({Copies(filler, 30000), strh, Copies(Plain("strf", ""), 30000)})), 5},
       {"two hdrl", HostileFilm(both, List("LIST", "hdrl", both)), 5},
       {"two strh", videoOf(Joined({strh, header(sound), strf})), 5},
-      {"two strf", videoOf(Joined({strh, strf, strf})), 5},
       {"two movi", HostileFilm(both, List("LIST", "movi", Plain("00dc", "1"))), 5},
       {"two idx1", HostileFilm(both, Plain("idx1", std::string(160, '0'))), 0},
       {"no strh", videoOf(strf), 3},
       {"no strf", videoOf(strh), 5},
       {"strf before strh", videoOf(Joined({strf, strh})), 3},
       {"strf of 4 bytes", videoOf(Joined({strh, Plain("strf", "size")})), 5},
-      {"strf of 1,000 bytes", videoOf(Joined({strh, Plain("strf", std::string(1000, 'f'))})), 5},
-      {"strh of 8 bytes", videoOf(Joined({Plain("strh", "vidsH264"), strf})), 5},
       {"strh of 1,000 bytes",
        videoOf(Joined({Plain("strh", "vidsH264" + std::string(992, 'h')), strf})), 5},
       {"strd in strd", data(Plain("strd", "inner")), 5},
-      {"strh in strd", data(header(sound)), 5},
       {"strl in strd", data(sound), 5},
       {"idx1 in strd", data(Plain("idx1", std::string(160, '\xFF'))), 0},
-      {"movi in strd", data(List("LIST", "movi", {})), 5},
       {"LIST of 4 GiB in strd", data(Bytes().Cc("LIST").U32(~0u).Cc("none")), 5},
       {"video with the format of sound", videoOf(Joined({strh, format(sound)})), 5},
       {"handler of a printf format", field("strh", 0, 4, base::Convert4("%n%s")), 3},
-      {"handler with a dash", field("strh", 0, 4, base::Convert4("h-64")), 3},
-      {"handler of another class", field("strh", 0, 4, base::Convert4("avi")), 3},
       {"sound called H264", field("strh", 1, 4, base::Convert4("H264")), 3},
       {"video called PCM", field("strh", 0, 4, base::Convert4("PCM")), 5},
       {"scale 0", field("strh", 0, 20, 0), 5},
-      {"scale of 32 bits", field("strh", 0, 20, ~0u), 5},
       {"frames of 136 years", With(field("strh", 0, 20, ~0u), Find(base, "strh") + 32, 1), 5},
       {"rate 0", field("strh", 0, 24, 0), 5},
       {"rate of 32 bits", field("strh", 0, 24, ~0u), 5},
-      {"length 0", field("strh", 0, 32, 0), 5},
       {"length of 32 bits", field("strh", 0, 32, ~0u), 5},
-      {"width 0", field("strf", 0, 4, 0), 5},
-      {"height below 0", field("strf", 0, 8, 0x80000000), 5},
       {"sound of length 0", field("strh", 1, 32, 0), 5},
       {"sound of scale 0", field("strh", 1, 20, 0), 5},
       {"channels 0", field("strf", 1, 0, 1), 5},
-      {"65,535 channels", field("strf", 1, 0, 0xFFFF0001), 5},
       {"65,535 channels of 65,528 bits",
        With(field("strf", 1, 0, 0xFFFF0001), Find(base, "strf", 1) + 20, 0xFFF80004), 5},
-      {"sample rate 0", field("strf", 1, 4, 0), 5},
       {"byte rate 0", field("strf", 1, 8, 0), 5},
       {"block align 0", field("strf", 1, 12, 0x100000), 5},
-      {"bits 0", field("strf", 1, 12, 4), 5},
       {"two million samples of 4 GiB at one byte a second",
        With(With(With(field("strh", 1, 44, ~0u), Find(base, "strh", 1) + 40, 0x200000),
                  Find(base, "strf", 1) + 16, 1),
             Find(base, "strf", 1) + 12, 0),
        5},
       {"stream number 02", entry(0, 0, base::Convert4("02dc")), 4},
-      {"stream number 99", entry(0, 0, base::Convert4("99dc")), 4},
       {"stream number of letters", entry(0, 0, base::Convert4("xydc")), 4},
-      {"stream number below 0", entry(0, 0, base::Convert4("-1dc")), 4},
       {"stream number of bytes above 0x7F", entry(0, 0, 0xFFFFFFFF), 4},
       {"1,000 strl", HostileFilm(Copies(video, 1000)), 3},
       {"index larger than the file", With(base, Find(base, "idx1") + 4, 1 << 20), 5},
       {"index of 17 bytes", With(base, Find(base, "idx1") + 4, 17), 1},
-      {"index of 15 bytes", With(base, Find(base, "idx1") + 4, 15), 0},
       {"offsets past the end", entries(8, 1 << 20, 0), 0},
       {"offsets past 2 GiB", entries(8, 0x80000000, 16), 0},
       {"offsets 8 bytes before 4 GiB", entries(8, 0xFFFFFFF8, 0), 5},
       {"offsets at 0", entries(8, 0, 0), 5},
       {"offsets overlapping", entries(8, 100, 1), 5},
-      {"offsets backwards", entries(8, 500, unsigned(-50)), 5},
       {"entries of 0 bytes", entries(12, 0, 0), 0},
-      {"entries of 2 GiB", entries(12, 0x7FFFFFFF, 0), 5},
       {"entries of 4 GiB", entries(12, 0xFFFFFFFF, 0), 5},
       {"8,000 entries of 4 GiB at one sample a second",
        With(indexed(4000, 0x10, ~0u), Find(base, "strf", 1) + 12, 1), 8000},

@@ -53,4 +53,6 @@ class MemoryIO : public base::IO {
   base::int64 position = 0;
 };
 
+inline std::string Text(MemoryIO const& io) { return {io.bytes.begin(), io.bytes.end()}; }
+
 }  // namespace kestro::test

@@ -30,11 +30,8 @@ inline void PrintTo(Got const& got, std::ostream* os) {
 // A demuxer over a stream in memory, asked packet by packet.
 class Playing {
  public:
-  explicit Playing(base::IO* io, unsigned video = 0, char const* alias = "AviDemuxer-avi-demuxer") {
-    RegisterClasses();
-    base::AttrSet attrs;
-    attrs.Add("Register", alias);
-    demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+  explicit Playing(base::IO* io, unsigned video = 0, char const* alias = "AviDemuxer-avi-demuxer")
+      : demuxer(Make<stream::IDemuxer>(alias)) {
     demuxer->Set("io", io);
     demuxer->Set("plyVidCtrl", video);
     for (char const* codecs : {"h264,hevc", "pcm", "pcm"})

@@ -24,6 +24,15 @@ inline void RegisterClasses() {
   (void)once;
 }
 
+// An element of a class that is registered.
+template <class Element>
+std::unique_ptr<Element> Make(char const* alias) {
+  RegisterClasses();
+  base::AttrSet attrs;
+  attrs.Add("Register", alias);
+  return std::unique_ptr<Element>(base::IClass::New<Element>(attrs));
+}
+
 inline base::Ref<IMedia> VideoMedia(char const* codec = "h264", int width = 320, int height = 180,
                                     base::Fraction rate = {25, 1}, bool interlace = false) {
   auto media = base::Ref<IMedia>::Take(IMedia::New(codec));
@@ -68,11 +77,8 @@ inline std::string StoredFrame(std::string const& payload) { return Frame(payloa
 
 class Recording {
  public:
-  explicit Recording(base::IO* to, char const* alias = "AviMuxer-avi-muxer") {
-    RegisterClasses();
-    base::AttrSet attrs;
-    attrs.Add("Register", alias);
-    muxer.reset(base::IClass::New<stream::IMuxer>(attrs));
+  explicit Recording(base::IO* to, char const* alias = "AviMuxer-avi-muxer")
+      : muxer(Make<stream::IMuxer>(alias)) {
     muxer->Set("io", to);
     muxer->Set("constFrameRate", base::Fraction(25, 1));
     muxer->OnMessage([this](stream::IElement&, char const* type, char const* text) {
