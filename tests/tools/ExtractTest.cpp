@@ -1,4 +1,5 @@
 // Tracks out again: what was recorded comes back.
+#include <iterator>
 #include <sstream>
 
 #include "EveryKind.h"

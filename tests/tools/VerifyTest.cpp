@@ -2,6 +2,7 @@
 #include "verify/Verify.h"
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "Command.h"
 
