@@ -86,6 +86,7 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
       {"pcm", "maxPackets", 2, "0K0 0K1 0K2 0K3 0K4", "0K5", "0K0 0K1 0K2 0K5", 2, 2},
       {"h264", "maxTime_ms", 100, "0K0 0K40 0K80 0K120 0K160", "0K200", "0K0 0K40 0K80 0K120 0K200",
        1, 1},
+      {"h264", "maxBytes", 9, "0K0 0K40 0p60 0p80 0K90 0p95", "0K200", "0K0 0K90 0p95 0K200", 3, 1},
       {"h264", "maxBytes", 9, "0K0 0K40 0K80 0K20", "0K200", "0K0 0K40 0K80 0K200", 1, 1},
   };
   for (auto const& row : table) {
