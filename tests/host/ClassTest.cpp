@@ -17,7 +17,6 @@ struct Widget : Object {
   std::string text;
   Widget* other = nullptr;
 };
-struct Part : Widget {};
 struct Gadget : Object {
   Gadget() : Object("Gadget") {}
 };
@@ -33,10 +32,8 @@ TEST(Class, LookUpMatchesNamesInOrder) {
       {"LookA-stream-h264", "LookA-ogg-stream-h264"},
       {"LookA-h264-stream", nullptr},
       {"LookD-ogg-ogg", "LookD-h264-ogg-ogg"},
-      {"LookD-ogg-ogg-ogg", nullptr},
       {"LookB-muxer", "LookB-ogg-muxer"},
       {"LookA-ogg-stream-ogg", nullptr},
-      {"LookB-mux", nullptr},
       {"LookB-", nullptr},
       {"", nullptr},
       {nullptr, nullptr},
@@ -81,7 +78,8 @@ TEST(Class, MakesObjectsWithParameters) {
   EXPECT_FALSE(widget->Get("small", narrow)) << "200 does not fit";
   EXPECT_TRUE(widget->Get("count", narrow) && narrow == 99);
 
-  Part part;
+  struct : Widget {
+  } part;
   Gadget gadget;
   EXPECT_TRUE(widget->Set("other", static_cast<Object*>(&part)));
   EXPECT_FALSE(widget->Set("other", static_cast<Object*>(&gadget)));

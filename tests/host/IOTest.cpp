@@ -5,7 +5,6 @@
 
 #include <random>
 
-#include "base/IOCacheWriter.h"
 #include "support/FaultIO.h"
 
 namespace kestro::base {
@@ -34,9 +33,12 @@ TEST(IOBuffer, HoldsWhatFits) {
   EXPECT_EQ(io.Write("x", 1), 0u);
 }
 
+// In blocks of the stream below, each read once; a read that fails moves nothing.
 TEST(IOBlockReader, ReadsAsThePlainStreamDoes) {
   for (int blockSize : {1, 7, 4096, 20000, 0}) {
-    MemoryIO plain(RandomBytes(10007)), below(Text(plain));
+    MemoryIO plain(RandomBytes(10007)), copy(Text(plain));
+    FaultIO below(copy);
+    for (int nth = 5; nth < 2000; nth += 9) below.Fail({FaultIO::kRead, nth});
     below.Seek(11, IO::kBegin);
     plain.Seek(11, IO::kBegin);
     IOBlockReader reader(below, blockSize);
@@ -49,42 +51,37 @@ TEST(IOBlockReader, ReadsAsThePlainStreamDoes) {
       }
       auto const size = random() % (random() % 9 == 0 ? 9000 : 40);
       std::string got(size, '-'), expected(size, '-');
-      ASSERT_EQ(reader.Read(got.data(), size), plain.Read(expected.data(), size)) << i;
-      ASSERT_TRUE(got == expected && reader.Tell() == plain.Tell()) << i;
+      int const before = below.Failures();
+      unsigned const done = reader.Read(got.data(), size);
+      if (below.Failures() > before) {
+        ASSERT_EQ(done, IO::kFailed);
+      } else {
+        ASSERT_EQ(done, plain.Read(expected.data(), size)) << i;
+        ASSERT_EQ(got, expected) << i;
+      }
+      ASSERT_EQ(reader.Tell(), plain.Tell()) << i;
     }
-    EXPECT_TRUE(reader.Write("x", 1) == 0 && below.bytes == plain.bytes);
+    EXPECT_TRUE(reader.Write("x", 1) == 0 && copy.bytes == plain.bytes);
   }
-}
-
-TEST(IOBlockReader, AsksOncePerBlockAndSurvivesAFailedRead) {
   MemoryIO memory(RandomBytes(1000));
   FaultIO io(memory);
-  io.Fail({FaultIO::kRead, 2});
   IOBlockReader reader(io, 100);
-  std::string got(1000, '\0');
-  EXPECT_EQ(reader.Read(got.data(), 120), IO::kFailed);
-  EXPECT_EQ(reader.Tell(), 0) << "a failed read moves nothing";
-  for (int at = 0; at < 1000; at += 4) ASSERT_EQ(reader.Read(&got[at], 4), 4u);
-  EXPECT_TRUE(got == Text(memory));
-  EXPECT_EQ(io.Count(FaultIO::kRead), 2 + 10);
+  for (char word[4]; reader.Read(word, 4) == 4;) continue;
+  EXPECT_LE(io.Count(FaultIO::kRead), 11);
 }
 
-TEST(IOInt, WritingAtAnOffsetComesBack) {
-  IOBuffer buffer(64);
-  MemoryIO memory, target;
-  IOCacheWriter cache(&target, 16, 1);
-  FaultIO failing;
-  failing.Fail({FaultIO::kWrite, 2});
-  for (IO* io : std::initializer_list<IO*>{&buffer, &memory, &cache, &failing}) {
-    IOIntWriter writer(*io);
-    writer.Write(std::string(40, 'x').data(), 40);
-    io->Seek(21, IO::kBegin);
-    EXPECT_EQ(writer.Write32(0x44434241, 2, IOIntWriter::kBegin), io == &failing ? 0u : 4u);
-    EXPECT_EQ(writer.Write32(0x44434241, -4, IOIntWriter::kEnd), 4u);
-    EXPECT_EQ(writer.Write32(1, -1, IOIntWriter::kBegin), 0u);
-    EXPECT_EQ(io->Tell(), 21);
-  }
-  EXPECT_EQ(Text(memory), "xxABCD" + std::string(30, 'x') + "ABCD");
+TEST(IOIntWriter, WritesAtAnOffsetAndComesBack) {
+  FaultIO io;
+  io.Fail({FaultIO::kWrite, 2});
+  IOIntWriter writer(io);
+  writer.Write(std::string(40, 'x').data(), 40);
+  io.Seek(21, IO::kBegin);
+  for (unsigned size : {0u, 4u})
+    EXPECT_EQ(writer.Write32(0x44434241, 2, IOIntWriter::kBegin), size);
+  EXPECT_EQ(writer.Write32(0x44434241, -4, IOIntWriter::kEnd), 4u);
+  EXPECT_EQ(writer.Write32(1, -1, IOIntWriter::kBegin), 0u);
+  EXPECT_EQ(io.Tell(), 21);
+  EXPECT_EQ(io.Bytes(), "xxABCD" + std::string(30, 'x') + "ABCD");
 }
 
 }  // namespace

@@ -22,15 +22,10 @@ void EachInteger(Visit visit) {
   std::apply([&](auto... type) { (visit(type), ...); }, Integers{});
 }
 
-template <class T>
-bool Negative(T n) {
-  return std::is_signed_v<T> && n < T();
-}
-
 // Whether two integers are the same number.
 template <class A, class B>
 bool Same(A a, B b) {
-  return static_cast<uint64>(a) == static_cast<uint64>(b) && Negative(a) == Negative(b);
+  return std::to_string(a) == std::to_string(b);
 }
 
 // The value as a To; nothing when the conversion is refused, which must leave the variable alone.

@@ -1,160 +1,25 @@
 // Recording to files on failing disks, and playing them: every call that can fail does, in turn.
 // Streams that fail are fuzzed.
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 
 #include "base/File.h"
 #include "stream/PacketQueue.h"
 #include "support/Fakes.h"
 #include "support/FileLayout.h"
 #include "support/Playing.h"
+#include "support/SystemFault.h"
 
 namespace kestro::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-enum class Call { kOpen, kRead, kWrite, kSync, kTruncate, kClose, kRename };
-constexpr int kPart = 0;  // as an error: the call succeeds and moves a part
-
-std::mutex mutex;
-class SystemFault;
-SystemFault* current = nullptr;
-
-// While it lives, the system's calls on files whose path ends so are counted, and some fail; one at
-// a time. Counted from 1: this call only, or all from it on (of interrupted ones, every second). A
-// negative error comes with the call behind one that moves a part.
-class SystemFault {
- public:
-  SystemFault(Call call, std::string ending, int nth, bool forever = false, int error = EIO)
-      : _call(call), _ending(std::move(ending)), _nth(nth), _forever(forever), _error(error) {
-    std::lock_guard lock(mutex);
-    current = this;
-  }
-  ~SystemFault() {
-    std::lock_guard lock(mutex);
-    current = nullptr;
-  }
-  int Failures() const {
-    std::lock_guard lock(mutex);
-    return _failures;
-  }
-
-  // 0 to go on, -1 to move a part, or an error.
-  int Next(Call call, std::string const& path) {
-    std::size_t const size = path.size() - (!path.empty() && path.back() == '/');
-    if (call != _call || size < _ending.size() ||
-        path.compare(size - _ending.size(), _ending.size(), _ending) != 0)
-      return 0;
-    int const behind = ++_count - _nth;
-    if (behind == 0 && _error < 0) return -1;
-    bool const fails =
-        behind == (_error < 0) || (_forever && behind > 0 && (_error != EINTR || behind % 2 == 0));
-    _failures += fails;
-    return !fails ? 0 : _error == kPart ? -1 : std::abs(_error);
-  }
-
- private:
-  Call const _call;
-  std::string const _ending;
-  int const _nth;
-  bool const _forever;
-  int const _error;
-  int _count = 0, _failures = 0;
-};
-
-int Meets(Call call, int fd, char const* path = nullptr) {
-  std::lock_guard lock(mutex);
-  if (current == nullptr) return 0;
-  if (path != nullptr) return current->Next(call, path);
-  char name[4096];
-  ssize_t const size = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), name, sizeof name);
-  return current->Next(call, {name, static_cast<std::size_t>(std::max<ssize_t>(size, 0))});
-}
-
-// Calls the system's function of a name unless the call is to fail.
-template <class Function, class... Arguments>
-auto Through(int error, Function*, char const* name, Arguments... arguments) {
-  using Result = std::invoke_result_t<Function*, Arguments...>;
-  if (error > 0) return errno = error, Result(-1);
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name))(arguments...);
-}
-
-// A part ends with a sector: what lies within one is stored whole.
-std::size_t Part(int error, std::size_t size, off_t at) {
-  std::size_t const part = (size + 2) / 3, end = static_cast<std::size_t>(at) + part;
-  return error >= 0 ? size : part > 512 ? part - end % 512 : size;
-}
-
-int Descriptors() {
-  return static_cast<int>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
-}  // namespace
-}  // namespace kestro::test
-
-// The program's functions stand in for the system's also in the shared libraries it uses. With
-// 64-bit offsets the names end so, where the headers do not say it.
-#define KESTRO_64(name) #name "64"
-#define KESTRO_STANDS_IN extern "C" __attribute__((visibility("default")))
-
-using namespace kestro::test;
-
-KESTRO_STANDS_IN int open(char const* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  unsigned const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
-  va_end(arguments);
-  return Through(Meets(Call::kOpen, -1, path), &open, KESTRO_64(open), path, flags, mode);
-}
-
-KESTRO_STANDS_IN ssize_t pread(int fd, void* data, size_t size, off_t at) {
-  int const error = Meets(Call::kRead, fd);
-  return Through(error, &pread, KESTRO_64(pread), fd, data, Part(error, size, at), at);
-}
-
-KESTRO_STANDS_IN ssize_t pwrite(int fd, void const* data, size_t size, off_t at) {
-  int const error = Meets(Call::kWrite, fd);
-  return Through(error, &pwrite, KESTRO_64(pwrite), fd, data, Part(error, size, at), at);
-}
-
-KESTRO_STANDS_IN int ftruncate(int fd, off_t size) noexcept {
-  return Through(Meets(Call::kTruncate, fd), &ftruncate, KESTRO_64(ftruncate), fd, size);
-}
-
-// No test crashes the machine: none waits for its disks.
-KESTRO_STANDS_IN int fdatasync(int fd) {
-  errno = Meets(Call::kSync, fd);
-  return errno == 0 ? 0 : -1;
-}
-
-KESTRO_STANDS_IN int fsync(int fd) { return fdatasync(fd); }
-
-KESTRO_STANDS_IN int rename(char const* from, char const* to) noexcept {
-  return Through(Meets(Call::kRename, -1, to), &rename, "rename", from, to);
-}
-
-// The descriptor is gone, whatever is answered.
-KESTRO_STANDS_IN int close(int fd) {
-  int const error = Meets(Call::kClose, fd);
-  int const closed = Through(0, &close, "close", fd);
-  if (error > 0) errno = error;
-  return error > 0 ? -1 : closed;
-}
-
-namespace kestro::test {
-namespace {
 
 enum { kPlain, kIndexFirst, kSpill, kQueue, kInPlace, kImage, kCallback, kWays };
 char const* const kNames[] = {"plain",    "index first", "spill",   "queue",
@@ -326,13 +191,13 @@ TEST_F(Faults, OfTheSystemAreReported) {
   } const cases[] = {
       {Call::kOpen, avi, EACCES, kError},     {Call::kWrite, avi, -ENOSPC, kError},
       {Call::kWrite, avi, EIO, kError},       {Call::kTruncate, avi, EIO, kError},
-      {Call::kWrite, avi, EINTR, kNothing},   {Call::kWrite, avi, kPart, kNothing},
+      {Call::kWrite, avi, EINTR, kNothing},   {Call::kWrite, avi, SystemFault::kPart, kNothing},
       {Call::kSync, avi, EIO, kError},        {Call::kSync, avi, EINTR, kNothing},
       {Call::kClose, avi, EIO, kError},       {Call::kClose, avi, EINTR, kNothing},
       {Call::kOpen, folder, EIO, kError},     {Call::kOpen, folder, EACCES, kNothing},
       {Call::kSync, folder, EIO, kError},     {Call::kClose, folder, EIO, kNothing},
       {Call::kOpen, spill, EACCES, kWarning}, {Call::kWrite, spill, -ENOSPC, kWarning},
-      {Call::kRead, spill, EIO, kLoss},       {Call::kRead, spill, kPart, kNothing},
+      {Call::kRead, spill, EIO, kLoss},       {Call::kRead, spill, SystemFault::kPart, kNothing},
       {Call::kClose, spill, EIO, kNothing},
   };
   auto const fails = [&](Case const& c, int way, bool forever, int nth) {
@@ -422,7 +287,7 @@ TEST_F(Faults, OfReadingAreReported) {
       {"AviDemuxer-avi-demuxer", false}, {"CusAviDemuxer", false}, {"CusAviDemuxer", true}};
   std::pair<Call, int> const cases[] = {{Call::kOpen, EIO},
                                         {Call::kRead, EIO},
-                                        {Call::kRead, kPart},
+                                        {Call::kRead, SystemFault::kPart},
                                         {Call::kRead, EINTR},
                                         {Call::kClose, EIO}};
   for (auto const& [alias, preload] : ways)
@@ -447,8 +312,8 @@ TEST_F(Faults, OfReadingAreReported) {
           EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed)) << "a second time";
         }
         EXPECT_EQ(descriptors, Descriptors());
-        bool const good =
-            error == kPart || error == EINTR || (preload && !forever && complete && !reported);
+        bool const good = error == SystemFault::kPart || error == EINTR ||
+                          (preload && !forever && complete && !reported);
         EXPECT_TRUE(fault.Failures() == 0 || (good ? complete && !reported : reported));
         if (fault.Failures() == 0) ++last, nth = 0;
       }

@@ -66,7 +66,7 @@ class Command : public testing::Test {
 
   // What the verb answers: errors on the error stream only.
   struct Call {
-    char const* arguments;
+    std::string arguments;
     int code;
     char const* said;
   };
@@ -94,11 +94,7 @@ class Command : public testing::Test {
     Put(bytes, bytes.rfind("idx1") + 8 + entry * 16 + field * 4, value);
     Write(to, bytes);
   }
-  // Copies as other writers or accidents leave them, all from `from`:
-  //   relative.avi  the index counts from movi      nowhere.avi  its first entry leads elsewhere
-  //   noindex.avi   there is none                   empty.avi    it has no entries
-  //   cut.avi       the end is missing              nostrl.avi   no stream lists
-  //   text.avi      no RIFF                         wave.avi     another kind of RIFF
+  // Copies as other writers or accidents leave them.
   void MakeUnusual(std::string const& from) {
     std::string const bytes = FileText(At(from));
     auto const index = bytes.rfind("idx1"), movi = bytes.find("movi");
@@ -107,10 +103,10 @@ class Command : public testing::Test {
       Put(relative, at, Get(bytes, at) - static_cast<unsigned>(movi));
     Put(empty, index + 4, 0);
     Put(empty, 4, static_cast<unsigned>(empty.size()) - 8);
-    Write("relative.avi", relative);
-    Damage(from, "nowhere.avi", 0, kOffset, 5);
+    Write("relative.avi", relative);             // its index counts from movi
+    Damage(from, "nowhere.avi", 0, kOffset, 5);  // its first entry leads elsewhere
     Write("noindex.avi", Replaced(bytes, "idx1", "JUNK"));
-    Write("empty.avi", empty);
+    Write("empty.avi", empty);  // an index of no entries
     Write("cut.avi", bytes.substr(0, movi + 30000));
     Write("nostrl.avi", Replaced(bytes, "strl", "none"));
     Write("text.avi", "no film");

@@ -59,39 +59,36 @@ Lines Only(Lines lines, Condition condition) {
   return lines;
 }
 bool IsVideo(Line const& line) { return std::get<kTrack>(line) == 0; }
-bool IsSound(Line const& line) { return !IsVideo(line); }
 bool IsKey(Line const& line) { return IsVideo(line) && std::get<kKey>(line); }
 
-// The key frames as they come backward.
+// As they come backward; the last one ends the stream.
 Lines Back(Lines keys) {
-  std::get<kEnd>(keys.back()) = false;
   std::reverse(keys.begin(), keys.end());
+  std::get<kEnd>(keys.front()) = false;
   std::get<kEnd>(keys.back()) = true;
   return keys;
 }
 
 TEST_F(PlayTest, ListsWhatTheIndexSaysInEveryMode) {
   struct {
-    char const* inputs;
+    std::string inputs;
     std::int64_t frame_us, sound_us;
-  } const clips[] = {
-      {"media/clip25.h264 media/stereo48k.wav", 40000, 20000},
-      {"media/clip-noaud.h264 media/mono8k.wav", 41666, 40000},
-      {"media/clip25.h264", 40000, 0},
-  };
+  } const clips[] = {{"media/clip25.h264 media/stereo48k.wav", 40000, 20000},
+                     {"media/clip-noaud.h264 media/mono8k.wav", 41666, 40000},
+                     {"media/clip25.h264", 40000, 0}};
   for (auto const& clip : clips) {
     SCOPED_TRACE(clip.inputs);
-    ASSERT_EQ(Run(std::string("record --force -o a.avi ") + clip.inputs).code, 0);
+    ASSERT_EQ(Run("record --force -o a.avi " + clip.inputs).code, 0);
     Lines const all = Expected("a.avi", {clip.frame_us, clip.sound_us});
-    Lines keys = Only(all, IsKey);
+    Lines const keys = Only(all, IsKey), back = Back(keys);
     EXPECT_EQ(Play("a.avi"), all);
     EXPECT_EQ(Play("--preload 64K a.avi"), all);
     EXPECT_EQ(Play("--mode video a.avi"), Only(all, IsVideo));
-    std::get<kEnd>(keys.back()) = true;
-    EXPECT_EQ(Play("--mode fast a.avi"), keys);
-    EXPECT_EQ(Play("--mode back a.avi"), Back(keys));
-    if (clip.sound_us != 0) {
-      EXPECT_EQ(Play("--mode audio a.avi"), Only(all, IsSound));
+    EXPECT_EQ(Play("--mode back a.avi"), back);
+    EXPECT_EQ(Play("--mode fast a.avi"), Back(back));
+    Lines const sound = Only(all, [](Line const& line) { return !IsVideo(line); });
+    if (!sound.empty()) {
+      EXPECT_EQ(Play("--mode audio a.avi"), sound);
     }
     Result const text = Run("play a.avi");
     EXPECT_EQ(std::count(text.out.begin(), text.out.end(), '\n'), long(all.size()) + 1);
@@ -105,19 +102,22 @@ TEST_F(PlayTest, SwitchesBetweenVideoTracks) {
   Lines const all = Expected("a.avi", std::vector<std::int64_t>(kTracks, 40000));
   for (int video : {kH264, kHevc}) {
     std::string const arguments = "--video " + std::to_string(video) + " a.avi";
-    auto const chosen = [video](Line const& l) { return std::get<kTrack>(l) == video; };
-    EXPECT_EQ(Play(arguments), Only(all, [&](Line const& l) {
-                return chosen(l) || std::get<kTrack>(l) == kSound || std::get<kTrack>(l) == kMono;
-              }));
-    Lines const keys = Only(all, [&](Line const& l) { return chosen(l) && std::get<kKey>(l); });
-    EXPECT_EQ(Play("--mode back " + arguments), Back(keys));
+    auto const played = [video](Line const& line) {
+      int const track = std::get<kTrack>(line);
+      return track == video || track == kSound || track == kMono;
+    };
+    EXPECT_EQ(Play(arguments), Only(all, played));
+    auto const key = [video](Line const& line) {
+      return std::get<kTrack>(line) == video && std::get<kKey>(line);
+    };
+    EXPECT_EQ(Play("--mode back " + arguments), Back(Only(all, key)));
   }
   // Known to the demuxer by this handler, but without media.
   Write("known.avi", Replaced(FileText(At("a.avi")), "vidsMJPG", "vidsmjpg"));
   Expect("play --video 2",
          {{"a.avi", 2,
-           "2 video tracks that can be played; track 5 (video, handler \"MJPG\") is left "
-           "out: the demuxer plays no motion JPEG"},
+           "2 video tracks that can be played; track 5 (video, handler \"MJPG\") is left out: the "
+           "demuxer plays no motion JPEG"},
           {"a.avi", 2, "track 4 (text, handler \"\") is left out: the demuxer plays no"},
           {"known.avi", 2, ""}});
   EXPECT_EQ(Play("--video 1 known.avi").size(), 30u);
@@ -140,6 +140,9 @@ TEST_F(PlayTest, PartsAndSeeks) {
       {"--mode fast --seek 0 --every 4", {0, 1000, 2000, 3000, 0, 1000, 2000, 3000}},
       {"--mode fast --seek 1 --seek 9 --every 99", {0, 1000, 2000, 3000, 1000, 2000, 3000, 3000}},
       {"--mode back --from 1 --seek 3.99 --every 2", {1000, 0, 3000, 2000, 1000, 0}},
+      {"--mode video --from 1.5 --seek 0.99 --seek 2.99 --seek 9 --every 2 --to 3.04",
+       {1000, 1040, 0, 40, 2000, 2040, 3000, 3040}},
+      {"--seek 3 --every 6 --to 3.08", {0, 40, 3000, 3040, 3080}},
   };
   for (auto const& c : cases) {
     std::vector<std::int64_t> times;
@@ -148,32 +151,6 @@ TEST_F(PlayTest, PartsAndSeeks) {
     EXPECT_EQ(times, c.times) << c.arguments;
   }
   EXPECT_THAT(Run("play --seek 0:01 --to 1 a.avi").out, HasSubstr("key\nseek to 1.000 s\n"));
-}
-
-// From wherever play stands, in one run: each seek is followed by its key frame.
-TEST_F(PlayTest, SeeksToTheKeyFrameAtOrBefore) {
-  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
-  struct {
-    std::size_t every;
-    char const* mode;
-    int step;
-  } const runs[] = {{1, "video", 100}, {6, "normal", 700}, {6, "normal", 4500}};
-  for (auto const& run : runs) {
-    std::string arguments = "--every " + std::to_string(run.every) + " --mode " + run.mode;
-    std::vector<int> targets;
-    for (int i = 0; i <= 46; ++i) targets.push_back(i * run.step % 4600);
-    for (int t : targets) arguments += " --seek " + std::to_string(t / 1000.0);
-    Lines const lines = Play(arguments + " a.avi");
-    for (std::size_t i = 0; i < targets.size(); ++i) {
-      ASSERT_LT((i + 1) * run.every + 2, lines.size());
-      auto const first = lines.begin() + static_cast<std::ptrdiff_t>((i + 1) * run.every);
-      // The first packets may be sound that still sounds with the key frame.
-      auto const frame = std::find_if(first, lines.end(), IsVideo);
-      EXPECT_EQ(std::get<kTime>(*frame), std::min(targets[i] / 1000, 3) * 1000) << targets[i];
-      EXPECT_TRUE(IsKey(*frame));
-      EXPECT_LE(frame - first, 2);
-    }
-  }
 }
 
 TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
@@ -198,11 +175,8 @@ TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
           {"long.avi", 1, "has 3025 bytes, 5000 were delivered"},
           {"far.avi", 1, "reading failed at offset 4026531848"},
           {"missing.avi", 3, "missing.avi: No such file"},
-          {"media", 3, "is a directory"},
-          {"--plugin missing.so a.avi", 3, "missing.so"},
           {"--video 1 a.avi", 2, "1 video track"},
           {"--mode back sound.avi", 2, "no such track"},
-          {"--mode audio sound.avi", 0, "100 packets"},
           {"--mode slow a.avi", 2, "slow"},
           {"--from 1:x a.avi", 2, "--from"},
           {"--every 0 a.avi", 2, "--every"}});
@@ -212,7 +186,7 @@ TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
 TEST_F(PlayTest, PacesAndStopsCleanly) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264").code, 0);
   Result const stopped =
-      Shell("timeout --preserve-status -s INT 0.5 " TEST_TOOL " play --realtime --json a.avi");
+      Shell("timeout --preserve-status -s INT 2 " TEST_TOOL " play --realtime --json a.avi");
   EXPECT_EQ(stopped.code, 130) << stopped.err;
   EXPECT_EQ(stopped.out.substr(stopped.out.size() - 2), "}\n");
 }

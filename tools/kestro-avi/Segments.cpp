@@ -7,6 +7,7 @@
 #include "Console.h"
 #include "Errors.h"
 #include "Text.h"
+#include "avi/AviFile.h"
 
 namespace kestro::tool {
 
@@ -187,6 +188,23 @@ bool Segments::Store(std::size_t track, Packet& packet) {
   return true;
 }
 
+// What is in a file. Not all that was taken is when the device failed, or was full and the last
+// packets made room for the index.
+static std::string Content(std::string const& path, std::uint64_t taken, std::int64_t duration_ms,
+                           bool complete) {
+  std::string const packets = std::to_string(taken) + " packets, ";
+  if (complete) return packets + Seconds(duration_ms);
+  std::uint64_t kept = 0;
+  try {
+    AviFile const avi(path);
+    for (AviTrack const& track : avi.Tracks()) kept += track.chunks;
+    duration_ms = avi.Duration_ms();
+  } catch (Error const&) {
+    duration_ms = 0;
+  }
+  return "kept " + std::to_string(kept) + " of " + packets + Seconds(duration_ms);
+}
+
 // Closes the current file and says what it has become.
 bool Segments::EndFile() {
   bool complete = true;
@@ -198,8 +216,9 @@ bool Segments::EndFile() {
   std::error_code none;
   std::uint64_t const size = std::filesystem::file_size(path, none);
   if (_recorder->Pushed() != 0 && !none) {
-    Report(path + ": " + std::to_string(_recorder->Pushed()) + " packets, " +
-           Seconds((_end_ns - _begin_ns) / 1000000) + ", " + ByteCount(size));
+    Report(path + ": " +
+           Content(path, _recorder->Pushed(), (_end_ns - _begin_ns) / 1000000, complete) + ", " +
+           ByteCount(size));
     if (size > _options.size)
       _warnings.push_back(path + ": is larger than " + ByteCount(_options.size) +
                           ": no key frame came in time");

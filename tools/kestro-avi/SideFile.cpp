@@ -1,5 +1,7 @@
 #include "SideFile.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -49,17 +51,27 @@ bool SideFile::Attach(base::Object& muxer) {
   return muxer.Set("notifyid", _id) && muxer.Set("periodicSyncCallback", callback);
 }
 
+// Of the data alone: the name does not last, and Rename makes the one that does durable.
+static bool SyncData(int handle) {
+  int result = 0;
+  do result = fdatasync(handle);
+  while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
 void SideFile::Store(unsigned char const* data, unsigned size) {
   std::string const fresh = _path + ".new";
   FileIO file(fresh.c_str(), "rwbc");
-  bool done = file.Opened() && file.Write(data, size) == size && file.Flush();
-  done = file.Close() && done;
-  if (!done) errno = file.Error();
-  if (done && File::Rename(fresh.c_str(), _path.c_str())) {
+  bool done = file.Opened() && file.Write(data, size) == size;
+  int why = file.Error();
+  if (done && !SyncData(file.Handle())) done = false, why = errno;
+  if (!file.Close() && done) done = false, why = file.Error();
+  if (done && !File::Rename(fresh.c_str(), _path.c_str())) done = false, why = errno;
+  if (done) {
     _stored = true;
     return;
   }
-  if (_fault.empty()) _fault = _path + ": " + std::strerror(errno);
+  if (_fault.empty()) _fault = _path + ": " + std::strerror(why);
   File::Delete(fresh.c_str());
 }
 

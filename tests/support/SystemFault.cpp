@@ -1,0 +1,138 @@
+// The program's functions stand in for the system's also in the shared libraries it uses.
+#include "support/SystemFault.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+
+namespace kestro::test {
+namespace {
+
+std::mutex mutex;
+SystemFault* current = nullptr;
+
+std::string PathOf(int fd) {
+  char path[4096];
+  ssize_t const size = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path);
+  return {path, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
+int Meets(Call call, int fd, char const* path = nullptr) {
+  std::lock_guard lock(mutex);
+  return current == nullptr ? 0 : current->Next(call, path != nullptr ? path : PathOf(fd));
+}
+
+template <class Function>
+Function* Real(Function*, char const* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Calls the system's function of a name unless the call is to fail.
+template <class Function, class... Arguments>
+auto Through(int error, Function* function, char const* name, Arguments... arguments)
+    -> decltype(function(arguments...)) {
+  if (error > 0) return errno = error, -1;
+  return Real(function, name)(arguments...);
+}
+
+// A part ends with a sector: what lies within one is stored whole.
+std::size_t Part(int error, std::size_t size, off_t at) {
+  std::size_t const part = (size + 2) / 3, end = static_cast<std::size_t>(at) + part;
+  return error >= 0 ? size : part > 512 ? part - end % 512 : size;
+}
+
+}  // namespace
+
+SystemFault::SystemFault(Call call, std::string ending, int nth, bool forever, int error)
+    : _call(call), _ending(std::move(ending)), _nth(nth), _forever(forever), _error(error) {
+  std::lock_guard lock(mutex);
+  current = this;
+}
+
+SystemFault::~SystemFault() {
+  std::lock_guard lock(mutex);
+  current = nullptr;
+}
+
+int SystemFault::Failures() const {
+  std::lock_guard lock(mutex);
+  return _failures;
+}
+
+int SystemFault::Next(Call call, std::string const& path) {
+  std::size_t const size = path.size() - (!path.empty() && path.back() == '/');
+  if (call != _call || size < _ending.size() ||
+      path.compare(size - _ending.size(), _ending.size(), _ending) != 0)
+    return 0;
+  int const behind = ++_count - _nth;
+  if (behind == 0 && _error < 0) return -1;
+  bool const fails =
+      behind == (_error < 0) || (_forever && behind > 0 && (_error != EINTR || behind % 2 == 0));
+  _failures += fails;
+  return !fails ? 0 : _error == kPart ? -1 : std::abs(_error);
+}
+
+int Descriptors() {
+  namespace fs = std::filesystem;
+  return static_cast<int>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+}  // namespace kestro::test
+
+// With 64-bit offsets the names end so, where the headers do not say it.
+#define KESTRO_64(name) #name "64"
+#define KESTRO_STANDS_IN extern "C" __attribute__((visibility("default")))
+
+using kestro::test::Call;
+using kestro::test::Meets;
+using kestro::test::Part;
+using kestro::test::Through;
+
+KESTRO_STANDS_IN int open(char const* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  unsigned const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+  va_end(arguments);
+  return Through(Meets(Call::kOpen, -1, path), &open, KESTRO_64(open), path, flags, mode);
+}
+
+KESTRO_STANDS_IN ssize_t pread(int fd, void* data, size_t size, off_t at) {
+  int const error = Meets(Call::kRead, fd);
+  return Through(error, &pread, KESTRO_64(pread), fd, data, Part(error, size, at), at);
+}
+
+KESTRO_STANDS_IN ssize_t pwrite(int fd, void const* data, size_t size, off_t at) {
+  int const error = Meets(Call::kWrite, fd);
+  return Through(error, &pwrite, KESTRO_64(pwrite), fd, data, Part(error, size, at), at);
+}
+
+KESTRO_STANDS_IN int ftruncate(int fd, off_t size) noexcept {
+  return Through(Meets(Call::kTruncate, fd), &ftruncate, KESTRO_64(ftruncate), fd, size);
+}
+
+// No test crashes the machine: none waits for its disks.
+KESTRO_STANDS_IN int fdatasync(int fd) {
+  errno = Meets(Call::kSync, fd);
+  return errno == 0 ? 0 : -1;
+}
+
+KESTRO_STANDS_IN int fsync(int fd) { return fdatasync(fd); }
+
+KESTRO_STANDS_IN int rename(char const* from, char const* to) noexcept {
+  return Through(Meets(Call::kRename, -1, to), &rename, "rename", from, to);
+}
+
+// The descriptor is gone, whatever is answered.
+KESTRO_STANDS_IN int close(int fd) {
+  int const error = Meets(Call::kClose, fd);
+  int const closed = Through(0, &close, "close", fd);
+  if (error > 0) errno = error;
+  return error > 0 ? -1 : closed;
+}

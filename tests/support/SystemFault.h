@@ -1,0 +1,39 @@
+// Fails calls that the host makes of the system.
+#pragma once
+
+#include <cerrno>
+#include <string>
+
+namespace kestro::test {
+
+enum class Call { kOpen, kRead, kWrite, kSync, kTruncate, kClose, kRename };
+
+// While it lives, the calls on files whose path ends so are counted, and some fail; one at a time.
+class SystemFault {
+ public:
+  // As an error: the call succeeds and moves a part. A negative error comes with the next call
+  // then.
+  static constexpr int kPart = 0;
+
+  // Counted from 1: this call only, or all from it on (of interrupted ones, every second).
+  SystemFault(Call call, std::string ending, int nth, bool forever = false, int error = EIO);
+  ~SystemFault();
+  SystemFault(SystemFault const&) = delete;
+  int Failures() const;
+
+  // Called by what stands in for the system's functions: 0 to go on, -1 to move a part, an error.
+  int Next(Call call, std::string const& path);
+
+ private:
+  Call const _call;
+  std::string const _ending;
+  int const _nth;
+  bool const _forever;
+  int const _error;
+  int _count = 0, _failures = 0;
+};
+
+// Open descriptors of the process.
+int Descriptors();
+
+}  // namespace kestro::test
