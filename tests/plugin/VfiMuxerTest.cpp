@@ -132,7 +132,8 @@ TEST(VfiMuxer, FailedFlushIsFinal) {
       for (int i = 0; i < 3; ++i)
         if (!rig.r.Push(0, Frame(std::string(600000, 'x')), true, i * 4000) && failed == 0)
           failed = io.Writes().size();
-      EXPECT_EQ(io.Failures() == 0, rig.r.Close());
+      bool const closed = rig.r.Close();
+      EXPECT_EQ(io.Failures() == 0, closed);
       for (std::size_t i = failed; failed > 0 && i < io.Writes().size(); ++i)
         EXPECT_GE(io.Writes()[i].at, int64{kHeader});
     }
