@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,14 +35,21 @@ class FaultIO : public base::IOFilter {
   FaultIO() : FaultIO(std::make_unique<MemoryIO>()) {}
   explicit FaultIO(base::IO& io) : IOFilter("FaultIO", io) {}
 
-  void Fail(Fault fault) { _faults.push_back(fault); }
+  void Fail(Fault fault) {
+    std::lock_guard lock(_mutex);
+    _faults.push_back(fault);
+  }
   void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
   void Heal() {
+    std::lock_guard lock(_mutex);
     _faults.clear();
     _capacity = INT64_MAX;
   }
 
-  int Count(Op op) const { return _counts[op]; }
+  int Count(Op op) const {
+    std::lock_guard lock(_mutex);
+    return _counts[op];
+  }
   int Failures() const { return _failures; }
   std::vector<Place> const& Writes() const { return _writes; }
   std::string Bytes() const { return Text(*_memory); }  // of its own memory
@@ -61,7 +70,7 @@ class FaultIO : public base::IOFilter {
   }
   bool Flush() override { return Next(kFlush) == nullptr && _io.Flush(); }
   bool Truncate(int64 size) override { return Next(kTruncate) == nullptr && _io.Truncate(size); }
-  int Error() override { return _error != 0 ? _error : _io.Error(); }
+  int Error() override { return _error != 0 ? _error.load() : _io.Error(); }
 
  private:
   explicit FaultIO(std::unique_ptr<MemoryIO> memory)
@@ -69,6 +78,7 @@ class FaultIO : public base::IOFilter {
 
   // Counts a call; the fault that it meets, or null.
   Fault const* Next(Op op) {
+    std::lock_guard lock(_mutex);
     int const n = ++_counts[op];
     for (auto const& fault : _faults)
       if (fault.op == op && (n == fault.nth || (fault.forever && n > fault.nth))) {
@@ -83,12 +93,13 @@ class FaultIO : public base::IOFilter {
   }
 
   std::unique_ptr<MemoryIO> _memory;
-  std::vector<Fault> _faults;
+  mutable std::mutex _mutex;  // of the faults and counts: a cache's thread may be reading
+  std::deque<Fault> _faults;  // which stay where they are
   std::vector<Place> _writes;
   int _counts[4] = {};
   int64 _capacity = INT64_MAX;
-  int _error = 0;
-  std::atomic<int> _failures{0};  // may be looked at while another thread reads
+  std::atomic<int> _error{0};
+  std::atomic<int> _failures{0};
 };
 
 }  // namespace kestro::test
