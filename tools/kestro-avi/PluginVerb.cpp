@@ -65,21 +65,25 @@ static Json Class(IClass const& record) {
           {"properties", std::move(properties)}};
 }
 
+static std::string Field(Json const& json, char const* key) {
+  return json.at(key).get<std::string>();
+}
+
 static std::string Text(Json const& classes) {
   std::string text;
-  auto get = [](Json const& json, char const* key) { return json.at(key).get<std::string>(); };
   for (Json const& c : classes) {
-    text += get(c, "alias");
-    if (!get(c, "module").empty())
-      text += "  (" + get(c, "module") + " " + get(c, "version") + ", " + get(c, "vendor") + ")";
+    text += Field(c, "alias");
+    if (!Field(c, "module").empty())
+      text +=
+          "  (" + Field(c, "module") + " " + Field(c, "version") + ", " + Field(c, "vendor") + ")";
     text += "\n";
     for (Json const& p : c.at("properties")) {
-      std::string line = "  " + get(p, "name");
+      std::string line = "  " + Field(p, "name");
       line.resize(std::max<std::size_t>(line.size() + 1, 20), ' ');
-      line += get(p, "type");
-      if (!get(p, "default").empty()) line += " = " + get(p, "default");
+      line += Field(p, "type");
+      if (!Field(p, "default").empty()) line += " = " + Field(p, "default");
       line.resize(std::max<std::size_t>(line.size() + 1, 56), ' ');
-      text += line + get(p, "help") + "\n";
+      text += line + Field(p, "help") + "\n";
     }
   }
   return text;
@@ -102,12 +106,9 @@ static std::string Markdown(Json const& classes) {
       "What can be set on the elements, and read from them, by name: `muxer->Set(\"path\", ...)`, "
       "or\n"
       "`--set path=...` of the tool. Written by `kestro-avi plugin --markdown`.\n";
-  auto const get = [](Json const& json, char const* key) {
-    return json.at(key).get<std::string>();
-  };
   for (Json const& c : classes) {
-    text += "\n## " + get(c, "alias") + "\n\n";
-    text += "Of " + get(c, "module") + ".";
+    text += "\n## " + Field(c, "alias") + "\n\n";
+    text += "Of " + Field(c, "module") + ".";
     if (c.at("properties").empty()) {
       text += " It has no properties.\n";
       continue;
@@ -115,12 +116,12 @@ static std::string Markdown(Json const& classes) {
     text += "\n\n| Property | Type | At first | Access | Effect |\n|---|---|---|---|---|\n";
     for (Json const& p : c.at("properties")) {
       bool const read = p.at("readable"), write = p.at("writable");
-      text += "| " + Code(get(p, "name")) + " | " + Code(get(p, "type")) + " | " +
-              Code(get(p, "default")) + " | " +
+      text += "| " + Code(Field(p, "name")) + " | " + Code(Field(p, "type")) + " | " +
+              Code(Field(p, "default")) + " | " +
               (read && write ? "read, set"
                : read        ? "read"
                              : "set") +
-              " | " + Cell(get(p, "help")) + " |\n";
+              " | " + Cell(Field(p, "help")) + " |\n";
     }
   }
   return text;
