@@ -27,17 +27,23 @@ inline bool HasStartCode(unsigned char const* block) {
   return (zeros & highs) != 0;
 }
 
+// The first position of [from, end) where a start code begins, or its end.
+inline int PassToStartCode(unsigned char const* data, int from, int end) {
+  while (from < end && std::memcmp(data + from, "\0\0\0\1", 4) != 0) ++from;
+  return from;
+}
+
 // The position of the first start code at or behind `from`, -1 when fewer than six bytes are left
 // at it: four of the code, and two so that a NAL header can be looked at.
 inline int FindStartCode(unsigned char const* data, int size, int from) {
   int const end = size - 5;
   // Most are near: at the beginning of a packet, or behind a unit of a few bytes.
-  for (int const near = end - from > 8 ? from + 8 : end; from < near; ++from)
-    if (std::memcmp(data + from, "\0\0\0\1", 4) == 0) return from;
+  int const near = end - from > 8 ? from + 8 : end;
+  from = PassToStartCode(data, from, near);
+  if (from < near) return from;
   while (end - from >= kStartCodeBlock && !HasStartCode(data + from)) from += kStartCodeBlock;
-  for (; from < end; ++from)
-    if (std::memcmp(data + from, "\0\0\0\1", 4) == 0) return from;
-  return -1;
+  from = PassToStartCode(data, from, end);
+  return from < end ? from : -1;
 }
 
 // The position of the first start code whose NAL header byte satisfies the predicate, 0 for none.
