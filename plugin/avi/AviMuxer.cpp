@@ -129,8 +129,7 @@ bool AviMuxer::Close() {
   _closing = true;
   if (!_fileOpened || _blkio == nullptr) return true;
   if (_idx1First && 16 * EntryCount() > _idx1RsvdSize)
-    SendMessageUp("warning", "the index is full: what follows is recorded, but not played",
-                  nullptr);
+    SendMessageUp("warning", kIndexFull, nullptr);
   bool const finished = IAviMuxer::Close(*_blkio);
   if (!finished) KESTRO_ERROR("!IAviMuxer::Close(*_blkio)");
   FreeFile();

@@ -46,6 +46,9 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   static base::PropertyList Properties();
 
  protected:
+  static constexpr char kIndexFull[] =
+      "the index is full: what follows is recorded, but not played";
+
   bool updateStream() override;
   bool NewWriter();  // makes the current file's caching writer
   // Frees all that belongs to one file.

@@ -82,6 +82,25 @@ TEST(FileBytes, AFileThatIsCutOffSaysWhatItIs) {
   EXPECT_EQ("", Difference(Expected(shape, {}), io.bytes));
 }
 
+// The room for an index in front of the data is fixed: what has none in it is told at the end.
+TEST(FileBytes, AFullIndexIsTold) {
+  Shape shape;
+  shape.indexFirst = true;
+  Tags tags(shape);
+  for (int const frames : {2048, 2049}) {
+    MemoryIO io;
+    Recording r(&io);
+    r.muxer->Set("vidtag", tags.object.get());
+    r.Track(VideoMedia());
+    auto const chunks = RecordTo(r, shape, frames);
+    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes)) << frames;
+    std::vector<std::string> told;
+    if (frames > 2048)
+      told = {"warning: the index is full: what follows is recorded, but not played"};
+    EXPECT_EQ(told, r.messages);
+  }
+}
+
 // Two tracks share a list that both spill; the index is in file order all the same.
 TEST(FileBytes, SpilledIndexIsTheSame) {
   std::string const folder = NewFolder();

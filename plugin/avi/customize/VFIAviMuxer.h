@@ -91,8 +91,8 @@ class VFIAviMuxer : public AviMuxer {
   bool Barrier();
   void CallBack(base::IOBuffer& image);
   void UpdateFront(IO& front);
-  bool Again();
-  bool StoreImage();
+  template <class Store>
+  bool WriteFront(Store store);
   bool WriteImage();
   int64 IndexSize() const;
   bool HandOver(int64 fileSize);

@@ -17,8 +17,14 @@ bool VFIAviMuxer::FlushFile() {
 // What is written before it is durable before what is written after it.
 bool VFIAviMuxer::Barrier() { return !_flushFailed && _blkio->Flush() && FlushFile(); }
 
-// Whether a sync that could not be written may be tried once more: the fault may have passed.
-bool VFIAviMuxer::Again() { return !_flushFailed && _blkio->Truncate(_blkio->Size()); }
+// What stands in front of the data: once more when it could not be written, as the fault may have
+// passed.
+template <class Store>
+bool VFIAviMuxer::WriteFront(Store store) {
+  bool const stored = store() || (!_flushFailed && _blkio->Truncate(_blkio->Size()) && store());
+  _blkio->Seek(0, IO::kEnd);
+  return stored;
+}
 
 bool VFIAviMuxer::UpdateIdx1() {
   if (!_periodicSync) return SyncInPlace();
@@ -48,19 +54,15 @@ void VFIAviMuxer::UpdateFront(IO& front) {
   FillHead(front);
   if (_idx1->Size() <= _idx1RsvdSize || _indexFull) return;
   _indexFull = true;
-  Fail("the index is full: what follows is recorded, but not played");
+  Fail(kIndexFull);
 }
 
 bool VFIAviMuxer::SyncInPlace() {
   if (_blkio == nullptr || Stream() == nullptr || !Barrier()) return false;
-  UpdateFront(*_blkio);
-  bool durable = Barrier();
-  if (!durable && Again()) {
+  return WriteFront([this] {
     UpdateFront(*_blkio);
-    durable = Barrier();
-  }
-  _blkio->Seek(0, IO::kEnd);
-  return durable;
+    return Barrier();
+  });
 }
 
 bool VFIAviMuxer::SyncImage() {
@@ -71,15 +73,11 @@ bool VFIAviMuxer::SyncImage() {
 
 // Over the start of the file.
 bool VFIAviMuxer::WriteImage() {
-  bool const stored = StoreImage() || (Again() && StoreImage());
-  _blkio->Seek(0, IO::kEnd);
-  return stored;
-}
-
-bool VFIAviMuxer::StoreImage() {
-  auto const size = static_cast<unsigned>(_headerImage->Size());
-  _blkio->Seek(0, IO::kBegin);
-  return _blkio->Write(_headerImage->Data(), size) == size && Barrier();
+  return WriteFront([this] {
+    auto const size = static_cast<unsigned>(_headerImage->Size());
+    _blkio->Seek(0, IO::kBegin);
+    return _blkio->Write(_headerImage->Data(), size) == size && Barrier();
+  });
 }
 
 bool VFIAviMuxer::SyncByCallback() {
