@@ -55,8 +55,7 @@ bool ColouredOutput() {
 void ShowStatus(std::string const& text) {
   std::lock_guard lock(terminal);
   static char held[1 << 16];
-  static bool const holding = std::setvbuf(stdout, held, _IOFBF, sizeof held) == 0;
-  (void)holding;
+  [[maybe_unused]] static int const holding = std::setvbuf(stdout, held, _IOFBF, sizeof held);
   ClearStatus();
   std::fputs(text.c_str(), stderr);
   std::fflush(stderr);

@@ -171,9 +171,7 @@ void ExtractVerb::WriteStreamData() {
   unsigned char* buffer = data.data();
   if (!demuxer->Get("strddata", buffer))
     throw Error(kIo, _file + ": its strd chunk cannot be read");
-  StreamFile file(_streamData);
-  file.Write(0, {data.data(), data.size(), 0});
-  Report(_streamData + ": " + file.Finish());
+  WriteFile(_streamData, data.data(), size);
 }
 
 int ExtractVerb::Run() {

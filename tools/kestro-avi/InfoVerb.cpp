@@ -116,13 +116,12 @@ static char const* ColourOf(Chunk const& chunk) {
   if (chunk.id == Convert4("idx1")) return "\033[33m";
   return chunk.id == Convert4("JUNK") ? kFaint : "";
 }
-static std::string Coloured(std::string const& text, std::string const& colour) {
-  return colour.empty() || !ColouredOutput() ? text : colour + text + "\033[0m";
-}
-
 // The tree in lines, or its outermost chunks in one.
 static std::string TreeText(AviFile const& avi, bool whole) {
   std::string text = whole ? "" : "  layout:";
+  auto const coloured = [on = ColouredOutput()](std::string const& plain, char const* colour) {
+    return on && *colour != '\0' ? colour + plain + "\033[0m" : plain;
+  };
   for (Chunk const& chunk : avi.Tree()) {
     std::string const name = chunk.type != 0
                                  ? (whole ? CodeText(chunk.id) + " " : "") + CodeText(chunk.type)
@@ -134,10 +133,10 @@ static std::string TreeText(AviFile const& avi, bool whole) {
     }
     char line[96];
     std::snprintf(line, sizeof line, "  %12lld %12lld  ", chunk.offset, chunk.size);
-    text += Coloured(line, kFaint) + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') +
-            Coloured(name, ColourOf(chunk)) + "\n";
+    text += coloured(line, kFaint) + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') +
+            coloured(name, ColourOf(chunk)) + "\n";
   }
-  return whole ? Coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
+  return whole ? coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
 }
 
 static std::string FileText(std::string const& path, AviFile const& avi, bool tree) {
@@ -151,10 +150,7 @@ static std::string FileText(std::string const& path, AviFile const& avi, bool tr
 
 void InfoVerb::Draw(AviFile& avi, std::string const& path) const {
   std::string const picture = Plot(avi, path).Document();
-  StreamFile file(_plot);
-  file.Write(0, {reinterpret_cast<std::uint8_t const*>(picture.data()),
-                 static_cast<unsigned>(picture.size()), 0});
-  Report(_plot + ": " + file.Finish());
+  WriteFile(_plot, picture.data(), static_cast<unsigned>(picture.size()));
 }
 
 int InfoVerb::Run() {

@@ -55,6 +55,9 @@ class StreamFile : public Output {
   base::FileIO _file;
 };
 
+// Writes a whole file and says so.
+void WriteFile(std::string const& path, void const* data, unsigned size);
+
 // PCM as RIFF/WAVE.
 class WaveFile : public StreamFile {
  public:

@@ -1,6 +1,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Console.h"
 #include "Errors.h"
 #include "Text.h"
 #include "output/Output.h"
@@ -44,6 +45,12 @@ void StreamFile::Write(std::size_t, Piece const& piece) { Store(piece.data, piec
 std::string StreamFile::Finish() {
   if (!_file.Close()) throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
   return _new.Keep();
+}
+
+void WriteFile(std::string const& path, void const* data, unsigned size) {
+  StreamFile file(path);
+  file.Write(0, {static_cast<std::uint8_t const*>(data), size, 0});
+  Report(path + ": " + file.Finish());
 }
 
 static constexpr unsigned kWaveHead = 44;
