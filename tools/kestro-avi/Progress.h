@@ -45,6 +45,7 @@ class Progress {
   // `more`: further text for the bar.
   void Show(std::uint64_t done, std::string const& more = "");
   void End();
+  Unit CountedUnit() const { return _unit; }
   double Seconds() const { return std::chrono::duration<double>(Clock::now() - _begin).count(); }
 
  private:

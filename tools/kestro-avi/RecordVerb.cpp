@@ -12,19 +12,19 @@ namespace kestro::tool {
 
 using Clock = std::chrono::steady_clock;
 
-// Whether progress is that of reading the inputs, rather than that of recorded time.
-static bool ByBytes(Session const& session, Timeline const& timeline) {
-  return timeline.duration_ns < 0 && session.Reach().size > 0;
-}
-
-static std::int64_t Total(Session const& session, Timeline const& timeline) {
-  if (ByBytes(session, timeline)) return session.Reach().size;
-  return std::max<std::int64_t>(0, timeline.duration_ns / 1000000);
+// Progress is that of reading the inputs, where their sizes tell all, or that of recorded time.
+Progress RecordVerb::Watch(Session const& session) const {
+  std::int64_t const duration_ns = _options.timeline.duration_ns;
+  std::int64_t const size = duration_ns < 0 ? session.Reach().size : 0;
+  if (size > 0)
+    return {_options.progress, "record", Progress::kBytes, static_cast<std::uint64_t>(size)};
+  return {_options.progress, "record", Progress::kTime_ms,
+          static_cast<std::uint64_t>(std::max<std::int64_t>(0, duration_ns / 1000000))};
 }
 
 // Moves packets until the end, a signal or an error. False when recording ended for an error.
 bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const {
-  bool const byBytes = ByBytes(session, _options.timeline);
+  bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
   std::uint64_t packets = 0;
   std::int64_t end_ns = 0;
@@ -98,9 +98,7 @@ int RecordVerb::Run() {
   Packets const packets(tracks);
   Segments segments(_options.segments, _options.recorder, tracks, packets, names);
   Feed feed(packets, segments, tracks.size(), _options.realtime, _options.drop);
-  bool const byBytes = ByBytes(session, _options.timeline);
-  Progress progress(_options.progress, "record", byBytes ? Progress::kBytes : Progress::kTime_ms,
-                    static_cast<std::uint64_t>(Total(session, _options.timeline)));
+  Progress progress = Watch(session);
   bool const complete = Record(session, feed, progress);
   return Finish(session, feed, segments, progress, complete);
 }

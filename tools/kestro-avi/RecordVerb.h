@@ -16,6 +16,7 @@ class RecordVerb {
 
  private:
   void Announce(Session const& session) const;
+  Progress Watch(Session const& session) const;
   bool Record(Session& session, Feed& feed, Progress& progress) const;
   int Finish(Session const& session, Feed& feed, Segments& segments, Progress& progress,
              bool complete) const;
