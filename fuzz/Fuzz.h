@@ -8,8 +8,11 @@
 #include <string>
 
 #include "base/Console.h"
+#include "support/Quiet.h"
 
 namespace kestro::fuzz {
+
+using test::Quiet;
 
 // Takes an input apart. Behind its end everything is 0.
 class Input {
@@ -39,16 +42,6 @@ class Input {
  private:
   std::uint8_t const *_at, *_end;
 };
-
-// Host and plug-in tell much about themselves; findings go to standard error.
-inline void Quiet() {
-  static struct : base::ostream {
-    void Write(char const*, std::size_t) override {}
-  } nowhere;
-  static bool const once =
-      (base::cout.Redirect(&nowhere), true) && std::freopen("/dev/null", "w", stdout) != nullptr;
-  static_cast<void>(once);
-}
 
 }  // namespace kestro::fuzz
 
