@@ -15,11 +15,13 @@ class Bytes : public std::vector<unsigned char> {
   Bytes& Cc(char const* code) { return Raw(std::string(code, 4)); }
   template <class... Values>
   Bytes& U16(Values... values) {
-    return (Little(unsigned(values), 2), ...);
+    (Little(unsigned(values), 2), ...);
+    return *this;
   }
   template <class... Values>
   Bytes& U32(Values... values) {
-    return (Little(unsigned(values), 4), ...);
+    (Little(unsigned(values), 4), ...);
+    return *this;
   }
   Bytes& Raw(std::string const& text) {
     insert(end(), text.begin(), text.end());
@@ -35,9 +37,8 @@ class Bytes : public std::vector<unsigned char> {
   }
 
  private:
-  Bytes& Little(unsigned value, int bytes) {
+  void Little(unsigned value, int bytes) {
     for (int i = 0; i < bytes; ++i) push_back(static_cast<unsigned char>(value >> (8 * i)));
-    return *this;
   }
 };
 

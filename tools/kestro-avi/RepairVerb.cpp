@@ -119,12 +119,13 @@ std::string RepairVerb::Document(RepairReport const& report) const {
   return DocumentText(json);
 }
 
-RepairReport RepairVerb::WatchedRepair() {
+RepairReport RepairVerb::WatchedRepair() const {
   std::error_code failed;
-  auto const size = std::filesystem::file_size(_job.input, failed);
+  RepairJob job = _job;
+  auto const size = std::filesystem::file_size(job.input, failed);
   Progress progress(_progress, "repair", Progress::kBytes, failed ? 0 : size);
-  _job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
-  RepairReport report = Repair(_job);
+  job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
+  RepairReport report = Repair(job);
   if (!report.interrupted) progress.End();
   return report;
 }

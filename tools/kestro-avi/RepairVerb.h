@@ -18,7 +18,7 @@ class RepairVerb {
   int Run();                  // an ExitCode; throws Error
 
  private:
-  RepairReport WatchedRepair();
+  RepairReport WatchedRepair() const;
   std::string Text(RepairReport const& report) const;
   std::string Document(RepairReport const& report) const;
 

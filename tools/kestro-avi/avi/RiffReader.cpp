@@ -53,10 +53,9 @@ RiffReader::RiffReader(std::string const& path)
 unsigned RiffReader::Read(int64 offset, void* data, unsigned size) {
   if (offset < 0 || offset >= _size) return 0;
   size = static_cast<unsigned>(std::min<int64>(size, _size - offset));
-  base::IO& blocks = _reader;
-  base::IO& io = size < kBlock ? blocks : _file;
-  if (!io.Seek(offset, base::IO::kBegin)) return 0;
-  unsigned const n = io.Read(data, size);
+  base::IO* const io = size < kBlock ? static_cast<base::IO*>(&_reader) : &_file;
+  if (!io->Seek(offset, base::IO::kBegin)) return 0;
+  unsigned const n = io->Read(data, size);
   return n == base::IO::kFailed ? 0 : n;
 }
 
