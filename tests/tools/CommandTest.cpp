@@ -69,9 +69,19 @@ TEST_F(CommandTest, ExitCodes) {
   Write("t.jsonl", "{\"pts_ms\":1,\"text\":\"a\"}\n");
   Write("bad.jsonl", "{\"pts_ms\":1,\"text\":\"a\"}\n{\"pts_ms\":\"2\",\"text\":\"b\"}\n");
   Write("none.json", " \n");
+  Write("no-film.txt", "not a film\n");
+  Write("empty.h264", "");
   Expect("",
-         {{"--version", 0, ""},
+         {{"", 2, "a verb is wanted"},
+          {"--version", 0, ""},
           {"record --help", 0, ""},
+          {"record -o x.avi", 2, "INPUT"},
+          {"record media/clip25.h264", 2, "--output"},
+          {"record --bogus -o x.avi media/clip25.h264", 2, "--bogus"},
+          {"record -o old.avi media/clip25.h264", 2, "exists already"},
+          {"record -o no/such/x.avi media/clip25.h264", 3, "no/such/x.avi"},
+          {"record -o x.avi no-film.txt", 4, "no-film.txt"},
+          {"record -o x.avi empty.h264", 4, "empty.h264"},
           {"record -o x.avi rateless.h264", 2, "--fps"},
           {"record -o rated.avi --fps 5 rateless.h264", 0, "1 packets"},
           {"record -o x.avi media/clip25.h264 media/clip2997.h264", 4, "one frame rate"},
@@ -82,6 +92,7 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
           {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
           {"record -o x.avi --set mode=many media/clip25.h264", 2, "mode"},
+          {"record -o x.avi --set bogus=1 media/clip25.h264", 2, "bogus"},
           {"record -o set.avi --set mode=1 --set listfile=2 media/clip25.h264", 0, "100 packets"},
           {"record -o x.avi --spill-dir . media/clip25.h264", 2, "--index-spill"},
           {"record -o x.avi --strd missing.bin media/clip25.h264", 3, "missing.bin"},
