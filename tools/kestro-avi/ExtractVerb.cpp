@@ -125,6 +125,7 @@ std::unique_ptr<Output> ExtractVerb::Open(AviFile const& avi, Targets const& tar
 
 int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& faults) {
   std::vector<std::string> warnings;
+  warnings.reserve(faults.size() + _outputs.size());
   for (std::string const& fault : faults) warnings.push_back(_file + ": " + fault);
   for (std::size_t i = 0; i < _outputs.size(); ++i) {
     std::string const& path = targets.List()[i].path;

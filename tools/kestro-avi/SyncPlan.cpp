@@ -88,12 +88,13 @@ std::string SyncPlan::Text(SyncOptions const& options, std::vector<Track*> const
   if (options.mode == SyncOptions::kCallback)
     return "syncs headers and index to a file of their own" + every;
   std::uint64_t const reserve = ReserveBytes(options, tracks);
-  double const seconds = static_cast<double>(reserve / kEntry) / EntriesPerSecond(tracks);
+  std::uint64_t const entries = reserve / kEntry;
+  double const seconds = static_cast<double>(entries) / EntriesPerSecond(tracks);
   return (options.mode == SyncOptions::kImage
               ? "syncs an image of headers and index" + every + " and 512 KiB"
               : "syncs in place" + every) +
-         "; the index has room for " + std::to_string(reserve / kEntry) + " chunks (" +
-         ByteCount(reserve) + "), about " + Seconds(std::llround(seconds * 1000));
+         "; the index has room for " + std::to_string(entries) + " chunks (" + ByteCount(reserve) +
+         "), about " + Seconds(std::llround(seconds * 1000));
 }
 
 bool SyncPlan::Owns(std::string const& property) {

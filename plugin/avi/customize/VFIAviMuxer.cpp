@@ -181,7 +181,7 @@ bool VFIAviMuxer::Close() {
   _root->Reset();
   FreeFile();
   ResetFile();
-  bool const closed = IMuxer::Close();
+  bool const closed = IMuxer::Close();  // NOLINT(bugprone-parent-virtual-call): the file is whole
   if (!closed) KESTRO_ERROR("!IMuxer::Close(),Close");
   return synced && closed;
 }

@@ -96,7 +96,7 @@ static std::string ZshQuote(std::string const& text) {
 }
 
 static std::string ZshAction(HelpOption const& option) {
-  std::string const message = ":" + Escape(option.placeholder, ":") + ":";
+  std::string message = ":" + Escape(option.placeholder, ":") + ":";
   switch (option.value) {
     case Value::kNone:
       return "";

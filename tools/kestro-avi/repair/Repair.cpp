@@ -120,6 +120,7 @@ RecorderOptions Repairer::Options() const {
 void Repairer::Copy(std::string const& output) {
   std::vector<FoundTrack> tracks(_head.recorded.begin(), _head.recorded.end());
   std::vector<Track*> pointers;
+  pointers.reserve(tracks.size());
   for (FoundTrack& track : tracks) pointers.push_back(&track);
   Packets const packets(pointers);
   Recorder recorder(Options(), fs::absolute(output), pointers, packets);
