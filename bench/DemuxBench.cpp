@@ -80,7 +80,7 @@ Case ReadCase(std::int64_t packets) {
 
 Case SeekCase() {
   // Frames can be small; sound has as many bytes as its time takes.
-  constexpr std::int64_t kSeconds = kSeekMinutes * 60;
+  constexpr std::int64_t kSeconds = std::int64_t{60} * kSeekMinutes;
   constexpr std::int64_t kPackets = kSeconds * Mix::kFps + kSeconds * Mix::kRate / Mix::kSamples;
   auto const file = std::make_shared<Recording>("seek", Mix::Sizes{256, 1024, 4096}, kPackets);
   std::mt19937 random(1);

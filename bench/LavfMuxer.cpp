@@ -68,7 +68,7 @@ class Muxer {
     av_channel_layout_default(&sound->codecpar->ch_layout, 2);
     sound->codecpar->bits_per_coded_sample = 16;
     sound->codecpar->block_align = 4;
-    sound->codecpar->bit_rate = Mix::kRate * 32;
+    sound->codecpar->bit_rate = std::int64_t{32} * Mix::kRate;
   }
   ~Muxer() { avformat_free_context(_context); }
   Muxer(Muxer const&) = delete;

@@ -53,6 +53,7 @@ std::int64_t StatusKiB(std::string const& field, char const* file = "/proc/self/
 double NumberOfSelf(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/proc/self/exe");
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   int ends[2];
@@ -107,7 +108,7 @@ void WriterChild(int blocks, std::FILE* out) {
     Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
   std::int64_t most = resident();
   for (int i = 0; i < 2; ++i) {  // as many patches as it gathers
-    writer.Seek(i * 2 * kPiece, base::IO::kBegin);
+    writer.Seek(std::int64_t{2} * i * kPiece, base::IO::kBegin);
     Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
     most = std::max(most, resident());
   }

@@ -29,8 +29,9 @@ constexpr int kRoundSounds = kRoundSeconds * Mix::kRate / Mix::kSamples;
 static_assert(kRoundSounds * Mix::kSamples == kRoundSeconds * Mix::kRate);
 
 std::size_t RoundBytes(Mix::Sizes sizes) {
-  int const video = kRoundSeconds * ((Mix::kFps - 1) * sizes.frame + sizes.key);
-  return static_cast<std::size_t>(video + kRoundSounds * sizes.sound);
+  std::int64_t const second = std::int64_t{Mix::kFps - 1} * sizes.frame + sizes.key;
+  return static_cast<std::size_t>(kRoundSeconds * second +
+                                  std::int64_t{kRoundSounds} * sizes.sound);
 }
 
 // Random bytes without start codes: of two neighbours one is not zero.

@@ -112,7 +112,8 @@ void WriteJson(std::string const& path, std::vector<Result> const& results) {
                                  {"value", result.value},
                                  {"unit", result.unit},
                                  {"spread", result.spread}};
-    auto ratios = nlohmann::ordered_json::object(), baselines = ratios;
+    auto ratios = nlohmann::ordered_json::object();
+    auto baselines = nlohmann::ordered_json::object();
     for (Baseline const& b : result.baselines) {
       ratios[b.name] = result.Ratio(b);
       baselines[b.name] = {{"value", b.value}, {"spread", b.spread}};

@@ -11,13 +11,13 @@ namespace {
 
 using Size = unsigned long long;
 
-constexpr int kSeconds = 100;
+constexpr std::int64_t kSeconds = 100;
 constexpr std::int64_t kPackets = kSeconds * (Mix::kFps + Mix::kRate / Mix::kSamples + 1);
 constexpr Mix::Sizes kSizes{34 << 10, 34 << 10, 4 << 10};
 constexpr unsigned kNever = 0xFFFFFFFF;
 
 // Room for ten minutes, as a recorder that splits its files there would leave.
-constexpr Size kIndex = 8 + 16 * 6 * kPackets, kHeader = 1028;
+constexpr Size kIndex = 8 + kPackets * 16 * 6, kHeader = 1028;
 
 enum Way { kPlain, kInPlace, kImage, kCallback };
 

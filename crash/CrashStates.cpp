@@ -127,11 +127,11 @@ void CrashStates::Subsets() {
 }
 
 void CrashStates::Garbage() {
-  for (std::size_t i = 0; i < _pieces.size(); ++i) {
-    if (!Overwrites(_pieces[i])) continue;
+  for (auto const& piece : _pieces) {
+    if (!Overwrites(piece)) continue;
     for (char others : {1, 0}) {
       _keep.assign(_pieces.size(), others);
-      Emit(kNew, Sector(_pieces[i]));
+      Emit(kNew, Sector(piece));
     }
   }
 }

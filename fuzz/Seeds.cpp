@@ -33,7 +33,7 @@ base::Ref<IMedia> Media(char kind) {
 }
 
 std::string Data(char kind, std::size_t track, int n) {
-  std::string const some(static_cast<std::size_t>(n % 4), 'x');
+  std::string some(static_cast<std::size_t>(n % 4), 'x');
   std::string const sets = kStart + "\x40vps" + kStart + "\x42sps" + kStart + "\x44pps";
   switch (kind) {
     case 'h':
@@ -78,7 +78,8 @@ std::string Record(Film const& film) {
     r.Open();
     for (int n = 0; n < film.packets; ++n)
       for (std::size_t t = 0; t < tracks.size(); ++t)
-        r.Push(static_cast<int>(t), Data(tracks[t], t, n), n % 3 == 0 || tracks[t] == 'j', n * 40);
+        r.Push(static_cast<int>(t), Data(tracks[t], t, n), n % 3 == 0 || tracks[t] == 'j',
+               base::int64{40} * n);
   }
   return {io.bytes.begin(), io.bytes.end()};
 }

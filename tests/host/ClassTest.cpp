@@ -106,7 +106,7 @@ TEST(ModuleDeathTest, LoadingRegistersOnceOrSaysWhyNot) {
   EXPECT_EXIT(std::_Exit(LoadTwice()), testing::ExitedWithCode(0), "");
   for (char const* path : std::initializer_list<char const*>{"/nowhere/none.so", "", nullptr}) {
     std::string why;
-    EXPECT_TRUE(!LoadPlugin(path, &why) && why != "");
+    EXPECT_TRUE(!LoadPlugin(path, &why) && !why.empty());
   }
 }
 

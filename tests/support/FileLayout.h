@@ -101,7 +101,7 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
   Bytes& index = body.index;
   if (s.indexFirst) {
     // The reserved size stays in the header, and zeros behind the entries that fit.
-    if (index.size() > reserve) index.resize(reserve / 16 * 16);
+    if (index.size() > reserve) index.resize(reserve - reserve % 16);
     riff.Cc("idx1").U32(reserve).Add(index).Zeros(reserve - index.size()).Add(body.movi);
   } else {
     riff.Add(body.movi).Add(Plain("idx1", {index.begin(), index.end()}));

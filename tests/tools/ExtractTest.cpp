@@ -149,7 +149,7 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
       {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
   };
   for (auto const& c : cases) {
-    Expect("extract -o out", {{(c.file + ".avi").c_str(), c.code, c.said}});
+    Expect("extract -o out", {{c.file + ".avi", c.code, c.said}});
     EXPECT_EQ(FileText(At("out/" + c.file + "-1.wav")).substr(44), c.sound) << c.file;
   }
 }
