@@ -246,7 +246,7 @@ bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned si
   };
   bool more = _patches.empty() || !touches(_patches.back());
   if (_patchBytes + size > kPatchBytes || (more && _patches.size() >= kPatchPlaces)) {
-    Drain();
+    auto const lock = Drain();
     if (!StorePatches()) return false;
     if (size > kPatchBytes) return Store(at, data, size) == size;
     more = true;
