@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VideoTag.h"
+#include "base/IOCacheWriter.h"
 
 namespace kestro::plugin::avi {
 
