@@ -169,5 +169,16 @@ TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
   }
 }
 
+TEST(IOCacheWriter, APatchOutlivesTheBlockThatFails) {
+  Rig<BusyIO> rig(64, 0);
+  rig.target.Fail({FaultIO::kWrite, 1});
+  rig.Append(std::string(80, 'a'));
+  rig.target.entered.get_future().wait();
+  rig.Put(2, "while it is being stored");
+  rig.target.free.set_value();
+  EXPECT_FALSE(rig.writer->Flush());
+  EXPECT_TRUE(rig.Truncate(80) && rig.writer->Flush() && rig.Good());
+}
+
 }  // namespace
 }  // namespace kestro::base
