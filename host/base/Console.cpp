@@ -2,7 +2,7 @@
 
 #include <cxxabi.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>

@@ -246,9 +246,9 @@ bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned si
   };
   bool more = _patches.empty() || !touches(_patches.back());
   if (_patchBytes + size > kPatchBytes || (more && _patches.size() >= kPatchPlaces)) {
-    Drain();
+    auto const lock = Drain();
     if (!StorePatches()) return false;
-    if (size > kPatchBytes) return Store(at, data, size) == size;
+    if (size > kPatchBytes) return StorePatch(at, data, size);
     more = true;
   }
   if (more) _patches.push_back({at, {}});
@@ -262,12 +262,17 @@ bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned si
   return true;
 }
 
+// Never over data that is still in memory after a failure: storing that later would undo it.
+bool IOCacheWriter::StorePatch(int64 at, unsigned char const* data, unsigned size) {
+  return size == 0 || (at + size <= _blocks.front().start && Store(at, data, size) == size);
+}
+
 // In the order in which they were made; what fails stays, with those behind it. Drained.
 bool IOCacheWriter::StorePatches() {
   auto run = _patches.begin();
   for (; run != _patches.end(); ++run) {
     auto const size = static_cast<unsigned>(run->bytes.size());
-    if (Store(run->start, run->bytes.data(), size) < size) break;
+    if (!StorePatch(run->start, run->bytes.data(), size)) break;
     _patchBytes -= size;
   }
   _patches.erase(_patches.begin(), run);

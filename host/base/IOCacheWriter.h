@@ -98,6 +98,7 @@ class KESTRO_API IOCacheWriter : public IO {
   unsigned Patch(unsigned char const* data, unsigned size);
   bool PatchMemory(int64 at, unsigned char const* data, unsigned& size);
   bool GatherPatch(int64 at, unsigned char const* data, unsigned size);
+  bool StorePatch(int64 at, unsigned char const* data, unsigned size);
   bool StorePatches();
 
   bool FillGap();

@@ -64,14 +64,19 @@ class TProperty : public IProperty {
     if (type == typeid(T)) return _read(*self, *static_cast<T*>(value));
     T own{};
     if (!_read(*self, own)) return false;
+    if constexpr (kObject)
+      return type == typeid(Object*) && ((*static_cast<Object**>(value) = own), true);
     Value v;
     return v.From(&own, typeid(T)) && v.To(value, type);
   }
 
  private:
+  // Applications know objects of a plug-in's classes as Object only.
+  static constexpr bool kObject =
+      std::is_pointer_v<T> && std::is_base_of_v<Object, std::remove_pointer_t<T>>;
+
   static bool Convert(void const* value, std::type_info const& type, T& out) {
-    if constexpr (std::is_pointer_v<T> && std::is_base_of_v<Object, std::remove_pointer_t<T>>) {
-      // Applications know objects of a plug-in's classes as Object only.
+    if constexpr (kObject) {
       if (type != typeid(Object*)) return false;
       Object* object = *static_cast<Object* const*>(value);
       out = dynamic_cast<T>(object);

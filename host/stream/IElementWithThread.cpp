@@ -1,6 +1,7 @@
 #include "stream/IElementWithThread.h"
 
 #include <chrono>
+#include <system_error>
 
 namespace kestro::stream {
 
@@ -15,7 +16,11 @@ bool IElementWithThread::Start() {
   if (_thread.joinable()) return false;
   std::lock_guard lock(_mutex);
   _stop = _pause = _parked = _wake = false;
-  _thread = std::thread([this] { Run(); });
+  try {
+    _thread = std::thread([this] { Run(); });
+  } catch (std::system_error const&) {
+    return false;
+  }
   return true;
 }
 

@@ -17,7 +17,7 @@ class KESTRO_API IElementWithThread {
   virtual ~IElementWithThread();
 
  protected:
-  bool Start();  // false when it runs already
+  bool Start();  // false when it runs already, or there is no thread to be had
   bool Stop();   // without a thread it does nothing
   bool Pause();
   bool Resume();

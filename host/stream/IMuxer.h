@@ -21,8 +21,8 @@ namespace kestro::stream {
 // Faults while writing reach the application as the message "error", one for each call of the
 // stream that fails, and through Check() and CheckIO(). The packet that meets one is refused, and
 // all that follow: where the file could not be opened, the next packet tries again; otherwise the
-// file is to be closed, which brings into it what the medium still takes, and is false when that
-// fails too. What puts nothing recorded at risk comes as the message "warning".
+// file is to be closed, which brings into it what the medium still takes; Check() stays false. What
+// puts nothing recorded at risk comes as the message "warning".
 class KESTRO_API IMuxer : public ISink, public IIO {
  public:
   explicit IMuxer(char const* name);

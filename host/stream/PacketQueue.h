@@ -1,7 +1,6 @@
 // A queue between a source and a sink.
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "VideoTag.h"
+#include "base/IOCacheWriter.h"
 
 namespace kestro::plugin::avi {
 
@@ -225,7 +226,17 @@ base::PropertyList AviMuxer::Properties() {
       },
       [](M& m, char const& drive) { return m.DiskNameSet(drive); });
   list.Member<M>("mode", &M::_mode, "1 counts end-of-stream packets and sends \"eos\"");
-  list.Member<M>("pktflags", &M::_fileOpened, "whether a file is open; set, it is not opened");
+  list.Add<M, bool>(
+      "pktflags", "whether a file is open; set, it is not opened",
+      [](M& m, bool& opened) {
+        opened = m._fileOpened;
+        return true;
+      },
+      [](M& m, bool const& opened) {
+        if (m._blkio != nullptr) return opened;  // an open file stays open
+        m._fileOpened = opened;
+        return true;
+      });
   list.Member<M>("cacheBlocks", &M::_cacheBlocks,
                  "blocks of 512 KiB that the writer may hold while the medium stalls");
   list.Inherit(IMuxer::Properties());

@@ -3,13 +3,10 @@
 
 #include <vector>
 
-#include "base/IOCacheWriter.h"
 #include "common/IAviMuxer.h"
 #include "stream/IMuxer.h"
 
 namespace kestro::plugin::avi {
-
-class AviVideoTags;
 
 // Registered as "AviMuxer-avi-muxer". See IMuxer for how an application records with it.
 //
@@ -23,6 +20,9 @@ class AviVideoTags;
 // Refused with an error: a packet that would carry the finished file past 4 GiB - 1 (the file can
 // still be closed), and every packet after a write has failed. After Close the element takes
 // packets again once Open has been called.
+//
+// Packets may come from any thread. Properties are used while none comes: also "sizeGet", unless by
+// the thread that pushes.
 class AviMuxer : public stream::IMuxer, public IAviMuxer {
  public:
   AviMuxer();

@@ -83,7 +83,8 @@ TEST(Class, MakesObjectsWithParameters) {
   Gadget gadget;
   EXPECT_TRUE(widget->Set("other", static_cast<Object*>(&part)));
   EXPECT_FALSE(widget->Set("other", static_cast<Object*>(&gadget)));
-  EXPECT_EQ(widget->other, &part);
+  Object* other = nullptr;
+  EXPECT_TRUE(widget->Get("other", other) && other == &part && widget->other == &part);
   EXPECT_TRUE(widget->Set("other", static_cast<Object*>(nullptr)));
   attrs.Add("text", "configured");
   EXPECT_TRUE(widget->Configure(attrs) && widget->text == "configured");

@@ -45,6 +45,7 @@ TEST_F(Muxer, WrongCallsAreRefused) {
   EXPECT_TRUE(m.Open() && m.ReceivePacket(*packet, nullptr));
   EXPECT_FALSE(m.Open()) << "the file is open";
   EXPECT_FALSE(m.ReceivePacket(*MakePacket(other.get(), KeyFrame("y"), true), nullptr));
+  EXPECT_FALSE(m.Set("pktflags", false)) << "it stays open";
   EXPECT_TRUE(m.Close());
   auto const size = io.bytes.size();
   EXPECT_TRUE(m.Close()) << "a second time";
