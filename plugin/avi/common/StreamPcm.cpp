@@ -1,5 +1,7 @@
 #include "common/StreamPcm.h"
 
+#include <algorithm>
+
 namespace kestro::plugin::avi {
 
 using base::Convert4;
@@ -11,6 +13,8 @@ bool StreamPcm::muxConfig(Object*) {
       !_media->Get("samples", samples))
     return false;
   if (rate <= 0 || channel <= 0 || width <= 0 || depth < 8) return false;
+  // 16 bits of the header tell a block's size, and a sample's in bits.
+  if (int64(channel) * std::max(width, depth / 8) > 0xFFFF || width > 0xFFFF / 8) return false;
 
   auto const u = [](int64 value) { return static_cast<unsigned>(value); };
   auto* header = new cstrh;

@@ -34,10 +34,11 @@ namespace kestro::plugin::avi {
 // sectors: an index that begins 8 bytes in front of a multiple of 16, and fields at multiples of 4,
 // leave nothing torn that a reader would see.
 //
-// A failed sync puts the element into its error state, where it takes no more packets; once a flush
-// of the stream has failed, nothing that the stream says later is believed: Close leaves the file
-// as it is and answers false. A reserve that is full is an error too, but recording goes on: the
-// file plays up to the last packet that has an entry.
+// A sync that the stream does not take puts the element into its error state, where it takes no
+// more packets; once a flush of the stream has failed, nothing that the stream says later is
+// believed: Close leaves the file as it is and answers false. A reserve that is full, or no memory
+// for an image that is to be handed out, is an error too, but recording goes on: the file plays up
+// to the last packet that has an entry.
 //
 // Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. A wrong
 // "idx1_first", callback mode without a callback, headers that need more than their size, and an
