@@ -216,8 +216,8 @@ for mode in in-place image callback; do
   check "disk full, $mode: next packet has no room" 1 \
     "$(stat -c %s "full-$mode.avi" | awk '{ print ($1 > 300 * 1024 - 8192) }')"
 done
-for signal in INT TERM; do
-  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2>stderr.txt &
+for signal in INT TERM HUP; do # and nobody reads the messages
+  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2> >(head -c 1 >/dev/null) &
   pid=$!
   for _ in $(seq 200); do
     [[ -s $signal.avi ]] && break

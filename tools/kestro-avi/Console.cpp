@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +40,10 @@ void WriteData(std::string const& text) {
   for (std::size_t done = 0; done < text.size();) {
     ssize_t const n = write(standardOutput, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && errno == EPIPE) {  // as where signals are not caught
+      std::signal(SIGPIPE, SIG_DFL);
+      std::raise(SIGPIPE);
+    }
     if (n <= 0) throw Error(kIo, std::string("standard output: ") + std::strerror(errno));
     done += static_cast<std::size_t>(n);
   }

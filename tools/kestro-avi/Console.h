@@ -9,7 +9,8 @@ namespace kestro::tool {
 // WriteData alone reaches the real one. Called once, before a plug-in is loaded.
 void ReserveStandardOutput();
 
-// Writes to standard output. Throws Error when that fails.
+// Writes to standard output. Throws Error when that fails; a pipe without a reader ends the
+// process.
 void WriteData(std::string const& text);
 
 // One line "kestro-avi: text" on standard error.
