@@ -99,5 +99,10 @@ TEST_F(CommandTest, ExitCodes) {
   EXPECT_EQ(FileText(At("old.avi")), "old");
 }
 
+TEST_F(CommandTest, OutputIsDataAlone) {
+  ASSERT_EQ(Run("record -o a.avi media/mono8k.wav").code, 0);
+  EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out)) << "messages among it";
+}
+
 }  // namespace
 }  // namespace kestro::tool

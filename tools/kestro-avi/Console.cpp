@@ -1,5 +1,6 @@
 #include "Console.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,11 +20,18 @@ static std::mutex terminal;
 
 static int standardOutput = STDOUT_FILENO;
 
+void FillStandardStreams() {
+  int file;
+  do file = open("/dev/null", O_RDONLY);
+  while (file >= 0 && file <= STDERR_FILENO);
+  if (file >= 0) close(file);
+}
+
 void ReserveStandardOutput() {
   if (standardOutput != STDOUT_FILENO) return;
   std::fflush(stdout);
   int const saved = dup(STDOUT_FILENO);
-  if (saved < 0) return;  // closed by the caller: there is nothing to keep apart
+  if (saved < 0) return;
   standardOutput = saved;
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }

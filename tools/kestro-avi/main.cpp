@@ -98,6 +98,7 @@ static int Run(int argc, char** argv) {
 }
 
 int main(int argc, char** argv) {
+  FillStandardStreams();
   av_log_set_level(AV_LOG_QUIET);  // errors are told in one line by the tool itself
   try {
     return Run(argc, argv);
