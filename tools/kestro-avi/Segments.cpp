@@ -67,14 +67,14 @@ bool Segments::ReceivePacket(Packet& packet, void* context) {
   auto own = PacketRef::Take(packet.Share());
   try {
     auto const number = static_cast<std::size_t>(track - _tracks.begin());
-    return number == _lead ? Lead(std::move(own)) : Follow(number, std::move(own));
+    return number == _lead ? Lead(own) : Follow(number, std::move(own));
   } catch (std::exception const& error) {
     _errors.push_back(error.what());
     return false;
   }
 }
 
-bool Segments::Lead(PacketRef packet) {
+bool Segments::Lead(PacketRef const& packet) {
   std::int64_t const time_ns = packet->Pts(), next_ns = End_ns(*packet);
   if (packet->IsKey()) {
     _largest = std::max(_largest, _recorder->Written() - _atKey);

@@ -59,7 +59,7 @@ class Segments : public stream::ISink {
   };
 
   bool ReceivePacket(stream::Packet& packet, void* context) override;
-  bool Lead(PacketRef packet);
+  bool Lead(PacketRef const& packet);
   bool Follow(std::size_t track, PacketRef packet);
   bool Due(std::int64_t time_ns) const;
   bool Switch(std::int64_t time_ns);
