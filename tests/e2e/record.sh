@@ -200,8 +200,8 @@ for limit in 40 300 600; do # KiB; the whole file has 640
   exits "disk full at $limit KiB" 3 full
   good_part "disk full at $limit KiB" full$limit.avi
 done
-for signal in INT TERM; do
-  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2>stderr.txt &
+for signal in INT TERM HUP; do # and nobody reads the messages
+  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2> >(head -c 1 >/dev/null) &
   pid=$!
   for _ in $(seq 200); do
     [[ -s $signal.avi ]] && break

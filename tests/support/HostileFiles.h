@@ -188,6 +188,8 @@ inline std::vector<Hostile> HostileFiles() {
       {"stream number of letters", entry(0, 0, base::Convert4("xydc")), 4},
       {"stream number of bytes above 0x7F", entry(0, 0, 0xFFFFFFFF), 4},
       {"1,000 strl", HostileFilm(Copies(video, 1000)), 3},
+      {"filler behind a text track",
+       HostileFilm(Joined({With(video, 24, base::Convert4("txt")), filler, both})), 5},
       {"index larger than the file", With(base, Find(base, "idx1") + 4, 1 << 20), 5},
       {"index of 17 bytes", With(base, Find(base, "idx1") + 4, 17), 1},
       {"offsets past the end", entries(8, 1 << 20, 0), 0},

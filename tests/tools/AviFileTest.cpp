@@ -76,6 +76,16 @@ TEST_F(AviFileTest, DescribesWhatWritersDo) {
   }
 }
 
+TEST_F(AviFileTest, AnExtensibleFormatTellsTheRealOne) {
+  Bytes const strl = test::SoundHeaders(1);
+  Bytes const strh(std::string(strl.begin() + 12, strl.begin() + 76));
+  for (auto [real, codec] : {std::pair(1u, "pcm"), {3u, "pcm-float"}}) {
+    Bytes const strf = Bytes().Cc("strf").U32(40).U16(0xFFFE).Zeros(22).U16(real).Zeros(14);
+    Bytes const list = List("LIST", "strl", Joined({strh, strf}));
+    EXPECT_EQ(Read(Riff({List("LIST", "hdrl", list), Movi()})).Tracks()[0].codec, codec);
+  }
+}
+
 TEST_F(AviFileTest, BoundsWhatHostileFilesCost) {
   Bytes const nested = Bytes().Cc("LIST").U32(0x7FFFFFFF).Cc("abcd");
   EXPECT_LT(Read(Riff({Head(), test::Copies(nested, 1000)})).Tree().size(), 64u);

@@ -88,6 +88,8 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o ntsc.avi media/clip2997.h264", 0, "--fps"},
           {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
           {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
+          {"record -o x.avi --start " + std::string(400, '9') + " media/clip25.h264", 2, "--start"},
+          {"record -o '' media/clip25.h264", 2, "names no file"},
           {"record -o x.avi --start 9 media/clip25.h264", 4, "nothing was recorded"},
           {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
           {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
@@ -108,6 +110,11 @@ TEST_F(CommandTest, ExitCodes) {
           {"record --force -o media media/clip25.h264", 3, "directory"}});
   EXPECT_FALSE(fs::exists(At("x.avi")));
   EXPECT_EQ(FileText(At("old.avi")), "old");
+}
+
+TEST_F(CommandTest, OutputIsDataAlone) {
+  ASSERT_EQ(Run("record -o a.avi media/mono8k.wav").code, 0);
+  EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out)) << "messages among it";
 }
 
 }  // namespace

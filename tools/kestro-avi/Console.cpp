@@ -1,8 +1,10 @@
 #include "Console.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,11 +20,18 @@ static std::mutex terminal;
 
 static int standardOutput = STDOUT_FILENO;
 
+void FillStandardStreams() {
+  int file;
+  do file = open("/dev/null", O_RDONLY);
+  while (file >= 0 && file <= STDERR_FILENO);
+  if (file >= 0) close(file);
+}
+
 void ReserveStandardOutput() {
   if (standardOutput != STDOUT_FILENO) return;
   std::fflush(stdout);
   int const saved = dup(STDOUT_FILENO);
-  if (saved < 0) return;  // closed by the caller: there is nothing to keep apart
+  if (saved < 0) return;
   standardOutput = saved;
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
@@ -39,6 +48,10 @@ void WriteData(std::string const& text) {
   for (std::size_t done = 0; done < text.size();) {
     ssize_t const n = write(standardOutput, text.data() + done, text.size() - done);
     if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && errno == EPIPE) {  // as where signals are not caught
+      std::signal(SIGPIPE, SIG_DFL);
+      std::raise(SIGPIPE);
+    }
     if (n <= 0) throw Error(kIo, std::string("standard output: ") + std::strerror(errno));
     done += static_cast<std::size_t>(n);
   }

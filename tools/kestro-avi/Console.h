@@ -5,11 +5,16 @@
 
 namespace kestro::tool {
 
+// Standard streams that the caller has closed stay without use: a file must not take their places.
+// Called first.
+void FillStandardStreams();
+
 // Whatever else prints to standard output (a plug-in does) goes to standard error from here on;
 // WriteData alone reaches the real one. Called once, before a plug-in is loaded.
 void ReserveStandardOutput();
 
-// Writes to standard output. Throws Error when that fails.
+// Writes to standard output. Throws Error when that fails; a pipe without a reader ends the
+// process.
 void WriteData(std::string const& text);
 
 // One line "kestro-avi: text" on standard error.

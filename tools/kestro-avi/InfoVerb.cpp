@@ -1,7 +1,6 @@
 #include "InfoVerb.h"
 
 #include <CLI/CLI.hpp>
-#include <cmath>
 
 #include "Console.h"
 #include "Documents.h"
@@ -89,7 +88,7 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
 }
 
 std::string TrackText(AviTrack const& track, std::size_t number) {
-  std::string text = "  track " + std::to_string(number) + ": " + track.type + " " + track.codec;
+  std::string text = "  track " + std::to_string(number) + ": " + track.Kind();
   if (!track.handler.empty()) text += " (" + track.handler + ")";
   if (track.type == "video")
     text += ", " + std::to_string(track.width) + "x" + std::to_string(track.height);

@@ -14,7 +14,12 @@ void CatchSignals() {
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+  struct sigaction hangup {};
+  sigaction(SIGHUP, nullptr, &hangup);
+  action.sa_flags = 0;  // shells and the system send more than one
+  if (hangup.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // nohup ignores it
   std::signal(SIGXFSZ, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
 }
 
 bool Interrupted() { return interrupted != 0; }

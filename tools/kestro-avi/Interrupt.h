@@ -1,12 +1,13 @@
-// SIGINT and SIGTERM as a request to finish.
+// SIGINT, SIGTERM and SIGHUP as a request to finish.
 #pragma once
 
 #include <chrono>
 
 namespace kestro::tool {
 
-// From here on the first SIGINT or SIGTERM is a request, the second one kills; a file that reaches
-// the system's size limit is a failed write instead of a signal.
+// From here on the first SIGINT or SIGTERM is a request, the second one kills; a terminal that goes
+// away is a request. A file that reaches the system's size limit is a failed write instead of a
+// signal, and nobody needs to read the messages.
 void CatchSignals();
 
 bool Interrupted();

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 static constexpr char kModule[] = "libpluginavi.so";
 
-static std::string Load(fs::path path) {
+static void Load(fs::path path) {
   std::error_code none;
   if (fs::is_directory(path, none)) path /= kModule;
   // Absolute: a bare name would be looked up in the system's library folders.
@@ -22,10 +22,9 @@ static std::string Load(fs::path path) {
   std::string why;
   if (!base::LoadPlugin(path.c_str(), &why))
     throw Error(kIo, "cannot load the plug-in " + path.string() + ": " + why);
-  return path;
 }
 
-std::string LoadAviPlugin(std::string const& path) {
+void LoadAviPlugin(std::string const& path) {
   if (!path.empty()) return Load(path);
   char const* variable = std::getenv("KESTRO_PLUGIN_PATH");
   if (variable != nullptr && *variable != '\0') return Load(variable);

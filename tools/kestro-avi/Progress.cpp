@@ -49,8 +49,8 @@ void Progress::Show(std::uint64_t done, std::string const& more) {
 
 void Progress::End() {
   _total = _done = std::max(_total, _done);
-  Write(true);
   _ended = true;
+  Write(true);
 }
 
 void Progress::Write(bool last) {

@@ -59,8 +59,8 @@ std::string RepairVerb::Text(RepairReport const& report) const {
   std::string text =
       _job.input + ": kept " + Packets(report.kept) + "; lost " + Packets(report.lost) + "\n";
   for (std::size_t i = 0; i < report.tracks.size(); ++i) {
-    text += "  track " + std::to_string(i) + ": " + report.tracks[i].type + " " +
-            report.tracks[i].codec + ": kept " + Packets(counts.kept[i]);
+    text += "  track " + std::to_string(i) + ": " + report.tracks[i].Kind() + ": kept " +
+            Packets(counts.kept[i]);
     if (counts.lost[i].packets != 0) text += "; lost " + Packets(counts.lost[i]);
     text += report.leftOut[i] ? " (cannot be recorded)\n" : "\n";
   }

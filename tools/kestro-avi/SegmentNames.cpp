@@ -20,6 +20,7 @@ SegmentNames::SegmentNames(std::string const& output, std::string const& beside,
   std::string const name = fs::path(output).filename();
   if (std::count(name.begin(), name.end(), '%') != (_numbered ? 1 : 0))
     throw Error(kUsage, output + ": a % in the name stands for one number, such as %05d");
+  if (name.empty()) throw Error(kUsage, "\"" + output + "\" names no file");
   std::error_code none;
   if (fs::is_directory(Name(1), none)) throw Error(kIo, Name(1) + ": is a directory");
   if (std::string const why = Obstacle(Name(1)); !why.empty()) throw Error(kUsage, why);

@@ -17,7 +17,6 @@ class SegmentNames {
                std::vector<std::string> const& inputs);
 
   std::string Next();
-  bool Numbered() const { return _numbered; }
 
  private:
   std::string Name(std::uint64_t number) const;
@@ -27,7 +26,7 @@ class SegmentNames {
   std::string const _output, _beside;
   bool const _force;
   std::vector<std::string> const _inputs;
-  bool _numbered;
+  bool const _numbered;
   std::uint64_t _number = 0;
 };
 

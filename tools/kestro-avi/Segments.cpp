@@ -68,7 +68,7 @@ bool Segments::ReceivePacket(Packet& packet, void* context) {
   try {
     auto const number = static_cast<std::size_t>(track - _tracks.begin());
     return number == _lead ? Lead(own) : Follow(number, std::move(own));
-  } catch (Error const& error) {
+  } catch (std::exception const& error) {
     _errors.push_back(error.what());
     return false;
   }

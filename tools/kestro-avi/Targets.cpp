@@ -43,9 +43,8 @@ std::string Targets::Obstacle(std::size_t track) const {
   AviTrack const& info = _avi.Tracks()[track];
   AviTrack const& clock = _avi.Tracks()[_avi.ClockOf(track)];
   bool const text = info.codec == "text";
-  if (!text && CodecOf(info) == AV_CODEC_ID_NONE)
-    return info.type + " " + info.codec + " cannot be extracted";
-  if (info.chunks == 0) return info.type + " " + info.codec + " holds no data";
+  if (!text && CodecOf(info) == AV_CODEC_ID_NONE) return info.Kind() + " cannot be extracted";
+  if (info.chunks == 0) return info.Kind() + " holds no data";
   if (text && (clock.rate == 0 || clock.scale == 0))
     return "its texts have no times: " +
            std::string(&clock == &info ? "there is no video, and the track tells no rate"
@@ -120,7 +119,7 @@ Target::Form Targets::FormOf(Target const& target) const {
   AviTrack const& track = _avi.Tracks()[target.tracks[0]];
   if (target.tracks.size() > 1) refuse("a file of this kind holds one track");
   if (track.codec != row->codec)
-    refuse(TrackName(target.tracks[0]) + " is " + track.type + " " + track.codec +
+    refuse(TrackName(target.tracks[0]) + " is " + track.Kind() +
            ", which does not go with this ending");
   if (row->form == Target::kNumbered && !NumberedFiles::Numbered(target.path))
     refuse("one file is written for each chunk: the name needs a number, such as %04d" + ending);

@@ -17,7 +17,7 @@ std::int64_t ParseTime_ns(std::string const& option, std::string const& text) {
     bool const last = end == std::string::npos;
     if (last) end = text.size();
     std::string const field = text.substr(at, end - at);
-    good = fields < 3 && !field.empty() &&
+    good = fields < 3 && !field.empty() && field.size() < 20 &&
            field.find_first_not_of(last ? "0123456789." : "0123456789") == std::string::npos &&
            field.find('.') == field.rfind('.') && field != ".";
     if (good) total = total * 60 + std::stod(field);

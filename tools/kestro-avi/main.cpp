@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <functional>
 #include <memory>
 
 #include "Console.h"
@@ -58,25 +59,21 @@ static int Run(int argc, char** argv) {
   VerifyVerb verify;
   RepairVerb repair;
   PluginVerb plugin;
-  PagesVerb pages;
-  CLI::App* recordApp = app.add_subcommand("record", "Record inputs into an AVI file");
-  CLI::App* playApp = app.add_subcommand("play", "Play an AVI file and list its packets");
-  CLI::App* extractApp =
-      app.add_subcommand("extract", "Write tracks of an AVI file to other files");
-  CLI::App* infoApp = app.add_subcommand("info", "Describe AVI files");
-  CLI::App* verifyApp = app.add_subcommand("verify", "Check AVI files");
-  CLI::App* repairApp =
-      app.add_subcommand("repair", "Make a playable file of a recording that was cut off");
-  CLI::App* pluginApp = app.add_subcommand("plugin", "List the plug-in's classes and properties");
-  CLI::App* pagesApp = app.add_subcommand("generate", "Write the manual page or a completion");
-  record.AddTo(*recordApp);
-  play.AddTo(*playApp);
-  extract.AddTo(*extractApp);
-  info.AddTo(*infoApp);
-  verify.AddTo(*verifyApp);
-  repair.AddTo(*repairApp);
-  plugin.AddTo(*pluginApp);
-  pages.AddTo(*pagesApp);
+  PagesVerb pages(app);
+  std::function<int()> run;  // the verb that is asked for
+  auto const add = [&](char const* name, char const* text, auto& verb) {
+    CLI::App* const sub = app.add_subcommand(name, text);
+    verb.AddTo(*sub);
+    sub->callback([&run, &verb] { run = [&verb] { return verb.Run(); }; });
+  };
+  add("record", "Record inputs into an AVI file", record);
+  add("play", "Play an AVI file and list its packets", play);
+  add("extract", "Write tracks of an AVI file to other files", extract);
+  add("info", "Describe AVI files", info);
+  add("verify", "Check AVI files", verify);
+  add("repair", "Make a playable file of a recording that was cut off", repair);
+  add("plugin", "List the plug-in's classes and properties", plugin);
+  add("generate", "Write the manual page or a completion", pages);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
@@ -87,17 +84,11 @@ static int Run(int argc, char** argv) {
             : error.what());
     return kUsage;
   }
-  if (*recordApp) return record.Run();
-  if (*playApp) return play.Run();
-  if (*extractApp) return extract.Run();
-  if (*infoApp) return info.Run();
-  if (*verifyApp) return verify.Run();
-  if (*repairApp) return repair.Run();
-  if (*pagesApp) return pages.Run(app);
-  return plugin.Run();
+  return run();
 }
 
 int main(int argc, char** argv) {
+  FillStandardStreams();
   av_log_set_level(AV_LOG_QUIET);  // errors are told in one line by the tool itself
   try {
     return Run(argc, argv);

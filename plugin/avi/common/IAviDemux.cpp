@@ -60,16 +60,18 @@ IList* IAviDemux::FirstStreamList() const {
 }
 
 void IAviDemux::AddStreams() {
-  for (IList* strl = FirstStreamList(); strl != nullptr && strl->ListType() == Convert4("strl");) {
-    IList* const list = strl;
-    strl = strl->Next();
+  bool behindText = false;  // whatever follows a text track does not end the tracks
+  for (IList* list = FirstStreamList(); list != nullptr; list = list->Next()) {
+    if (list->ListType() != Convert4("strl") && !behindText) return;
+    behindText = false;
     auto* const header =
         list->Child() != nullptr ? dynamic_cast<cstrh*>(list->Find("strh")) : nullptr;
     if (header == nullptr || header->fccHandler == 0) continue;
     char name[5] = {};
     for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(header->fccHandler >> (8 * i));
     std::string codec = name;
-    if (codec == "txt" || codec == "TXT") continue;
+    behindText = codec == "txt" || codec == "TXT";
+    if (behindText) continue;
     if (codec == "WAVE" || codec == "wave") codec = "PCM";
     IStream* const stream =
         IStream::New(codec.c_str(), codec.c_str(), static_cast<int>(_streams.size()));

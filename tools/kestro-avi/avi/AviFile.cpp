@@ -30,6 +30,10 @@ struct Fields {
   unsigned At32(std::size_t at) const { return At16(at) | At16(at + 2) << 16; }
 };
 
+std::string AviTrack::Kind() const {
+  return codec.empty() || codec == type ? type : type + " " + codec;
+}
+
 AviFile::AviFile(std::string const& path) : _reader(path) {
   Chunk riff;
   if (!_reader.Header(0, Size(), riff) || riff.id != kRiff)
@@ -87,7 +91,6 @@ void AviFile::Walk(int64 begin, int64 limit, int depth) {
     }
     Unfinished(chunk, limit);
     _riffs += chunk.id == kRiff;
-    _movis += chunk.type == kMovi;
     _tree.push_back(chunk);
     if (chunk.type != 0 && chunk.type != kMovi) Walk(chunk.Data(), chunk.end, depth + 1);
   }
@@ -170,7 +173,9 @@ void AviFile::ReadFormat(Chunk const& chunk, AviTrack& track) {
     track.height = static_cast<unsigned>(std::llabs(static_cast<int>(fields.At32(8))));
     track.codec = VideoCodec(fields.At32(16));
   } else if (track.type == "audio") {
-    track.codec = SoundCodec(fields.At16(0));
+    // An extensible format tells the real one in its id.
+    unsigned const tag = fields.At16(0), real = fields.At16(24);
+    track.codec = SoundCodec(tag == 0xFFFE && real != 0 ? real : tag);
     track.channels = fields.At16(2);
     track.sampleRate = fields.At32(4);
     track.bytesPerSecond = fields.At32(8);

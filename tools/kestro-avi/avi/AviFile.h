@@ -22,6 +22,8 @@ struct AviTrack {
   base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
   bool keysKnown = false;
   int64 duration_ms = 0;
+
+  std::string Kind() const;  // for people: "video h264"
 };
 
 struct IndexEntry {
@@ -96,7 +98,7 @@ class AviFile {
   Chunk _index;  // meaningful unless _place is kNone
   Index _place = Index::kNone;
   int64 _indexBase = 0;  // what its offsets count from
-  int _riffs = 0, _movis = 0;
+  int _riffs = 0;
   bool _indexed = false, _cutOff = false;
 };
 

@@ -32,7 +32,8 @@ static std::pair<std::int64_t, std::string> Cue(std::string const& line, std::st
 
 CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline) {
   std::ifstream file(path, std::ios::binary);
-  bool const folder = std::filesystem::is_directory(path);
+  std::error_code none;
+  bool const folder = std::filesystem::is_directory(path, none);
   if (!file || folder)
     throw Error(kIo, path + ": " + (folder ? "is a directory" : std::strerror(errno)));
   std::vector<std::pair<std::int64_t, std::string>> cues;

@@ -124,7 +124,8 @@ void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool
     stream->discard = AVDISCARD_ALL;
     auto const type = stream->codecpar->codec_type;
     bool const text = type == AVMEDIA_TYPE_SUBTITLE && options.text;
-    if (text && !Fits(*stream)) _notes.push_back(Name(*stream) + ": is no text and is left out");
+    if (text && !Fits(*stream))
+      _notes.push_back(Name(*stream) + ": holds no text in a known form and is left out");
     if (!Fits(*stream)) continue;
     any = true;
     bool const video = type == AVMEDIA_TYPE_VIDEO && options.video;

@@ -33,7 +33,6 @@ class SoundBlocks {
   Samples Take();
   std::int64_t NextTime_ns() const { return Time_ns(_taken); }  // of the next block
   std::int64_t Waiting_ns() const { return Time_ns(_waiting); }
-  int Block() const { return _block; }  // samples per channel
   // How often the input's clock jumped so far that it was not followed.
   unsigned Jumps() const { return _jumps; }
 

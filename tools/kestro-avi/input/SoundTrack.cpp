@@ -94,8 +94,8 @@ TimedPacket SoundTrack::Pop() {
 }
 
 std::size_t SoundTrack::WaitingBytes() const {
-  auto const bytesPerSecond = static_cast<std::size_t>(_info.rate) * _info.channels * 2;
-  return _heldBytes + static_cast<std::size_t>(Waiting_ns() / 1000000) * bytesPerSecond / 1000;
+  auto const bytesPerSecond = static_cast<std::int64_t>(_info.rate) * _info.channels * 2;
+  return _heldBytes + static_cast<std::size_t>(Waiting_ns() / 1000000 * bytesPerSecond / 1000);
 }
 
 std::string SoundTrack::Findings() const {

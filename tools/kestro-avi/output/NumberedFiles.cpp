@@ -1,6 +1,5 @@
 #include "output/NumberedFiles.h"
 
-#include <filesystem>
 #include <optional>
 
 namespace kestro::tool {

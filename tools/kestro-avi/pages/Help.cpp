@@ -19,7 +19,7 @@ static void ReadType(std::string const& type, HelpOption& option) {
   }
   option.placeholder = type.substr(0, end);
   bool const file = option.placeholder == "FILE" || option.placeholder == "PATH" ||
-                    option.placeholder == "OUT.avi";
+                    option.placeholder.rfind("OUT.", 0) == 0;
   option.value = !option.choices.empty()       ? Value::kChoice
                  : option.placeholder == "DIR" ? Value::kFolder
                  : file                        ? Value::kFile

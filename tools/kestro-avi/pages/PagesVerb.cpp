@@ -16,8 +16,8 @@ void PagesVerb::AddTo(CLI::App& app) {
       ->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
 }
 
-int PagesVerb::Run(CLI::App const& root) {
-  Help const help = ReadHelp(root);
+int PagesVerb::Run() {
+  Help const help = ReadHelp(_root);
   WriteData(_kind == "bash"   ? BashCompletion(help)
             : _kind == "zsh"  ? ZshCompletion(help)
             : _kind == "fish" ? FishCompletion(help)

@@ -11,12 +11,14 @@ namespace kestro::tool {
 
 class PagesVerb {
  public:
+  // `root` is the whole command line.
+  explicit PagesVerb(CLI::App const& root) : _root(root) {}
   // The help does not show the verb.
   void AddTo(CLI::App& app);
-  // `root` is the whole command line.
-  int Run(CLI::App const& root);
+  int Run();
 
  private:
+  CLI::App const& _root;
   std::string _kind;
 };
 

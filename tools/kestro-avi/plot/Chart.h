@@ -44,7 +44,6 @@ class Chart {
 
   double X(double value) const { return kLeft + _x.Share(value) * (kRight - kLeft); }
   double Y(double value) const { return _bottom - _y.Share(value) * (_bottom - _top); }
-  double Top() const { return _top; }
   double Bottom() const { return _bottom; }  // of the field
   void Message(std::string const& text);     // instead of data
 

@@ -1,7 +1,6 @@
 #include "plot/Plot.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <utility>
 
@@ -54,9 +53,7 @@ Plot::Plot(AviFile& avi, std::string const& path)
 }
 
 std::string Plot::TrackName(std::size_t track) const {
-  AviTrack const& info = _avi.Tracks()[track];
-  return std::to_string(track) + " " + info.type +
-         (info.codec == info.type ? "" : " " + info.codec);
+  return std::to_string(track) + " " + _avi.Tracks()[track].Kind();
 }
 
 std::string Plot::Document() const {

@@ -1,6 +1,5 @@
 #include "repair/Repair.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 

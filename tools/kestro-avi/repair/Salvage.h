@@ -51,7 +51,6 @@ class Salvage {
   // Entries that lead to no chunk are passed over, and so are those of chunks that were met.
   void Entry(IndexEntry const& entry);
   void Rest();
-  bool Stopped() const { return _stopped; }
   int64 Position() const { return _position; }  // everything in front is settled
   SalvageCounts const& Counts() const { return _counts; }
 
