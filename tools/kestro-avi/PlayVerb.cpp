@@ -247,8 +247,8 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     Player::Event const event = player.Next(packet);
     if (event == Player::kInterrupted) return kInterrupted;
     if (event == Player::kFailed) {
-      Report("error: " + _file + ": after " + std::to_string(packets) +
-             " packets: reading failed at offset " + std::to_string(player.FailedAt()) +
+      Report("error: " + _file + ": after " + PacketCount(packets) + ": reading failed at offset " +
+             std::to_string(player.FailedAt()) +
              (player.FailedAt() > INT32_MAX ? " (the demuxer reads the first 2 GiB)" : ""));
       return kFindings;
     }
@@ -273,7 +273,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     if (++sinceSeek >= _every && NextSeek(player)) sinceSeek = 0;
   }
   progress.End();
-  if (!_json) Report(_file + ": " + std::to_string(packets) + " packets");
+  if (!_json) Report(_file + ": " + PacketCount(packets));
   return code;
 }
 

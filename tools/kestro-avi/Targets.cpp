@@ -94,7 +94,11 @@ std::vector<std::string> Targets::All(std::string const& folder) {
     else
       _list.push_back({(fs::path(folder) / name).string(), {i}});
   }
-  if (_list.empty()) throw Error(kUnusable, _file + ": no track can be extracted");
+  if (_list.empty()) {
+    std::string why = _file + ": no track can be extracted";
+    for (std::string const& track : left) why += "; " + track;
+    throw Error(kUnusable, why);
+  }
   for (Target& target : _list) target.form = FormOf(target);
   std::error_code failed;
   fs::create_directories(folder, failed);

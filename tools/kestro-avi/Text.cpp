@@ -60,4 +60,8 @@ std::string ByteCount(std::uint64_t bytes) {
   return text;
 }
 
+std::string PacketCount(std::uint64_t n) {
+  return std::to_string(n) + (n == 1 ? " packet" : " packets");
+}
+
 }  // namespace kestro::tool

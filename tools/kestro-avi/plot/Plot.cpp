@@ -69,9 +69,7 @@ void Plot::Head() {
   _svg.Text(24, 36, "title", Shortened(std::filesystem::path(_path).filename().string()));
   _svg.Text(24, 58, "dim",
             Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) + " bytes, " +
-                std::to_string(_survey.packets.size()) +
-                (_survey.packets.size() == 1 ? " packet" : " packets") +
-                (_avi.CutOff() ? ", incomplete" : ""));
+                PacketCount(_survey.packets.size()) + (_avi.CutOff() ? ", incomplete" : ""));
   _y = 84;
 }
 
