@@ -18,7 +18,7 @@ foreach(manifest ${manifests})
   endforeach()
 endforeach()
 if(EXISTS ${BUILD}/install_folders.txt)
-  file(STRINGS ${BUILD}/install_folders.txt folders)
+  file(STRINGS ${BUILD}/install_folders.txt folders REGEX /)  # an install that makes none adds ""
   list(REMOVE_DUPLICATES folders)
   list(SORT folders ORDER DESCENDING)  # the inner ones first
   list(TRANSFORM folders PREPEND "$ENV{DESTDIR}")

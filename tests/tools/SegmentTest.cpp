@@ -95,14 +95,16 @@ TEST_F(SegmentTest, NamesAndFilesThatGrow) {
   EXPECT_EQ(FileText(At("n-00002.avi")), "old");
   Expect("record --force --segment-time 1 -o n.avi media/clip25.h264", {{"", 0, "n-00002.avi"}});
   EXPECT_EQ(FileText(At("n-00004.avi")), FileText(At("n-00005.avi")));
-  Expect("record media/clip25.h264", {{"--segment-size 1K -o g.avi", 1, "g-00004.avi: is larger"},
-                                      {"-o p%d.avi", 2, "p1.avi: exists"},
-                                      {"-o %d-%d.avi", 2, "one number"},
-                                      {"-o 100%.avi", 2, "one number"},
-                                      {"-o x%s.avi", 2, "one number"},
-                                      {"-o x.avi --segment-size 0", 2, "more"},
-                                      {"-o x.avi --segment-size 1T", 2, "size"},
-                                      {"-o x.avi --drop", 2, "--realtime"}});
+  Expect("record media/clip25.h264",
+         {{"--segment-size 1K -o g.avi", 1, "g-00004.avi: is larger"},
+          {"-o p%d.avi", 2, "p1.avi: exists"},
+          {"-o %d-%d.avi", 2, "one number"},
+          {"-o 100%.avi", 2, "one number"},
+          {"-o x%s.avi", 2, "one number"},
+          {"-o x.avi --segment-size 0", 2, "more"},
+          {"-o x.avi --segment-size 1T", 2, "size"},
+          {"-o x.avi --segment-size 1M --sync in-place", 2, "index alone"},
+          {"-o x.avi --drop", 2, "--realtime"}});
 }
 
 }  // namespace

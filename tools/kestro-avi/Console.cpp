@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 
 #include "Errors.h"
+#include "base/Console.h"
 
 namespace kestro::tool {
 
@@ -27,6 +29,19 @@ void FillStandardStreams() {
   if (file >= 0) close(file);
 }
 
+// The plug-in's red lines go back to plain at the beginning of the next line, which may be one of
+// the tool's: they do so at their own end instead.
+class PluginLines : public base::ostream {
+ public:
+  void Write(char const* text, std::size_t size) override {
+    static constexpr std::string_view kEnd = "\n\033[0m";
+    std::string line(text, size);
+    if (size >= kEnd.size() && line.compare(size - kEnd.size(), kEnd.size(), kEnd) == 0)
+      line.replace(size - kEnd.size(), kEnd.size(), "\033[0m\n");
+    std::fwrite(line.data(), 1, line.size(), stdout);
+  }
+};
+
 void ReserveStandardOutput() {
   if (standardOutput != STDOUT_FILENO) return;
   std::fflush(stdout);
@@ -34,6 +49,8 @@ void ReserveStandardOutput() {
   if (saved < 0) return;
   standardOutput = saved;
   dup2(STDERR_FILENO, STDOUT_FILENO);
+  static auto* const lines = new PluginLines;  // for as long as the plug-in stays loaded
+  base::cout.Redirect(lines);
 }
 
 // Under the lock: takes the status away, and lets what was printed meanwhile come in its place.

@@ -16,7 +16,7 @@ void ProgressOption::AddTo(CLI::App& app) {
   app.add_option("--progress", _text,
                  "How far it has come, on standard error: a bar, or one JSON object a line; auto: "
                  "a bar on a terminal")
-      ->type_name("auto|bar|json|none")
+      ->type_name("FORM")
       ->check(CLI::IsMember({"auto", "bar", "json", "none"}));
 }
 

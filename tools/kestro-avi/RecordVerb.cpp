@@ -95,6 +95,11 @@ int RecordVerb::Run() {
   Session session(_options.addresses, _options.input, _options.timeline);
   Announce(session);
   auto const& tracks = session.Tracks();
+  // Otherwise every key frame would begin a new file.
+  if (SyncPlan::ReserveBytes(_options.recorder.sync, tracks) >= _options.segments.size)
+    throw Error(kUsage,
+                "--segment-size: the index alone is as large (--reserve-time or --reserve makes it "
+                "smaller)");
   Packets const packets(tracks);
   Segments segments(_options.segments, _options.recorder, tracks, packets, names);
   Feed feed(packets, segments, tracks.size(), _options.realtime, _options.drop);

@@ -23,7 +23,7 @@ void RepairVerb::AddTo(CLI::App& app) {
                  "The side file of headers and index; IN.sync is found by itself")
       ->type_name("FILE");
   app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
-      ->type_name("last")
+      ->type_name("PLACE")
       ->check(CLI::IsMember({"last"}));
   app.add_flag("--json", _json, "Write the report as JSON");
   app.add_flag("--force", _job.force, "Overwrite OUT");

@@ -41,8 +41,9 @@ static double EntriesPerSecond(std::vector<Track*> const& tracks) {
   return entries;
 }
 
-// The payload of the index.
-static std::uint64_t ReserveBytes(SyncOptions const& options, std::vector<Track*> const& tracks) {
+std::uint64_t SyncPlan::ReserveBytes(SyncOptions const& options,
+                                     std::vector<Track*> const& tracks) {
+  if (options.mode != SyncOptions::kInPlace && options.mode != SyncOptions::kImage) return 0;
   // A little more, as files end late rather than early.
   double const entries = EntriesPerSecond(tracks) * static_cast<double>(options.reserve_ns) / 1e9;
   double const bytes = options.reserveBytes != 0 ? static_cast<double>(options.reserveBytes)

@@ -30,6 +30,8 @@ class SyncPlan {
   bool Apply(base::Object& muxer) const;              // false when it refuses something
   std::uint64_t Entries() const { return _entries; }  // that the index has room for, 0: any number
 
+  // The payload of the index in front of the data; 0 where there is none. Throws Error.
+  static std::uint64_t ReserveBytes(SyncOptions const& options, std::vector<Track*> const& tracks);
   // One line for people.
   static std::string Text(SyncOptions const& options, std::vector<Track*> const& tracks);
   // Whether a property of the muxer is one of those above.

@@ -14,6 +14,10 @@ void PagesVerb::AddTo(CLI::App& app) {
   app.add_option("KIND", _kind, "The shell to complete for, or man for the manual page")
       ->required()
       ->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi generate man | man -l -\n"
+      "  kestro-avi generate bash >~/.local/share/bash-completion/completions/kestro-avi");
 }
 
 int PagesVerb::Run() {
