@@ -80,24 +80,5 @@ TEST(Entry, RegistersItsClasses) {
   EXPECT_NE(nullptr, IClass::Find("Another-name", true));
 }
 
-int calls = 0;
-void Count(char const*) { ++calls; }
-
-TEST(Entry, OptionalSlotsHoldAFunction) {
-  std::pair<RegisterFunction (*)(RegisterFunction), void (*)(char const*)> const slots[] = {
-      {GetCbRegisterPluginAvi, RegisterOptPluginAvi},
-      {GetCbRegisterVFIAviMuxer, RegisterOptVFIAviMuxer},
-      {GetCbRegisterCusAviDemuxer, RegisterOptCusAviDemuxer}};
-  for (auto const& [get, run] : slots) {
-    RegisterFunction const before = get(nullptr);
-    if (before == nullptr) run(nullptr);  // an empty slot does nothing
-    calls = 0;
-    EXPECT_TRUE(get(Count) == Count && get(nullptr) == Count);
-    run("name");
-    EXPECT_EQ(1, calls);
-    if (before != nullptr) get(before);
-  }
-}
-
 }  // namespace
 }  // namespace kestro::test

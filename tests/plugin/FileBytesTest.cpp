@@ -14,7 +14,8 @@ namespace {
 using plugin::avi::ChunkParam;
 using plugin::avi::IListFile;
 
-std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
+// Records so many frames, each of a size of its own. The headers are in the file with the first.
+std::vector<Chunk> RecordTo(Recording& r, MemoryIO& io, Shape const& s, int frames) {
   r.muxer->Set("constFrameRate", s.rate);
   std::vector<Chunk> chunks;
   EXPECT_TRUE(r.Open());
@@ -23,6 +24,9 @@ std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
     bool const key = i % 3 == 0;
     EXPECT_TRUE(r.Push(0, key ? KeyFrame(payload) : Frame(payload), key));
     chunks.push_back({"00dc", key ? StoredKeyFrame(payload) : StoredFrame(payload), key});
+    if (i == 0 && s.indexFirst) {
+      EXPECT_EQ("", Difference(Expected(s, {}), io.bytes));
+    }
     if (i == 2) {  // an empty packet is a chunk that is counted, and not indexed
       EXPECT_TRUE(r.Push(0, ""));
       chunks.push_back({"00dc", "", false});
@@ -32,14 +36,13 @@ std::vector<Chunk> RecordTo(Recording& r, Shape const& s, int frames) {
     EXPECT_TRUE(r.Push(1, sound, true));
     chunks.push_back({"01wb", sound, false});
   }
-  EXPECT_TRUE(r.Close());
-  EXPECT_TRUE(r.muxer->Check());
+  EXPECT_TRUE(r.Close() && r.muxer->Check());
   return chunks;
 }
 
 // One element records all files: nothing of one is left in the next.
 TEST(FileBytes, EveryLayoutIsExact) {
-  Shape sound, ntsc, interlace, strd, junk, first, all;
+  Shape plain, sound, ntsc, interlace, strd, junk, first, all;
   all.sound = sound.sound = true;
   ntsc.rate = {30000, 1001};  // stored as 29, but for the frame time
   interlace.interlace = true;
@@ -52,70 +55,48 @@ TEST(FileBytes, EveryLayoutIsExact) {
   all.junk = "junk1";
   Shape everything = all;
   everything.indexFirst = true;
+  struct Case {
+    Shape const& shape;
+    int frames = 7;
+    bool spills = false;
+  } const cases[] = {{plain},
+                     {sound},
+                     {ntsc},
+                     {interlace},
+                     {strd},
+                     {junk},
+                     {first},
+                     {all},
+                     // The room for an index in front of the data is fixed.
+                     {strd},
+                     {everything},
+                     {first, 2048},
+                     {first, 2049},
+                     // Two tracks share a list that both spill.
+                     {sound, 6000, true},
+                     {plain}};
+  std::string const folder = NewFolder();
+  base::File::Mount('S', folder.c_str());
   MemoryIO io;
   Recording r(&io);
+  r.muxer->Set("diskName", "S");
   r.Track(VideoMedia()).Track(SoundMedia());
-  int number = 0;
-  for (Shape const& s :
-       {Shape(), sound, ntsc, interlace, strd, junk, first, all, strd, everything, Shape()}) {
-    SCOPED_TRACE(number++);
+  for (auto const& [s, frames, spills] : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << &s - &plain << " of " << frames << " frames");
     Tags tags(s);
     EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
+    EXPECT_TRUE(r.muxer->Set("listfile", spills ? 1 : -1));
     r.media[0] = VideoMedia("h264", 320, 180, s.rate, s.interlace);
     r.ports[0]->Offer(r.media[0].get());
     r.ports[1]->Offer(s.sound ? r.media[1].get() : nullptr);
-    auto const chunks = RecordTo(r, s, 7);
+    auto const chunks = RecordTo(r, io, s, frames);
     EXPECT_EQ("", Difference(Expected(s, chunks), io.bytes));
-    EXPECT_THAT(r.messages, testing::IsEmpty());
-  }
-}
-
-// The headers are in the file with the first packet, and name what they can.
-TEST(FileBytes, AFileThatIsCutOffSaysWhatItIs) {
-  MemoryIO io;
-  Shape shape;
-  shape.indexFirst = true;
-  Tags tags(shape);
-  Recording r(&io);
-  r.muxer->Set("vidtag", tags.object.get());
-  EXPECT_TRUE(r.Track(VideoMedia()).Open() && r.Push(0, KeyFrame("k"), true));
-  EXPECT_EQ("", Difference(Expected(shape, {}), io.bytes));
-}
-
-// The room for an index in front of the data is fixed: what has none in it is told at the end.
-TEST(FileBytes, AFullIndexIsTold) {
-  Shape shape;
-  shape.indexFirst = true;
-  Tags tags(shape);
-  for (int const frames : {2048, 2049}) {
-    MemoryIO io;
-    Recording r(&io);
-    r.muxer->Set("vidtag", tags.object.get());
-    r.Track(VideoMedia());
-    auto const chunks = RecordTo(r, shape, frames);
-    EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes)) << frames;
     std::vector<std::string> told;
-    if (frames > 2048)
+    if (frames == 2049)
       told = {"warning: the index is full: what follows is recorded, but not played"};
-    EXPECT_EQ(told, r.messages);
+    EXPECT_EQ(told, std::exchange(r.messages, {}));
   }
-}
-
-// Two tracks share a list that both spill; the index is in file order all the same.
-TEST(FileBytes, SpilledIndexIsTheSame) {
-  std::string const folder = NewFolder();
-  base::File::Mount('S', folder.c_str());
-  Shape shape;
-  shape.sound = true;
-  MemoryIO io;
-  Recording r(&io);
-  r.muxer->Set("listfile", 1);
-  r.muxer->Set("diskName", "S");
-  r.Track(VideoMedia()).Track(SoundMedia());
-  auto const chunks = RecordTo(r, shape, 6000);
-  EXPECT_EQ("", Difference(Expected(shape, chunks), io.bytes));
   EXPECT_EQ(0, rmdir(folder.c_str())) << "a spill file is left";
-  EXPECT_THAT(r.messages, testing::IsEmpty());
   base::File::Mount('S', nullptr);
 }
 

@@ -131,11 +131,11 @@ TEST(VfiMuxer, FailedFlushIsFinal) {
       std::size_t failed = 0;
       for (int i = 0; i < 3; ++i)
         if (!rig.r.Push(0, Frame(std::string(600000, 'x')), true, i * 4000) && failed == 0)
-          failed = io.Writes().size();
+          failed = io.Calls(FaultIO::kWrite).size();
       bool const closed = rig.r.Close();
       EXPECT_EQ(io.Failures() == 0, closed);
-      for (std::size_t i = failed; failed > 0 && i < io.Writes().size(); ++i)
-        EXPECT_GE(io.Writes()[i].at, int64{kHeader});
+      for (std::size_t i = failed; failed > 0 && i < io.Calls(FaultIO::kWrite).size(); ++i)
+        EXPECT_GE(io.Calls(FaultIO::kWrite)[i].at, int64{kHeader});
     }
 }
 
