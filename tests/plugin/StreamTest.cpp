@@ -1,8 +1,9 @@
-// The streams: what they store, count and say of themselves.
+// The streams and their chunks: what they store, count and say of themselves.
 #include <gmock/gmock.h>
 
 #include <random>
 
+#include "common/DataChunks.h"
 #include "common/IStream.h"
 #include "common/StartCode.h"
 #include "support/FileLayout.h"
@@ -234,6 +235,28 @@ TEST(Streams, ImpossibleRates) {
     for (base::Fraction rate : {base::Fraction(1, 0), base::Fraction(INT64_MIN, -1)})
       EXPECT_EQ(0u, Muxing(VideoMedia(codec, 64, 48, rate)).Header().dwRate);
   }
+}
+
+TEST(Chunks, AreFoundInOrder) {
+  croot root;
+  IList* riff = root.Add(new criff);
+  IList* hdrl = riff->Add(new chdrl);
+  IList* avih = hdrl->Add(new cavih);
+  IList* strl = hdrl->Add(new cstrl);
+  IList* strh = strl->Add(new cstrh);
+  IList* junk = riff->Add(new cjunk(nullptr, 0));
+  EXPECT_EQ(hdrl, root.Find("LIST"));
+  EXPECT_EQ(strh, avih->Find("strh")) << "a leaf goes on with its siblings";
+  EXPECT_EQ(nullptr, hdrl->Find("JUNK")) << "a list does not";
+  EXPECT_EQ(junk, root.Find("JUNK"));
+  EXPECT_EQ(nullptr, root.Find("strl")) << "list types are not ids";
+  std::string text;
+  base::ostream_string os(text);
+  *avih >> os;
+  EXPECT_EQ(
+      "plugin/avi/common/IList/31/operator>>:\tavih\n"
+      "kestro::plugin::avi::IList*(nullptr)kestro::plugin::avi::cstrl(unknow)",
+      text);
 }
 
 }  // namespace
