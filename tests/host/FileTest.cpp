@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "support/MemoryIO.h"
+#include "support/SystemFault.h"
 
 namespace kestro::base {
 namespace {
@@ -28,16 +29,32 @@ class FileTest : public testing::Test {
   fs::path const folder = test::NewFolder(), path = folder / "f";
 };
 
-TEST_F(FileTest, NewFilesReplaceAndLeaveTheOldToItsReaders) {
-  Put("old");
-  FileIO before(path.c_str(), "r+b");
-  FileIO(path.c_str(), "rwbc").Write("longer", 6);
-  char bytes[8] = {};
-  EXPECT_TRUE(before.Read(bytes, 8) == 3 && bytes == std::string("old"));
-  std::string const nowhere = folder / "no/g";
-  EXPECT_TRUE(!File::Rename(nowhere.c_str(), path.c_str()) && errno == ENOENT);
-  EXPECT_FALSE(File::Rename(path.c_str(), nowhere.c_str()));
-  EXPECT_EQ(Content(), "longer");
+// A file is replaced whole or not at all, which leaves the old one to its readers, and a failure on
+// the way is told.
+TEST_F(FileTest, FilesAreReplacedWhole) {
+  using test::Call;
+  std::pair<Call, std::string> const cases[] = {
+      {Call::kOpen, "/n"},   {Call::kWrite, "/n"},  {Call::kSync, "/n"},  {Call::kClose, "/n"},
+      {Call::kRename, "/f"}, {Call::kOpen, folder}, {Call::kSync, folder}};
+  std::string const next = folder / "n";
+  int const descriptors = test::Descriptors();
+  for (auto const& [call, file] : cases)
+    for (int nth = 1, failures = 1; failures > 0; ++nth) {
+      Put("old");
+      FileIO before(path.c_str(), "r+b");
+      test::SystemFault const fault(call, file, nth);
+      {
+        FileIO io(next.c_str(), "rwbc");
+        bool done = io.Write("longer", 6) == 6 && io.Flush();
+        done = io.Close() && done && File::Rename(next.c_str(), path.c_str());
+        failures = fault.Failures();
+        EXPECT_EQ(done, failures == 0);
+        EXPECT_TRUE(Content() == "longer" || (!done && Content() == "old"));
+      }
+      char bytes[8] = {};
+      EXPECT_TRUE(before.Read(bytes, 8) == 3 && bytes == std::string("old"));
+      EXPECT_TRUE(before.Close() && descriptors == test::Descriptors());
+    }
 }
 
 TEST_F(FileTest, Modes) {
@@ -73,7 +90,7 @@ TEST_F(FileTest, Modes) {
 TEST_F(FileTest, DrivesAndTheTemporaryFolder) {
   auto const writes = [](char const* name) { return FileIO(name, "wb").Write("x", 1) == 1; };
   File::Mount('Q', folder.c_str());
-  EXPECT_TRUE(writes("Q:/on-drive") && !writes("q:/on-drive"));
+  EXPECT_TRUE(writes("Q:/on-drive") && !writes("q:/on-drive") && Content("on-drive") == "x");
   EXPECT_TRUE(File::Delete("Q:/on-drive") && Content("on-drive") == "none");
   File::Mount('Q', nullptr);
   EXPECT_FALSE(writes("Q:/on-drive"));

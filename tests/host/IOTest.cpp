@@ -1,25 +1,12 @@
-// Streams over memory, the block reader, and integers at offsets.
+// Streams over memory, and integers at offsets.
 #include "base/IO.h"
 
 #include <gtest/gtest.h>
-
-#include <random>
 
 #include "support/FaultIO.h"
 
 namespace kestro::base {
 namespace {
-
-using test::FaultIO;
-using test::MemoryIO;
-using test::Text;
-
-std::string RandomBytes(int size) {
-  std::minstd_rand random(7);
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  for (char& c : bytes) c = static_cast<char>(random() >> 8);
-  return bytes;
-}
 
 TEST(IOBuffer, HoldsWhatFits) {
   IOBuffer io(8);
@@ -33,46 +20,9 @@ TEST(IOBuffer, HoldsWhatFits) {
   EXPECT_EQ(io.Write("x", 1), 0u);
 }
 
-// In blocks of the stream below, each read once; a read that fails moves nothing.
-TEST(IOBlockReader, ReadsAsThePlainStreamDoes) {
-  for (int blockSize : {1, 7, 4096, 20000, 0}) {
-    MemoryIO plain(RandomBytes(10007)), copy(Text(plain));
-    FaultIO below(copy);
-    for (int nth = 5; nth < 2000; nth += 9) below.Fail({FaultIO::kRead, nth});
-    below.Seek(11, IO::kBegin);
-    plain.Seek(11, IO::kBegin);
-    IOBlockReader reader(below, blockSize);
-    std::minstd_rand random(blockSize + 1);
-    for (int i = 0; i < 2000; ++i) {
-      if (random() % 3 == 0) {
-        int const whence = static_cast<int>(random() % 3);
-        auto const offset = static_cast<int64>(random() % 12000) - (whence > 0 ? 6000 : 1000);
-        ASSERT_EQ(reader.Seek(offset, whence), plain.Seek(offset, whence));
-      }
-      auto const size = random() % (random() % 9 == 0 ? 9000 : 40);
-      std::string got(size, '-'), expected(size, '-');
-      int const before = below.Failures();
-      unsigned const done = reader.Read(got.data(), size);
-      if (below.Failures() > before) {
-        ASSERT_EQ(done, IO::kFailed);
-      } else {
-        ASSERT_EQ(done, plain.Read(expected.data(), size)) << i;
-        ASSERT_EQ(got, expected) << i;
-      }
-      ASSERT_EQ(reader.Tell(), plain.Tell()) << i;
-    }
-    EXPECT_TRUE(reader.Write("x", 1) == 0 && copy.bytes == plain.bytes);
-  }
-  MemoryIO memory(RandomBytes(1000));
-  FaultIO io(memory);
-  IOBlockReader reader(io, 100);
-  for (char word[4]; reader.Read(word, 4) == 4;) continue;
-  EXPECT_LE(io.Count(FaultIO::kRead), 11);
-}
-
 TEST(IOIntWriter, WritesAtAnOffsetAndComesBack) {
-  FaultIO io;
-  io.Fail({FaultIO::kWrite, 2});
+  test::FaultIO io;
+  io.Fail({test::FaultIO::kWrite, 2});
   IOIntWriter writer(io);
   writer.Write(std::string(40, 'x').data(), 40);
   io.Seek(21, IO::kBegin);
