@@ -43,11 +43,6 @@ class FaultIO : public base::IOFilter {
     _faults.push_back(fault);
   }
   void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
-  void Heal() {
-    std::lock_guard lock(_mutex);
-    _faults.clear();
-    _capacity = INT64_MAX;
-  }
 
   // Makes reads and writes wait, or lets them go on; one that waits too long is a failure.
   void Hold(bool held) {
