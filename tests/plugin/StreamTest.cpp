@@ -128,13 +128,12 @@ TEST(Streams, PcmHeaders) {
         ElementsAre(c.average, c.scale, c.width * 8));
     EXPECT_EQ(0u, m.list.at(0).flags);
   }
-  for (char const* key : {"rate", "channel", "width", "depth", "samples"}) {
-    auto media = base::Ref<IMedia>::Take(IMedia::New("pcm"));
-    for (char const* other : {"rate", "channel", "width", "depth", "samples"})
-      if (other != std::string(key)) media->Set(other, 16);
+  for (std::string const key : {"rate", "channel", "width", "depth", "samples"}) {
+    auto media = SoundMedia();
+    media->Set(key.c_str(), "none");
     EXPECT_FALSE(Muxing(media).configured) << "without " << key;
-    media->Set(key, key == std::string("depth") ? 7 : 0);
-    EXPECT_EQ(key == std::string("samples"), Muxing(media).configured) << "too little " << key;
+    media->Set(key.c_str(), key == "depth" ? 7 : 0);
+    EXPECT_EQ(key == "samples", Muxing(media).configured) << "too little " << key;
   }
 }
 
@@ -215,16 +214,14 @@ TEST(Streams, SpillBatches) {
 
 TEST(Streams, MovedDataMovesPositions) {
   Muxing m(VideoMedia());
-  auto const offsets = [&m] {
-    std::vector<int> all;
-    for (ChunkParam const& chunk : m.list) all.push_back(static_cast<int>(chunk.offset));
-    return all;
-  };
   for (unsigned offset : {100u, 200u, 0u, 400u}) m.list.emplace_back().offset = offset;
+  auto const offsetsAre = [&m](auto... offsets) {
+    EXPECT_THAT(m.list, ElementsAre(testing::Field(&ChunkParam::offset, offsets)...));
+  };
   m.stream->UpdateChunkList(1000);
-  EXPECT_THAT(offsets(), ElementsAre(1100, 1200, 0, 1400));
+  offsetsAre(1100, 1200, 0, 1400);
   m.stream->UpdateVfiChunkList(3000);
-  EXPECT_THAT(offsets(), ElementsAre(1100, 1200, 3000, 4400));
+  offsetsAre(1100, 1200, 3000, 4400);
 }
 
 // Rates that a header cannot hold are refused; those without a value are 0. Nothing is divided by.
