@@ -28,17 +28,10 @@ constexpr int kPackets = 120;  // pictures of 20 KB and sound in turn: five bloc
 constexpr int kMany = 9000;    // with small ones behind them: records are spilled by thousands
 
 // Packets know their number.
-std::string const& Data(int i) {
-  static std::vector<std::string> const all = [] {
-    std::vector<std::string> made;
-    for (int n = 0; n < kMany; ++n) {
-      std::size_t const size = n >= kPackets ? 20 : n % 2 == 0 ? 20000 : 195;
-      std::string const payload = std::string(size, 'p') + std::to_string(100000 + n);
-      made.push_back(n % 2 == 0 ? KeyFrame(payload) : payload);
-    }
-    return made;
-  }();
-  return all[static_cast<std::size_t>(i)];
+std::string Data(int i) {
+  std::size_t const size = i >= kPackets ? 20 : i % 2 == 0 ? 20000 : 195;
+  std::string const payload = std::string(size, 'p') + std::to_string(100000 + i);
+  return i % 2 == 0 ? KeyFrame(payload) : payload;
 }
 // What a packet takes in the file.
 int64 ChunkBytes(int i) {
