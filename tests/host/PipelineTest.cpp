@@ -4,10 +4,8 @@
 #include <atomic>
 #include <climits>
 
-#include "stream/IIO.h"
 #include "stream/ISource.h"
 #include "support/Fakes.h"
-#include "support/FaultIO.h"
 
 namespace kestro::stream {
 namespace {
@@ -244,20 +242,6 @@ TEST(Source, PausesResumesStopsAndIsUnlinked) {
     }
   }
   EXPECT_EQ(sink.packets.All(), Numbers(done));
-}
-
-struct Lent : IIO {
-  explicit Lent(base::IO* io) { _lent = io; }
-};
-
-TEST(IIO, EmptiesALentStreamForWriting) {
-  test::MemoryIO memory("an older recording");
-  test::FaultIO faulty(memory);
-  faulty.Fail({test::FaultIO::kTruncate, 1});
-  Lent io(&faulty);
-  EXPECT_FALSE(io.Open("wb") || io.Stream() != nullptr) << "it cannot be emptied";
-  EXPECT_TRUE(io.Open("rb") && memory.Size() == 18);
-  EXPECT_TRUE(io.Open("wb") && memory.Size() == 0);
 }
 
 }  // namespace

@@ -57,13 +57,20 @@ TEST_F(Muxer, WrongCallsAreRefused) {
 TEST_F(Muxer, FailedOpenIsTriedAgain) {
   std::string const folder = NewFolder(), path = folder + "/a.avi";
   ASSERT_EQ(0, rmdir(folder.c_str()));
-  r.muxer->Set("io", static_cast<base::IO*>(nullptr));
-  r.muxer->Set("path", path);
+  MemoryIO old("an older recording");
+  FaultIO lent(old);
+  lent.Fail({FaultIO::kTruncate, 1});
+  r.muxer->Set("io", static_cast<base::IO*>(&lent));
   ASSERT_TRUE(Start());
   base::ConsoleCapture console;
   EXPECT_FALSE(r.Push(0, KeyFrame("x"), true));
+  EXPECT_EQ("an older recording", Text(old));
+  r.muxer->Set("io", static_cast<base::IO*>(nullptr));
+  r.muxer->Set("path", path);
+  EXPECT_FALSE(r.Push(0, KeyFrame("x"), true));
   EXPECT_FALSE(r.muxer->Check() || r.muxer->CheckIO());
-  EXPECT_THAT(r.messages, ElementsAre("error: " + path + ": No such file or directory"));
+  EXPECT_THAT(r.messages, ElementsAre("error: the stream cannot be emptied",
+                                      "error: " + path + ": No such file or directory"));
   EXPECT_THAT(console.Text(), HasSubstr("/OpenFileConfig:\t!OpenConfig(list)\n"));
   EXPECT_THAT(console.Text(), HasSubstr("/ReceivePacket:\t!OpenFileConfig()\n"));
   std::filesystem::create_directory(folder);
