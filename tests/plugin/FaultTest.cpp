@@ -96,6 +96,8 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
     if (o.check) o.check = m.Check(), o.checkIO = m.CheckIO();
     for (auto const& message : r.messages) ++(message[0] == 'e' ? o.errors : o.warnings);
   }
+  unsigned char first = 9;
+  EXPECT_TRUE(tags.object->Get("idx1_first", first) && first == shape.indexFirst);
   testing::internal::GetCapturedStdout();
   return o;
 }
