@@ -52,21 +52,17 @@ TEST(Demux, DeliversWhatWasRecorded) {
                                    Got{0, 120, false, true, StoredFrame(Payload(3))},
                                    Got{1, 120, true, true, sound}));
   // The media say again what was recorded.
-  IMedia *video = p.outputs[0]->Media(), *audio = p.outputs[1]->Media();
-  for (auto [media, name, value] : {std::tuple(video, "width", 320),
-                                    {video, "height", 180},
-                                    {video, "gop", 2},
-                                    {video, "interlace", 0},
-                                    {video, "framerate", 25},
-                                    {audio, "rate", 48000},
-                                    {audio, "channel", 2},
-                                    {audio, "depth", 16},
-                                    {audio, "width", 2},
-                                    {audio, "samples", 1920}}) {
-    base::Fraction got;
-    EXPECT_TRUE(media->Get(name, got) && got == base::Fraction(value, 1)) << name;
-  }
-  EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(*video));
+  auto const says = [](IMedia& media, std::initializer_list<std::pair<char const*, int>> keys) {
+    for (auto const& [name, value] : keys) {
+      base::Fraction got;
+      EXPECT_TRUE(media.Get(name, got) && got == base::Fraction(value, 1)) << name;
+    }
+  };
+  IMedia& video = *p.outputs[0]->Media();
+  says(video, {{"width", 320}, {"height", 180}, {"gop", 2}, {"interlace", 0}, {"framerate", 25}});
+  says(*p.outputs[1]->Media(),
+       {{"rate", 48000}, {"channel", 2}, {"depth", 16}, {"width", 2}, {"samples", 1920}});
+  EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(video));
 }
 
 // Parameter sets of any length, and those behind the first of each kind, reach the media.
