@@ -29,8 +29,8 @@ class FileTest : public testing::Test {
   fs::path const folder = test::NewFolder(), path = folder / "f";
 };
 
-// A file is replaced whole or not at all, which leaves the old one to its readers, and a failure on
-// the way is told.
+// A file is replaced whole or not at all, and a failure on the way is told. One that is made anew
+// leaves an old one of its name to those who read it.
 TEST_F(FileTest, FilesAreReplacedWhole) {
   using test::Call;
   std::pair<Call, std::string> const cases[] = {
@@ -41,7 +41,8 @@ TEST_F(FileTest, FilesAreReplacedWhole) {
   for (auto const& [call, file] : cases)
     for (int nth = 1, failures = 1; failures > 0; ++nth) {
       Put("old");
-      FileIO before(path.c_str(), "r+b");
+      std::ofstream(next) << "stale";
+      FileIO stale(next.c_str(), "rb");
       test::SystemFault const fault(call, file, nth);
       {
         FileIO io(next.c_str(), "rwbc");
@@ -52,8 +53,8 @@ TEST_F(FileTest, FilesAreReplacedWhole) {
         EXPECT_TRUE(Content() == "longer" || (!done && Content() == "old"));
       }
       char bytes[8] = {};
-      EXPECT_TRUE(before.Read(bytes, 8) == 3 && bytes == std::string("old"));
-      EXPECT_TRUE(before.Close() && descriptors == test::Descriptors());
+      EXPECT_TRUE(stale.Read(bytes, 8) == 5 && bytes == std::string("stale"));
+      EXPECT_TRUE(stale.Close() && descriptors == test::Descriptors());
     }
 }
 
