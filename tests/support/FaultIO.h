@@ -98,8 +98,10 @@ class FaultIO : public base::IOFilter {
     std::unique_lock lock(_mutex);
     _calls[op].push_back({_io.Tell(), size});
     int const n = static_cast<int>(_calls[op].size());
-    if (!_released.wait_for(lock, std::chrono::seconds(30), [this] { return !_held; }))
+    if (!_released.wait_for(lock, std::chrono::seconds(30), [this] { return !_held; })) {
+      _held = false;
       Failed(ETIMEDOUT);
+    }
     for (auto const& fault : _faults)
       if (fault.op == op && (n == fault.nth || (fault.forever && n > fault.nth))) {
         Failed(fault.error);
