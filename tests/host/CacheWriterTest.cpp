@@ -3,12 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <future>
 #include <random>
-#include <thread>
 
 #include "base/IClass.h"
+#include "support/Fakes.h"
 #include "support/FaultIO.h"
 
 namespace kestro::base {
@@ -25,12 +23,23 @@ std::unique_ptr<IO> NewWriter(IO& target, int blockSize) {
   return std::unique_ptr<IO>(IClass::New<IO>(attrs, &target, blockSize, 3));
 }
 
-// A writer over a faulty target, with a model of what it should hold.
-template <class Target = FaultIO>
+// A medium that wants so many blocks at the least when told so.
+struct Medium : FaultIO {
+  explicit Medium(int blocks) : wanted(blocks) {}
+  using FaultIO::Get;
+  bool Get(char const* name, void* value, std::type_info const*) override {
+    if (name != std::string("cacheBlocks") || wanted == 0) return false;
+    *static_cast<int*>(value) = wanted;
+    return true;
+  }
+  int wanted;
+};
+
+// A writer over a medium, with a model of what it should hold.
 struct Rig {
-  template <class... Of>
-  explicit Rig(int blockSize, Of... of) : target(of...), writer(NewWriter(target, blockSize)) {
-    writer->template SetWithType<FuncIO>("func_error", [this](IO* io) {
+  explicit Rig(int blockSize, int wanted = 0)
+      : target(wanted), writer(NewWriter(target, blockSize)) {
+    writer->SetWithType<FuncIO>("func_error", [this](IO* io) {
       EXPECT_EQ(io->Error(), target.Error());
       return ++reports > 0;
     });
@@ -49,7 +58,7 @@ struct Rig {
   bool Truncate(int64 size) { return writer->Truncate(size) && model.Truncate(size); }
   bool Good() { return target.Bytes() == Text(model); }
 
-  Target target;
+  Medium target;
   MemoryIO model;
   int reports = 0;
   std::unique_ptr<IO> writer;
@@ -58,7 +67,7 @@ struct Rig {
 TEST(IOCacheWriter, HoldsWhatWasWritten) {
   for (int blockSize : {1, 13, 64, 100000}) {
     SCOPED_TRACE(blockSize);
-    Rig<> rig(blockSize);
+    Rig rig(blockSize);
     std::minstd_rand random(blockSize);
     for (int i = 0; i < 2000; ++i) {
       int64 const end = rig.model.Size(), at = random() % (end + 1);
@@ -89,7 +98,7 @@ TEST(IOCacheWriter, HoldsWhatWasWritten) {
 }
 
 TEST(IOCacheWriter, WritesAlignedBlocksAndGatheredPatches) {
-  Rig<> rig(64);
+  Rig rig(64);
   for (int i = 0; i < 100; ++i) {
     rig.Append("seven b");
     if (i == 50) rig.writer->Flush();
@@ -103,7 +112,8 @@ TEST(IOCacheWriter, WritesAlignedBlocksAndGatheredPatches) {
   EXPECT_TRUE(rig.Good());
   EXPECT_EQ(rig.target.Count(FaultIO::kWrite), before + 1) << "one patch";
   int odd = 0;  // the patch, and those before and after the flushes
-  for (auto const& write : rig.target.Writes()) odd += write.at % 64 != 0 || write.size != 64;
+  for (auto const& write : rig.target.Calls(FaultIO::kWrite))
+    odd += write.at % 64 != 0 || write.size != 64;
   EXPECT_LE(odd, 4);
   EXPECT_EQ(rig.target.Count(FaultIO::kFlush), 0) << "no further than the target";
 }
@@ -117,43 +127,25 @@ TEST(IOCacheWriter, GoesOnBehindWhatTheTargetHolds) {
   EXPECT_EQ(Text(target), "heADer+data");
 }
 
-// A medium that is busy until it is let go, and wants five blocks at the least when told so.
-struct BusyIO : FaultIO {
-  explicit BusyIO(int blocks) : wanted(blocks) {}
-  unsigned Write(void const* data, unsigned size) override {
-    if (Count(kWrite) == 0) entered.set_value();
-    go.wait();
-    return FaultIO::Write(data, size);
-  }
-  using FaultIO::Get;
-  bool Get(char const* name, void* value, std::type_info const*) override {
-    if (name != std::string("cacheBlocks") || wanted == 0) return false;
-    *static_cast<int*>(value) = wanted;
-    return true;
-  }
-  std::promise<void> entered, free;
-  std::shared_future<void> go = free.get_future().share();
-  int wanted;
-};
-
 TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
   for (int wanted : {0, 5}) {
-    Rig<BusyIO> rig(64, wanted);
-    BusyIO& target = rig.target;
+    Rig rig(64, wanted);
+    FaultIO& target = rig.target;
     IO& writer = *rig.writer;
+    target.Hold(true);
     EXPECT_FALSE(writer.Set("blocks", 2)) << "only up";
     ASSERT_TRUE(wanted != 0 || writer.Set("blocks", 5));
     for (int i = 0; i < 40; ++i) rig.Append("8 bytes" + std::to_string(i % 10));
     uint64 waits = 1;
     ASSERT_TRUE(writer.Get("waits", waits));
     EXPECT_EQ(waits, 0u);
-    target.entered.get_future().wait();
+    EXPECT_TRUE(test::Eventually([&] { return target.Count(FaultIO::kWrite) > 0; }));
     rig.Put(2, "across all the blocks: of the first, under way, and of others in memory" +
                    std::string(12, '.'));
     rig.Put(250, "later");
     std::thread device([&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      target.free.set_value();
+      target.Hold(false);
     });
     rig.Append("one more than there is room for");
     device.join();
@@ -161,7 +153,7 @@ TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
     EXPECT_EQ(writer.Size(), rig.model.Size());
     EXPECT_TRUE(writer.Flush() && rig.Good());
     int64 end = 0;
-    for (auto const& write : target.Writes()) {
+    for (auto const& write : target.Calls(FaultIO::kWrite)) {
       EXPECT_TRUE(write.at == end || write.at == 2) << "in order, the patch behind";
       end = std::max<int64>(end, write.at + write.size);
     }

@@ -1,24 +1,186 @@
-// Streams over memory, the block reader, and integers at offsets.
-#include "base/IO.h"
-
+// Readers in blocks against the stream they read, by the reads that reach the device; streams over
+// memory, and integers at offsets.
 #include <gtest/gtest.h>
 
 #include <random>
 
+#include "base/IClass.h"
+#include "support/Fakes.h"
 #include "support/FaultIO.h"
 
 namespace kestro::base {
 namespace {
 
+using test::Eventually;
 using test::FaultIO;
 using test::MemoryIO;
-using test::Text;
 
-std::string RandomBytes(int size) {
+constexpr int kBlock = 100;
+
+// A reader made as the demuxer makes it, over a device of numbered bytes.
+struct Rig {
+  explicit Rig(int64 size, int blocks = 8, int64 preload = 0, int blockSize = kBlock) {
+    for (int64 i = 0; i < size; ++i)
+      memory.bytes.push_back(static_cast<unsigned char>(i * 7 + i / 251));
+    AttrSet attrs;
+    attrs.Add("Register", "KestIOCacheReader-io-cache-reader-kest");
+    cache.reset(IClass::New<IO>(attrs, static_cast<IO*>(&device), blockSize, blocks, preload));
+    EXPECT_TRUE(cache != nullptr && cache->Configure(attrs));
+  }
+  // Whether a read gives what the stream holds.
+  bool Good(int64 at, unsigned size) {
+    std::vector<unsigned char> got(size + 1), expected(size + 1);
+    int64 const end = std::clamp<int64>(memory.Size() - at, 0, size);
+    for (int64 i = 0; i < end; ++i) expected[i] = memory.bytes[at + i];
+    return cache->Seek(at, IO::kBegin) && cache->Read(got.data(), size) == end &&
+           cache->Tell() == at + end && got == expected;
+  }
+  bool Preloaded(int64 bytes) {
+    return Eventually([this, bytes] {
+      int64 now = 0;
+      return cache->Get("preloaded", now) && now == bytes;
+    });
+  }
+  // Once the thread has nothing left to do, the blocks that were read since the last call.
+  std::vector<int64> Blocks(std::size_t count) {
+    EXPECT_TRUE(Eventually([&] { return Reads() >= seen + count; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // whatever is too much shows
+    std::vector<int64> blocks;
+    for (; seen < Reads(); ++seen) blocks.push_back(device.Calls(FaultIO::kRead)[seen].at / kBlock);
+    return blocks;
+  }
+  std::size_t Reads() const { return device.Calls(FaultIO::kRead).size(); }
+
+  MemoryIO memory;
+  FaultIO device{memory};
+  std::size_t seen = 0;
+  std::unique_ptr<IO> cache;
+};
+
+using Numbers = std::vector<int64>;
+
+TEST(IOCacheReader, ReadsAheadAndNoFurther) {
+  Rig rig(10050);
+  EXPECT_EQ(rig.Blocks(0), Numbers{}) << "nothing before it is asked for";
+  // Each block passed in order doubles what is read ahead, up to six of the eight blocks.
+  Numbers const steps[] = {{0, 1}, {2, 3}, {4, 5, 6}, {7, 8, 9}, {10}};
+  for (int64 i = 0; i < 5; ++i) {
+    EXPECT_TRUE(rig.Good(i * kBlock + 7, 50));
+    EXPECT_EQ(rig.Blocks(steps[i].size()), steps[i]) << i;
+  }
+  rig.device.Hold(true);  // what has been read ahead, and the last one passed, are there
+  EXPECT_TRUE(rig.Good(3 * kBlock, 8 * kBlock) && rig.Good(4 * kBlock, 1));
+  rig.device.Hold(false);
+  EXPECT_TRUE(rig.Good(9990, 100) && rig.Good(10050, 1) && rig.Good(1 << 30, 1)) << "the end";
+  for (auto const& read : rig.device.Calls(FaultIO::kRead)) EXPECT_EQ(read.size, unsigned(kBlock));
+}
+
+TEST(IOCacheReader, PlaysBackwardWithoutThrashing) {
+  Rig rig(100 * kBlock);
+  for (int64 i = 90; i >= 0; i -= 2) EXPECT_TRUE(rig.Good(i * kBlock, 10));
+  auto blocks = rig.Blocks(90);
+  std::sort(blocks.begin(), blocks.end());
+  EXPECT_TRUE(std::unique(blocks.begin(), blocks.end()) == blocks.end()) << "each block once";
+  EXPECT_LE(blocks.size(), 92u);
+  for (int64 i = 95; i >= 0; i -= 10) EXPECT_TRUE(rig.Good(i * kBlock, 10));
+  EXPECT_LE(rig.Blocks(10).size(), 20u) << "far jumps: the block and the one behind it";
+}
+
+TEST(IOCacheReader, KeepsThePreload) {
+  Rig rig(20 * kBlock, 2, 7 * kBlock + 1);
+  EXPECT_TRUE(rig.Good(2 * kBlock, 10));  // and one ahead
+  EXPECT_TRUE(rig.cache->Set("preload", true) && rig.Preloaded(7 * kBlock + 1));
+  EXPECT_EQ(rig.Blocks(8).size(), 8u) << "blocks 0 to 7, each once";
+  EXPECT_TRUE(rig.Good(19 * kBlock, 10) && rig.Good(12 * kBlock, 10));
+  rig.Blocks(3);
+  rig.device.Hold(true);
+  EXPECT_TRUE(rig.cache->Set("preload", true) && rig.Good(kBlock, 6 * kBlock) && rig.Good(3, 99));
+  rig.device.Hold(false);
+  bool on = true;
+  EXPECT_TRUE(rig.cache->Set("preload", false) && rig.cache->Get("preload", on) && !on);
+  EXPECT_TRUE(rig.Preloaded(0) && rig.Good(15 * kBlock, 100) && rig.Good(0, 2000));
+  EXPECT_GE(rig.Blocks(15).size(), 15u) << "the memory is gone";
+
+  Rig small(250, 1, INT64_MAX);
+  EXPECT_TRUE(small.cache->Set("preload", true) && small.Preloaded(250) && small.Good(0, 300));
+  EXPECT_EQ(small.Reads(), 3u);
+}
+
+TEST(IOCacheReader, FailuresAreToldAndCostNoMoreThanTheyMust) {
+  Rig rig(1000);
+  for (int nth = 2; nth <= 6; ++nth) rig.device.Fail({FaultIO::kRead, nth});
+  EXPECT_TRUE(rig.Good(0, 50));
+  unsigned char data[300];
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(rig.cache->Read(data, 200), IO::kFailed) << "also when a part could be had";
+    EXPECT_EQ(rig.cache->Tell(), 50);
+    EXPECT_EQ(rig.cache->Error(), EIO);
+  }
+  EXPECT_TRUE(rig.Good(0, 1000)) << "read around the block that failed";
+
+  Rig damaged(1000);
+  damaged.device.Fail({FaultIO::kRead, 3});
+  for (int64 at = 0; at < 1000; at += 25) EXPECT_TRUE(damaged.Good(at, 25)) << at;
+  EXPECT_EQ(damaged.device.Failures(), 1);
+
+  Rig cut(1000, 4);  // shorter than it was
+  cut.memory.bytes.resize(150);
+  EXPECT_TRUE(cut.Good(100, 100) && cut.Good(300, 10));
+}
+
+// Any reads, on a device that fails now and then; one that fails moves nothing.
+void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
+  for (int nth = 5; nth < 2000; nth += 9) device.Fail({FaultIO::kRead, nth});
+  MemoryIO plain(test::Text(stream));
+  plain.Seek(reader.Tell(), IO::kBegin);
   std::minstd_rand random(7);
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  for (char& c : bytes) c = static_cast<char>(random() >> 8);
-  return bytes;
+  for (int i = 0; i < 2000; ++i) {
+    if (random() % 3 == 0) {
+      int const whence = static_cast<int>(random() % 3);
+      auto const offset = static_cast<int64>(random() % 12000) - (whence > 0 ? 6000 : 1000);
+      ASSERT_EQ(reader.Seek(offset, whence), plain.Seek(offset, whence));
+    }
+    auto const size = random() % (random() % 9 == 0 ? 9000 : 40);
+    std::string got(size, '-'), expected(size, '-');
+    int const before = device.Failures();
+    unsigned const done = reader.Read(got.data(), size);
+    if (done == IO::kFailed) {
+      ASSERT_GT(device.Failures(), before);
+    } else {
+      ASSERT_EQ(done, plain.Read(expected.data(), size)) << i;
+      ASSERT_EQ(got, expected) << i;
+    }
+    ASSERT_EQ(reader.Tell(), plain.Tell()) << i;
+  }
+  EXPECT_TRUE(reader.Write("x", 1) == 0 && stream.bytes == plain.bytes);
+  EXPECT_EQ(device.Overlaps(), 0);
+}
+
+TEST(IOCacheReader, ReadsTheStreamBesideSwitchesOfThePreload) {
+  for (int blocks : {1, 2, 5, 16}) {
+    Rig rig(10007, blocks, 4321, 64 + blocks);
+    std::atomic<bool> stop{false};
+    std::thread switches([&] {
+      for (bool on = true; !stop; on = !on)
+        rig.cache->Set("preload", on), std::this_thread::yield();
+    });
+    ExpectReads(*rig.cache, rig.memory, rig.device);
+    stop = true;
+    switches.join();
+  }
+}
+
+TEST(IOBlockReader, ReadsEachBlockOnce) {
+  for (int blockSize : {1, 7, 4096, 20000, 0}) {
+    Rig rig(10007);
+    rig.device.Seek(11, IO::kBegin);
+    IOBlockReader reader(rig.device, blockSize);
+    ExpectReads(reader, rig.memory, rig.device);
+  }
+  Rig rig(1000);
+  IOBlockReader reader(rig.device, 100);
+  for (char word[4]; reader.Read(word, 4) == 4;) continue;
+  EXPECT_LE(rig.Reads(), 11u);
 }
 
 TEST(IOBuffer, HoldsWhatFits) {
@@ -31,43 +193,6 @@ TEST(IOBuffer, HoldsWhatFits) {
   EXPECT_TRUE(io.Seek(-2, IO::kEnd) && io.Read(bytes, 8) == 2);
   EXPECT_TRUE(io.Seek(100, IO::kBegin));
   EXPECT_EQ(io.Write("x", 1), 0u);
-}
-
-// In blocks of the stream below, each read once; a read that fails moves nothing.
-TEST(IOBlockReader, ReadsAsThePlainStreamDoes) {
-  for (int blockSize : {1, 7, 4096, 20000, 0}) {
-    MemoryIO plain(RandomBytes(10007)), copy(Text(plain));
-    FaultIO below(copy);
-    for (int nth = 5; nth < 2000; nth += 9) below.Fail({FaultIO::kRead, nth});
-    below.Seek(11, IO::kBegin);
-    plain.Seek(11, IO::kBegin);
-    IOBlockReader reader(below, blockSize);
-    std::minstd_rand random(blockSize + 1);
-    for (int i = 0; i < 2000; ++i) {
-      if (random() % 3 == 0) {
-        int const whence = static_cast<int>(random() % 3);
-        auto const offset = static_cast<int64>(random() % 12000) - (whence > 0 ? 6000 : 1000);
-        ASSERT_EQ(reader.Seek(offset, whence), plain.Seek(offset, whence));
-      }
-      auto const size = random() % (random() % 9 == 0 ? 9000 : 40);
-      std::string got(size, '-'), expected(size, '-');
-      int const before = below.Failures();
-      unsigned const done = reader.Read(got.data(), size);
-      if (below.Failures() > before) {
-        ASSERT_EQ(done, IO::kFailed);
-      } else {
-        ASSERT_EQ(done, plain.Read(expected.data(), size)) << i;
-        ASSERT_EQ(got, expected) << i;
-      }
-      ASSERT_EQ(reader.Tell(), plain.Tell()) << i;
-    }
-    EXPECT_TRUE(reader.Write("x", 1) == 0 && copy.bytes == plain.bytes);
-  }
-  MemoryIO memory(RandomBytes(1000));
-  FaultIO io(memory);
-  IOBlockReader reader(io, 100);
-  for (char word[4]; reader.Read(word, 4) == 4;) continue;
-  EXPECT_LE(io.Count(FaultIO::kRead), 11);
 }
 
 TEST(IOIntWriter, WritesAtAnOffsetAndComesBack) {

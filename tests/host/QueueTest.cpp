@@ -19,8 +19,6 @@ using test::PacketRef;
 struct Rig {
   explicit Rig(std::string const& codecs, bool refuse = false)
       : sink([this, refuse](Packet&) {
-          if (!std::exchange(_first, false)) return true;
-          entered.set_value();
           go.wait();
           return !refuse;
         }) {
@@ -56,9 +54,8 @@ struct Rig {
     return value;
   }
 
-  std::promise<void> entered, release;
+  std::promise<void> release;
   std::shared_future<void> go = release.get_future().share();
-  bool _first = true;
   CaptureSink sink;
   std::unique_ptr<PacketQueue> queue;
   std::vector<PacketQueue::Track> tracks;
@@ -97,7 +94,7 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
     std::size_t pushed = 0;
     for (std::string name; before >> name;) {
       EXPECT_TRUE(rig.Push(name));
-      if (pushed++ == 0) rig.entered.get_future().wait();
+      EXPECT_TRUE(pushed++ > 0 || rig.sink.packets.Reach(1));
     }
     std::size_t const dropped = rig.Count("dropped");
     rig.release.set_value();
@@ -114,7 +111,7 @@ TEST(PacketQueue, WaitsForRoomAndHandsOnWhatIsLeft) {
   Rig rig("h264");
   ASSERT_TRUE(rig.queue->Set("maxPackets", 2));
   std::thread device([&] {
-    rig.entered.get_future().wait();
+    rig.sink.packets.Reach(1);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     rig.release.set_value();
   });

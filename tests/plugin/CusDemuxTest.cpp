@@ -3,9 +3,9 @@
 
 #include "customize/CusAviDemux.h"
 #include "support/Fakes.h"
+#include "support/FaultIO.h"
 #include "support/Film.h"
 #include "support/Playing.h"
-#include "support/SlowIO.h"
 
 namespace kestro::test {
 namespace {
@@ -30,12 +30,12 @@ struct Cus : Playing {
 
 TEST(CusDemux, OpensLongFilesWithFewReads) {
   FilmIO file(Silent(100000));
-  SlowIO device(file);
+  FaultIO device(file);
   for (char const* alias : {"AviDemuxer-avi-demuxer", "CusAviDemuxer"}) {
-    std::size_t const before = device.Count();
+    int const before = device.Count(FaultIO::kRead);
     Playing p(&device, 0, alias);
     EXPECT_TRUE(p.Open());
-    EXPECT_LE(device.Count() - before, 8u) << alias;
+    EXPECT_LE(device.Count(FaultIO::kRead) - before, 8) << alias;
     EXPECT_EQ(4000000, p.demuxer->Duration());
   }
   Cus p(&device);
@@ -44,10 +44,10 @@ TEST(CusDemux, OpensLongFilesWithFewReads) {
     int64 now = 0;
     return p.demuxer->Stream()->Get("preloaded", now) && now >= file.Size();
   }));
-  std::size_t const before = device.Count();
+  int const before = device.Count(FaultIO::kRead);
   EXPECT_TRUE(p.Open() && p.demuxer->Seek(3000000));
   EXPECT_EQ(3000000, p.NextGot().pts);
-  EXPECT_EQ(before, device.Count()) << "all of it is in memory";
+  EXPECT_EQ(before, device.Count(FaultIO::kRead)) << "all of it is in memory";
   EXPECT_EQ(0, device.Overlaps());
 }
 
@@ -115,17 +115,6 @@ TEST(CusDemux, GivesTheStreamData) {
   faulty.Fail({FaultIO::kRead, 1, true});
   unsigned char buffer[32];
   EXPECT_FALSE(p.Strd(buffer));
-}
-
-TEST(CusDemux, OpensWhatIsNotThere) {
-  base::ConsoleCapture console;
-  Cus p(nullptr);
-  p.demuxer->Set("path", "/no/such/file.avi");
-  EXPECT_TRUE(p.Open() && p.demuxer->Seek(5));
-  EXPECT_EQ(-1, p.NextGot().track);
-  EXPECT_EQ(0u, p.StrdSize());
-  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
-  EXPECT_FALSE(p.Preload(true));
 }
 
 }  // namespace

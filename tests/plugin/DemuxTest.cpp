@@ -14,7 +14,6 @@
 #include "support/FaultIO.h"
 #include "support/Film.h"
 #include "support/Playing.h"
-#include "support/SlowIO.h"
 
 namespace kestro::test {
 namespace {
@@ -26,11 +25,19 @@ using testing::HasSubstr;
 
 std::string Extra(IMedia& media) { return {media.ExtraData().begin(), media.ExtraData().end()}; }
 
+// Hostile files tell of those that do not open; here one read fails, which ends nothing.
 TEST(Demux, DeliversWhatWasRecorded) {
   FilmIO io({4, 2});
   base::Store32(&io.bytes[Text(io).rfind("strh") + 40], 0);  // the index tells how much sound
-  Playing p(&io);
+  FaultIO device(io);
+  Playing p(&device);
+  base::ConsoleCapture console;
+  EXPECT_EQ(nullptr, p.demuxer->GeneratePacket(nullptr)) << "before Open";
   ASSERT_TRUE(p.Open());
+  device.Fail({FaultIO::kRead, device.Count(FaultIO::kRead) + 1});
+  EXPECT_TRUE(!p.Next() && p.failures == 1);
+  EXPECT_THAT(console.Text(),
+              HasSubstr("/GetPacket:\tpkt == (Packet*)-1,IStream GetPacket error!\n"));
   EXPECT_EQ(160, p.demuxer->Duration());
   auto const key = [](int i) {
     std::string stored = StoredKeyFrame(Payload(i));
@@ -45,21 +52,17 @@ TEST(Demux, DeliversWhatWasRecorded) {
                                    Got{0, 120, false, true, StoredFrame(Payload(3))},
                                    Got{1, 120, true, true, sound}));
   // The media say again what was recorded.
-  IMedia *video = p.outputs[0]->Media(), *audio = p.outputs[1]->Media();
-  for (auto [media, name, value] : {std::tuple(video, "width", 320),
-                                    {video, "height", 180},
-                                    {video, "gop", 2},
-                                    {video, "interlace", 0},
-                                    {video, "framerate", 25},
-                                    {audio, "rate", 48000},
-                                    {audio, "channel", 2},
-                                    {audio, "depth", 16},
-                                    {audio, "width", 2},
-                                    {audio, "samples", 1920}}) {
-    base::Fraction got;
-    EXPECT_TRUE(media->Get(name, got) && got == base::Fraction(value, 1)) << name;
-  }
-  EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(*video));
+  auto const says = [](IMedia& media, std::initializer_list<std::pair<char const*, int>> keys) {
+    for (auto const& [name, value] : keys) {
+      base::Fraction got;
+      EXPECT_TRUE(media.Get(name, got) && got == base::Fraction(value, 1)) << name;
+    }
+  };
+  IMedia& video = *p.outputs[0]->Media();
+  says(video, {{"width", 320}, {"height", 180}, {"gop", 2}, {"interlace", 0}, {"framerate", 25}});
+  says(*p.outputs[1]->Media(),
+       {{"rate", 48000}, {"channel", 2}, {"depth", 16}, {"width", 2}, {"samples", 1920}});
+  EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(video));
 }
 
 // Parameter sets of any length, and those behind the first of each kind, reach the media.
@@ -95,7 +98,7 @@ TEST(Demux, FindsLongParameterSets) {
   }
 }
 
-// The key frame at or before a time, from wherever play stood, and sound from there.
+// The key frame at or before a time, from wherever play stood, and sound from there in step.
 TEST(Demux, SeeksToTheKeyFrameBefore) {
   std::pair<Film, int64> const films[] = {
       {{100, 10}, 10},
@@ -104,7 +107,7 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
       {{61, 30, {30000, 1001}, 0}, 10},
       {{7, 100}, 10},
       // Beyond 35.8 minutes the clocks of the forward search do not suffice.
-      {{45 * 60 * 25, 50, {25, 1}, 0}, 3333}};
+      {{45 * 60 * 25, 50, {25, 1}, 8000, 1, 320}, 3333}};
   for (auto const& [film, step] : films) {
     FilmIO io(film);
     Playing p(&io);
@@ -131,25 +134,15 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
       if (silent || !next) continue;
       ASSERT_LE(std::abs(packet->Pts() - next->Pts()), next->Duration() + 1000000) << t;
     }
+    p.demuxer->Seek(0);
+    int64 last[2] = {};
+    for (Got const& got : p.All()) last[got.track] = got.pts;
+    EXPECT_TRUE(silent || std::abs(last[0] - last[1]) <= std::max<int64>(frameUs / 1000, 40))
+        << "sound is in step to the end";
   }
 }
 
-// Ten minutes of sound and picture drift apart by less than a block.
-TEST(Demux, SoundStaysInStep) {
-  for (auto [rate, channels] : {std::pair(8000, 1), std::pair(8000, 2), std::pair(48000, 1)}) {
-    FilmIO io({10 * 60 * 25, 25, {25, 1}, rate, channels, rate / 25});
-    Playing p(&io);
-    ASSERT_TRUE(p.Open());
-    int64 picture = 0, sound = 0;
-    while (auto const packet = p.Next()) {
-      (packet->Media() == p.outputs[0]->Media() ? picture : sound) = packet->Pts() / 1000000;
-      ASSERT_LE(std::abs(picture - sound), 40);
-    }
-    EXPECT_EQ(10 * 60 * 1000 - 40, sound);
-  }
-}
-
-TEST(Demux, FastAndBackVisitEveryKeyFrameOnce) {
+TEST(Demux, ModesShowEachKeyFrameOnceOrOneKindAlone) {
   FilmIO io({50, 10});
   Playing p(&io);
   ASSERT_TRUE(p.Open());
@@ -182,20 +175,13 @@ TEST(Demux, FastAndBackVisitEveryKeyFrameOnce) {
   }
   EXPECT_FALSE(d.PlayModeSwitch(static_cast<PlayMode>(7)));
   EXPECT_EQ(-1, p.NextGot().track) << "and the mode is as it was";
-  EXPECT_TRUE(d.Seek(0));
-  EXPECT_EQ(0, p.NextGot().pts) << "a seek after the end plays again";
-}
-
-TEST(Demux, OneKindAlone) {
-  FilmIO io({20, 5});
-  Playing p(&io);
-  ASSERT_TRUE(p.Open());
-  p.demuxer->PlayModeSwitch(PlayMode::kVideo);
-  for (int i = 0; i < 10; ++i) EXPECT_EQ(0, p.NextGot().track);
-  p.demuxer->PlayModeSwitch(PlayMode::kAudio);
+  EXPECT_TRUE(d.Seek(0) && d.PlayModeSwitch(PlayMode::kVideo));
+  for (int i = 0; i < 30; ++i)
+    EXPECT_EQ(0, p.NextGot().track) << "a seek after the end plays again";
+  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kAudio));
   EXPECT_EQ(1, p.NextGot().track);
-  p.demuxer->PlayModeSwitch(PlayMode::kNormal);
-  EXPECT_EQ(200, p.NextGot().pts) << "the key frame before the sound at 360";
+  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kNormal));
+  EXPECT_EQ(800, p.NextGot().pts) << "the key frame before the sound at 1160";
 }
 
 // Two pictures and a sound at a time.
@@ -222,11 +208,7 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
   shows(640, "second");
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 0));
   shows(320, "first");
-  auto const rest = p.All();
-  EXPECT_EQ(39u, rest.size());
-  EXPECT_EQ(19, std::count_if(rest.begin(), rest.end(), [](Got const& got) {
-              return got.track == 0 && got.data.find("first") < got.data.size();
-            }));
+  EXPECT_EQ(39u, p.All().size());
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 9) && p.demuxer->Seek(0));
   EXPECT_EQ(1, p.NextGot().track) << "no such track: sound alone";
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 1));
@@ -237,21 +219,6 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
     return true;
   }));
   EXPECT_THAT(reported, ElementsAre("h264", "pcm"));
-}
-
-TEST(Demux, TracksHaveTwoDigits) {
-  MemoryIO io;
-  {
-    Recording r(&io);
-    for (int i = 0; i < 12; ++i) r.Track(SoundMedia());
-    ASSERT_TRUE(r.Open());
-    for (int i = 0; i < 12; ++i) ASSERT_TRUE(r.Push(i, "sound", true));
-  }
-  Playing p(&io);
-  ASSERT_TRUE(p.Open());
-  std::map<IMedia const*, int> packets;
-  while (auto const packet = p.Next()) ++packets[packet->Media()];
-  EXPECT_EQ(12u, packets.size());
 }
 
 // A stream over records that a test makes up.
@@ -287,26 +254,6 @@ TEST(Demux, CursorSteps) {
     EXPECT_EQ(s->begin() + seek.entry, s->DemuxSeek(pts, seek.key)) << seek.to;
     EXPECT_EQ(seek.at, pts) << seek.to;
   }
-}
-
-// What a file without a film says and does; damaged ones are among the hostile files.
-TEST(Demux, SaysWhatCannotBePlayed) {
-  base::ConsoleCapture console;
-  MemoryIO empty;
-  Playing nothing(&empty);
-  EXPECT_EQ(nullptr, nothing.demuxer->GeneratePacket(nullptr)) << "before Open";
-  EXPECT_FALSE(nothing.Open());
-  EXPECT_THAT(console.Text(), HasSubstr("/Open:\t!Parse(io)\n"));
-  EXPECT_THAT(console.Text(), HasSubstr("/Open:\t!parseFile()\n"));
-  EXPECT_EQ(IStatus::kClosed, nothing.demuxer->CurrentStatus());
-  FilmIO film({3});
-  FaultIO device(film);
-  Playing p(&device);
-  ASSERT_TRUE(p.Open());
-  device.Fail({FaultIO::kRead, device.Count(FaultIO::kRead) + 1});
-  EXPECT_TRUE(!p.Next() && p.failures == 1 && p.Next());
-  EXPECT_THAT(console.Text(),
-              HasSubstr("/GetPacket:\tpkt == (Packet*)-1,IStream GetPacket error!\n"));
 }
 
 // From the element's thread through a filter into a muxer: the copy is the file.
@@ -346,7 +293,7 @@ TEST(Demux, ControlsWhilePacketsFlow) {
     if (codec != "pcm") ++videos[codec == "hevc"];
     return true;
   });
-  SlowIO device(io);
+  FaultIO device(io);
   bool const cached = base::IClass::Find("CusAviDemuxer", true) != nullptr;
   Playing p(&device, 0, cached ? "CusAviDemuxer" : "AviDemuxer-avi-demuxer");
   for (IPort* output : p.outputs) IPort::Link(*output, *sink.AddInput());

@@ -1,8 +1,9 @@
-// The streams: what they store, count and say of themselves.
+// The streams and their chunks: what they store, count and say of themselves.
 #include <gmock/gmock.h>
 
 #include <random>
 
+#include "common/DataChunks.h"
 #include "common/IStream.h"
 #include "common/StartCode.h"
 #include "support/FileLayout.h"
@@ -127,13 +128,12 @@ TEST(Streams, PcmHeaders) {
         ElementsAre(c.average, c.scale, c.width * 8));
     EXPECT_EQ(0u, m.list.at(0).flags);
   }
-  for (char const* key : {"rate", "channel", "width", "depth", "samples"}) {
-    auto media = base::Ref<IMedia>::Take(IMedia::New("pcm"));
-    for (char const* other : {"rate", "channel", "width", "depth", "samples"})
-      if (other != std::string(key)) media->Set(other, 16);
+  for (std::string const key : {"rate", "channel", "width", "depth", "samples"}) {
+    auto media = SoundMedia();
+    media->Set(key.c_str(), "none");
     EXPECT_FALSE(Muxing(media).configured) << "without " << key;
-    media->Set(key, key == std::string("depth") ? 7 : 0);
-    EXPECT_EQ(key == std::string("samples"), Muxing(media).configured) << "too little " << key;
+    media->Set(key.c_str(), key == "depth" ? 7 : 0);
+    EXPECT_EQ(key == "samples", Muxing(media).configured) << "too little " << key;
   }
 }
 
@@ -214,16 +214,14 @@ TEST(Streams, SpillBatches) {
 
 TEST(Streams, MovedDataMovesPositions) {
   Muxing m(VideoMedia());
-  auto const offsets = [&m] {
-    std::vector<int> all;
-    for (ChunkParam const& chunk : m.list) all.push_back(static_cast<int>(chunk.offset));
-    return all;
-  };
   for (unsigned offset : {100u, 200u, 0u, 400u}) m.list.emplace_back().offset = offset;
+  auto const offsetsAre = [&m](auto... offsets) {
+    EXPECT_THAT(m.list, ElementsAre(testing::Field(&ChunkParam::offset, offsets)...));
+  };
   m.stream->UpdateChunkList(1000);
-  EXPECT_THAT(offsets(), ElementsAre(1100, 1200, 0, 1400));
+  offsetsAre(1100, 1200, 0, 1400);
   m.stream->UpdateVfiChunkList(3000);
-  EXPECT_THAT(offsets(), ElementsAre(1100, 1200, 3000, 4400));
+  offsetsAre(1100, 1200, 3000, 4400);
 }
 
 // Rates that a header cannot hold are refused; those without a value are 0. Nothing is divided by.
@@ -234,6 +232,28 @@ TEST(Streams, ImpossibleRates) {
     for (base::Fraction rate : {base::Fraction(1, 0), base::Fraction(INT64_MIN, -1)})
       EXPECT_EQ(0u, Muxing(VideoMedia(codec, 64, 48, rate)).Header().dwRate);
   }
+}
+
+TEST(Chunks, AreFoundInOrder) {
+  croot root;
+  IList* riff = root.Add(new criff);
+  IList* hdrl = riff->Add(new chdrl);
+  IList* avih = hdrl->Add(new cavih);
+  IList* strl = hdrl->Add(new cstrl);
+  IList* strh = strl->Add(new cstrh);
+  IList* junk = riff->Add(new cjunk(nullptr, 0));
+  EXPECT_EQ(hdrl, root.Find("LIST"));
+  EXPECT_EQ(strh, avih->Find("strh")) << "a leaf goes on with its siblings";
+  EXPECT_EQ(nullptr, hdrl->Find("JUNK")) << "a list does not";
+  EXPECT_EQ(junk, root.Find("JUNK"));
+  EXPECT_EQ(nullptr, root.Find("strl")) << "list types are not ids";
+  std::string text;
+  base::ostream_string os(text);
+  *avih >> os;
+  EXPECT_EQ(
+      "plugin/avi/common/IList/31/operator>>:\tavih\n"
+      "kestro::plugin::avi::IList*(nullptr)kestro::plugin::avi::cstrl(unknow)",
+      text);
 }
 
 }  // namespace

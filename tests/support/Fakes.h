@@ -1,9 +1,8 @@
-// Pipeline elements for tests: a sink that keeps what it gets, a source that plays a script, and a
-// collector of messages. All may be looked at while threads run.
+// For tests of a pipeline: a sink that keeps what it gets, and a collector of messages. Both may be
+// looked at while threads run.
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -11,7 +10,6 @@
 #include <vector>
 
 #include "stream/ISink.h"
-#include "stream/ISource.h"
 
 namespace kestro::test {
 
@@ -91,39 +89,6 @@ class CaptureSink : public stream::ISink {
 
  private:
   std::function<bool(stream::Packet&)> _hook;
-};
-
-// Hands out what the script holds, packets or Packet::ReadFailure(), then null.
-class ScriptSource : public stream::ISource {
- public:
-  explicit ScriptSource(std::vector<stream::Packet*> const& script = {})
-      : ISource("ScriptSource"), _script(script.begin(), script.end()) {}
-  ~ScriptSource() override {
-    IElementWithThread::Stop();
-    for (auto* packet : _script)
-      if (packet != stream::Packet::ReadFailure()) packet->Release();
-  }
-
-  // Continues a stream that has ended.
-  void Add(std::vector<stream::Packet*> const& script) {
-    {
-      std::lock_guard lock(_mutex);
-      _script.insert(_script.end(), script.begin(), script.end());
-    }
-    ClearEnd();
-  }
-
-  stream::Packet* GeneratePacket(void*) override {
-    std::lock_guard lock(_mutex);
-    if (_script.empty()) return nullptr;
-    auto* packet = _script.front();
-    _script.pop_front();
-    return packet;
-  }
-
- private:
-  std::mutex _mutex;
-  std::deque<stream::Packet*> _script;
 };
 
 }  // namespace kestro::test

@@ -1,9 +1,11 @@
-// A filter that counts and fails the calls of a stream.
+// A filter that counts, holds and fails the calls of a stream.
 #pragma once
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -16,7 +18,8 @@ namespace kestro::test {
 
 using base::int64;
 
-// Passes on to memory of its own or to another IO, and fails the calls it is told.
+// Passes on to memory of its own or to another IO, and fails the calls it is told. Calls may come
+// from any thread; two at a time are an error that is counted.
 class FaultIO : public base::IOFilter {
  public:
   enum Op { kRead, kWrite, kFlush, kTruncate };
@@ -40,27 +43,35 @@ class FaultIO : public base::IOFilter {
     _faults.push_back(fault);
   }
   void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
-  void Heal() {
+
+  // Makes reads and writes wait, or lets them go on; one that waits too long is a failure.
+  void Hold(bool held) {
     std::lock_guard lock(_mutex);
-    _faults.clear();
-    _capacity = INT64_MAX;
+    _held = held;
+    _released.notify_all();
   }
 
-  int Count(Op op) const {
+  std::vector<Place> Calls(Op op) const {
     std::lock_guard lock(_mutex);
-    return _counts[op];
+    return _calls[op];
   }
+  int Count(Op op) const { return static_cast<int>(Calls(op).size()); }
   int Failures() const { return _failures; }
-  std::vector<Place> const& Writes() const { return _writes; }
+  int Overlaps() const { return _overlaps; }
   std::string Bytes() const { return Text(*_memory); }  // of its own memory
 
+  bool Seek(int64 offset, int whence) override {
+    Use const use(*this);
+    return _io.Seek(offset, whence);
+  }
   unsigned Read(void* data, unsigned size) override {
-    return Next(kRead) != nullptr ? kFailed : _io.Read(data, size);
+    Use const use(*this);
+    return Next(kRead, size) != nullptr ? kFailed : _io.Read(data, size);
   }
   unsigned Write(void const* data, unsigned size) override {
-    _writes.push_back({_io.Tell(), size});
+    Use const use(*this);
     auto room = static_cast<unsigned>(std::clamp<int64>(_capacity - _io.Tell(), 0, size));
-    Fault const* const fault = Next(kWrite);
+    Fault const* const fault = Next(kWrite, size);
     if (fault != nullptr)
       room = fault->keep == kFailed ? 0 : std::min({room, fault->keep, size - 1});
     else if (room < size)
@@ -76,10 +87,21 @@ class FaultIO : public base::IOFilter {
   explicit FaultIO(std::unique_ptr<MemoryIO> memory)
       : IOFilter("FaultIO", *memory), _memory(std::move(memory)) {}
 
-  // Counts a call; the fault that it meets, or null.
-  Fault const* Next(Op op) {
-    std::lock_guard lock(_mutex);
-    int const n = ++_counts[op];
+  struct Use {
+    explicit Use(FaultIO& io) : io(io) { io._overlaps += io._users++ > 0; }
+    ~Use() { --io._users; }
+    FaultIO& io;
+  };
+
+  // Notes a call and waits while it is held; the fault that it meets, or null.
+  Fault const* Next(Op op, unsigned size = 0) {
+    std::unique_lock lock(_mutex);
+    _calls[op].push_back({_io.Tell(), size});
+    int const n = static_cast<int>(_calls[op].size());
+    if (!_released.wait_for(lock, std::chrono::seconds(30), [this] { return !_held; })) {
+      _held = false;
+      Failed(ETIMEDOUT);
+    }
     for (auto const& fault : _faults)
       if (fault.op == op && (n == fault.nth || (fault.forever && n > fault.nth))) {
         Failed(fault.error);
@@ -93,13 +115,14 @@ class FaultIO : public base::IOFilter {
   }
 
   std::unique_ptr<MemoryIO> _memory;
-  mutable std::mutex _mutex;  // of the faults and counts: a cache's thread may be reading
+  mutable std::mutex _mutex;
+  std::condition_variable _released;
+  bool _held = false;
   std::deque<Fault> _faults;  // which stay where they are
-  std::vector<Place> _writes;
-  int _counts[4] = {};
+  std::vector<Place> _calls[4];
   int64 _capacity = INT64_MAX;
   std::atomic<int> _error{0};
-  std::atomic<int> _failures{0};
+  std::atomic<int> _failures{0}, _users{0}, _overlaps{0};
 };
 
 }  // namespace kestro::test

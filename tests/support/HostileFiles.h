@@ -93,6 +93,7 @@ inline std::vector<Hostile> HostileSizes() {
 inline std::vector<Hostile> HostileFiles() {
   Bytes const base = HostileBase(), video = HostileVideo(), sound = SoundHeaders(4);
   Bytes const both = Joined({video, sound}), filler = Plain("JUNK", "");
+  Bytes const many = HostileFilm(Joined({video, video, Copies(sound, 10)}));
   auto const header = [](Bytes const& strl) {
     return Bytes(std::string(strl.begin() + 12, strl.begin() + 76));
   };
@@ -135,9 +136,9 @@ inline std::vector<Hostile> HostileFiles() {
       {"RIFF in RIFF", List("RIFF", "AVI ", base), 5},
       {"RIFF behind RIFF", Joined({base, base}), 5},
       {"LIST of 0 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(0)), 5},
-      {"LIST of 3 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(3).Raw("hdr")), 5},
-      {"strl larger than hdrl", With(base, Find(base, "strl", 1) - 4, 400), 5},
-      {"10,000 unknown LISTs in each other", HostileFilm(both, Nested("none", 10000, {})), 5},
+      {"unknown LIST", HostileFilm(both, List("LIST", "none", Plain("avih", ""))), 5},
+      {"unknown leaf in hdrl", HostileFilm(Joined({Plain("vprp", ""), both})), 0},
+      {"isft in INFO", HostileFilm(both, List("LIST", "INFO", Plain("isft", "soft"))), 5},
       {"10,000 hdrl in each other", HostileFilm(both, Nested("hdrl", 10000, {})), 5},
       {"10,000 strl in each other", HostileFilm(Nested("strl", 10000, both)), 0},
       {"10,000 small hdrl with large ones in them",
@@ -159,10 +160,8 @@ inline std::vector<Hostile> HostileFiles() {
       {"strf of 4 bytes", videoOf(Joined({strh, Plain("strf", "size")})), 5},
       {"strh of 1,000 bytes",
        videoOf(Joined({Plain("strh", "vidsH264" + std::string(992, 'h')), strf})), 5},
-      {"strd in strd", data(Plain("strd", "inner")), 5},
       {"strl in strd", data(sound), 5},
       {"idx1 in strd", data(Plain("idx1", std::string(160, '\xFF'))), 0},
-      {"LIST of 4 GiB in strd", data(Bytes().Cc("LIST").U32(~0u).Cc("none")), 5},
       {"video with the format of sound", videoOf(Joined({strh, format(sound)})), 5},
       {"handler of a printf format", field("strh", 0, 4, base::Convert4("%n%s")), 3},
       {"sound called H264", field("strh", 1, 4, base::Convert4("H264")), 3},
@@ -185,6 +184,7 @@ inline std::vector<Hostile> HostileFiles() {
             Find(base, "strf", 1) + 12, 0),
        5},
       {"stream number 02", entry(0, 0, base::Convert4("02dc")), 4},
+      {"stream number 11", With(many, Find(many, "idx1") + 56, base::Convert4("11wb")), 4},
       {"stream number of letters", entry(0, 0, base::Convert4("xydc")), 4},
       {"stream number of bytes above 0x7F", entry(0, 0, 0xFFFFFFFF), 4},
       {"1,000 strl", HostileFilm(Copies(video, 1000)), 3},

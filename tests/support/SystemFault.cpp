@@ -60,11 +60,6 @@ SystemFault::~SystemFault() {
   current = nullptr;
 }
 
-int SystemFault::Failures() const {
-  std::lock_guard lock(mutex);
-  return _failures;
-}
-
 int SystemFault::Next(Call call, std::string const& path) {
   std::size_t const size = path.size() - (!path.empty() && path.back() == '/');
   if (call != _call || size < _ending.size() ||

@@ -1,6 +1,7 @@
 // Fails calls that the host makes of the system.
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 
@@ -19,7 +20,7 @@ class SystemFault {
   SystemFault(Call call, std::string ending, int nth, bool forever = false, int error = EIO);
   ~SystemFault();
   SystemFault(SystemFault const&) = delete;
-  int Failures() const;
+  int Failures() const { return _failures; }
 
   // Called by what stands in for the system's functions: 0 to go on, -1 to move a part, an error.
   int Next(Call call, std::string const& path);
@@ -30,7 +31,8 @@ class SystemFault {
   int const _nth;
   bool const _forever;
   int const _error;
-  int _count = 0, _failures = 0;
+  int _count = 0;
+  std::atomic<int> _failures{0};
 };
 
 // Open descriptors of the process.
