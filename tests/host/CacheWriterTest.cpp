@@ -162,12 +162,13 @@ TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
 }
 
 TEST(IOCacheWriter, APatchOutlivesTheBlockThatFails) {
-  Rig<BusyIO> rig(64, 0);
+  Rig rig(64);
   rig.target.Fail({FaultIO::kWrite, 1});
+  rig.target.Hold(true);
   rig.Append(std::string(80, 'a'));
-  rig.target.entered.get_future().wait();
+  EXPECT_TRUE(test::Eventually([&] { return rig.target.Count(FaultIO::kWrite) > 0; }));
   rig.Put(2, "while it is being stored");
-  rig.target.free.set_value();
+  rig.target.Hold(false);
   EXPECT_FALSE(rig.writer->Flush());
   EXPECT_TRUE(rig.Truncate(80) && rig.writer->Flush() && rig.Good());
 }
