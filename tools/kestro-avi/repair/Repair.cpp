@@ -154,8 +154,8 @@ void Repairer::Finish(Recorder& recorder, Salvage const& salvage, bool pushed) {
     _report.lost += counts.lost[i];
   }
   _report.lost += counts.unknown;
-  if (_report.kept.packets == 0 && pushed)
-    throw Error(kUnusable, _job.input + ": there is no whole packet behind its head");
+  if (_report.kept.bytes == 0 && pushed)
+    throw Error(kUnusable, _job.input + ": there is no whole packet with data behind its head");
   bool const closed = recorder.Close();
   // The recorder names the file as it is called until it is finished.
   auto const named = [&](std::string const& text) {
