@@ -51,15 +51,15 @@ std::uint64_t Feed::Count(char const* property) const {
 std::string Feed::Stalls() const {
   std::uint64_t const waits = Count("waits");
   if (waits == 0) return {};
-  return "the output stalled: the inputs had to wait " + std::to_string(waits) + " times, " +
+  return "the output stalled: the inputs had to wait " + Quantity(waits, "time") + ", " +
          Seconds(static_cast<std::int64_t>(Count("longestWait_us") / 1000)) + " at most";
 }
 
 std::string Feed::Losses() const {
   std::uint64_t const dropped = Count("dropped");
   if (dropped == 0) return {};
-  return "the output stalled: " + std::to_string(dropped) + " packets of " +
-         std::to_string(Count("droppedGroups")) + " groups of pictures are left out";
+  return "the output stalled: " + Quantity(dropped, "packet") + " of " +
+         Quantity(Count("droppedGroups"), "group") + " of pictures are left out";
 }
 
 }  // namespace kestro::tool

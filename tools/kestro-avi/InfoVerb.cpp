@@ -101,9 +101,9 @@ std::string TrackText(AviTrack const& track, std::size_t number) {
     text += ", " + std::to_string(track.sampleRate) + " Hz, " + std::to_string(track.channels) +
             (track.channels == 1 ? " channel, " : " channels, ") + std::to_string(track.bits) +
             " bits";
-  text += "\n    " + std::to_string(track.chunks) + " chunks";
+  text += "\n    " + Quantity(track.chunks, "chunk");
   if (track.keysKnown) text += " (" + std::to_string(track.keyChunks) + " key)";
-  return text + ", " + std::to_string(track.bytes) + " bytes, " + Seconds(track.duration_ms) + "\n";
+  return text + ", " + Quantity(track.bytes, "byte") + ", " + Seconds(track.duration_ms) + "\n";
 }
 
 // Escape sequences: of what says where a chunk is, and of its name.

@@ -145,8 +145,8 @@ void PlayVerb::ChooseTracks(AviFile const& avi) {
     throw Error(kUnusable, _file + ": no track that the demuxer knows");
   bool const asked = _playMode != PlayMode::kNormal;
   if (_video >= std::max(videos, 1u))
-    throw Error(kUsage, "--video: " + _file + " has " + std::to_string(videos) +
-                            " video tracks that can be played" + others);
+    throw Error(kUsage, "--video: " + _file + " has " + Quantity(videos, "video track") +
+                            " that can be played" + others);
   if (asked && !leads) throw Error(kUsage, "--mode " + _mode + ": " + _file + " has no such track");
 }
 
@@ -247,8 +247,8 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     Player::Event const event = player.Next(packet);
     if (event == Player::kInterrupted) return kInterrupted;
     if (event == Player::kFailed) {
-      Report("error: " + _file + ": after " + PacketCount(packets) + ": reading failed at offset " +
-             std::to_string(player.FailedAt()) +
+      Report("error: " + _file + ": after " + Quantity(packets, "packet") +
+             ": reading failed at offset " + std::to_string(player.FailedAt()) +
              (player.FailedAt() > INT32_MAX ? " (the demuxer reads the first 2 GiB)" : ""));
       return kFindings;
     }
@@ -273,7 +273,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
     if (++sinceSeek >= _every && NextSeek(player)) sinceSeek = 0;
   }
   progress.End();
-  if (!_json) Report(_file + ": " + PacketCount(packets));
+  if (!_json) Report(_file + ": " + Quantity(packets, "packet"));
   return code;
 }
 

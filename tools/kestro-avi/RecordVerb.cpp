@@ -40,9 +40,9 @@ bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const 
     std::snprintf(speed, sizeof speed, "%.1fx",
                   static_cast<double>(end_ns) / 1e9 / progress.Seconds());
     std::int64_t const end_ms = end_ns / 1000000;
-    progress.Show(
-        static_cast<std::uint64_t>(byBytes ? session.Reach().position : end_ms),
-        PacketCount(packets) + ", " + (byBytes ? Seconds(end_ms) + ", " : std::string()) + speed);
+    progress.Show(static_cast<std::uint64_t>(byBytes ? session.Reach().position : end_ms),
+                  Quantity(packets, "packet") + ", " +
+                      (byBytes ? Seconds(end_ms) + ", " : std::string()) + speed);
   }
   return true;
 }

@@ -46,7 +46,7 @@ void RepairVerb::AddTo(CLI::App& app) {
 }
 
 static std::string Packets(Counted const& count) {
-  return PacketCount(count.packets) + ", " + std::to_string(count.bytes) + " bytes";
+  return Quantity(count.packets, "packet") + ", " + std::to_string(count.bytes) + " bytes";
 }
 
 static char const* Name(Source source) {
@@ -65,8 +65,8 @@ std::string RepairVerb::Text(RepairReport const& report) const {
   }
   text += "  found by the " +
           (report.source == Source::kImage ? "index of " + report.image : std::string("index")) +
-          ": " + PacketCount(counts.indexed) + "; in the data: " + std::to_string(counts.found) +
-          "\n";
+          ": " + Quantity(counts.indexed, "packet") +
+          "; in the data: " + std::to_string(counts.found) + "\n";
   auto const line = [&text](base::uint64 count, char const* what) {
     if (count != 0) text += "  " + std::to_string(count) + " " + what + "\n";
   };

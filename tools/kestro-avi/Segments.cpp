@@ -192,7 +192,7 @@ bool Segments::Store(std::size_t track, Packet& packet) {
 // packets made room for the index.
 static std::string Content(std::string const& path, std::uint64_t taken, std::int64_t duration_ms,
                            bool complete) {
-  std::string const packets = PacketCount(taken) + ", ";
+  std::string const packets = Quantity(taken, "packet") + ", ";
   if (complete) return packets + Seconds(duration_ms);
   std::uint64_t kept = 0;
   try {

@@ -60,8 +60,8 @@ std::string ByteCount(std::uint64_t bytes) {
   return text;
 }
 
-std::string PacketCount(std::uint64_t n) {
-  return std::to_string(n) + (n == 1 ? " packet" : " packets");
+std::string Quantity(std::uint64_t n, std::string const& thing) {
+  return std::to_string(n) + " " + thing + (n == 1 ? "" : "s");
 }
 
 }  // namespace kestro::tool

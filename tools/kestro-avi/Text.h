@@ -13,8 +13,8 @@ std::int64_t ParseTime_ns(std::string const& option, std::string const& text);
 // option.
 std::uint64_t ParseSize(std::string const& option, std::string const& text);
 
-std::string Seconds(std::int64_t ms);        // "12.345 s"
-std::string ByteCount(std::uint64_t bytes);  // "1.5 MB"
-std::string PacketCount(std::uint64_t n);    // "1 packet", "2 packets"
+std::string Seconds(std::int64_t ms);                             // "12.345 s"
+std::string ByteCount(std::uint64_t bytes);                       // "1.5 MB"
+std::string Quantity(std::uint64_t n, std::string const& thing);  // "1 packet", "2 packets"
 
 }  // namespace kestro::tool

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "Text.h"
 #include "output/Output.h"
 
 namespace kestro::tool {
@@ -17,7 +18,7 @@ class NumberedFiles : public Output {
 
   explicit NumberedFiles(std::string const& pattern) : _pattern(pattern) {}
   void Write(std::size_t track, Piece const& piece) override;
-  std::string Finish() override { return std::to_string(_written) + " files"; }
+  std::string Finish() override { return Quantity(_written, "file"); }
 
  private:
   std::string _pattern;

@@ -69,7 +69,7 @@ void Plot::Head() {
   _svg.Text(24, 36, "title", Shortened(std::filesystem::path(_path).filename().string()));
   _svg.Text(24, 58, "dim",
             Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) + " bytes, " +
-                PacketCount(_survey.packets.size()) + (_avi.CutOff() ? ", incomplete" : ""));
+                Quantity(_survey.packets.size(), "packet") + (_avi.CutOff() ? ", incomplete" : ""));
   _y = 84;
 }
 
