@@ -89,7 +89,7 @@ std::vector<Case> SyncCases() {
           Synced("image", row.path, kImage, row.interval_ms),
           Synced("callback", row.path, kCallback, row.interval_ms),
           Synced("sync off", row.path, kInPlace, kNever), Synced("plain", row.path, kPlain, 0)},
-         3});
+         15});
   return cases;
 }
 
