@@ -227,12 +227,13 @@ TEST_F(Faults, OfTheSystemAreReported) {
     ExpectKept(way, o, flush, c.call == Call::kWrite && forever);
     return true;
   };
-  // Every way of recording, for every call until none fails any more; fewer in slow builds.
+  // Every way of recording, for every call until none fails any more; some of them in slow builds.
+  int turn = 0;
   for (auto const& c : cases)
     for (int way = kPlain; way < ways; ++way)
       for (bool forever : {false, true})
-        for (int nth = 1; fails(c, way, forever, nth); nth += TEST_STEP) {
-        }
+        if (turn++ % TEST_STEP == 0)
+          for (int nth = 1; fails(c, way, forever, nth);) ++nth;
 }
 
 // A disk that is full one byte before so many chunks and their index: the file ends with the chunk
