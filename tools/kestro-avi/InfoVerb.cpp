@@ -98,9 +98,8 @@ std::string TrackText(AviTrack const& track, std::size_t number) {
     text += rate;
   }
   if (track.type == "audio")
-    text += ", " + std::to_string(track.sampleRate) + " Hz, " + std::to_string(track.channels) +
-            (track.channels == 1 ? " channel, " : " channels, ") + std::to_string(track.bits) +
-            " bits";
+    text += ", " + std::to_string(track.sampleRate) + " Hz, " +
+            Quantity(track.channels, "channel") + ", " + std::to_string(track.bits) + " bits";
   text += "\n    " + Quantity(track.chunks, "chunk");
   if (track.keysKnown) text += " (" + std::to_string(track.keyChunks) + " key)";
   return text + ", " + Quantity(track.bytes, "byte") + ", " + Seconds(track.duration_ms) + "\n";
@@ -115,6 +114,7 @@ static char const* ColourOf(Chunk const& chunk) {
   if (chunk.id == Convert4("idx1")) return "\033[33m";
   return chunk.id == Convert4("JUNK") ? kFaint : "";
 }
+
 // The tree in lines, or its outermost chunks in one.
 static std::string TreeText(AviFile const& avi, bool whole) {
   std::string text = whole ? "" : "  layout:";

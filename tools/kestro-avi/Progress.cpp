@@ -5,6 +5,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
+#include <filesystem>
 
 #include "Console.h"
 #include "Documents.h"
@@ -51,6 +53,12 @@ void Progress::End() {
   _total = _done = std::max(_total, _done);
   _ended = true;
   Write(true);
+}
+
+std::uint64_t Progress::SizeOf(std::string const& path) {
+  std::error_code failed;
+  std::uint64_t const size = std::filesystem::file_size(path, failed);
+  return failed ? 0 : size;
 }
 
 void Progress::Write(bool last) {

@@ -45,6 +45,8 @@ class Progress {
   // `more`: further text for the bar.
   void Show(std::uint64_t done, std::string const& more = "");
   void End();
+  // Of a file, as a total: 0 when it cannot be told.
+  static std::uint64_t SizeOf(std::string const& path);
   Unit CountedUnit() const { return _unit; }
   double Seconds() const { return std::chrono::duration<double>(Clock::now() - _begin).count(); }
 

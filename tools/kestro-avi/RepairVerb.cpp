@@ -1,7 +1,6 @@
 #include "RepairVerb.h"
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 
 #include "Console.h"
 #include "Documents.h"
@@ -119,10 +118,8 @@ std::string RepairVerb::Document(RepairReport const& report) const {
 }
 
 RepairReport RepairVerb::WatchedRepair() const {
-  std::error_code failed;
   RepairJob job = _job;
-  auto const size = std::filesystem::file_size(job.input, failed);
-  Progress progress(_progress, "repair", Progress::kBytes, failed ? 0 : size);
+  Progress progress(_progress, "repair", Progress::kBytes, Progress::SizeOf(job.input));
   job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
   RepairReport report = Repair(job);
   if (!report.interrupted) progress.End();

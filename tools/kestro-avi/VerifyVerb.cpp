@@ -1,11 +1,11 @@
 #include "VerifyVerb.h"
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 
 #include "Console.h"
 #include "Documents.h"
 #include "Errors.h"
+#include "Text.h"
 #include "verify/Verify.h"
 
 namespace kestro::tool {
@@ -64,7 +64,7 @@ static std::string Summary(bool usable, Findings const& findings) {
     uint64 const count = findings.Count(severity);
     if (count == 0) continue;
     if (!text.empty()) text += ", ";
-    text += std::to_string(count) + " " + Text(severity) + (count == 1 ? "" : "s");
+    text += Quantity(count, Text(severity));
   }
   return text.empty() ? "clean" : text;
 }
@@ -93,20 +93,15 @@ static std::string FileText(std::string const& path, bool usable, Findings const
 }
 
 int VerifyVerb::Run() {
-  auto const size = [](std::string const& path) {
-    std::error_code failed;
-    auto const bytes = std::filesystem::file_size(path, failed);
-    return failed ? 0 : bytes;
-  };
   std::uint64_t all = 0, before = 0;
-  for (std::string const& path : _files) all += size(path);
+  for (std::string const& path : _files) all += Progress::SizeOf(path);
   Progress progress(_progress, "verify", Progress::kBytes, all);
   int const worst = TellOfEach(_files, _json, [&](std::string const& path, Json& array) {
     Findings findings;
     bool const usable = Verify(path, _deep, findings, [&](int64 position) {
       progress.At(before + static_cast<std::uint64_t>(position));
     });
-    before += size(path);
+    before += Progress::SizeOf(path);
     if (_json)
       array.push_back(FileJson(path, usable, findings));
     else
