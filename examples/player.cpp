@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
   // The track that is found for an output is published there.
   stream::IPort const* const output = demuxer->AddOutput("h264,hevc");
   if (!demuxer->StatusChange(stream::IStatus::kOpen)) return Fail("not an AVI file, or damaged");
-  auto const video = Ref<stream::IMedia>::Share(output->Media());
+  auto const video = output->Media();
   if (!video) return Fail("no H.264 or HEVC in the file");
   std::printf("%s, %.3f s\n", video->Codec(), static_cast<double>(demuxer->Duration()) / 1e3);
 

@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
   if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
 
   std::promise<bool> end;
-  demuxer->OnMessage([&end](stream::IElement&, char const* type, char const*) {
+  demuxer->OnMessage([&end](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
     std::string_view const what = type;
     if (what != "warning") end.set_value(what == "eos");  // or "error": one of them, once
     return true;

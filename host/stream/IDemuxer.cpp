@@ -6,16 +6,20 @@ IDemuxer::IDemuxer(char const* name) : ISource(name) {}
 
 bool IDemuxer::Start() {
   for (auto const& port : _ports)
-    if (!port->IsInput() && port->Media() == nullptr) port->Silence();
+    if (!port->IsInput() && !port->Media()) port->Silence();
   return ISource::Start();
 }
 
 bool IDemuxer::Close() {
-  IElementWithThread::Stop();
-  for (auto const& port : _ports)
-    if (!port->IsInput()) port->Offer(nullptr);
+  ISource::Stop();
+  Withdraw();
   bool const closed = IIO::Close();
   return ISource::Close() && closed;
+}
+
+void IDemuxer::Withdraw() {
+  for (auto const& port : _ports)
+    if (!port->IsInput()) port->Offer(nullptr);
 }
 
 base::PropertyList const& IDemuxer::Properties() { return PropertiesOf<IDemuxer>(); }

@@ -19,10 +19,11 @@ class KESTRO_API IDemuxer : public ISource, public IIO {
 
   // Outputs that have no track by now are silent.
   bool Start() override;
-  // Stops the thread, withdraws the media from the outputs and closes the input.
+  // Stops the thread, withdraws the media from the outputs and closes the input. The sinks are asked
+  // without a lock.
   bool Close() override;
 
-  // Tells each track's media; the callback answers false to stop.
+  // Reports each track's media; the callback returns false to stop.
   virtual bool ParseFile(std::function<bool(IMedia*)> callback) = 0;
   virtual bool Seek(base::int64 ms) = 0;
   virtual base::int64 Duration() const = 0;  // milliseconds
@@ -31,6 +32,8 @@ class KESTRO_API IDemuxer : public ISource, public IIO {
   static base::PropertyList const& Properties();
 
  protected:
+  void Withdraw();  // the media from the outputs
+
   unsigned _extFlags = Packet::kDiscontinuity;  // put on the first packet after a seek
   unsigned _eosFlags = Packet::kEndOfStream;    // put on the last packet of a track
 };

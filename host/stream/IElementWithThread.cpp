@@ -3,6 +3,9 @@
 #include <chrono>
 #include <system_error>
 
+#include "base/Console.h"
+#include "stream/Callout.h"
+
 namespace kestro::stream {
 
 namespace {
@@ -26,6 +29,7 @@ bool IElementWithThread::Start() {
 
 bool IElementWithThread::Stop() {
   if (!_thread.joinable()) return true;
+  if (Inside()) return false;
   {
     std::lock_guard lock(_mutex);
     _stop = true;
@@ -41,7 +45,7 @@ bool IElementWithThread::Resume() { return Park(false); }
 
 bool IElementWithThread::Park(bool pause) {
   std::unique_lock lock(_mutex);
-  if (!_thread.joinable()) return false;
+  if (!_thread.joinable() || Inside()) return false;
   _pause = pause;
   _changed.notify_all();
   _changed.wait(lock, [this, pause] { return _parked == pause; });
@@ -54,7 +58,14 @@ void IElementWithThread::Wake() {
   _changed.notify_all();
 }
 
+bool IElementWithThread::Refused() {
+  if (Callout::Active()) KESTRO_ERROR("Callout::Active(),a change of state from inside a handler");
+  return Callout::Active();
+}
+
 void IElementWithThread::Run() {
+  Callout const callout;
+  _self = std::this_thread::get_id();
   std::unique_lock lock(_mutex);
   while (!_stop) {
     if (_pause) {

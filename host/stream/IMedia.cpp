@@ -35,29 +35,37 @@ IMedia::IMedia(char const* codec)
 bool IMedia::Extra(void const* data, unsigned size) {
   if (data == nullptr || size == 0) return false;
   auto const* from = static_cast<unsigned char const*>(data);
-  std::vector<unsigned char> copy(from, from + size);
+  auto const copy = std::make_shared<std::vector<unsigned char> const>(from, from + size);
   auto const within = [](unsigned char const* p, unsigned char const* begin, std::size_t bytes) {
     return p >= begin && p < begin + bytes;
   };
+  std::lock_guard lock(_mutex);
+  auto const& last = *_extras.back();
   for (auto key = _keys.begin(); key != _keys.end();) {
     unsigned char const* pointer = nullptr;
     if (key->second.IsPointer()) key->second.To(&pointer, typeid(pointer));
     if (within(pointer, from, size)) {
-      pointer = copy.data() + (pointer - from);
+      pointer = copy->data() + (pointer - from);
       key->second.From(&pointer, typeid(pointer));
-    } else if (within(pointer, _extra.data(), _extra.size())) {
-      key = _keys.erase(key);  // it points into the copy that goes
+    } else if (within(pointer, last.data(), last.size())) {
+      key = _keys.erase(key);
       continue;
     }
     ++key;
   }
-  _extra.swap(copy);
+  _extras.push_back(copy);
   return true;
+}
+
+IMedia::Bytes IMedia::ExtraData() const {
+  std::lock_guard lock(_mutex);
+  return _extras.back();
 }
 
 bool IMedia::Set(char const* name, void* value, std::type_info const* type) {
   base::Value taken;
   if (name == nullptr || !taken.From(value, *type)) return false;
+  std::lock_guard lock(_mutex);
   for (auto& key : _keys)
     if (key.first == name) {
       key.second = taken;
@@ -68,6 +76,7 @@ bool IMedia::Set(char const* name, void* value, std::type_info const* type) {
 }
 
 bool IMedia::Get(char const* name, void* value, std::type_info const* type) {
+  std::lock_guard lock(_mutex);
   for (auto const& key : _keys)
     if (key.first == name) return key.second.To(value, *type);
   return false;

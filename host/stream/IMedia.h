@@ -1,6 +1,8 @@
 // The description of one track.
 #pragma once
 
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,10 +15,13 @@ namespace kestro::stream {
 
 // A codec name and typed keys, set and read through the parameter interface with conversion; a key
 // that nobody has set is unknown. Reference-counted and shared: media are compared by pointer.
-// Filled by one thread before it is published, only read afterwards.
+//
+// Keys and parameter sets may be set and read from any thread, since a source may learn parameter
+// sets after it has published a track. Bytes that were handed out stay valid as long as the media,
+// also after they were replaced.
 //
 // Video: "width", "height" (pixels, int; of one field when "interlace" is true), "interlace"
-// (bool), "framerate" (Fraction, per second), "gop" (int64, packets from key to key). Sound: "rate"
+// (bool), "framerate" (Fraction, per second), "gop" (int64, packets from key to key). Audio: "rate"
 // (samples per second), "channel", "width" (bytes per sample), "depth" (bits per sample), "samples"
 // (per packet and channel), all int. Parameter sets: "vps"/"ivps", "sps"/"isps", "pps"/"ipps"
 // (unsigned char* and bytes).
@@ -29,10 +34,12 @@ class KESTRO_API IMedia : public base::Object, public base::Reference {
   bool IsVideo() const { return _kind == Kind::kVideo; }
   bool IsAudio() const { return _kind == Kind::kAudio; }
 
-  // Stores a copy of the codec's parameter sets; pointer keys into `data` then point into the copy.
-  // False for no data.
+  using Bytes = std::shared_ptr<std::vector<unsigned char> const>;
+
+  // Stores a copy of the codec's parameter sets; pointer keys into `data` then point into the copy,
+  // and those into an earlier copy are unknown. False for no data.
   bool Extra(void const* data, unsigned size);
-  std::vector<unsigned char> const& ExtraData() const { return _extra; }
+  Bytes ExtraData() const;  // never null
 
   using base::Object::Get;
   using base::Object::Set;
@@ -44,10 +51,11 @@ class KESTRO_API IMedia : public base::Object, public base::Reference {
   explicit IMedia(char const* codec);
   ~IMedia() override = default;
 
-  std::string _codec;
-  Kind _kind;
+  std::string const _codec;
+  Kind const _kind;
+  mutable std::mutex _mutex;  // of what follows
   std::vector<std::pair<std::string, base::Value>> _keys;
-  std::vector<unsigned char> _extra;
+  std::vector<Bytes> _extras{std::make_shared<std::vector<unsigned char> const>()};
 };
 
 }  // namespace kestro::stream

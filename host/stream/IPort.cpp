@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "stream/Callout.h"
+#include "stream/Connection.h"
 #include "stream/IElement.h"
 
 namespace kestro::stream {
@@ -11,9 +13,10 @@ IPort::IPort(IElement& owner, bool input, char const* codecs)
     : object(input ? "input" : "output"),
       _owner(owner),
       _input(input),
-      _codecs(codecs != nullptr ? codecs : "*") {}
+      _codecs(codecs != nullptr ? codecs : "*"),
+      _links(std::make_shared<Links const>()) {}
 
-IPort::~IPort() { Unlink(); }
+IPort::~IPort() { Cut(true); }
 
 bool IPort::Match(char const* codec) const {
   if (codec == nullptr) return false;
@@ -27,73 +30,133 @@ bool IPort::Match(char const* codec) const {
   return false;
 }
 
+// One offer at a time.
+class IPort::OfferTurn {
+ public:
+  explicit OfferTurn(IPort& port) : _port(port) {
+    std::unique_lock lock(port._mutex);
+    _mine = port._offerer != std::this_thread::get_id();
+    if (!_mine) return;
+    port._offered.wait(lock, [&port] { return port._offerer == std::thread::id(); });
+    port._offerer = std::this_thread::get_id();
+  }
+  ~OfferTurn() {
+    if (!_mine) return;
+    std::lock_guard lock(_port._mutex);
+    _port._offerer = std::thread::id();
+    _port._offered.notify_all();
+  }
+  explicit operator bool() const { return _mine; }
+
+ private:
+  IPort& _port;
+  bool _mine;
+};
+
 bool IPort::Offer(IMedia* media) {
   if (media != nullptr && !Match(media->Codec())) return false;
-  if (_input && !_owner.AcceptMedia(*this, media)) return false;
-  std::lock_guard lock(_mutex);
-  if (!_input) {
-    if (media != nullptr && _media && _media.get() != media) return false;
-    auto const takes = [&](IPort* peer) { return peer->Offer(media); };
-    auto const refuses = std::find_if_not(_peers.begin(), _peers.end(), takes);
-    if (refuses != _peers.end()) {
-      // Those before it get back what they had.
-      std::for_each(_peers.begin(), refuses, [&](IPort* peer) { peer->Offer(_media.get()); });
-      return false;
-    }
+  OfferTurn const turn(*this);
+  if (!turn) {
+    KESTRO_ERROR("_offerer == self,an offer from inside AcceptMedia");
+    return false;
   }
-  _media = base::Ref<IMedia>::Share(media);
+  if (_input) {
+    Callout const callout;
+    if (!_owner.AcceptMedia(*this, media)) return false;
+  } else if (!OfferToLinks(media)) {
+    return false;
+  }
+  auto held = base::Ref<IMedia>::Share(media);  // the last one is released without the lock
+  std::lock_guard lock(_mutex);
+  std::swap(_media, held);
   _silent = false;
   return true;
 }
 
+bool IPort::OfferToLinks(IMedia* media) {
+  auto const held = Media();
+  if (media == nullptr && !held) return true;
+  if (media != nullptr && held && held.get() != media) return false;
+  auto const links = Current();
+  auto const takes = [](auto const& link, IMedia* what) {
+    Connection::Call const call(*link);
+    return !call || call->Offer(what);
+  };
+  auto const refuses = std::find_if_not(links->begin(), links->end(),
+                                        [&](auto const& link) { return takes(link, media); });
+  // Those before it get back what they had.
+  if (refuses != links->end())
+    std::for_each(links->begin(), refuses, [&](auto const& link) { takes(link, held.get()); });
+  return refuses == links->end();
+}
+
 void IPort::Silence() {
-  std::lock_guard lock(_mutex);
-  _silent = true;
-  if (!_input)
-    for (IPort* peer : _peers) peer->Silence();
+  {
+    std::lock_guard lock(_mutex);
+    _silent = true;
+  }
+  if (_input) return;
+  for (auto const& link : *Current())
+    if (Connection::Call const call(*link); call) call->Silence();
 }
 
 bool IPort::Settled() const {
-  std::lock_guard lock(_mutex);
-  return _media || _silent || _peers.empty();
+  {
+    std::lock_guard lock(_mutex);
+    if (_media || _silent) return true;
+  }
+  return !Linked();
 }
 
-IMedia* IPort::Media() const {
+base::Ref<IMedia> IPort::Media() const {
   std::lock_guard lock(_mutex);
-  return _media.get();
+  return _media;
+}
+
+bool IPort::Carries(IMedia const* media) const {
+  std::lock_guard lock(_mutex);
+  return media != nullptr && _media.get() == media;
 }
 
 bool IPort::Link(IPort& output, IPort& input) {
   if (output._input || !input._input || &output._owner == &input._owner) return false;
+  auto const link = std::make_shared<Connection>(input);
+  OfferTurn const turn(output);  // what is offered meanwhile reaches the new link or comes first
+  if (!turn) return false;
   {
     std::scoped_lock lock(output._mutex, input._mutex);
-    if (!input._peers.empty()) return false;
-    output._peers.push_back(&input);
-    input._peers.push_back(&output);
+    auto const live = [](auto const& other) { return other->Live(); };
+    if (std::any_of(input._links->begin(), input._links->end(), live)) return false;
+    for (IPort* port : {&output, &input}) {
+      auto links = std::make_shared<Links>();
+      std::copy_if(port->_links->begin(), port->_links->end(), std::back_inserter(*links),
+                   [](auto const& other) { return !other->Dead(); });
+      links->push_back(link);
+      port->_links = std::move(links);
+    }
   }
-  IMedia* media = output.Media();
-  if (media == nullptr || input.Offer(media)) return true;
+  auto const media = output.Media();
+  if (!media || input.Offer(media.get())) return true;
   input.Unlink();
   return false;
 }
 
-void IPort::Unlink() {
-  std::vector<IPort*> peers;
-  {
-    std::lock_guard lock(_mutex);
-    peers.swap(_peers);
-  }
-  for (IPort* peer : peers) peer->Disconnect(*this);
+std::shared_ptr<IPort::Links const> IPort::Current() const {
+  std::lock_guard lock(_mutex);
+  return _links;
 }
 
-void IPort::Disconnect(IPort& peer) {
-  std::lock_guard lock(_mutex);
-  _peers.erase(std::remove(_peers.begin(), _peers.end(), &peer), _peers.end());
+void IPort::Unlink() { Cut(!Callout::Active()); }
+
+void IPort::Cut(bool wait) {
+  auto const links = Current();
+  for (auto const& link : *links) link->Cut(false);
+  for (auto const& link : *links) link->Cut(wait);
 }
 
 bool IPort::Linked() const {
-  std::lock_guard lock(_mutex);
-  return !_peers.empty();
+  auto const links = Current();
+  return std::any_of(links->begin(), links->end(), [](auto const& link) { return link->Live(); });
 }
 
 bool IPort::Push(Packet& packet) {
@@ -101,24 +164,40 @@ bool IPort::Push(Packet& packet) {
     packet.Prefetch();
     return _owner.Deliver(packet, *this);
   }
-  std::lock_guard lock(_mutex);
-  bool taken = !_peers.empty();
-  for (IPort* peer : _peers) {
+  auto const links = Current();
+  bool reached = false;
+  bool taken = true;
+  for (auto const& link : *links) {
+    Connection::Call const call(*link);
+    if (!call) continue;
+    reached = true;
     // A sink may move the packet's start: each of several gets a packet of its own.
-    if (peer == _peers.back()) {
-      taken = peer->Push(packet) && taken;
+    if (link == links->back()) {
+      taken = call->Push(packet) && taken;
     } else {
       auto own = base::Ref<Packet>::Take(packet.Share());
-      taken = peer->Push(*own) && taken;
+      taken = call->Push(*own) && taken;
     }
   }
-  return taken;
+  return reached && taken;
 }
 
 bool IPort::Ready() const {
-  std::lock_guard lock(_mutex);
-  return std::all_of(_peers.begin(), _peers.end(),
-                     [](IPort* peer) { return peer->_owner.Ready(); });
+  auto const links = Current();
+  return std::all_of(links->begin(), links->end(), [](auto const& link) {
+    Connection::Call const call(*link);
+    return !call || call->_owner.Ready();
+  });
+}
+
+void IPort::Interrupt(bool on) {
+  for (auto const& link : *Current()) link->Interrupt(on);
+}
+
+bool IPort::Interrupted() const {
+  auto const links = Current();
+  return std::any_of(links->begin(), links->end(),
+                     [](auto const& link) { return link->Interrupted(); });
 }
 
 }  // namespace kestro::stream

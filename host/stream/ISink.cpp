@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "stream/Callout.h"
+
 namespace kestro::stream {
 
 bool ISink::Ready() const {
@@ -9,40 +11,88 @@ bool ISink::Ready() const {
                      [](auto const& port) { return !port->IsInput() || port->Settled(); });
 }
 
-bool ISink::Deliver(Packet& packet, IPort& port) {
-  // Only a thread's own id means something to it: no order is needed.
+bool ISink::Mine() const {
   auto const self = std::this_thread::get_id();
-  if (_delivering.load(std::memory_order_relaxed) == self) {
-    KESTRO_ERROR("_delivering == self,a packet from inside ReceivePacket");
+  return self == _deliverer || self == _changer || OwnThread();
+}
+
+// Null when a packet may be delivered now, or why it is refused.
+char const* ISink::Enter(IPort const& port) {
+  std::unique_lock lock(_mutex);
+  if (Mine()) return "Mine(),a packet from inside the sink's own calls";
+  while ((_delivering || _changing) && !_detached) {
+    if (GivesUp(port) && Stuck()) return "Stuck(),the sink is not ready and the source is stopped";
+    _freed.wait_for(lock, kPoll);
+  }
+  if (_detached) return "_detached,the sink takes no packets";
+  _delivering = true;
+  _deliverer = std::this_thread::get_id();
+  return nullptr;
+}
+
+bool ISink::Deliver(Packet& packet, IPort& port) {
+  if (char const* const why = Enter(port)) {
+    KESTRO_ERROR(why);
     return false;
   }
-  std::lock_guard lock(_delivery);
-  if (_detached || !(_ready = _ready || Ready())) {
-    KESTRO_ERROR(_detached ? "_detached,the sink is closed" : "!Ready(),an input has no media yet");
-    return false;
+  bool taken = false;
+  {
+    Callout const callout;
+    _ready = _ready || Ready();
+    if (_ready)
+      taken = ReceivePacket(packet, &port);
+    else
+      KESTRO_ERROR("!Ready(),an input has no media yet");
   }
-  _delivering.store(self, std::memory_order_relaxed);
-  bool const taken = ReceivePacket(packet, &port);
-  _delivering.store(std::thread::id(), std::memory_order_relaxed);
+  {
+    std::lock_guard lock(_mutex);
+    _delivering = false;
+    _deliverer = std::thread::id();
+  }
+  _freed.notify_all();
   return taken;
 }
 
-void ISink::Detach() {
-  for (auto const& port : _ports) port->Unlink();
-  std::lock_guard lock(_delivery);
-  _detached = true;
+// Null when the state may be changed now, with no packet under way, or why not.
+char const* ISink::Hold(int status) {
+  std::unique_lock lock(_mutex);
+  if (Mine()) return "Mine(),a change of state from inside the sink's own calls";
+  if (_changing) return "_changing,another thread changes the state";
+  if (_delivering && Callout::Active()) return "_delivering,a change of state from inside a handler";
+  _changing = true;
+  _changer = std::this_thread::get_id();
+  _detached = _leaving = !Takes(status);
+  _freed.wait(lock, [this] { return !_delivering; });
+  return nullptr;
 }
 
 bool ISink::StatusChange(int status) {
-  if (_delivering == std::this_thread::get_id()) {
-    KESTRO_ERROR("_delivering == self,a change of state from inside ReceivePacket");
+  if (status < kClosed || status > kPaused) return false;
+  if (char const* const why = Hold(status)) {
+    KESTRO_ERROR(why);
     return false;
   }
-  if (status < kClosed || status > kPaused) return false;
-  std::lock_guard lock(_delivery);
-  _detached = status == kClosed;
   _ready = false;
-  return IStatus::StatusChange(status);
+  bool const changed = IElement::StatusChange(status);
+  {
+    std::lock_guard lock(_mutex);
+    _changing = _leaving = false;
+    _changer = std::thread::id();
+  }
+  _freed.notify_all();
+  return changed;
+}
+
+void ISink::Detach() {
+  {
+    std::lock_guard lock(_mutex);
+    _detached = _leaving = true;
+  }
+  _freed.notify_all();
+  for (auto const& port : _ports)
+    if (port->IsInput()) port->Cut(true);
+  std::unique_lock lock(_mutex);
+  _freed.wait(lock, [this] { return !_delivering; });
 }
 
 }  // namespace kestro::stream

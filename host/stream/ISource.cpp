@@ -6,8 +6,36 @@ namespace kestro::stream {
 
 ISource::~ISource() { IElementWithThread::Stop(); }
 
+// While one exists, a packet that waits for what may never come gives up.
+class ISource::Interruption {
+ public:
+  explicit Interruption(ISource& source) : _source(source) { Interrupt(true); }
+  ~Interruption() { Interrupt(false); }
+
+ private:
+  void Interrupt(bool on) {
+    for (auto const& port : _source.Ports())
+      if (!port->IsInput()) port->Interrupt(on);
+  }
+  ISource& _source;
+};
+
+bool ISource::StatusChange(int status) {
+  if (Refused()) return false;
+  if (_changing.exchange(true)) {
+    KESTRO_ERROR("_changing,another thread changes the state");
+    return false;
+  }
+  bool const changed = IStatus::StatusChange(status);
+  _changing = false;
+  return changed;
+}
+
 bool ISource::Open() {
-  _ended = false;
+  {
+    std::lock_guard lock(_endMutex);
+    _ended = false;
+  }
   return IStatus::Open();
 }
 
@@ -17,11 +45,17 @@ bool ISource::Start() {
   return IElementWithThread::Start() && IStatus::Start();
 }
 
-bool ISource::Pause() { return IElementWithThread::Pause() && IStatus::Pause(); }
+bool ISource::Pause() {
+  Interruption const interruption(*this);
+  return IElementWithThread::Pause() && IStatus::Pause();
+}
 
 bool ISource::Resume() { return IElementWithThread::Resume() && IStatus::Resume(); }
 
-bool ISource::Stop() { return IElementWithThread::Stop() && IStatus::Stop(); }
+bool ISource::Stop() {
+  Interruption const interruption(*this);
+  return IElementWithThread::Stop() && IStatus::Stop();
+}
 
 bool ISource::Loop() {
   if (_ended) return false;
@@ -29,30 +63,32 @@ bool ISource::Loop() {
     _ready = std::all_of(_ports.begin(), _ports.end(), [](auto& port) { return port->Ready(); });
     if (!_ready) return false;
   }
-  _goesOn = false;
+  BeginTurn();
   Packet* packet = GeneratePacket(nullptr);
   if (packet == nullptr || packet == Packet::ReadFailure()) {
     bool const failed = packet != nullptr;
-    _ended = true;
-    if (_goesOn && !failed) {
-      _ended = false;
-      return true;
+    {
+      std::lock_guard lock(_endMutex);
+      _ended = !_goesOn;
     }
-    SendMessageUp(failed ? "error" : "eos", failed ? "reading failed" : nullptr, nullptr);
-    return false;
+    if (failed || _ended)
+      SendMessageUp(failed ? "error" : "eos", failed ? "reading failed" : nullptr, nullptr);
+    return !_ended;
   }
   auto const held = base::Ref<Packet>::Take(packet);
-  for (auto const& port : _ports)
-    if (!port->IsInput() && port->Media() != nullptr && port->Media() == packet->Media()) {
-      port->Push(*packet);
-      break;
-    }
+  auto const port = std::find_if(_ports.begin(), _ports.end(), [packet](auto const& candidate) {
+    return !candidate->IsInput() && candidate->Carries(packet->Media());
+  });
+  if (port != _ports.end()) (*port)->Push(*packet);
   return true;
 }
 
 void ISource::ClearEnd() {
-  _goesOn = true;
-  _ended = false;
+  {
+    std::lock_guard lock(_endMutex);
+    _goesOn = true;
+    _ended = false;
+  }
   Wake();
 }
 

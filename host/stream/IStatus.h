@@ -1,13 +1,16 @@
 // The states of an element.
 #pragma once
 
+#include <atomic>
+
 #include "base/Types.h"
 
 namespace kestro::stream {
 
-// Closed, open, running or paused. The operations step between neighbours; StatusChange takes an
-// element from any state to any other through them, and is what applications call. One control
-// thread.
+// Closed, open, running or paused. StatusChange takes an element from any state to any other, and is
+// what applications call, from one control thread; what else it allows and refuses, the elements'
+// headers say. Open, Start, Pause, Resume, Stop and Close are the steps between neighbours that it
+// takes: elements override them, and only StatusChange calls them.
 class KESTRO_API IStatus {
  public:
   enum Status { kClosed = 0, kOpen = 1, kRunning = 2, kPaused = 3 };
@@ -21,9 +24,9 @@ class KESTRO_API IStatus {
   virtual bool Close() { return Enter(kClosed); }
 
   // False at the first step that fails; the state is then the last one reached. On the way down
-  // every step is taken, and a failure is told at the end.
+  // every step is taken, and a failure is returned at the end.
   virtual bool StatusChange(int status);
-  int CurrentStatus() const { return _status; }
+  int CurrentStatus() const { return _status; }  // any thread
 
  protected:
   bool Enter(int status) {
@@ -32,7 +35,7 @@ class KESTRO_API IStatus {
   }
 
  private:
-  int _status = kClosed;
+  std::atomic<int> _status{kClosed};
 };
 
 }  // namespace kestro::stream

@@ -33,6 +33,8 @@ bool PacketQueue::AcceptMedia(IPort& port, IMedia* media) {
   return track < _tracks.size() && _tracks[track].ports.output->Offer(media);
 }
 
+bool PacketQueue::StatusChange(int status) { return !Refused() && ISink::StatusChange(status); }
+
 bool PacketQueue::Open() {
   std::lock_guard lock(_queueMutex);
   _counts = {};
@@ -48,10 +50,11 @@ bool PacketQueue::Start() {
 }
 
 bool PacketQueue::Stop() {
+  bool const ready = SinksReady();
   {
     Lock lock(_queueMutex);
     // A sink that still waits for another track takes nothing any more.
-    if (!_queue.empty() && !SinksReady()) _failed = true;
+    if (!_queue.empty() && !ready) _failed = true;
     _handedOn.wait(lock, [this] { return _queue.empty() || _failed; });
     _counts.dropped += _queue.size();
     _queue.clear();
@@ -64,9 +67,9 @@ bool PacketQueue::Stop() {
 void PacketQueue::Prepare() {
   _lead = _tracks.size();
   for (std::size_t i = _tracks.size(); i-- > 0;) {
-    IMedia const* const media = _tracks[i].ports.input->Media();
-    if (media == nullptr) _tracks[i].ports.output->Silence();
-    _tracks[i].video = media != nullptr && media->IsVideo();
+    auto const media = _tracks[i].ports.input->Media();
+    if (!media) _tracks[i].ports.output->Silence();
+    _tracks[i].video = media && media->IsVideo();
     _tracks[i].awaitsKey = false;
     if (_tracks[i].video) _lead = i;
   }
@@ -74,19 +77,26 @@ void PacketQueue::Prepare() {
 }
 
 bool PacketQueue::ReceivePacket(Packet& packet, void* context) {
-  std::size_t const track = TrackOf(*static_cast<IPort*>(context));
-  if (track == _tracks.size() || CurrentStatus() < kRunning) return false;
+  IPort const& input = *static_cast<IPort*>(context);
+  std::size_t const track = TrackOf(input);
+  if (track == _tracks.size()) return false;
+  if (!_prepared) Prepare();
   auto own = base::Ref<Packet>::Take(packet.Share());
+  bool const dropped = _dropping;
+  bool admitted = true;
   {
     Lock lock(_queueMutex);
-    if (!_prepared) Prepare();
-    if (!_drop && Full(packet)) AwaitRoom(lock, packet);
+    if (!_drop && !AwaitRoom(lock, packet, input)) return false;
     if (_failed) return false;
-    if (_drop && !Admit(packet, track)) return true;
-    _bytes += static_cast<uint64>(packet.Size());
-    _queue.push_back({std::move(own), track});
+    admitted = !_drop || Admit(packet, track);
+    if (admitted) {
+      _bytes += static_cast<uint64>(packet.Size());
+      _queue.push_back({std::move(own), track});
+    }
   }
-  Wake();
+  if (_dropping && !dropped)
+    SendMessageUp("warning", "the queue is full, packets are dropped", nullptr);
+  if (admitted) Wake();
   return true;
 }
 
@@ -99,15 +109,21 @@ bool PacketQueue::Full(Packet const& packet) const {
          (_maxTime_ms != 0 && held_ns / 1000000 > static_cast<int64>(_maxTime_ms));
 }
 
-void PacketQueue::AwaitRoom(Lock& lock, Packet const& packet) {
+// False when there never will be room.
+bool PacketQueue::AwaitRoom(Lock& lock, Packet const& packet, IPort const& input) {
+  if (!Full(packet)) return true;
   auto const begin = std::chrono::steady_clock::now();
-  _handedOn.wait(lock, [&] { return _failed || !Full(packet); });
+  while (!_failed && Full(packet)) {
+    if (Stuck() && GivesUp(input)) return false;
+    _handedOn.wait_for(lock, kPoll);
+  }
   auto const waited = std::chrono::steady_clock::now() - begin;
   auto const waited_us =
       static_cast<uint64>(std::chrono::duration_cast<std::chrono::microseconds>(waited).count());
   ++_counts.waits;
   _counts.waited_us += waited_us;
   _counts.longest_us = std::max(_counts.longest_us, waited_us);
+  return true;
 }
 
 // Whether a packet is queued; otherwise it was dropped.
@@ -132,7 +148,6 @@ bool PacketQueue::Admit(Packet const& packet, std::size_t track) {
 
 // Drops the group that a packet belongs to, as far as it is queued.
 void PacketQueue::Drop(Packet const& packet, std::size_t track) {
-  if (!_dropping) SendMessageUp("warning", "the queue is full, packets are dropped", nullptr);
   _dropping = true;
   ++_counts.groups;
   for (State& state : _tracks) state.awaitsKey = state.video;
@@ -163,9 +178,10 @@ bool PacketQueue::SinksReady() {
 
 bool PacketQueue::Loop() {
   Item item;
+  bool const ready = SinksReady();
   {
     Lock lock(_queueMutex);
-    if (_queue.empty() || _failed || !SinksReady()) return false;
+    if (_queue.empty() || _failed || !ready) return false;
     item = std::move(_queue.front());
     _queue.pop_front();
     _bytes -= static_cast<uint64>(item.packet->Size());

@@ -13,7 +13,7 @@ namespace kestro::stream {
 
 // Registered as "PacketQueue-packet-queue". Takes packets and hands them on, in order, on a thread
 // of its own, so that whoever delivers them never waits for what the sink does: a camera's thread
-// does not stand in a flush of the medium.
+// does not wait for a flush of the card.
 //
 //   auto* queue = IClass::New<PacketQueue>(attrs);
 //   PacketQueue::Track track = queue->AddTrack();       // for each, before the first packet
@@ -31,7 +31,8 @@ namespace kestro::stream {
 // groups count; without video every packet is a group of its own. What is dropped was not refused.
 //
 // A packet holds its payload until it has been handed on. Pausing has no effect. When the sink
-// refuses one, the queue enters its error state and refuses what follows.
+// refuses one, the queue enters its error state and refuses what follows. While its sinks still wait
+// for media, what waits for room gives up when the queue is closed or its source stopped.
 //
 // Properties: "maxPackets", "maxBytes", "maxTime_ms" are the bounds (0 for none); "drop" as above;
 // read only, for one recording: "dropped" packets, "droppedGroups", and how often and how long
@@ -49,6 +50,8 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   // Valid until the queue is destroyed.
   Track AddTrack(char const* codecs = "*");
 
+  // Refused, as ISink's, and from inside a packet or message handler of any element.
+  bool StatusChange(int status) override;
   bool AcceptMedia(IPort& port, IMedia* media) override;
   bool ReceivePacket(Packet& packet, void* context) override;
 
@@ -60,6 +63,9 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
 
  protected:
   bool Loop() override;
+  bool Stuck() const override { return !_ready; }
+  bool Takes(int status) const override { return status >= kRunning; }
+  bool OwnThread() const override { return Inside(); }
 
  private:
   using Lock = std::unique_lock<std::mutex>;
@@ -79,7 +85,7 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   std::size_t TrackOf(IPort const& input) const;
   void Prepare();
   bool Full(Packet const& packet) const;
-  void AwaitRoom(Lock& lock, Packet const& packet);
+  bool AwaitRoom(Lock& lock, Packet const& packet, IPort const& input);
   bool Admit(Packet const& packet, std::size_t track);
   void Drop(Packet const& packet, std::size_t track);
   bool SinksReady();
@@ -88,11 +94,12 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   std::size_t _lead = 0;  // the track whose groups count; none without video
   bool _prepared = false;
 
+  std::atomic<bool> _ready{false};  // the sinks take packets
+
   mutable std::mutex _queueMutex;  // of what follows
   std::condition_variable _handedOn;
   std::deque<Item> _queue;
   base::uint64 _bytes = 0;
-  bool _ready = false;  // the sinks take packets
   bool _dropping = false;
   base::int64 _resume_ns = INT64_MIN;  // other tracks' packets before this time were dropped
   Counts _counts;

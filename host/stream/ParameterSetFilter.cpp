@@ -22,7 +22,7 @@ IPort* ParameterSetFilter::OutputOf(IPort const* input) const {
 bool ParameterSetFilter::AcceptMedia(IPort& input, IMedia* media) {
   IPort* const output = OutputOf(&input);
   if (output == nullptr) return false;
-  if (media != nullptr && output->Media() != media) output->Offer(nullptr);
+  if (media != nullptr && !output->Carries(media)) output->Offer(nullptr);
   return output->Offer(media);
 }
 
@@ -35,7 +35,8 @@ bool ParameterSetFilter::Ready() const {
 bool ParameterSetFilter::ReceivePacket(Packet& packet, void* context) {
   IPort* const output = OutputOf(static_cast<IPort*>(context));
   if (output == nullptr || packet.Media() == nullptr) return false;
-  auto const& sets = packet.Media()->ExtraData();
+  auto const extra = packet.Media()->ExtraData();
+  auto const& sets = *extra;
   if (!packet.IsKey() || sets.empty()) return output->Push(packet);
 
   unsigned char const* const data = packet.Data();

@@ -7,22 +7,18 @@
 namespace kestro::plugin::avi {
 
 namespace {
-// What cannot be read while a file is opened is missing from it, and nothing later would tell.
+// What cannot be read while a file is opened is missing from it, and nothing later would show it.
 class ReadWatch : public base::IOFilter {
  public:
-  ReadWatch(IO& io, stream::IElement& element) : IOFilter("ReadWatch", io), _element(element) {}
-  ~ReadWatch() override {
-    if (_failed) _element.SendMessageUp("error", "reading failed", nullptr);
-  }
+  ReadWatch(IO& io, std::string& fault) : IOFilter("ReadWatch", io), _fault(fault) {}
   unsigned Read(void* data, unsigned size) override {
     unsigned const got = _io.Read(data, size);
-    _failed = _failed || got == kFailed;
+    if (got == kFailed) _fault = "reading failed";
     return got;
   }
 
  private:
-  stream::IElement& _element;
-  bool _failed = false;
+  std::string& _fault;
 };
 }  // namespace
 
@@ -37,26 +33,43 @@ bool AviDemuxer::Open() {
     KESTRO_ERROR("!ISource::Open()");
     return false;
   }
-  if (!parseFile()) {
+  std::vector<base::Ref<IMedia>> published;
+  bool parsed;
+  unsigned chosen;
+  {
+    std::lock_guard lock(_lock);
+    chosen = _videoIndex;
+    parsed = parseFile();
+    if (parsed) UpdateMediaInfo();
+    unsigned videos = 0;
+    for (IStream* stream : _streams) {
+      stream->DemuxEosFlags(_eosFlags);
+      bool const plays = stream->IsVideo() && videos++ == chosen;
+      if (plays || stream->IsAudio())
+        published.push_back(base::Ref<IMedia>::Share(stream->Media()));
+    }
+  }
+  ReportFault();
+  if (!parsed) {
     KESTRO_ERROR("!parseFile()");
     IDemuxer::Close();
     return false;
   }
-  UpdateMediaInfo();
-  unsigned videos = 0;
-  for (IStream* stream : _streams) {
-    stream->DemuxEosFlags(_eosFlags);
-    bool const chosen = stream->IsVideo() && videos++ == _videoIndex;
-    if (chosen || stream->IsAudio()) Publish(stream->Media());
-  }
+  for (auto const& media : published) Publish(media.get());
+  std::lock_guard lock(_lock);
+  if (_videoIndex != chosen) PublishVideo();  // another was chosen meanwhile
   _process = &IAviDemux::ProcessNormal;
   return true;
 }
 
 bool AviDemuxer::Close() {
   Stop();
+  {
+    std::lock_guard lock(_lock);
+    _process = nullptr;  // nothing is published any more
+  }
+  Withdraw();
   std::lock_guard lock(_lock);
-  _process = nullptr;
   if (Stream() != nullptr)
     IAviDemux::Close(*Stream());
   else
@@ -66,30 +79,47 @@ bool AviDemuxer::Close() {
 
 bool AviDemuxer::parseFile() {
   if (!_streams.empty()) return true;
+  _fault.clear();
   if (!Covered() && !IIO::Open("rb")) {
-    SendMessageUp("error", Why().c_str(), nullptr);
+    _fault = Why();
     return false;
   }
-  ReadWatch watch(*Stream(), *this);
+  ReadWatch watch(*Stream(), _fault);
   return IAviDemux::Open(watch);
 }
 
-bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
-  if (!parseFile()) return false;
-  if (!callback) return true;
-  bool videoSeen = false;
-  for (IStream* stream : _streams) {
-    if (stream->Media() == nullptr || (videoSeen && !stream->IsAudio())) continue;
-    if (!callback(stream->Media())) break;
-    videoSeen = videoSeen || stream->IsVideo();
+void AviDemuxer::ReportFault() {
+  std::string fault;
+  {
+    std::lock_guard lock(_lock);
+    fault.swap(_fault);
   }
-  return true;
+  if (!fault.empty()) SendMessageUp("error", fault.c_str(), nullptr);
+}
+
+bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
+  std::vector<base::Ref<IMedia>> reported;
+  bool parsed;
+  {
+    std::lock_guard lock(_lock);
+    parsed = parseFile();
+    bool videoSeen = false;
+    for (IStream* stream : _streams) {
+      if (stream->Media() == nullptr || (videoSeen && !stream->IsAudio())) continue;
+      reported.push_back(base::Ref<IMedia>::Share(stream->Media()));
+      videoSeen = videoSeen || stream->IsVideo();
+    }
+  }
+  ReportFault();
+  if (parsed && callback)
+    std::all_of(reported.begin(), reported.end(), [&](auto& media) { return callback(media.get()); });
+  return parsed;
 }
 
 // The coded data completes what the headers say of a video track: its first packet is looked at.
 bool AviDemuxer::UpdateMediaInfo() {
   if (Stream() == nullptr) return false;
-  ReadWatch watch(*Stream(), *this);
+  ReadWatch watch(*Stream(), _fault);
   base::IOCallBack io(watch, _notifyId, _notify);
   bool complete = true;
   for (IStream* stream : _streams) {
@@ -104,14 +134,35 @@ bool AviDemuxer::UpdateMediaInfo() {
   return complete;
 }
 
+// To the first output that takes it.
 bool AviDemuxer::Publish(IMedia* media) {
   return std::any_of(_ports.begin(), _ports.end(), [media](auto const& port) {
     return !port->IsInput() && port->Match(media->Codec()) && port->Offer(media);
   });
 }
 
+// The chosen video track, in place of the one that an output has.
+void AviDemuxer::PublishVideo() {
+  IStream const* const chosen = VideoStream(_videoIndex);
+  if (chosen == nullptr) return;
+  for (auto const& port : _ports) {
+    if (port->IsInput() || port->Carries(chosen->Media())) continue;
+    for (IStream const* stream : _streams)
+      if (stream->IsVideo() && port->Carries(stream->Media())) port->Offer(nullptr);
+  }
+  Publish(chosen->Media());
+}
+
+// Whether the lock is this thread's already, in which case waiting for it would never end.
+bool AviDemuxer::Refused(char const* what) const {
+  if (_lock.Mine()) KESTRO_ERROR(std::string("_lock.Mine(),from inside a call of the element: ") + what);
+  return _lock.Mine();
+}
+
 Packet* AviDemuxer::GeneratePacket(void*) {
+  if (Refused("GeneratePacket")) return nullptr;
   std::lock_guard lock(_lock);
+  BeginTurn();
   if (_process == nullptr || Stream() == nullptr) return nullptr;
   if (_notify == nullptr) return (this->*_process)(*Stream());
   base::IOCallBack io(*Stream(), _notifyId, _notify);
@@ -119,6 +170,7 @@ Packet* AviDemuxer::GeneratePacket(void*) {
 }
 
 bool AviDemuxer::Seek(int64 ms) {
+  if (Refused("Seek")) return false;
   std::lock_guard lock(_lock);
   int64 time = ms;
   IStream const* last = nullptr;
@@ -147,6 +199,7 @@ bool AviDemuxer::PlayModeSwitch(PlayMode mode) {
                                               &IAviDemux::ProcessBack, &IAviDemux::ProcessVideo,
                                               &IAviDemux::ProcessAudio};
   auto const index = static_cast<std::size_t>(mode);
+  if (Refused("PlayModeSwitch")) return false;
   std::lock_guard lock(_lock);
   if (index >= std::size(processes)) return false;
   if (mode == PlayMode::kBack && _process != processes[index]) _currentPts = -1;
@@ -157,24 +210,10 @@ bool AviDemuxer::PlayModeSwitch(PlayMode mode) {
 
 bool AviDemuxer::plyVidCtrl(unsigned id) {
   KESTRO_ERROR("Play Stream ID:" + std::to_string(id));
-  base::Ref<IMedia> chosen;
-  std::vector<base::Ref<IMedia>> videos;
-  {
-    std::lock_guard lock(_lock);
-    _videoIndex = id;
-    for (IStream* stream : _streams)
-      if (stream->IsVideo()) videos.push_back(base::Ref<IMedia>::Share(stream->Media()));
-    if (id < videos.size()) chosen = videos[id];
-  }
-  if (!chosen) return true;
-  // Without the lock, which a sink may be waiting for: the port is free for the new track then.
-  for (auto const& port : _ports) {
-    if (port->IsInput() || port->Media() == nullptr) continue;
-    if (port->Media() == chosen.get()) return true;
-    for (auto const& video : videos)
-      if (port->Media() == video.get()) port->Offer(nullptr);
-  }
-  Publish(chosen.get());
+  if (Refused("plyVidCtrl")) return false;
+  std::lock_guard lock(_lock);
+  _videoIndex = id;
+  if (_process != nullptr) PublishVideo();  // otherwise Open will
   return true;
 }
 

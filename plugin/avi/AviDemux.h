@@ -1,9 +1,10 @@
 // The element that plays AVI files.
 #pragma once
 
-#include <mutex>
+#include <string>
 
 #include "common/IAviDemux.h"
+#include "common/OwnedMutex.h"
 #include "stream/IDemuxer.h"
 
 namespace kestro::plugin::avi {
@@ -18,9 +19,15 @@ namespace kestro::plugin::avi {
 //   demuxer->StatusChange(IStatus::kRunning);          // packets flow; Seek and PlayModeSwitch
 //   demuxer->StatusChange(IStatus::kClosed);
 //
-// Each sound track, and the chosen video track, goes to the first output that takes its codec and
-// is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread while packets flow;
-// after the end of the stream they make it go on. Everything else is for the control thread.
+// Each audio track, and the chosen video track, goes to the first output that takes its codec and
+// is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread, and from a sink's
+// ReceivePacket. They exclude the making of packets and each other by a lock; after the end of the
+// stream the first two make it go on. The lock is held while the notification function and, within
+// "plyVidCtrl", a sink's AcceptMedia are called: from these, calls that need it are refused with an
+// error line. Everything else is for the control thread.
+//
+// "plyVidCtrl" changes the track and the outputs' media in one step: every packet of the new track
+// is delivered, and one of the old track that was made before may be lost.
 class AviDemuxer : public stream::IDemuxer, public IAviDemux {
  public:
   AviDemuxer();
@@ -33,7 +40,7 @@ class AviDemuxer : public stream::IDemuxer, public IAviDemux {
   bool ParseFile(std::function<bool(IMedia*)> callback) override;
   // To the key frame at or before a time; the other tracks stand at that frame's time then.
   bool Seek(int64 ms) override;
-  int64 Duration() const override { return _duration; }
+  int64 Duration() const override { return _duration; }  // after Open
   // The tracks stay where they are: play goes on in the new way from there.
   bool PlayModeSwitch(PlayMode mode) override;
   Packet* GeneratePacket(void*) override;
@@ -46,9 +53,13 @@ class AviDemuxer : public stream::IDemuxer, public IAviDemux {
  protected:
   bool UpdateMediaInfo();
   bool Publish(IMedia* media);
+  void PublishVideo();
+  void ReportFault();
+  bool Refused(char const* what) const;
 
-  std::mutex _lock;
-  PlayProcess _process = nullptr;
+  mutable OwnedMutex _lock;
+  PlayProcess _process = nullptr;  // null unless open
+  std::string _fault;              // what opening met; reported without the lock
 };
 
 }  // namespace kestro::plugin::avi

@@ -110,9 +110,9 @@ bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {
   }
   _media.clear();
   for (auto const& port : _ports)
-    if (port->IsInput() && port->Media() != nullptr) {
-      list.push_back(port->Media());
-      _media.push_back(base::Ref<IMedia>::Share(port->Media()));
+    if (auto media = port->Media(); port->IsInput() && media) {
+      list.push_back(media.get());
+      _media.push_back(std::move(media));
     }
   return true;
 }

@@ -88,13 +88,13 @@ TEST(Media, ExtraCopiesAndRebases) {
   };
   EXPECT_FALSE(media->Extra(nullptr, 5) || media->Extra(sets, 0));
   ASSERT_TRUE(media->Extra(sets, sizeof sets));
-  expect("sps", media->ExtraData().data() + 4);
-  expect("pps", media->ExtraData().data() + 10);
+  expect("sps", media->ExtraData()->data() + 4);
+  expect("pps", media->ExtraData()->data() + 10);
   expect("vps", &elsewhere);
-  ASSERT_TRUE(media->Extra(media->ExtraData().data(), 6)) << "a part of its own data";
-  expect("sps", media->ExtraData().data() + 4);
+  ASSERT_TRUE(media->Extra(media->ExtraData()->data(), 6)) << "a part of its own data";
+  expect("sps", media->ExtraData()->data() + 4);
   expect("pps", nullptr);
-  EXPECT_EQ(media->ExtraData()[4], 0x67);
+  EXPECT_EQ((*media->ExtraData())[4], 0x67);
 }
 
 }  // namespace

@@ -50,7 +50,10 @@ class Lines {
     std::lock_guard lock(_mutex);
     return _lines;
   }
-  std::size_t Count() const { return All().size(); }
+  std::size_t Count() const {
+    std::lock_guard lock(_mutex);
+    return _lines.size();
+  }
   bool Reach(std::size_t count) const {
     return Eventually([&] { return Count() >= count; });
   }
@@ -64,7 +67,7 @@ class Lines {
 class Messages : public Lines {
  public:
   explicit Messages(stream::IElement& element) {
-    element.OnMessage([this](stream::IElement&, char const* type, char const* text) {
+    element.OnMessage([this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
       Add(text != nullptr ? std::string(type) + ": " + text : type);
       return true;
     });

@@ -52,7 +52,7 @@ class Playing {
     if (!packet) return {-1, 0, false, false, ""};
     int track = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i)
-      if (outputs[i]->Media() == packet->Media()) track = static_cast<int>(i);
+      if (outputs[i]->Carries(packet->Media())) track = static_cast<int>(i);
     return {track, packet->Pts() / 1000000, packet->IsKey(),
             (packet->Flags() & Packet::kEndOfStream) != 0,
             std::string(packet->Data(), packet->Data() + packet->Size())};

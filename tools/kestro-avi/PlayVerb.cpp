@@ -288,8 +288,8 @@ int PlayVerb::Run() {
   ChooseTracks(avi);
   Player player(_file, _tracks.size(), _video, _preload);
   for (std::size_t i = 0; i < _tracks.size(); ++i)
-    if (player.Media(i) == nullptr ||
-        player.Media(i)->IsVideo() != (avi.Tracks()[_tracks[i]].type == "video"))
+    if (auto const media = player.Media(i);
+        !media || media->IsVideo() != (avi.Tracks()[_tracks[i]].type == "video"))
       throw Error(kUnusable, _file + ": the demuxer takes another track for track " +
                                  std::to_string(_tracks[i]));
   Position(player);

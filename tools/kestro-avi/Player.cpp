@@ -30,7 +30,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
       _io(_file) {
   if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
   _demuxer = NewDemuxer(_cached ? "CusAviDemuxer" : "avi-demuxer");
-  _demuxer->OnMessage([this](stream::IElement&, char const* type, char const*) {
+  _demuxer->OnMessage([this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
     if (std::strcmp(type, "eos") == 0) Happened(kEnd);
     if (std::strcmp(type, "error") == 0) Happened(kFailed);
     return true;
@@ -44,7 +44,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
     stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back());
   }
   // The demuxer with a cache opens what it cannot play, too.
-  if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && Media(0) == nullptr))
+  if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && !Media(0)))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
   if (_waiting) throw Error(kIo, path + ": reading failed when it was opened");
   ISink::StatusChange(IStatus::kRunning);

@@ -136,16 +136,18 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
   if (missing > 0) return true;
 
   _parameterSets.swap(sets);
-  for (std::size_t i = kinds.size(); i-- > 0;) {
-    ParameterSet const& keys = kinds.begin()[i];
-    if (keys.data == nullptr) continue;
-    _media->Set(keys.data, _parameterSets.data() + found[i].first);
-    _media->Set(keys.size, static_cast<int>(found[i].second));
-  }
   if (!_media->Extra(_parameterSets.data(), static_cast<unsigned>(_parameterSets.size()))) {
     KESTRO_ERROR(std::string("!_media->Extra(_buf, _") + (kinds.size() == 3 ? "vps" : "") +
                  "spsppslen)");
     return false;
+  }
+  // The size before the pointer: whoever reads a pointer meanwhile finds its size too.
+  auto const extra = _media->ExtraData();
+  for (std::size_t i = kinds.size(); i-- > 0;) {
+    ParameterSet const& keys = kinds.begin()[i];
+    if (keys.data == nullptr) continue;
+    _media->Set(keys.size, static_cast<int>(found[i].second));
+    _media->Set(keys.data, extra->data() + found[i].first);
   }
   _infoLen = static_cast<unsigned>(_parameterSets.size());
   return true;

@@ -8,6 +8,9 @@
 
 namespace kestro::plugin::avi {
 
+// While the object is whole: its thread calls what the class overrides.
+CusAviDemuxer::~CusAviDemuxer() { CusAviDemuxer::Close(); }
+
 bool CusAviDemuxer::Open() {
   if (!AviDemuxer::Open()) return false;
   std::lock_guard lock(_lock);
@@ -42,6 +45,7 @@ std::unique_ptr<base::IO> CusAviDemuxer::NewCache(IO* source) {
 }
 
 bool CusAviDemuxer::VlcBufferPreload(bool preload) {
+  if (Refused("vlcPreload")) return false;
   std::lock_guard lock(_lock);
   if (!_opened && _streams.empty() && !Covered() && (Stream() != nullptr || !_cacheReaderCreated)) {
     IIO::Open("rb");  // what is named now
@@ -61,6 +65,7 @@ bool CusAviDemuxer::VlcBufferPreload(bool preload) {
 }
 
 unsigned CusAviDemuxer::StrdSizeGet() {
+  if (Refused("strdsize")) return 0;
   std::lock_guard lock(_lock);
   if (_strdSize != 0 || _root == nullptr || Stream() == nullptr) return _strdSize;
   if (auto const* strd = dynamic_cast<cstrd*>(_root->Find("strd")))
@@ -70,6 +75,7 @@ unsigned CusAviDemuxer::StrdSizeGet() {
 }
 
 unsigned CusAviDemuxer::StrdDataGet(unsigned char* buffer) {
+  if (Refused("strddata")) return 0;
   std::lock_guard lock(_lock);
   if (_root == nullptr || Stream() == nullptr || _strdSize == 0 || buffer == nullptr) return 0;
   auto const* strd = dynamic_cast<cstrd*>(_root->Find("strd"));

@@ -27,6 +27,8 @@ namespace kestro::plugin::avi {
 // wait for the packet being read.
 class CusAviDemuxer : public AviDemuxer {
  public:
+  ~CusAviDemuxer() override;
+
   using AviDemuxer::Close;
   using AviDemuxer::Open;
   bool Open() override;
