@@ -71,7 +71,8 @@ class Recorder {
     _ok = _muxer->Set("constFrameRate", rate) && _muxer->Set("flushtime", 1000u) &&
           _muxer->Set("reservedSize", reserve) && _queue->Set("maxBytes", base::uint64{8} << 20) &&
           _queue->Set("drop", true);
-    auto const report = [this](stream::IElement& from, char const* type, char const* text, base::AttrSet const*) {
+    auto const report = [this](stream::IElement& from, char const* type, char const* text,
+                               base::AttrSet const*) {
       std::cerr << "camera: " << from.Name() << ": " << type << ": " << (text ? text : "") << "\n";
       if (std::string(type) == "error") _ok = false;
       return true;

@@ -61,11 +61,12 @@ int main(int argc, char** argv) {
   if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
 
   std::promise<bool> end;
-  demuxer->OnMessage([&end](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
-    std::string_view const what = type;
-    if (what != "warning") end.set_value(what == "eos");  // or "error": one of them, once
-    return true;
-  });
+  demuxer->OnMessage(
+      [&end](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
+        std::string_view const what = type;
+        if (what != "warning") end.set_value(what == "eos");  // or "error": one of them, once
+        return true;
+      });
   for (char const* codecs : {"h264,hevc", "pcm"})
     stream::IPort::Link(*demuxer->AddOutput(codecs), *counter.AddInput());
   if (!demuxer->StatusChange(stream::IStatus::kOpen)) return Fail("the file cannot be opened");

@@ -5,9 +5,9 @@
 
 namespace kestro::stream {
 
-// While one exists, its thread runs a packet handler, a message handler, AcceptMedia, or the loop of
-// an element's own thread. No lock of the host is held there, and what is called from there never
-// waits for another packet or thread to finish: it is refused where it would have to.
+// While one exists, its thread runs a packet handler, a message handler, AcceptMedia, or the loop
+// of an element's own thread. No lock of the host is held there, and what is called from there
+// never waits for another packet or thread to finish: it is refused where it would have to.
 class KESTRO_API Callout {
  public:
   Callout() { ++Depth(); }

@@ -19,8 +19,8 @@ class KESTRO_API IDemuxer : public ISource, public IIO {
 
   // Outputs that have no track by now are silent.
   bool Start() override;
-  // Stops the thread, withdraws the media from the outputs and closes the input. The sinks are asked
-  // without a lock.
+  // Stops the thread, withdraws the media from the outputs and closes the input. The sinks are
+  // asked without a lock.
   bool Close() override;
 
   // Reports each track's media; the callback returns false to stop.

@@ -27,8 +27,8 @@ class KESTRO_API IElement : public base::Object, public IStatus {
   // note it and return. Changes of state from here are refused where they would have to wait. A
   // muxer sends "eos" and warnings, and errors of its stream, with its mutex held: from these the
   // element is not called at all. Returns whether the message was taken.
-  using MessageHandler =
-      std::function<bool(IElement&, char const* type, char const* text, base::AttrSet const* attrs)>;
+  using MessageHandler = std::function<bool(IElement&, char const* type, char const* text,
+                                            base::AttrSet const* attrs)>;
 
   explicit IElement(char const* name);
   ~IElement() override;

@@ -96,7 +96,8 @@ void IPort::Silence() {
     _silent = true;
   }
   if (_input) return;
-  for (auto const& link : *Current())
+  auto const links = Current();
+  for (auto const& link : *links)
     if (Connection::Call const call(*link); call) call->Silence();
 }
 
@@ -121,24 +122,28 @@ bool IPort::Carries(IMedia const* media) const {
 bool IPort::Link(IPort& output, IPort& input) {
   if (output._input || !input._input || &output._owner == &input._owner) return false;
   auto const link = std::make_shared<Connection>(input);
-  OfferTurn const turn(output);  // what is offered meanwhile reaches the new link or comes first
-  if (!turn) return false;
   {
-    std::scoped_lock lock(output._mutex, input._mutex);
-    auto const live = [](auto const& other) { return other->Live(); };
-    if (std::any_of(input._links->begin(), input._links->end(), live)) return false;
-    for (IPort* port : {&output, &input}) {
-      auto links = std::make_shared<Links>();
-      std::copy_if(port->_links->begin(), port->_links->end(), std::back_inserter(*links),
-                   [](auto const& other) { return !other->Dead(); });
-      links->push_back(link);
-      port->_links = std::move(links);
-    }
+    OfferTurn const turn(output);  // what is offered meanwhile comes before the link or after it
+    if (!turn || !Connect(output, input, link)) return false;
+    auto const media = output.Media();
+    if (!media || input.Offer(media.get())) return true;
   }
-  auto const media = output.Media();
-  if (!media || input.Offer(media.get())) return true;
-  input.Unlink();
+  link->Cut(!Callout::Active());
   return false;
+}
+
+bool IPort::Connect(IPort& output, IPort& input, std::shared_ptr<Connection> const& link) {
+  std::scoped_lock lock(output._mutex, input._mutex);
+  auto const live = [](auto const& other) { return other->Live(); };
+  if (std::any_of(input._links->begin(), input._links->end(), live)) return false;
+  for (IPort* port : {&output, &input}) {
+    auto links = std::make_shared<Links>();
+    std::copy_if(port->_links->begin(), port->_links->end(), std::back_inserter(*links),
+                 [](auto const& other) { return !other->Dead(); });
+    links->push_back(link);
+    port->_links = std::move(links);
+  }
+  return true;
 }
 
 std::shared_ptr<IPort::Links const> IPort::Current() const {
@@ -191,7 +196,8 @@ bool IPort::Ready() const {
 }
 
 void IPort::Interrupt(bool on) {
-  for (auto const& link : *Current()) link->Interrupt(on);
+  auto const links = Current();
+  for (auto const& link : *links) link->Interrupt(on);
 }
 
 bool IPort::Interrupted() const {

@@ -22,8 +22,8 @@ class IElement;
 //   source->Outputs: Offer(media) by the element, Push(packet) by its thread
 //   sink->Inputs:    Offer(media) and Push(packet) by a linked output, or by the application
 //
-// Every operation may be called from any thread, and none holds a lock of the port while it calls an
-// element. A port lives as long as its element; destroying an element waits for calls that go
+// Every operation may be called from any thread, and none holds a lock of the port while it calls
+// an element. A port lives as long as its element; destroying an element waits for calls that go
 // through its links. Elements are not linked in circles.
 class KESTRO_API IPort : public base::object {
  public:
@@ -74,6 +74,7 @@ class KESTRO_API IPort : public base::object {
   friend class ISink;
   class OfferTurn;
 
+  static bool Connect(IPort& output, IPort& input, std::shared_ptr<Connection> const& link);
   bool OfferToLinks(IMedia* media);
   std::shared_ptr<Links const> Current() const;
   void Cut(bool wait);

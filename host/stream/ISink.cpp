@@ -58,7 +58,8 @@ char const* ISink::Hold(int status) {
   std::unique_lock lock(_mutex);
   if (Mine()) return "Mine(),a change of state from inside the sink's own calls";
   if (_changing) return "_changing,another thread changes the state";
-  if (_delivering && Callout::Active()) return "_delivering,a change of state from inside a handler";
+  if (_delivering && Callout::Active())
+    return "_delivering,a change of state from inside a handler";
   _changing = true;
   _changer = std::this_thread::get_id();
   _detached = _leaving = !Takes(status);

@@ -39,7 +39,8 @@ class KESTRO_API ISink : public IElement {
   bool CheckIO() const { return !_ioFailed; }
 
   // Waits for a packet under way. Refused, with an error line, from inside the sink's own calls,
-  // while another thread changes the state, and from inside any handler while a packet is under way.
+  // while another thread changes the state, and from inside any handler while a packet is under
+  // way.
   bool StatusChange(int status) override;
 
  protected:

@@ -7,10 +7,10 @@
 
 namespace kestro::stream {
 
-// Closed, open, running or paused. StatusChange takes an element from any state to any other, and is
-// what applications call, from one control thread; what else it allows and refuses, the elements'
-// headers say. Open, Start, Pause, Resume, Stop and Close are the steps between neighbours that it
-// takes: elements override them, and only StatusChange calls them.
+// Closed, open, running or paused. StatusChange takes an element from any state to any other, and
+// is what applications call, from one control thread; what else it allows and refuses, the
+// elements' headers say. Open, Start, Pause, Resume, Stop and Close are the steps between
+// neighbours that it takes: elements override them, and only StatusChange calls them.
 class KESTRO_API IStatus {
  public:
   enum Status { kClosed = 0, kOpen = 1, kRunning = 2, kPaused = 3 };

@@ -31,8 +31,8 @@ namespace kestro::stream {
 // groups count; without video every packet is a group of its own. What is dropped was not refused.
 //
 // A packet holds its payload until it has been handed on. Pausing has no effect. When the sink
-// refuses one, the queue enters its error state and refuses what follows. While its sinks still wait
-// for media, what waits for room gives up when the queue is closed or its source stopped.
+// refuses one, the queue enters its error state and refuses what follows. While its sinks still
+// wait for media, what waits for room gives up when the queue is closed or its source stopped.
 //
 // Properties: "maxPackets", "maxBytes", "maxTime_ms" are the bounds (0 for none); "drop" as above;
 // read only, for one recording: "dropped" packets, "droppedGroups", and how often and how long

@@ -112,7 +112,8 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
   }
   ReportFault();
   if (parsed && callback)
-    std::all_of(reported.begin(), reported.end(), [&](auto& media) { return callback(media.get()); });
+    std::all_of(reported.begin(), reported.end(),
+                [&](auto& media) { return callback(media.get()); });
   return parsed;
 }
 
@@ -155,7 +156,8 @@ void AviDemuxer::PublishVideo() {
 
 // Whether the lock is this thread's already, in which case waiting for it would never end.
 bool AviDemuxer::Refused(char const* what) const {
-  if (_lock.Mine()) KESTRO_ERROR(std::string("_lock.Mine(),from inside a call of the element: ") + what);
+  if (_lock.Mine())
+    KESTRO_ERROR(std::string("_lock.Mine(),from inside a call of the element: ") + what);
   return _lock.Mine();
 }
 

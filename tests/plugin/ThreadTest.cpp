@@ -24,7 +24,8 @@ class Watchdog {
  public:
   explicit Watchdog(std::string what, int seconds = 60)
       : _thread([this, what, seconds] {
-          if (_done.get_future().wait_for(std::chrono::seconds(seconds)) == std::future_status::ready)
+          if (_done.get_future().wait_for(std::chrono::seconds(seconds)) ==
+              std::future_status::ready)
             return;
           std::fprintf(stderr, "hangs: %s\n", what.c_str());
           std::abort();
@@ -57,7 +58,8 @@ bool IsVideo(Packet const& packet, int track) {
 
 // A full queue whose sink still waits for another track: whoever is stopped first, nothing hangs.
 TEST(Threads, AFullQueueWithoutASinkCanBeLeft) {
-  for (std::string const first : {"queue", "queue's destructor", "source", "source paused", "link"}) {
+  for (std::string const first :
+       {"queue", "queue's destructor", "source", "source paused", "link"}) {
     Watchdog const watchdog(first);
     base::ConsoleCapture console;
     FilmIO io({100});
@@ -98,11 +100,20 @@ TEST(Threads, APacketHandlerCallsWhatItLikes) {
     std::atomic<int> calls{0}, accepted{0};
     CaptureSink sink([&](Packet& packet) {
       switch (++calls % 5) {
-        case 0: p.demuxer->Seek(calls % 3000); break;
-        case 1: p.demuxer->Set("plyVidCtrl", calls % 2); break;
-        case 2: p.demuxer->PlayModeSwitch(static_cast<PlayMode>(calls / 5 % 5)); break;
-        case 3: accepted += p.demuxer->StatusChange(IStatus::kClosed); break;
-        default: accepted += queued && queue.StatusChange(IStatus::kClosed);
+        case 0:
+          p.demuxer->Seek(calls % 3000);
+          break;
+        case 1:
+          p.demuxer->Set("plyVidCtrl", calls % 2);
+          break;
+        case 2:
+          p.demuxer->PlayModeSwitch(static_cast<PlayMode>(calls / 5 % 5));
+          break;
+        case 3:
+          accepted += p.demuxer->StatusChange(IStatus::kClosed);
+          break;
+        default:
+          accepted += queued && queue.StatusChange(IStatus::kClosed);
       }
       accepted += sink.StatusChange(IStatus::kClosed) + sink.Ports()[0]->Push(packet);
       return true;
@@ -222,11 +233,11 @@ TEST(Threads, EverythingAtOnce) {
   char const* const wanted = std::getenv("KESTRO_STRESS_SECONDS");
   int const seconds = wanted != nullptr ? std::atoi(wanted) : 2;
   auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  base::ConsoleCapture console;
   bool const cached = base::IClass::Find("CusAviDemuxer", true) != nullptr;
   MemoryIO film;
   RecordTwo(film, 100);
   for (unsigned round = 1; std::chrono::steady_clock::now() < end; ++round) {
+    base::ConsoleCapture console;
     Watchdog const watchdog("round " + std::to_string(round));
     MemoryIO from(Text(film)), to;
     Recording copy(&to, cached && round % 4 == 3 ? "avi-muxer-vfi" : "avi-muxer");
@@ -236,16 +247,36 @@ TEST(Threads, EverythingAtOnce) {
     queue->Set("drop", round % 5 == 0);
     auto const control = [&](std::mt19937& random) {
       switch (random() % 16) {
-        case 0: p.demuxer->StatusChange(static_cast<int>(random() % 4)); break;
-        case 1: queue->StatusChange(static_cast<int>(random() % 4)); break;
-        case 2: copy.muxer->StatusChange(static_cast<int>(random() % 4)); break;
-        case 3: p.outputs[random() % 2]->Unlink(); break;
-        case 4: IPort::Link(*p.outputs[random() % 2], *queue->Ports()[random() % 2 * 2]); break;
-        case 5: p.demuxer->StatusChange(IStatus::kRunning); break;
-        case 6: queue->StatusChange(IStatus::kRunning); break;
-        case 7: copy.muxer->StatusChange(IStatus::kRunning); break;
-        case 8: p.demuxer->Set("plyVidCtrl", static_cast<unsigned>(random() % 3)); break;
-        case 9: p.demuxer->PlayModeSwitch(static_cast<PlayMode>(random() % 6)); break;
+        case 0:
+          p.demuxer->StatusChange(static_cast<int>(random() % 4));
+          break;
+        case 1:
+          queue->StatusChange(static_cast<int>(random() % 4));
+          break;
+        case 2:
+          copy.muxer->StatusChange(static_cast<int>(random() % 4));
+          break;
+        case 3:
+          p.outputs[random() % 2]->Unlink();
+          break;
+        case 4:
+          IPort::Link(*p.outputs[random() % 2], *queue->Ports()[random() % 2 * 2]);
+          break;
+        case 5:
+          p.demuxer->StatusChange(IStatus::kRunning);
+          break;
+        case 6:
+          queue->StatusChange(IStatus::kRunning);
+          break;
+        case 7:
+          copy.muxer->StatusChange(IStatus::kRunning);
+          break;
+        case 8:
+          p.demuxer->Set("plyVidCtrl", static_cast<unsigned>(random() % 3));
+          break;
+        case 9:
+          p.demuxer->PlayModeSwitch(static_cast<PlayMode>(random() % 6));
+          break;
         case 10:
           if (auto const media = p.outputs[0]->Media()) media->ExtraData();
           break;
@@ -261,7 +292,9 @@ TEST(Threads, EverythingAtOnce) {
             queue->Ports()[0]->Push(*packet);
           }
           break;
-        default: p.demuxer->Seek(static_cast<int64>(random() % 5000)); break;
+        default:
+          p.demuxer->Seek(static_cast<int64>(random() % 5000));
+          break;
       }
     };
     auto const inside = [&] {

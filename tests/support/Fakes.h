@@ -67,10 +67,11 @@ class Lines {
 class Messages : public Lines {
  public:
   explicit Messages(stream::IElement& element) {
-    element.OnMessage([this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
-      Add(text != nullptr ? std::string(type) + ": " + text : type);
-      return true;
-    });
+    element.OnMessage(
+        [this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
+          Add(text != nullptr ? std::string(type) + ": " + text : type);
+          return true;
+        });
   }
 };
 

@@ -81,10 +81,11 @@ class Recording {
       : muxer(Make<stream::IMuxer>(alias)) {
     muxer->Set("io", to);
     muxer->Set("constFrameRate", base::Fraction(25, 1));
-    muxer->OnMessage([this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
-      messages.push_back(std::string(type) + (text != nullptr ? std::string(": ") + text : ""));
-      return true;
-    });
+    muxer->OnMessage(
+        [this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
+          messages.push_back(std::string(type) + (text != nullptr ? std::string(": ") + text : ""));
+          return true;
+        });
   }
   ~Recording() { Close(); }
 

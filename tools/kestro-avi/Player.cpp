@@ -30,11 +30,12 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
       _io(_file) {
   if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
   _demuxer = NewDemuxer(_cached ? "CusAviDemuxer" : "avi-demuxer");
-  _demuxer->OnMessage([this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
-    if (std::strcmp(type, "eos") == 0) Happened(kEnd);
-    if (std::strcmp(type, "error") == 0) Happened(kFailed);
-    return true;
-  });
+  _demuxer->OnMessage(
+      [this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
+        if (std::strcmp(type, "eos") == 0) Happened(kEnd);
+        if (std::strcmp(type, "error") == 0) Happened(kFailed);
+        return true;
+      });
   _demuxer->Set("io", static_cast<base::IO*>(&_io));
   if (video != 0) _demuxer->Set("plyVidCtrl", video);
   if (_cached && !(_demuxer->Set("preloadsz", *preload) && _demuxer->Set("vlcPreload", true)))

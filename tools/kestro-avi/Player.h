@@ -47,9 +47,7 @@ class Player : private stream::ISink {
 
   stream::IDemuxer& Demuxer() { return *_demuxer; }
   // The media of an output; null when the demuxer has published fewer tracks.
-  base::Ref<stream::IMedia> Media(std::size_t output) const {
-    return _inputs[output]->Media();
-  }
+  base::Ref<stream::IMedia> Media(std::size_t output) const { return _inputs[output]->Media(); }
 
   // Lets go of the last packet and waits for what comes then. After the end, or a failure, there is
   // nothing more until the demuxer is told to go elsewhere.

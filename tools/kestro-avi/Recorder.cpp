@@ -33,10 +33,11 @@ Recorder::Recorder(RecorderOptions const& options, std::string const& path,
   if (!_muxer || !_muxer->Configure(attrs))
     throw Error(kIo,
                 syncs ? "--sync: the plug-in is built without it" : "the plug-in has no muxer");
-  _muxer->OnMessage([this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
-    Note(type, text != nullptr ? text : type);
-    return true;
-  });
+  _muxer->OnMessage(
+      [this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
+        Note(type, text != nullptr ? text : type);
+        return true;
+      });
   for (std::size_t i = 0; i < tracks.size(); ++i) {
     _ports.push_back(_muxer->AddInput());
     if (!_ports.back()->Offer(packets.Media(i)))
