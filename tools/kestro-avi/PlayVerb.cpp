@@ -279,7 +279,6 @@ int PlayVerb::List(Player& player, AviFile& avi) {
 
 int PlayVerb::Run() {
   Check();
-  ReserveStandardOutput();
   AviFile avi(_file);
   CheckIndex(avi);
   LoadAviPlugin(_plugin);

@@ -127,7 +127,6 @@ RepairReport RepairVerb::WatchedRepair() const {
 }
 
 int RepairVerb::Run() {
-  ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   CatchSignals();
   RepairReport const report = WatchedRepair();
