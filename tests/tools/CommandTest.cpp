@@ -80,7 +80,7 @@ TEST_F(CommandTest, ExitCodes) {
   Write("no-film.txt", "not a film\n");
   Write("empty.h264", "");
   Expect("",
-         {{"", 2, "a verb is wanted"},
+         {{"", 2, "missing command"},
           {"--version", 0, ""},
           {"record --help", 0, ""},
           {"record -o x.avi", 2, "INPUT"},
@@ -118,6 +118,21 @@ TEST_F(CommandTest, ExitCodes) {
           {"record --force -o media media/clip25.h264", 3, "directory"}});
   EXPECT_FALSE(fs::exists(At("x.avi")));
   EXPECT_EQ(FileText(At("old.avi")), "old");
+}
+
+TEST_F(CommandTest, MistypedNamesAreExplained) {
+  Expect("", {{"recrd -o x.avi play", 2, "unknown command 'recrd'; did you mean 'record'?\n"},
+              {"lpay", 2, "'lpay'; did you mean 'play'?\n"},
+              {"zzz", 2, "unknown command 'zzz' (see kestro-avi --help)\n"},
+              {"--verison", 2, "unknown option '--verison'; did you mean '--version'?\n"},
+              {"record --segment-sise 9 in", 2, "'--segment-sise'; did you mean '--segment-size'?"},
+              {"record --segment-tiem=9", 2, "'--segment-tiem'; did you mean '--segment-time'?\n"},
+              {"record --bogus in", 2, "unknown option '--bogus' (see kestro-avi record --help)\n"},
+              {"play --real a.avi", 2, "unknown option '--real'; did you mean '--realtime'?\n"},
+              {"play -- a.avi -b", 2, "unexpected argument '-b' (see kestro-avi play --help)\n"},
+              {"play --mode fsat a.avi", 2, "--mode: unknown value 'fsat'; did you mean 'fast'?\n"},
+              {"record --set listfil=2 -o x media/mono8k.wav", 2, "did you mean 'listfile'?\n"},
+              {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"}});
 }
 
 TEST_F(CommandTest, OutputIsDataAlone) {

@@ -14,6 +14,7 @@
 #include "PluginVerb.h"
 #include "RecordVerb.h"
 #include "RepairVerb.h"
+#include "Suggest.h"
 #include "VerifyVerb.h"
 #include "input/Libav.h"
 #include "pages/PagesVerb.h"
@@ -94,12 +95,7 @@ int CommandLine::Run(int argc, char** argv) {
   try {
     _app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
-    if (error.get_exit_code() != 0)
-      throw Error(
-          kUsage,
-          _app.get_subcommands().empty()
-              ? "a verb is wanted: record, play, extract, info, verify, repair or plugin (see --help)"
-              : error.what());
+    if (error.get_exit_code() != 0) throw Error(kUsage, Explain(_app, error));
     std::ostringstream text;  // of --help or --version
     _app.exit(error, text, text);
     WriteData(text.str());
