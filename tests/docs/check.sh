@@ -2,9 +2,9 @@
 # Holds the documentation against the tool:
 #   check.sh TOOL TREE
 # Runs the commands of each page's fenced blocks ("$ ..."), in a folder with the bundled clips, and
-# compares exit code (0, or the one in "# exit code N" behind the command) and output: "..." stands
-# for anything. Of standard error only the tool's own lines count, behind standard output. Then
-# looks for the files that links name, and for every option of the tool in docs/tool.md.
+# compares exit code (0, or the one in "# exit code N" after the command) and output, that on standard
+# error after that on standard output: "..." stands for anything. Then looks for the files that
+# links name, and for every option of the tool in docs/tool.md.
 set -uo pipefail
 export LC_ALL=C
 tool=$(realpath "$1") tree=$(realpath "$2")
@@ -27,7 +27,7 @@ finish() {
   [[ $run =~ '# exit code '([0-9]+)$ ]] && code=${BASH_REMATCH[1]}
   actual=$(bash -c "$run" 2>"$work/stderr")
   got=$?
-  actual+=$'\n'$(sed 's/\x1b\[[0-9]*m//g' "$work/stderr" | grep -a '^kestro-avi: ')
+  actual+=$'\n'$(<"$work/stderr")
   commands=$((commands + 1))
   [[ $got == "$code" ]] || fail "$page: $run: exit code $got, not $code" "$actual"
   [[ -n $pattern ]] || return 0

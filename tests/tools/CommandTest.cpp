@@ -1,7 +1,15 @@
 // The program as people run it.
 #include "Command.h"
 
+#include <sys/stat.h>
+
+#include <csignal>
+#include <cstdio>
 #include <nlohmann/json.hpp>
+#include <thread>
+
+#include "Console.h"
+#include "base/Console.h"
 
 namespace kestro::tool {
 namespace {
@@ -72,7 +80,7 @@ TEST_F(CommandTest, ExitCodes) {
   Write("no-film.txt", "not a film\n");
   Write("empty.h264", "");
   Expect("",
-         {{"", 2, "a verb is wanted"},
+         {{"", 2, "missing command"},
           {"--version", 0, ""},
           {"record --help", 0, ""},
           {"record -o x.avi", 2, "INPUT"},
@@ -112,9 +120,94 @@ TEST_F(CommandTest, ExitCodes) {
   EXPECT_EQ(FileText(At("old.avi")), "old");
 }
 
+TEST_F(CommandTest, MistypedNamesAreExplained) {
+  Expect("", {{"recrd -o x.avi play", 2, "unknown command 'recrd'; did you mean 'record'?\n"},
+              {"lpay", 2, "'lpay'; did you mean 'play'?\n"},
+              {"zzz", 2, "unknown command 'zzz' (see kestro-avi --help)\n"},
+              {"--verison", 2, "unknown option '--verison'; did you mean '--version'?\n"},
+              {"record --segment-sise 9 in", 2, "'--segment-sise'; did you mean '--segment-size'?"},
+              {"record --segment-tiem=9", 2, "'--segment-tiem'; did you mean '--segment-time'?\n"},
+              {"record --bogus in", 2, "unknown option '--bogus' (see kestro-avi record --help)\n"},
+              {"play --real a.avi", 2, "unknown option '--real'; did you mean '--realtime'?\n"},
+              {"play -- a.avi -b", 2, "unexpected argument '-b' (see kestro-avi play --help)\n"},
+              {"play --mode fsat a.avi", 2, "--mode: unknown value 'fsat'; did you mean 'fast'?\n"},
+              {"record --set listfil=2 -o x media/mono8k.wav", 2, "did you mean 'listfile'?\n"},
+              {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"}});
+}
+
 TEST_F(CommandTest, OutputIsDataAlone) {
   ASSERT_EQ(Run("record -o a.avi media/mono8k.wav").code, 0);
   EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out)) << "messages among it";
+}
+
+// What the plug-in prints looks like errors.
+TEST_F(CommandTest, PrintsOfThePluginAreShownOnRequestAndOnFailure) {
+  ASSERT_EQ(Run("record -o a.avi --strn name media/clip25.h264 media/mono8k.wav").code, 0);
+  struct {
+    std::string arguments;
+    int code;
+    char const* shown;  // null: nothing of the plug-in
+  } const calls[] = {
+      {"record -o b.avi media/clip25.h264", 0, nullptr},
+      {"record -o c.avi --duration 1 --progress json media/clip25.h264", 0, nullptr},
+      {"record -o d.avi --index-spill 1 --spill-dir none media/clip25.h264", 1, nullptr},
+      {"play --json a.avi", 0, nullptr},
+      {"play a.avi | head -1", 0, nullptr},
+      {"repair a.avi -o e.avi", 0, nullptr},
+      {"extract a.avi --strd f.bin", 4, "\n++h264++++:40000,320,180\n"},
+      {"plugin --verbose", 0, nullptr},
+      {"verify --verbose a.avi", 0, nullptr},
+      {"record --verbose -o g.avi media/clip25.h264", 0, "config:320,180\n"},
+      {"play --verbose a.avi", 0, "\n++h264++++:40000,320,180\n"},
+      {"repair --verbose a.avi -o h.avi", 0, "AddStream:\th264\033[0m\n"},
+      {"record -o none/i.avi media/clip25.h264", 3, "\t!OpenFileConfig()\033[0m\n"},
+      {"play a.avi >/dev/full", 3, "++h264++++"}};
+  for (auto const& call : calls) {
+    Result const result = Run(call.arguments);
+    EXPECT_EQ(result.code, call.code) << call.arguments << "\n" << result.err;
+    auto const none = testing::Not(testing::ContainsRegex("plugin/avi|h264[+]|config:"));
+    EXPECT_THAT(result.out, none) << call.arguments;
+    if (call.shown == nullptr) {
+      EXPECT_THAT(result.err, none) << call.arguments;
+      continue;
+    }
+    EXPECT_THAT(result.err, testing::HasSubstr(call.shown)) << call.arguments;
+    EXPECT_THAT(result.err, testing::HasSubstr("kestro-avi: the plug-in printed:\n"));
+  }
+}
+
+// Prints from two threads at once, of which only the last fit.
+static void PrintMuch() {
+  auto const print = [] {
+    for (int i = 0; i < 5000; ++i) {
+      std::printf("\nprint %d of 5000 that a plug-in makes\n", i);
+      base::ErrorLineAt("plugin", i, "Function", "a red line");
+    }
+  };
+  CatchPrints();
+  std::thread other(print);
+  print();
+  other.join();
+  base::ErrorLineAt("plugin", 0, "Function", "the last one");
+}
+
+TEST(PrintsTest, TheLastAreKept) {
+  auto const end = testing::EndsWith("\n\033[31mplugin/0/Function:\tthe last one\033[0m\n");
+  auto const length = testing::SizeIs(testing::AllOf(testing::Ge(65000u), testing::Le(66000u)));
+  auto const begin =
+      testing::MatchesRegex("kestro-avi: the plug-in printed:\n(\n|print|.\\[31mplugin/).*");
+  auto const show = [] {
+    PrintMuch();
+    ShowCaughtPrints();
+    struct stat file {};
+    std::_Exit(fstat(STDOUT_FILENO, &file) == 0 && file.st_blocks < 1024 ? 0 : 1);
+  };
+  EXPECT_EXIT(show(), testing::ExitedWithCode(0), testing::AllOf(end, length, begin));
+  // After the text of the assertion.
+  EXPECT_EXIT(
+      (PrintMuch(), base::AssertFail("it holds", "file.cpp", 1, "Function")),
+      testing::KilledBySignal(SIGABRT),
+      testing::AllOf(end, testing::HasSubstr("Assertion `it holds' failed.\nkestro-avi: ")));
 }
 
 }  // namespace

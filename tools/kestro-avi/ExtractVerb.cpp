@@ -160,7 +160,6 @@ int ExtractVerb::Copy(AviFile& avi, Targets const& targets, Progress& progress) 
 
 // As an application gets it, from the demuxer.
 void ExtractVerb::WriteStreamData() {
-  ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   auto const demuxer = NewDemuxer("CusAviDemuxer");
   demuxer->Set("path", std::filesystem::absolute(_file).string());

@@ -18,7 +18,6 @@ void CatchSignals() {
   sigaction(SIGHUP, nullptr, &hangup);
   action.sa_flags = 0;  // shells and the system send more than one
   if (hangup.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // nohup ignores it
-  std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_IGN);
 }
 

@@ -6,8 +6,7 @@
 namespace kestro::tool {
 
 // From here on the first SIGINT or SIGTERM is a request, the second one kills; a terminal that goes
-// away is a request. A file that reaches the system's size limit is a failed write instead of a
-// signal, and nobody needs to read the messages.
+// away is a request. Nobody needs to read the messages.
 void CatchSignals();
 
 bool Interrupted();

@@ -9,6 +9,7 @@
 #include "Errors.h"
 #include "Interrupt.h"
 #include "Plugin.h"
+#include "Suggest.h"
 #include "Text.h"
 #include "base/IClass.h"
 
@@ -20,7 +21,7 @@ void PlayVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _file, "An AVI file")->required()->type_name("");
   app.add_option("--mode", _mode, "normal; fast, back: key frames only; video, audio: one alone")
       ->type_name("MODE")
-      ->check(CLI::IsMember(std::vector<std::string>(std::begin(kModes), std::end(kModes))));
+      ->check(OneOf({std::begin(kModes), std::end(kModes)}));
   app.add_option("--from", _from, "Begin with the key frame at or before this time")
       ->type_name("T");
   app.add_option("--to", _to, "Stop behind this time (with --mode back: in front of it)")
@@ -279,7 +280,6 @@ int PlayVerb::List(Player& player, AviFile& avi) {
 
 int PlayVerb::Run() {
   Check();
-  ReserveStandardOutput();
   AviFile avi(_file);
   CheckIndex(avi);
   LoadAviPlugin(_plugin);

@@ -128,7 +128,6 @@ static std::string Markdown(Json const& classes) {
 }
 
 int PluginVerb::Run() {
-  ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   Json classes = Json::array();
   for (IClass const* record : IClass::All()) classes.push_back(Class(*record));

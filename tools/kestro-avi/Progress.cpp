@@ -10,6 +10,7 @@
 
 #include "Console.h"
 #include "Documents.h"
+#include "Suggest.h"
 #include "Text.h"
 
 namespace kestro::tool {
@@ -19,7 +20,7 @@ void ProgressOption::AddTo(CLI::App& app) {
                  "How far it has come, on standard error: a bar, or one JSON object a line; auto: "
                  "a bar on a terminal")
       ->type_name("FORM")
-      ->check(CLI::IsMember({"auto", "bar", "json", "none"}));
+      ->check(OneOf({"auto", "bar", "json", "none"}));
 }
 
 ProgressOption::Kind ProgressOption::Chosen() const {

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "Errors.h"
+#include "Suggest.h"
 #include "Text.h"
 #include "input/FrameRate.h"
 
@@ -80,7 +81,7 @@ void RecordOptions::AddFiles(CLI::App& app) {
 void RecordOptions::AddSyncs(CLI::App& app) {
   app.add_option("--sync", _sync, "Keep the file playable while it is recorded")
       ->type_name("MODE")
-      ->check(CLI::IsMember({"in-place", "image", "callback", "off"}));
+      ->check(OneOf({"in-place", "image", "callback", "off"}));
   app.add_option("--sync-interval", _interval, "From sync to sync [3]")->type_name("T");
   app.add_option("--reserve-time", _reserveTime, "Reserve an index for files this long [1:00:00]")
       ->type_name("T");

@@ -89,7 +89,6 @@ int RecordVerb::Run() {
   bool const beside = _options.recorder.sync.mode == SyncOptions::kCallback;
   SegmentNames names(_options.output, beside ? SideFile::kEnding : "", _options.force,
                      _options.addresses);
-  ReserveStandardOutput();
   LoadAviPlugin(_options.plugin);
   CatchSignals();
   Session session(_options.addresses, _options.input, _options.timeline);

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "Suggest.h"
 #include "Text.h"
 #include "base/File.h"
 #include "base/IClass.h"
@@ -18,17 +19,26 @@ using stream::IMuxer;
 
 static constexpr char kSpillDrive = 'S';
 
-static Error Refused(std::string const& name, std::string const& value) {
-  return Error(kUsage, "--set: the muxer refuses " + name + "=" + value +
-                           " (the verb plugin lists its properties)");
+static Error Refused(base::PropertyList const& properties, std::string const& name,
+                     std::string const& value) {
+  if (properties.Find(name.c_str()) != nullptr)
+    return Error(kUsage, "--set: the muxer refuses " + name + "=" + value +
+                             " (the verb plugin lists its properties)");
+  std::vector<std::string> names;
+  for (auto const* list : {&properties.Own(), &properties.Inherited()})
+    for (auto const& property : *list) names.push_back(property->Name());
+  std::string const meant = DidYouMean(name, names);
+  return Error(kUsage, "--set: the muxer has no property '" + name + "'" +
+                           (meant.empty() ? " (the verb plugin lists them)" : meant));
 }
 
 Recorder::Recorder(RecorderOptions const& options, std::string const& path,
                    std::vector<Track*> const& tracks, Packets const& packets)
     : _path(path), _packets(packets) {
   bool const syncs = options.sync.mode != SyncOptions::kOff;
+  char const* const alias = syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer";
   base::AttrSet attrs;
-  attrs.Add("Register", syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
+  attrs.Add("Register", alias);
   _muxer.reset(base::IClass::New<IMuxer>(attrs));
   if (!_muxer || !_muxer->Configure(attrs))
     throw Error(kIo,
@@ -45,7 +55,8 @@ Recorder::Recorder(RecorderOptions const& options, std::string const& path,
   }
   Configure(options, tracks);
   for (auto const& [name, value] : options.properties)
-    if (!_muxer->Set(name.c_str(), value)) throw Refused(name, value);
+    if (!_muxer->Set(name.c_str(), value))
+      throw Refused(base::IClass::Find(alias, true)->Properties(), name, value);
   // Absolute: the host takes "S:/name" for a name on a drive.
   _muxer->Set("path", std::filesystem::absolute(path).string());
   if (!_muxer->StatusChange(stream::IStatus::kRunning))

@@ -7,6 +7,7 @@
 #include "Errors.h"
 #include "Interrupt.h"
 #include "Plugin.h"
+#include "Suggest.h"
 #include "Text.h"
 
 namespace kestro::tool {
@@ -23,7 +24,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->type_name("FILE");
   app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
       ->type_name("PLACE")
-      ->check(CLI::IsMember({"last"}));
+      ->check(OneOf({"last"}));
   app.add_flag("--json", _json, "Write the report as JSON");
   app.add_flag("--force", _job.force, "Overwrite OUT");
   _progress.AddTo(app);
@@ -127,7 +128,6 @@ RepairReport RepairVerb::WatchedRepair() const {
 }
 
 int RepairVerb::Run() {
-  ReserveStandardOutput();
   LoadAviPlugin(_plugin);
   CatchSignals();
   RepairReport const report = WatchedRepair();

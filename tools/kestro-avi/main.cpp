@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <sstream>
 
 #include "Console.h"
 #include "Errors.h"
@@ -13,6 +14,7 @@
 #include "PluginVerb.h"
 #include "RecordVerb.h"
 #include "RepairVerb.h"
+#include "Suggest.h"
 #include "VerifyVerb.h"
 #include "input/Libav.h"
 #include "pages/PagesVerb.h"
@@ -34,15 +36,43 @@ class ExamplesFirst : public CLI::Formatter {
   }
 };
 
-static int Run(int argc, char** argv) {
-  CLI::App app(
+class CommandLine {
+ public:
+  // `verbose` becomes whether to show what the plug-in prints; it outlives the object.
+  explicit CommandLine(bool& verbose);
+  // The exit code. Throws Error.
+  int Run(int argc, char** argv);
+
+ private:
+  template <class Verb>
+  void Add(char const* name, char const* text, Verb& verb) {
+    CLI::App* const sub = _app.add_subcommand(name, text);
+    verb.AddTo(*sub);
+    sub->add_flag("--verbose", _verbose, "Show what the plug-in prints, too");
+    sub->callback([this, &verb] { _run = [&verb] { return verb.Run(); }; });
+  }
+
+  CLI::App _app{
       "Records video, sound and text into AVI files, plays, extracts, describes, checks and "
       "repairs\nthem.",
-      "kestro-avi");
-  app.formatter(std::make_shared<ExamplesFirst>());  // the verbs inherit it
-  app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
-  app.require_subcommand(1);
-  app.footer(
+      "kestro-avi"};
+  bool& _verbose;
+  RecordVerb _record;
+  PlayVerb _play;
+  ExtractVerb _extract;
+  InfoVerb _info;
+  VerifyVerb _verify;
+  RepairVerb _repair;
+  PluginVerb _plugin;
+  PagesVerb _pages{_app};
+  std::function<int()> _run;  // the verb that is asked for
+};
+
+CommandLine::CommandLine(bool& verbose) : _verbose(verbose) {
+  _app.formatter(std::make_shared<ExamplesFirst>());  // the verbs inherit it
+  _app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
+  _app.require_subcommand(1);
+  _app.footer(
       "Examples:\n"
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi info out.avi\n"
@@ -51,52 +81,47 @@ static int Run(int argc, char** argv) {
       "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
       "cannot\n"
       "open or I/O error, 4 not an AVI file or cannot be recorded, 130 interrupted.");
+  Add("record", "Record inputs into an AVI file", _record);
+  Add("play", "Play an AVI file and list its packets", _play);
+  Add("extract", "Write tracks of an AVI file to other files", _extract);
+  Add("info", "Describe AVI files", _info);
+  Add("verify", "Check AVI files", _verify);
+  Add("repair", "Make a playable file of a recording that was cut off", _repair);
+  Add("plugin", "List the plug-in's classes and properties", _plugin);
+  Add("generate", "Write the manual page or a completion", _pages);
+}
 
-  RecordVerb record;
-  PlayVerb play;
-  ExtractVerb extract;
-  InfoVerb info;
-  VerifyVerb verify;
-  RepairVerb repair;
-  PluginVerb plugin;
-  PagesVerb pages(app);
-  std::function<int()> run;  // the verb that is asked for
-  auto const add = [&](char const* name, char const* text, auto& verb) {
-    CLI::App* const sub = app.add_subcommand(name, text);
-    verb.AddTo(*sub);
-    sub->callback([&run, &verb] { run = [&verb] { return verb.Run(); }; });
-  };
-  add("record", "Record inputs into an AVI file", record);
-  add("play", "Play an AVI file and list its packets", play);
-  add("extract", "Write tracks of an AVI file to other files", extract);
-  add("info", "Describe AVI files", info);
-  add("verify", "Check AVI files", verify);
-  add("repair", "Make a playable file of a recording that was cut off", repair);
-  add("plugin", "List the plug-in's classes and properties", plugin);
-  add("generate", "Write the manual page or a completion", pages);
+int CommandLine::Run(int argc, char** argv) {
   try {
-    app.parse(argc, argv);
+    _app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    Report(
-        app.get_subcommands().empty()
-            ? "a verb is wanted: record, play, extract, info, verify, repair or plugin (see --help)"
-            : error.what());
-    return kUsage;
+    if (error.get_exit_code() != 0) throw Error(kUsage, Explain(_app, error));
+    std::ostringstream text;  // of --help or --version
+    _app.exit(error, text, text);
+    WriteData(text.str());
+    return kOk;
   }
-  return run();
+  return _run();
 }
 
 int main(int argc, char** argv) {
   FillStandardStreams();
   av_log_set_level(AV_LOG_QUIET);  // errors are told in one line by the tool itself
+  bool verbose = false;
+  int code = kOk;
+  std::string why;
   try {
-    return Run(argc, argv);
+    CatchPrints();
+    code = CommandLine(verbose).Run(argc, argv);
   } catch (Error const& error) {
-    Report(error.what());
-    return error.Code();
+    code = error.Code();
+    why = error.what();
   } catch (std::exception const& error) {  // out of memory
-    Report(error.what());
-    return kIo;
+    code = kIo;
+    why = error.what();
   }
+  bool const failed = code >= kUsage && code != kInterrupted;
+  if (failed || verbose) ShowCaughtPrints();
+  if (!why.empty()) Report(why);
+  return code;
 }

@@ -4,6 +4,7 @@
 
 #include "Console.h"
 #include "Errors.h"
+#include "Suggest.h"
 #include "pages/Completions.h"
 #include "pages/ManPage.h"
 
@@ -13,7 +14,7 @@ void PagesVerb::AddTo(CLI::App& app) {
   app.group("");
   app.add_option("KIND", _kind, "The shell to complete for, or man for the manual page")
       ->required()
-      ->check(CLI::IsMember({"bash", "zsh", "fish", "man"}));
+      ->check(OneOf({"bash", "zsh", "fish", "man"}));
   app.footer(
       "Examples:\n"
       "  kestro-avi generate man | man -l -\n"
