@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "common/IStream.h"
+#include "common/IChunkStream.h"
 
 namespace kestro::plugin::avi {
 
@@ -15,7 +15,7 @@ namespace kestro::plugin::avi {
 //
 // Reading: the media is rebuilt from the headers, and gets the parameter sets from the first key
 // frame. What precedes the first slice of a frame is overwritten with zeros in the packet.
-class StreamAnnexB : public IStream {
+class StreamAnnexB : public IChunkStream {
  public:
   bool muxConfig(Object* vidtag) override;
   int MuxOffset(Packet const& packet) override;
@@ -34,7 +34,7 @@ class StreamAnnexB : public IStream {
 
  protected:
   // The codec's name and the four-character code of the headers.
-  StreamAnnexB(char const* name, char const* handler) : IStream(name), _handler(handler) {}
+  StreamAnnexB(char const* name, char const* handler) : IChunkStream(name), _handler(handler) {}
   static base::PropertyList Properties();  // "frameRate"
 
   // A kind of parameter set, and the media's keys for a pointer to one and its length; null where
