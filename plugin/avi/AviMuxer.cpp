@@ -49,17 +49,15 @@ bool AviMuxer::ReceivePacket(Packet& packet, void*) {
   return IAviMuxer::Process(wrapper, packet) && CheckIO();
 }
 
-// Whether a packet cannot be stored any more.
+// Whether a packet cannot be stored any more. A full file stays full: a smaller packet that still
+// fits would follow a gap.
 bool AviMuxer::WriteFails(Packet const& packet) {
-  if (!CheckIO()) return true;
+  if (_full || !CheckIO()) return true;
   constexpr int64 kLargest = 0xFFFFFFFF;
   if (FinishedSize(*_blkio, 8 + int64(packet.Size()) + 1, 1) <= kLargest) return false;
-  if (!_fullReported) {
-    _fullReported = true;
-    KESTRO_ERROR("FinishedSize() > 0xFFFFFFFF,the file is full");
-    Fail("the file is full: an AVI file ends at 4 GiB");
-  }
-  return true;
+  KESTRO_ERROR("FinishedSize() > 0xFFFFFFFF,the file is full");
+  Fail("the file is full: an AVI file ends at 4 GiB");
+  return _full = true;
 }
 
 bool AviMuxer::OpenFileConfig() {
@@ -123,7 +121,7 @@ void AviMuxer::FreeFile() {
   _blkio = nullptr;
   _media.clear();
   _eosCount = 0;
-  _spillReported = _fullReported = false;
+  _spillReported = _full = false;
 }
 
 bool AviMuxer::Close() {
