@@ -63,18 +63,18 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
     Shape const& shape;
     char const* packets;
   } const cases[] = {
-      {kInPlace, plain, "0 3000 3001! 6001 6002!"},
-      {kImage, plain, "0:300 9000 12000:400! 15000:300 18001:30!"},  // the rest carries
+      {kInPlace, plain, "0 40 80 3040 3080! 6080 6081!"},
+      {kImage, plain, "1:300 9000 12000:400! 15000:300 18001:30!"},  // the rest carries
       {kCallback, plain, "5 4000! 6000 8000!"},
-      {kInPlace, sound, "3600000 s0 3603001! s5000 0 s3000 3002!"},  // an hour back
+      {kInPlace, sound, "3600000 s0 3603001! s5000 1 s3000 3002!"},  // an hour back
       {kInPlace, sound, "5000 s100 s3200 8001!"},  // another track's clock does not count
-      {kInPlace, rich, "0 s4000! 5000:2000 s9000!"},
-      {kImage, rich, "0:600 s4000! 9000:600!"},
-      {kCallback, rich, "0 s4000! 9000!"},
+      {kInPlace, rich, "1 s4000! 5000:2000 s9000!"},
+      {kImage, rich, "1:600 s4000! 9000:600!"},
+      {kCallback, rich, "1 s4000! 9000!"},
       {kInPlace, full, "0 1 2 4000! 4001 4002 8000! 8001"},
       {kCallback, plain, "-9223372036853 9223372036853! 0"},  // the ends of time
       {kImage, full, "0 1 2 3 4 5000:600! 9000"},
-      {kInPlace, plain, "0 4000!"},
+      {kInPlace, plain, "1 4000!"},
   };
   struct : MemoryIO {
     bool Flush() override {
@@ -128,7 +128,7 @@ TEST(VfiMuxer, FailedFlushIsFinal) {
       rig.r.Open();
       std::size_t failed = 0;
       for (int i = 0; i < 3; ++i)
-        if (!rig.r.Push(0, Frame(std::string(600000, 'x')), true, i * 4000) && failed == 0)
+        if (!rig.r.Push(0, Frame(std::string(600000, 'x')), true, 1 + i * 4000) && failed == 0)
           failed = io.Calls(FaultIO::kWrite).size();
       bool const closed = rig.r.Close();
       EXPECT_EQ(io.Failures() == 0, closed);

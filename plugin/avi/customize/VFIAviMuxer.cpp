@@ -55,7 +55,7 @@ bool VFIAviMuxer::OpenFileConfig() {
   }
   if (opened) return true;
   _headerImage.reset();
-  if (CheckIO()) IOError(nullptr);  // unless it has been told
+  if (CheckIO()) IOError(nullptr);  // unless it has been reported
   return false;
 }
 
@@ -155,7 +155,7 @@ void VFIAviMuxer::SetClock(Packet const& packet) {
 int64 VFIAviMuxer::SinceSync(Packet const& packet) {
   int64 const pts = packet.Pts();
   bool const back = packet.Media() == _clockTrack && pts < _lastSyncPts;
-  if (_clockTrack == nullptr || back) SetClock(packet);
+  if (_lastSyncPts == 0 || back) SetClock(packet);  // 0: not yet set
   int64 ns;
   if (__builtin_sub_overflow(pts, _lastSyncPts, &ns)) ns = pts < 0 ? INT64_MIN : INT64_MAX;
   return ns / 1000000;

@@ -25,9 +25,9 @@ namespace kestro::plugin::avi {
 //   head JUNK | LIST movi ... | idx1                  callback
 //
 // A sync comes with the first packet whose time is more than "flushtime" after that of the last
-// sync (of the first packet, before one), and covers it; in image mode, also at least 512 KiB of
-// packets must have come. When the time goes back on the track that has set the clock, it counts
-// anew from there.
+// sync, and covers it; in image mode, also at least 512 KiB of packets must have come. Before the
+// first sync it counts from the first packet whose time is not 0. When the time goes back on the
+// track that has set the clock, it counts anew from there.
 //
 // A sync makes the data durable, then writes what refers to it, then makes that durable: the stream
 // given to the element must keep its Flush's promise. A device may tear what is written between its
@@ -114,9 +114,9 @@ class VFIAviMuxer : public AviMuxer {
 
   // Of the open file:
   unsigned _periodicSyncMode = kImage;
-  Image _headerImage;  // all in front of the data (image), or the headers (callback)
-  int64 _lastSyncPts = 0;
-  IMedia const* _clockTrack = nullptr;  // which track has set it, null before the first packet
+  Image _headerImage;      // all in front of the data (image), or the headers (callback)
+  int64 _lastSyncPts = 0;  // ns; 0: not yet set
+  IMedia const* _clockTrack = nullptr;  // which track has set it
   base::uint64 _accDataSize = 0;        // of packets since the last sync, in bytes
   bool _finalSync = false;
   bool _flushFailed = false;
