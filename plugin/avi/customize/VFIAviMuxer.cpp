@@ -42,31 +42,28 @@ bool VFIAviMuxer::OpenFileConfig() {
   unsigned char idx1First = 0;
   if (_vidtag == nullptr || !_vidtag->Get("idx1_first", idx1First)) {
     KESTRO_ERROR("!_vidtag");
+  } else if (!SizesFit(idx1First)) {
+    KESTRO_ERROR("!SizesFit(idx1First),the sizes of head and index do not fit");
+    Fail("the sizes of head and index do not fit");
+    return false;
   } else if (_periodicSync) {
     _periodicSyncMode =
         PeriodicSyncSetMode(reinterpret_cast<void*>(_periodicSyncCallback), idx1First);
     opened = PeriodicSyncBufferCreate(_periodicSyncMode);
     if (!opened) KESTRO_ERROR("!PeriodicSyncBufferCreate(_periodicSyncMode),OpenFileConfig");
   } else {
+    _idx1RsvdSize = static_cast<unsigned>(_reservedSize);
     // The tree takes the place of the index from the tag set, which other muxers may share.
     _vidtag->Set("idx1_first", static_cast<unsigned char>(1));
-    opened = OpenInPlace();
+    opened = AviMuxer::OpenFileConfig();
     _vidtag->Set("idx1_first", idx1First);
+    if (!opened) KESTRO_ERROR("!AviMuxer::OpenFileConfig()");
+    opened = opened && Barrier();
   }
   if (opened) return true;
   _headerImage.reset();
   if (CheckIO()) IOError(nullptr);  // unless it has been reported
   return false;
-}
-
-bool VFIAviMuxer::OpenInPlace() {
-  if (_reservedSize > INT32_MAX) return RefuseSizes();
-  _idx1RsvdSize = static_cast<unsigned>(_reservedSize);
-  if (!AviMuxer::OpenFileConfig()) {
-    KESTRO_ERROR("!AviMuxer::OpenFileConfig()");
-    return false;
-  }
-  return Barrier();
 }
 
 unsigned VFIAviMuxer::PeriodicSyncSetMode(void* callback, unsigned char idx1First) {
@@ -83,17 +80,12 @@ unsigned VFIAviMuxer::PeriodicSyncSetMode(void* callback, unsigned char idx1Firs
   return kCallback;
 }
 
-bool VFIAviMuxer::SizesFit(unsigned mode) const {
-  auto const header = static_cast<u64>(_periodicSyncHeaderSize);
-  if (_reservedSize > INT32_MAX || header > _reservedSize) return false;
-  return mode != kImage ||
-         (_periodicSyncIdx1Size >= 8 && _periodicSyncIdx1Size <= _reservedSize - header);
-}
-
-bool VFIAviMuxer::RefuseSizes() {
-  KESTRO_ERROR("reservedSize,the sizes of head and index do not fit");
-  Fail("the sizes of head and index do not fit");
-  return false;
+bool VFIAviMuxer::SizesFit(unsigned char idx1First) const {
+  if (_reservedSize > INT32_MAX) return false;
+  if (!_periodicSync) return true;
+  if (_headerSize > _reservedSize) return false;
+  return idx1First != 1 ||
+         (_periodicSyncIdx1Size >= 8 && _periodicSyncIdx1Size <= _reservedSize - _headerSize);
 }
 
 VFIAviMuxer::Image VFIAviMuxer::NewImage(int64 size) {
@@ -111,7 +103,6 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
                            : "Error Periodic Sync Mode !!!");
     KESTRO_ASSERT(0);
   }
-  if (!SizesFit(mode)) return RefuseSizes();
   _headerImage = NewImage(static_cast<int64>(_reservedSize));
   if (_headerImage == nullptr) return false;
   if (mode == kImage) _idx1RsvdSize = static_cast<unsigned>(_periodicSyncIdx1Size - 8);

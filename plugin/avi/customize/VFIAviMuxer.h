@@ -40,9 +40,10 @@ namespace kestro::plugin::avi {
 // for an image that is to be handed out, is an error too, but recording goes on: the file plays up
 // to the last packet that has an entry.
 //
-// Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. A wrong
-// "idx1_first", callback mode without a callback, headers that need more than their size, and an
-// image larger than what it holds stop the process.
+// Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. That is
+// an error of the settings, not of the stream: CheckIO() stays true. A wrong "idx1_first", callback
+// mode without a callback, headers that need more than their size, and an image larger than what it
+// holds stop the process.
 class VFIAviMuxer : public AviMuxer {
  public:
   // `id` is the property "notifyid", `file` the stream's handle. The first `headerSize` bytes are
@@ -81,9 +82,7 @@ class VFIAviMuxer : public AviMuxer {
   using u64 = unsigned long long;
 
   void ResetFile();
-  bool OpenInPlace();
-  bool SizesFit(unsigned mode) const;
-  bool RefuseSizes();
+  bool SizesFit(unsigned char idx1First) const;
   Image NewImage(int64 size);
   void SetClock(Packet const& packet);
   int64 SinceSync(Packet const& packet);
