@@ -1,7 +1,10 @@
 // Recording with syncs.
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <sstream>
+#include <thread>
+#include <utility>
 
 #include "support/FaultIO.h"
 #include "support/FileLayout.h"
@@ -113,6 +116,39 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
     EXPECT_TRUE(p.Open());
     if (!isFull) continue;
     EXPECT_THAT(p.Times(), testing::ElementsAre(0, 40, 80, 120, 160));
+  }
+}
+
+// The muxer that needs its index first says so to no other that shares its tag set. The plain one
+// opens while the first is being opened; with a wait for it, and without, for the thread sanitizer.
+TEST(VfiMuxer, LeavesASharedTagSetAlone) {
+  for (bool const wait : {true, false}) {
+    base::ConsoleCapture console;
+    Tags const shared{Shape()};
+    MemoryIO plainFile;
+    Recording plain(&plainFile);
+    plain.Track(VideoMedia());
+    struct : MemoryIO {
+      bool Truncate(base::int64 size) override {  // when the output is opened
+        if (start) other = std::thread(std::exchange(start, nullptr));
+        if (wait && other.joinable()) other.join();
+        return MemoryIO::Truncate(size);
+      }
+      std::function<void()> start;
+      std::thread other;
+      bool wait = false;
+    } io;
+    io.start = [&] { EXPECT_TRUE(plain.Open() && plain.Push(0, KeyFrame("x"), true)); };
+    io.wait = wait;
+    Recording inPlace(&io, "VFIAviMuxer-avi-muxer-vfi");
+    inPlace.Track(VideoMedia());
+    for (auto* r : {&inPlace, &plain}) r->muxer->Set("vidtag", shared.object.get());
+    EXPECT_TRUE(inPlace.Open() && inPlace.Push(0, KeyFrame("x"), true));
+    if (io.other.joinable()) io.other.join();
+    EXPECT_TRUE(inPlace.Close());
+    EXPECT_TRUE(plain.Close());
+    auto const frame = Chunk{"00dc", StoredKeyFrame("x"), true};
+    EXPECT_EQ("", Difference(Expected(Shape(), {frame}), plainFile.bytes)) << wait;
   }
 }
 

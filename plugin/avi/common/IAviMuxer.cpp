@@ -40,15 +40,13 @@ bool IAviMuxer::Config() {
   unsigned char* junk = nullptr;
   unsigned isftSize = 0;
   unsigned junkSize = 0;
-  unsigned char first = 0;
   _vidtag->Get("isftbuf", isft);
   _vidtag->Get("isftsize", isftSize);
   _vidtag->Get("junkbuf", junk);
   _vidtag->Get("junksize", junkSize);
-  _vidtag->Get("idx1_first", first);
   _hasInfo = isft != nullptr && isftSize != 0;
   _hasJunk = junk != nullptr && junkSize != 0;
-  _idx1First = first != 0;
+  _idx1First = IndexFirst();
   if (_streamFlag0) _streamFlag1 = true;
 
   _root = new croot;
@@ -72,6 +70,11 @@ bool IAviMuxer::Config() {
   }
   _list = index->ChunkList();
   return true;
+}
+
+bool IAviMuxer::IndexFirst() const {
+  unsigned char first = 0;
+  return _vidtag->Get("idx1_first", first) && first != 0;
 }
 
 bool IAviMuxer::StreamConfig(IO&, std::vector<IMedia*>& media) {

@@ -53,10 +53,7 @@ bool VFIAviMuxer::OpenFileConfig() {
     if (!opened) KESTRO_ERROR("!PeriodicSyncBufferCreate(_periodicSyncMode),OpenFileConfig");
   } else {
     _idx1RsvdSize = static_cast<unsigned>(_reservedSize);
-    // The tree takes the place of the index from the tag set, which other muxers may share.
-    _vidtag->Set("idx1_first", static_cast<unsigned char>(1));
     opened = AviMuxer::OpenFileConfig();
-    _vidtag->Set("idx1_first", idx1First);
     if (!opened) KESTRO_ERROR("!AviMuxer::OpenFileConfig()");
     opened = opened && Barrier();
   }
@@ -65,6 +62,8 @@ bool VFIAviMuxer::OpenFileConfig() {
   if (CheckIO()) IOError(nullptr);  // unless it has been reported
   return false;
 }
+
+bool VFIAviMuxer::IndexFirst() const { return !_periodicSync || _periodicSyncMode == kImage; }
 
 unsigned VFIAviMuxer::PeriodicSyncSetMode(void* callback, unsigned char idx1First) {
   if (idx1First == 1) return kImage;

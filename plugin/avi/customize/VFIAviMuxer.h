@@ -77,6 +77,10 @@ class VFIAviMuxer : public AviMuxer {
 
   static base::PropertyList Properties();
 
+ protected:
+  // By the way in which the file is opened. The tag set is only read: other muxers may share it.
+  bool IndexFirst() const override;
+
  private:
   using Image = std::unique_ptr<base::IOBuffer>;
   using u64 = unsigned long long;
