@@ -68,7 +68,10 @@ bool AviMuxer::OpenFileConfig() {
     IOError(nullptr);
     return false;
   }
-  if (!NewWriter()) return false;
+  if (char const* const failed = NewWriter()) {
+    KESTRO_ERROR(failed);
+    return false;
+  }
   _totalSize = 0;
   if (!IAviMuxer::Open(*_blkio, list)) {
     KESTRO_ERROR("");
@@ -80,7 +83,7 @@ bool AviMuxer::OpenFileConfig() {
   return true;
 }
 
-bool AviMuxer::NewWriter() {
+char const* AviMuxer::NewWriter() {
   base::AttrSet attrs;
   attrs.Add("Register", "io-cache-writer");
   _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, static_cast<int>(kBlocks));
@@ -88,16 +91,11 @@ bool AviMuxer::NewWriter() {
     delete _blkio;
     _blkio = nullptr;
   }
-  if (_blkio == nullptr) {
-    KESTRO_ERROR("!_blkio");
-    return false;
-  }
-  if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); }))) {
-    KESTRO_ERROR("!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))");
-    return false;
-  }
+  if (_blkio == nullptr) return "!_blkio";
+  if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); })))
+    return "!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))";
   if (_cacheBlocks > kBlocks) _blkio->Set("blocks", _cacheBlocks);
-  return true;
+  return nullptr;
 }
 
 bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {

@@ -50,7 +50,8 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
       "the index is full: what follows is recorded, but not played";
 
   bool updateStream() override;
-  bool NewWriter();  // makes the current file's caching writer
+  // Makes the current file's caching writer; null, or the condition that failed.
+  char const* NewWriter();
   // Frees all that belongs to one file.
   void FreeFile();
   void ReportSpillFault();

@@ -33,8 +33,9 @@ class StreamAnnexB : public IChunkStream {
   virtual int DemuxOffset(Packet const& packet);
 
  protected:
-  // The codec's name and the four-character code of the headers.
-  StreamAnnexB(char const* name, char const* handler) : IChunkStream(name), _handler(handler) {}
+  // The codec's name, the four-character code of the headers, and the path that error lines name.
+  StreamAnnexB(char const* name, char const* handler, char const* source)
+      : IChunkStream(name), _handler(handler), _source(source) {}
   static base::PropertyList Properties();  // "frameRate"
 
   // A kind of parameter set, and the media's keys for a pointer to one and its length; null where
@@ -54,6 +55,7 @@ class StreamAnnexB : public IChunkStream {
 
  private:
   char const* const _handler;
+  char const* const _source;
   Fraction _frameRate;
   std::vector<unsigned char> _parameterSets;  // with their start codes, in stream order
 };

@@ -110,7 +110,10 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
     KESTRO_ERROR("!OpenConfig(list)");
     return false;
   }
-  if (!NewWriter()) return false;
+  if (char const* const failed = NewWriter()) {
+    KESTRO_ERROR(failed);
+    return false;
+  }
   if (!IAviMuxer::Open(*_headerImage, list)) {
     KESTRO_ERROR("!IAviMuxer::Open(*_headerImage, list)");
     Fail("no track could be opened, or the headers have no room");

@@ -91,6 +91,7 @@ class VFIAviMuxer : public AviMuxer {
   void SetClock(Packet const& packet);
   int64 SinceSync(Packet const& packet);
 
+  bool HasFile(char const* function) const;
   bool FlushFile();
   bool Barrier();
   void CallBack(base::IOBuffer& image);
