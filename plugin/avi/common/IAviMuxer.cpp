@@ -198,10 +198,8 @@ int64 IAviMuxer::FinishedSize(IO& io, int64 more, int64 entries) const {
 }
 
 uint64 IAviMuxer::getTimeStamp() {
-  std::time_t const now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  return static_cast<uint64>(std::mktime(&local)) + 2082844800;  // seconds from 1904 to 1970
+  // mktime(localtime(now)) is now again: the time zone, which all threads share, is not needed.
+  return static_cast<uint64>(std::time(nullptr)) + 2082844800;  // seconds from 1904 to 1970
 }
 
 }  // namespace kestro::plugin::avi

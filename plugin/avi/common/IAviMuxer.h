@@ -47,7 +47,7 @@ class IAviMuxer : public IAvi {
   virtual bool SetRsvdSize(IStream*, unsigned) { return true; }
 
   bool StreamConfig(IO& io, std::vector<IMedia*>& media);
-  static base::uint64 getTimeStamp();  // local time, seconds since 1904-01-01
+  static base::uint64 getTimeStamp();  // the current time, seconds since 1904-01-01
 
  protected:
   // Frees what a file has left behind: streams, tree and every value that belongs to one file.
