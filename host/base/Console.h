@@ -98,6 +98,10 @@ KESTRO_API void ErrorLineAt(char const* path, int line, char const* function,
 }  // namespace kestro::base
 
 #define KESTRO_ERROR(text) ::kestro::base::ErrorLine(__FILE__, __LINE__, __func__, text)
+// For code that does part of another file's or function's work: applications know its lines by the
+// path and the function given here.
+#define KESTRO_ERROR_AT(path, function, text) \
+  ::kestro::base::ErrorLineAt(path, __LINE__, function, text)
 
 #define KESTRO_ASSERT(condition)      \
   ((condition) ? static_cast<void>(0) \

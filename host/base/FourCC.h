@@ -3,10 +3,11 @@
 
 namespace kestro::base {
 
-// Packs up to n - i characters of s into value, each at its byte, stopping early at a NUL.
+// Packs up to n - i characters of s, at most four, into value, stopping early at a NUL. The first
+// goes into the lowest byte whatever i is.
 constexpr unsigned Convert32(unsigned value, char const* s, int i, int n) {
-  for (; i < n && *s != '\0'; ++i, ++s)
-    value |= static_cast<unsigned>(static_cast<unsigned char>(*s)) << (8 * i);
+  for (int bit = 0; i < n && bit < 32 && *s != '\0'; ++i, ++s, bit += 8)
+    value |= static_cast<unsigned>(static_cast<unsigned char>(*s)) << bit;
   return value;
 }
 

@@ -59,7 +59,10 @@ IClass::IClass(char const* alias, PropertyList properties)
     : _alias(alias), _names(Split(alias)), _properties(std::move(properties)) {}
 
 IClass* IClass::Register(std::unique_ptr<IClass> record) {
-  if (Find(record->_alias.c_str(), true) != nullptr) return nullptr;
+  if (Find(record->_alias.c_str(), true) != nullptr) {
+    ErrorLineAt("base/reflect/TClass", 74, "Register", "cl,class existed:" + record->_alias);
+    return nullptr;
+  }
   auto& registry = TheRegistry();
   std::lock_guard lock(registry.mutex);
   return registry.classes.emplace_back(std::move(record)).get();

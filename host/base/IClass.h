@@ -23,7 +23,8 @@ class KESTRO_API IClass {
  public:
   IClass(char const* alias, PropertyList properties);
 
-  // Enters a class into the registry; refused (null) when its alias is taken.
+  // Enters a class into the registry. A taken alias is refused with the line "class existed:", and
+  // the first registration stays; null then.
   static IClass* Register(std::unique_ptr<IClass> record);
   // Completes the registration with the module record.
   void Init(char const* module, unsigned version, char const* vendor, char const* author);
@@ -74,15 +75,10 @@ class KESTRO_API IClass {
   std::vector<std::pair<std::type_index, std::shared_ptr<void const>>> _factories;
 };
 
-// Registers class T under an alias with its default constructor. A taken alias is refused with the
-// line "class existed:", and the first registration stays; null then.
+// Registers class T under an alias with its default constructor; null as IClass::Register.
 template <class T>
 struct TClass {
   static IClass* Register(char const* alias, PropertyList properties) {
-    if (IClass::Find(alias, true) != nullptr) {
-      ErrorLineAt("base/reflect/TClass", 74, "Register", std::string("cl,class existed:") + alias);
-      return nullptr;
-    }
     auto record = std::make_unique<IClass>(alias, std::move(properties));
     record->template Constructor<T>();
     return IClass::Register(std::move(record));

@@ -49,17 +49,15 @@ bool AviMuxer::ReceivePacket(Packet& packet, void*) {
   return IAviMuxer::Process(wrapper, packet) && CheckIO();
 }
 
-// Whether a packet cannot be stored any more.
+// Whether a packet cannot be stored any more. A full file stays full: a smaller packet that still
+// fits would follow a gap.
 bool AviMuxer::WriteFails(Packet const& packet) {
-  if (!CheckIO()) return true;
+  if (_full || !CheckIO()) return true;
   constexpr int64 kLargest = 0xFFFFFFFF;
   if (FinishedSize(*_blkio, 8 + int64(packet.Size()) + 1, 1) <= kLargest) return false;
-  if (!_fullReported) {
-    _fullReported = true;
-    KESTRO_ERROR("FinishedSize() > 0xFFFFFFFF,the file is full");
-    Fail("the file is full: an AVI file ends at 4 GiB");
-  }
-  return true;
+  KESTRO_ERROR("FinishedSize() > 0xFFFFFFFF,the file is full");
+  Fail("the file is full: an AVI file ends at 4 GiB");
+  return _full = true;
 }
 
 bool AviMuxer::OpenFileConfig() {
@@ -70,7 +68,10 @@ bool AviMuxer::OpenFileConfig() {
     IOError(nullptr);
     return false;
   }
-  if (!NewWriter()) return false;
+  if (char const* const failed = NewWriter()) {
+    KESTRO_ERROR(failed);
+    return false;
+  }
   _totalSize = 0;
   if (!IAviMuxer::Open(*_blkio, list)) {
     KESTRO_ERROR("");
@@ -82,7 +83,7 @@ bool AviMuxer::OpenFileConfig() {
   return true;
 }
 
-bool AviMuxer::NewWriter() {
+char const* AviMuxer::NewWriter() {
   base::AttrSet attrs;
   attrs.Add("Register", "io-cache-writer");
   _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, static_cast<int>(kBlocks));
@@ -90,16 +91,11 @@ bool AviMuxer::NewWriter() {
     delete _blkio;
     _blkio = nullptr;
   }
-  if (_blkio == nullptr) {
-    KESTRO_ERROR("!_blkio");
-    return false;
-  }
-  if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); }))) {
-    KESTRO_ERROR("!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))");
-    return false;
-  }
+  if (_blkio == nullptr) return "!_blkio";
+  if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); })))
+    return "!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))";
   if (_cacheBlocks > kBlocks) _blkio->Set("blocks", _cacheBlocks);
-  return true;
+  return nullptr;
 }
 
 bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {
@@ -123,7 +119,7 @@ void AviMuxer::FreeFile() {
   _blkio = nullptr;
   _media.clear();
   _eosCount = 0;
-  _spillReported = _fullReported = false;
+  _spillReported = _full = false;
 }
 
 bool AviMuxer::Close() {

@@ -17,9 +17,9 @@ namespace kestro::plugin::avi {
 // "constFrameRate" must be set before the first packet of a file with video. AAC, text and motion
 // JPEG tracks go behind the others: a track's number counts what readers make streams of.
 //
-// Refused with an error: a packet that would carry the finished file past 4 GiB - 1 (the file can
-// still be closed), and every packet after a write has failed. After Close the element takes
-// packets again once Open has been called.
+// Refused with an error: a packet that would carry the finished file past 4 GiB - 1, every packet
+// after it, large or small, and every packet after a write has failed. The file can still be
+// closed. After Close the element takes packets again once Open has been called.
 //
 // Packets may come from any thread. Properties are used while none comes: also "sizeGet", unless by
 // the thread that pushes.
@@ -50,7 +50,8 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
       "the index is full: what follows is recorded, but not played";
 
   bool updateStream() override;
-  bool NewWriter();  // makes the current file's caching writer
+  // Makes the current file's caching writer; null, or the condition that failed.
+  char const* NewWriter();
   // Frees all that belongs to one file.
   void FreeFile();
   void ReportSpillFault();
@@ -71,7 +72,7 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   std::vector<base::Ref<IMedia>> _media;  // of the open file
   unsigned _cacheBlocks = kBlocks;
   bool _spillReported = false;
-  bool _fullReported = false;
+  bool _full = false;  // the file has refused a packet for its size
 };
 
 }  // namespace kestro::plugin::avi

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "base/FourCC.h"
 #include "base/Module.h"
 
 namespace kestro::base {
@@ -25,7 +26,6 @@ TEST(Class, LookUpMatchesNamesInOrder) {
   for (char const* alias : {"LookA-ogg-stream-h264", "LookB-ogg-muxer", "LookC-ogg-muxer-vfi",
                             "LookD-h264-ogg-ogg", "ogg-muxer-vfi-x", "muxer-vfi"})
     TClass<Gadget>::Register(alias, {});
-  EXPECT_EQ(IClass::Register(std::make_unique<IClass>("muxer-vfi", PropertyList())), nullptr);
   struct {
     char const *name, *alias;
   } const table[] = {
@@ -47,6 +47,35 @@ TEST(Class, LookUpMatchesNamesInOrder) {
     auto const* exact = IClass::Find(row.name, true);
     EXPECT_EQ(exact != nullptr, row.alias && !std::strcmp(row.name, row.alias));
   }
+}
+
+// However a class is registered, a taken alias is reported.
+TEST(Class, TakenAliasIsReported) {
+  IClass* const first = TClass<Gadget>::Register("Taken-alias", {});
+  ASSERT_NE(first, nullptr);
+  for (bool const direct : {true, false}) {
+    ConsoleCapture console;
+    EXPECT_EQ(direct ? IClass::Register(std::make_unique<IClass>("Taken-alias", PropertyList()))
+                     : TClass<Widget>::Register("Taken-alias", {}),
+              nullptr);
+    EXPECT_EQ(console.Text(),
+              "\033[31mbase/reflect/TClass/74/Register:\tcl,class existed:Taken-alias\n\033[0m");
+    EXPECT_EQ(IClass::Find("Taken-alias", true), first);
+  }
+}
+
+TEST(FourCC, FirstCharacterIsTheLowestByteFromAnyStart) {
+  struct {
+    unsigned value;
+    char const* text;
+    int i, n;
+    unsigned code;
+  } const table[] = {{0, "strh", 0, 4, 0x68727473},  {0, "strh", 1, 4, 0x00727473},
+                     {0, "strh", 3, 4, 0x00000073},  {0, "strh", 4, 4, 0},
+                     {0, "ab", 1, 4, 0x00006261},    {0x10000000, "ab", 2, 3, 0x10000061},
+                     {0, "strh.", -1, 4, 0x68727473}};
+  for (auto const& row : table)
+    EXPECT_EQ(Convert32(row.value, row.text, row.i, row.n), row.code) << row.text << row.i << row.n;
 }
 
 TEST(Class, MakesObjectsWithParameters) {

@@ -126,8 +126,9 @@ TEST_F(Muxer, OneFile) {
   EXPECT_THAT(r.messages, ElementsAre());
 }
 
-// No file grows past what its 32-bit fields can hold; it is closed as if it had ended there.
-TEST_F(Muxer, StopsBeforeFourGiB) {
+// No file grows past what its 32-bit fields can hold. What comes after the first packet that does
+// not fit could not be decoded: it is refused as well, however small.
+TEST_F(Muxer, TakesNothingAfterFourGiB) {
   struct : MemoryIO {  // keeps no bytes
     base::int64 Size() override { return size; }
     unsigned Write(void const*, unsigned n) override {
@@ -140,16 +141,26 @@ TEST_F(Muxer, StopsBeforeFourGiB) {
   } device;
   r.muxer->Set("io", static_cast<base::IO*>(&device));
   ASSERT_TRUE(Start());
-  // Sizes that fill it to the last bytes; where one does not fit, smaller ones still do.
-  for (int const size : {100 << 20, 1 << 20, 1000, 1}) {
-    auto const packet = MakePacket(r.media[0].get(), Frame(std::string(size, 'x')));
-    EXPECT_TRUE(r.ports[0]->Push(*packet));
-    while (r.ports[0]->Push(*packet)) continue;
-  }
+  base::ConsoleCapture console;
+  constexpr base::int64 kOverhead = 8 + 16 + 1;                // header, entry, room for padding
+  base::int64 left = 0xFFFFFFFF - (224 + 8);                   // the head, an index without entries
+  auto const fill = [&](base::int64 size, base::int64 keep) {  // false: refused
+    auto const packet = MakePacket(r.media[0].get(), std::string(std::size_t(size), 'x'));
+    bool taken = true;
+    while (taken && left - size - kOverhead >= keep)
+      if ((taken = r.ports[0]->Push(*packet))) left -= size + kOverhead - (size + 1) % 2;
+    return taken;
+  };
+  for (base::int64 const size : {100 << 20, 1 << 20, 1000, 10}) EXPECT_TRUE(fill(size, 40)) << size;
+  EXPECT_LT(left, 80);
+  for (base::int64 const size : {left - kOverhead + 1, left - kOverhead, base::int64{1}})
+    EXPECT_FALSE(r.Push(0, std::string(std::size_t(size), 'x'))) << size << " of " << left;
   EXPECT_THAT(r.messages, ElementsAre(HasSubstr("4 GiB")));
+  std::string const line = "the file is full\n";
+  EXPECT_NE(std::string::npos, console.Text().find(line));
+  EXPECT_EQ(console.Text().find(line), console.Text().rfind(line)) << "a further line";
   EXPECT_TRUE(r.Close());
-  EXPECT_LE(device.size, 0xFFFFFFFF) << "with its index";
-  EXPECT_GT(device.size, 0xFFFFFFFF - 64);
+  EXPECT_EQ(0xFFFFFFFF - left, device.size) << "with its index";
 }
 
 // While the device stalls, whoever delivers does not wait for it before the cache is full.

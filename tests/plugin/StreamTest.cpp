@@ -6,6 +6,7 @@
 #include "common/DataChunks.h"
 #include "common/IStream.h"
 #include "common/StartCode.h"
+#include "common/StreamJpeg.h"
 #include "support/FileLayout.h"
 
 namespace kestro::test {
@@ -160,6 +161,40 @@ TEST(Streams, JpegIsStoredAsItComes) {
   EXPECT_EQ(300000u, m.Header().dwRate);
   EXPECT_EQ(1u, m.Header().dwLength) << "the records are counted for it";
   EXPECT_EQ(base::Convert4("MJPG"), m.Chunk<cvstrf>("strf").biCompression);
+}
+
+// Its WriteData, which recording does not use, gives packets a header; the size is big-endian.
+TEST(Streams, JpegWritesItsOwnHeader) {
+  Muxing m(VideoMedia("jpeg", 64, 48, {30, 1}), 3);
+  auto const packet = MakePacket(m.media.get(), "picture", true);
+  EXPECT_EQ(15, dynamic_cast<StreamJpeg&>(*m.stream).WriteData(m.io, *packet));
+  Bytes const header = Bytes().Cc("03dc").Raw({0, 0, 0, 7});
+  EXPECT_EQ("", Difference(Joined({header, Bytes("picture").Zeros(1)}), m.io.bytes));
+  EXPECT_EQ(7u, m.stream->Bytes());
+  EXPECT_EQ(1u, m.Header().dwLength);
+  EXPECT_TRUE(m.list.empty());
+}
+
+// What a stream without chunk headers of its own stores.
+TEST(Streams, BaseWritesNoHeader) {
+  struct : IStream {
+    using IStream::IStream;
+    bool muxConfig(base::Object*) override { return true; }
+  } stream("base");
+  MuxerParam para;
+  std::vector<ChunkParam> list;
+  auto const media = VideoMedia();
+  ASSERT_TRUE(stream.MuxConfig(&list, media.get(), nullptr, &para));
+  stream.TrackID(5);
+  MemoryIO io("head");
+  io.Seek(0, base::IO::kEnd);
+  EXPECT_EQ(3, stream.AddData(io, *MakePacket(media.get(), "abc", true), 0));
+  EXPECT_EQ(0, stream.AddData(io, *MakePacket(media.get(), ""), 0));
+  EXPECT_EQ("headabc", Text(io));
+  ASSERT_EQ(1u, list.size());
+  EXPECT_EQ(base::Convert4("05dc"), list[0].id);
+  EXPECT_EQ(4u, list[0].offset);
+  EXPECT_EQ(7u, stream.ChunkEnd(list[0]));
 }
 
 TEST(Streams, TextCountsItsPadding) {

@@ -40,15 +40,13 @@ bool IAviMuxer::Config() {
   unsigned char* junk = nullptr;
   unsigned isftSize = 0;
   unsigned junkSize = 0;
-  unsigned char first = 0;
   _vidtag->Get("isftbuf", isft);
   _vidtag->Get("isftsize", isftSize);
   _vidtag->Get("junkbuf", junk);
   _vidtag->Get("junksize", junkSize);
-  _vidtag->Get("idx1_first", first);
   _hasInfo = isft != nullptr && isftSize != 0;
   _hasJunk = junk != nullptr && junkSize != 0;
-  _idx1First = first != 0;
+  _idx1First = IndexFirst();
   if (_streamFlag0) _streamFlag1 = true;
 
   _root = new croot;
@@ -72,6 +70,11 @@ bool IAviMuxer::Config() {
   }
   _list = index->ChunkList();
   return true;
+}
+
+bool IAviMuxer::IndexFirst() const {
+  unsigned char first = 0;
+  return _vidtag->Get("idx1_first", first) && first != 0;
 }
 
 bool IAviMuxer::StreamConfig(IO&, std::vector<IMedia*>& media) {
@@ -195,10 +198,8 @@ int64 IAviMuxer::FinishedSize(IO& io, int64 more, int64 entries) const {
 }
 
 uint64 IAviMuxer::getTimeStamp() {
-  std::time_t const now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  return static_cast<uint64>(std::mktime(&local)) + 2082844800;  // seconds from 1904 to 1970
+  // mktime(localtime(now)) is now again: the time zone, which all threads share, is not needed.
+  return static_cast<uint64>(std::time(nullptr)) + 2082844800;  // seconds from 1904 to 1970
 }
 
 }  // namespace kestro::plugin::avi

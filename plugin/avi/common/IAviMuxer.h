@@ -18,8 +18,8 @@ namespace kestro::plugin::avi {
 //
 //   RIFF AVI | LIST hdrl (avih, strl ...) | [LIST INFO (isft)] | [JUNK] | LIST movi | idx1
 //
-// with idx1, of reserved size, in front of movi when the tag set says "idx1_first". Index offsets
-// are absolute file positions. Process holds a mutex; nothing else may overlap with it.
+// with idx1, of reserved size, before movi when the index comes first. Index offsets are absolute
+// file positions. Process holds a mutex; nothing else may overlap with it.
 //
 // Write failures are remembered by the IO. What it has lost (GoodEnd below Size) is cut off at
 // Close, together with its records, so that a file that ran into a full disk ends with its last
@@ -47,11 +47,14 @@ class IAviMuxer : public IAvi {
   virtual bool SetRsvdSize(IStream*, unsigned) { return true; }
 
   bool StreamConfig(IO& io, std::vector<IMedia*>& media);
-  static base::uint64 getTimeStamp();  // local time, seconds since 1904-01-01
+  static base::uint64 getTimeStamp();  // the current time, seconds since 1904-01-01
 
  protected:
   // Frees what a file has left behind: streams, tree and every value that belongs to one file.
   void Abandon();
+  // Whether a file has its index before its data; asked when its tree is built. Here the tag set
+  // decides ("idx1_first").
+  virtual bool IndexFirst() const;
   int64 EntryCount() const;  // index records of all tracks
   // The bytes the file will have when it is closed, with `more` further ones in movi and `entries`
   // further records.

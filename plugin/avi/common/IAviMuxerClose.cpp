@@ -11,7 +11,9 @@ using base::IOIntWriter;
 using base::uint64;
 
 namespace {
-// Some streams tell no error.
+constexpr char kSource[] = "plugin/avi/common/IAviMuxer";  // what error lines name
+
+// Some streams report no error.
 bool MayBeFull(int error) {
   return error == 0 || error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
@@ -94,15 +96,15 @@ bool IAviMuxer::fillIdx1(IO& io) {
   // What does not fill the reserve leaves the reserved size in the header, and zeros at the end.
   bool full = _idx1->Size() == _idx1RsvdSize;
   if (_idx1->Size() > _idx1RsvdSize) {
-    KESTRO_ERROR("idx1 too small, data length over idx1 rsvd size");
-    KESTRO_ERROR("!ret");
+    KESTRO_ERROR_AT(kSource, __func__, "idx1 too small, data length over idx1 rsvd size");
+    KESTRO_ERROR_AT(kSource, __func__, "!ret");
   }
   if (full) {
     full = io.Seek(_idx1Pos + 4, IO::kBegin);
     if (full)
       IOIntWriter(io).Write32(_idx1->Size());
     else
-      KESTRO_ERROR("!ret");
+      KESTRO_ERROR_AT(kSource, __func__, "!ret");
   }
   io.Seek(0, IO::kEnd);
   return full;

@@ -130,31 +130,22 @@ int IStream::AddChunk(Packet const& packet, uint64 pos, int) {
 
 int IStream::AddData(IO& io, Packet& packet, uint64) {
   AddChunk(packet, static_cast<uint64>(io.Tell()), 0);
-  return WriteData(io, packet);
+  return static_cast<int>(io.Write(packet.Data(), static_cast<unsigned>(packet.Size())));
 }
 
-int IStream::WriteData(IO& io, Packet& packet) {
-  // Composed here, not read back from the record: an empty packet has none.
-  auto const size = static_cast<unsigned>(packet.Size());
+unsigned IStream::WriteChunk(IO& io, unsigned sizeField, Packet const& packet) const {
+  // Composed here, not read back from the index entry: an empty packet has none.
   unsigned char header[8];
-  base::Store32(base::Store32(header, ChunkId()), size);
-  unsigned const written = io.Write(header, 8) + io.Write(packet.Data(), size);
+  base::Store32(base::Store32(header, ChunkId()), sizeField);
+  unsigned written = io.Write(header, sizeof header);
+  written += io.Write(packet.Data(), static_cast<unsigned>(packet.Size()));
   if (written % 2 != 0) io.Write("", 1);
-  // A lost chunk is taken back by its record; an empty one has none.
-  if (size > 0 || written == 8) _count += Units(size);
-  _bytes += size;
-  return static_cast<int>(written);
+  return written;
 }
 
-unsigned IStream::Units(unsigned) const { return 1; }
-
-uint64 IStream::ChunkEnd(ChunkParam const& chunk) const {
-  return chunk.offset + 8 + chunk.size + chunk.size % 2;
-}
+uint64 IStream::ChunkEnd(ChunkParam const& chunk) const { return chunk.offset + chunk.size; }
 
 void IStream::DropChunk(ChunkParam const& chunk) {
-  _count -= Units(chunk.size);
-  _bytes -= std::min(_bytes, chunk.size);  // not every stream counts them
   _duration -= chunk.duration / 1000;
   --_entryCount;
 }

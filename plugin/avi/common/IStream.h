@@ -93,7 +93,8 @@ class IStream : public Object {
   // Records a chunk whose header stands at `pos`. Returns its payload size; an empty packet is not
   // recorded.
   virtual int AddChunk(Packet const& packet, base::uint64 pos, int);
-  // Records and writes a packet; returns the bytes written, less padding.
+  // Records and writes a packet; returns the bytes written, less padding. Here they are the packet
+  // as it is: streams that give their chunks a header are over IChunkStream.
   virtual int AddData(IO& io, Packet& packet, base::uint64 arg);
   // Leading bytes that are not stored.
   virtual int MuxOffset(Packet const&) { return 0; }
@@ -158,22 +159,20 @@ class IStream : public Object {
   bool Owns(ChunkParam const& chunk) const { return chunk.id == ChunkId(); }
   // The file position behind a chunk and its padding.
   virtual base::uint64 ChunkEnd(ChunkParam const& chunk) const;
-  // Takes a chunk that is lost out of the counters.
+  // Takes a chunk that is lost out of what AddChunk has counted.
   virtual void DropChunk(ChunkParam const& chunk);
 
  protected:
   // The last two characters of the track's chunk ids, such as "dc".
   virtual char const* ChunkSuffix() const { return "dc"; }
   virtual bool KeyFlags() const { return true; }  // whether the index marks key frames
-  // What a chunk of this size adds to the header's length.
-  virtual unsigned Units(unsigned size) const;
 
   void SetDurations(unsigned us);  // of all records
   void ShareDuration();            // of the track among the records, where that is not known yet
   unsigned ChunkId() const;
-  // Writes a chunk's header, payload and padding to an even position, and counts it; returns the
-  // bytes written, less padding.
-  virtual int WriteData(IO& io, Packet& packet);
+  // Writes a chunk: its id, this value for its size, payload, and padding to an even position.
+  // Returns the bytes written, less padding.
+  unsigned WriteChunk(IO& io, unsigned sizeField, Packet const& packet) const;
   cstrh* Header() const;
   // What a step over the record under the cursor takes; at the end, that of the last one.
   unsigned StepDuration() { return DemuxISEnd() ? end()[-1].duration : _cursor->duration; }

@@ -32,15 +32,15 @@ bool StreamAnnexB::muxConfig(Object* vidtag) {
   int height = 1080;
   bool interlace = false;
   if (!_media->Get("width", width)) {
-    KESTRO_ERROR("!_media->Get(\"width\", width)");
+    KESTRO_ERROR_AT(_source, __func__, "!_media->Get(\"width\", width)");
     return false;
   }
   if (!_media->Get("height", height)) {
-    KESTRO_ERROR("!_media->Get(\"height\", height)");
+    KESTRO_ERROR_AT(_source, __func__, "!_media->Get(\"height\", height)");
     return false;
   }
   if (!_media->Get("interlace", interlace)) {
-    KESTRO_ERROR("!_media->Get(\"interlace\", interlace)");
+    KESTRO_ERROR_AT(_source, __func__, "!_media->Get(\"interlace\", interlace)");
     return false;
   }
   if (interlace) height = static_cast<int>(static_cast<unsigned>(height) * 2);  // both fields
@@ -98,11 +98,11 @@ Packet* StreamAnnexB::GetPacket(IO& io, int64) {
   if (DemuxISEnd()) return nullptr;
   Packet* const pkt = IStream::GetPacket(io, 0);
   if (pkt == nullptr) {
-    KESTRO_ERROR("!pkt,IStream GetPacket null!");
+    KESTRO_ERROR_AT(_source, __func__, "!pkt,IStream GetPacket null!");
     return nullptr;
   }
   if (pkt == Packet::ReadFailure()) {
-    KESTRO_ERROR("pkt == (Packet*)-1,IStream GetPacket error!");
+    KESTRO_ERROR_AT(_source, __func__, "pkt == (Packet*)-1,IStream GetPacket error!");
     return pkt;
   }
   if (_parameterSets.empty()) SetMediaInfo(*pkt);
@@ -137,8 +137,9 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
 
   _parameterSets.swap(sets);
   if (!_media->Extra(_parameterSets.data(), static_cast<unsigned>(_parameterSets.size()))) {
-    KESTRO_ERROR(std::string("!_media->Extra(_buf, _") + (kinds.size() == 3 ? "vps" : "") +
-                 "spsppslen)");
+    KESTRO_ERROR_AT(
+        _source, __func__,
+        std::string("!_media->Extra(_buf, _") + (kinds.size() == 3 ? "vps" : "") + "spsppslen)");
     return false;
   }
   // The size before the pointer: whoever reads a pointer meanwhile finds its size too.

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "common/IStream.h"
+#include "common/IChunkStream.h"
 
 namespace kestro::plugin::avi {
 
@@ -15,7 +15,7 @@ namespace kestro::plugin::avi {
 //
 // Reading: the media is rebuilt from the headers, and gets the parameter sets from the first key
 // frame. What precedes the first slice of a frame is overwritten with zeros in the packet.
-class StreamAnnexB : public IStream {
+class StreamAnnexB : public IChunkStream {
  public:
   bool muxConfig(Object* vidtag) override;
   int MuxOffset(Packet const& packet) override;
@@ -33,8 +33,9 @@ class StreamAnnexB : public IStream {
   virtual int DemuxOffset(Packet const& packet);
 
  protected:
-  // The codec's name and the four-character code of the headers.
-  StreamAnnexB(char const* name, char const* handler) : IStream(name), _handler(handler) {}
+  // The codec's name, the four-character code of the headers, and the path that error lines name.
+  StreamAnnexB(char const* name, char const* handler, char const* source)
+      : IChunkStream(name), _handler(handler), _source(source) {}
   static base::PropertyList Properties();  // "frameRate"
 
   // A kind of parameter set, and the media's keys for a pointer to one and its length; null where
@@ -54,6 +55,7 @@ class StreamAnnexB : public IStream {
 
  private:
   char const* const _handler;
+  char const* const _source;
   Fraction _frameRate;
   std::vector<unsigned char> _parameterSets;  // with their start codes, in stream order
 };

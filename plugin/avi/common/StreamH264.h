@@ -7,7 +7,7 @@ namespace kestro::plugin::avi {
 
 class StreamH264 : public StreamAnnexB {
  public:
-  StreamH264() : StreamAnnexB("h264", "H264") {}
+  StreamH264() : StreamAnnexB("h264", "H264", "plugin/avi/common/StreamH264") {}
   static base::PropertyList Properties() { return StreamAnnexB::Properties(); }
 
  protected:

@@ -7,7 +7,7 @@ namespace kestro::plugin::avi {
 
 class StreamHevc : public StreamAnnexB {
  public:
-  StreamHevc() : StreamAnnexB("hevc", "hev1") {}
+  StreamHevc() : StreamAnnexB("hevc", "hev1", "plugin/avi/common/StreamHevc") {}
   static base::PropertyList Properties() { return StreamAnnexB::Properties(); }
 
  protected:

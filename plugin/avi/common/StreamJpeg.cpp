@@ -21,10 +21,18 @@ bool StreamJpeg::muxConfig(Object*) {
 int StreamJpeg::AddData(IO& io, Packet& packet, base::uint64) {
   if (AddChunk(packet, static_cast<base::uint64>(io.Tell()), 0) == 0) return 0;
   unsigned const written = io.Write(packet.Data(), static_cast<unsigned>(packet.Size()));
-  if (packet.Size() % 2 != 0) {
+  if (written % 2 != 0) {
     io.Write("", 1);
     ++_list->back().size;
   }
+  return static_cast<int>(written);
+}
+
+int StreamJpeg::WriteData(IO& io, Packet& packet) {
+  auto const size = static_cast<unsigned>(packet.Size());
+  unsigned const written = WriteChunk(io, __builtin_bswap32(size), packet);
+  ++_count;
+  _bytes += size;
   return static_cast<int>(written);
 }
 

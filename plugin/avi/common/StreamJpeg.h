@@ -14,12 +14,9 @@ class StreamJpeg : public IStream {
 
   bool muxConfig(Object* vidtag) override;
   int AddData(IO& io, Packet& packet, base::uint64 arg) override;
-  base::uint64 ChunkEnd(ChunkParam const& chunk) const override {
-    return chunk.offset + chunk.size;
-  }
-
- protected:
-  unsigned Units(unsigned) const override { return 0; }
+  // Writes and counts a packet that comes without a header, and gives it one whose size is
+  // big-endian, as it has always been. Recording does not use it.
+  virtual int WriteData(IO& io, Packet& packet);
 };
 
 }  // namespace kestro::plugin::avi

@@ -1,16 +1,16 @@
 // Uncompressed sound.
 #pragma once
 
-#include "common/IStream.h"
+#include "common/IChunkStream.h"
 
 namespace kestro::plugin::avi {
 
 // Each packet is one chunk; the header counts samples of all channels together. The media must have
 // "rate", "channel", "width", "depth" and "samples", and is given them again on reading. Every
 // packet that is read is key.
-class StreamPcm : public IStream {
+class StreamPcm : public IChunkStream {
  public:
-  StreamPcm() : IStream("pcm") {}
+  StreamPcm() : IChunkStream("pcm") {}
 
   bool muxConfig(Object* vidtag) override;
   bool muxUpdate() override;

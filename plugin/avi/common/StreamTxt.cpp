@@ -22,7 +22,7 @@ bool StreamTxt::muxConfig(Object* vidtag) {
 
 int StreamTxt::WriteData(IO& io, Packet& packet) {
   auto const size = static_cast<unsigned>(packet.Size());
-  int const written = IStream::WriteData(io, packet);
+  int const written = IChunkStream::WriteData(io, packet);
   if (size % 2 != 0) ++_list->back().size;
   _maxPayload = std::max(_maxPayload, size);
   return written;

@@ -1,18 +1,19 @@
 // Text.
 #pragma once
 
-#include "common/IStream.h"
+#include "common/IChunkStream.h"
 
 namespace kestro::plugin::avi {
 
 // Each packet is one chunk. The index entry's size counts the padding; the largest payload decides
 // the header's suggested buffer size.
-class StreamTxt : public IStream {
+class StreamTxt : public IChunkStream {
  public:
-  StreamTxt() : IStream("txt") {}
+  StreamTxt() : IChunkStream("txt") {}
 
   bool muxConfig(Object* vidtag) override;
   bool muxUpdate() override;
+  int WriteData(IO& io, Packet& packet) override;
 
   bool demuxConfig(Object* tags) override;
   bool SetDurPerFrame() override;
@@ -21,7 +22,6 @@ class StreamTxt : public IStream {
  protected:
   char const* ChunkSuffix() const override { return "tx"; }
   bool KeyFlags() const override { return false; }
-  int WriteData(IO& io, Packet& packet) override;
 
  private:
   unsigned _maxPayload = 0;

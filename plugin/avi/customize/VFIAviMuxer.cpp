@@ -42,32 +42,28 @@ bool VFIAviMuxer::OpenFileConfig() {
   unsigned char idx1First = 0;
   if (_vidtag == nullptr || !_vidtag->Get("idx1_first", idx1First)) {
     KESTRO_ERROR("!_vidtag");
+  } else if (!SizesFit(idx1First)) {
+    KESTRO_ERROR("!SizesFit(idx1First),the sizes of head and index do not fit");
+    Fail("the sizes of head and index do not fit");
+    return false;
   } else if (_periodicSync) {
     _periodicSyncMode =
         PeriodicSyncSetMode(reinterpret_cast<void*>(_periodicSyncCallback), idx1First);
     opened = PeriodicSyncBufferCreate(_periodicSyncMode);
     if (!opened) KESTRO_ERROR("!PeriodicSyncBufferCreate(_periodicSyncMode),OpenFileConfig");
   } else {
-    // The tree takes the place of the index from the tag set, which other muxers may share.
-    _vidtag->Set("idx1_first", static_cast<unsigned char>(1));
-    opened = OpenInPlace();
-    _vidtag->Set("idx1_first", idx1First);
+    _idx1RsvdSize = static_cast<unsigned>(_reservedSize);
+    opened = AviMuxer::OpenFileConfig();
+    if (!opened) KESTRO_ERROR("!AviMuxer::OpenFileConfig()");
+    opened = opened && Barrier();
   }
   if (opened) return true;
   _headerImage.reset();
-  if (CheckIO()) IOError(nullptr);  // unless it has been told
+  if (CheckIO()) IOError(nullptr);  // unless it has been reported
   return false;
 }
 
-bool VFIAviMuxer::OpenInPlace() {
-  if (_reservedSize > INT32_MAX) return RefuseSizes();
-  _idx1RsvdSize = static_cast<unsigned>(_reservedSize);
-  if (!AviMuxer::OpenFileConfig()) {
-    KESTRO_ERROR("!AviMuxer::OpenFileConfig()");
-    return false;
-  }
-  return Barrier();
-}
+bool VFIAviMuxer::IndexFirst() const { return !_periodicSync || _periodicSyncMode == kImage; }
 
 unsigned VFIAviMuxer::PeriodicSyncSetMode(void* callback, unsigned char idx1First) {
   if (idx1First == 1) return kImage;
@@ -83,17 +79,12 @@ unsigned VFIAviMuxer::PeriodicSyncSetMode(void* callback, unsigned char idx1Firs
   return kCallback;
 }
 
-bool VFIAviMuxer::SizesFit(unsigned mode) const {
-  auto const header = static_cast<u64>(_periodicSyncHeaderSize);
-  if (_reservedSize > INT32_MAX || header > _reservedSize) return false;
-  return mode != kImage ||
-         (_periodicSyncIdx1Size >= 8 && _periodicSyncIdx1Size <= _reservedSize - header);
-}
-
-bool VFIAviMuxer::RefuseSizes() {
-  KESTRO_ERROR("reservedSize,the sizes of head and index do not fit");
-  Fail("the sizes of head and index do not fit");
-  return false;
+bool VFIAviMuxer::SizesFit(unsigned char idx1First) const {
+  if (_reservedSize > INT32_MAX) return false;
+  if (!_periodicSync) return true;
+  if (_headerSize > _reservedSize) return false;
+  return idx1First != 1 ||
+         (_periodicSyncIdx1Size >= 8 && _periodicSyncIdx1Size <= _reservedSize - _headerSize);
 }
 
 VFIAviMuxer::Image VFIAviMuxer::NewImage(int64 size) {
@@ -111,7 +102,6 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
                            : "Error Periodic Sync Mode !!!");
     KESTRO_ASSERT(0);
   }
-  if (!SizesFit(mode)) return RefuseSizes();
   _headerImage = NewImage(static_cast<int64>(_reservedSize));
   if (_headerImage == nullptr) return false;
   if (mode == kImage) _idx1RsvdSize = static_cast<unsigned>(_periodicSyncIdx1Size - 8);
@@ -120,7 +110,10 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
     KESTRO_ERROR("!OpenConfig(list)");
     return false;
   }
-  if (!NewWriter()) return false;
+  if (char const* const failed = NewWriter()) {
+    KESTRO_ERROR(failed);
+    return false;
+  }
   if (!IAviMuxer::Open(*_headerImage, list)) {
     KESTRO_ERROR("!IAviMuxer::Open(*_headerImage, list)");
     Fail("no track could be opened, or the headers have no room");
@@ -155,7 +148,7 @@ void VFIAviMuxer::SetClock(Packet const& packet) {
 int64 VFIAviMuxer::SinceSync(Packet const& packet) {
   int64 const pts = packet.Pts();
   bool const back = packet.Media() == _clockTrack && pts < _lastSyncPts;
-  if (_clockTrack == nullptr || back) SetClock(packet);
+  if (_lastSyncPts == 0 || back) SetClock(packet);  // 0: not yet set
   int64 ns;
   if (__builtin_sub_overflow(pts, _lastSyncPts, &ns)) ns = pts < 0 ? INT64_MIN : INT64_MAX;
   return ns / 1000000;

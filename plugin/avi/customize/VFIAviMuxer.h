@@ -25,9 +25,9 @@ namespace kestro::plugin::avi {
 //   head JUNK | LIST movi ... | idx1                  callback
 //
 // A sync comes with the first packet whose time is more than "flushtime" after that of the last
-// sync (of the first packet, before one), and covers it; in image mode, also at least 512 KiB of
-// packets must have come. When the time goes back on the track that has set the clock, it counts
-// anew from there.
+// sync, and covers it; in image mode, also at least 512 KiB of packets must have come. Before the
+// first sync it counts from the first packet whose time is not 0. When the time goes back on the
+// track that has set the clock, it counts anew from there.
 //
 // A sync makes the data durable, then writes what refers to it, then makes that durable: the stream
 // given to the element must keep its Flush's promise. A device may tear what is written between its
@@ -40,9 +40,10 @@ namespace kestro::plugin::avi {
 // for an image that is to be handed out, is an error too, but recording goes on: the file plays up
 // to the last packet that has an entry.
 //
-// Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. A wrong
-// "idx1_first", callback mode without a callback, headers that need more than their size, and an
-// image larger than what it holds stop the process.
+// Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. That is
+// an error of the settings, not of the stream: CheckIO() stays true. A wrong "idx1_first", callback
+// mode without a callback, headers that need more than their size, and an image larger than what it
+// holds stop the process.
 class VFIAviMuxer : public AviMuxer {
  public:
   // `id` is the property "notifyid", `file` the stream's handle. The first `headerSize` bytes are
@@ -76,18 +77,21 @@ class VFIAviMuxer : public AviMuxer {
 
   static base::PropertyList Properties();
 
+ protected:
+  // By the way in which the file is opened. The tag set is only read: other muxers may share it.
+  bool IndexFirst() const override;
+
  private:
   using Image = std::unique_ptr<base::IOBuffer>;
   using u64 = unsigned long long;
 
   void ResetFile();
-  bool OpenInPlace();
-  bool SizesFit(unsigned mode) const;
-  bool RefuseSizes();
+  bool SizesFit(unsigned char idx1First) const;
   Image NewImage(int64 size);
   void SetClock(Packet const& packet);
   int64 SinceSync(Packet const& packet);
 
+  bool HasFile(char const* function) const;
   bool FlushFile();
   bool Barrier();
   void CallBack(base::IOBuffer& image);
@@ -114,9 +118,9 @@ class VFIAviMuxer : public AviMuxer {
 
   // Of the open file:
   unsigned _periodicSyncMode = kImage;
-  Image _headerImage;  // all in front of the data (image), or the headers (callback)
-  int64 _lastSyncPts = 0;
-  IMedia const* _clockTrack = nullptr;  // which track has set it, null before the first packet
+  Image _headerImage;      // all in front of the data (image), or the headers (callback)
+  int64 _lastSyncPts = 0;  // ns; 0: not yet set
+  IMedia const* _clockTrack = nullptr;  // which track has set it
   base::uint64 _accDataSize = 0;        // of packets since the last sync, in bytes
   bool _finalSync = false;
   bool _flushFailed = false;

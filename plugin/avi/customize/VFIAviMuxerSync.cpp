@@ -5,6 +5,17 @@ namespace kestro::plugin::avi {
 
 using base::IOBuffer;
 
+namespace {
+constexpr char kSource[] = "plugin/avi/customize/VFIAviMuxer";  // what error lines name
+}
+
+// Whether there is a file to bring up to date.
+bool VFIAviMuxer::HasFile(char const* function) const {
+  if (_blkio != nullptr && Stream() != nullptr) return true;
+  KESTRO_ERROR_AT(kSource, function, _blkio == nullptr ? "!_blkio" : "!_io");
+  return false;
+}
+
 // Once it has failed, the system may have forgotten what it could not store: a flush that works
 // afterwards proves nothing.
 bool VFIAviMuxer::FlushFile() {
@@ -27,18 +38,15 @@ bool VFIAviMuxer::WriteFront(Store store) {
 }
 
 bool VFIAviMuxer::UpdateIdx1() {
-  if (!_periodicSync) return SyncInPlace();
+  if (!_periodicSync) return HasFile(__func__) && SyncInPlace();
   bool const synced = PeriodicSyncUpdateIdx1(_periodicSyncMode);
-  if (!synced) KESTRO_ERROR("!PeriodicSyncUpdateIdx1(_periodicSyncMode)");
+  if (!synced) KESTRO_ERROR_AT(kSource, __func__, "!PeriodicSyncUpdateIdx1(_periodicSyncMode)");
   return synced;
 }
 
 bool VFIAviMuxer::PeriodicSyncUpdateIdx1(unsigned mode) {
   if (mode > kCallback) return true;
-  if (_blkio == nullptr || Stream() == nullptr) {
-    KESTRO_ERROR(_blkio == nullptr ? "!_blkio" : "!_io");
-    return false;
-  }
+  if (!HasFile(__func__)) return false;
   return mode == kImage ? SyncImage() : SyncByCallback();
 }
 
@@ -58,7 +66,7 @@ void VFIAviMuxer::UpdateFront(IO& front) {
 }
 
 bool VFIAviMuxer::SyncInPlace() {
-  if (_blkio == nullptr || Stream() == nullptr || !Barrier()) return false;
+  if (!Barrier()) return false;
   return WriteFront([this] {
     UpdateFront(*_blkio);
     return Barrier();
