@@ -136,8 +136,7 @@ bool AviDemuxer::Seek(int64 ms) {
     stream->SeekToKey(own);
     stream->DemuxExtFlags(_extFlags);
   }
-  _currentPts = -1;  // backward play starts with the frame under the cursor
-  _seeked = true;
+  _currentPts = -1;  // backward play may deliver any frame again
   ClearEnd();
   return true;
 }
@@ -149,7 +148,7 @@ bool AviDemuxer::PlayModeSwitch(PlayMode mode) {
   auto const index = static_cast<std::size_t>(mode);
   std::lock_guard lock(_lock);
   if (index >= std::size(processes)) return false;
-  if (mode == PlayMode::kBack && _process != processes[index]) _currentPts = -1;
+  if (_process != processes[index]) _currentPts = -1;
   _process = processes[index];
   ClearEnd();
   return true;

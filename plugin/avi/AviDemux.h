@@ -34,7 +34,12 @@ class AviDemuxer : public stream::IDemuxer, public IAviDemux {
   // To the key frame at or before a time; the other tracks stand at that frame's time then.
   bool Seek(int64 ms) override;
   int64 Duration() const override { return _duration; }
-  // The tracks stay where they are: play goes on in the new way from there.
+  // The tracks stay where they are: play goes on in the new way from there. False for a mode that
+  // does not exist, which changes nothing.
+  //   Backward play steps over the last frame and at least once more, to a key frame: after a seek
+  // to one it begins with the key frame before it. To see that one too, take two packets of it in
+  // another mode first. At its end the tracks are at the first frame; at the end of fast play, at
+  // the end.
   bool PlayModeSwitch(PlayMode mode) override;
   Packet* GeneratePacket(void*) override;
   virtual bool parseFile();

@@ -142,48 +142,6 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
   }
 }
 
-TEST(Demux, ModesShowEachKeyFrameOnceOrOneKindAlone) {
-  FilmIO io({50, 10});
-  Playing p(&io);
-  ASSERT_TRUE(p.Open());
-  auto& d = *p.demuxer;
-  auto const play = [&](PlayMode mode, int64 from = -1) {
-    EXPECT_TRUE((from < 0 || d.Seek(from)) && d.PlayModeSwitch(mode));
-    return p.Times();
-  };
-  EXPECT_TRUE(p.Next());
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre()) << "the first was seen last";
-  EXPECT_THAT(play(PlayMode::kFast, 0), ElementsAre(0, 400, 800, 1200, 1600));
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre(1200, 800, 400, 0)) << "1600 was shown last";
-  EXPECT_THAT(play(PlayMode::kFast), ElementsAre(400, 800, 1200, 1600));
-  for (int64 from : {900, 800, 1999, 5000}) {
-    int64 const key = from >= 1600 ? 1600 : 800;
-    EXPECT_TRUE(d.Seek(from) && d.PlayModeSwitch(PlayMode::kBack));
-    EXPECT_EQ(key, p.NextGot().pts) << "the key frame at " << from;
-    EXPECT_EQ(key - 400, p.NextGot().pts);
-    EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kFast));
-    EXPECT_EQ(key, p.NextGot().pts);
-  }
-  // From the middle of normal play: backwards from what was shown.
-  EXPECT_TRUE(d.Seek(800) && d.PlayModeSwitch(PlayMode::kNormal));
-  for (int i = 0; i < 7; ++i) p.Next();
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre(800, 400, 0));
-  // The last key frame of either way carries the mark.
-  for (auto [mode, from] : {std::pair(PlayMode::kFast, 0), std::pair(PlayMode::kBack, 1600)}) {
-    EXPECT_TRUE(d.Seek(from) && d.PlayModeSwitch(mode));
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(i == 4, p.NextGot().end) << from << ", " << i;
-  }
-  EXPECT_FALSE(d.PlayModeSwitch(static_cast<PlayMode>(7)));
-  EXPECT_EQ(-1, p.NextGot().track) << "and the mode is as it was";
-  EXPECT_TRUE(d.Seek(0) && d.PlayModeSwitch(PlayMode::kVideo));
-  for (int i = 0; i < 30; ++i)
-    EXPECT_EQ(0, p.NextGot().track) << "a seek after the end plays again";
-  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kAudio));
-  EXPECT_EQ(1, p.NextGot().track);
-  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kNormal));
-  EXPECT_EQ(800, p.NextGot().pts) << "the key frame before the sound at 1160";
-}
-
 // Two pictures and a sound at a time.
 void RecordTwo(MemoryIO& io, int rounds) {
   Recording r(&io);

@@ -30,7 +30,6 @@ bool IAviDemux::Open(IO& io) {
     return false;
   }
   _duration = _moviOffset = _currentPts = 0;
-  _seeked = false;
   AddStreams();
   ParseIdx(io);
   Update(io);

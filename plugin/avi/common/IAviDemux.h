@@ -25,8 +25,12 @@ class IAviDemux : public IAvi {
   virtual bool Close(IO& io);
   // All tracks, in file order; of the video tracks the chosen one only.
   virtual Packet* ProcessNormal(IO& io);
-  // Key frames of the chosen video track, forward and backward. The others follow.
+  // The key frame under the cursor of the chosen video track, or the next one; at the end the
+  // cursor stays there. The others follow.
   virtual Packet* ProcessFast(IO& io);
+  // The key frame before the frame that was read last, or the first frame. A step over that frame
+  // and one more are always made: a key frame that a seek has led to is passed over. Null, with the
+  // cursor at the first frame, once that was delivered. The others follow.
   virtual Packet* ProcessBack(IO& io);
   // The chosen video track, or the first sound track, alone. The others follow.
   virtual Packet* ProcessVideo(IO& io);
@@ -42,15 +46,12 @@ class IAviDemux : public IAvi {
   int64 _moviOffset = 0;
   int64 _currentPts = 0;  // of the last packet chosen, milliseconds; -1 when forgotten
   unsigned _videoIndex = 0;
-  bool _seeked = false;  // the packets under the cursors have not been seen yet
 
  private:
   IList* FirstStreamList() const;
   void AddStreams();
   void AddEntries(IO& io, int64 bytes);
-  Packet* Alone(IO& io, IStream* stream);
-  void Follow(IStream const* leader, int64 pts);
-  Packet* Take(IO& io, IStream* stream);
+  Packet* Lead(IO& io, IStream& leader);
 };
 
 }  // namespace kestro::plugin::avi
