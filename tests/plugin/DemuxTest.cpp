@@ -13,6 +13,7 @@
 #include "support/Fakes.h"
 #include "support/FaultIO.h"
 #include "support/Film.h"
+#include "support/HostileFiles.h"
 #include "support/Playing.h"
 
 namespace kestro::test {
@@ -96,6 +97,37 @@ TEST(Demux, FindsLongParameterSets) {
       EXPECT_EQ(set, std::string(data, data + size));
     }
   }
+}
+
+// What is left of a reserve ends an index before the data; elsewhere entries of zeros are left
+// out.
+TEST(Demux, LeavesOutEntriesOfZeros) {
+  std::vector<Chunk> chunks;
+  for (int i = 0; i < 10; ++i) chunks.push_back({"00dc", StoredKeyFrame(Payload(i)), true});
+  struct {
+    char const* what;
+    unsigned fields;  // that become zero: 1 id, 2 flags, 4 offset, 8 size
+    std::vector<int> first, last;
+  } const cases[] = {
+      {"all", 15, {0, 1, 2}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"offset and size", 12, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"all but the flags", 13, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"the id", 1, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}}};
+  for (auto const& c : cases)
+    for (bool const first : {true, false}) {
+      Shape shape;
+      shape.indexFirst = first;
+      Bytes file = Expected(shape, chunks);
+      std::size_t const entry = Find(file, "idx1") + 8 + 16 * 3;
+      for (std::size_t field = 0; field < 4; ++field)
+        if ((c.fields >> field & 1) != 0) file = With(file, entry + 4 * field, 0);
+      MemoryIO io({file.begin(), file.end()});
+      Playing p(&io);
+      ASSERT_TRUE(p.Open());
+      std::vector<int> played;
+      for (Got const& got : p.All()) played.push_back(got.data.back() - '0');
+      EXPECT_EQ(first ? c.first : c.last, played) << c.what << ", first " << first;
+    }
 }
 
 // The key frame at or before a time, from wherever play stood, and sound from there in step.

@@ -26,10 +26,10 @@ class PlayTest : public EveryKind {
     Lines lines;
     std::istringstream text(result.out);
     std::map<int, int> last;
+    bool const back = arguments.find("back") != arguments.npos;
     for (std::string one; std::getline(text, one);) {
       json const j = json::parse(one);
       EXPECT_EQ(j.size(), 7u);
-    bool const back = arguments.find("back") != arguments.npos;
       lines.emplace_back(j["track"], j["pts_ms"], j["duration_ms"], j["size"], j["key"], j["eos"]);
       auto const [seq, first] = last.emplace(j["track"], j["seq"]);
       int const step = j["seq"].get<int>() - seq->second;
@@ -183,6 +183,25 @@ TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
           {"--mode slow a.avi", 2, "slow"},
           {"--from 1:x a.avi", 2, "--from"},
           {"--every 0 a.avi", 2, "--every"}});
+}
+
+// The tool takes the entries that the demuxer takes.
+TEST_F(PlayTest, LeavesOutEntriesOfZeros) {
+  std::string const record = "record --force media/clip25.h264 -o a.avi";
+  for (std::string const sync : {"off", "in-place --reserve-time 10"}) {
+    ASSERT_EQ(Run(record + " --sync " + sync).code, 0);
+    std::size_t const whole = Play("a.avi").size();
+    for (unsigned const fields : {1u, 12u, 15u}) {
+      std::string bytes = FileText(At("a.avi"));
+      for (unsigned field = 0; field < 4; ++field)
+        if ((fields >> field & 1) != 0) Put(bytes, bytes.find("idx1") + 8 + 16 * 7 + 4 * field, 0);
+      Write("zeros.avi", bytes);
+      Lines const lines = Play("zeros.avi");
+      EXPECT_EQ(lines, Expected("zeros.avi", {40000})) << fields << " " << sync;
+      EXPECT_EQ(lines.size(), fields == 15 && sync != "off" ? 7u : whole - 1)
+          << fields << " " << sync;
+    }
+  }
 }
 
 // Unpaced, it would come to the end.

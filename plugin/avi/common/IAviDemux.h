@@ -6,7 +6,7 @@
 namespace kestro::plugin::avi {
 
 // Reads one file: Open parses the tree, makes a stream of every track that can be played and gives
-// it its index records; each call of a play process then chooses a track and returns its next
+// it its index entries; each call of a play process then chooses a track and returns its next
 // packet; Close frees everything.
 //
 //   if (demux.Open(io))
@@ -14,9 +14,10 @@ namespace kestro::plugin::avi {
 //   demux.Close(io);
 //
 // Packets are the caller's. Null is the end, Packet::ReadFailure() a chunk that could not be read.
-// Index offsets are taken as absolute file positions. A track's number in the index counts the
-// streams, so that a track without one (text, motion JPEG) in front of others hides them: files
-// have it last. No locks: the element has one.
+// Index offsets are taken as absolute file positions. Entries without offset and size are left out;
+// an index before the data ends at the first entry of zeros. A track's number in the index
+// counts the streams, so that a track without one (text, motion JPEG) before others hides
+// them: files have it last. No locks: the element has one.
 class IAviDemux : public IAvi {
  public:
   using PlayProcess = Packet* (IAviDemux::*)(IO&);
@@ -49,8 +50,10 @@ class IAviDemux : public IAvi {
 
  private:
   IList* FirstStreamList() const;
+  cmovi const* Movi() const;
   void AddStreams();
-  void AddEntries(IO& io, int64 bytes);
+  void AddEntries(IO& io, int64 bytes, bool toZeros);
+  bool AddEntry(unsigned char const* at);
   Packet* Lead(IO& io, IStream& leader);
 };
 
