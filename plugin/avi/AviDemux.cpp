@@ -4,27 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "common/ReadWatch.h"
+
 namespace kestro::plugin::avi {
-
-namespace {
-// What cannot be read while a file is opened is missing from it, and nothing later would tell.
-class ReadWatch : public base::IOFilter {
- public:
-  ReadWatch(IO& io, stream::IElement& element) : IOFilter("ReadWatch", io), _element(element) {}
-  ~ReadWatch() override {
-    if (_failed) _element.SendMessageUp("error", "reading failed", nullptr);
-  }
-  unsigned Read(void* data, unsigned size) override {
-    unsigned const got = _io.Read(data, size);
-    _failed = _failed || got == kFailed;
-    return got;
-  }
-
- private:
-  stream::IElement& _element;
-  bool _failed = false;
-};
-}  // namespace
 
 AviDemuxer::AviDemuxer() : IDemuxer("AviDemuxer") {
   _flags |= kDemuxer | kOpensFile | kSeveralTracks;
@@ -70,8 +52,10 @@ bool AviDemuxer::parseFile() {
     SendMessageUp("error", Why().c_str(), nullptr);
     return false;
   }
-  ReadWatch watch(*Stream(), *this);
-  return IAviDemux::Open(watch);
+  bool const opened = IAviDemux::Open(*Stream());
+  // What is missing now nothing later would report.
+  if (Incomplete()) SendMessageUp("error", "reading failed", nullptr);
+  return opened;
 }
 
 bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
@@ -89,7 +73,7 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
 // The coded data completes what the headers say of a video track: its first packet is looked at.
 bool AviDemuxer::UpdateMediaInfo() {
   if (Stream() == nullptr) return false;
-  ReadWatch watch(*Stream(), *this);
+  ReadWatch watch(*Stream());
   base::IOCallBack io(watch, _notifyId, _notify);
   bool complete = true;
   for (IStream* stream : _streams) {
@@ -101,6 +85,7 @@ bool AviDemuxer::UpdateMediaInfo() {
   }
   Stream()->Seek(_moviOffset + 4, IO::kBegin);
   RestStream();
+  if (watch.Failed()) SendMessageUp("error", "reading failed", nullptr);
   return complete;
 }
 

@@ -1,9 +1,12 @@
 // What the verb play lists, against what the index says.
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <tuple>
 
 #include "EveryKind.h"
+#include "PlayVerb.h"
+#include "support/SystemFault.h"
 
 namespace kestro::tool {
 namespace {
@@ -202,6 +205,42 @@ TEST_F(PlayTest, LeavesOutEntriesOfZeros) {
           << fields << " " << sync;
     }
   }
+}
+
+// The demuxer and the tool read a file whose last clusters cannot be: what the index names comes.
+TEST_F(PlayTest, PlaysUpToBadSectors) {
+  ASSERT_EQ(Run("record --sync in-place --reserve-time 10 -o a.avi media/clip25.h264").code, 0);
+  LoadAviPlugin(TEST_PLUGIN);
+  std::vector<IndexEntry> entries;
+  AviFile(At("a.avi")).ForEachEntry([&](IndexEntry const& entry) { entries.push_back(entry); });
+  auto const play = [this](std::string const& options, std::int64_t from) {
+    test::SystemFault const fault("/a.avi", from);
+    CLI::App app;
+    PlayVerb verb;
+    verb.AddTo(app);
+    app.parse("--plugin " TEST_PLUGIN " " + options + " " + At("a.avi").string());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int const code = verb.Run();
+    std::string const out = testing::internal::GetCapturedStdout();
+    return std::to_string(code) + "\n" + testing::internal::GetCapturedStderr() + out;
+  };
+  for (std::string const options : {"", "--preload 64K"})
+    for (std::size_t const i : {std::size_t{1}, entries.size() / 2, entries.size() - 1}) {
+      IndexEntry const& entry = entries[i];
+      std::string const n = std::to_string(i + 1), packets = n + " packets";
+      std::string const here = "packet " + n + " of track 0: the chunk at offset " +
+                               std::to_string(entry.offset) + " has " + std::to_string(entry.size) +
+                               " bytes, 100 were delivered";
+      std::string const cut = play(options, entry.offset + 108);
+      EXPECT_EQ(cut.substr(0, 2), "1\n") << cut;
+      EXPECT_THAT(cut, HasSubstr(here));
+      EXPECT_THAT(cut,
+                  HasSubstr(i + 1 == entries.size() ? packets + "\n"
+                                                    : "after " + packets + ": reading failed"));
+    }
+  std::string const whole = play("", entries.back().offset + 8 + entries.back().size);
+  EXPECT_EQ(whole.substr(0, 2), "0\n") << whole;
 }
 
 // Unpaced, it would come to the end.

@@ -236,7 +236,7 @@ std::string PlayVerb::Fault(AviFile& avi, Delivered const& packet) const {
   auto const track = static_cast<int>(_tracks[packet.output]);
   std::string const where = "packet " + std::to_string(packet.seq) + " of track " +
                             std::to_string(track) + ": the chunk at offset " + std::to_string(at);
-  if (packet.size == 0 || packet.offset < 0) return "";  // not known where it was read
+  if (packet.size == 0) return "";  // not known where it was read
   if (!avi.Reader().Header(at, avi.Size(), chunk) || !IsDataCode(chunk.id) ||
       TrackOfCode(chunk.id) != track)
     return where + " is not one of this track";
@@ -269,7 +269,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
   unsigned sinceSeek = 0;
   if (!_json) WriteData("track     seq          pts  duration      size  flags\n");
   for (;;) {
-    Player::Event const event = player.Next(packet);
+    Player::Event const event = Next(player, packet);
     if (event == Player::kInterrupted) return kInterrupted;
     if (event == Player::kFailed) {
       Report("error: " + _file + ": after " + Quantity(packets, "packet") +
@@ -314,6 +314,7 @@ int PlayVerb::Run() {
         player.Media(i)->IsVideo() != (avi.Tracks()[_tracks[i]].type == "video"))
       throw Error(kUnusable, _file + ": the demuxer takes another track for track " +
                                  std::to_string(_tracks[i]));
+  if (!player.Opened()) Warn("a part could not be read when it was opened");
   Position(player);
   return List(player, avi);
 }

@@ -7,6 +7,7 @@
 #include "base/LittleEndian.h"
 #include "common/HeaderChunks.h"
 #include "common/IndexChunks.h"
+#include "common/ReadWatch.h"
 
 namespace kestro::plugin::avi {
 
@@ -14,11 +15,17 @@ using base::Convert4;
 
 bool IAviDemux::Parse(IO& io) {
   if (_root != nullptr) return true;
-  base::IOBlockReader reader(io, 32768);
+  base::IOBlockReader blocks(io, 32768);
+  ReadWatch reader(blocks);
   int64 const size = io.Size();
   _root = new croot;
   _root->Size(static_cast<unsigned>(std::clamp<int64>(size, 0, UINT32_MAX)));
-  if (reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0) return true;
+  bool const parsed = reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0;
+  // Nothing after the index is needed: what it names decides.
+  auto const* const index = dynamic_cast<cidx1*>(_root->Find("idx1"));
+  _incomplete =
+      reader.StoppedAt() < (index != nullptr ? index->dataPos + index->Size() : INT64_MAX);
+  if (parsed) return true;
   delete _root;
   _root = nullptr;
   return false;
@@ -104,7 +111,10 @@ void IAviDemux::AddEntries(IO& io, int64 bytes, bool toZeros) {
     unsigned const read = io.Read(piece.get(), wanted), got = read == IO::kFailed ? 0 : read;
     for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry)
       if (!AddEntry(at) && toZeros) return;
-    if (got < wanted) return;
+    if (got < wanted) {
+      _incomplete = true;
+      return;
+    }
     // Tracks go on much as they begin: lists that need not grow cost neither copies nor memory.
     if (left == bytes / kEntry * kEntry && left > wanted)
       for (IStream* stream : _streams) stream->ExpectMore(static_cast<double>(left) / wanted);

@@ -41,12 +41,16 @@ class IAviDemux : public IAvi {
   virtual bool Update(IO& io);
   virtual bool RestStream();  // every track to its first packet
 
+  // Whether a part of the headers or of the index could not be read. What they name can be played.
+  bool Incomplete() const { return _incomplete; }
+
  protected:
   IStream* VideoStream(unsigned index) const;  // counted among video streams; null if there is none
   int64 _duration = 0;                         // of the first video stream, milliseconds
   int64 _moviOffset = 0;
   int64 _currentPts = 0;  // of the last packet chosen, milliseconds; -1 when forgotten
   unsigned _videoIndex = 0;
+  bool _incomplete = false;
 
  private:
   IList* FirstStreamList() const;
