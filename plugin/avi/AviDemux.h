@@ -19,8 +19,9 @@ namespace kestro::plugin::avi {
 //   demuxer->StatusChange(IStatus::kClosed);
 //
 // Each sound track, and the chosen video track, goes to the first output that takes its codec and
-// is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread while packets flow;
-// after the end of the stream they make it go on. Everything else is for the control thread.
+// is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread while packets flow.
+// After the end of the stream Seek and PlayModeSwitch make it go on; "plyVidCtrl" does not.
+// Everything else is for the control thread.
 class AviDemuxer : public stream::IDemuxer, public IAviDemux {
  public:
   AviDemuxer();

@@ -266,6 +266,27 @@ TEST(Demux, ReRecordsAFile) {
   EXPECT_EQ("", Difference(from.bytes, to.bytes));
 }
 
+// The thread waits at the end of the stream: a seek or a mode makes it go on, another track does
+// not.
+TEST(Demux, GoesOnAfterTheEnd) {
+  MemoryIO io;
+  RecordTwo(io, 20);
+  Playing p(&io);
+  CaptureSink sink;
+  for (IPort* output : p.outputs) IPort::Link(*output, *sink.AddInput());
+  Messages messages(*p.demuxer);
+  ASSERT_TRUE(p.Open() && p.demuxer->StatusChange(IStatus::kRunning) && messages.Reach(1));
+  base::ConsoleCapture console;
+  EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 1));
+  EXPECT_TRUE(p.demuxer->Ended());
+  EXPECT_TRUE(p.demuxer->Seek(0));
+  EXPECT_TRUE(messages.Reach(2));
+  EXPECT_TRUE(p.demuxer->PlayModeSwitch(PlayMode::kBack));
+  EXPECT_TRUE(messages.Reach(3));
+  EXPECT_THAT(messages.All(), ElementsAre("eos", "eos", "eos"));
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
+}
+
 // Everything that may be called while packets flow, called at once, and the cache switched. Each
 // track's packets keep their order within a mode: sequence numbers only ever grow. Then one video
 // track after the other.
