@@ -73,12 +73,12 @@ unsigned Whole(unsigned size, bool& failed, Transfer transfer) {
   return done;
 }
 
-unsigned ReadAt(int fd, int64 at, void* data, unsigned size) {
-  bool failed;
+// The bytes that came, also where the rest cannot be read.
+unsigned ReadAt(int fd, int64 at, void* data, unsigned size, bool& failed) {
   unsigned const done = Whole(size, failed, [&](unsigned from, unsigned n) {
     return pread(fd, static_cast<char*>(data) + from, n, at + from);
   });
-  return failed ? IO::kFailed : done;
+  return failed && done == 0 ? IO::kFailed : done;
 }
 
 unsigned WriteAt(int fd, int64 at, void const* data, unsigned size) {
@@ -155,7 +155,8 @@ bool File::Close(void* file) {
 }
 
 unsigned File::Read(void* file, void* data, unsigned size) {
-  unsigned const got = ReadAt(Of(file).fd, Of(file).position, data, size);
+  bool failed;
+  unsigned const got = ReadAt(Of(file).fd, Of(file).position, data, size, failed);
   if (got != IO::kFailed) Of(file).position += got;
   return got;
 }
@@ -257,9 +258,10 @@ bool FileIO::Seek(int64 offset, int whence) { return SeekTarget(*this, offset, w
 
 unsigned FileIO::Read(void* data, unsigned size) {
   if (_file == nullptr) return kFailed;
-  unsigned const got = ReadAt(Of(_file).fd, _position, data, size);
-  if (!Note(got != kFailed)) return got;
-  _position += got;
+  bool failed;
+  unsigned const got = ReadAt(Of(_file).fd, _position, data, size, failed);
+  Note(!failed);
+  if (got != kFailed) _position += got;
   return got;
 }
 

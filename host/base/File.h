@@ -7,8 +7,9 @@
 
 namespace kestro::base {
 
-// Static functions on opaque handles. Transfers are complete or failed: interruptions and partial
-// transfers are handled below. Offsets are 64-bit.
+// Static functions on opaque handles. Interruptions and partial transfers are handled below: fewer
+// bytes than asked for are moved at the end of the file, or where the rest failed. Offsets are
+// 64-bit.
 //
 // Paths: "X:/name" lies in the folder mounted for the drive letter X, and fails to open when none
 // is; ":/name" lies in the temporary folder; everything else is the system's path.

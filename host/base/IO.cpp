@@ -70,7 +70,6 @@ bool IOBlockReader::Seek(int64 offset, int whence) {
 unsigned IOBlockReader::Read(void* data, unsigned size) {
   auto* out = static_cast<unsigned char*>(data);
   unsigned done = 0;
-  int64 const before = _position;
   while (done < size) {
     if (_position < _blockStart || _position >= _blockStart + _blockFill) {
       unsigned const got = _io.Seek(_position, kBegin)
@@ -78,8 +77,7 @@ unsigned IOBlockReader::Read(void* data, unsigned size) {
                                : kFailed;
       if (got == kFailed) {
         _blockFill = 0;
-        _position = before;
-        return kFailed;
+        return done > 0 ? done : kFailed;
       }
       _blockStart = _position;
       _blockFill = got;

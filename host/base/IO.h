@@ -22,7 +22,8 @@ class KESTRO_API IO : public Object {
   virtual int64 Tell() = 0;
   // Any position at or above 0 may be sought, also beyond the end; a negative one is refused.
   virtual bool Seek(int64 offset, int whence) = 0;
-  // Bytes read: fewer than asked for only at the end, 0 at or beyond it, kFailed on failure.
+  // Bytes read: fewer than asked for at the end, or where reading failed after them, which the next
+  // read then does too; 0 at or beyond the end; kFailed when it failed and nothing came.
   virtual unsigned Read(void* data, unsigned size) = 0;
   // Bytes written: fewer than asked for only when the rest failed.
   virtual unsigned Write(void const* data, unsigned size) = 0;

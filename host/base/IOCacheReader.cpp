@@ -55,12 +55,12 @@ unsigned IOCacheReader::Read(void* data, unsigned size) {
     Block const& block = Await(lock, at / _blockSize);
     if (block.fill == kFailed) {
       part = ReadAround(lock, at, out + done, part);
-      if (part == kFailed) return kFailed;
+      if (part == kFailed && done == 0) return kFailed;
     } else {
       part = std::min(part, block.fill - std::min(offset, block.fill));
       std::memcpy(out + done, block.bytes.get() + offset, part);
     }
-    if (part == 0) break;
+    if (part == 0 || part == kFailed) break;
     done += part;
   }
   _position += done;
@@ -159,6 +159,8 @@ void IOCacheReader::FetchBlock(Lock& lock, int64 block) {
     got = Fetch(lock, start, bytes.get(), _blockSize);
   else if (kept)
     _preloadBytes = start;  // as much as there is memory for
+  // The stream may end early; what came before a fault is asked for again.
+  if (got > 0 && got < _blockSize && start + got < _end) got = kFailed;
   if (got == kFailed) bytes.reset();
   if (got < _blockSize) _end = std::min(_end, start + got);
   _blocks[block] = {std::move(bytes), got};

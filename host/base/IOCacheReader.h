@@ -20,9 +20,9 @@ namespace kestro::base {
 // number. The preload keeps the first bytes of the stream besides; it is fetched when there is
 // nothing else to do.
 //
-// A block that cannot be read does not stop the reading ahead; what a read wants of it is asked of
-// the source again, those bytes alone, and a failure then is the read's: all ones, and the position
-// stays.
+// A block that cannot be read whole does not stop the reading ahead; what a read wants of it is
+// asked of the source again, those bytes alone, and a failure then is the read's: the bytes that
+// came, or all ones, and the position stays.
 //
 // The source is touched by the thread only, one call at a time, from the construction to the end of
 // the destruction, which waits for the call under way and no more. Its size is what it was at the
@@ -58,7 +58,7 @@ class KESTRO_API IOCacheReader : public IO {
   using Lock = std::unique_lock<std::mutex>;
   struct Block {
     Bytes bytes;
-    unsigned fill;  // kFailed: could not be read
+    unsigned fill;  // kFailed: could not be read whole
   };
   struct Request {
     int64 at;

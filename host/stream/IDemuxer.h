@@ -10,7 +10,8 @@ namespace kestro::stream {
 
 // Faults reach the application as the message "error". A file that cannot be opened also fails
 // Open, where the element does not say otherwise; of one that can be read in part, what could be
-// read is played. A read that fails during play ends the stream, until a seek.
+// read is played. A read that fails during play ends the stream, until a seek; where a part of a
+// packet could be read, the packet is that part.
 class KESTRO_API IDemuxer : public ISource, public IIO {
  public:
   enum class PlayMode { kNormal = 0, kFast = 1, kBack = 2, kVideo = 3, kAudio = 4 };

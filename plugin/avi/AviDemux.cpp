@@ -4,23 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "common/ReadWatch.h"
+
 namespace kestro::plugin::avi {
-
-namespace {
-// What cannot be read while a file is opened is missing from it, and nothing later would show it.
-class ReadWatch : public base::IOFilter {
- public:
-  ReadWatch(IO& io, std::string& fault) : IOFilter("ReadWatch", io), _fault(fault) {}
-  unsigned Read(void* data, unsigned size) override {
-    unsigned const got = _io.Read(data, size);
-    if (got == kFailed) _fault = "reading failed";
-    return got;
-  }
-
- private:
-  std::string& _fault;
-};
-}  // namespace
 
 AviDemuxer::AviDemuxer() : IDemuxer("AviDemuxer") {
   _flags |= kDemuxer | kOpensFile | kSeveralTracks;
@@ -84,8 +70,9 @@ bool AviDemuxer::parseFile() {
     _fault = Why();
     return false;
   }
-  ReadWatch watch(*Stream(), _fault);
-  return IAviDemux::Open(watch);
+  bool const opened = IAviDemux::Open(*Stream());
+  if (Incomplete()) _fault = "reading failed";  // what is missing now nothing later would report
+  return opened;
 }
 
 void AviDemuxer::ReportFault() {
@@ -120,7 +107,7 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
 // The coded data completes what the headers say of a video track: its first packet is looked at.
 bool AviDemuxer::UpdateMediaInfo() {
   if (Stream() == nullptr) return false;
-  ReadWatch watch(*Stream(), _fault);
+  ReadWatch watch(*Stream());
   base::IOCallBack io(watch, _notifyId, _notify);
   bool complete = true;
   for (IStream* stream : _streams) {
@@ -132,6 +119,7 @@ bool AviDemuxer::UpdateMediaInfo() {
   }
   Stream()->Seek(_moviOffset + 4, IO::kBegin);
   RestStream();
+  if (watch.Failed()) _fault = "reading failed";
   return complete;
 }
 
@@ -190,8 +178,7 @@ bool AviDemuxer::Seek(int64 ms) {
     stream->SeekToKey(own);
     stream->DemuxExtFlags(_extFlags);
   }
-  _currentPts = -1;  // backward play starts with the frame under the cursor
-  _seeked = true;
+  _currentPts = -1;  // backward play may deliver any frame again
   ClearEnd();
   return true;
 }
@@ -204,7 +191,7 @@ bool AviDemuxer::PlayModeSwitch(PlayMode mode) {
   if (Refused("PlayModeSwitch")) return false;
   std::lock_guard lock(_lock);
   if (index >= std::size(processes)) return false;
-  if (mode == PlayMode::kBack && _process != processes[index]) _currentPts = -1;
+  if (_process != processes[index]) _currentPts = -1;
   _process = processes[index];
   ClearEnd();
   return true;

@@ -22,7 +22,7 @@ namespace kestro::plugin::avi {
 // Each audio track, and the chosen video track, goes to the first output that takes its codec and
 // is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread, and from a sink's
 // ReceivePacket. They exclude the making of packets and each other by a lock; after the end of the
-// stream the first two make it go on. The lock is held while the notification function and, within
+// stream the first two make it go on, the last does not. The lock is held while the notification function and, within
 // "plyVidCtrl", a sink's AcceptMedia are called: from these, calls that need it are refused with an
 // error line. Everything else is for the control thread.
 //
@@ -41,7 +41,12 @@ class AviDemuxer : public stream::IDemuxer, public IAviDemux {
   // To the key frame at or before a time; the other tracks stand at that frame's time then.
   bool Seek(int64 ms) override;
   int64 Duration() const override { return _duration; }  // after Open
-  // The tracks stay where they are: play goes on in the new way from there.
+  // The tracks stay where they are: play goes on in the new way from there. False for a mode that
+  // does not exist, which changes nothing.
+  //   Backward play steps over the last frame and at least once more, to a key frame: after a seek
+  // to one it begins with the key frame before it. To see that one too, take two packets of it in
+  // another mode first. At its end the tracks are at the first frame; at the end of fast play, at
+  // the end.
   bool PlayModeSwitch(PlayMode mode) override;
   Packet* GeneratePacket(void*) override;
   virtual bool parseFile();

@@ -13,6 +13,7 @@
 #include "support/Fakes.h"
 #include "support/FaultIO.h"
 #include "support/Film.h"
+#include "support/HostileFiles.h"
 #include "support/Playing.h"
 
 namespace kestro::test {
@@ -101,6 +102,37 @@ TEST(Demux, FindsLongParameterSets) {
   }
 }
 
+// What is left of a reserve ends an index before the data; elsewhere entries of zeros are left
+// out.
+TEST(Demux, LeavesOutEntriesOfZeros) {
+  std::vector<Chunk> chunks;
+  for (int i = 0; i < 10; ++i) chunks.push_back({"00dc", StoredKeyFrame(Payload(i)), true});
+  struct {
+    char const* what;
+    unsigned fields;  // that become zero: 1 id, 2 flags, 4 offset, 8 size
+    std::vector<int> first, last;
+  } const cases[] = {
+      {"all", 15, {0, 1, 2}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"offset and size", 12, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"all but the flags", 13, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}},
+      {"the id", 1, {0, 1, 2, 4, 5, 6, 7, 8, 9}, {0, 1, 2, 4, 5, 6, 7, 8, 9}}};
+  for (auto const& c : cases)
+    for (bool const first : {true, false}) {
+      Shape shape;
+      shape.indexFirst = first;
+      Bytes file = Expected(shape, chunks);
+      std::size_t const entry = Find(file, "idx1") + 8 + 16 * 3;
+      for (std::size_t field = 0; field < 4; ++field)
+        if ((c.fields >> field & 1) != 0) file = With(file, entry + 4 * field, 0);
+      MemoryIO io({file.begin(), file.end()});
+      Playing p(&io);
+      ASSERT_TRUE(p.Open());
+      std::vector<int> played;
+      for (Got const& got : p.All()) played.push_back(got.data.back() - '0');
+      EXPECT_EQ(first ? c.first : c.last, played) << c.what << ", first " << first;
+    }
+}
+
 // The key frame at or before a time, from wherever play stood, and sound from there in step.
 TEST(Demux, SeeksToTheKeyFrameBefore) {
   std::pair<Film, int64> const films[] = {
@@ -143,48 +175,6 @@ TEST(Demux, SeeksToTheKeyFrameBefore) {
     EXPECT_TRUE(silent || std::abs(last[0] - last[1]) <= std::max<int64>(frameUs / 1000, 40))
         << "sound is in step to the end";
   }
-}
-
-TEST(Demux, ModesShowEachKeyFrameOnceOrOneKindAlone) {
-  FilmIO io({50, 10});
-  Playing p(&io);
-  ASSERT_TRUE(p.Open());
-  auto& d = *p.demuxer;
-  auto const play = [&](PlayMode mode, int64 from = -1) {
-    EXPECT_TRUE((from < 0 || d.Seek(from)) && d.PlayModeSwitch(mode));
-    return p.Times();
-  };
-  EXPECT_TRUE(p.Next());
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre()) << "the first was seen last";
-  EXPECT_THAT(play(PlayMode::kFast, 0), ElementsAre(0, 400, 800, 1200, 1600));
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre(1200, 800, 400, 0)) << "1600 was shown last";
-  EXPECT_THAT(play(PlayMode::kFast), ElementsAre(400, 800, 1200, 1600));
-  for (int64 from : {900, 800, 1999, 5000}) {
-    int64 const key = from >= 1600 ? 1600 : 800;
-    EXPECT_TRUE(d.Seek(from) && d.PlayModeSwitch(PlayMode::kBack));
-    EXPECT_EQ(key, p.NextGot().pts) << "the key frame at " << from;
-    EXPECT_EQ(key - 400, p.NextGot().pts);
-    EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kFast));
-    EXPECT_EQ(key, p.NextGot().pts);
-  }
-  // From the middle of normal play: backwards from what was shown.
-  EXPECT_TRUE(d.Seek(800) && d.PlayModeSwitch(PlayMode::kNormal));
-  for (int i = 0; i < 7; ++i) p.Next();
-  EXPECT_THAT(play(PlayMode::kBack), ElementsAre(800, 400, 0));
-  // The last key frame of either way carries the mark.
-  for (auto [mode, from] : {std::pair(PlayMode::kFast, 0), std::pair(PlayMode::kBack, 1600)}) {
-    EXPECT_TRUE(d.Seek(from) && d.PlayModeSwitch(mode));
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(i == 4, p.NextGot().end) << from << ", " << i;
-  }
-  EXPECT_FALSE(d.PlayModeSwitch(static_cast<PlayMode>(7)));
-  EXPECT_EQ(-1, p.NextGot().track) << "and the mode is as it was";
-  EXPECT_TRUE(d.Seek(0) && d.PlayModeSwitch(PlayMode::kVideo));
-  for (int i = 0; i < 30; ++i)
-    EXPECT_EQ(0, p.NextGot().track) << "a seek after the end plays again";
-  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kAudio));
-  EXPECT_EQ(1, p.NextGot().track);
-  EXPECT_TRUE(d.PlayModeSwitch(PlayMode::kNormal));
-  EXPECT_EQ(800, p.NextGot().pts) << "the key frame before the sound at 1160";
 }
 
 // Two pictures and a sound at a time.
@@ -277,6 +267,27 @@ TEST(Demux, ReRecordsAFile) {
   EXPECT_THAT(messages.All(), ElementsAre("eos"));
   EXPECT_TRUE(copy.Close() && p.demuxer->StatusChange(IStatus::kClosed));
   EXPECT_EQ("", Difference(from.bytes, to.bytes));
+}
+
+// The thread waits at the end of the stream: a seek or a mode makes it go on, another track does
+// not.
+TEST(Demux, GoesOnAfterTheEnd) {
+  MemoryIO io;
+  RecordTwo(io, 20);
+  Playing p(&io);
+  CaptureSink sink;
+  for (IPort* output : p.outputs) IPort::Link(*output, *sink.AddInput());
+  Messages messages(*p.demuxer);
+  ASSERT_TRUE(p.Open() && p.demuxer->StatusChange(IStatus::kRunning) && messages.Reach(1));
+  base::ConsoleCapture console;
+  EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 1));
+  EXPECT_TRUE(p.demuxer->Ended());
+  EXPECT_TRUE(p.demuxer->Seek(0));
+  EXPECT_TRUE(messages.Reach(2));
+  EXPECT_TRUE(p.demuxer->PlayModeSwitch(PlayMode::kBack));
+  EXPECT_TRUE(messages.Reach(3));
+  EXPECT_THAT(messages.All(), ElementsAre("eos", "eos", "eos"));
+  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed));
 }
 
 // Everything that may be called while packets flow, called at once, and the cache switched. Each

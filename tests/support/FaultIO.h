@@ -43,6 +43,7 @@ class FaultIO : public base::IOFilter {
     _faults.push_back(fault);
   }
   void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
+  void Readable(int64 bytes) { _readable = bytes; }  // bad sectors follow: reads end there with EIO
 
   // Makes reads and writes wait, or lets them go on; one that waits too long is a failure.
   void Hold(bool held) {
@@ -66,7 +67,10 @@ class FaultIO : public base::IOFilter {
   }
   unsigned Read(void* data, unsigned size) override {
     Use const use(*this);
-    return Next(kRead, size) != nullptr ? kFailed : _io.Read(data, size);
+    auto const good = static_cast<unsigned>(std::clamp<int64>(_readable - _io.Tell(), 0, size));
+    if (Next(kRead, size) != nullptr) return kFailed;
+    if (good < size) Failed(EIO);
+    return good == 0 && size > 0 ? kFailed : _io.Read(data, good);
   }
   unsigned Write(void const* data, unsigned size) override {
     Use const use(*this);
@@ -120,7 +124,7 @@ class FaultIO : public base::IOFilter {
   bool _held = false;
   std::deque<Fault> _faults;  // which stay where they are
   std::vector<Place> _calls[4];
-  int64 _capacity = INT64_MAX;
+  std::atomic<int64> _capacity{INT64_MAX}, _readable{INT64_MAX};
   std::atomic<int> _error{0};
   std::atomic<int> _failures{0}, _users{0}, _overlaps{0};
 };

@@ -28,6 +28,11 @@ int Meets(Call call, int fd, char const* path = nullptr) {
   return current == nullptr ? 0 : current->Next(call, path != nullptr ? path : PathOf(fd));
 }
 
+std::size_t Readable(int fd, std::size_t size, off_t at) {
+  std::lock_guard lock(mutex);
+  return current == nullptr ? size : current->Readable(PathOf(fd), size, at);
+}
+
 template <class Function>
 Function* Real(Function*, char const* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -55,16 +60,38 @@ SystemFault::SystemFault(Call call, std::string ending, int nth, bool forever, i
   current = this;
 }
 
+SystemFault::SystemFault(std::string ending, std::int64_t from, std::int64_t to)
+    : _call(Call::kRead),
+      _ending(std::move(ending)),
+      _nth(-1),
+      _forever(false),
+      _error(EIO),
+      _from(from),
+      _to(to) {
+  std::lock_guard lock(mutex);
+  current = this;
+}
+
 SystemFault::~SystemFault() {
   std::lock_guard lock(mutex);
   current = nullptr;
 }
 
-int SystemFault::Next(Call call, std::string const& path) {
+bool SystemFault::Names(std::string const& path) const {
   std::size_t const size = path.size() - (!path.empty() && path.back() == '/');
-  if (call != _call || size < _ending.size() ||
-      path.compare(size - _ending.size(), _ending.size(), _ending) != 0)
-    return 0;
+  return size >= _ending.size() &&
+         path.compare(size - _ending.size(), _ending.size(), _ending) == 0;
+}
+
+std::size_t SystemFault::Readable(std::string const& path, std::size_t size, std::int64_t at) {
+  if (at >= _to || !Names(path)) return size;
+  auto const good = static_cast<std::size_t>(std::max<std::int64_t>(_from - at, 0));
+  _failures += good == 0;
+  return std::min(good, size);
+}
+
+int SystemFault::Next(Call call, std::string const& path) {
+  if (call != _call || !Names(path)) return 0;
   int const behind = ++_count - _nth;
   if (behind == 0 && _error < 0) return -1;
   bool const fails =
@@ -88,6 +115,7 @@ int Descriptors() {
 using kestro::test::Call;
 using kestro::test::Meets;
 using kestro::test::Part;
+using kestro::test::Readable;
 using kestro::test::Through;
 
 KESTRO_STANDS_IN int open(char const* path, int flags, ...) {
@@ -100,7 +128,9 @@ KESTRO_STANDS_IN int open(char const* path, int flags, ...) {
 
 KESTRO_STANDS_IN ssize_t pread(int fd, void* data, size_t size, off_t at) {
   int const error = Meets(Call::kRead, fd);
-  return Through(error, &pread, KESTRO_64(pread), fd, data, Part(error, size, at), at);
+  std::size_t const good = Readable(fd, size, at);
+  return Through(good == 0 && size > 0 ? EIO : error, &pread, KESTRO_64(pread), fd, data,
+                 std::min(good, Part(error, size, at)), at);
 }
 
 KESTRO_STANDS_IN ssize_t pwrite(int fd, void const* data, size_t size, off_t at) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <string>
 
 namespace kestro::test {
@@ -18,19 +19,26 @@ class SystemFault {
 
   // Counted from 1: this call only, or all from it on (of interrupted ones, every second).
   SystemFault(Call call, std::string ending, int nth, bool forever = false, int error = EIO);
+  // Bad sectors from one byte to another: reads return what lies before them, and fail within.
+  SystemFault(std::string ending, std::int64_t from, std::int64_t to = INT64_MAX);
   ~SystemFault();
   SystemFault(SystemFault const&) = delete;
   int Failures() const { return _failures; }
 
   // Called by what stands in for the system's functions: 0 to go on, -1 to move a part, an error.
   int Next(Call call, std::string const& path);
+  // How many bytes of a read come.
+  std::size_t Readable(std::string const& path, std::size_t size, std::int64_t at);
 
  private:
+  bool Names(std::string const& path) const;
+
   Call const _call;
   std::string const _ending;
   int const _nth;
   bool const _forever;
   int const _error;
+  std::int64_t const _from = 0, _to = 0;
   int _count = 0;
   std::atomic<int> _failures{0};
 };

@@ -155,9 +155,30 @@ void PlayVerb::Position(Player& player) {
   auto& demuxer = player.Demuxer();
   demuxer.PlayModeSwitch(_playMode);
   if (_from_ms >= 0)
-    demuxer.Seek(_from_ms);
+    _goTo_ms = _from_ms;
   else if (_playMode == PlayMode::kBack)
-    demuxer.Seek(std::max(demuxer.Duration(), _length_ms));
+    _goTo_ms = std::max(demuxer.Duration(), _length_ms);
+}
+
+Player::Event PlayVerb::Next(Player& player, Delivered& packet) {
+  Player::Event const event = _goTo_ms ? Go(player, *_goTo_ms) : Player::kPacket;
+  _goTo_ms.reset();
+  return event == Player::kFailed || event == Player::kInterrupted ? event : player.Next(packet);
+}
+
+// The key frame at or before a time comes next. Back play would step over it: two frames are passed
+// first.
+Player::Event PlayVerb::Go(Player& player, int64 ms) {
+  auto& demuxer = player.Demuxer();
+  bool const back = _playMode == PlayMode::kBack;
+  if (back) demuxer.PlayModeSwitch(PlayMode::kVideo);
+  demuxer.Seek(ms);
+  Player::Event event = Player::kPacket;
+  Delivered passed;
+  for (int frames = back ? 2 : 0; frames > 0 && event == Player::kPacket; --frames)
+    event = player.Next(passed);
+  if (back) demuxer.PlayModeSwitch(_playMode);
+  return event;
 }
 
 bool PlayVerb::Beyond(Delivered const& packet) const {
@@ -165,10 +186,10 @@ bool PlayVerb::Beyond(Delivered const& packet) const {
   return _playMode == PlayMode::kBack ? packet.pts_ms < _to_ms : packet.pts_ms > _to_ms;
 }
 
-bool PlayVerb::NextSeek(Player& player) {
+bool PlayVerb::NextSeek() {
   if (_seeksDone == _seeks_ms.size()) return false;
   int64 const to = _seeks_ms[_seeksDone++];
-  player.Demuxer().Seek(to);
+  _goTo_ms = to;
   _paced = false;
   if (!_json) WriteData("seek to " + Seconds(to) + "\n");
   return true;
@@ -216,7 +237,7 @@ std::string PlayVerb::Fault(AviFile& avi, Delivered const& packet) const {
   auto const track = static_cast<int>(_tracks[packet.output]);
   std::string const where = "packet " + std::to_string(packet.seq) + " of track " +
                             std::to_string(track) + ": the chunk at offset " + std::to_string(at);
-  if (packet.size == 0 || packet.offset < 0) return "";  // not known where it was read
+  if (packet.size == 0) return "";  // not known where it was read
   if (!avi.Reader().Header(at, avi.Size(), chunk) || !IsDataCode(chunk.id) ||
       TrackOfCode(chunk.id) != track)
     return where + " is not one of this track";
@@ -235,6 +256,11 @@ int64 PlayVerb::Expected_ms() const {
   return std::max<int64>(0, back ? from - to : std::min(to, _length_ms) - from);
 }
 
+void PlayVerb::Warn(std::string const& what) {
+  Report("warning: " + _file + ": " + what);
+  _code = kFindings;
+}
+
 int PlayVerb::List(Player& player, AviFile& avi) {
   Delivered packet;
   Progress progress(_progress, "play", Progress::kTime_ms,
@@ -242,10 +268,9 @@ int PlayVerb::List(Player& player, AviFile& avi) {
   int64 first_ms = -1;  // of the leader
   std::uint64_t packets = 0;
   unsigned sinceSeek = 0;
-  int code = kOk;
   if (!_json) WriteData("track     seq          pts  duration      size  flags\n");
   for (;;) {
-    Player::Event const event = player.Next(packet);
+    Player::Event const event = Next(player, packet);
     if (event == Player::kInterrupted) return kInterrupted;
     if (event == Player::kFailed) {
       Report("error: " + _file + ": after " + Quantity(packets, "packet") +
@@ -254,7 +279,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
       return kFindings;
     }
     if (event == Player::kEnd) {
-      if (!NextSeek(player)) break;
+      if (!NextSeek()) break;
       sinceSeek = 0;
       continue;
     }
@@ -267,15 +292,12 @@ int PlayVerb::List(Player& player, AviFile& avi) {
       progress.At(static_cast<std::uint64_t>(std::abs(packet.pts_ms - first_ms)));
     }
     ++packets;
-    if (std::string const fault = Fault(avi, packet); !fault.empty()) {
-      Report("warning: " + _file + ": " + fault);
-      code = kFindings;
-    }
-    if (++sinceSeek >= _every && NextSeek(player)) sinceSeek = 0;
+    if (std::string const fault = Fault(avi, packet); !fault.empty()) Warn(fault);
+    if (++sinceSeek >= _every && NextSeek()) sinceSeek = 0;
   }
   progress.End();
   if (!_json) Report(_file + ": " + Quantity(packets, "packet"));
-  return code;
+  return _code;
 }
 
 int PlayVerb::Run() {
@@ -292,6 +314,7 @@ int PlayVerb::Run() {
         !media || media->IsVideo() != (avi.Tracks()[_tracks[i]].type == "video"))
       throw Error(kUnusable, _file + ": the demuxer takes another track for track " +
                                  std::to_string(_tracks[i]));
+  if (!player.Opened()) Warn("a part could not be read when it was opened");
   Position(player);
   return List(player, avi);
 }

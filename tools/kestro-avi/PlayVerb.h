@@ -28,13 +28,16 @@ class PlayVerb {
   void CheckIndex(AviFile const& avi) const;
   void ChooseTracks(AviFile const& avi);
   void Position(Player& player);
+  Player::Event Next(Player& player, Delivered& packet);
+  Player::Event Go(Player& player, int64 ms);
   int List(Player& player, AviFile& avi);
   int64 Expected_ms() const;
   bool Beyond(Delivered const& packet) const;
-  bool NextSeek(Player& player);
+  bool NextSeek();
   void Pace(Delivered const& packet);
   void Print(Delivered const& packet) const;
   std::string Fault(AviFile& avi, Delivered const& packet) const;
+  void Warn(std::string const& what);
 
   std::string _file, _mode = "normal", _from, _to, _plugin;
   std::vector<std::string> _seekTexts;
@@ -46,11 +49,13 @@ class PlayVerb {
 
   PlayMode _playMode = PlayMode::kNormal;
   int64 _from_ms = -1, _to_ms = -1;  // negative: not given
+  std::optional<int64> _goTo_ms;     // before the next packet
   std::vector<int64> _seeks_ms;
   std::size_t _seeksDone = 0;
   std::vector<std::size_t> _tracks;  // numbers in the file, by the player's output
   std::size_t _leader = 0;           // the output that decides when --to is reached
   int64 _length_ms = 0;              // of the leader
+  int _code = 0;                     // what is returned so far
 
   bool _paced = false;  // the two below are set
   int64 _origin_ms = 0;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "Errors.h"
 #include "Interrupt.h"
@@ -12,24 +13,15 @@
 namespace kestro::tool {
 
 bool Player::TracedIO::Seek(int64 offset, int whence) {
-  // A position that does not fit the demuxer's 32 bits arrives as a negative one.
-  if (offset < 0) _at = static_cast<unsigned>(offset);
+  _refused = offset < 0 ? static_cast<unsigned>(offset) : int64{-1};
   return IOFilter::Seek(offset, whence);
-}
-
-unsigned Player::TracedIO::Read(void* data, unsigned size) {
-  _at = Tell();
-  return IOFilter::Read(data, size);
 }
 
 Player::Player(std::string const& path, std::size_t outputs, unsigned video,
                std::optional<int64> preload)
-    : ISink("Player"),
-      _cached(preload.has_value()),
-      _file(std::filesystem::absolute(path).c_str(), "rb"),
-      _io(_file) {
+    : ISink("Player"), _file(std::filesystem::absolute(path).c_str(), "rb"), _io(_file) {
   if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
-  _demuxer = NewDemuxer(_cached ? "CusAviDemuxer" : "avi-demuxer");
+  _demuxer = NewDemuxer(preload ? "CusAviDemuxer" : "avi-demuxer");
   _demuxer->OnMessage(
       [this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
         if (std::strcmp(type, "eos") == 0) Happened(kEnd);
@@ -38,7 +30,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
       });
   _demuxer->Set("io", static_cast<base::IO*>(&_io));
   if (video != 0) _demuxer->Set("plyVidCtrl", video);
-  if (_cached && !(_demuxer->Set("preloadsz", *preload) && _demuxer->Set("vlcPreload", true)))
+  if (preload && !(_demuxer->Set("preloadsz", *preload) && _demuxer->Set("vlcPreload", true)))
     throw Error(kIo, path + ": no cache can be made");
   for (std::size_t i = 0; i < outputs; ++i) {
     _inputs.push_back(AddInput());
@@ -47,7 +39,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
   // The demuxer with a cache opens what it cannot play, too.
   if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && !Media(0)))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
-  if (_waiting) throw Error(kIo, path + ": reading failed when it was opened");
+  _opened = !std::exchange(_waiting, false);
   ISink::StatusChange(IStatus::kRunning);
 }
 
@@ -71,12 +63,17 @@ bool Player::ReceivePacket(stream::Packet& packet, void* context) {
   _packet.size = packet.Size();
   _packet.key = packet.IsKey();
   _packet.eos = (packet.Flags() & stream::Packet::kEndOfStream) != 0;
-  _packet.offset = _cached ? -1 : _io.At();
+  _packet.offset = _demuxer->Stream()->Tell() - packet.Size();
   _event = kPacket;
   _waiting = _held = true;
   _changed.notify_all();
   _changed.wait(lock, [this] { return !_held || _closing; });
   return true;
+}
+
+int64 Player::FailedAt() const {
+  int64 const refused = _io.Refused();
+  return refused >= 0 ? refused : _demuxer->Stream()->Tell();
 }
 
 void Player::Happened(Event event) {

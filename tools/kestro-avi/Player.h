@@ -24,7 +24,7 @@ struct Delivered {
   int64 pts_ms = 0, duration_ms = 0;
   int size = 0;
   bool key = false, eos = false;
-  int64 offset = 0;  // of the data in the file; -1 where it came through a cache
+  int64 offset = 0;  // of the data in the file
 };
 
 // A pipeline of two, on the demuxer's thread: the demuxer, and a sink that holds each packet until
@@ -46,6 +46,8 @@ class Player : private stream::ISink {
   ~Player() override;
 
   stream::IDemuxer& Demuxer() { return *_demuxer; }
+  // Whether all could be read that opening needs.
+  bool Opened() const { return _opened; }
   // The media of an output; null when the demuxer has published fewer tracks.
   base::Ref<stream::IMedia> Media(std::size_t output) const { return _inputs[output]->Media(); }
 
@@ -53,29 +55,28 @@ class Player : private stream::ISink {
   // nothing more until the demuxer is told to go elsewhere.
   Event Next(Delivered& packet);
   // Where a failed read took place.
-  int64 FailedAt() const { return _io.At(); }
+  int64 FailedAt() const;
 
  private:
-  // Knows where it was read last. A cache reads on a thread of its own.
   class TracedIO : public base::IOFilter {
    public:
     explicit TracedIO(base::IO& io) : IOFilter("TracedIO", io) {}
     bool Seek(int64 offset, int whence) override;
-    unsigned Read(void* data, unsigned size) override;
-    int64 At() const { return _at; }
+    // The last position, if it did not fit the demuxer's 32 bits: it arrived as a negative one.
+    int64 Refused() const { return _refused; }
 
    private:
-    std::atomic<int64> _at{0};
+    std::atomic<int64> _refused{-1};
   };
 
   bool ReceivePacket(stream::Packet& packet, void* context) override;
   void Happened(Event event);
 
-  bool const _cached;
   base::FileIO _file;
   TracedIO _io;
   std::unique_ptr<stream::IDemuxer> _demuxer;
   std::vector<stream::IPort*> _inputs;
+  bool _opened = false;
 
   std::mutex _mutex;
   std::condition_variable _changed;

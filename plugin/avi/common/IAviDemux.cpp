@@ -7,6 +7,7 @@
 #include "base/LittleEndian.h"
 #include "common/HeaderChunks.h"
 #include "common/IndexChunks.h"
+#include "common/ReadWatch.h"
 
 namespace kestro::plugin::avi {
 
@@ -14,11 +15,17 @@ using base::Convert4;
 
 bool IAviDemux::Parse(IO& io) {
   if (_root != nullptr) return true;
-  base::IOBlockReader reader(io, 32768);
+  base::IOBlockReader blocks(io, 32768);
+  ReadWatch reader(blocks);
   int64 const size = io.Size();
   _root = new croot;
   _root->Size(static_cast<unsigned>(std::clamp<int64>(size, 0, UINT32_MAX)));
-  if (reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0) return true;
+  bool const parsed = reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0;
+  // Nothing after the index is needed: what it names decides.
+  auto const* const index = dynamic_cast<cidx1*>(_root->Find("idx1"));
+  _incomplete =
+      reader.StoppedAt() < (index != nullptr ? index->dataPos + index->Size() : INT64_MAX);
+  if (parsed) return true;
   delete _root;
   _root = nullptr;
   return false;
@@ -30,7 +37,6 @@ bool IAviDemux::Open(IO& io) {
     return false;
   }
   _duration = _moviOffset = _currentPts = 0;
-  _seeked = false;
   AddStreams();
   ParseIdx(io);
   Update(io);
@@ -83,35 +89,31 @@ void IAviDemux::AddStreams() {
 
 bool IAviDemux::ParseIdx(IO& io) {
   auto* const index = dynamic_cast<cidx1*>(_root->Find("idx1"));
+  cmovi const* const movi = Movi();
   if (index != nullptr && io.Seek(index->dataPos, IO::kBegin))
-    AddEntries(io, std::min<int64>(index->Size(), io.Size() - index->dataPos));
+    AddEntries(io, std::min<int64>(index->Size(), io.Size() - index->dataPos),
+               movi != nullptr && index->dataPos < movi->dataPos);
   IList* const junk = _root->Find("JUNK");
   if (junk != nullptr) junk->parse(io);
   return junk != nullptr;
 }
 
-// Gives every record of the index to its stream.
-void IAviDemux::AddEntries(IO& io, int64 bytes) {
+// Gives the entries of the index to their streams: all, or those before the first one of zeros,
+// which begins what is left of a reserve. Entries that follow a sector of zeros there, which a
+// power cut has lost, cannot be timed.
+void IAviDemux::AddEntries(IO& io, int64 bytes, bool toZeros) {
   constexpr int64 kEntry = 16;
   constexpr int64 kPiece = 0x100000;
-  auto const digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
   std::unique_ptr<unsigned char[]> const piece(
       new unsigned char[static_cast<std::size_t>(std::clamp<int64>(bytes, kEntry, kPiece))]);
   for (int64 left = bytes / kEntry * kEntry; left > 0;) {
     auto const wanted = static_cast<unsigned>(std::min(left, kPiece));
-    unsigned const got = io.Read(piece.get(), wanted);
-    if (got == IO::kFailed || got < kEntry) return;
-    for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry) {
-      ChunkParam chunk;
-      chunk.id = base::Load32(at);
-      // What is left of a reserve. Records behind a sector that a power cut has lost have no time.
-      if (chunk.id == 0) return;
-      chunk.flags = base::Load32(at + 4) != 0 ? 1 : 0;
-      chunk.offset = base::Load32(at + 8);
-      chunk.size = base::Load32(at + 12);
-      if (!digit(at[0]) || !digit(at[1]) || (chunk.offset == 0 && chunk.size == 0)) continue;
-      auto const track = static_cast<std::size_t>((at[0] - '0') * 10 + at[1] - '0');
-      if (track < _streams.size()) _streams[track]->AddListChunk(chunk);
+    unsigned const read = io.Read(piece.get(), wanted), got = read == IO::kFailed ? 0 : read;
+    for (unsigned char const* at = piece.get(); at + kEntry <= piece.get() + got; at += kEntry)
+      if (!AddEntry(at) && toZeros) return;
+    if (got < wanted) {
+      _incomplete = true;
+      return;
     }
     // Tracks go on much as they begin: lists that need not grow cost neither copies nor memory.
     if (left == bytes / kEntry * kEntry && left > wanted)
@@ -120,17 +122,33 @@ void IAviDemux::AddEntries(IO& io, int64 bytes) {
   }
 }
 
+// False for an entry of zeros.
+bool IAviDemux::AddEntry(unsigned char const* at) {
+  auto const digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
+  unsigned const flags = base::Load32(at + 4);
+  ChunkParam chunk;
+  chunk.id = base::Load32(at);
+  chunk.flags = flags != 0 ? 1 : 0;
+  chunk.offset = base::Load32(at + 8);
+  chunk.size = base::Load32(at + 12);
+  if (chunk.offset == 0 && chunk.size == 0) return chunk.id != 0 || flags != 0;
+  if (!digit(at[0]) || !digit(at[1])) return true;
+  auto const track = static_cast<std::size_t>((at[0] - '0') * 10 + at[1] - '0');
+  if (track < _streams.size()) _streams[track]->AddListChunk(chunk);
+  return true;
+}
+
 bool IAviDemux::Update(IO&) {
   if (IStream* video = VideoStream(0)) _duration = video->Duration();
-  for (IList* list = _root->Find("LIST"); list != nullptr;) {
-    if (auto* movi = dynamic_cast<cmovi*>(list)) {
-      _moviOffset = movi->dataPos;
-      return true;
-    }
-    list = list->Next();
-    while (list != nullptr && list->Id() != Convert4("LIST")) list = list->Next();
-  }
-  return false;
+  cmovi const* const movi = Movi();
+  if (movi != nullptr) _moviOffset = movi->dataPos;
+  return movi != nullptr;
+}
+
+cmovi const* IAviDemux::Movi() const {
+  for (IList* list = _root->Find("LIST"); list != nullptr; list = list->Next())
+    if (auto const* movi = dynamic_cast<cmovi*>(list)) return movi;
+  return nullptr;
 }
 
 bool IAviDemux::RestStream() {

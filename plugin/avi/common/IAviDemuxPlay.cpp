@@ -3,6 +3,14 @@
 
 namespace kestro::plugin::avi {
 
+namespace {
+// Puts the mark of the end on a packet of a track.
+void MarkEnd(Packet* packet, IStream const& stream) {
+  if (packet != nullptr && packet != Packet::ReadFailure())
+    packet->Flags(packet->Flags() | stream.DemuxEosFlags());
+}
+}  // namespace
+
 Packet* IAviDemux::ProcessNormal(IO& io) {
   IStream const* const video = VideoStream(_videoIndex);
   IStream* best = nullptr;
@@ -18,80 +26,50 @@ Packet* IAviDemux::ProcessNormal(IO& io) {
   }
   if (best == nullptr) return nullptr;
   _currentPts = best->DemuxCurrentPts();
-  return Take(io, best);
+  return best->GetPacket(io, 0);
 }
 
-Packet* IAviDemux::ProcessVideo(IO& io) { return Alone(io, VideoStream(_videoIndex)); }
+Packet* IAviDemux::ProcessVideo(IO& io) {
+  IStream* const video = VideoStream(_videoIndex);
+  return video != nullptr ? Lead(io, *video) : nullptr;
+}
 
 Packet* IAviDemux::ProcessAudio(IO& io) {
   for (IStream* stream : _streams)
-    if (stream->IsAudio()) return Alone(io, stream);
+    if (stream->IsAudio()) return Lead(io, *stream);
   return nullptr;
-}
-
-Packet* IAviDemux::Alone(IO& io, IStream* stream) {
-  if (stream == nullptr) return nullptr;
-  _currentPts = stream->DemuxCurrentPts();
-  Follow(stream, _currentPts);
-  return Take(io, stream);
 }
 
 Packet* IAviDemux::ProcessFast(IO& io) {
   IStream* const video = VideoStream(_videoIndex);
   if (video == nullptr) return nullptr;
-  ChunkParam const* const before = video->DemuxCurrent();
   while (!video->DemuxISEnd() && !video->OnKey()) video->DemuxNext();
-  if (video->DemuxISEnd()) {
-    // No key frame is left: stay behind the one that was seen.
-    while (video->DemuxCurrent() != before) video->DemuxPrev();
-    return nullptr;
-  }
-  _currentPts = video->DemuxCurrentPts();
-  Follow(video, _currentPts);
-  Packet* const packet = Take(io, video);
-  if (packet != nullptr && packet != Packet::ReadFailure() &&
-      video->end() - video->DemuxCurrent() < video->GetKeyFrameGap())
-    packet->Flags(packet->Flags() | video->DemuxEosFlags());
+  Packet* const packet = Lead(io, *video);
+  // Fewer entries are left than there are from key frame to key frame.
+  if (video->end() - video->DemuxCurrent() < video->GetKeyFrameGap()) MarkEnd(packet, *video);
   return packet;
 }
 
 Packet* IAviDemux::ProcessBack(IO& io) {
   IStream* const video = VideoStream(_videoIndex);
-  if (video == nullptr || video->begin() == video->end()) return nullptr;
-  ChunkParam const* const before = video->DemuxCurrent();
-  if (!_seeked && before <= video->begin() + 1) return nullptr;  // the first was seen last
-  if (!_seeked || !video->OnKey()) {
-    // Over the frame that was seen last, and on to a key frame.
-    video->DemuxPrev();
-    do video->DemuxPrev();
-    while (!video->OnKey() && video->DemuxCurrent() != video->begin());
-  }
-  int64 const pts = video->DemuxCurrentPts();
-  if (pts == _currentPts) {
-    // Nothing is earlier: stay behind the frame that was seen.
-    while (video->DemuxCurrent() != before) video->DemuxNext();
-    return nullptr;
-  }
-  _currentPts = pts;
-  Follow(video, pts);
-  Packet* const packet = Take(io, video);
-  if (packet != nullptr && packet != Packet::ReadFailure() &&
-      video->DemuxCurrent() == video->begin() + 1)
-    packet->Flags(packet->Flags() | video->DemuxEosFlags());
+  if (video == nullptr) return nullptr;
+  video->DemuxPrev();  // over the frame that was read last
+  do video->DemuxPrev();
+  while (!video->OnKey() && video->DemuxCurrent() != video->begin());
+  if (video->DemuxCurrentPts() == _currentPts) return nullptr;  // no frame is earlier
+  Packet* const packet = Lead(io, *video);
+  if (video->DemuxCurrent() == video->begin() + 1) MarkEnd(packet, *video);
   return packet;
 }
 
-// Takes the other tracks along to a time.
-void IAviDemux::Follow(IStream const* leader, int64 pts) {
+// The next packet of a track; the others are moved to its time.
+Packet* IAviDemux::Lead(IO& io, IStream& leader) {
+  _currentPts = leader.DemuxCurrentPts();
   for (IStream* stream : _streams) {
-    int64 time = pts;
-    if (stream != leader) stream->SeekToKey(time);
+    int64 time = _currentPts;
+    if (stream != &leader) stream->SeekFar(time);
   }
-}
-
-Packet* IAviDemux::Take(IO& io, IStream* stream) {
-  _seeked = false;
-  return stream->GetPacket(io, 0);
+  return leader.GetPacket(io, 0);
 }
 
 }  // namespace kestro::plugin::avi

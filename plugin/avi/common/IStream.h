@@ -114,9 +114,11 @@ class IStream : public Object {
   ChunkParam* DemuxPrev();
   // Moves to the last record that starts at or before a time, or to the last key one there; `pts`
   // (milliseconds) becomes that record's time. A time beyond the end leads to the last record,
-  // whatever its flags. Going forward, clocks above 2^31 microseconds are not kept (see SeekToKey).
+  // whatever its flags. Going forward, clocks above 2^31 microseconds are not kept (see SeekFar).
   ChunkParam* DemuxSeek(int64& pts, bool key);
-  // DemuxSeek to a key record that works for any time.
+  // DemuxSeek to a key entry that works for any time.
+  void SeekFar(int64& pts);
+  // The same, and to a key entry also from a time beyond the end.
   void SeekToKey(int64& pts);
   ChunkParam* DemuxPeek() { return DemuxISEnd() ? nullptr : _cursor; }
   ChunkParam* DemuxCurrent() { return _cursor; }

@@ -155,11 +155,18 @@ void IStream::SeekBackward(int64 target, bool key) {
   while (_cursor != begin() && !(_clock <= target && (!key || OnKey()))) DemuxPrev();
 }
 
-void IStream::SeekToKey(int64& pts) {
-  int64 const asked = pts;
+void IStream::SeekFar(int64& pts) {
+  int64 const target = Microseconds(pts);
   // Beyond what DemuxSeek keeps, pass the target first: going back loses nothing.
-  if (asked > INT32_MAX / 1000) Pass(Microseconds(asked));
+  if (target > INT32_MAX && target > _clock) {
+    Pass(target);
+    if (DemuxISEnd()) DemuxPrev();  // a time beyond the end leads to the last entry
+  }
   DemuxSeek(pts, true);
+}
+
+void IStream::SeekToKey(int64& pts) {
+  SeekFar(pts);
   // A time beyond the last record leads to that record.
   if (begin() != end() && !OnKey()) SeekBackward(_clock, true);
   pts = _clock / 1000;

@@ -226,7 +226,7 @@ void AviFile::FindIndex() {
 }
 
 void ReadEntries(RiffReader& reader, Chunk const& index, int64 base, EntrySink const& sink,
-                 bool all) {
+                 bool all, bool reserve) {
   constexpr unsigned kEntry = 16, kEntries = 256;
   unsigned char block[kEntry * kEntries];
   for (int64 at = index.Payload(); index.end - at >= kEntry;) {
@@ -237,7 +237,9 @@ void ReadEntries(RiffReader& reader, Chunk const& index, int64 base, EntrySink c
       auto field = [&](std::size_t number) {
         return base::Load32(block + std::size_t{i} * kEntry + number * 4);
       };
-      if (!all && !IsDataCode(field(0))) continue;
+      bool const empty = !all && field(2) == 0 && field(3) == 0;
+      if (empty && reserve && field(0) == 0 && field(1) == 0) return;
+      if (empty || (!all && !IsDataCode(field(0)))) continue;
       sink({field(0), field(1), base + field(2), field(3), at + int64{i} * kEntry});
     }
     at += static_cast<int64>(n) * kEntry;
@@ -253,7 +255,8 @@ bool SizeAgrees(AviTrack const& track, IndexEntry const& entry, Chunk const& chu
 
 void AviFile::ForEachEntry(EntrySink const& sink, bool all) {
   if (_place != Index::kNone)
-    ReadEntries(_reader, _index, std::max<int64>(_indexBase, 0), sink, all);
+    ReadEntries(_reader, _index, std::max<int64>(_indexBase, 0), sink, all,
+                _place == Index::kFirst);
 }
 
 unsigned AviFile::DataSize(IndexEntry const& entry) {

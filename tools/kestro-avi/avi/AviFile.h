@@ -35,10 +35,11 @@ struct IndexEntry {
 };
 using EntrySink = std::function<void(IndexEntry const&)>;
 
-// The entries of an index chunk in their order, `base` added to their offsets. Those that name no
-// track data are left out, unless all are wanted.
+// The entries of an index chunk in their order, `base` added to their offsets: all, or those that
+// the demuxer takes, which leaves out those that name no track data or have neither offset nor
+// size, and those of a reserve from the first one of zeros on.
 void ReadEntries(RiffReader& reader, Chunk const& index, int64 base, EntrySink const& sink,
-                 bool all = false);
+                 bool all = false, bool reserve = false);
 
 // Whether an entry tells the size of its chunk. The index of this system's text and motion JPEG
 // counts the pad, and for JPEG the chunk's header.
