@@ -2,48 +2,13 @@
 // damaged ones too, as far as they can be understood.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "avi/RiffReader.h"
+#include "avi/AviTrack.h"
+#include "avi/Index.h"
 
 namespace kestro::tool {
-
-struct AviTrack {
-  std::string type;     // "video", "audio", "text", or the four characters of another one
-  std::string handler;  // four characters
-  std::string codec;    // "h264", "hevc", "mjpeg", "pcm", ..., or the four characters of another
-  unsigned width = 0, height = 0;                   // video
-  unsigned sampleRate = 0, channels = 0, bits = 0;  // sound
-  unsigned scale = 0, rate = 0, length = 0;         // of the stream header
-  unsigned bytesPerSecond = 0;                      // sound
-
-  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
-  bool keysKnown = false;
-  int64 duration_ms = 0;
-
-  std::string Kind() const;  // for people: "video h264"
-};
-
-struct IndexEntry {
-  static constexpr unsigned kKey = 0x10;
-  unsigned id = 0, flags = 0;
-  int64 offset = 0;   // of the chunk's header
-  unsigned size = 0;  // see AviFile::DataSize
-  int64 place = 0;    // of the entry itself
-};
-using EntrySink = std::function<void(IndexEntry const&)>;
-
-// The entries of an index chunk in their order, `base` added to their offsets: all, or those that
-// the demuxer takes, which leaves out those that name no track data or have neither offset nor
-// size, and those of a reserve from the first one of zeros on.
-void ReadEntries(RiffReader& reader, Chunk const& index, int64 base, EntrySink const& sink,
-                 bool all = false, bool reserve = false);
-
-// Whether an entry tells the size of its chunk. The index of this system's text and motion JPEG
-// counts the pad, and for JPEG the chunk's header.
-bool SizeAgrees(AviTrack const& track, IndexEntry const& entry, Chunk const& chunk);
 
 class AviFile {
  public:
@@ -84,8 +49,6 @@ class AviFile {
   void Walk(int64 begin, int64 limit, int depth);
   void Unfinished(Chunk& chunk, int64 limit);
   void ReadTracks();
-  void ReadHeader(Chunk const& chunk, AviTrack& track);
-  void ReadFormat(Chunk const& chunk, AviTrack& track);
   void FindIndex();
   std::string HeaderPlace() const;
   void Count();
