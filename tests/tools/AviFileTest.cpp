@@ -76,6 +76,49 @@ TEST_F(AviFileTest, DescribesWhatWritersDo) {
   }
 }
 
+// Whether it is taken for the whole, and what there is by it and without it.
+TEST_F(AviFileTest, AnIndexMayLeaveChunksOut) {
+  Bytes const a = kFirst, b = Plain("00dc", "odd").Zeros(1), c = Plain("00dc", "even");
+  Bytes const empty = Plain("00dc", ""), junk = Plain("JUNK", "junk");
+  Bytes const list = List("LIST", "rec ", a), garbage(std::string(16, 'g'));
+  struct {
+    char const* name;
+    std::vector<Bytes> data;
+    std::vector<unsigned> named, chunks;  // places in the data
+    bool whole;
+  } const cases[] = {
+      {"none", {a, b, c}, {0, 12, 24}, {0, 12, 24}, true},
+      {"none, in another order", {a, b, c}, {24, 0, 12}, {0, 12, 24}, true},
+      {"one without data", {a, empty, b}, {0, 20}, {0, 12, 20}, true},
+      {"one without data, in another order", {a, empty, b}, {20, 0}, {0, 12, 20}, true},
+      {"no data", {junk, list, b}, {24, 36}, {24, 36}, true},
+      {"one in the middle", {a, b, c}, {0, 24}, {0, 12, 24}, false},
+      {"one, and one without data", {a, b, empty, c}, {0, 12}, {0, 12, 24, 32}, false},
+      {"one in another order", {a, b, c}, {24, 0}, {0, 12, 24}, false},
+      {"all but the first", {a, b, c}, {0}, {0, 12, 24}, false},
+      {"one before bytes that are no chunk", {a, b, garbage, c}, {0, 40}, {0, 12, 40}, false},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes data;
+    for (Bytes const& part : c.data) data.Add(part);
+    std::string const bytes(data.begin(), data.end());
+    std::size_t const first = 12 + Head().size() + 12;
+    Bytes index = Bytes().Cc("idx1").U32(unsigned(16 * c.named.size()));
+    for (unsigned at : c.named)
+      index.Cc("00dc").U32(0x10).U32(unsigned(first) + at).U32(Get(bytes, at + 4));
+    AviFile avi = Read(Riff({Head(), Movi(data), index}));
+    EXPECT_EQ(avi.Indexed(), c.whole);
+    EXPECT_EQ(avi.Notes().empty(), c.whole);
+    EXPECT_EQ(avi.Tracks()[0].chunks, c.whole ? c.named.size() : c.chunks.size());
+    EXPECT_EQ(avi.Tracks()[0].indexedChunks, c.named.size());
+    std::vector<unsigned> found;
+    avi.ForEachChunk(
+        [&](IndexEntry const& entry) { found.push_back(unsigned(entry.offset - int64(first))); });
+    EXPECT_EQ(found, c.chunks);
+  }
+}
+
 TEST_F(AviFileTest, AnExtensibleFormatTellsTheRealOne) {
   Bytes const strl = test::SoundHeaders(1);
   Bytes const strh(std::string(strl.begin() + 12, strl.begin() + 76));

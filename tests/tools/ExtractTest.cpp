@@ -132,6 +132,13 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
   MakeUnusual("a.avi");
   Damage("a.avi", "lost.avi", 2, kOffset, 1000);  // a piece of sound
   Damage("a.avi", "long.avi", 2, kSize, 5000);
+  std::string few = FileText(At("a.avi"));
+  Put(few, few.rfind("idx1") + 4, 2 * 16);
+  Write("few.avi", few);
+  ASSERT_EQ(Run("record --sync in-place --reserve 1K -o full.avi media/clip25.h264 "
+                "media/stereo48k.wav")
+                .code,
+            1);
   std::string const sound = Payload("a.avi", 1), rest = sound.substr(0, 3840) + sound.substr(7680);
   ASSERT_EQ(AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
   struct {
@@ -141,10 +148,12 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
     char const* said;
   } const cases[] = {
       {"relative", 0, sound, "count from movi"},
-      {"noindex", 0, sound, "chunks in movi"},
+      {"noindex", 0, sound, "every chunk in movi"},
       {"nowhere", 1, sound, "does not lead to chunks"},
       {"empty", 1, sound, "index is empty"},
       {"cut", 1, sound.substr(0, 6 * 3840), "no whole chunk"},
+      {"few", 1, sound, "the index names 2 of 250 chunks with data"},
+      {"full", 1, sound, "the index names 64 of 250 chunks with data"},
       {"lost", 1, rest, "offset 1000: no chunk 01wb of 3840 bytes"},
       {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
   };
@@ -152,6 +161,9 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
     Expect("extract -o out", {{c.file + ".avi", c.code, c.said}});
     EXPECT_EQ(FileText(At("out/" + c.file + "-1.wav")).substr(44), c.sound) << c.file;
   }
+  EXPECT_EQ(FileText(At("out/few-0.h264")), Payload("a.avi", 0));
+  Expect("info few.avi", {{"", 0, "    150 chunks (1 in the index), 576000 bytes"},
+                          {"--json", 0, "\"chunks\": 100,\n          \"indexed_chunks\": 1,"}});
 }
 
 TEST_F(ExtractTest, ExitCodes) {

@@ -51,7 +51,7 @@ void ExtractVerb::ListTracks(AviFile const& avi) const {
   std::string text = _file + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
     std::string const name = targets.NameFor(i);
-    text += TrackText(avi.Tracks()[i], i);
+    text += TrackText(avi, i);
     text += name.empty() ? "    cannot be extracted\n"
                          : "    --track " + std::to_string(i) + ":" + name + "\n";
   }
@@ -197,9 +197,10 @@ int ExtractVerb::Run() {
   CatchSignals();
   for (std::string const& note : avi.Notes()) Report("note: " + _file + ": " + note);
   if (!avi.Indexed()) {
-    Report("note: " + _file +
-           ": the index is missing or does not tell all; the chunks in movi are taken");
-    _findings = _findings || avi.CutOff() || avi.IndexBase() < 0;
+    bool const amiss = avi.HasIndex() || avi.CutOff() || avi.IndexBase() < 0;
+    Report((amiss ? "warning: " : "note: ") + _file +
+           ": the index is missing or does not name all; every chunk in movi is taken");
+    _findings = _findings || amiss;
   }
   Progress progress(_progress, "extract", Progress::kBytes, Work(avi, targets));
   OrderFrames(avi, targets, progress);

@@ -43,7 +43,8 @@ static bool HasFrameRate(AviTrack const& track) {
   return track.type == "video" && track.scale != 0 && track.rate != 0;
 }
 
-static Json TrackJson(AviTrack const& track, std::size_t number) {
+static Json TrackJson(AviFile const& avi, std::size_t number) {
+  AviTrack const& track = avi.Tracks()[number];
   Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
   if (!track.codec.empty()) json["codec"] = track.codec;
   if (track.type == "video") {
@@ -62,6 +63,7 @@ static Json TrackJson(AviTrack const& track, std::size_t number) {
     json["bits"] = track.bits;
   }
   json["chunks"] = track.chunks;
+  if (avi.HasIndex() && !avi.Indexed()) json["indexed_chunks"] = track.indexedChunks;
   if (track.keysKnown) json["key_chunks"] = track.keyChunks;
   json["bytes"] = track.bytes;
   json["duration_ms"] = track.duration_ms;
@@ -74,8 +76,7 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
             {"duration_ms", avi.Duration_ms()},
             {"index", PlaceText(avi.IndexPlace())},
             {"tracks", Json::array()}};
-  for (std::size_t i = 0; i < avi.Tracks().size(); ++i)
-    json["tracks"].push_back(TrackJson(avi.Tracks()[i], i));
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
   if (!tree) return json;
   for (Chunk const& chunk : avi.Tree()) {
     Json node{{"depth", chunk.depth}, {"id", CodeText(chunk.id)}};
@@ -87,7 +88,8 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
   return json;
 }
 
-std::string TrackText(AviTrack const& track, std::size_t number) {
+std::string TrackText(AviFile const& avi, std::size_t number) {
+  AviTrack const& track = avi.Tracks()[number];
   std::string text = "  track " + std::to_string(number) + ": " + track.Kind();
   if (!track.handler.empty()) text += " (" + track.handler + ")";
   if (track.type == "video")
@@ -101,7 +103,10 @@ std::string TrackText(AviTrack const& track, std::size_t number) {
     text += ", " + std::to_string(track.sampleRate) + " Hz, " +
             Quantity(track.channels, "channel") + ", " + std::to_string(track.bits) + " bits";
   text += "\n    " + Quantity(track.chunks, "chunk");
-  if (track.keysKnown) text += " (" + std::to_string(track.keyChunks) + " key)";
+  if (track.keysKnown)
+    text += " (" + std::to_string(track.keyChunks) + " key)";
+  else if (avi.HasIndex() && !avi.Indexed())
+    text += " (" + std::to_string(track.indexedChunks) + " in the index)";
   return text + ", " + Quantity(track.bytes, "byte") + ", " + Seconds(track.duration_ms) + "\n";
 }
 
@@ -141,7 +146,7 @@ static std::string TreeText(AviFile const& avi, bool whole) {
 static std::string FileText(std::string const& path, AviFile const& avi, bool tree) {
   std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
                      Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace()) + "\n";
-  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi.Tracks()[i], i);
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi, i);
   text += TreeText(avi, tree);
   for (std::string const& note : avi.Notes()) text += "  note: " + note + "\n";
   return text;

@@ -11,9 +11,8 @@ class App;
 namespace kestro::tool {
 
 class AviFile;
-struct AviTrack;
 // What a track is, for people, in lines.
-std::string TrackText(AviTrack const& track, std::size_t number);
+std::string TrackText(AviFile const& avi, std::size_t number);
 
 class InfoVerb {
  public:

@@ -1,7 +1,6 @@
 #include "avi/AviFile.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "Errors.h"
 
@@ -139,10 +138,15 @@ void AviFile::ForEachEntry(EntrySink const& sink, bool all) {
                 _place == Index::kFirst);
 }
 
+AviTrack* AviFile::TrackOf(unsigned id) {
+  auto const number = static_cast<std::size_t>(TrackOfCode(id));
+  return number < _tracks.size() ? &_tracks[number] : nullptr;
+}
+
 unsigned AviFile::DataSize(IndexEntry const& entry) {
-  auto const number = static_cast<std::size_t>(TrackOfCode(entry.id));
-  if (number >= _tracks.size()) return entry.size;
-  std::string const& codec = _tracks[number].codec;
+  AviTrack const* const track = TrackOf(entry.id);
+  if (track == nullptr) return entry.size;
+  std::string const& codec = track->codec;
   Chunk chunk;
   if ((codec != "text" && codec != "mjpeg") || !_reader.Header(entry.offset, Size(), chunk) ||
       chunk.id != entry.id)
@@ -150,56 +154,6 @@ unsigned AviFile::DataSize(IndexEntry const& entry) {
   int64 const padded = chunk.size + chunk.size % 2;
   bool const agrees = entry.size == padded || entry.size == padded + 8;
   return agrees ? static_cast<unsigned>(chunk.size) : entry.size;
-}
-
-void AviFile::ForEachData(RiffReader::DataSink const& sink) {
-  for (Chunk const& chunk : _tree) {
-    if (chunk.type != kMovi) continue;
-    int64 const stopped = _reader.ScanData(chunk.Data(), chunk.end, sink);
-    if (stopped < chunk.end && chunk.end - stopped >= 8)
-      Note("no whole chunk at offset " + std::to_string(stopped));
-  }
-}
-
-// From the index, which knows key frames too; from the data when there is no index, or when it
-// covers the first part of the file only.
-void AviFile::Count() {
-  bool counted = false;
-  if (_place != Index::kNone && _riffs == 1)
-    ForEachEntry([&](IndexEntry const& entry) {
-      auto const number = static_cast<std::size_t>(TrackOfCode(entry.id));
-      if (number >= _tracks.size()) return;
-      counted = true;
-      AviTrack& track = _tracks[number];
-      ++track.chunks;
-      track.keyChunks += (entry.flags & IndexEntry::kKey) != 0;
-      track.bytes += DataSize(entry);
-    });
-  if (_riffs > 1) Note("the file has " + std::to_string(_riffs) + " RIFF parts");
-  _indexed = counted && _indexBase >= 0;
-  for (AviTrack& track : _tracks) track.keysKnown = counted && track.type == "video";
-  if (counted) return;
-  ForEachData([&](Chunk const& chunk) {
-    auto const number = static_cast<std::size_t>(TrackOfCode(chunk.id));
-    if (number >= _tracks.size()) return;
-    ++_tracks[number].chunks;
-    _tracks[number].bytes += static_cast<base::uint64>(chunk.size);
-  });
-}
-
-// By the stream header; by what was counted when that was not finished.
-void AviFile::Time() {
-  constexpr double kLongest = 1e15;
-  for (AviTrack& track : _tracks) {
-    double seconds = 0;
-    if (track.length != 0 && track.rate != 0)
-      seconds = static_cast<double>(track.length) * track.scale / track.rate;
-    else if (track.type == "audio" && track.bytesPerSecond != 0)
-      seconds = static_cast<double>(track.bytes) / track.bytesPerSecond;
-    else if (track.type == "video" && track.rate != 0)
-      seconds = static_cast<double>(track.chunks) * track.scale / track.rate;
-    track.duration_ms = std::llround(std::min(seconds * 1000, kLongest));
-  }
 }
 
 int64 AviFile::Duration_ms() const {

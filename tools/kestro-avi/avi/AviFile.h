@@ -24,8 +24,11 @@ class AviFile {
   // What the index's offsets count from; -1 when it leads to no chunks.
   int64 IndexBase() const { return _indexBase; }
   Chunk const& IndexChunk() const { return _index; }  // where there is one
-  // Whether the index tells of all data chunks.
+  // Whether there is an index that leads to chunks, if not to all of them.
+  bool HasIndex() const { return _hasIndex; }
+  // Whether it names every chunk with data: empty ones may go without an entry.
   bool Indexed() const { return _indexed; }
+  int Parts() const { return _riffs; }  // RIFF chunks: an index is that of the first
   int64 Duration_ms() const;
   // The track whose frames give a track its times. For text that is the first video track with
   // data, where there is one; every other track is its own.
@@ -41,8 +44,10 @@ class AviFile {
   // The bytes of an entry's payload. The index of this system's text and motion JPEG counts the
   // pad, and for JPEG the chunk's header: for these the chunk tells, when the entry agrees with it.
   unsigned DataSize(IndexEntry const& entry);
-  // The data chunks of every movi list, in file order.
-  void ForEachData(RiffReader::DataSink const& sink);
+  // The data chunks of every movi list, in file order: those that the index names with its flags,
+  // and those that it does not. Sizes are those of the chunks. Returns where bytes stand that are
+  // no chunk, -1 where there are none.
+  int64 ForEachChunk(EntrySink const& sink);
   RiffReader& Reader() { return _reader; }
 
  private:
@@ -52,6 +57,11 @@ class AviFile {
   void FindIndex();
   std::string HeaderPlace() const;
   void Count();
+  bool CountIndex(std::vector<base::uint64>& named);
+  bool NothingBetween();
+  bool CountData(std::vector<base::uint64> const& named);
+  AviTrack* TrackOf(unsigned id);
+  std::vector<Chunk> DataLists() const;
   void Time();
   void Note(std::string const& text) { _notes.push_back(text); }
 
@@ -63,7 +73,7 @@ class AviFile {
   Index _place = Index::kNone;
   int64 _indexBase = 0;  // what its offsets count from
   int _riffs = 0;
-  bool _indexed = false, _cutOff = false;
+  bool _hasIndex = false, _indexed = false, _cutOff = false;
 };
 
 }  // namespace kestro::tool

@@ -17,6 +17,7 @@ struct AviTrack {
   unsigned bytesPerSecond = 0;                      // sound
 
   base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
+  base::uint64 indexedChunks = 0;                     // those that the index names
   bool keysKnown = false;
   int64 duration_ms = 0;
 

@@ -15,12 +15,11 @@ void TrackReader::ForEach(Sink const& sink) {
   _faults.clear();
   _faultCount = 0;
   bool more = true;
+  auto const take = [&](IndexEntry const& entry) { more = more && Take(entry, sink); };
   if (_avi.Indexed())
-    _avi.ForEachEntry([&](IndexEntry const& entry) { more = more && Take(entry, sink); });
+    _avi.ForEachEntry(take);
   else
-    _avi.ForEachData([&](Chunk const& chunk) {
-      more = more && Take({chunk.id, 0, chunk.offset, static_cast<unsigned>(chunk.size)}, sink);
-    });
+    _avi.ForEachChunk(take);
 }
 
 bool TrackReader::Take(IndexEntry const& listed, Sink const& sink) {

@@ -19,8 +19,8 @@ struct Piece {
   std::uint64_t position;
 };
 
-// Reads the chunks that the index names, or, where it tells nothing or not all, those that stand in
-// movi. A chunk that is not what the index says is left out, and its time stays empty.
+// Reads the chunks that the index names, or, where it does not name all, every chunk of movi. A
+// chunk that is not what the index says is left out, and its time stays empty.
 class TrackReader {
  public:
   // Both outlive the reader.

@@ -51,10 +51,7 @@ void Survey::AddPackets(AviFile& avi) {
   if (avi.Indexed())
     avi.ForEachEntry([&](IndexEntry const& entry) { add(entry, avi.DataSize(entry)); });
   else
-    avi.ForEachData([&](Chunk const& chunk) {
-      auto const size = static_cast<unsigned>(chunk.size);
-      add({chunk.id, 0, chunk.offset, size}, size);
-    });
+    avi.ForEachChunk([&](IndexEntry const& entry) { add(entry, entry.size); });
   std::stable_sort(packets.begin(), packets.end(),
                    [](Packet const& a, Packet const& b) { return a.offset < b.offset; });
 }

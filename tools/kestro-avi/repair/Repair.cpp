@@ -67,9 +67,9 @@ void Repairer::Open() {
   }
   _report.tracks = _head.tracks;
   for (int number : _head.numbers) _report.leftOut.push_back(number < 0);
-  _report.source = _image                    ? RepairReport::Source::kImage
-                   : _avi && _avi->Indexed() ? RepairReport::Source::kIndex
-                                             : RepairReport::Source::kNothing;
+  _report.source = _image                     ? RepairReport::Source::kImage
+                   : _avi && _avi->HasIndex() ? RepairReport::Source::kIndex
+                                              : RepairReport::Source::kNothing;
 }
 
 // `why`: what is wrong with the recording's own head.
@@ -77,7 +77,7 @@ void Repairer::OpenImage(std::string const& why) {
   bool const asked = !_job.image.empty();
   std::string const path = asked ? _job.image : _job.input + ".sync";
   std::error_code none;
-  if (!asked && ((_avi && _avi->Indexed()) || !fs::exists(path, none))) return;
+  if (!asked && ((_avi && _avi->HasIndex()) || !fs::exists(path, none))) return;
   std::string mismatch;
   try {
     _image = std::make_unique<Image>(path);
