@@ -243,6 +243,8 @@ bool Salvage::IsKey(std::size_t track, IndexEntry const* entry) {
   if (info.type != "video") return false;
   bool const marked = entry != nullptr && (entry->flags & IndexEntry::kKey) != 0;
   bool key = info.codec == "mjpeg";
+  // Of other video, which cannot be recorded, key frames are not known.
+  if (!key && info.codec != "h264" && info.codec != "hevc") return marked;
   if (!key) {
     Picture const picture = PictureKind(info.codec, _data.data(), _data.size());
     if (picture == Picture::kOpen && entry != nullptr) _openKeys[track] = marked;
