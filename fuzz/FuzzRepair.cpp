@@ -45,11 +45,16 @@ void Write(std::string const& path, std::string const& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// False for what is beyond use, which is the only reason to refuse.
-bool Repair(tool::RepairJob const& job, tool::RepairReport& report) {
+// False for what is beyond use, which is the only reason to refuse, apart from a rate that the
+// input does not tell.
+bool Repair(tool::RepairJob job, tool::RepairReport& report) {
   try {
     report = tool::Repair(job);
   } catch (tool::Error const& error) {
+    if (error.Code() == tool::kUsage && !job.rate.Positive()) {
+      job.rate = base::Fraction(25, 1);
+      return Repair(job, report);
+    }
     if (error.Code() != tool::kUnusable) std::fprintf(stderr, "%s\n", error.what());
     KESTRO_ASSERT(error.Code() == tool::kUnusable);
     return false;

@@ -7,6 +7,7 @@
 #include "Interrupt.h"
 #include "Plugin.h"
 #include "Text.h"
+#include "input/FrameRate.h"
 
 namespace kestro::tool {
 
@@ -74,10 +75,11 @@ int RecordVerb::Finish(Session const& session, Feed& feed, Segments& segments, P
 void RecordVerb::Announce(Session const& session) const {
   for (std::string const& text : session.Notes()) Report("note: " + text);
   for (Track const* track : session.Tracks()) {
-    auto const& rate = track->Info().frameRate;
-    if (track->Info().kind != TrackInfo::kVideo || rate.num % rate.den == 0) continue;
-    Report("note: " + track->Info().name + ": the file says " + std::to_string(rate.Whole()) +
-           " fps for " + rate.Text() + "; --fps chooses another rate");
+    TrackInfo const& info = track->Info();
+    std::string const note =
+        info.kind == TrackInfo::kVideo ? SpeedNote(info.name, info.frameRate) : "";
+    if (note.empty()) continue;
+    Report("note: " + note);
     break;
   }
   if (_options.recorder.sync.mode != SyncOptions::kOff)

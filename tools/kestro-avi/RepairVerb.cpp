@@ -9,6 +9,7 @@
 #include "Plugin.h"
 #include "Suggest.h"
 #include "Text.h"
+#include "input/FrameRate.h"
 
 namespace kestro::tool {
 
@@ -22,6 +23,8 @@ void RepairVerb::AddTo(CLI::App& app) {
   app.add_option("--image", _job.image,
                  "The side file of headers and index; IN.sync is found by itself")
       ->type_name("FILE");
+  app.add_option("--fps", _rate, "Frame rate of the video, overrides that of IN")
+      ->type_name("N[/D]");
   app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
       ->type_name("PLACE")
       ->check(OneOf({"last"}));
@@ -33,12 +36,14 @@ void RepairVerb::AddTo(CLI::App& app) {
       "Examples:\n"
       "  kestro-avi repair cut.avi -o whole.avi\n"
       "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
+      "  kestro-avi repair --fps 30 camera.avi -o whole.avi\n"
       "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n\n"
       "Packets are taken as they are, in the order of IN: first those that the side file or the\n"
       "index of IN names, then those that stand in the data itself, also behind damaged parts. A\n"
       "packet that is cut or whose beginning is gone is dropped. Key frames are told by the coded\n"
       "data. OUT is an ordinary recording with the index behind the data, which also makes an\n"
-      "undamaged file with its index in front one that every player seeks in.\n\n"
+      "undamaged file with its index in front one that every player seeks in. As \"record\" does,\n"
+      "it stores the whole part of the frame rate and puts motion JPEG and text last.\n\n"
       "Exit codes: 0 OUT holds all that is in IN, 1 something of it was lost or left out, 3 "
       "cannot\n"
       "be read or written, 4 beyond use (no stream headers, no whole packet, the side file of\n"
@@ -61,7 +66,11 @@ std::string RepairVerb::Text(RepairReport const& report) const {
     text += "  track " + std::to_string(i) + ": " + report.tracks[i].Kind() + ": kept " +
             Packets(counts.kept[i]);
     if (counts.lost[i].packets != 0) text += "; lost " + Packets(counts.lost[i]);
-    text += report.leftOut[i] ? " (cannot be recorded)\n" : "\n";
+    int const number = report.numbers[i];
+    if (number < 0) text += " (cannot be recorded)";
+    if (number >= 0 && static_cast<std::size_t>(number) != i)
+      text += " (track " + std::to_string(number) + " of OUT)";
+    text += "\n";
   }
   text += "  found by the " +
           (report.source == Source::kImage ? "index of " + report.image : std::string("index")) +
@@ -110,7 +119,8 @@ std::string RepairVerb::Document(RepairReport const& report) const {
     json["tracks"].push_back({{"number", i},
                               {"type", report.tracks[i].type},
                               {"codec", report.tracks[i].codec},
-                              {"recorded", !report.leftOut[i]},
+                              {"recorded", report.numbers[i] >= 0},
+                              {"output_number", report.numbers[i]},
                               {"kept", CountJson(counts.kept[i])},
                               {"lost", CountJson(counts.lost[i])}});
   for (Hole const& hole : counts.holes)
@@ -128,6 +138,7 @@ RepairReport RepairVerb::WatchedRepair() const {
 }
 
 int RepairVerb::Run() {
+  if (!_rate.empty()) _job.rate = ParseRate(_rate);
   LoadAviPlugin(_plugin);
   CatchSignals();
   RepairReport const report = WatchedRepair();

@@ -22,16 +22,20 @@ Fraction ChooseRate(RateSources const& sources, std::string const& track) {
   return rate;
 }
 
+Fraction NearWhole(Fraction const& rate) {
+  if (!rate.Positive()) return {};
+  double const value = static_cast<double>(rate.num) / static_cast<double>(rate.den);
+  double const whole = std::round(value);
+  bool const near = whole >= 1 && std::abs(value - whole) < whole * 0.0005;
+  return near ? Fraction(static_cast<base::int64>(whole), 1) : rate;
+}
+
 Fraction ContainerRate(AVFormatContext& format, AVStream& stream) {
   AVRational rate = av_guess_frame_rate(&format, &stream, nullptr);
   AVRational const average = stream.avg_frame_rate;
   // The guess is the finest grid that all times lie on: far off for times that jitter.
   if (average.num > 0 && average.den > 0 && av_q2d(rate) > 1.5 * av_q2d(average)) rate = average;
-  if (rate.num <= 0 || rate.den <= 0) return {};
-  double const value = av_q2d(rate), whole = std::round(value);
-  if (whole >= 1 && std::abs(value - whole) < whole * 0.0005)
-    return Fraction(static_cast<base::int64>(whole), 1);
-  return Fraction(rate.num, rate.den);
+  return NearWhole(Fraction(rate.num, rate.den));
 }
 
 Fraction StreamRate(AVCodecParameters const& parameters, AVPacket const& key) {
@@ -47,6 +51,24 @@ Fraction StreamRate(AVCodecParameters const& parameters, AVPacket const& key) {
   avcodec_receive_frame(decoder.get(), frame.get());
   AVRational const rate = decoder->framerate;
   return rate.num > 0 && rate.den > 0 ? Fraction(rate.num, rate.den) : Fraction();
+}
+
+std::string SpeedNote(std::string const& track, Fraction const& rate) {
+  if (!rate.Positive() || rate.num % rate.den == 0) return "";
+  return track + ": the file says " + std::to_string(rate.Whole()) + " fps for " + rate.Text() +
+         "; --fps chooses another rate";
+}
+
+bool SameRate(Fraction const& a, Fraction const& b) {
+  auto const product = [](base::int64 x, base::int64 y) {  // of numbers of 32 bits
+    return static_cast<base::uint64>(x) * static_cast<base::uint64>(y);
+  };
+  return product(a.num, b.den) == product(b.num, a.den);
+}
+
+std::string RatesDiffer(std::string const& track, Fraction const& rate, Fraction const& other) {
+  return track + ": " + rate.Text() + " fps beside " + other.Text() +
+         " fps; a file has one frame rate (--fps sets it)";
 }
 
 Fraction ParseRate(std::string const& text) {

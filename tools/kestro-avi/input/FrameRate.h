@@ -19,11 +19,21 @@ struct RateSources {
 // names the track in the message.
 base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 
-// The rate that the container tells, a rate a hair beside a whole number rounded to it.
+// A rate as containers write it: one a hair beside a whole number is that number.
+base::Fraction NearWhole(base::Fraction const& rate);
+// The rate that the container tells.
 base::Fraction ContainerRate(AVFormatContext& format, AVStream& stream);
 
 // The rate in the parameter sets of a key frame; 0/1 where there is none.
 base::Fraction StreamRate(AVCodecParameters const& codec, AVPacket const& key);
+
+// What to say of a rate that a file holds the whole part of; empty for a whole one.
+std::string SpeedNote(std::string const& track, base::Fraction const& rate);
+
+bool SameRate(base::Fraction const& a, base::Fraction const& b);
+// What to say of a track of H.264 or HEVC that has another rate than one before it.
+std::string RatesDiffer(std::string const& track, base::Fraction const& rate,
+                        base::Fraction const& other);
 
 // A rate on the command line: "25", "30000/1001", "29.97". Throws Error.
 base::Fraction ParseRate(std::string const& text);

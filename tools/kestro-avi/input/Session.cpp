@@ -4,17 +4,13 @@
 
 #include "Errors.h"
 #include "Interrupt.h"
+#include "input/FrameRate.h"
 
 namespace kestro::tool {
 
 // A track without packets holds the others of its input back only this far.
 static constexpr std::int64_t kMaxAhead_ns = 5000000000;
 static constexpr std::size_t kMaxAheadBytes = 32 << 20;
-
-static bool SameRate(base::Fraction const& a, base::Fraction const& b) {
-  return av_cmp_q({static_cast<int>(a.num), static_cast<int>(a.den)},
-                  {static_cast<int>(b.num), static_cast<int>(b.den)}) == 0;
-}
 
 Session::Session(std::vector<std::string> const& addresses, InputOptions const& options,
                  Timeline const& timeline)
@@ -51,9 +47,7 @@ void Session::CheckRates() {
     if (_video == nullptr) _video = track;
     // Motion JPEG keeps a rate of its own.
     if (!info.unnumbered && !SameRate(info.frameRate, _video->Info().frameRate))
-      throw Error(kUnusable, info.name + ": " + info.frameRate.Text() + " fps beside " +
-                                 _video->Info().frameRate.Text() +
-                                 " fps; a file has one frame rate (--fps sets it)");
+      throw Error(kUnusable, RatesDiffer(info.name, info.frameRate, _video->Info().frameRate));
   }
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Errors.h"
-#include "input/FrameRate.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -19,19 +18,8 @@ static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
   return data;
 }
 
-// The stream header holds the whole part of a frame rate only, the main header the time of a frame.
-// A rate that nobody records is damage.
-static base::Fraction FrameRate(AviTrack const& track, unsigned time_us) {
-  auto const good = [](base::Fraction const& rate) {
-    return rate.Positive() && rate.Whole() <= kHighestRate;
-  };
-  base::Fraction const whole(track.rate, track.scale), fine(1000000, time_us);
-  if (good(fine) && (!good(whole) || fine.Whole() == whole.Whole())) return fine;
-  return good(whole) ? whole : base::Fraction();
-}
-
 // False for a track that the plug-in cannot record.
-static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
+static bool Describe(AviTrack const& track, TrackInfo& info) {
   struct Codec {
     char const *codec, *recorded;
     TrackInfo::Kind kind;
@@ -52,26 +40,11 @@ static bool Describe(AviTrack const& track, unsigned time_us, TrackInfo& info) {
   info.rate = static_cast<int>(track.sampleRate);
   info.channels = static_cast<int>(track.channels);
   info.bits = static_cast<int>(track.bits);
-  if (info.kind != TrackInfo::kSound) info.frameRate = FrameRate(track, time_us);
   // The fields of a sound format have 16 and 32 bits.
   auto const frame = base::uint64{track.channels} * track.bits / 8;
   return info.kind != TrackInfo::kSound ||
          (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 && frame <= UINT16_MAX &&
           frame * track.sampleRate <= UINT32_MAX);
-}
-
-// The muxer has one rate for all video: where damage tells several, one that the main header has
-// too, or the first.
-static void ShareRate(std::vector<TrackInfo>& tracks, unsigned time_us) {
-  auto const shares = [](TrackInfo const& info) {
-    return info.kind == TrackInfo::kVideo && !info.unnumbered;
-  };
-  TrackInfo const* chosen = nullptr;
-  for (TrackInfo const& info : tracks)
-    if (shares(info) && (chosen == nullptr || info.frameRate == base::Fraction(1000000, time_us)))
-      chosen = &info;
-  for (TrackInfo& info : tracks)
-    if (shares(info)) info.frameRate = base::Fraction(chosen->frameRate);
 }
 
 static void CarryTags(AviFile& avi, Head& head) {
@@ -101,21 +74,24 @@ static void CarryTags(AviFile& avi, Head& head) {
 Head ReadHead(AviFile& avi, std::string const& path) {
   Head head;
   head.tracks = avi.Tracks();
-  unsigned time_us = 0;
   for (Chunk const& chunk : avi.Tree()) {
-    if (chunk.id == Convert4("avih")) time_us = Field32(avi.Reader(), chunk, 0);
+    if (chunk.id == Convert4("avih")) head.frameTime_us = Field32(avi.Reader(), chunk, 0);
     if (chunk.type == Convert4("movi") && head.data == 0) head.data = chunk.Data();
   }
   if (head.data == 0) throw Error(kUnusable, path + ": no movi list: it ends within its head");
-  for (std::size_t i = 0; i < head.tracks.size(); ++i) {
-    TrackInfo info;
-    info.name = path + ", track " + std::to_string(i);
-    bool const good = Describe(head.tracks[i], time_us, info);
-    head.numbers.push_back(good ? static_cast<int>(head.recorded.size()) : -1);
-    if (good) head.recorded.push_back(info);
+  std::vector<TrackInfo> infos(head.tracks.size());
+  head.numbers.assign(infos.size(), -1);
+  for (std::size_t i = 0; i < infos.size(); ++i) {
+    infos[i].name = path + ", track " + std::to_string(i);
+    if (Describe(head.tracks[i], infos[i])) head.numbers[i] = 0;
   }
+  for (bool unnumbered : {false, true})  // which come last
+    for (std::size_t i = 0; i < infos.size(); ++i) {
+      if (head.numbers[i] < 0 || infos[i].unnumbered != unnumbered) continue;
+      head.numbers[i] = static_cast<int>(head.recorded.size());
+      head.recorded.push_back(infos[i]);
+    }
   if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
-  ShareRate(head.recorded, time_us);
   CarryTags(avi, head);
   return head;
 }

@@ -11,9 +11,10 @@
 namespace kestro::tool {
 
 struct Head {
-  std::vector<AviTrack> tracks;  // as they stand there
-  std::vector<int> numbers;      // ... and are recorded, -1 for those that cannot be
-  std::vector<TrackInfo> recorded;
+  std::vector<AviTrack> tracks;     // as they stand there
+  std::vector<int> numbers;         // ... and are recorded, -1 for those that cannot be
+  std::vector<TrackInfo> recorded;  // unnumbered ones last, without frame rates
+  unsigned frameTime_us = 0;        // of the main header
   TagOptions tags;
   int64 data = 0;  // where the first chunk of movi stands
 };

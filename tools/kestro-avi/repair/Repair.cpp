@@ -9,6 +9,7 @@
 #include "output/Output.h"
 #include "repair/FoundTrack.h"
 #include "repair/Image.h"
+#include "repair/Rates.h"
 
 namespace kestro::tool {
 
@@ -66,7 +67,10 @@ void Repairer::Open() {
     _report.notes.push_back(why + "; the head of " + _report.image + " is taken");
   }
   _report.tracks = _head.tracks;
-  for (int number : _head.numbers) _report.leftOut.push_back(number < 0);
+  _report.numbers = _head.numbers;
+  SpeedReport const speed = SetRates(_head, _job.rate);
+  _report.notes.insert(_report.notes.end(), speed.notes.begin(), speed.notes.end());
+  _report.warnings.insert(_report.warnings.end(), speed.warnings.begin(), speed.warnings.end());
   _report.source = _image                     ? RepairReport::Source::kImage
                    : _avi && _avi->HasIndex() ? RepairReport::Source::kIndex
                                               : RepairReport::Source::kNothing;
@@ -107,12 +111,6 @@ void Repairer::ForEachEntry(EntrySink const& sink) {
 RecorderOptions Repairer::Options() const {
   RecorderOptions options;
   options.tags = _head.tags;
-  // Of the tracks that share one: motion JPEG has its own.
-  for (TrackInfo const& info : _head.recorded) {
-    if (info.kind != TrackInfo::kVideo || info.unnumbered) continue;
-    options.properties.emplace_back("constFrameRate", info.frameRate.Text());
-    break;
-  }
   return options;
 }
 

@@ -5,14 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "base/Fraction.h"
 #include "repair/Salvage.h"
 
 namespace kestro::tool {
 
 struct RepairJob {
   std::string input, output;
-  std::string image;   // the side file; empty: INPUT.sync, where that fits
-  bool force = false;  // overwrites the output
+  std::string image;         // the side file; empty: INPUT.sync, where that fits
+  bool force = false;        // overwrites the output
+  base::Fraction rate = {};  // of the video, instead of what the input says; 0/1: as it says
   std::function<void(int64 position)> advance = [](int64) {};  // is told how far the input is read
 };
 
@@ -21,7 +23,7 @@ struct RepairReport {
   std::string image;  // where it was used
   bool headOfImage = false;
   std::vector<AviTrack> tracks;
-  std::vector<bool> leftOut;  // by track: it cannot be recorded
+  std::vector<int> numbers;  // of the tracks in the output; -1: it cannot be recorded
   SalvageCounts counts;
   Counted kept, lost;
   std::vector<std::string> notes, warnings;

@@ -32,6 +32,7 @@ class Check {
   void Main();
   void OfStream(Stream const& stream);
   void Skew();
+  void Order();
 
  private:
   void Picture(Chunk const& avih, Stream const& video);
@@ -168,6 +169,24 @@ void Check::Skew() {
   }
 }
 
+// The demuxer makes no stream of text, nor of motion JPEG by the name that most writers give it,
+// and takes the packets of a later track for those of the one after that.
+void Check::Order() {
+  auto const counted = [](AviTrack const& track) {
+    if (track.codec != "mjpeg") return track.type != "text";
+    return track.handler == "mjpg" || track.handler == "jpeg" || track.handler == "jpg";
+  };
+  auto const plays = [](Stream const& stream) {
+    return stream.track->type != "text" && stream.track->codec != "mjpeg";
+  };
+  for (auto stream = _streams.begin(); stream != _streams.end(); ++stream) {
+    auto const later = std::find_if(stream, _streams.end(), plays);
+    if (!counted(*stream->track) && later != _streams.end())
+      _findings.Add(found::kTrackOrder, stream->list.offset, "the last tracks",
+                    stream->track->Kind() + " before " + later->track->Kind());
+  }
+}
+
 }  // namespace
 
 void CheckHeaders(AviFile& avi, std::vector<Stream> const& streams, Findings& findings) {
@@ -175,6 +194,7 @@ void CheckHeaders(AviFile& avi, std::vector<Stream> const& streams, Findings& fi
   check.Main();
   for (Stream const& stream : streams) check.OfStream(stream);
   check.Skew();
+  check.Order();
 }
 
 }  // namespace kestro::tool

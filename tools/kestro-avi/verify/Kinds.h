@@ -108,6 +108,12 @@ inline constexpr Kind kFromMovi{"offsets-from-movi", Severity::kNote,
                                 "index offsets count from movi: the demuxer takes absolute ones"};
 inline constexpr Kind kParts{"several-parts", Severity::kNote,
                              "several RIFF parts: the demuxer plays the first"};
+inline constexpr Kind kTrackOrder{
+    "track-order", Severity::kNote,
+    "motion JPEG or text before another track: the demuxer counts only the tracks that it knows"};
+inline constexpr Kind kAllKeys{
+    "all-keys", Severity::kNote,
+    "the index flags every frame of a track: the demuxer takes any flag for that of a key frame"};
 inline constexpr Kind kLarge{"beyond-2gib", Severity::kNote,
                              "larger than 2 GiB: the demuxer and many players read no further"};
 
