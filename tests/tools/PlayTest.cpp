@@ -51,7 +51,8 @@ class PlayTest : public EveryKind {
       auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
       std::int64_t const n = count[track]++, each = duration_us[track];
       bool const key = (entry.flags & IndexEntry::kKey) != 0 || entry.id >> 16 == ('w' | 'b' << 8);
-      bool const end = static_cast<std::uint64_t>(count[track]) == avi.Tracks()[track].chunks;
+      bool const end =
+          static_cast<std::uint64_t>(count[track]) == avi.Tracks()[track].indexedChunks;
       lines.emplace_back(track, n * each / 1000, each / 1000, entry.size, key, end);
     });
     return lines;
@@ -241,6 +242,22 @@ TEST_F(PlayTest, PlaysUpToBadSectors) {
     }
   std::string const whole = play("", entries.back().offset + 8 + entries.back().size);
   EXPECT_EQ(whole.substr(0, 2), "0\n") << whole;
+}
+
+TEST_F(PlayTest, SaysWhatOfAFileItDoesNotPlayRight) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
+  std::string const a = FileText(At("a.avi"));
+  std::string parts = a + a.substr(0, 8) + "AVIX" + a.substr(a.find("movi") - 8), flagged = a;
+  Put(parts, a.size() + 4, unsigned(parts.size() - a.size()) - 8);
+  for (auto at = a.rfind("idx1") + 8; at < a.size(); at += 16)
+    if (a[at + 2] == 'd') Put(flagged, at + 4, Get(a, at + 4) | 2);
+  Write("parts.avi", parts);
+  Write("flagged.avi", flagged);
+  Expect("play", {{"parts.avi", 1, "has 2 RIFF parts"},
+                  {"--to 1 parts.avi", 0, ""},
+                  {"--mode fast flagged.avi", 1, "flags every frame of track 0"},
+                  {"--mode back flagged.avi", 1, "flags every frame of track 0"},
+                  {"flagged.avi", 0, "250 packets"}});
 }
 
 // Unpaced, it would come to the end.

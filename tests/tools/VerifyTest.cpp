@@ -134,6 +134,22 @@ TEST_F(VerifyTest, LooksForKeyFramesInTheData) {
   EXPECT_THAT(Check(cleared), testing::ElementsAre(testing::Pair("no-key", _chunks["idx1"])));
 }
 
+// Other writers have flags of their own; readers may take any for that of a key frame.
+TEST_F(VerifyTest, NotesAnIndexThatFlagsEveryFrame) {
+  std::string flagged = _bytes, keys = _bytes.substr(0, std::size_t(_chunks["idx1"]) + 8);
+  for (IndexEntry const& entry : _entries) {
+    unsigned const flags = entry.flags | 2;
+    if (TrackOfCode(entry.id) == 0) Put(flagged, std::size_t(entry.place) + 4, flags);
+    if (entry.flags != 0) keys += From(entry.place, 16);
+  }
+  Put(keys, std::size_t(_chunks["idx1"]) + 4,
+      unsigned(keys.size()) - unsigned(_chunks["idx1"]) - 8);
+  Write("flagged.avi", flagged);
+  Write("keys.avi", keys);
+  Expect("verify flagged.avi", {{"", 0, "note all-keys"}, {"--deep", 0, "found 2"}});
+  EXPECT_THAT(Run("verify keys.avi").out, testing::Not(testing::HasSubstr("all-keys")));
+}
+
 TEST_F(VerifyTest, KeepsTheFirstOfManyAndCountsAll) {
   std::string bytes = _bytes;
   for (IndexEntry const& entry : _entries) Put(bytes, std::size_t(entry.place) + 12, 1);

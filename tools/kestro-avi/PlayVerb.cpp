@@ -12,6 +12,7 @@
 #include "Suggest.h"
 #include "Text.h"
 #include "base/IClass.h"
+#include "verify/FlaggedFrames.h"
 
 namespace kestro::tool {
 
@@ -151,6 +152,17 @@ void PlayVerb::ChooseTracks(AviFile const& avi) {
   if (asked && !leads) throw Error(kUsage, "--mode " + _mode + ": " + _file + " has no such track");
 }
 
+// Whether the demuxer can tell key frames.
+void PlayVerb::CheckKeys(AviFile& avi) {
+  if (_playMode != PlayMode::kFast && _playMode != PlayMode::kBack) return;
+  for (IndexEntry const& entry : FlaggedFrames(avi)) {
+    auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
+    if (std::find(_tracks.begin(), _tracks.end(), track) != _tracks.end())
+      Warn("the index flags every frame of track " + std::to_string(track) +
+           ": the demuxer takes all of them for key frames (\"repair\" puts it right)");
+  }
+}
+
 void PlayVerb::Position(Player& player) {
   auto& demuxer = player.Demuxer();
   demuxer.PlayModeSwitch(_playMode);
@@ -279,7 +291,12 @@ int PlayVerb::List(Player& player, AviFile& avi) {
       return kFindings;
     }
     if (event == Player::kEnd) {
-      if (!NextSeek()) break;
+      if (!NextSeek()) {
+        if (avi.Parts() > 1)
+          Warn("has " + std::to_string(avi.Parts()) +
+               " RIFF parts; the demuxer plays the first (\"extract\" reads all)");
+        break;
+      }
       sinceSeek = 0;
       continue;
     }
@@ -315,6 +332,7 @@ int PlayVerb::Run() {
       throw Error(kUnusable, _file + ": the demuxer takes another track for track " +
                                  std::to_string(_tracks[i]));
   if (!player.Opened()) Warn("a part could not be read when it was opened");
+  CheckKeys(avi);
   Position(player);
   return List(player, avi);
 }

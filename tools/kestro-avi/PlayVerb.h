@@ -27,6 +27,7 @@ class PlayVerb {
   void Check();
   void CheckIndex(AviFile const& avi) const;
   void ChooseTracks(AviFile const& avi);
+  void CheckKeys(AviFile& avi);
   void Position(Player& player);
   Player::Event Next(Player& player, Delivered& packet);
   Player::Event Go(Player& player, int64 ms);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "verify/FlaggedFrames.h"
 #include "verify/KeyFrame.h"
 
 namespace kestro::tool {
@@ -47,6 +48,8 @@ void DataCheck::Run() {
     if (stream.track->type == "video" && stream.entries != 0 && stream.keys == 0)
       _findings.Add(found::kNoKey, _avi.IndexChunk().offset, "a key frame",
                     std::to_string(stream.entries) + " entries without");
+  for (IndexEntry const& entry : FlaggedFrames(_avi))
+    _findings.Add(found::kAllKeys, entry.place, int64{0}, int64{entry.flags});
 }
 
 // Whether the index can be followed. The first entry may be the one that is wrong: the first few
