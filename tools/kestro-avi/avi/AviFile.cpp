@@ -34,17 +34,17 @@ std::string AviTrack::Kind() const {
   return codec.empty() || codec == type ? type : type + " " + codec;
 }
 
-AviFile::AviFile(std::string const& path) : _reader(path) {
+void AviFile::Read(std::string const& name) {
   Chunk riff;
   if (!_reader.Header(0, Size(), riff) || riff.id != kRiff)
-    throw Error(kUnusable, path + ": not a RIFF file: no RIFF at offset 0");
+    throw Error(kUnusable, name + ": not a RIFF file: no RIFF at offset 0");
   if (riff.type != Convert4("AVI "))
-    throw Error(kUnusable, path + ": a RIFF file of type \"" + CodeText(riff.type) +
+    throw Error(kUnusable, name + ": a RIFF file of type \"" + CodeText(riff.type) +
                                "\" at offset 8, not AVI");
   Walk(0, Size(), 0);
   ReadTracks();
   if (_tracks.empty())
-    throw Error(kUnusable, path + ": an AVI file without stream headers: " + HeaderPlace());
+    throw Error(kUnusable, name + ": an AVI file without stream headers: " + HeaderPlace());
   FindIndex();
   Count();
   Time();
