@@ -187,7 +187,7 @@ RepairReport Repair(RepairJob const& job) {
   repairer.Open();
   repairer.Copy(made.Temporary());
   if (report.interrupted) return report;
-  made.Keep();
+  made.Keep(true);  // the input may be removed now
   std::error_code none;
   report.size = fs::file_size(job.output, none);
   return report;
