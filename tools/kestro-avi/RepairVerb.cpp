@@ -20,7 +20,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->required()
       ->type_name("OUT.avi");
   app.add_option("--image", _job.image,
-                 "The side file of headers and index; IN.sync is found by itself")
+                 "The side file of headers and index; that of IN is found by itself")
       ->type_name("FILE");
   app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
       ->type_name("PLACE")
