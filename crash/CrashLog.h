@@ -1,24 +1,27 @@
 // What reaches the storage while a recording runs.
 #pragma once
 
+#include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/MemoryIO.h"
+#include "tools/kestro-avi/SlotFile.h"
 
 namespace kestro::crash {
 
 using base::int64;
 
-// Files are numbered: the recording is 0, the images kept beside it are 1, 2, and so on. All images
-// are made under another name and then take the name under which a repair looks for one.
+// Files are numbered: the recording is 0, those that are kept next to it are 1, 2, and so on, in
+// the order in which they were made.
 struct Op {
   enum Kind {
     kWrite,
     kFlush,    // what was written to the file survives from here on, and its length
-    kName,     // the image takes the name; file 0: the name is removed
-    kFolder,   // who has the name survives from here on
+    kName,     // the file gets a name, unless it is 0; that numbered `at` loses its own, unless 0
+    kFolder,   // which files have names survives from here on
     kPromise,  // `at` packets are safe from here on
   };
   Kind kind;
@@ -44,43 +47,52 @@ class CrashLog {
   }
   Ops Take() { return std::move(_ops); }
 
-  // What an application does with the image of a sync before it lets the recording go on.
-  void KeepImage(std::string const& image) {
-    ++_images;
-    auto const half = image.size() / 2;
-    Add({Op::kWrite, _images, 0, image.substr(0, half)});
-    Add({Op::kWrite, _images, static_cast<int64>(half), image.substr(half)});
-    Add({Op::kFlush, _images});
-    Add({Op::kName, _images});
-    Add({Op::kFolder});
-  }
-  void RemoveImage() {
-    Add({Op::kName, 0});
-    Add({Op::kFolder});
-  }
-
  private:
   mutable std::mutex _mutex;
   Ops _ops;
-  int _barriers = 0, _images = 0;
+  int _barriers = 0;
 };
 
-// The recording's file.
 class LogIO : public test::MemoryIO {
  public:
-  explicit LogIO(CrashLog& log) : _log(log) {}
+  explicit LogIO(CrashLog& log, int file = 0) : _log(log), _number(file) {}
   unsigned Write(void const* data, unsigned size) override {
-    _log.Add({Op::kWrite, 0, Tell(), std::string(static_cast<char const*>(data), size)});
+    _log.Add({Op::kWrite, _number, Tell(), std::string(static_cast<char const*>(data), size)});
     return MemoryIO::Write(data, size);
   }
   bool Flush() override {
-    _log.Add({Op::kFlush});
+    _log.Add({Op::kFlush, _number});
+    if (_number != 0) _log.Add({Op::kFolder});  // of a new file the name, too
+    return true;
+  }
+  bool FlushData() override {
+    _log.Add({Op::kFlush, _number});
     return true;
   }
   bool Truncate(int64) override { return false; }  // a recording without faults never cuts
 
  private:
   CrashLog& _log;
+  int const _number;
+};
+
+// Where the files next to the recording are.
+class LogFolder : public tool::SlotFile::Folder {
+ public:
+  explicit LogFolder(CrashLog& log) : _log(log) {}
+  std::unique_ptr<base::IO> Create(std::string const& path) override {
+    _log.Add({Op::kName, _numbers[path] = ++_last});
+    return std::make_unique<LogIO>(_log, _last);
+  }
+  bool Remove(std::string const& path) override {
+    if (int const number = std::exchange(_numbers[path], 0)) _log.Add({Op::kName, 0, number});
+    return true;
+  }
+
+ private:
+  CrashLog& _log;
+  std::map<std::string, int> _numbers;
+  int _last = 0;
 };
 
 }  // namespace kestro::crash

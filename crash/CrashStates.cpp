@@ -24,23 +24,23 @@ void CrashStates::Run(long states) {
   Walk([&] { Random(static_cast<int>(missing * _every / places + 1)); });
 }
 
-// Visits every point, with every image that the name may lead to there.
+// Visits every point, with all files that may have names there.
 template <class Visitor>
 void CrashStates::Walk(Visitor visitor) {
   _files.assign(1, {});
-  _named = {0};
+  _named = {{}};
   _promised = -1;
   for (_at = 0; _at < _ops.size() && !_enough; ++_at) {
     Take(_ops[_at]);
-    for (int image : _named) {
-      Gather(image);
+    for (std::set<int> const& named : _named) {
+      Gather(named);
       visitor();
     }
   }
 }
 
 void CrashStates::Take(Op const& op) {
-  auto const number = static_cast<std::size_t>(op.file);
+  auto const number = static_cast<std::size_t>(op.file), names = _named.size();
   if (_files.size() <= number) _files.resize(number + 1);
   File& file = _files[number];
   switch (op.kind) {
@@ -60,9 +60,15 @@ void CrashStates::Take(Op const& op) {
                     file.durable.begin() + piece.At());
       }
       file.pending.clear();
+      file.length = file.durable.size();
       break;
     case Op::kName:
-      _named.push_back(op.file);
+      for (std::size_t i = 0; i < names; ++i) {
+        _named.push_back(_named[i]);
+        _named.back().erase(static_cast<int>(op.at));
+        if (op.file != 0) _named.back().insert(op.file);
+      }
+      if (op.file != 0) file.length = 0;
       break;
     case Op::kFolder:
       _named = {_named.back()};
@@ -73,19 +79,21 @@ void CrashStates::Take(Op const& op) {
   }
 }
 
-void CrashStates::Gather(int image) {
-  _image = image;
+void CrashStates::Gather(std::set<int> const& named) {
   _file.bytes = _files[0].durable;
   _pieces = _files[0].pending;
-  if (image == 0) return;
-  auto const& pending = _files[static_cast<std::size_t>(image)].pending;
-  _pieces.insert(_pieces.end(), pending.begin(), pending.end());
+  _others.clear();
+  for (int number : named) {
+    _others[number];
+    auto const& pending = _files[static_cast<std::size_t>(number)].pending;
+    _pieces.insert(_pieces.end(), pending.begin(), pending.end());
+  }
 }
 
 void CrashStates::Everything() {
   _keep.assign(_pieces.size(), 1);
   Emit(kNew);
-  if (_pieces.empty()) return;
+  if (_pieces.empty() && LengthsAreStored()) return;
   Emit(kOld);
   for (std::size_t i = 0; i < _pieces.size(); ++i) {  // one lost
     _keep[i] = 0;
@@ -131,7 +139,7 @@ void CrashStates::Garbage() {
     if (!Overwrites(piece)) continue;
     for (char others : {1, 0}) {
       _keep.assign(_pieces.size(), others);
-      Emit(kNew, Sector(piece));
+      Emit(kNew, &piece);
     }
   }
 }
@@ -146,51 +154,61 @@ void CrashStates::Random(int rounds) {
   }
 }
 
-void CrashStates::Emit(Length length, int64 garbage) {
+void CrashStates::Emit(Length length, Piece const* garbage) {
   if (_enough || ++_made % _every != 0) return;
-  std::vector<unsigned char> const& durable = _files[0].durable;
-  auto& bytes = _file.bytes;
-  if (_image != 0) {
-    auto const& image = _files[static_cast<std::size_t>(_image)].durable;
-    _imageBytes.assign(image.begin(), image.end());
-  }
-  for (std::size_t i = 0; i < _pieces.size(); ++i) {
-    Piece const& piece = _pieces[i];
-    auto const at = static_cast<std::size_t>(piece.At());
-    auto const* const data = piece.op->bytes.data() + piece.from;
-    if (piece.op->file != 0) {
-      if (_imageBytes.size() < at + piece.size) _imageBytes.resize(at + piece.size);
-      if (_keep[i]) _imageBytes.replace(at, piece.size, data, piece.size);
-      continue;
-    }
-    if (bytes.size() < at + piece.size) bytes.resize(at + piece.size);
-    if (_keep[i]) std::copy_n(data, piece.size, &bytes[at]);
-  }
-  if (length == kOld) bytes.resize(durable.size());
-  if (garbage >= 0) {
-    auto const from = static_cast<std::size_t>(garbage * _sector);
-    for (std::size_t i = from; i < std::min(from + _sector, bytes.size()); ++i)
-      bytes[i] = static_cast<unsigned char>(_random());
-  } else {
-    ++_count;
-  }
-  _enough = !_visit({_file, _image != 0 ? &_imageBytes : nullptr, _promised, garbage});
+  Build(length);
+  if (garbage != nullptr) Spoil(*garbage);
+  // What a slot has lost, the other one has.
+  bool const counted = garbage == nullptr || garbage->op->file != 0;
+  _count += counted;
+  _enough = !_visit({_file, _others, _promised, counted ? -1 : Sector(*garbage)});
 
-  bytes.resize(durable.size());
+  std::vector<unsigned char> const& durable = _files[0].durable;
+  _file.bytes.resize(durable.size());
   for (Piece const& piece : _pieces)
-    if (Overwrites(piece)) {
+    if (piece.op->file == 0 && Overwrites(piece)) {
       auto const from = static_cast<std::size_t>(Sector(piece) * _sector);
       std::copy_n(&durable[from], std::min<std::size_t>(_sector, durable.size() - from),
-                  &bytes[from]);
+                  &_file.bytes[from]);
     }
+}
+
+// What the files hold; the recording holds what is durable before.
+void CrashStates::Build(Length length) {
+  for (auto& [number, io] : _others) io.bytes = _files[static_cast<std::size_t>(number)].durable;
+  for (std::size_t i = 0; i < _pieces.size(); ++i) {
+    Piece const& piece = _pieces[i];
+    auto& bytes = Bytes(piece.op->file);
+    auto const at = static_cast<std::size_t>(piece.At());
+    if (bytes.size() < at + piece.size) bytes.resize(at + piece.size);
+    if (_keep[i]) std::copy_n(piece.op->bytes.data() + piece.from, piece.size, &bytes[at]);
+  }
+  if (length == kNew) return;
+  _file.bytes.resize(_files[0].length);
+  for (auto& [number, io] : _others)
+    io.bytes.resize(_files[static_cast<std::size_t>(number)].length);
+}
+
+void CrashStates::Spoil(Piece const& piece) {
+  auto& bytes = Bytes(piece.op->file);
+  auto const from = static_cast<std::size_t>(Sector(piece) * _sector);
+  for (std::size_t i = from; i < std::min(from + _sector, bytes.size()); ++i)
+    bytes[i] = static_cast<unsigned char>(_random());
+}
+
+bool CrashStates::LengthsAreStored() const {
+  return std::all_of(_others.begin(), _others.end(), [this](auto const& other) {
+    File const& file = _files[static_cast<std::size_t>(other.first)];
+    return file.length == file.durable.size();
+  });
 }
 
 bool CrashStates::Overwrites(Piece const& piece) const {
-  return piece.op->file == 0 && piece.At() < static_cast<int64>(_files[0].durable.size());
+  return piece.At() < static_cast<int64>(Of(piece).durable.size());
 }
 
 bool CrashStates::Changes(Piece const& piece) const {
-  auto const& durable = _files[static_cast<std::size_t>(piece.op->file)].durable;
+  auto const& durable = Of(piece).durable;
   auto const at = static_cast<std::size_t>(piece.At());
   return at + piece.size > durable.size() ||
          std::memcmp(&durable[at], piece.op->bytes.data() + piece.from, piece.size) != 0;
@@ -203,10 +221,12 @@ std::string CrashStates::Describe() const {
   for (std::size_t i = 0, named = 0; i < _pieces.size() && named < 12; ++i) {
     if (_keep[i]) continue;
     ++named;
-    lost += (_pieces[i].op->file != 0 ? " image+" : " ") + std::to_string(_pieces[i].At());
+    int const file = _pieces[i].op->file;
+    lost += (file != 0 ? " " + std::to_string(file) + ":" : " ") + std::to_string(_pieces[i].At());
   }
   text += ", " + std::to_string(_file.bytes.size()) + " bytes";
-  if (_image != 0) text += ", image " + std::to_string(_image);
+  for (auto const& [number, io] : _others)
+    text += ", file " + std::to_string(number) + " of " + std::to_string(io.bytes.size());
   return text + (lost.empty() ? ", all written" : ", lost sectors at" + lost);
 }
 

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <random>
+#include <set>
 
 #include "crash/CrashLog.h"
 
@@ -10,15 +12,16 @@ namespace kestro::crash {
 
 // Walks through what was written, and at each point builds the states that are possible there: what
 // a barrier has made durable is as it was written; of what came after it, any set of sectors may
-// have reached the storage, each as a whole, and the length of the file may be the old or the new
-// one. A sector that is being overwritten may also turn to garbage.
+// have reached the storage, each as a whole, and the length of a file may be the old or the new
+// one: that of its last flush, or 0 where it has got its name since, as FAT has it. A sector that
+// is being overwritten may also turn to garbage.
 class CrashStates {
  public:
   struct State {
-    test::MemoryIO& file;      // the recording; as it was when the call returns
-    std::string const* image;  // what the images' name leads to, or null
-    int64 promised;            // packets, -1 before the first promise
-    int64 garbage;             // the sector that is garbage, -1 for none
+    test::MemoryIO& file;                   // the recording; as it was when the call returns
+    std::map<int, test::MemoryIO>& others;  // the files next to it that have a name, by number
+    int64 promised;                         // packets, -1 before the first promise
+    int64 garbage;  // the sector of the recording that is garbage, -1 for none
   };
   using Visit = std::function<bool(State const&)>;  // false: enough
 
@@ -44,19 +47,29 @@ class CrashStates {
   struct File {
     std::vector<unsigned char> durable;
     std::vector<Piece> pending;
+    std::size_t length = 0;  // what the storage has as such
   };
   enum Length { kOld, kNew };
 
   template <class Visitor>
   void Walk(Visitor visitor);
   void Take(Op const& op);
-  void Gather(int image);
+  void Gather(std::set<int> const& named);
   void Everything();
   void Torn();
   void Subsets();
   void Garbage();
   void Random(int rounds);
-  void Emit(Length length, int64 garbage = -1);
+  void Emit(Length length, Piece const* garbage = nullptr);
+  void Build(Length length);
+  void Spoil(Piece const& piece);
+  std::vector<unsigned char>& Bytes(int file) {
+    return file == 0 ? _file.bytes : _others[file].bytes;
+  }
+  File const& Of(Piece const& piece) const {
+    return _files[static_cast<std::size_t>(piece.op->file)];
+  }
+  bool LengthsAreStored() const;
   bool Overwrites(Piece const& piece) const;
   bool Changes(Piece const& piece) const;
   int64 Sector(Piece const& piece) const { return piece.At() / _sector; }
@@ -73,14 +86,14 @@ class CrashStates {
   // At the current point:
   std::size_t _at = 0;       // of the last operation
   std::vector<File> _files;  // by number
-  std::vector<int> _named;   // the images that the name may lead to, 0 for none
+  // The files next to the recording that may have names, last as it is without a power cut.
+  std::vector<std::set<int>> _named;
   int64 _promised = -1;
-  // Of the current image:
-  int _image = 0;
+  // With some of them:
   std::vector<Piece> _pieces;  // what may be lost
   std::vector<char> _keep;     // which of them are not
   test::MemoryIO _file;
-  std::string _imageBytes;
+  std::map<int, test::MemoryIO> _others;
 };
 
 }  // namespace kestro::crash

@@ -18,15 +18,21 @@ struct Verdict {
 // Opens and plays files with the demuxer element.
 class Judge {
  public:
-  explicit Judge(Recorded const& recorded) : _recorded(recorded), _playing(&_repaired) {}
+  // A judge that is `trusting` checks no checksums.
+  explicit Judge(Recorded const& recorded, bool trusting = false)
+      : _recorded(recorded), _trusting(trusting), _playing(&_repaired) {}
 
-  // `image`, unless null, is applied first. The first `promised` packets must be there.
-  Verdict Play(test::MemoryIO& file, std::string const* image, int64 promised);
+  // A recording that cannot be played as it is is repaired with the newest image in the other
+  // files. The first `promised` packets must be there.
+  Verdict Play(test::MemoryIO& file, std::map<int, test::MemoryIO>& others, int64 promised);
 
  private:
+  Verdict Play(test::MemoryIO& file, int64 promised);
+  std::vector<unsigned char> NewestImage(std::map<int, test::MemoryIO>& others) const;
   void Compare(stream::Packet const& packet, Verdict& verdict);
 
   Recorded const& _recorded;
+  bool const _trusting;
   test::MemoryIO _repaired;
   test::Playing _playing;
   std::vector<std::vector<char>> _seen;  // per track, which samples were delivered
@@ -35,6 +41,7 @@ class Judge {
 
 // Puts headers and index of a sync where they belong, as a repair does. What was recorded after it
 // goes; an image that cannot be one leaves the file as it is.
-void ApplyImage(std::vector<unsigned char>& file, std::string const& image, std::size_t header);
+void ApplyImage(std::vector<unsigned char>& file, std::vector<unsigned char> const& image,
+                std::size_t header);
 
 }  // namespace kestro::crash

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "base/LittleEndian.h"
+
 namespace kestro::crash {
 
 namespace {
@@ -61,11 +63,63 @@ void ImageBeforeBarrier(Ops& sync) {
   std::rotate(barrier, barrier + 1, sync.end() - 1);
 }
 
+bool Grows(Ops const& sync) {
+  return std::any_of(sync.begin(), sync.end(), [](Op const& op) { return op.kind == Op::kName; });
+}
+
+// The last write to another file is that of an image, and the one before it that of the slot's
+// head.
+Ops::iterator ImageIn(Ops& sync) {
+  auto op = sync.end() - 1;
+  while (op->kind != Op::kWrite || op->file == 0) --op;
+  return op;
+}
+
+void SealSlot(Ops::iterator image) {
+  auto* const head = reinterpret_cast<unsigned char*>((image - 1)->bytes.data());
+  base::Store32(head + 8,
+                tool::Crc32(image->bytes.data(), image->bytes.size(), tool::Crc32(head, 8)));
+}
+
+// The image is a file of its own, which takes the name of the one before.
+void Rename(Ops& sync, int& last) {
+  auto const image = ImageIn(sync);
+  std::string const bytes = image->bytes;
+  auto const barrier = Barrier(sync, 0) + 1;
+  int const fresh = last < 100 ? 100 : last + 1;
+  Ops const renamed = {
+      {Op::kWrite, fresh, 0, bytes}, {Op::kFlush, fresh}, {Op::kName, fresh, last}, {Op::kFolder}};
+  last = fresh;
+  sync.erase(barrier, sync.end() - 1);
+  sync.insert(sync.end() - 1, renamed.begin(), renamed.end());
+}
+
+// The old file loses its name as soon as the new one has its own.
+void RemoveEarly(Ops& sync) {
+  auto const isName = [](Op const& op) { return op.kind == Op::kName; };
+  auto const made = std::find_if(sync.begin(), sync.end(), isName) + 1;
+  auto const removed = std::find_if(made, sync.end(), isName);
+  std::rotate(made, removed, removed + 1);
+}
+
+// Every image goes into the first slot.
+void SameSlot(Ops& sync) {
+  auto const image = ImageIn(sync);
+  (image - 1)->at = 4096;
+  image->at = 4096 + 16;
+}
+
 // The index lacks its last entry: what the last write of entries has, from its end.
 void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
   std::string const none(16, '\0');
+  if (image) {
+    auto const op = ImageIn(sync);
+    op->bytes.replace(op->bytes.size() - 16, 16, none);
+    SealSlot(op);
+    return;
+  }
   for (auto op = sync.rbegin(); op != sync.rend(); ++op) {
-    if (op->kind != Op::kWrite || (op->file != 0) != image) continue;
+    if (op->kind != Op::kWrite) continue;
     int64 const end = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12);
     for (int64 at = entries + (end - entries) / 16 * 16 - 16; at >= std::max(entries, op->at);
          at -= 16) {
@@ -92,10 +146,20 @@ std::vector<Plant> Plants(Recorded const& recorded) {
   plant("promise before the last barrier", PromiseEarly);
   plant("count off by one", [&](Ops& sync) { OneEntryLess(sync, entries, front, image); });
   if (image) {
+    auto const growing = [](Edit const& edit) {
+      return [edit](Ops& sync) {
+        if (Grows(sync)) edit(sync);
+      };
+    };
     plant("image before the data", FrontFirst);
     plant("image before the data is durable", ImageBeforeBarrier);
-    plant("no barrier behind the image", drop(1));
-    plant("no barrier behind its name", drop(2));
+    plant("no barrier after the image", drop(1));
+    plant("one slot for all images", SameSlot);
+    plants.push_back({"checksums not checked", ops, true});
+    plant("rename instead of slots", [last = 1](Ops& sync) mutable { Rename(sync, last); });
+    plant("no barrier after the name of a larger file", growing(drop(2)));
+    plant("no barrier after a larger file", growing(drop(1)));
+    plant("a larger file is durable after the old one is removed", growing(RemoveEarly));
   } else {
     plant("no barrier behind the headers", drop(-1));
     plant("headers before the data", FrontFirst);

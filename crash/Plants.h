@@ -8,6 +8,7 @@ namespace kestro::crash {
 struct Plant {
   std::string name;
   Ops ops;
+  bool trusting = false;  // the bug is in who reads: checksums are not checked
 };
 
 // Every bug that can be planted into a recording of this mode.

@@ -8,14 +8,15 @@ namespace kestro::crash {
 
 namespace {
 
-thread_local CrashLog* handedTo = nullptr;
+thread_local tool::SlotFile* handedTo = nullptr;
 
 void OnImage(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned) {
-  handedTo->KeepImage(std::string(data, data + size));
+  handedTo->Store(data, size);
 }
 
 constexpr unsigned kIndexSize = 8 + 16 * 512;
-unsigned char junk[28];  // so that the index entries begin at a multiple of 16, in place
+constexpr unsigned kSlot = 8192;  // half of what the last image takes
+unsigned char junk[28];           // so that the index entries begin at a multiple of 16, in place
 
 void Configure(test::Recording& recording, Mode mode, base::Object& tags) {
   auto& muxer = *recording.muxer;
@@ -62,8 +63,10 @@ char const* Name(Mode mode) {
 Recorded Record(Mode mode) {
   Recorded recorded{mode, {}, std::vector<std::vector<Sample>>(3)};
   CrashLog log;
-  handedTo = &log;
   LogIO file(log);
+  LogFolder folder(log);
+  tool::SlotFile slots("sync", kSlot, &folder);
+  handedTo = &slots;
   std::mt19937 random(7);
   test::RegisterClasses();
   std::unique_ptr<base::Object> const tags(
@@ -107,7 +110,7 @@ Recorded Record(Mode mode) {
     ok = recording.Close() && ok;
   }
   log.Add({Op::kPromise, 0, number});
-  if (mode == Mode::kCallback) log.RemoveImage();
+  slots.Remove();
 
   std::string const bytes(file.bytes.begin(), file.bytes.end());
   recorded.front = Find(bytes, "movi") + 4;

@@ -37,11 +37,26 @@ ffmpeg -nostdin -v error -f lavfi -i "testsrc2=d=8:size=320x180:r=$fps,noise=all
   picture_hashes whole.avi >whole.hashes || { echo "no input to record"; exit 1; }
 for track in 0 1; do packets $track whole.avi >"whole.$track"; done
 
+# The newest image in a side file: of its two slots, that with the higher number and a right
+# checksum.
+image() { # image FILE
+  local size at generation length sum from='' newest=0 bytes=0
+  size=$(od -A n -t u4 -j 12 -N 4 "$1" 2>/dev/null) || return
+  for at in 4096 $((4096 + size)); do
+    read -r generation length sum < <(od -A n -t u4 -j "$at" -N 12 "$1")
+    [[ $generation -gt $newest && $sum -eq $({ slice "$at" 8 "$1"; slice $((at + 16)) "$length" "$1"; } |
+      gzip -1 | tail -c 8 | od -A n -t u4 -N 4) ]] || continue
+    newest=$generation from=$((at + 16)) bytes=$length
+  done
+  [[ -z $from ]] || slice $from "$bytes" "$1"
+}
+slice() { tail -c +$(($1 + 1)) "$3" | head -c "$2"; }
+
 # How many chunks of an id the index in front of the data, or in a side file, names.
 entries() { # entries ID FILE
   local front
   if [[ $2 == *.sync ]]; then
-    grep -ao "$1" "$2" | wc -l
+    image "$2" | grep -ao "$1" | wc -l
   else
     front=$(head -c 1M "$2" | grep -abo movi | head -1)
     head -c "${front%%:*}" "$2" | grep -ao "$1" | wc -l

@@ -30,12 +30,12 @@ struct Findings {
 };
 
 Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long wanted, long every,
-                 bool firstOnly) {
+                 bool firstOnly, bool trusting = false) {
   Findings found;
-  Judge judge(recorded);
+  Judge judge(recorded, trusting);
   CrashStates* states = nullptr;
   CrashStates all(ops, recorded.front, sector, every, [&](CrashStates::State const& state) {
-    Verdict const verdict = judge.Play(state.file, state.image, state.promised);
+    Verdict const verdict = judge.Play(state.file, state.others, state.promised);
     bool const bad = state.promised >= 0 && !verdict.Good();
     if (state.garbage >= 0) {
       ++found.garbage;
@@ -85,7 +85,7 @@ bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings 
 
 bool ReportPlant(std::FILE* out, Recorded const& recorded, Plant const& plant) {
   for (unsigned sector : kSectors) {
-    Findings const found = Explore(recorded, plant.ops, sector, 1000, 1, true);
+    Findings const found = Explore(recorded, plant.ops, sector, 1000, 1, true, plant.trusting);
     if (found.Good()) continue;
     std::fprintf(out, "  found, %s: %s\n", plant.name.c_str(), found.first.c_str());
     return true;

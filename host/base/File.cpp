@@ -1,7 +1,10 @@
 #include "base/File.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +13,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 
 namespace kestro::base {
 
@@ -18,7 +22,8 @@ namespace {
 struct OpenFile {
   int fd;
   int64 position;
-  std::string unsynced;  // the path of a new file until its name is durable
+  std::string unsynced = {};       // the path of a new file until its name is durable
+  std::optional<bool> onFat = {};  // known once it has been synced
 };
 
 OpenFile& Of(void* file) { return *static_cast<OpenFile*>(file); }
@@ -90,21 +95,46 @@ unsigned WriteAt(int fd, int64 at, void const* data, unsigned size) {
   });
 }
 
-bool Durable(int fd, int (*sync)(int)) {
+template <class Call>
+int Retrying(Call call) {
   int result;
-  do result = sync(fd);
+  do result = call();
   while (result != 0 && errno == EINTR);
-  // A pipe or device has nothing to make durable.
-  return result == 0 || errno == EINVAL || errno == EROFS;
+  return result;
 }
 
-// Makes the name of a file durable. A folder that may not be read cannot be told to.
+// In doubt it is: the barrier there is good everywhere.
+bool OnFat(int fd) {
+  struct statfs about = {};
+  return Retrying([&] { return fstatfs(fd, &about); }) != 0 || about.f_type == MSDOS_SUPER_MAGIC;
+}
+
+// What an error has made read-only is not written any more: syncfs succeeds and does nothing.
+bool SyncFileSystem(int fd) {
+  if (Retrying([fd] { return syncfs(fd); }) != 0) return false;
+  struct statfs about = {};
+  if (Retrying([&] { return fstatfs(fd, &about); }) != 0 || (about.f_flags & ST_RDONLY) == 0)
+    return true;
+  errno = EROFS;
+  return false;
+}
+
+// On FAT the system may have moved a new size to the block of the directory that holds it, which
+// neither fsync nor fdatasync writes then. syncfs does, but there it does not make the device empty
+// its cache, as the other two do.
+bool Durable(int fd, bool onFat, int (*sync)(int)) {
+  if (onFat && !SyncFileSystem(fd)) return false;
+  // A pipe or device has nothing to make durable.
+  return Retrying([=] { return sync(fd); }) == 0 || errno == EINVAL;
+}
+
+// Makes the names in a file's folder durable. A folder that may not be read cannot be synced.
 bool SyncFolder(std::string const& path) {
   auto const slash = path.rfind('/');
   int const folder =
       OpenRetrying(slash == path.npos ? "." : path.substr(0, slash + 1), O_RDONLY | O_DIRECTORY);
   if (folder < 0) return errno == EACCES;
-  bool const durable = Durable(folder, fsync);
+  bool const durable = Durable(folder, OnFat(folder), fsync);
   int const why = errno;
   close(folder);
   errno = why;
@@ -187,21 +217,22 @@ int64 File::Size(void* file) {
 }
 
 bool File::Truncate(void* file, int64 size) {
-  int result;
-  do result = ftruncate(Of(file).fd, size);
-  while (result != 0 && errno == EINTR);
-  return result == 0;
+  return Retrying([=] { return ftruncate(Of(file).fd, size); }) == 0;
 }
 
 bool File::Flush(void*) { return true; }
 
 bool File::Sync(void* file) {
   OpenFile& open = Of(file);
-  if (!Durable(open.fd, fdatasync) || (!open.unsynced.empty() && !SyncFolder(open.unsynced)))
-    return false;
+  if (!open.onFat) open.onFat = OnFat(open.fd);
+  bool const onFat = *open.onFat;  // where syncfs writes names, too
+  if (!Durable(open.fd, onFat, fdatasync)) return false;
+  if (!open.unsynced.empty() && !onFat && !SyncFolder(open.unsynced)) return false;
   open.unsynced.clear();
   return true;
 }
+
+bool File::SyncData(void* file) { return Durable(Of(file).fd, false, fdatasync); }
 
 int File::Handle(void* file) { return file != nullptr ? Of(file).fd : -1; }
 
@@ -274,6 +305,8 @@ unsigned FileIO::Write(void const* data, unsigned size) {
 }
 
 bool FileIO::Flush() { return _file != nullptr && Note(File::Sync(_file)); }
+
+bool FileIO::FlushData() { return _file != nullptr && Note(File::SyncData(_file)); }
 
 int FileIO::Handle() { return File::Handle(_file); }
 

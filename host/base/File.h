@@ -29,15 +29,20 @@ class KESTRO_API File {
   static int64 Tell(void* file);
   static int64 Size(void* file);  // -1 on failure
   static bool Truncate(void* file, int64 size);
-  // Nothing is buffered here: after Write the data survives the process. Sync makes it durable, and
-  // the name of a new file too: it then survives the machine.
+  // Nothing is buffered here: after Write the data survives the process. Sync makes data, size and,
+  // of a new file, name durable: they then survive the machine. On FAT that takes syncfs, which
+  // writes what others have written to the same file system, too (and whose errors Linux reports
+  // from 5.8 on), followed by fdatasync; elsewhere fdatasync. SyncData is enough, and cheaper on
+  // FAT, while the size is that of the last Sync.
   static bool Flush(void* file);
   static bool Sync(void* file);
+  static bool SyncData(void* file);
   static int Handle(void* file);
   static bool Delete(char const* path);
-  // Renames a file, in place of one that has the new name, and makes the new name durable: whenever
-  // the machine crashes, one of the two files has it, whole. The file itself is made durable first,
-  // by Sync. On failure errno tells why; the file may have its new name then, but not durably.
+  // Renames a file, in place of one that has the new name, and makes the new name durable. The file
+  // itself is made durable first, by Sync. Whenever the machine crashes, one of the two files has
+  // the name, whole; but on FAT a crash before this returns may leave it to an empty file. On
+  // failure errno tells why; the file may have its new name then, but not durably.
   static bool Rename(char const* from, char const* to);
 
   // Mounts a folder for a drive letter, null unmounts. Of all threads.
@@ -46,8 +51,10 @@ class KESTRO_API File {
   static void TemporaryFolder(char const* folder);
 };
 
-// A byte stream over a file. Flush makes the data durable: it then survives a crash of the machine;
-// what was written without it survives a crash of the process only.
+// A byte stream over a file. What was written survives a crash of the process; Flush makes it
+// durable, as File::Sync does: it then survives a crash of the machine and a power cut. A failed
+// Flush may have lost what it should have stored: a later one that succeeds proves nothing about
+// it.
 class KESTRO_API FileIO : public IO {
  public:
   // Opens; Opened() tells whether it worked, Error() why not.
@@ -63,6 +70,7 @@ class KESTRO_API FileIO : public IO {
   unsigned Read(void* data, unsigned size) override;
   unsigned Write(void const* data, unsigned size) override;
   bool Flush() override;
+  bool FlushData() override;  // as File::SyncData
   int Handle() override;
   bool Truncate(int64 size) override;
   int Error() override { return _error; }

@@ -27,8 +27,10 @@ class KESTRO_API IO : public Object {
   virtual unsigned Read(void* data, unsigned size) = 0;
   // Bytes written: fewer than asked for only when the rest failed.
   virtual unsigned Write(void const* data, unsigned size) = 0;
-  // See each class for what the data survives after it.
+  // Each class says which crash, of the process or of the machine, the data survives after it.
   virtual bool Flush() { return true; }
+  // The same where nothing was written beyond the size that the last Flush has met; may cost less.
+  virtual bool FlushData() { return Flush(); }
   // The underlying file descriptor, -1 where there is none.
   virtual int Handle() { return -1; }
 
@@ -58,6 +60,7 @@ class KESTRO_API IOFilter : public IO {
   unsigned Read(void* data, unsigned size) override { return _io.Read(data, size); }
   unsigned Write(void const* data, unsigned size) override { return _io.Write(data, size); }
   bool Flush() override { return _io.Flush(); }
+  bool FlushData() override { return _io.FlushData(); }
   int Handle() override { return _io.Handle(); }
   int64 GoodEnd() override { return _io.GoodEnd(); }
   bool Truncate(int64 size) override { return _io.Truncate(size); }

@@ -130,9 +130,11 @@ bool AviMuxer::Close() {
   bool const finished = IAviMuxer::Close(*_blkio);
   if (!finished) KESTRO_ERROR("!IAviMuxer::Close(*_blkio)");
   FreeFile();
+  bool const durable = Stream()->Flush();
+  if (!durable) IOError(Stream());
   bool const closed = IMuxer::Close();
   if (!closed) KESTRO_ERROR("!IMuxer::Close()");
-  return finished && closed;
+  return finished && durable && closed;
 }
 
 bool AviMuxer::process(IO&, Packet& packet) {

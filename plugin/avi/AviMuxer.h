@@ -19,7 +19,8 @@ namespace kestro::plugin::avi {
 //
 // Refused with an error: a packet that would carry the finished file past 4 GiB - 1, every packet
 // after it, large or small, and every packet after a write has failed. The file can still be
-// closed. After Close the element takes packets again once Open has been called.
+// closed. Close returns when the file is durable: after a true result it survives a power cut. Then
+// the element takes packets again once Open has been called.
 //
 // Packets may come from any thread. Properties are used while none comes: also "sizeGet", unless by
 // the thread that pushes.

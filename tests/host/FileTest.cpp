@@ -2,6 +2,7 @@
 #include "base/File.h"
 
 #include <gtest/gtest.h>
+#include <linux/magic.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -56,6 +57,47 @@ TEST_F(FileTest, FilesAreReplacedWhole) {
       EXPECT_TRUE(stale.Read(bytes, 8) == 5 && bytes == std::string("stale"));
       EXPECT_TRUE(stale.Close() && descriptors == test::Descriptors());
     }
+}
+
+// The barrier is that of the file system, which is asked once a file. On FAT both calls count, and
+// none does where the system has stopped to write.
+TEST_F(FileTest, TheBarrierIsThatOfTheFileSystem) {
+  struct {
+    long type;
+    bool readOnly;
+    std::string first, second;  // of a new file: the name is durable, too
+    bool done;
+  } const table[] = {
+      {EXT4_SUPER_MAGIC, false, "?d?f", "d", true},
+      {EXFAT_SUPER_MAGIC, false, "?d?f", "d", true},
+      {MSDOS_SUPER_MAGIC, false, "?a?d", "a?d", true},
+      {MSDOS_SUPER_MAGIC, true, "?a?", "a?", false},
+      {-1, false, "?a?d", "a?d", true},  // unknown: as on FAT
+  };
+  for (auto const& row : table) {
+    SCOPED_TRACE(testing::Message() << std::hex << row.type << " " << row.readOnly);
+    test::FileSystem on(row.type, row.readOnly);
+    FileIO io(path.c_str(), "rwbc");
+    EXPECT_EQ(io.Flush(), row.done);
+    EXPECT_EQ(on.Calls(), row.first);
+    EXPECT_EQ(io.Flush(), row.done);
+    EXPECT_EQ(on.Calls(), row.second);
+    EXPECT_EQ(io.Error(), row.done ? 0 : EROFS);
+    EXPECT_TRUE(io.FlushData());
+    EXPECT_EQ(on.Calls(), "d");
+    for (auto call : {test::Call::kSyncAll, test::Call::kSync}) {
+      bool const meets = call == test::Call::kSync || row.second[0] == 'a';
+      {
+        test::SystemFault const fault(call, "/f", 1);
+        EXPECT_EQ(io.Flush(), row.done && !meets);
+      }
+      test::SystemFault const again(call, "/f", 1, true, EINTR);
+      EXPECT_EQ(io.Flush(), row.done);
+    }
+    on.Calls();
+    File::Rename(path.c_str(), (folder / "g").c_str());
+    EXPECT_EQ(on.Calls(), row.second[0] == 'a' ? row.done ? "?a?f" : "?a?" : "?f");
+  }
 }
 
 TEST_F(FileTest, Modes) {

@@ -1,6 +1,7 @@
 // Recording to files on failing disks, and playing them: every call that can fail does, in turn.
 // Streams that fail are fuzzed.
 #include <gmock/gmock.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -192,6 +193,7 @@ TEST_F(Faults, OfTheSystemAreReported) {
       {Call::kWrite, avi, EIO, kError},       {Call::kTruncate, avi, EIO, kError},
       {Call::kWrite, avi, EINTR, kNothing},   {Call::kWrite, avi, SystemFault::kPart, kNothing},
       {Call::kSync, avi, EIO, kError},        {Call::kSync, avi, EINTR, kNothing},
+      {Call::kSyncAll, avi, EIO, kError},  // on FAT
       {Call::kClose, avi, EIO, kError},       {Call::kClose, avi, EINTR, kNothing},
       {Call::kOpen, folder, EIO, kError},     {Call::kOpen, folder, EACCES, kNothing},
       {Call::kSync, folder, EIO, kError},     {Call::kClose, folder, EIO, kNothing},
@@ -203,6 +205,7 @@ TEST_F(Faults, OfTheSystemAreReported) {
     SCOPED_TRACE(testing::Message() << int(c.call) << " of " << c.file << " " << c.error << ", way "
                                     << way << ", call " << nth << " " << forever);
     fs::remove(path);
+    FileSystem const seen(c.call == Call::kSyncAll ? MSDOS_SUPER_MAGIC : 0);
     SystemFault const fault(c.call, c.file, nth, forever, c.error);
     Outcome const o = Record(way, path);
     EXPECT_EQ(descriptors, Descriptors());
@@ -222,7 +225,8 @@ TEST_F(Faults, OfTheSystemAreReported) {
     Point(true, o.Told());
     EXPECT_TRUE(c.call != Call::kClose || !o.closed);
     EXPECT_EQ(fault.Failures(), o.errors);
-    bool const flush = c.call == Call::kSync && c.file == avi && nth > 1;
+    bool const sync = c.call == Call::kSync || c.call == Call::kSyncAll;
+    bool const flush = sync && c.file == avi && nth > 1;
     if (forever && !flush && c.call != Call::kWrite && c.call != Call::kClose) return true;
     ExpectKept(way, o, flush, c.call == Call::kWrite && forever);
     return true;

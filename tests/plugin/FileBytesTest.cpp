@@ -84,6 +84,36 @@ TEST(FileBytes, EveryLayoutIsExact) {
   base::File::Mount('S', nullptr);
 }
 
+// On a full card the index needs the room that the spill file has taken.
+TEST(FileBytes, SpillFilesAreGoneBeforeTheIndexIsWritten) {
+  struct Watch : MemoryIO {
+    unsigned Write(void const* data, unsigned size) override {
+      spilled += !std::filesystem::is_empty(folder);
+      if (std::string_view(static_cast<char const*>(data), size).find("idx1") != std::string::npos)
+        atIndex = std::filesystem::is_empty(folder) ? 0 : 1;
+      return MemoryIO::Write(data, size);
+    }
+    std::string const folder = NewFolder();
+    int spilled = 0, atIndex = -1;
+  } io;
+  base::File::Mount('S', io.folder.c_str());
+  testing::internal::CaptureStdout();
+  {
+    Recording r(&io);
+    r.muxer->Set("diskName", "S");
+    r.muxer->Set("listfile", 1);
+    r.Track(SoundMedia());
+    EXPECT_TRUE(r.Open());
+    for (int i = 0; i < 9000; ++i) EXPECT_TRUE(r.Push(0, std::string(200, 's'), true, i * 40));
+    EXPECT_TRUE(r.Close());
+  }
+  testing::internal::GetCapturedStdout();
+  EXPECT_GT(io.spilled, 0);
+  EXPECT_EQ(io.atIndex, 0);
+  EXPECT_EQ(0, rmdir(io.folder.c_str()));
+  base::File::Mount('S', nullptr);
+}
+
 // The spill file itself. A list goes on behind what was read back; one has nowhere to go.
 TEST(FileBytes, SpillBringsRecordsBack) {
   std::string const folder = NewFolder();

@@ -3,6 +3,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,12 +12,19 @@
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <utility>
 
 namespace kestro::test {
 namespace {
 
 std::mutex mutex;
 SystemFault* current = nullptr;
+
+struct {
+  long type = 0;  // 0: the real one
+  bool readOnly = false;
+  std::string calls;
+} fileSystem;
 
 std::string PathOf(int fd) {
   char path[4096];
@@ -31,6 +40,19 @@ int Meets(Call call, int fd, char const* path = nullptr) {
 std::size_t Readable(int fd, std::size_t size, off_t at) {
   std::lock_guard lock(mutex);
   return current == nullptr ? size : current->Readable(PathOf(fd), size, at);
+}
+
+int Note(char call) {
+  std::lock_guard lock(mutex);
+  if (fileSystem.type != 0) fileSystem.calls += call;
+  return 0;
+}
+
+// No test crashes the machine: none waits for its disks.
+int Synced(char name, Call call, int fd) {
+  Note(name);
+  errno = Meets(call, fd);
+  return errno == 0 ? 0 : -1;
 }
 
 template <class Function>
@@ -100,6 +122,26 @@ int SystemFault::Next(Call call, std::string const& path) {
   return !fails ? 0 : _error == kPart ? -1 : std::abs(_error);
 }
 
+FileSystem::FileSystem(long type, bool readOnly) { fileSystem = {type, readOnly, ""}; }
+
+FileSystem::~FileSystem() { fileSystem = {}; }
+
+std::string FileSystem::Calls() {
+  std::lock_guard lock(mutex);
+  return std::exchange(fileSystem.calls, "");
+}
+
+// What the system answers, with the type and state that a test wants.
+template <class About>
+int Ask(int answer, About* about) {
+  if (fileSystem.type == 0 || answer != 0) return answer;
+  Note('?');
+  about->f_type = static_cast<decltype(about->f_type)>(fileSystem.type);
+  about->f_flags = fileSystem.readOnly ? ST_RDONLY : 0;
+  errno = EIO;
+  return fileSystem.type == -1 ? -1 : 0;
+}
+
 int Descriptors() {
   namespace fs = std::filesystem;
   return static_cast<int>(
@@ -112,10 +154,12 @@ int Descriptors() {
 #define KESTRO_64(name) #name "64"
 #define KESTRO_STANDS_IN extern "C" __attribute__((visibility("default")))
 
+using kestro::test::Ask;
 using kestro::test::Call;
 using kestro::test::Meets;
 using kestro::test::Part;
 using kestro::test::Readable;
+using kestro::test::Synced;
 using kestro::test::Through;
 
 KESTRO_STANDS_IN int open(char const* path, int flags, ...) {
@@ -142,13 +186,15 @@ KESTRO_STANDS_IN int ftruncate(int fd, off_t size) noexcept {
   return Through(Meets(Call::kTruncate, fd), &ftruncate, KESTRO_64(ftruncate), fd, size);
 }
 
-// No test crashes the machine: none waits for its disks.
-KESTRO_STANDS_IN int fdatasync(int fd) {
-  errno = Meets(Call::kSync, fd);
-  return errno == 0 ? 0 : -1;
-}
+KESTRO_STANDS_IN int fdatasync(int fd) { return Synced('d', Call::kSync, fd); }
 
-KESTRO_STANDS_IN int fsync(int fd) { return fdatasync(fd); }
+KESTRO_STANDS_IN int fsync(int fd) { return Synced('f', Call::kSync, fd); }
+
+KESTRO_STANDS_IN int syncfs(int fd) noexcept { return Synced('a', Call::kSyncAll, fd); }
+
+KESTRO_STANDS_IN int fstatfs(int fd, struct statfs* about) noexcept {
+  return Ask(Through(0, &fstatfs, KESTRO_64(fstatfs), fd, about), about);
+}
 
 KESTRO_STANDS_IN int rename(char const* from, char const* to) noexcept {
   return Through(Meets(Call::kRename, -1, to), &rename, "rename", from, to);

@@ -8,7 +8,7 @@
 
 namespace kestro::test {
 
-enum class Call { kOpen, kRead, kWrite, kSync, kTruncate, kClose, kRename };
+enum class Call { kOpen, kRead, kWrite, kSync, kSyncAll, kTruncate, kClose, kRename };
 
 // While it lives, the calls on files whose path ends so are counted, and some fail; one at a time.
 class SystemFault {
@@ -41,6 +41,17 @@ class SystemFault {
   std::int64_t const _from = 0, _to = 0;
   int _count = 0;
   std::atomic<int> _failures{0};
+};
+
+// While it lives, files seem to be on a file system of that type, and read-only where asked; one at
+// a time.
+class FileSystem {
+ public:
+  explicit FileSystem(long type, bool readOnly = false);  // -1: it cannot be asked
+  ~FileSystem();
+  FileSystem(FileSystem const&) = delete;
+  // The calls since the last time: "a" syncfs, "d" fdatasync, "f" fsync, "?" fstatfs.
+  std::string Calls();
 };
 
 // Open descriptors of the process.

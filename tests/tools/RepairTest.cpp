@@ -5,6 +5,7 @@
 
 #include "Errors.h"
 #include "EveryKind.h"
+#include "SlotFile.h"
 #include "support/FileLayout.h"
 #include "verify/Verify.h"
 
@@ -226,6 +227,14 @@ TEST_F(RepairTest, DamageCostsOnlyWhatItHits) {
     }
 }
 
+// In slots, as they are now, the newest after others.
+void PutSlots(std::string const& path, std::vector<std::string> const& images) {
+  SlotFile slots(path);
+  for (std::string const& image : images)
+    EXPECT_TRUE(slots.Store(reinterpret_cast<unsigned char const*>(image.data()),
+                            static_cast<unsigned>(image.size())));
+}
+
 TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
   Recorded const made = Record(kCallback);
   std::string const cut =
@@ -243,20 +252,40 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
       {cut, other, kUnusable},      {cut, mono, kUnusable},
       {cut, "no image", kUnusable}, {headless, made.image, 0},
       {headless, other, kUnusable}};
-  for (auto const& c : cases) {
-    SCOPED_TRACE(&c - cases);
-    Write("in.avi", c.in);
-    Write("image", c.image);
-    EXPECT_EQ(c.refused, Refusal("image"));
-    if (c.refused == 0) {
-      EXPECT_EQ(Mended(), _stored);
+  for (auto const& c : cases)
+    for (bool slots : {false, true}) {
+      SCOPED_TRACE(testing::Message() << &c - cases << " " << slots);
+      Write("in.avi", c.in);
+      if (slots)
+        PutSlots(At("image"), {other, c.image});
+      else
+        Write("image", c.image);
+      EXPECT_EQ(c.refused, Refusal("image"));
+      if (c.refused == 0) {
+        EXPECT_EQ(Mended(), _stored);
+      }
     }
-  }
   EXPECT_EQ(kUnusable, Refusal()) << "without a side file";
   Write("in.avi", cut);
   Write("in.avi.sync", other);
   EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("it is not used")));
   EXPECT_EQ(Mended(), _stored);
+
+  // Two side files: the one with the newer image serves.
+  PutSlots(At("old"), {other});
+  PutSlots(At("new"), {other, made.image});
+  std::string const spoilt = FileText(At("old")).substr(0, 4200);
+  for (std::string const& older : {FileText(At("old")), other, spoilt})
+    for (bool swapped : {false, true}) {
+      SCOPED_TRACE(testing::Message() << older.size() << " " << swapped);
+      Write(swapped ? "in.avi.sync2" : "in.avi.sync", older);
+      Write(swapped ? "in.avi.sync" : "in.avi.sync2", FileText(At("new")));
+      EXPECT_EQ(Mend().image, At(swapped ? "in.avi.sync" : "in.avi.sync2").string());
+      EXPECT_EQ(Mended(), _stored);
+    }
+  fs::remove(At("in.avi.sync"));
+  Write("in.avi.sync2", spoilt);
+  EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("neither of its slots is whole")));
 }
 
 // What the muxer stores differently is told.

@@ -1,9 +1,9 @@
 // Recordings that are kept playable on the way.
-#include "SideFile.h"
+#include <linux/magic.h>
 
 #include "Command.h"
-#include "Plugin.h"
-#include "support/Recording.h"
+#include "SlotFile.h"
+#include "support/MemoryIO.h"
 #include "support/SystemFault.h"
 
 namespace kestro::tool {
@@ -41,15 +41,15 @@ TEST_F(SyncTest, FilesAreThoseOfThePlainMuxer) {
 
 TEST_F(SyncTest, FullReservesAndFaultsAreTold) {
   std::string const record = "record --sync-interval 0.5" + _inputs;
-  fs::create_directories(At("no.avi.sync.new/x"));
+  fs::create_directories(At("no.avi.sync/x"));
   Expect(record, {{"--sync in-place --reserve 800 -o full.avi", 1, "the index reaches 0."},
                   {"--sync in-place --reserve 800 --force -o full.avi", 1, "--reserve-time"},
-                  {"--sync callback -o no.avi", 1, "no.avi.sync: "}});
+                  {"--sync callback --force -o no.avi", 1, "no.avi.sync: "}});
   EXPECT_GT(fs::file_size(At("full.avi")), 1200000u);
   EXPECT_EQ(Run("verify no.avi").code, 0);
 
   // The disk is full before the index is written: what stands beside the file has one.
-  Result const cut = Shell("trap '' XFSZ; ulimit -f 1000; " TEST_TOOL " " + record +
+  Result const cut = Shell("trap '' XFSZ; ulimit -f 2000; " TEST_TOOL " " + record +
                            " --sync callback -o cut.avi");
   EXPECT_EQ(cut.code, 3);
   EXPECT_THAT(cut.err, HasSubstr("cut.avi.sync is kept"));
@@ -59,31 +59,144 @@ TEST_F(SyncTest, FullReservesAndFaultsAreTold) {
   EXPECT_THAT(cut.err, HasSubstr("cut.avi: kept " + std::to_string(kept) + " of "));
   std::string const repair = "repair --image cut.avi.sync cut.avi -o whole.avi";
   Expect("", {{repair, 0, "index of cut.avi.sync"}, {"verify whole.avi", 0, "clean"}});
-  Write("cut.avi.sync", "");
   fs::remove(At("cut.avi"));
+  EXPECT_EQ(Run("record --sync callback -o cut.avi" + _inputs).code, 2);
+  fs::rename(At("cut.avi.sync"), At("cut.avi.sync2"));
   EXPECT_EQ(Run("record --sync callback -o cut.avi" + _inputs).code, 2);
 }
 
-// Its data first, then, under its last name, the folder.
-TEST_F(SyncTest, AnImageIsMadeDurableInTwoSyncs) {
-  LoadAviPlugin(TEST_PLUGIN);
-  test::MemoryIO io;
-  test::Recording recording(&io, "VFIAviMuxer-avi-muxer-vfi");
-  std::pair<std::string, int> const cases[] = {
-      {"/a.avi.sync.new", 1}, {"/a.avi.sync.new", 2}, {_folder, 1}, {_folder, 2}};
-  for (auto const& [path, nth] : cases) {
-    SideFile side(At("a.avi"));
-    ASSERT_TRUE(side.Attach(*recording.muxer));
-    unsigned id = 0;
-    void (*store)(unsigned, unsigned, unsigned char const*, unsigned, unsigned) = nullptr;
-    ASSERT_TRUE(recording.muxer->Get("notifyid", id) &&
-                recording.muxer->Get("periodicSyncCallback", store));
-    test::SystemFault const fault(test::Call::kSync, path, nth);
-    store(id, 0, reinterpret_cast<unsigned char const*>("image"), 5, 0);
-    EXPECT_EQ(fault.Failures(), nth == 1);
-    EXPECT_EQ(side.Fault().empty(), nth == 2);
+// The images of one recording, which outgrow their slots twice.
+class SlotTest : public SyncTest {
+ protected:
+  void SetUp() override {
+    SyncTest::SetUp();
+    _path = At("a.sync");
   }
-  EXPECT_EQ(FileText(At("a.avi.sync")), "image");
+  // Each size has its own image.
+  static std::vector<unsigned char> ImageOf(int size) {
+    std::vector<unsigned char> image(static_cast<std::size_t>(size));
+    for (int i = 0; i < size; ++i) image[static_cast<std::size_t>(i)] = (i + size) & 0xFF;
+    return image;
+  }
+  static bool Store(SlotFile& slots, int size) {
+    return slots.Store(ImageOf(size).data(), static_cast<unsigned>(size));
+  }
+  // The size of the newest image, -1 for none, and how many files there are.
+  int Newest(std::size_t* files = nullptr) const {
+    SlotFile::Image newest, image;
+    std::size_t found = 0;
+    for (std::string const& path : SlotFile::Names(_path)) {
+      found += fs::exists(path);
+      test::MemoryIO file(FileText(path));
+      if (SlotFile::Read(file, image) && image.generation > newest.generation) newest = image;
+    }
+    if (files != nullptr) *files = found;
+    int const size = static_cast<int>(newest.bytes.size());
+    EXPECT_TRUE(newest.bytes == ImageOf(size)) << size;
+    return newest.generation == 0 ? -1 : size;
+  }
+
+  static constexpr int kSlot = 4096;
+  static constexpr int kSizes[] = {100, 101, 0, kSlot - 16, kSlot - 15, 5000, 9000, 9001};
+  std::string _path;
+};
+
+// Only a file that is made takes the barrier of the whole file system, and no size changes after.
+TEST_F(SlotTest, ImagesTakeTurns) {
+  Write("a.sync2", "of an older recording");
+  test::FileSystem fat(MSDOS_SUPER_MAGIC);
+  SlotFile slots(_path, kSlot);
+  EXPECT_TRUE(slots.Remove()) << "nothing yet";
+  std::uintmax_t size = 0;
+  for (int bytes : kSizes) {
+    SCOPED_TRACE(bytes);
+    EXPECT_TRUE(Store(slots, bytes)) << slots.Error();
+    std::size_t files = 0;
+    EXPECT_EQ(Newest(&files), bytes);
+    EXPECT_EQ(files, 1u);
+    bool const made = std::exchange(size, fs::file_size(slots.Path())) != size;
+    EXPECT_EQ(made, bytes == 100 || bytes == kSlot - 15 || bytes == 9000);
+    EXPECT_EQ(fat.Calls(), made ? "?a?d" : "d");
+  }
+  EXPECT_EQ(size, 4096 + 2 * 16384u);
+  EXPECT_TRUE(slots.Remove());
+  EXPECT_FALSE(fs::exists(slots.Path()));
+}
+
+// Whatever fails: what was stored last is still there, and the next image is stored.
+TEST_F(SlotTest, AFaultCostsOnlyItsOwnImage) {
+  using test::Call;
+  std::pair<Call, int> const cases[] = {
+      {Call::kOpen, EACCES}, {Call::kWrite, -ENOSPC}, {Call::kWrite, EIO},
+      {Call::kSync, EIO},    {Call::kClose, EIO},     {Call::kWrite, test::SystemFault::kPart}};
+  for (auto const& [call, error] : cases)
+    for (std::string const& path : SlotFile::Names(_path))
+      for (int nth = 1, met = 1; met > 0; ++nth) {
+        SCOPED_TRACE(testing::Message() << int(call) << " " << error << " " << path << " " << nth);
+        SlotFile slots(_path, kSlot);
+        test::SystemFault const fault(call, path, nth, false, error);
+        int last = -1;
+        for (int bytes : kSizes) {
+          int const failures = fault.Failures();
+          bool const fails = !Store(slots, bytes);
+          bool const must = call != Call::kClose && error != test::SystemFault::kPart;
+          EXPECT_EQ(fails, must && fault.Failures() > failures);
+          if (fails) {
+            EXPECT_THAT(slots.Error(), HasSubstr(path + ": "));
+          }
+          // What could not be made durable may be there all the same.
+          int const newest = Newest();
+          EXPECT_TRUE(newest == bytes || (fails && newest == last)) << newest;
+          last = newest;
+        }
+        met = fault.Failures();
+        EXPECT_TRUE(slots.Remove());
+      }
+}
+
+// No damage gives back another image than one of the two.
+TEST_F(SlotTest, DamageIsFound) {
+  constexpr int kNone = -1, kOlder = 700, kNewer = 800;
+  {
+    SlotFile slots(_path, kSlot);
+    Store(slots, kOlder);
+    Store(slots, kNewer);
+  }
+  std::string const bytes = FileText(_path);
+  constexpr std::size_t kFirst = 4096, kSecond = kFirst + kSlot;
+  struct {
+    std::size_t from, size;  // of what turns to garbage
+    int newest;
+  } const table[] = {
+      {0, 512, kNone},
+      {12, 4, kOlder},
+      {0, bytes.size(), kNone},
+      {512, 4096 - 512, kNewer},
+      {kFirst, kSlot, kNewer},
+      {kFirst, 1, kNewer},
+      {kFirst, bytes.size() - kFirst, kNone},
+      {kSecond, 4, kOlder},
+      {kSecond + 4, 4, kOlder},
+      {kSecond + 8, 4, kOlder},
+      {kSecond + 16, 1, kOlder},
+      {kSecond + 16 + kNewer - 1, 1, kOlder},
+      {kSecond + 16 + kNewer, 512, kNewer},
+      {kSecond, kSlot, kOlder},
+  };
+  for (auto const& row : table) {
+    SCOPED_TRACE(testing::Message() << row.from << " " << row.size);
+    std::string damaged = bytes;
+    for (std::size_t i = 0; i < row.size; ++i) damaged[row.from + i] ^= 0x5A;
+    Write("a.sync", damaged);
+    EXPECT_EQ(Newest(), row.newest);
+  }
+  for (std::size_t length = 0; length < bytes.size(); length += 100) {
+    SCOPED_TRACE(length);
+    Write("a.sync", bytes.substr(0, length));
+    EXPECT_EQ(Newest(), length >= kSecond + 16 + kNewer  ? kNewer
+                        : length >= kFirst + 16 + kOlder ? kOlder
+                                                         : kNone);
+  }
 }
 
 TEST_F(SyncTest, WrongOptions) {

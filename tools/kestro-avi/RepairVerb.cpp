@@ -21,7 +21,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->required()
       ->type_name("OUT.avi");
   app.add_option("--image", _job.image,
-                 "The side file of headers and index; IN.sync is found by itself")
+                 "The side file of headers and index; that of IN is found by itself")
       ->type_name("FILE");
   app.add_option("--fps", _rate, "Frame rate of the video, overrides that of IN")
       ->type_name("N[/D]");

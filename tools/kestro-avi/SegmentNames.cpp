@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "SlotFile.h"
 #include "output/NumberedFiles.h"
 
 namespace kestro::tool {
@@ -42,10 +43,11 @@ std::string SegmentNames::Next() {
 // Why a file cannot be written; empty when it can.
 std::string SegmentNames::Obstacle(std::string const& name) const {
   std::string why = Obstacle(name, " (--force overwrites it)");
-  if (why.empty() && !_beside.empty())
-    why =
-        Obstacle(name + _beside,
-                 ", the headers and index of a recording that was cut off (--force overwrites it)");
+  for (std::string const& beside : SlotFile::Names(name + _beside))
+    if (why.empty() && !_beside.empty())
+      why = Obstacle(
+          beside,
+          ", the headers and index of a recording that was cut off (--force overwrites it)");
   return why;
 }
 

@@ -11,8 +11,8 @@ namespace kestro::tool {
 // Numbers of files that exist are left out, unless they may be overwritten; inputs always are.
 class SegmentNames {
  public:
-  // `beside`: the ending of a further file that each one has, or empty. Throws Error for a name
-  // with a % that is not one number, and when the first file cannot be written.
+  // `beside`: the ending of the file of slots that each one has next to it, or empty. Throws Error
+  // for a name with a % that is not one number, and when the first file cannot be written.
   SegmentNames(std::string const& output, std::string const& beside, bool force,
                std::vector<std::string> const& inputs);
 

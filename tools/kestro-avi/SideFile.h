@@ -1,16 +1,17 @@
-// Headers and index of a recording in a file beside it.
+// Headers and index of a recording in a file next to it.
 #pragma once
 
 #include <string>
 
+#include "SlotFile.h"
 #include "base/Object.h"
 
 namespace kestro::tool {
 
-// "OUT.avi.sync" holds the last image that the muxer of OUT.avi has handed over, byte for byte: the
+// "OUT.avi.sync" holds the last image that the muxer of OUT.avi has handed over, in slots: the
 // headers, which go to the beginning of OUT.avi and end with the head of the list movi, and the
-// index, which goes behind the data. Each image is written under another name ("....new"), made
-// durable and renamed: whenever the machine crashes, the file is whole.
+// index, which goes after the data. Whenever the machine crashes, the image of the last sync, or a
+// newer one, is whole. (It may be in "OUT.avi.sync2": see SlotFile.)
 class SideFile {
  public:
   static constexpr char kEnding[] = ".sync";
@@ -23,17 +24,16 @@ class SideFile {
   bool Attach(base::Object& muxer);  // which must be closed before this goes; false: refused
   void Remove();                     // when the recording holds its index itself
 
-  std::string const& Path() const { return _path; }
+  std::string const& Path() const { return _slots.Path(); }
   // Why an image could not be stored; empty when all could. The file then holds an older one.
   std::string const& Fault() const { return _fault; }
 
  private:
-  void Store(unsigned char const* data, unsigned size);
+  void Note(bool done);
 
-  std::string const _path;
+  SlotFile _slots;
   unsigned const _id;  // by which the muxer's function, which is one for all, finds it
   std::string _fault;
-  bool _stored = false;
 };
 
 }  // namespace kestro::tool

@@ -22,6 +22,7 @@ bool MayBeFull(int error) {
 bool IAviMuxer::Close(IO& io) {
   if (_root == nullptr) return false;
   updateStream();
+  for (IStream* stream : _streams) stream->EndSpill();
   RestoreOrder();
   io.Seek(0, IO::kEnd);
   if (!io.Flush()) CutLost(io);

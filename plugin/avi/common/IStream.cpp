@@ -77,6 +77,11 @@ bool IStream::MuxUpdate() {
   return muxUpdate();
 }
 
+void IStream::EndSpill() {
+  delete _listFile;
+  _listFile = nullptr;
+}
+
 void IStream::UpdateLength() {
   if (cstrh* header = Header()) header->dwLength = Length();
 }

@@ -80,6 +80,9 @@ class IStream : public Object {
 
   // Brings spilled records back and the header up to date.
   virtual bool MuxUpdate();
+  // Removes the file of spilled records, which are back: a full device needs its room for the
+  // index.
+  void EndSpill();
   virtual bool muxConfig(Object* vidtag) = 0;
   virtual void muxReset() {}
   virtual bool muxUpdate() { return true; }

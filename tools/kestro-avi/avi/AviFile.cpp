@@ -14,17 +14,17 @@ static constexpr std::size_t kMaxTracks = 100;  // chunk codes have two digits
 
 static constexpr unsigned kRiff = Convert4("RIFF"), kMovi = Convert4("movi");
 
-AviFile::AviFile(std::string const& path) : _reader(path) {
+void AviFile::Read(std::string const& name) {
   Chunk riff;
   if (!_reader.Header(0, Size(), riff) || riff.id != kRiff)
-    throw Error(kUnusable, path + ": not a RIFF file: no RIFF at offset 0");
+    throw Error(kUnusable, name + ": not a RIFF file: no RIFF at offset 0");
   if (riff.type != Convert4("AVI "))
-    throw Error(kUnusable, path + ": a RIFF file of type \"" + CodeText(riff.type) +
+    throw Error(kUnusable, name + ": a RIFF file of type \"" + CodeText(riff.type) +
                                "\" at offset 8, not AVI");
   Walk(0, Size(), 0);
   ReadTracks();
   if (_tracks.empty())
-    throw Error(kUnusable, path + ": an AVI file without stream headers: " + HeaderPlace());
+    throw Error(kUnusable, name + ": an AVI file without stream headers: " + HeaderPlace());
   FindIndex();
   Count();
   Time();

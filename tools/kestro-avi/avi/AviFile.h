@@ -2,7 +2,9 @@
 // damaged ones too, as far as they can be understood.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "avi/AviTrack.h"
@@ -15,7 +17,11 @@ class AviFile {
   enum class Index { kNone, kFirst, kLast };  // where it stands, seen from the data
 
   // Reads everything but the data. Throws Error for what is not an AVI file.
-  explicit AviFile(std::string const& path);
+  explicit AviFile(std::string const& path) : _reader(path) { Read(path); }
+  AviFile(std::unique_ptr<base::IO> file, std::string const& name)
+      : _reader(std::move(file), name) {
+    Read(name);
+  }
 
   int64 Size() const { return _reader.Size(); }
   std::vector<Chunk> const& Tree() const { return _tree; }  // in file order, without the data
@@ -51,6 +57,7 @@ class AviFile {
   RiffReader& Reader() { return _reader; }
 
  private:
+  void Read(std::string const& name);
   void Walk(int64 begin, int64 limit, int depth);
   void Unfinished(Chunk& chunk, int64 limit);
   void ReadTracks();

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "base/File.h"
 #include "base/LittleEndian.h"
 
 namespace kestro::tool {
@@ -30,9 +31,8 @@ bool IsDataCode(unsigned code) {
          at(3) < 0x80 && std::isalnum(at(3));
 }
 
-// The path for the host, to which "S:/name" would be a name on a drive. Opening a pipe would wait
-// for its other end.
-static std::string CheckedPath(std::string const& path) {
+// For the host "S:/name" would be a name on a drive. Opening a pipe would wait for its other end.
+static std::unique_ptr<base::IO> OpenFile(std::string const& path) {
   std::error_code failed;
   auto const status = std::filesystem::status(path, failed);
   if (!std::filesystem::exists(status))
@@ -40,20 +40,22 @@ static std::string CheckedPath(std::string const& path) {
   if (std::filesystem::is_directory(status)) throw Error(kIo, path + ": is a directory");
   if (!std::filesystem::is_regular_file(status) && !std::filesystem::is_block_file(status))
     throw Error(kIo, path + ": is not a file");
-  return std::filesystem::absolute(path);
+  auto file = std::make_unique<base::FileIO>(std::filesystem::absolute(path).c_str(), "rb");
+  if (!file->Opened()) throw Error(kIo, path + ": " + std::strerror(file->Error()));
+  return file;
 }
 
-RiffReader::RiffReader(std::string const& path)
-    : _file(CheckedPath(path).c_str(), "rb"), _reader(_file, kBlock) {
-  if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
-  _size = _file.Size();
-  if (_size < 0) throw Error(kIo, path + ": its size is unknown");
+RiffReader::RiffReader(std::string const& path) : RiffReader(OpenFile(path), path) {}
+
+RiffReader::RiffReader(std::unique_ptr<base::IO> file, std::string const& name)
+    : _file(std::move(file)), _reader(*_file, kBlock), _size(_file->Size()) {
+  if (_size < 0) throw Error(kIo, name + ": its size is unknown");
 }
 
 unsigned RiffReader::Read(int64 offset, void* data, unsigned size) {
   if (offset < 0 || offset >= _size) return 0;
   size = static_cast<unsigned>(std::min<int64>(size, _size - offset));
-  base::IO* const io = size < kBlock ? static_cast<base::IO*>(&_reader) : &_file;
+  base::IO* const io = size < kBlock ? static_cast<base::IO*>(&_reader) : _file.get();
   if (!io->Seek(offset, base::IO::kBegin)) return 0;
   unsigned const n = io->Read(data, size);
   return n == base::IO::kFailed ? 0 : n;

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "base/File.h"
 #include "base/FourCC.h"
 #include "base/IO.h"
 
@@ -40,6 +40,7 @@ struct Chunk {
 class RiffReader {
  public:
   explicit RiffReader(std::string const& path);  // throws Error
+  RiffReader(std::unique_ptr<base::IO> file, std::string const& name);
 
   int64 Size() const { return _size; }
   // Reads up to `size` bytes; returns how many there were.
@@ -56,7 +57,7 @@ class RiffReader {
   int64 ScanData(int64 begin, int64 end, DataSink const& sink);
 
  private:
-  base::FileIO _file;
+  std::unique_ptr<base::IO> _file;
   base::IOBlockReader _reader;
   int64 _size = 0;
 };

@@ -21,8 +21,8 @@ class NewFile {
   static std::string TemporaryOf(std::string const& path) { return path + ".part"; }
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }
-  // Returns its size, for people.
-  std::string Keep();
+  // Returns its size, for people. What has been made durable can get a durable name.
+  std::string Keep(bool durably = false);
 
  private:
   std::string _path, _temporary;

@@ -1,13 +1,52 @@
 #include "repair/Image.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "Errors.h"
+#include "SideFile.h"
+#include "base/File.h"
 #include "repair/Salvage.h"
 
 namespace kestro::tool {
 
-Image::Image(std::string const& path) : _avi(path), _head(ReadHead(_avi, path)) {
+namespace fs = std::filesystem;
+
+// False when it is no file of slots.
+static bool ReadSlots(std::string const& path, SlotFile::Image& image) {
+  std::error_code none;
+  if (!fs::is_regular_file(path, none)) return false;  // opening a pipe would wait
+  base::FileIO file(fs::absolute(path).c_str(), "rb");
+  return SlotFile::Read(file, image);
+}
+
+static AviFile OpenImage(std::string const& path) {
+  SlotFile::Image image;
+  if (!ReadSlots(path, image)) return AviFile(path);
+  if (image.generation == 0) throw Error(kUnusable, path + ": neither of its slots is whole");
+  auto const size = static_cast<unsigned>(image.bytes.size());
+  auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(size), false);
+  if (memory->Write(image.bytes.data(), size) != size)
+    throw Error(kIo, path + ": no memory for it");
+  return AviFile(std::move(memory), path);
+}
+
+std::string Image::Find(std::string const& recording) {
+  std::string found;
+  unsigned newest = 0;
+  for (std::string const& path : SlotFile::Names(recording + SideFile::kEnding)) {
+    std::error_code none;
+    if (!fs::exists(path, none)) continue;
+    SlotFile::Image image;
+    ReadSlots(path, image);
+    if (!found.empty() && image.generation <= newest) continue;
+    found = path;
+    newest = image.generation;
+  }
+  return found;
+}
+
+Image::Image(std::string const& path) : _avi(OpenImage(path)), _head(ReadHead(_avi, path)) {
   RiffReader& reader = _avi.Reader();
   bool const there = reader.Header(_head.data, reader.Size(), _index);
   if (!there && reader.Size() <= _head.data) return;

@@ -1,5 +1,6 @@
 // The side file of a recording whose headers and index were handed to its application: the head up
-// to the first byte of data, and behind it the index of all packets that were written by then.
+// to the first byte of data, followed by the index of all packets that were written by then. It
+// holds this image in slots (SlotFile.h), or, from an older recorder, is the image.
 #pragma once
 
 #include <string>
@@ -12,6 +13,8 @@ class Image {
  public:
   // Throws Error for what is not such a file.
   explicit Image(std::string const& path);
+  // The side file next to a recording: of two, the one with the newer image. Empty: there is none.
+  static std::string Find(std::string const& recording);
 
   Head const& Headers() const { return _head; }
   void ForEachEntry(EntrySink const& sink);

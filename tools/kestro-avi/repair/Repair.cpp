@@ -20,7 +20,8 @@ namespace {
 // Before a temporary file of the output's is made, or removed.
 void CheckPaths(RepairJob const& job) {
   std::error_code none;
-  for (std::string const& read : {job.input, job.image, job.input + ".sync"})
+  auto const [side, twin] = SlotFile::Names(job.input + SideFile::kEnding);
+  for (std::string const& read : {job.input, job.image, side, twin})
     for (std::string const& written : {job.output, NewFile::TemporaryOf(job.output)})
       if (!read.empty() && fs::equivalent(read, written, none))
         throw Error(kUsage, job.output + ": " + read + " would be overwritten");
@@ -79,9 +80,9 @@ void Repairer::Open() {
 // `why`: what is wrong with the recording's own head.
 void Repairer::OpenImage(std::string const& why) {
   bool const asked = !_job.image.empty();
-  std::string const path = asked ? _job.image : _job.input + ".sync";
-  std::error_code none;
-  if (!asked && ((_avi && _avi->HasIndex()) || !fs::exists(path, none))) return;
+  if (!asked && _avi && _avi->HasIndex()) return;
+  std::string const path = asked ? _job.image : Image::Find(_job.input);
+  if (path.empty()) return;
   std::string mismatch;
   try {
     _image = std::make_unique<Image>(path);
@@ -184,7 +185,7 @@ RepairReport Repair(RepairJob const& job) {
   repairer.Open();
   repairer.Copy(made.Temporary());
   if (report.interrupted) return report;
-  made.Keep();
+  made.Keep(true);  // the input may be removed now
   std::error_code none;
   report.size = fs::file_size(job.output, none);
   return report;

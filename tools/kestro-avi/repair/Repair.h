@@ -12,7 +12,7 @@ namespace kestro::tool {
 
 struct RepairJob {
   std::string input, output;
-  std::string image;         // the side file; empty: INPUT.sync, where that fits
+  std::string image;         // the side file; empty: that of INPUT, where it fits
   bool force = false;        // overwrites the output
   base::Fraction rate = {};  // of the video, instead of what the input says; 0/1: as it says
   std::function<void(int64 position)> advance = [](int64) {};  // is told how far the input is read
