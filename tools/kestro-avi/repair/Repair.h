@@ -20,6 +20,7 @@ struct RepairReport {
   enum class Source { kNothing, kIndex, kImage } source = Source::kNothing;
   std::string image;  // where it was used
   bool headOfImage = false;
+  bool headOfCopy = false;  // in the recording's JUNK
   std::vector<AviTrack> tracks;
   std::vector<bool> leftOut;  // by track: it cannot be recorded
   SalvageCounts counts;
