@@ -33,6 +33,8 @@ struct Op {
 };
 using Ops = std::vector<Op>;
 
+using Others = std::map<int, test::MemoryIO>;  // the files next to the recording, by number
+
 // Keeps the order in which the calls came, from whichever thread.
 class CrashLog {
  public:

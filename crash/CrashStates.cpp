@@ -137,10 +137,13 @@ void CrashStates::Subsets() {
 void CrashStates::Garbage() {
   for (auto const& piece : _pieces) {
     if (!Overwrites(piece)) continue;
-    for (char others : {1, 0}) {
+    auto const with = [&](char others, Length length) {
       _keep.assign(_pieces.size(), others);
-      Emit(kNew, &piece);
-    }
+      Emit(length, &piece);
+    };
+    with(1, kNew);
+    with(0, kNew);
+    with(0, kOld);
   }
 }
 
@@ -204,7 +207,7 @@ bool CrashStates::LengthsAreStored() const {
 }
 
 bool CrashStates::Overwrites(Piece const& piece) const {
-  return piece.At() < static_cast<int64>(Of(piece).durable.size());
+  return Sector(piece) * _sector < static_cast<int64>(Of(piece).durable.size());
 }
 
 bool CrashStates::Changes(Piece const& piece) const {

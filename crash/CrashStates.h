@@ -14,14 +14,15 @@ namespace kestro::crash {
 // a barrier has made durable is as it was written; of what came after it, any set of sectors may
 // have reached the storage, each as a whole, and the length of a file may be the old or the new
 // one: that of its last flush, or 0 where it has got its name since, as FAT has it. A sector that
-// is being overwritten may also turn to garbage.
+// is being overwritten may also turn to garbage; so may the one in which the file ended and goes
+// on.
 class CrashStates {
  public:
   struct State {
-    test::MemoryIO& file;                   // the recording; as it was when the call returns
-    std::map<int, test::MemoryIO>& others;  // the files next to it that have a name, by number
-    int64 promised;                         // packets, -1 before the first promise
-    int64 garbage;  // the sector of the recording that is garbage, -1 for none
+    test::MemoryIO& file;  // the recording; as it was when the call returns
+    Others& others;        // the files next to it that have a name, by number
+    int64 promised;        // packets, -1 before the first promise
+    int64 garbage;         // the sector of the recording that is garbage, -1 for none
   };
   using Visit = std::function<bool(State const&)>;  // false: enough
 
@@ -93,7 +94,7 @@ class CrashStates {
   std::vector<Piece> _pieces;  // what may be lost
   std::vector<char> _keep;     // which of them are not
   test::MemoryIO _file;
-  std::map<int, test::MemoryIO> _others;
+  Others _others;
 };
 
 }  // namespace kestro::crash

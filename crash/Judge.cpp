@@ -1,8 +1,10 @@
 #include "crash/Judge.h"
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "base/LittleEndian.h"
+#include "crash/Tool.h"
 
 namespace kestro::crash {
 
@@ -19,12 +21,33 @@ void ApplyImage(std::vector<unsigned char>& file, std::vector<unsigned char> con
   std::copy_n(bytes + header, index, file.end() - static_cast<std::ptrdiff_t>(index));
 }
 
-Verdict Judge::Play(test::MemoryIO& file, std::map<int, test::MemoryIO>& others, int64 promised) {
-  Verdict const asItIs = Play(file, promised);
+Judge::Judge(Recorded const& recorded, bool trusting)
+    : _recorded(recorded), _trusting(trusting), _folder(test::NewFolder()), _playing(&_repaired) {}
+
+Judge::~Judge() {
+  std::error_code none;
+  std::filesystem::remove_all(_folder, none);
+}
+
+Verdict Judge::Play(test::MemoryIO& file, Others& others, int64 promised) {
+  _from = _to = 0;
+  Verdict const asItIs = Deliver(file, promised);
   if (asItIs.Good() || others.empty()) return asItIs;
   _repaired.bytes = file.bytes;
-  ApplyImage(_repaired.bytes, NewestImage(others), HeaderSize(_recorded.mode));
-  return Play(_repaired, promised);
+  ApplyImage(_repaired.bytes, NewestImage(others), static_cast<std::size_t>(_recorded.front));
+  return Deliver(_repaired, promised);
+}
+
+Verdict Judge::Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from,
+                        int64 to) {
+  _from = from;
+  _to = to;
+  long const named = Repair(_folder, file.bytes, others, _repaired.bytes);
+  if (named < 0) return {};
+  Verdict verdict = Deliver(_repaired, promised);
+  verdict.alien = 0;  // what was found behind the promised packets may have been torn
+  verdict.lost += std::max(0, verdict.shared - static_cast<int>(named));
+  return verdict;
 }
 
 // Makes every checksum right, as far as there is something that it could be of.
@@ -39,7 +62,7 @@ static void Trust(std::vector<unsigned char>& bytes) {
 }
 
 // A file that has no slots is an image.
-std::vector<unsigned char> Judge::NewestImage(std::map<int, test::MemoryIO>& others) const {
+std::vector<unsigned char> Judge::NewestImage(Others& others) const {
   tool::SlotFile::Image newest, image;
   for (auto& [number, io] : others) {
     if (_trusting) Trust(io.bytes);
@@ -49,7 +72,7 @@ std::vector<unsigned char> Judge::NewestImage(std::map<int, test::MemoryIO>& oth
   return newest.bytes;
 }
 
-Verdict Judge::Play(test::MemoryIO& file, int64 promised) {
+Verdict Judge::Deliver(test::MemoryIO& file, int64 promised) {
   _seen.clear();
   for (auto const& track : _recorded.tracks) _seen.emplace_back(track.size(), 0);
   _next.assign(_recorded.tracks.size(), 0);
@@ -58,16 +81,23 @@ Verdict Judge::Play(test::MemoryIO& file, int64 promised) {
   _playing.demuxer->Set("io", static_cast<base::IO*>(&file));
   verdict.opened = _playing.Open();
   if (verdict.opened)
-    while (auto const packet = _playing.Next()) Compare(*packet, verdict);
+    while (auto const packet = _playing.Next()) Compare(*packet, promised, verdict);
   _playing.demuxer->StatusChange(stream::IStatus::kClosed);
 
   for (std::size_t t = 0; t < _seen.size(); ++t)
-    for (std::size_t i = 0; i < _seen[t].size(); ++i)
-      verdict.lost += !_seen[t][i] && _recorded.tracks[t][i].number < promised;
+    for (std::size_t i = 0; i < _seen[t].size(); ++i) {
+      Sample const& sample = _recorded.tracks[t][i];
+      if (!_seen[t][i] && sample.number < promised) ++(Hit(sample) ? verdict.shared : verdict.lost);
+    }
   return verdict;
 }
 
-void Judge::Compare(stream::Packet const& packet, Verdict& verdict) {
+// Whether some of it lies in the garbage, of its header at least.
+bool Judge::Hit(Sample const& sample) const {
+  return sample.at < _to && sample.at + 8 + static_cast<int64>(sample.bytes.size()) > _from;
+}
+
+void Judge::Compare(stream::Packet const& packet, int64 promised, Verdict& verdict) {
   std::size_t t = 0;
   while (t < _seen.size() && _playing.outputs[t]->Media() != packet.Media()) ++t;
   if (t == _seen.size()) {
@@ -75,8 +105,8 @@ void Judge::Compare(stream::Packet const& packet, Verdict& verdict) {
     return;
   }
   auto const& samples = _recorded.tracks[t];
+  auto const size = static_cast<std::size_t>(packet.Size());
   auto const same = [&](Sample const& sample) {
-    auto const size = static_cast<std::size_t>(packet.Size());
     return sample.bytes.size() == size &&
            std::memcmp(sample.bytes.data(), packet.Data(), size) == 0;
   };
@@ -85,12 +115,18 @@ void Judge::Compare(stream::Packet const& packet, Verdict& verdict) {
   if (at >= samples.size() || !same(samples[at]))
     for (at = 0; at < samples.size() && !same(samples[at]);) ++at;
   if (at == samples.size() || _seen[t][at]) {
-    ++verdict.alien;
-    return;
+    at = _next[t];
+    bool const altered = at < samples.size() && Hit(samples[at]) && samples[at].number < promised &&
+                         samples[at].bytes.size() == size;
+    ++(altered ? verdict.altered : verdict.alien);
+    if (!altered) return;
   }
   _seen[t][at] = 1;
   _next[t] = at + 1;
-  verdict.late += std::abs(packet.Pts() - samples[at].ms * 1000000) > 1000000;
+  // The times of what comes after packets that are gone are earlier: no promise covers it.
+  if (_to != 0 && samples[at].number >= promised) return;
+  verdict.late += std::abs(packet.Pts() - samples[at].ms * 1000000) > 1000000 ||
+                  packet.IsKey() != samples[at].key;
 }
 
 }  // namespace kestro::crash

@@ -10,7 +10,10 @@ struct Verdict {
   bool opened = false;
   int lost = 0;   // promised packets that are not delivered, or not as recorded
   int alien = 0;  // packets delivered that were never recorded
-  int late = 0;   // packets whose time is not that of the recording within 1 ms
+  int late = 0;   // packets whose time is not that of the recording within 1 ms, or key mark
+  // Of promised packets that share the garbage:
+  int shared = 0;   // not delivered
+  int altered = 0;  // delivered, and not as recorded
 
   bool Good() const { return opened && lost == 0 && alien == 0 && late == 0; }
 };
@@ -19,20 +22,26 @@ struct Verdict {
 class Judge {
  public:
   // A judge that is `trusting` checks no checksums.
-  explicit Judge(Recorded const& recorded, bool trusting = false)
-      : _recorded(recorded), _trusting(trusting), _playing(&_repaired) {}
+  explicit Judge(Recorded const& recorded, bool trusting = false);
+  ~Judge();
 
   // A recording that cannot be played as it is is repaired with the newest image in the other
   // files. The first `promised` packets must be there.
-  Verdict Play(test::MemoryIO& file, std::map<int, test::MemoryIO>& others, int64 promised);
+  Verdict Play(test::MemoryIO& file, Others& others, int64 promised);
+  // The same of what the tool's repair makes of a file with garbage between two offsets: of the
+  // promised packets those that lie elsewhere, and a name for each of the others that is gone.
+  Verdict Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from, int64 to);
 
  private:
-  Verdict Play(test::MemoryIO& file, int64 promised);
-  std::vector<unsigned char> NewestImage(std::map<int, test::MemoryIO>& others) const;
-  void Compare(stream::Packet const& packet, Verdict& verdict);
+  Verdict Deliver(test::MemoryIO& file, int64 promised);
+  std::vector<unsigned char> NewestImage(Others& others) const;
+  void Compare(stream::Packet const& packet, int64 promised, Verdict& verdict);
+  bool Hit(Sample const& sample) const;
 
   Recorded const& _recorded;
   bool const _trusting;
+  std::string const _folder;
+  int64 _from = 0, _to = 0;  // of the garbage
   test::MemoryIO _repaired;
   test::Playing _playing;
   std::vector<std::vector<char>> _seen;  // per track, which samples were delivered

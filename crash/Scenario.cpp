@@ -14,28 +14,7 @@ void OnImage(unsigned, unsigned, unsigned char const* data, unsigned size, unsig
   handedTo->Store(data, size);
 }
 
-constexpr unsigned kIndexSize = 8 + 16 * 512;
-constexpr unsigned kSlot = 8192;  // half of what the last image takes
-unsigned char junk[28];           // so that the index entries begin at a multiple of 16, in place
-
-void Configure(test::Recording& recording, Mode mode, base::Object& tags) {
-  auto& muxer = *recording.muxer;
-  tags.Set("junkbuf", static_cast<unsigned char*>(junk));
-  tags.Set("junksize", mode == Mode::kInPlace ? unsigned(sizeof junk) : 0u);
-  tags.Set("isftbuf", static_cast<unsigned char*>(junk));
-  tags.Set("isftsize", 4u);
-  tags.Set("idx1_first", static_cast<unsigned char>(mode == Mode::kImage));
-  using Reserve = unsigned long long;
-  Reserve const header = HeaderSize(mode);
-  muxer.Set("reservedSize", mode == Mode::kInPlace ? kIndexSize - 8
-                            : mode == Mode::kImage ? header + kIndexSize
-                                                   : header);
-  muxer.Set("flushtime", mode == Mode::kImage ? 1u : 380u);  // images come with every 512 KiB
-  muxer.Set("periodicSyncEn", mode != Mode::kInPlace);
-  muxer.Set("periodicSyncHeaderSize", header);
-  muxer.Set("periodicSyncIdx1Size", Reserve(kIndexSize));
-  if (mode == Mode::kCallback) muxer.Set("periodicSyncCallback", &OnImage);
-}
+constexpr unsigned kSlot = 20480;  // is outgrown halfway
 
 // Bytes that no start code is made of, and that are not the same twice.
 std::string Payload(std::size_t size, std::mt19937& random) {
@@ -69,14 +48,14 @@ Recorded Record(Mode mode) {
   handedTo = &slots;
   std::mt19937 random(7);
   test::RegisterClasses();
-  std::unique_ptr<base::Object> const tags(
-      dynamic_cast<base::Object*>(base::Object::New("AviVideoTags")));
+  Setup setup;
   int number = 0;
+  int64 size = 0;
   bool ok = true;
   {
     test::Recording recording(&file, "VFIAviMuxer-avi-muxer-vfi");
-    recording.muxer->Set("vidtag", tags.get());
-    Configure(recording, mode, *tags);
+    setup = Configure(*recording.muxer, mode);
+    if (mode == Mode::kCallback) recording.muxer->Set("periodicSyncCallback", &OnImage);
     recording.Track(test::VideoMedia("h264", 320, 180));
     recording.Track(test::SoundMedia(8000, 1, 160)).Track(test::SoundMedia(4000, 1, 160));
     ok = recording.Open();
@@ -85,7 +64,8 @@ Recorded Record(Mode mode) {
                           std::string const& delivered) {
       auto& samples = recorded.tracks[track];
       int64 const ms = static_cast<int64>(samples.size()) * duration;
-      samples.push_back({number++, ms, delivered});
+      samples.push_back({number++, ms, key, delivered, size});
+      size += 8 + static_cast<int64>(delivered.size() + delivered.size() % 2);
       auto* const medium = recording.media[track].get();
       auto const packet = test::MakePacket(medium, data, key, duration);
       packet->Pts(ms * 1000000);
@@ -114,7 +94,9 @@ Recorded Record(Mode mode) {
 
   std::string const bytes(file.bytes.begin(), file.bytes.end());
   recorded.front = Find(bytes, "movi") + 4;
-  recorded.entries = mode == Mode::kCallback ? HeaderSize(mode) + 8 : Find(bytes, "idx1") + 8;
+  for (auto& track : recorded.tracks)
+    for (Sample& sample : track) sample.at += recorded.front;
+  recorded.entries = (mode == Mode::kCallback ? recorded.front : Find(bytes, "idx1")) + 8;
   ok = ok && recorded.syncs >= 3 && (mode == Mode::kCallback || recorded.entries % 16 == 0);
   if (ok) recorded.ops = log.Take();
   return recorded;

@@ -1,6 +1,8 @@
 // Recordings whose storage is watched.
 #pragma once
 
+#include <memory>
+
 #include "crash/CrashLog.h"
 
 namespace kestro::crash {
@@ -13,7 +15,9 @@ char const* Name(Mode mode);
 struct Sample {
   int number;  // counted over all tracks, in the order of recording
   int64 ms;
+  bool key;
   std::string bytes;
+  int64 at = 0;  // where it is stored
 };
 
 struct Recorded {
@@ -25,9 +29,13 @@ struct Recorded {
   int syncs = 0;      // before the last one, which closes the file
 };
 
-// Of images: 12 bytes behind it the index entries begin, at a multiple of 16; or a whole sector,
-// which is then the only one that closing the file overwrites.
-constexpr unsigned HeaderSize(Mode mode) { return mode == Mode::kImage ? 1012 : 4096; }
+// Sizes and tags of a mode, set on a muxer; what they are made of must outlive it.
+using Setup = std::shared_ptr<void>;
+constexpr unsigned kEntries = 512;  // that an index in front of the data has room for
+constexpr unsigned Interval_ms(Mode mode) {
+  return mode == Mode::kImage ? 1 : 380;  // images come with every 512 KiB
+}
+Setup Configure(base::Object& muxer, Mode mode);
 
 // A video and two sound tracks; a sync brings about 40 new index entries. Everything that a mode
 // does is in it: opening, syncs, closing. Empty `ops` when something went wrong.

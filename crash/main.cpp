@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <map>
 
 #include "crash/CrashStates.h"
 #include "crash/Judge.h"
 #include "crash/Plants.h"
+#include "crash/Tool.h"
 #include "support/Quiet.h"
 
 namespace kestro::crash {
@@ -23,46 +23,55 @@ constexpr long kUsual = 10000;  // states of a mode; about as many are made when
 struct Findings {
   long states = 0, closed = 0, lost = 0, alien = 0, late = 0;  // states with that fault
   std::string first;                                           // what the first one is
-  long garbage = 0;
-  std::map<int64, long> garbageFaults;  // states by sector
+  // Of states with garbage, which are repaired: all, at fault, ...
+  long garbage = 0, faults = 0;
+  long shared = 0, altered = 0;  // promised packets in the garbage: gone and named, altered
 
   bool Good() const { return first.empty(); }
 };
 
+// A state that breaks a promise.
+void Note(Findings& found, std::string const& state, Verdict const& verdict) {
+  if (!found.first.empty()) return;
+  found.first = state + "; lost " + std::to_string(verdict.lost) + ", alien " +
+                std::to_string(verdict.alien) + ", late " + std::to_string(verdict.late);
+}
+
 Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long wanted, long every,
-                 bool firstOnly, bool trusting = false) {
+                 bool plant, bool trusting = false) {
   Findings found;
   Judge judge(recorded, trusting);
   CrashStates* states = nullptr;
+  auto const repair = [&](CrashStates::State const& state) {
+    if (plant || state.promised < 0 || !HasRepair()) return;
+    int64 const from = state.garbage * sector;
+    Verdict const verdict =
+        judge.Repaired(state.file, state.others, state.promised, from, from + sector);
+    ++found.garbage;
+    found.shared += verdict.shared;
+    found.altered += verdict.altered;
+    if (verdict.Good()) return;
+    ++found.faults;
+    Note(found, states->Describe() + ", garbage at " + std::to_string(from), verdict);
+  };
   CrashStates all(ops, recorded.front, sector, every, [&](CrashStates::State const& state) {
-    Verdict const verdict = judge.Play(state.file, state.others, state.promised);
-    bool const bad = state.promised >= 0 && !verdict.Good();
     if (state.garbage >= 0) {
-      ++found.garbage;
-      if (bad) ++found.garbageFaults[state.garbage];
+      repair(state);
       return true;
     }
-    if (!bad) return true;
+    Verdict const verdict = judge.Play(state.file, state.others, state.promised);
+    if (state.promised < 0 || verdict.Good()) return true;
     found.closed += !verdict.opened;
     found.lost += verdict.lost > 0;
     found.alien += verdict.alien > 0;
     found.late += verdict.late > 0;
-    if (found.first.empty())
-      found.first = states->Describe() + "; lost " + std::to_string(verdict.lost) + ", alien " +
-                    std::to_string(verdict.alien) + ", late " + std::to_string(verdict.late);
-    return !firstOnly;
+    Note(found, states->Describe(), verdict);
+    return !plant;
   });
   states = &all;
   all.Run(wanted);
   found.states = all.Count();
   return found;
-}
-
-// Which part of the file a sector holds.
-char const* Part(Recorded const& recorded, int64 sector, unsigned size) {
-  bool const head = sector * size < recorded.entries || recorded.mode == Mode::kCallback;
-  bool const index = (sector + 1) * size > recorded.entries && recorded.mode != Mode::kCallback;
-  return head && index ? "headers and index" : head ? "headers" : "index";
 }
 
 bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings const& found) {
@@ -71,14 +80,12 @@ bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings 
                "%ld alien, %ld late\n",
                Name(recorded.mode), sector, found.states, recorded.syncs, found.closed, found.lost,
                found.alien, found.late);
+  if (HasRepair())
+    std::fprintf(out,
+                 "  with a sector of garbage, repaired: %ld states, %ld at fault; promised packets "
+                 "in it: %ld gone and named, %ld altered\n",
+                 found.garbage, found.faults, found.shared, found.altered);
   if (!found.Good()) std::fprintf(out, "  FAULT %s\n", found.first.c_str());
-  long bad = 0;
-  for (auto const& fault : found.garbageFaults) bad += fault.second;
-  std::fprintf(out, "  a sector being overwritten turns to garbage: %ld of %ld states at fault\n",
-               bad, found.garbage);
-  for (auto const& fault : found.garbageFaults)
-    std::fprintf(out, "    sector %lld (%s): %ld\n", static_cast<long long>(fault.first),
-                 Part(recorded, fault.first, sector), fault.second);
   std::fflush(out);
   return found.Good();
 }

@@ -2,6 +2,7 @@
 #include "repair/Repair.h"
 
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "Errors.h"
 #include "EveryKind.h"
@@ -225,6 +226,51 @@ TEST_F(RepairTest, DamageCostsOnlyWhatItHits) {
       EXPECT_EQ(report.kept.packets + report.lost.packets, all.size());
       EXPECT_EQ(report.Complete(), out.size() == all.size());
     }
+}
+
+// Wherever the sector lies in what the tool records: every packet outside it comes back, and with a
+// head that is gone the rest is as with it.
+TEST_F(RepairTest, ASectorOfGarbageCostsWhatItHolds) {
+  LoadAviPlugin(TEST_PLUGIN);
+  std::mt19937 random(1);
+  Write("t.srt", "1\n00:00:00,100 --> 00:00:00,200\ntext\n");
+  for (std::string options :
+       {"--sync in-place --reserve 3200 --strn abc --junk 9 media/clip25.h264 media/mono8k.wav",
+        "--sync image --reserve 3200 --isft soft media/clip25.h265 t.srt media/mono8k.wav",
+        "--sync callback --fps 15 media/mono8k.wav media/clip15.mjpeg"}) {
+    ASSERT_EQ(Run("record --force --duration 0.24 -o in.avi " + options).code, 0);
+    std::string const bytes = FileText(At("in.avi"));
+    std::size_t const start = bytes.find("movi") + 4;
+    EXPECT_EQ(start % 4096, 0u);
+    Mend();
+    std::string const whole = FileText(At("out.avi"));
+    std::vector<Stored> all = Mended();
+    std::size_t at = start;
+    for (Stored& stored : all) stored.offset = at, at = stored.End() + stored.payload.size() % 2;
+    for (std::size_t sector : {512, 4096})
+      for (std::size_t from = 0; from < bytes.size(); from += sector) {
+        SCOPED_TRACE(testing::Message() << options << ", " << sector << " at " << from);
+        std::size_t const to = std::min(from + sector, bytes.size());
+        std::string damaged = bytes;
+        for (std::size_t i = from; i < to; ++i) damaged[i] = static_cast<char>(random());
+        Write("in.avi", damaged);
+        RepairReport const report = Mend();
+        std::vector<Stored> const out = Mended();
+        auto next = out.begin();
+        std::size_t hit = 0;
+        for (Stored const& stored : all) {
+          // Without its header, the size of some is not known.
+          bool const sized = stored.id[3] != 'x' && stored.id != "01dc";
+          bool const spared = stored.End() <= from || stored.offset + (sized ? 8 : 0) >= to;
+          hit += !spared;
+          while (spared && next != out.end() && !(*next == stored)) ++next;
+          ASSERT_NE(next, out.end()) << stored.id << " at " << stored.offset;
+        }
+        EXPECT_LE(report.lost.packets, hit);
+        EXPECT_TRUE(report.headOfCopy || from != 0);
+        EXPECT_TRUE(to > 8192 || FileText(At("out.avi")) == whole);
+      }
+  }
 }
 
 // In slots, as they are now, the newest after others.

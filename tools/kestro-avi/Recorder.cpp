@@ -32,6 +32,8 @@ static Error Refused(base::PropertyList const& properties, std::string const& na
                            (meant.empty() ? " (the verb plugin lists them)" : meant));
 }
 
+static Error Unfit() { return Error(kIo, "the plug-in's muxer refuses what it should take"); }
+
 Recorder::Recorder(RecorderOptions const& options, std::string const& path,
                    std::vector<Track*> const& tracks, Packets const& packets)
     : _path(path), _packets(packets) {
@@ -57,6 +59,7 @@ Recorder::Recorder(RecorderOptions const& options, std::string const& path,
   for (auto const& [name, value] : options.properties)
     if (!_muxer->Set(name.c_str(), value))
       throw Refused(base::IClass::Find(alias, true)->Properties(), name, value);
+  if (syncs) ConfigureSync(options.sync, tracks);
   // Absolute: the host takes "S:/name" for a name on a drive.
   _muxer->Set("path", std::filesystem::absolute(path).string());
   if (!_muxer->StatusChange(stream::IStatus::kRunning))
@@ -90,20 +93,22 @@ void Recorder::Configure(RecorderOptions const& options, std::vector<Track*> con
     throw Error(kUsage, "--strd and --strn need a track of H.264 or HEVC video");
   auto const video = static_cast<std::size_t>(tagged - tracks.begin());
   _tags = std::make_unique<Tags>(options.tags, tracks.size(), video);
-  bool taken = true;
-  if (options.sync.mode != SyncOptions::kOff) {
-    SyncPlan const plan(options.sync, tracks, *_tags);
-    taken = plan.Apply(*_muxer);
-    _room = plan.Entries();
-  }
-  if (options.sync.mode == SyncOptions::kCallback) {
+  if (options.cacheBlocks != 0 && !_muxer->Set("cacheBlocks", options.cacheBlocks)) throw Unfit();
+  if (!_muxer->Set("vidtag", _tags->Get())) throw Error(kIo, "the muxer takes no tag set");
+  if (options.spillSeconds) ConfigureSpill(options);
+}
+
+void Recorder::ConfigureSync(SyncOptions const& options, std::vector<Track*> const& tracks) {
+  base::Fraction rate;
+  _muxer->Get("constFrameRate", rate);
+  SyncPlan const plan(options, tracks, rate, *_tags);
+  bool taken = plan.Apply(*_muxer);
+  _room = plan.Entries();
+  if (options.mode == SyncOptions::kCallback) {
     _side = std::make_unique<SideFile>(std::filesystem::absolute(_path));
     taken = taken && _side->Attach(*_muxer);
   }
-  if (options.cacheBlocks != 0) taken = taken && _muxer->Set("cacheBlocks", options.cacheBlocks);
-  if (!taken) throw Error(kIo, "the plug-in's muxer refuses what it should take");
-  if (!_muxer->Set("vidtag", _tags->Get())) throw Error(kIo, "the muxer takes no tag set");
-  if (options.spillSeconds) ConfigureSpill(options);
+  if (!taken) throw Unfit();
 }
 
 void Recorder::ConfigureSpill(RecorderOptions const& options) {

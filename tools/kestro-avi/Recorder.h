@@ -55,6 +55,7 @@ class Recorder {
  private:
   void Note(std::string const& type, std::string const& text);
   void Configure(RecorderOptions const& options, std::vector<Track*> const& tracks);
+  void ConfigureSync(SyncOptions const& options, std::vector<Track*> const& tracks);
   void ConfigureSpill(RecorderOptions const& options);
   void ForgiveSince(std::size_t errors);
 

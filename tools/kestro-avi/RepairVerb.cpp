@@ -87,6 +87,9 @@ std::string RepairVerb::Text(RepairReport const& report) const {
     text += "    " + std::to_string(hole.size) + " at offset " + std::to_string(hole.offset) + "\n";
   if (counts.skipped.packets > counts.holes.size())
     text += "    and " + std::to_string(counts.skipped.packets - counts.holes.size()) + " more\n";
+  for (Loss const& loss : counts.losses)
+    text += "  lost: " + CodeText(loss.id) + " at offset " + std::to_string(loss.offset) + ", " +
+            std::to_string(loss.bytes) + " bytes\n";
   return text;
 }
 
@@ -104,9 +107,11 @@ std::string RepairVerb::Document(RepairReport const& report) const {
             {"source", Name(report.source)},
             {"image", report.image},
             {"head_of_image", report.headOfImage},
+            {"head_of_copy", report.headOfCopy},
             {"kept", CountJson(report.kept)},
             {"lost", CountJson(report.lost)},
             {"tracks", Json::array()},
+            {"losses", Json::array()},
             {"indexed", counts.indexed},
             {"found", counts.found},
             {"unknown", CountJson(counts.unknown)},
@@ -123,6 +128,9 @@ std::string RepairVerb::Document(RepairReport const& report) const {
                               {"output_number", report.numbers[i]},
                               {"kept", CountJson(counts.kept[i])},
                               {"lost", CountJson(counts.lost[i])}});
+  for (Loss const& loss : counts.losses)
+    json["losses"].push_back(
+        {{"chunk", CodeText(loss.id)}, {"offset", loss.offset}, {"bytes", loss.bytes}});
   for (Hole const& hole : counts.holes)
     json["skipped"].push_back({{"offset", hole.offset}, {"size", hole.size}});
   return DocumentText(json);

@@ -27,7 +27,8 @@ namespace kestro::tool {
 // One thread at a time. Needs the host's base and nothing else.
 class SlotFile {
  public:
-  static constexpr unsigned kFirstSlot = 256 * 1024;  // bytes: nearly four minutes of video with audio
+  static constexpr unsigned kFirstSlot =
+      256 * 1024;  // bytes: nearly four minutes of video with audio
 
   // Makes and removes files; tests have their own.
   class Folder {

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "Errors.h"
+#include "HeadCopy.h"
 #include "Text.h"
 
 namespace kestro::tool {
@@ -14,19 +15,6 @@ static constexpr std::uint64_t kEntry = 16, kChunkHead = 8, kListHead = 12;
 // The least number from `value` on that leaves this rest when divided by 16.
 static std::uint64_t Aligned(std::uint64_t value, std::uint64_t rest) {
   return value + (rest + 16 - value % 16) % 16;
-}
-
-// What stands in front of JUNK.
-static std::uint64_t HeadBytes(std::vector<Track*> const& tracks, Tags const& tags) {
-  constexpr std::uint64_t kMainHeader = 56, kStreamHeader = 56;
-  std::uint64_t bytes = kListHead + kListHead + kChunkHead + kMainHeader + tags.Bytes();
-  for (Track const* track : tracks) {
-    std::uint64_t format = 40;  // video
-    if (track->Info().kind == TrackInfo::kSound) format = 16;
-    if (track->Info().kind == TrackInfo::kText) format = 64;
-    bytes += kListHead + kChunkHead + kStreamHeader + kChunkHead + format;
-  }
-  return bytes;
 }
 
 static double EntriesPerSecond(std::vector<Track*> const& tracks) {
@@ -56,25 +44,40 @@ std::uint64_t SyncPlan::ReserveBytes(SyncOptions const& options,
   return Aligned(static_cast<std::uint64_t>(bytes), 0);
 }
 
-SyncPlan::SyncPlan(SyncOptions const& options, std::vector<Track*> const& tracks, Tags& tags)
+SyncPlan::SyncPlan(SyncOptions const& options, std::vector<Track*> const& tracks,
+                   base::Fraction rate, Tags& tags)
     : _mode(options.mode), _interval_ms(static_cast<unsigned>(options.interval_ns / 1000000)) {
   if (_mode == SyncOptions::kOff) return;
-  std::uint64_t const head = HeadBytes(tracks, tags), junk = tags.JunkBytes();
-  std::uint64_t const reserve = ReserveBytes(options, tracks);
-  if (_mode == SyncOptions::kInPlace) {
-    _reserved = reserve;
-    if (head % 16 != 8 || junk != 0)  // JUNK of no bytes would not be written
-      tags.Junk(static_cast<unsigned>(
-          Aligned(head + kChunkHead + std::max<std::uint64_t>(junk, 2), 8) - head - kChunkHead));
-  } else {
-    // The head of movi ends the headers; the muxer fills them up with JUNK.
-    _reserved = _header = Aligned(head + kChunkHead + junk + kListHead, (8 + kListHead) % 16);
-  }
+  constexpr std::size_t kMostCopied = 1 << 16;  // tags beyond it are not worth their place
+  std::string const head = ComposeHead(tracks, rate, &tags);
+  bool const small = head.size() <= kMostCopied;
+  std::string const copied = small ? head : ComposeHead(tracks, rate, nullptr);
+
+  // From the end: the data, the head of movi, the index, JUNK. The copy shares no sector with any
+  // of them but JUNK. Of the index, 4 bytes are too few for an entry: with the heads of two chunks
+  // they make 16 from the last entry to the data.
+  constexpr std::uint64_t kSector = HeadCopy::kSector, kRest = 4;
+  auto const sectors = [](std::uint64_t n) { return (n + kSector - 1) / kSector * kSector; };
+  std::uint64_t const reserve = ReserveBytes(options, tracks), junk = tags.JunkBytes();
+  std::uint64_t const index = reserve != 0 ? kChunkHead + reserve + kRest : 0;
+  std::uint64_t const begin = head.size() + kChunkHead, at = sectors(head.size() + kSector);
+  std::uint64_t const copyEnd = at + HeadCopy::kFront + copied.size();
+  std::uint64_t const data = sectors(std::max(sectors(copyEnd), begin + junk) + index + kListHead);
+  std::uint64_t const junkEnd = data - kListHead - index;
+
+  auto const u = [](std::uint64_t value) { return static_cast<unsigned>(value); };
+  HeadPlaces const places{u(data), u(index != 0 ? junkEnd + kChunkHead : 0), u(reserve), u(junk)};
+  std::string const copy = HeadCopy::Compose(copied, places);
+  std::vector<char> filler(junkEnd - begin);
+  std::copy(copy.begin(), copy.end(), filler.begin() + static_cast<std::ptrdiff_t>(at - begin));
+  tags.Junk(std::move(filler));
+
+  if (_mode != SyncOptions::kInPlace) _header = junkEnd + kListHead;
   if (_mode == SyncOptions::kImage) {
-    _index = kChunkHead + reserve;
-    _reserved += _index;
+    _index = index;
     tags.IndexFirst();
   }
+  _reserved = _mode == SyncOptions::kInPlace ? reserve + kRest : data;
   if (_mode != SyncOptions::kCallback) _entries = reserve / kEntry;
 }
 

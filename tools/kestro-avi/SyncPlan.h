@@ -19,13 +19,16 @@ struct SyncOptions {
   std::uint64_t reserveBytes = 0;           // ... unless its size is given
 };
 
-// What the muxer that syncs is told. Its sizes go together, and the index in front of the data
-// begins 8 bytes in front of a multiple of 16: no entry then lies in two sectors.
+// What the muxer that syncs is told. Its sizes go together: no index entry in front of the data
+// lies in two sectors, the data begins with one, and a copy of the head lies in JUNK, a sector
+// away.
 class SyncPlan {
  public:
   SyncPlan() = default;  // no syncs
-  // Changes the tags, whose JUNK makes the index begin where it should. Throws Error.
-  SyncPlan(SyncOptions const& options, std::vector<Track*> const& tracks, Tags& tags);
+  // Changes the tags, whose JUNK fills what stands ahead of index or data. `rate` is the muxer's
+  // "constFrameRate". Throws Error.
+  SyncPlan(SyncOptions const& options, std::vector<Track*> const& tracks, base::Fraction rate,
+           Tags& tags);
 
   bool Apply(base::Object& muxer) const;              // false when it refuses something
   std::uint64_t Entries() const { return _entries; }  // that the index has room for, 0: any number

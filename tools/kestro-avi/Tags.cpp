@@ -76,24 +76,18 @@ Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video) {
     Set("isftbuf", reinterpret_cast<unsigned char*>(_isft.data()));
     Set("isftsize", static_cast<unsigned>(_isft.size()));
   }
-  _junk = options.junkData;
-  Junk(std::max(options.junk, static_cast<unsigned>(_junk.size())));
+  auto junk = options.junkData;
+  junk.resize(std::max<std::size_t>(options.junk, junk.size()));
+  Junk(std::move(junk));
 }
 
-void Tags::Junk(unsigned bytes) {
-  _junk.resize((std::size_t{bytes} + 1) / 2 * 2);
+void Tags::Junk(std::vector<char> data) {
+  _junk = std::move(data);
+  _junk.resize((_junk.size() + 1) / 2 * 2);
   Set("junkbuf", _junk.empty() ? nullptr : reinterpret_cast<unsigned char*>(_junk.data()));
   Set("junksize", static_cast<unsigned>(_junk.size()));
 }
 
 void Tags::IndexFirst() { Set("idx1_first", static_cast<unsigned char>(1)); }
-
-std::size_t Tags::Bytes() const {
-  std::size_t bytes = _isft.empty() ? 0 : 12 + 8 + _isft.size();  // in a list
-  for (OfTracks const* all : {&_strd, &_strn})
-    for (auto const& data : all->data)
-      if (!data.empty()) bytes += 8 + data.size();
-  return bytes;
-}
 
 }  // namespace kestro::tool

@@ -27,10 +27,12 @@ class Tags {
   Tags(TagOptions const& options, std::size_t tracks, std::size_t video);
 
   base::Object* Get() const { return _tags.get(); }
-  // Of the chunks in a file's head, JUNK left out.
-  std::size_t Bytes() const;
+  // What the chunks hold, by track; empty where there are none.
+  std::vector<char> const& Strd(std::size_t track) const { return _strd.data[track]; }
+  std::vector<char> const& Strn(std::size_t track) const { return _strn.data[track]; }
+  std::vector<char> const& Isft() const { return _isft; }
   std::size_t JunkBytes() const { return _junk.size(); }
-  void Junk(unsigned bytes);
+  void Junk(std::vector<char> data);
   void IndexFirst();
 
  private:

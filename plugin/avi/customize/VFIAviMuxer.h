@@ -59,6 +59,7 @@ class VFIAviMuxer : public AviMuxer {
   bool process(IO& io, Packet& packet) override;
   bool OpenFileConfig() override;
   bool SetRsvdSize(IStream* stream, unsigned isVideo) override;
+  bool fillJunk(IO& io) override;
 
   virtual bool UpdateIdx1();  // a sync
   virtual bool PeriodicSyncUpdateIdx1(unsigned mode);

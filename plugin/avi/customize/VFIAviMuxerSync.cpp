@@ -65,6 +65,9 @@ void VFIAviMuxer::UpdateFront(IO& front) {
   Fail(kIndexFull);
 }
 
+// In place it stands there since the file was opened; what is not written again cannot be torn.
+bool VFIAviMuxer::fillJunk(IO& io) { return !_periodicSync || AviMuxer::fillJunk(io); }
+
 bool VFIAviMuxer::SyncInPlace() {
   if (!Barrier()) return false;
   return WriteFront([this] {

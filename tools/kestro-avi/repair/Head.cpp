@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Errors.h"
+#include "HeadCopy.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -66,13 +67,18 @@ static void CarryTags(AviFile& avi, Head& head) {
       auto const text = Content(avi, chunk);
       head.tags.isft.assign(text.begin(), text.end());
     }
-    if (chunk.id == Convert4("JUNK") && chunk.depth == 1 && head.tags.junkData.empty())
+    if (chunk.id != Convert4("JUNK") || chunk.depth != 1 || !head.tags.junkData.empty()) continue;
+    // Where it has a copy of the head, it is as large as that wants it.
+    if (auto const copy = HeadCopy::Find(avi.Reader(), chunk.Payload(), chunk.end))
+      head.tags.junk = copy->places.junk;
+    else
       head.tags.junkData = Content(avi, chunk);
   }
 }
 
-Head ReadHead(AviFile& avi, std::string const& path) {
+Head ReadHead(AviFile& avi, std::string const& path, int64 data) {
   Head head;
+  head.data = data;
   head.tracks = avi.Tracks();
   for (Chunk const& chunk : avi.Tree()) {
     if (chunk.id == Convert4("avih")) head.frameTime_us = Field32(avi.Reader(), chunk, 0);
@@ -94,6 +100,16 @@ Head ReadHead(AviFile& avi, std::string const& path) {
   if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
   CarryTags(avi, head);
   return head;
+}
+
+bool SameTracks(Head const& a, Head const& b) {
+  auto const same = [](AviTrack const& x, AviTrack const& y) {
+    return x.type == y.type && x.codec == y.codec && x.width == y.width && x.height == y.height &&
+           x.rate == y.rate && x.scale == y.scale && x.sampleRate == y.sampleRate &&
+           x.channels == y.channels && x.bits == y.bits;
+  };
+  return a.data == b.data &&
+         std::equal(a.tracks.begin(), a.tracks.end(), b.tracks.begin(), b.tracks.end(), same);
 }
 
 }  // namespace kestro::tool

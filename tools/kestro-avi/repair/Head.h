@@ -19,7 +19,11 @@ struct Head {
   int64 data = 0;  // where the first chunk of movi stands
 };
 
-// `path` is for messages. Throws Error where there is no movi list, or no track can be recorded.
-Head ReadHead(AviFile& avi, std::string const& path);
+// `path` is for messages. Where the first chunk of movi stands is looked up unless it is known.
+// Throws Error where there is no movi list, or no track can be recorded.
+Head ReadHead(AviFile& avi, std::string const& path, int64 data = 0);
+
+// Whether two heads tell of the same tracks, with the data at the same place.
+bool SameTracks(Head const& a, Head const& b);
 
 }  // namespace kestro::tool

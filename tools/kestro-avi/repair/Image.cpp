@@ -1,6 +1,5 @@
 #include "repair/Image.h"
 
-#include <algorithm>
 #include <filesystem>
 
 #include "Errors.h"
@@ -58,14 +57,7 @@ Image::Image(std::string const& path) : _avi(OpenImage(path)), _head(ReadHead(_a
 void Image::ForEachEntry(EntrySink const& sink) { ReadEntries(_avi.Reader(), _index, 0, sink); }
 
 std::string Image::Mismatch(RiffReader& file, Head const* head) {
-  auto const same = [](AviTrack const& a, AviTrack const& b) {
-    return a.type == b.type && a.codec == b.codec && a.width == b.width && a.height == b.height &&
-           a.rate == b.rate && a.scale == b.scale && a.sampleRate == b.sampleRate &&
-           a.channels == b.channels && a.bits == b.bits;
-  };
-  if (head != nullptr &&
-      (head->data != _head.data || !std::equal(head->tracks.begin(), head->tracks.end(),
-                                               _head.tracks.begin(), _head.tracks.end(), same)))
+  if (head != nullptr && !SameTracks(*head, _head))
     return "its headers are those of another recording";
   base::uint64 entries = 0, leading = 0;
   ForEachEntry([&](IndexEntry const& entry) {

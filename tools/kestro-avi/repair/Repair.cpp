@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Errors.h"
+#include "HeadCopy.h"
 #include "Interrupt.h"
 #include "Recorder.h"
 #include "output/Output.h"
@@ -36,6 +37,7 @@ class Repairer {
   void Copy(std::string const& output);
 
  private:
+  void OpenCopy(std::string const& why);
   void OpenImage(std::string const& why);
   void ForEachEntry(EntrySink const& sink);
   RecorderOptions Options() const;
@@ -44,6 +46,7 @@ class Repairer {
   RepairJob const& _job;
   RepairReport& _report;
   std::unique_ptr<AviFile> _avi;  // null when its head is beyond use
+  std::optional<HeadCopy> _copy;  // used in place of it
   std::unique_ptr<Image> _image;  // null when there is none
   std::unique_ptr<RiffReader> _file;
   Head _head;
@@ -60,9 +63,11 @@ void Repairer::Open() {
     why = error.what();
     _avi.reset();
   }
+  OpenCopy(why);
   OpenImage(why);
-  if (!_avi && !_image) throw Error(kUnusable, why);
-  if (!_avi) {
+  bool const head = _avi || _copy;
+  if (!head && !_image) throw Error(kUnusable, why);
+  if (!head) {
     _head = _image->Headers();
     _report.headOfImage = true;
     _report.notes.push_back(why + "; the head of " + _report.image + " is taken");
@@ -72,9 +77,33 @@ void Repairer::Open() {
   SpeedReport const speed = SetRates(_head, _job.rate);
   _report.notes.insert(_report.notes.end(), speed.notes.begin(), speed.notes.end());
   _report.warnings.insert(_report.warnings.end(), speed.warnings.begin(), speed.warnings.end());
-  _report.source = _image                     ? RepairReport::Source::kImage
-                   : _avi && _avi->HasIndex() ? RepairReport::Source::kIndex
-                                              : RepairReport::Source::kNothing;
+  bool const indexed = _avi ? _avi->HasIndex() : _copy && _copy->places.entries != 0;
+  _report.source = _image    ? RepairReport::Source::kImage
+                   : indexed ? RepairReport::Source::kIndex
+                             : RepairReport::Source::kNothing;
+}
+
+// The copy of the head is taken where the head itself is beyond use, or tells something else.
+void Repairer::OpenCopy(std::string const& why) {
+  auto const copy = HeadCopy::Find(*_file);
+  if (!copy) return;
+  Head head;
+  try {
+    auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(copy->head.size()));
+    memory->Write(copy->head.data(), static_cast<unsigned>(copy->head.size()));
+    AviFile avi(std::move(memory), _job.input);
+    head = ReadHead(avi, _job.input, copy->places.data);
+  } catch (Error const&) {
+    return;  // it comes from elsewhere
+  }
+  if (_avi && SameTracks(head, _head)) return;
+  _avi.reset();
+  _copy = copy;
+  _head = std::move(head);
+  _head.tags.junk = copy->places.junk;
+  _report.headOfCopy = true;
+  _report.notes.push_back((why.empty() ? _job.input + ": its head is damaged" : why) +
+                          "; its copy at offset " + std::to_string(copy->at) + " is taken");
 }
 
 // `why`: what is wrong with the recording's own head.
@@ -86,7 +115,7 @@ void Repairer::OpenImage(std::string const& why) {
   std::string mismatch;
   try {
     _image = std::make_unique<Image>(path);
-    mismatch = _image->Mismatch(*_file, _avi ? &_head : nullptr);
+    mismatch = _image->Mismatch(*_file, _avi || _copy ? &_head : nullptr);
     if (!mismatch.empty())
       mismatch = path + ": not the side file of " + _job.input + ": " + mismatch;
   } catch (Error const& error) {
@@ -107,6 +136,11 @@ void Repairer::ForEachEntry(EntrySink const& sink) {
     _image->ForEachEntry(sink);
   else if (_avi)
     _avi->ForEachEntry(sink);
+  else if (HeadPlaces const& places = _copy->places; places.entries >= 8)
+    ReadEntries(*_file,
+                {base::Convert4("idx1"), 0, int64{places.entries} - 8, places.reserve,
+                 std::min(int64{places.entries} + places.reserve, _file->Size()), 0},
+                0, sink);
 }
 
 RecorderOptions Repairer::Options() const {

@@ -22,6 +22,7 @@ struct RepairReport {
   enum class Source { kNothing, kIndex, kImage } source = Source::kNothing;
   std::string image;  // where it was used
   bool headOfImage = false;
+  bool headOfCopy = false;  // in the recording's JUNK
   std::vector<AviTrack> tracks;
   std::vector<int> numbers;  // of the tracks in the output; -1: it cannot be recorded
   SalvageCounts counts;

@@ -10,10 +10,7 @@ namespace kestro::tool {
 
 using base::Convert4;
 
-static constexpr int64 kMaxPacket = 256 << 20;  // nothing larger is a packet
-static constexpr int64 kSector = 512;           // media lose whole ones
-static constexpr std::size_t kHoles = 20;
-static constexpr std::size_t kMostMissing = 1 << 16;
+static constexpr std::size_t kNamed = 20;  // holes and losses
 
 Salvage::Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tracks, Sink sink)
     : _file(file),
@@ -25,7 +22,7 @@ Salvage::Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tra
   _counts.lost.resize(tracks.size());
 }
 
-static bool Fits(std::vector<AviTrack> const& tracks, unsigned id) {
+bool Salvage::Known(std::vector<AviTrack> const& tracks, unsigned id) {
   if (!IsDataCode(id)) return false;
   auto const number = static_cast<std::size_t>(TrackOfCode(id));
   if (number >= tracks.size()) return false;
@@ -35,15 +32,6 @@ static bool Fits(std::vector<AviTrack> const& tracks, unsigned id) {
     return letters == static_cast<unsigned>(code[0] | code[1] << 8);
   };
   return type == "video" ? is("dc") || is("db") : type == "audio" ? is("wb") : is("tx");
-}
-
-bool Salvage::Known(unsigned id) const { return Fits(_tracks, id); }
-
-bool Salvage::Leads(RiffReader& file, std::vector<AviTrack> const& tracks, IndexEntry const& entry,
-                    Chunk& chunk) {
-  return Fits(tracks, entry.id) && file.Header(entry.offset, file.Size(), chunk) &&
-         chunk.id == entry.id && !chunk.Cut() && chunk.size <= kMaxPacket &&
-         SizeAgrees(tracks[static_cast<std::size_t>(TrackOfCode(entry.id))], entry, chunk);
 }
 
 // What stands at an offset.
@@ -65,39 +53,9 @@ bool Salvage::Follows(int64 at, int64 limit) {
   return at >= limit || Look(at, limit, chunk) != Sight::kNothing;
 }
 
-void Salvage::Entry(IndexEntry const& entry) {
-  if (_stopped) return;
-  Chunk chunk;
-  bool const leads = Leads(_file, _tracks, entry, chunk);
-  if (entry.offset < _position) {
-    _counts.misled += !leads;
-  } else if (leads || Headless(entry, chunk)) {
-    Scan(entry.offset);
-    if (!_stopped) Take(chunk, &entry);
-    _position = _file.Next(chunk);
-  } else if (Known(entry.id) && _missing.size() < kMostMissing) {
-    _missing.emplace(entry.offset, entry);
-  } else {
-    ++_counts.misled;
-  }
-}
-
-// Whether only the header of a chunk is gone or wrong: with what the index tells, more follows.
-bool Salvage::Headless(IndexEntry const& entry, Chunk& chunk) {
-  int64 const size = _file.Size();
-  Chunk there;
-  if (entry.offset != _position || !Known(entry.id) ||
-      (Look(_position, size, there) == Sight::kData && Follows(_file.Next(there), size)))
-    return false;
-  std::string const& codec = _tracks[static_cast<std::size_t>(TrackOfCode(entry.id))].codec;
-  chunk = {entry.id, 0, entry.offset, entry.size, entry.offset + 8 + entry.size, 0};
-  int64 const next = _file.Next(chunk);
-  return codec != "mjpeg" && codec != "text" && chunk.size <= kMaxPacket && next < _file.Size() &&
-         Follows(next, _file.Size());
-}
-
 void Salvage::Rest() {
   int64 const end = _file.Size();
+  if (_waiting && !_stopped) Settle(nullptr);
   Scan(end);
   if (!_stopped) LoseMissing(end - 7, INT64_MAX);  // promised, but beyond the end
 }
@@ -116,7 +74,7 @@ void Salvage::Scan(int64 limit) {
         break;
       case Sight::kOther:
         _indexSeen = _indexSeen || chunk.id == Convert4("idx1");
-        if (IsDataCode(chunk.id)) Lose(chunk.id, chunk.size);
+        if (IsDataCode(chunk.id)) Lose(chunk.id, chunk.offset, chunk.size);
         _position = _file.Next(chunk);
         break;
       case Sight::kCut:
@@ -141,14 +99,14 @@ void Salvage::Skip(int64 limit, Chunk const* cut) {
   int64 const from = _position;
   _position = Find(from + (cut != nullptr ? 8 : 1), limit);
   if (cut != nullptr) {
-    Lose(cut->id, _position - cut->Payload());
+    Lose(cut->id, cut->offset, _position - cut->Payload());
     _missing.erase(from);
   }
   LoseMissing(from, _position);
   if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
   _counts.skipped.packets += 1;
   _counts.skipped.bytes += static_cast<base::uint64>(_position - from);
-  if (_counts.holes.size() < kHoles) _counts.holes.push_back({from, _position - from});
+  if (_counts.holes.size() < kNamed) _counts.holes.push_back({from, _position - from});
 }
 
 // The first packet with another behind it, or the limit.
@@ -175,12 +133,12 @@ int64 Salvage::Find(int64 from, int64 limit) {
   return limit;
 }
 
-void Salvage::Take(Chunk const& chunk, IndexEntry const* entry) {
+void Salvage::Take(Chunk const& chunk, IndexEntry const* entry, bool torn) {
   auto const track = static_cast<std::size_t>(TrackOfCode(chunk.id));
   auto const size = static_cast<unsigned>(chunk.size);
   _data.resize(size);
-  if (_file.Read(chunk.Payload(), _data.data(), size) != size || !Whole(chunk)) {
-    Lose(chunk.id, chunk.size);
+  if (torn || _file.Read(chunk.Payload(), _data.data(), size) != size || !Whole(chunk)) {
+    Lose(chunk.id, chunk.offset, chunk.size);
     return;
   }
   Trim(_tracks[track], entry != nullptr);
@@ -254,22 +212,12 @@ bool Salvage::IsKey(std::size_t track, IndexEntry const* entry) {
   return key;
 }
 
-void Salvage::Lose(unsigned id, int64 bytes) {
+void Salvage::Lose(unsigned id, int64 offset, int64 bytes) {
   Counted& lost =
       Known(id) ? _counts.lost[static_cast<std::size_t>(TrackOfCode(id))] : _counts.unknown;
-  ++lost.packets;
-  lost.bytes += static_cast<base::uint64>(std::max<int64>(bytes, 0));
-}
-
-// Entries that lead between two offsets name packets that are gone; those in front were wrong.
-void Salvage::LoseMissing(int64 begin, int64 end) {
-  auto const last = _missing.lower_bound(end);
-  for (auto entry = _missing.begin(); entry != last; entry = _missing.erase(entry)) {
-    if (entry->first >= begin)
-      Lose(entry->second.id, entry->second.size);
-    else
-      ++_counts.misled;
-  }
+  auto const count = static_cast<base::uint64>(std::max<int64>(bytes, 0));
+  lost += {1, count};
+  if (_counts.losses.size() < kNamed) _counts.losses.push_back({id, offset, count});
 }
 
 }  // namespace kestro::tool

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,16 @@ struct Hole {
   int64 offset, size;
 };
 
+// A packet of which some bytes are gone.
+struct Loss {
+  unsigned id;
+  int64 offset;  // of its header
+  base::uint64 bytes;
+};
+
 struct SalvageCounts {
   std::vector<Counted> kept, lost;  // by track
+  std::vector<Loss> losses;         // the first of those that are lost
   Counted unknown;                  // data of tracks that have no stream header
   base::uint64 indexed = 0;         // packets kept that the index names,
   base::uint64 found = 0;           // ... and those without an entry
@@ -59,27 +68,37 @@ class Salvage {
                     Chunk& chunk);
 
  private:
+  static constexpr int64 kMaxPacket = 256 << 20;  // nothing larger is a packet
+  static constexpr int64 kSector = 512;           // media lose whole ones
+
   enum class Sight { kData, kCut, kList, kOther, kNothing };
 
   Sight Look(int64 at, int64 limit, Chunk& chunk);
-  bool Known(unsigned id) const;
+  static bool Known(std::vector<AviTrack> const& tracks, unsigned id);
+  bool Known(unsigned id) const { return Known(_tracks, id); }
   bool Follows(int64 at, int64 limit);
+  int64 End(IndexEntry const& entry) const;
+  bool Adjoins(IndexEntry const& entry) const;
   bool Headless(IndexEntry const& entry, Chunk& chunk);
+  void Settle(IndexEntry const* next);
+  bool Torn(Chunk const& chunk, IndexEntry const* next);
   void Scan(int64 limit);
   bool BeginsIndex(int64 at);
   void Skip(int64 limit, Chunk const* cut);
   int64 Find(int64 from, int64 limit);
-  void Take(Chunk const& chunk, IndexEntry const* entry);
+  void Take(Chunk const& chunk, IndexEntry const* entry, bool torn = false);
   bool Whole(Chunk const& chunk);
   void Trim(AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, IndexEntry const* entry);
-  void Lose(unsigned id, int64 bytes);
+  void Lose(unsigned id, int64 offset, int64 bytes);
   void LoseMissing(int64 begin, int64 end);
 
   RiffReader& _file;
   std::vector<AviTrack> const& _tracks;
   Sink _sink;
   int64 _position;                            // everything in front is settled
+  std::optional<IndexEntry> _waiting;         // an entry that waits for the next one
+  int64 _told = 0;                            // where the entries that lead nowhere end, one by one
   std::multimap<int64, IndexEntry> _missing;  // entries that lead nowhere, by where they lead
   std::vector<bool> _openKeys;  // by track: the index takes open starts for key frames
   std::vector<std::uint8_t> _data;

@@ -1,0 +1,46 @@
+// A second copy of a recording's head, in its JUNK. Each sync rewrites the head: a power cut may
+// leave garbage there.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Tags.h"
+#include "avi/RiffReader.h"
+#include "base/Fraction.h"
+#include "input/Track.h"
+
+namespace kestro::tool {
+
+// The copy begins at a multiple of kSector, the largest sector that is torn, more than one behind
+// the head:
+//
+//   +0  "kestroHC"   +8  size of all this   +12  CRC-32 of what follows
+//  +16  the numbers of HeadPlaces, 32 bits each
+//  +32  RIFF AVI: LIST hdrl [LIST INFO], as they are when the file is opened
+struct HeadPlaces {
+  unsigned data = 0;     // where the first chunk of movi stands
+  unsigned entries = 0;  // where the entries of an index in front of movi stand, 0 for none,
+  unsigned reserve = 0;  // ... and their bytes
+  unsigned junk = 0;     // bytes of JUNK that were asked for
+};
+
+struct HeadCopy {
+  static constexpr unsigned kSector = 4096, kFront = 32;
+
+  HeadPlaces places;
+  int64 at;          // where it stands
+  std::string head;  // from RIFF on
+
+  static std::string Compose(std::string const& head, HeadPlaces const& places);
+  // The first one that is whole, between two offsets and in the first 32 MiB, which is further than
+  // a head reaches.
+  static std::optional<HeadCopy> Find(RiffReader& file, int64 from = 0, int64 to = INT64_MAX);
+};
+
+// All that stands in front of JUNK when the muxer has opened a file. `rate`: its "constFrameRate";
+// without tags, strd, strn and isft are left out.
+std::string ComposeHead(std::vector<Track*> const& tracks, base::Fraction rate, Tags const* tags);
+
+}  // namespace kestro::tool
