@@ -99,7 +99,7 @@ bool Judge::Hit(Sample const& sample) const {
 
 void Judge::Compare(stream::Packet const& packet, int64 promised, Verdict& verdict) {
   std::size_t t = 0;
-  while (t < _seen.size() && _playing.outputs[t]->Media() != packet.Media()) ++t;
+  while (t < _seen.size() && _playing.outputs[t]->Media().get() != packet.Media()) ++t;
   if (t == _seen.size()) {
     ++verdict.alien;
     return;

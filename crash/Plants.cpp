@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "base/LittleEndian.h"
+#include "crash/Tool.h"
 
 namespace kestro::crash {
 
@@ -131,6 +132,13 @@ void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
   }
 }
 
+Ops WithoutCopy(Ops ops) {
+  for (Op& op : ops)
+    if (auto const at = op.bytes.find("kestroHC"); at != op.bytes.npos)
+      op.bytes.replace(at, 8, 8, '\0');
+  return ops;
+}
+
 }  // namespace
 
 std::vector<Plant> Plants(Recorded const& recorded) {
@@ -155,7 +163,7 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("image before the data is durable", ImageBeforeBarrier);
     plant("no barrier after the image", drop(1));
     plant("one slot for all images", SameSlot);
-    plants.push_back({"checksums not checked", ops, true});
+    plants.push_back({"checksums not checked", ops, false, true});
     plant("rename instead of slots", [last = 1](Ops& sync) mutable { Rename(sync, last); });
     plant("no barrier after the name of a larger file", growing(drop(2)));
     plant("no barrier after a larger file", growing(drop(1)));
@@ -164,6 +172,7 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("no barrier behind the headers", drop(-1));
     plant("headers before the data", FrontFirst);
     plant("index before the data", [&](Ops& sync) { IndexFirst(sync, entries, front); });
+    if (HasRepair()) plants.push_back({"no copy of the head", WithoutCopy(ops), true});
   }
   return plants;
 }

@@ -8,6 +8,7 @@ namespace kestro::crash {
 struct Plant {
   std::string name;
   Ops ops;
+  bool garbage = false;   // it shows where a sector is garbage
   bool trusting = false;  // the bug is in who reads: checksums are not checked
 };
 

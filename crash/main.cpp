@@ -38,12 +38,12 @@ void Note(Findings& found, std::string const& state, Verdict const& verdict) {
 }
 
 Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long wanted, long every,
-                 bool plant, bool trusting = false) {
+                 Plant const* plant) {
   Findings found;
-  Judge judge(recorded, trusting);
+  Judge judge(recorded, plant != nullptr && plant->trusting);
   CrashStates* states = nullptr;
   auto const repair = [&](CrashStates::State const& state) {
-    if (plant || state.promised < 0 || !HasRepair()) return;
+    if ((plant != nullptr && !plant->garbage) || state.promised < 0 || !HasRepair()) return;
     int64 const from = state.garbage * sector;
     Verdict const verdict =
         judge.Repaired(state.file, state.others, state.promised, from, from + sector);
@@ -57,7 +57,7 @@ Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long
   CrashStates all(ops, recorded.front, sector, every, [&](CrashStates::State const& state) {
     if (state.garbage >= 0) {
       repair(state);
-      return true;
+      return plant == nullptr || found.Good();
     }
     Verdict const verdict = judge.Play(state.file, state.others, state.promised);
     if (state.promised < 0 || verdict.Good()) return true;
@@ -66,7 +66,7 @@ Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long
     found.alien += verdict.alien > 0;
     found.late += verdict.late > 0;
     Note(found, states->Describe(), verdict);
-    return !plant;
+    return plant == nullptr;
   });
   states = &all;
   all.Run(wanted);
@@ -92,7 +92,7 @@ bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings 
 
 bool ReportPlant(std::FILE* out, Recorded const& recorded, Plant const& plant) {
   for (unsigned sector : kSectors) {
-    Findings const found = Explore(recorded, plant.ops, sector, 1000, 1, true, plant.trusting);
+    Findings const found = Explore(recorded, plant.ops, sector, 1000, 1, &plant);
     if (found.Good()) continue;
     std::fprintf(out, "  found, %s: %s\n", plant.name.c_str(), found.first.c_str());
     return true;
@@ -114,7 +114,7 @@ bool Prove(std::FILE* out, Mode mode, long wanted) {
   for (unsigned sector : kSectors)
     running.push_back(std::async(std::launch::async, [&recorded, sector, wanted] {
       return Explore(recorded, recorded.ops, sector, wanted / 2, std::max(kUsual / wanted, 1L),
-                     false);
+                     nullptr);
     }));
   for (std::size_t i = 0; i < running.size(); ++i) {
     Findings const found = running[i].get();
