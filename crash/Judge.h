@@ -48,9 +48,4 @@ class Judge {
   std::vector<std::size_t> _next;        // per track, which sample should come
 };
 
-// Puts headers and index of a sync where they belong, as a repair does. What was recorded after it
-// goes; an image that cannot be one leaves the file as it is.
-void ApplyImage(std::vector<unsigned char>& file, std::vector<unsigned char> const& image,
-                std::size_t header);
-
 }  // namespace kestro::crash

@@ -9,7 +9,7 @@
 #include "support/FileLayout.h"
 #include "support/Playing.h"
 #ifdef KESTRO_CUSTOMIZE
-#include "crash/Judge.h"
+#include "crash/Image.h"
 #endif
 
 namespace kestro::fuzz {
@@ -41,7 +41,7 @@ struct Sample {
   bool Indexed() const { return !data.empty() && kind != 'a'; }
 };
 
-std::string image;  // the last one handed over
+std::vector<unsigned char> image;  // the last one handed over
 void Keep(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned) {
   image.assign(data, data + size);
 }

@@ -296,7 +296,7 @@ TEST_F(Faults, OfReadingAreReported) {
           told = preload && !p.demuxer->Set("vlcPreload", true);
           told = !p.Open() || told;
           auto const media = p.outputs[0]->Media();
-          bool const published = media && !media->ExtraData().empty();
+          bool const published = media && !media->ExtraData()->empty();
           auto const all = p.All();
           complete = published && all == whole;
           for (std::size_t i = 0; i < std::min(all.size(), kFew); ++i)
