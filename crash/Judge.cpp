@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "base/LittleEndian.h"
 #include "crash/Image.h"
 #include "crash/Tool.h"
 
