@@ -22,9 +22,9 @@ namespace kestro::plugin::avi {
 // Each audio track, and the chosen video track, goes to the first output that takes its codec and
 // is free. Seek, PlayModeSwitch and "plyVidCtrl" may be called from any thread, and from a sink's
 // ReceivePacket. They exclude the making of packets and each other by a lock; after the end of the
-// stream the first two make it go on, the last does not. The lock is held while the notification function and, within
-// "plyVidCtrl", a sink's AcceptMedia are called: from these, calls that need it are refused with an
-// error line. Everything else is for the control thread.
+// stream the first two make it go on, the last does not. The lock is held while the notification
+// function and, within "plyVidCtrl", a sink's AcceptMedia are called: from these, calls that need
+// it are refused with an error line. Everything else is for the control thread.
 //
 // "plyVidCtrl" changes the track and the outputs' media in one step: every packet of the new track
 // is delivered, and one of the old track that was made before may be lost.
