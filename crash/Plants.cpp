@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 
 #include "base/LittleEndian.h"
 #include "crash/Tool.h"
@@ -68,8 +69,32 @@ bool Grows(Ops const& sync) {
   return std::any_of(sync.begin(), sync.end(), [](Op const& op) { return op.kind == Op::kName; });
 }
 
-// The last write to another file is that of an image, and the one before it that of the slot's
-// head.
+// The syncs with their images written as a whole, whatever the slots held already: the last write
+// to another file is that of an image, and the one before it that of the slot's head.
+Ops WithWholeImages(Ops const& ops) {
+  std::map<int, test::MemoryIO> files;
+  Ops whole;
+  std::size_t head = 0;
+  for (Op const& op : ops) {
+    bool const other = op.kind == Op::kWrite && op.file != 0;
+    if (other) {
+      files[op.file].Seek(op.at, base::IO::kBegin);
+      files[op.file].Write(op.bytes.data(), static_cast<unsigned>(op.bytes.size()));
+    }
+    if (other && op.at >= 4096 && op.bytes.size() == 16) head = whole.size();
+    if (other && head != 0 && head < whole.size()) continue;  // of the image
+    if (op.kind == Op::kFlush && op.file != 0 && head != 0) {
+      tool::SlotFile::Image image;
+      tool::SlotFile::Read(files[op.file], image);
+      whole.push_back({Op::kWrite, op.file, whole[head].at + 16,
+                       std::string(image.bytes.begin(), image.bytes.end())});
+      head = 0;
+    }
+    whole.push_back(op);
+  }
+  return whole;
+}
+
 Ops::iterator ImageIn(Ops& sync) {
   auto op = sync.end() - 1;
   while (op->kind != Op::kWrite || op->file == 0) --op;
@@ -142,8 +167,8 @@ Ops WithoutCopy(Ops ops) {
 }  // namespace
 
 std::vector<Plant> Plants(Recorded const& recorded) {
-  Ops const& ops = recorded.ops;
   bool const image = recorded.mode == Mode::kCallback;
+  Ops const ops = image ? WithWholeImages(recorded.ops) : recorded.ops;
   int64 const entries = recorded.entries, front = image ? INT64_MAX : recorded.front;
   std::vector<Plant> plants;
   auto const plant = [&](char const* name, Edit const& edit) {
@@ -163,7 +188,7 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("image before the data is durable", ImageBeforeBarrier);
     plant("no barrier after the image", drop(1));
     plant("one slot for all images", SameSlot);
-    plants.push_back({"checksums not checked", ops, false, true});
+    plants.push_back({"checksums not checked", recorded.ops, false, true});
     plant("rename instead of slots", [last = 1](Ops& sync) mutable { Rename(sync, last); });
     plant("no barrier after the name of a larger file", growing(drop(2)));
     plant("no barrier after a larger file", growing(drop(1)));

@@ -3,6 +3,7 @@
 
 #include "Command.h"
 #include "SlotFile.h"
+#include "base/File.h"
 #include "support/MemoryIO.h"
 #include "support/SystemFault.h"
 
@@ -121,6 +122,43 @@ TEST_F(SlotTest, ImagesTakeTurns) {
   EXPECT_EQ(size, 4096 + 2 * 16384u);
   EXPECT_TRUE(slots.Remove());
   EXPECT_FALSE(fs::exists(slots.Path()));
+}
+
+// Of an image whose head changes and whose index grows, only that is written; of one that shrinks,
+// what differs from the slot.
+TEST_F(SlotTest, WhatASlotHoldsIsNotWrittenAgain) {
+  struct Counting : SlotFile::Folder {
+    struct File : base::FileIO {
+      File(char const* path, std::size_t& written) : FileIO(path, "rwbc"), written(written) {}
+      unsigned Write(void const* data, unsigned size) override {
+        written += size;
+        return FileIO::Write(data, size);
+      }
+      std::size_t& written;
+    };
+    std::unique_ptr<base::IO> Create(std::string const& path) override {
+      return std::make_unique<File>(path.c_str(), written);
+    }
+    std::size_t written = 0;
+  } folder;
+  SlotFile slots(_path, 1 << 20, &folder);
+  int number = 0;
+  for (std::size_t size : {100000, 100300, 100600, 100900, 300000, 300000, 50, 200000, 100, 200000})
+    for (int slot : {0, 1}) {
+      SCOPED_TRACE(testing::Message() << slot << " " << size);
+      std::vector<unsigned char> bytes(size);
+      for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(i * i >> 8);
+      bytes[9] = static_cast<unsigned char>(++number);
+      folder.written = 0;
+      EXPECT_TRUE(slots.Store(bytes.data(), static_cast<unsigned>(size)));
+      if (number > 2 && number <= 8) {
+        EXPECT_LE(folder.written, 16u + 3 * 4096);
+      }
+      SlotFile::Image newest;
+      test::MemoryIO file(FileText(_path));
+      EXPECT_TRUE(SlotFile::Read(file, newest));
+      EXPECT_TRUE(newest.bytes == bytes);
+    }
 }
 
 // Whatever fails: what was stored last is still there, and the next image is stored.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "base/File.h"
 #include "base/LittleEndian.h"
@@ -22,6 +23,7 @@ constexpr unsigned char kMagic[] = {'k', 'e', 's', 't', 's', 'l', 'o', 't'};
 constexpr unsigned kVersion = 1;
 constexpr unsigned kHead = 4096;  // as large as the largest sector: written once, torn never
 constexpr unsigned kSlotHead = 16;
+constexpr unsigned kBlock = 4096;  // of an image, written as a whole or left out
 
 constexpr std::array<unsigned, 256> kCrcTable = [] {
   std::array<unsigned, 256> table{};
@@ -72,18 +74,41 @@ bool SlotFile::Fail(std::string const& path, int error) {
 bool SlotFile::Store(unsigned char const* data, unsigned size) {
   ++_generation;
   if (_file == nullptr || size > _slotSize - kSlotHead) return Grow(data, size);
-  if (!WriteSlot(*_file, _next, data, size) || !_file->FlushData())
+  if (!WriteSlot(*_file, _next, data, size) || !_file->FlushData()) {
+    _held[_next].clear();
     return Fail(Path(), _file->Error());
+  }
   _next = 1 - _next;
   return true;
 }
 
+// An index only grows: most of it is in the slot since the image before the last.
 bool SlotFile::WriteSlot(IO& file, unsigned slot, unsigned char const* data, unsigned size) {
   unsigned char head[kSlotHead] = {};
   Store32(head, _generation);
   Store32(head + 4, size);
   Store32(head + 8, Crc32(data, size, Crc32(head, 8)));
-  return WriteAt(file, SlotAt(slot, _slotSize), head, kSlotHead) && file.Write(data, size) == size;
+  int64 const at = SlotAt(slot, _slotSize);
+  if (!WriteAt(file, at, head, kSlotHead)) return false;
+
+  std::vector<unsigned>& held = _held[slot];
+  std::size_t const before = held.size();
+  held.resize((size + kBlock - 1) / kBlock);
+  unsigned changed = 0, end = 0;  // what is to be written up to here
+  for (std::size_t i = 0; end < size; ++i) {
+    unsigned const from = end, length = std::min(kBlock, size - from);
+    end += length;
+    unsigned const sum = Crc32(data + from, length);
+    bool const same = std::exchange(held[i], sum) == sum && i < before;
+    if (same || end == size) {
+      unsigned const upTo = same ? from : end;
+      if (upTo > changed &&
+          !WriteAt(file, at + kSlotHead + changed, data + changed, upTo - changed))
+        return false;
+    }
+    if (same) changed = end;
+  }
+  return true;
 }
 
 // A file of two slots that has all its blocks and holds the image in its first slot.
@@ -105,12 +130,14 @@ bool SlotFile::Grow(unsigned char const* data, unsigned size) {
   unsigned const slotSize = _slotSize, name = _file != nullptr ? 1 - _current : 0;
   if (size > INT32_MAX - kSlotHead) return Fail(_names[name], EFBIG);
   while (size > _slotSize - kSlotHead) _slotSize *= 2;
+  _held = {};
   std::unique_ptr<IO> file = _folder.Create(_names[name]);
   if (!Create(*file, data, size)) {
     int const error = file->Error();
     file.reset();
     _folder.Remove(_names[name]);
     _slotSize = slotSize;
+    _held = {};
     return Fail(_names[name], error);
   }
   _file = std::move(file);  // the old one is closed: its room is free once its name is gone

@@ -14,7 +14,7 @@ namespace kestro::tool {
 // beforehand take the images in turn, each with a generation number, its length and a checksum: a
 // crash spoils at most the slot that is being written, and the other one holds the image before it.
 // Nothing is renamed and no size changes: FAT does not store either with the data
-// (docs/format.md draws the file).
+// (docs/format.md draws the file). Blocks of 4 KiB that a slot holds already are not written again.
 //
 // An image that has outgrown its slot goes into a new file with slots twice as large, which is
 // durable before the old one is removed. The two names take turns; after a crash both may exist,
@@ -74,6 +74,7 @@ class SlotFile {
   unsigned _current = 0;            // name
   unsigned _next = 0;               // slot, never the one with the last image
   unsigned _generation = 0;
+  std::array<std::vector<unsigned>, 2> _held;  // by slot: checksums of the image's blocks
   std::string _error;
 };
 
