@@ -91,7 +91,8 @@ TEST_P(BadSectors, InTheDataEndPlayThereAndNotBefore) {
   for (bool const indexFirst : {true, false}) {
     Make(indexFirst);
     int64 const end = _chunks.back().first + _chunks.back().second;  // before an index that is last
-    for (auto const& [at, size] : _chunks)
+    for (std::size_t i = 0; i < _chunks.size(); i += TEST_STEP) {
+      auto const [at, size] = _chunks[i];
       for (int64 const from : {at - 8, at - 3, at, at + 1, at + size / 2, at + size - 1})
         for (int64 const length : {512, 4096, 1 << 30}) {
           int64 const to = std::min(from + length, indexFirst ? INT64_MAX : end);
@@ -102,6 +103,7 @@ TEST_P(BadSectors, InTheDataEndPlayThereAndNotBefore) {
           ASSERT_EQ(headless ? 1u : 0u, _said.size()) << "its parameter sets";
           ASSERT_GT(fault.Failures(), 0);
         }
+    }
   }
 }
 
