@@ -1,110 +1,85 @@
 #include "rig/Judge.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+
+#include "base/File.h"
+#include "repair/Repair.h"
+
+namespace fs = std::filesystem;
 
 namespace kestro::rig {
 
-namespace {
+static constexpr int kLongest = 12000;  // packets of a file
 
-constexpr int kLongest = 12000;  // packets of a file
-
-// A copied file, whose end could perhaps not be read.
-class CopiedIO : public test::MemoryIO {
- public:
-  CopiedIO(std::string const& path, int64 readable) : _readable(readable) {
-    std::ifstream file(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(file), {});
-  }
-  unsigned Read(void* data, unsigned size) override {
-    if (position + size <= _readable || position >= Size()) return MemoryIO::Read(data, size);
-    if (position >= _readable) return kFailed;
-    return MemoryIO::Read(data, static_cast<unsigned>(_readable - position));
-  }
-  int Error() override { return position >= _readable ? EIO : 0; }
-
- private:
-  int64 const _readable;
-};
-
-int64 Readable(std::string const& path) {
-  std::ifstream file(path + ".readable");
-  int64 bytes = LLONG_MAX;
-  file >> bytes;
-  return bytes;
-}
-
-}  // namespace
-
-std::string Judge::Faults(std::string const& folder, Promise const& promise) {
+std::string Judge::Faults(std::string const& folder, Promise const& promise, bool withTool) {
   int const perFile = promise.perFile != 0 ? promise.perFile : kLongest;
   std::string faults;
   for (int begin = 0; begin < promise.packets; begin += perFile) {
     auto const key = std::make_pair(begin, promise.scale);
     if (_expected.count(key) == 0)
       _expected[key] = Film{promise.scale}.Expected(begin, begin + perFile);
-    bool const closed = begin + perFile <= promise.packets ||
-                        (begin + perFile > promise.packets && promise.closed != 0);
-    faults += File(folder + "/a" +
-                       (promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "") + ".avi",
-                   _expected[key], promise.packets, closed || !_callback);
+    bool const closed = begin + perFile <= promise.packets || promise.closed != 0;
+    std::string const number = promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "";
+    faults += File(folder + "/a" + number + ".avi", _expected[key], promise.packets,
+                   closed || !_callback, withTool);
   }
   return faults;
 }
 
 std::string Judge::File(std::string const& path, crash::Recorded const& expected, int64 promised,
-                        bool plays) {
-  int64 const readable = Readable(path);
+                        bool plays, bool withTool) {
   std::size_t here = 0;  // promised packets
   for (auto const& track : expected.tracks)
     for (auto const& sample : track) here += sample.number < promised;
+  std::string readable;
+  if (std::getline(std::ifstream(path + ".readable"), readable))
+    setenv("RIG_READABLE", (path + ":" + readable).c_str(), 1);
   std::string faults;
-  if (plays) {
-    faults = Play(path, readable, expected, promised, false);
-    if (!faults.empty()) faults = "; play: " + faults;
-    faults += ToolPlays(path, readable, here);
-  }
-  std::string const whole = _scratch + "/whole.avi";
-  std::filesystem::remove(whole);
-  std::string const command =
-      _tool + " repair --force " + path + " -o " + whole + " >" + _scratch + "/repair.txt 2>&1";
-  int const code = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
-  std::string const repaired = Play(whole, LLONG_MAX, expected, promised, true);
-  if (!repaired.empty()) faults += "; repair (" + std::to_string(code / 256) + "): " + repaired;
-  if (!plays) {
-    // Without it a repair may find all the same what is promised.
-    std::ifstream file(_scratch + "/repair.txt");
-    std::string const report{std::istreambuf_iterator<char>(file), {}};
-    std::size_t const at = report.find("\"indexed\": ");
-    bool const used = report.find("\"source\": \"image\"") != report.npos && at != report.npos;
-    if (!used || std::strtoull(report.c_str() + at + 11, nullptr, 10) < here)
-      faults += "; the side file does not have all that was promised";
-  }
-  return faults.empty() ? "" : std::filesystem::path(path).filename().string() + faults + " ";
+  if (plays) faults = Play(path, expected, promised, false);
+  if (plays && (withTool || !readable.empty())) faults += ToolPlays(path, here);
+  // A repair finds packets without the side file, too, but not all, after a longer search.
+  faults += Repair(path, expected, promised, plays ? 0 : here);
+  unsetenv("RIG_READABLE");
+  return faults.empty() ? "" : fs::path(path).filename().string() + faults + " ";
 }
 
-std::string Judge::Play(std::string const& path, int64 readable, crash::Recorded const& expected,
-                        int64 promised, bool repaired) {
-  CopiedIO io(path, readable);
-  crash::Verdict const verdict = crash::Judge(expected).Play(io, nullptr, promised);
+std::string Judge::Play(std::string const& path, crash::Recorded const& expected, int64 promised,
+                        bool repaired) {
+  base::FileIO io(path.c_str(), "rb");
+  if (!io.Opened()) return "; cannot be opened";
+  crash::Verdict const verdict = crash::Judge(expected).Play(io, promised);
   // A repair also finds packets whose content never was stored.
   if (verdict.opened && verdict.lost == 0 && (repaired || verdict.Good())) return {};
-  return (verdict.opened ? "lost " : "not opened, lost ") + std::to_string(verdict.lost) +
-         ", alien " + std::to_string(verdict.alien) + ", late " + std::to_string(verdict.late);
+  return std::string(repaired ? "; repaired: " : "; played: ") +
+         (verdict.opened ? "" : "not opened, ") + std::to_string(verdict.lost) + " lost, " +
+         std::to_string(verdict.alien) + " alien, " + std::to_string(verdict.late) + " late";
+}
+
+// Of the promised packets, so many are to be found by the side file.
+std::string Judge::Repair(std::string const& path, crash::Recorded const& expected, int64 promised,
+                          std::size_t indexed) try {
+  tool::RepairJob job;
+  job.input = path;
+  job.output = _scratch + "/whole.avi";
+  job.force = true;
+  tool::RepairReport const report = tool::Repair(job);
+  std::string faults = Play(job.output, expected, promised, true);
+  if (indexed > 0 &&
+      (report.source != tool::RepairReport::Source::kImage || report.counts.indexed < indexed))
+    faults += "; the side file lacks what was promised";
+  return faults;
+} catch (std::exception const& error) {
+  return std::string("; repair: ") + error.what();
 }
 
 // The tool's own verb lists all that was promised.
-std::string Judge::ToolPlays(std::string const& path, int64 readable, std::size_t packets) const {
-  std::string command = _tool + " play --json " + path + " 2>" + _scratch + "/play.txt | wc -l";
-  if (readable != LLONG_MAX)
-    command = "RIG_READABLE=" + path + ":" + std::to_string(readable) +
-              " LD_PRELOAD=${0%/*}/libkestro-rig-unreadable.so " + command;
+std::string Judge::ToolPlays(std::string const& path, std::size_t packets) const {
+  std::string const command = "LD_PRELOAD=" RIG_UNREADABLE " " + _tool + " play --json " + path +
+                              " 2>" + _scratch + "/play.txt | wc -l";
   std::FILE* const lines = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
   std::size_t count = 0;
   if (lines == nullptr || std::fscanf(lines, "%zu", &count) != 1) count = 0;

@@ -3,7 +3,8 @@
 //
 //   log, base    the log, and the disk as it was before
 //   mode         of the recording; "callback" has a side file
-//   states       how many at random, after one at every promise; "end": the log's end only
+//   states       how many at random, after one at every promise; "end": the log's end only,
+//                where "least" packets are expected
 //   unit, seed, switches   of the states (Disk.h)
 //   make, judge  makes the states only, as DIR/NUMBER.img, or judges only what was copied from them
 //                to DIR/NUMBER; else does both with a shell's command, "copy", given IMAGE FOLDER
@@ -61,6 +62,7 @@ int Run(Options const& options, std::FILE* out) {
   if (options["states"] == "end") {
     list = states.List(1, 1, false);
     list = {{log.entries.size(), State::kEverything, list.back().promise}};
+    list[0].promise.packets = std::max(list[0].promise.packets, options.Number("least", 0));
   }
   Judge judge(options["tool"], options["work"], options["mode"] == "callback");
   int good = 0, promises = 0, kept = 0, number = 0;
@@ -74,7 +76,7 @@ int Run(Options const& options, std::FILE* out) {
     if (!options.Has("judge") && !states.Build(state).Save(image)) return 2;
     if (options.Has("make")) continue;
     if (!options.Has("judge")) Copy(options["copy"], image, folder);
-    std::string const faults = judge.Faults(folder, state.promise);
+    std::string const faults = judge.Faults(folder, state.promise, state.fresh || list.size() == 1);
     good += faults.empty();
     promises += state.fresh;
     kept += state.fresh && faults.empty();
