@@ -24,8 +24,9 @@ std::string Judge::Faults(std::string const& folder, Promise const& promise, boo
       _expected[key] = Film{promise.scale}.Expected(begin, begin + perFile);
     bool const closed = begin + perFile <= promise.packets || promise.closed != 0;
     std::string const number = promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "";
-    faults += File(folder + "/a" + number + ".avi", _expected[key], promise.packets,
-                   closed || !_callback, withTool);
+    std::string const path = folder + "/a" + number + ".avi";
+    bool const plays = closed || !_callback || !fs::exists(path + ".sync");
+    faults += File(path, _expected[key], promise.packets, plays, withTool);
   }
   return faults;
 }

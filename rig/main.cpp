@@ -4,7 +4,7 @@
 //   log, base    the log, and the disk as it was before
 //   mode         of the recording; "callback" has a side file
 //   states       how many at random, after one at every promise; "end": the log's end only,
-//                where "least" packets are expected
+//                where a complete file of "least" packets is expected
 //   unit, seed, switches   of the states (Disk.h)
 //   make, judge  makes the states only, as DIR/NUMBER.img, or judges only what was copied from them
 //                to DIR/NUMBER; else does both with a shell's command, "copy", given IMAGE FOLDER
@@ -62,7 +62,8 @@ int Run(Options const& options, std::FILE* out) {
   if (options["states"] == "end") {
     list = states.List(1, 1, false);
     list = {{log.entries.size(), State::kEverything, list.back().promise}};
-    list[0].promise.packets = std::max(list[0].promise.packets, options.Number("least", 0));
+    list[0].promise.packets = options.Number("least", list[0].promise.packets);
+    list[0].promise.closed |= options.Has("least");
   }
   Judge judge(options["tool"], options["work"], options["mode"] == "callback");
   int good = 0, promises = 0, kept = 0, number = 0;
@@ -83,8 +84,7 @@ int Run(Options const& options, std::FILE* out) {
     if (first.empty() && !faults.empty()) {
       first = "state " + name + ", " + state.Text() + ": " + faults;
       std::error_code ignored;
-      fs::copy_file(image, options["work"] + "/fault.img", fs::copy_options::overwrite_existing,
-                    ignored);
+      fs::rename(image, options["work"] + "/fault.img", ignored);
     }
   }
   if (options.Has("make")) return 0;

@@ -61,10 +61,9 @@ pack() { # the recorder with all that it is linked to
     >"$out/machine/initrd"
 }
 
-boot() { # boot SHARE [NAME...]: with the folder and the cards of these names, until the job is done
-  local share=$1 name disks=()
-  shift
-  for name in "$@"; do
+boot() { # boot GROUP: until the job in its folder, which the machine shares, is done
+  local share=$out/$1 name disks=()
+  for name in $(cat "$share/cards" 2>/dev/null); do
     disks+=(-blockdev "driver=file,node-name=f-$name,filename=$share/$name.card"
       -blockdev "driver=file,node-name=l-$name,filename=$share/$name.log"
       -blockdev "driver=blklogwrites,node-name=w-$name,file=f-$name,log=l-$name,log-super-update-interval=64"
@@ -82,7 +81,7 @@ boot() { # boot SHARE [NAME...]: with the folder and the cards of these names, u
 format() { # format FS FILE MIB: and a MiB more that no file system uses
   truncate -s $(($3 + 1))M "$2"
   case $1 in
-    vfat) mkfs.vfat -F 32 -s 8 "$2" $(($3 * 1024)) ;;
+    vfat) mkfs.vfat -F 32 -s $(($3 < 260 ? 1 : 8)) "$2" $(($3 * 1024)) ;;
     ext4) mkfs.ext4 -q "$2" "${3}M" ;;
     exfat) truncate -s "${3}M" "$2" && mkfs.exfat "$2" && truncate -s $(($3 + 1))M "$2" ;;
     f2fs) mkfs.f2fs "$2" $(($3 * 2048)) ;;
@@ -102,7 +101,7 @@ job() { mkdir -p "$out/$1" && printf '%s\n' "${@:2}" >>"$out/$1/job"; }
 
 record() { # record GROUP
   job "$1" finish
-  (boot "$out/$1" $(<"$out/$1/cards")) || fault "$1: the machine did not stop"
+  (boot "$1") || fault "$1: the machine did not stop"
 }
 
 # Verdicts: "FILE-SYSTEM CARD WAY good states kept promises", and what the first fault is.
@@ -130,7 +129,7 @@ mounted() { # mounted GROUP FS OPTION...: all cards of the group, mounted by the
     judge "$group" "$fs" "$name" mounted "make=$share/$name" "${@:3}"
     job "$group.mounted" "copy $fs $name"
   done
-  (limit=1500 boot "$share") || fault "$group: the machine did not stop"
+  (limit=1500 boot "$group.mounted") || fault "$group: the machine did not stop"
   for name in $(<"$out/$group/cards"); do
     judge "$group" "$fs" "$name" mounted "judge=$share/$name" "${@:3}"
   done
@@ -139,11 +138,13 @@ mounted() { # mounted GROUP FS OPTION...: all cards of the group, mounted by the
 
 # What is recorded, and what is asked of it.
 
+# An image comes with every 512 KiB at the most.
+scale() { [[ $mode == image ]] && echo "$1" || echo 1; }
 usual() { # usual GROUP FS INTERVAL SCALE-OF-IMAGE: a card of each mode, busy
   local mode
   job "$1" busy
   for mode in "${modes[@]}"; do
-    card "$1" "$2" "$mode" "interval=$3" "scale=$([[ $mode == image ]] && echo "$4" || echo 1)"
+    card "$1" "$2" "$mode" "interval=$3" "scale=$(scale "$4")"
   done
 }
 plants() {
@@ -152,52 +153,184 @@ plants() {
   card plants vfat callback.rename plant=rename
   card plants vfat in-place.front-first plant=front-first
 }
-troubles() { # segments, and cards that are taken away
+segments() {
   card segments vfat in-place.segments per-file=2 queue=1
   card segments vfat callback.segments per-file=2
-  card segments vfat in-place.pulled
-  card segments vfat callback.read-only
-  job segments 'sleep 5' 'pull in-place.pulled' 'sleep 1' 'echo u >/proc/sysrq-trigger'
+}
+pulled() {
+  local mode
+  for mode in "${modes[@]}"; do card pulled vfat "$mode.pulled" "scale=$(scale 3)"; done
+  card pulled vfat in-place.read-only per-file=2
+  job pulled 'sleep 6' 'for mode in in-place image callback; do pull $mode.pulled; done' \
+    'echo u >/proc/sysrq-trigger'
 }
 full() {
   local mode
-  for mode in in-place callback off; do
-    mib=64 card full vfat $mode.full pace=0 seconds=90 scale=5 "$([[ $mode != off ]] || echo spill=/mnt/off.full)"
+  for mode in "${modes[@]}" off; do
+    mib=64 card full vfat "$mode.full" pace=0 seconds=90 scale=5 \
+      "$([[ $mode != off ]] || echo spill=/mnt/off.full)"
   done
 }
 
-full_card() { :; }
+# What the recorder said of a card that failed.
+told() { # told GROUP NAME TEXT
+  grep -qE "^(error|note): .*$3" "$out/$1/$2.said" || fault "$2: no \"$3\" was told"
+}
+# A file that has filled its card is whole; all that play lists is as it was recorded.
+full_card() { # full_card NAME
+  local file=$out/full/$1.files/a.avi pushed played
+  mkdir -p "${file%/*}"
+  mcopy -n -i "$out/full/$1.card" ::a.avi "$file"
+  told full "$1" 'No space left'
+  "$tool" verify "$file" >"$file.verified" || fault "$1: $(sed -n 2p "$file.verified")"
+  played=$("$tool" play --json "$file" 2>/dev/null | wc -l)
+  pushed=$(sed -n 's/^ended: \([0-9]*\) packets/\1/p' "$out/full/$1.said")
+  ((played * 10 > pushed * 9)) || fault "$1: $played packets of $pushed are played"
+  checked full vfat "$1" states=end "least=$played"
+}
+
+recorded() { # recorded GROUP...: all at once
+  for group; do pool record "$group"; done
+  wait
+}
 
 short() {
   local fs group mode
   for fs in vfat ext4 exfat f2fs; do usual $fs $fs 1000 3; done
   plants
-  troubles
+  segments
+  pulled
   full
-  for group in vfat segments full plants exfat f2fs ext4; do pool record $group; done
-  wait
-  for fs in vfat exfat f2fs; do pool mounted $fs $fs states=$([[ $fs == vfat ]] && echo 100 || echo 10); done
-  for mode in "${modes[@]}"; do
-    for fs in vfat ext4; do pool checked $fs $fs $mode states=100; done
+  recorded vfat exfat f2fs ext4 full plants segments pulled
+  pool mounted vfat vfat states=100
+  for fs in exfat f2fs; do pool mounted $fs $fs states=10; done
+  for fs in vfat ext4; do
+    for mode in "${modes[@]}"; do pool checked $fs $fs "$mode" states=100; done
   done
-  for group in plants segments; do
-    for mode in $(<"$out/$group/cards"); do
-      case $mode in
-        *.segments) pool checked $group vfat "$mode" states=50 switches=1 ;;
-        *.full) pool full_card "$mode" ;;
-        *) pool checked $group vfat "$mode" states=50 ;;
+  for group in plants segments pulled; do
+    for mode in $(<"$out/$group/cards"); do pool checked $group vfat "$mode" states=50 switches=1; done
+  done
+  for mode in $(<"$out/full/cards"); do pool full_card "$mode"; done
+  for mode in "${modes[@]}"; do told pulled "$mode.pulled" 'Input/output error'; done
+  told pulled in-place.read-only 'Read-only file system'
+  wait
+}
+
+# Short recordings with many syncs, again and again.
+long() {
+  local fs mode round groups=()
+  for round in {1..10}; do
+    for fs in vfat ext4 exfat f2fs; do
+      [[ $round -le 2 || $fs == vfat || $fs == ext4 ]] || continue
+      usual "$fs.$round" $fs 250 9
+      groups+=("$fs.$round")
+    done
+    card "vfat.$round" vfat in-place.data-only plant=data-only interval=250
+  done
+  recorded "${groups[@]}"
+  for round in {1..10}; do
+    for fs in vfat ext4; do
+      for mode in $(<"$out/$fs.$round/cards"); do
+        pool checked "$fs.$round" $fs "$mode" states=100 "seed=$round"
+      done
+    done
+    pool mounted "vfat.$round" vfat states=10 "seed=$round"
+    [[ $round -gt 2 ]] || for fs in exfat f2fs; do pool mounted "$fs.$round" $fs states=50 "seed=$round"; done
+  done
+  wait
+  kills
+}
+
+killed() { # killed GROUP: the emulator itself, some time after the first syncs
+  local card until=$((SECONDS + 200))
+  (boot "$1") &
+  for card in $(<"$out/$1/cards"); do
+    while (($(stat -c %s "$out/$1/$card.log") < 800000 && SECONDS < until)); do sleep 0.2; done
+  done
+  sleep $((RANDOM % 8)).$((RANDOM % 10))
+  kill -KILL $!
+  wait $! || true
+}
+kills() {
+  local fs round mode
+  for fs in vfat ext4 exfat f2fs; do
+    for round in {1..5}; do
+      usual "killed.$fs.$round" $fs 250 9
+      sed -i 's/$/ seconds=60/' "$out/killed.$fs.$round/job"
+      pool killed "killed.$fs.$round"
+    done
+  done
+  wait
+  for fs in vfat ext4 exfat f2fs; do
+    for round in {1..5}; do
+      case $fs in
+        exfat | f2fs) pool mounted "killed.$fs.$round" $fs states=end ;;
+        *) for mode in "${modes[@]}"; do pool checked "killed.$fs.$round" $fs "$mode" states=end; done ;;
       esac
     done
   done
   wait
 }
 
-main() {
-  [[ ! -d $out ]] || find "$out" -mindepth 1 -maxdepth 1 ! -name apt ! -name machine -exec rm -r {} + # but what was fetched
-  mkdir -p "$out"
-  (fetch) || die "the machine cannot be fetched"
-  pack
-  "$kind"
+# What a sync costs on vfat: bytes written to the card and how long a push takes, for one recorder
+# and for two on a card, with a queue and without, with the file system's barrier and without.
+cost() {
+  local mode queue plant others name
+  for mode in "${modes[@]}"; do
+    for others in alone second; do
+      for queue in direct queue; do
+        for plant in "" data-only; do
+          name=$mode.$others.$queue${plant:+.$plant}
+          card "cost.$name" vfat "$name" interval=1000 seconds=20 "scale=$(scale 3)" \
+            "queue=$([[ $queue == queue ]] && echo 1 || echo 0)" "plant=$plant"
+          [[ $others == alone ]] ||
+            job "cost.$name" "record mode=in-place seconds=20 file=/mnt/$name/other.avi >/dev/null 2>&1 &"
+          jobs=1 pool record "cost.$name"
+        done
+      done
+    done
+  done
+  wait
+  for name in "$out"/cost.*/*.said; do
+    card=$(basename "$name" .said)
+    echo "$card: $(stat -c %s "${name%.said}.log") bytes; $(grep ^push "$name")"
+  done
 }
-main
-cat "$out/verdicts" "$out/faults"
+
+# One line for each recording; what was planted must be found.
+report() {
+  local code=0
+  [[ ! -s $out/verdicts ]] || sort "$out/verdicts" | awk '
+    { key = $1 " " $2; way[$3]; states[key, $3] += $5; good[key, $3] += $4
+      kept[key, $3] += $6; promises[key, $3] += $7
+      if (!(key in seen)) order[++n] = key
+      seen[key]
+      if ($4 < $5 && !(key in first)) { first[key] = $3 ":"; for (i = 8; i <= NF; ++i) first[key] = first[key] " " $i } }
+    function share(key, way) {
+      return (key, way) in states ? sprintf("%d/%d  %d/%d", good[key, way], states[key, way],
+        kept[key, way], promises[key, way]) : "-" }
+    END {
+      printf "%-6s %-24s %-22s %s\n", "", "states, promises kept", "checked", "mounted as it is"
+      for (i = 1; i <= n; ++i) {
+        split(order[i], part, " ")
+        planted = part[2] ~ /no-barrier|rename|front-first|data-only/
+        printf "%-6s %-24s %-22s %-22s%s\n", part[1], part[2], share(order[i], "checked"),
+          share(order[i], "mounted"), planted ? (order[i] in first ? " found" : " NOT FOUND") : ""
+        if (planted != (order[i] in first)) bad = 1
+        if (!planted && order[i] in first) print "  FAULT " first[order[i]]
+      }
+      exit bad }' || code=1
+  if [[ -s $out/faults ]]; then
+    sed 's/^/FAULT /' "$out/faults"
+    code=1
+  fi
+  return $code
+}
+
+[[ ! -d $out ]] || # but what was fetched
+  find "$out" -mindepth 1 -maxdepth 1 ! -name apt ! -name machine -exec rm -r {} +
+mkdir -p "$out"
+(fetch) || die "the machine cannot be fetched"
+pack
+"$kind"
+report
