@@ -25,7 +25,8 @@ std::string Judge::Faults(std::string const& folder, Promise const& promise, boo
     bool const closed = begin + perFile <= promise.packets || promise.closed != 0;
     std::string const number = promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "";
     std::string const path = folder + "/a" + number + ".avi";
-    bool const plays = closed || !_callback || !fs::exists(path + ".sync");
+    bool const plays =
+        closed || !_callback || !(fs::exists(path + ".sync") || fs::exists(path + ".sync2"));
     faults += File(path, _expected[key], promise.packets, plays, withTool);
   }
   return faults;

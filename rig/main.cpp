@@ -1,22 +1,24 @@
 // kestro-rig: builds the states of a disk that a power cut could leave, from the log of its writes,
-// and judges the files that are on them. Options are NAME=VALUE:
+// and judges the files that are on them. Prints how many states are good, of how many; how many
+// promises were kept just when they were made, of how many; and the first fault. Options:
 //
 //   log, base    the log, and the disk as it was before
 //   mode         of the recording; "callback" has a side file
-//   states       how many at random, after one at every promise; "end": the log's end only,
-//                where a complete file of "least" packets is expected
+//   states       how many at random, after one at every promise; "end": the log's end only, or,
+//                where that is given, a complete file of "least" packets there
 //   unit, seed, switches   of the states (Disk.h)
-//   make, judge  makes the states only, as DIR/NUMBER.img, or judges only what was copied from them
-//                to DIR/NUMBER; else does both with a shell's command, "copy", given IMAGE FOLDER
+//   make, judge  only makes the states, as DIR/NUMBER.img, or only judges what was copied from them
+//                to DIR/NUMBER; else does both with a shell's command, "copy", which is given the
+//                variables "image" and "folder"
 //   tool, work   kestro-avi, and a folder
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 
 #include "rig/Judge.h"
+#include "rig/Options.h"
 #include "support/Quiet.h"
 
 namespace fs = std::filesystem;
@@ -24,84 +26,67 @@ namespace fs = std::filesystem;
 namespace kestro::rig {
 namespace {
 
-class Options {
- public:
-  Options(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-      std::string const text = argv[i];
-      _values[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
-    }
-  }
-  bool Has(char const* name) const { return _values.count(name) != 0; }
-  std::string operator[](char const* name) const { return Has(name) ? _values.at(name) : ""; }
-  int Number(char const* name, int otherwise) const {
-    return Has(name) ? std::atoi(_values.at(name).c_str()) : otherwise;
-  }
-
- private:
-  std::map<std::string, std::string> _values;
-};
-
-int Copy(std::string const& command, std::string const& image, std::string const& folder) {
+void Copy(std::string const& command, std::string const& image, std::string const& folder) {
   fs::remove_all(folder);
   fs::create_directories(folder);
-  std::string const line = "( " + command + " )";
   setenv("image", image.c_str(), 1);
   setenv("folder", folder.c_str(), 1);
-  return std::system(line.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+  // What could not be copied is missed by the judge.
+  (void)!std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+}
+
+std::vector<State> List(Options const& options, WriteLog const& log, States const& states) {
+  if (options.Text("states") != "end")
+    return states.List(options.Count("states", 0), static_cast<unsigned>(options.Count("seed", 1)),
+                       options.Has("switches"));
+  std::vector<State> const all = states.List(1, 1, false);
+  if (all.empty()) return all;
+  State end{log.entries.size(), State::kEverything, all.back().promise};
+  end.promise.packets = options.Count("least", end.promise.packets);
+  end.promise.closed |= options.Has("least");
+  return {end};
 }
 
 int Run(Options const& options, std::FILE* out) {
   WriteLog log;
   Disk base;
-  if (!log.Load(options["log"]) || !base.Load(options["base"])) return 2;
-  States states(log, std::move(base), options.Number("unit", 512));
-  std::vector<State> list =
-      states.List(options.Number("states", 0), static_cast<unsigned>(options.Number("seed", 1)),
-                  options.Has("switches"));
-  if (options["states"] == "end") {
-    list = states.List(1, 1, false);
-    list = {{log.entries.size(), State::kEverything, list.back().promise}};
-    list[0].promise.packets = options.Number("least", list[0].promise.packets);
-    list[0].promise.closed |= options.Has("least");
-  }
-  Judge judge(options["tool"], options["work"], options["mode"] == "callback");
-  int good = 0, promises = 0, kept = 0, number = 0;
+  if (!log.Load(options.Text("log")) || !base.Load(options.Text("base"))) return 2;
+  States states(log, std::move(base), options.Count("unit", 512));
+  std::string const work = options.Text("work"), made = options.Text("make");
+  Judge judge(options.Text("tool"), work, options.Text("mode") == "callback");
+  int good = 0, all = 0, promises = 0, kept = 0;
   std::string first;
-  for (State const& state : list) {
-    std::string const name = std::to_string(++number), given = options["judge"] + options["make"];
-    std::string const folder =
-        options.Has("judge") ? given + "/" + name : options["work"] + "/files";
-    std::string const image =
-        given.empty() ? options["work"] + "/state.img" : given + "/" + name + ".img";
-    if (!options.Has("judge") && !states.Build(state).Save(image)) return 2;
-    if (options.Has("make")) continue;
-    if (!options.Has("judge")) Copy(options["copy"], image, folder);
-    std::string const faults = judge.Faults(folder, state.promise, state.fresh || list.size() == 1);
+  for (State const& state : List(options, log, states)) {
+    std::string const number = "/" + std::to_string(++all);
+    std::string image = made + number + ".img", folder = options.Text("judge") + number;
+    if (!options.Has("judge")) {
+      if (made.empty()) image = work + "/state.img", folder = work + "/files";
+      if (!states.Build(state).Save(image)) return 2;
+      if (!made.empty()) continue;
+      Copy(options.Text("copy"), image, folder);
+    }
+    std::string const faults =
+        judge.Faults(folder, state.promise, state.fresh || options.Text("states") == "end");
     good += faults.empty();
     promises += state.fresh;
     kept += state.fresh && faults.empty();
-    if (first.empty() && !faults.empty()) {
-      first = "state " + name + ", " + state.Text() + ": " + faults;
-      std::error_code ignored;
-      fs::rename(image, options["work"] + "/fault.img", ignored);
-    }
+    if (faults.empty() || !first.empty()) continue;
+    first = "state " + std::to_string(all) + ", " + state.Text() + ": " + faults;
+    std::error_code ignored;
+    fs::rename(image, work + "/fault.img", ignored);
   }
-  if (options.Has("make")) return 0;
-  std::fprintf(out, "%d %d %d %d %s\n", good, static_cast<int>(list.size()), kept, promises,
-               first.c_str());
-  return good == static_cast<int>(list.size()) && good > 0 ? 0 : 1;
+  if (made.empty()) std::fprintf(out, "%d %d %d %d %s\n", good, all, kept, promises, first.c_str());
+  return all == 0 ? 2 : 0;
 }
 
 }  // namespace
 }  // namespace kestro::rig
 
 int main(int argc, char** argv) {
-  kestro::rig::Options const options(argc, argv);
   std::FILE* const out = fdopen(dup(1), "w");
   if (out == nullptr || !kestro::test::Quiet()) return 2;
-  int const code = kestro::rig::Run(options, out);
-  if (code == 2) std::fprintf(stderr, "kestro-rig: a file cannot be read or written\n");
+  int const code = kestro::rig::Run({argc, argv}, out);
+  if (code == 2) std::fprintf(stderr, "kestro-rig: no states, or a file cannot be used\n");
   std::fclose(out);
   return code;
 }

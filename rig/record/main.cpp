@@ -14,6 +14,7 @@
 #include "Recorder.h"
 #include "base/Console.h"
 #include "rig/Film.h"
+#include "rig/Options.h"
 #include "rig/record/System.h"
 #include "stream/PacketQueue.h"
 
@@ -22,14 +23,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Options {
+struct Plan {
+  explicit Plan(Options const& options);
+
   tool::RecorderOptions recorder;
   Film film;
-  std::string plugin = "/lib/libpluginavi.so", file = "/mnt/a.avi", disk;
-  int64 promisesAt = 0;  // in sectors
-  int packets = 0, perFile = 0;
-  double pace = 1;  // seconds of film a second, 0: as fast as it goes
-  bool queue = false;
+  std::string file, disk;
+  int64 promisesAt;      // in sectors
+  int packets, perFile;  // 0: all in one file
+  double pace;           // seconds of film a second, 0: as fast as it goes
+  bool queue;
 };
 
 class FilmTrack : public tool::Track {
@@ -58,21 +61,20 @@ class FilmTrack : public tool::Track {
 // Records what comes, one file after the other, and promises it when it is durable.
 class Promiser : public stream::ISink {
  public:
-  Promiser(Options const& options, std::vector<tool::Track*> const& tracks,
-           tool::Packets const& packets)
-      : ISink("Promiser"), _options(options), _tracks(tracks), _packets(packets) {
+  Promiser(Plan const& plan, std::vector<tool::Track*> const& tracks, tool::Packets const& packets)
+      : ISink("Promiser"), _plan(plan), _tracks(tracks), _packets(packets) {
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       inputs.push_back(AddInput());
       inputs[i]->Offer(packets.Media(i));
     }
-    _disk = open(options.disk.c_str(), O_WRONLY | O_DIRECT);
+    _disk = open(plan.disk.c_str(), O_WRONLY | O_DIRECT);
     Promised(0, false);
     ISink::StatusChange(kRunning);
   }
   ~Promiser() override { Detach(); }
 
   bool ReceivePacket(stream::Packet& packet, void* context) override {
-    bool const first = _options.perFile != 0 ? _pushed % _options.perFile == 0 : _pushed == 0;
+    bool const first = _plan.perFile != 0 ? _pushed % _plan.perFile == 0 : _pushed == 0;
     if (first && !(End() && Begin())) return false;
     long const before = Barriers();
     if (!_recorder || !_recorder->Push(context == inputs[1], packet)) return false;
@@ -89,7 +91,7 @@ class Promiser : public stream::ISink {
     for (std::string const& text : _recorder->Errors()) std::printf("error: %s\n", text.c_str());
     for (std::string const& text : _recorder->Warnings()) std::printf("note: %s\n", text.c_str());
     _recorder.reset();
-    if (complete && _options.recorder.sync.mode != tool::SyncOptions::kOff) Promised(_pushed, true);
+    if (complete && _plan.recorder.sync.mode != tool::SyncOptions::kOff) Promised(_pushed, true);
     return complete;
   }
   int Pushed() const { return _pushed; }
@@ -98,12 +100,12 @@ class Promiser : public stream::ISink {
 
  private:
   bool Begin() try {
-    std::string name = _options.file;
-    if (_options.perFile != 0)
-      name.insert(name.rfind('.'), "-" + std::to_string(_pushed / _options.perFile));
+    std::string name = _plan.file;
+    if (_plan.perFile != 0)
+      name.insert(name.rfind('.'), "-" + std::to_string(_pushed / _plan.perFile));
     theSystem.file = name;
     theSystem.barriers = theSystem.sideBarriers = theSystem.front = 0;
-    _recorder = std::make_unique<tool::Recorder>(_options.recorder, name, _tracks, _packets);
+    _recorder = std::make_unique<tool::Recorder>(_plan.recorder, name, _tracks, _packets);
     return true;
   } catch (std::exception const& error) {
     std::printf("error: %s\n", error.what());
@@ -111,22 +113,21 @@ class Promiser : public stream::ISink {
   }
 
   long Barriers() const {
-    return _options.recorder.sync.mode == tool::SyncOptions::kCallback ? theSystem.sideBarriers
-                                                                       : theSystem.barriers;
+    return _plan.recorder.sync.mode == tool::SyncOptions::kCallback ? theSystem.sideBarriers
+                                                                    : theSystem.barriers;
   }
 
   void Promised(int packets, bool closed) {
     alignas(4096) static char sector[Promise::kSector];
-    std::string const text =
-        Promise{packets, _options.film.scale, _options.perFile, closed}.Sector();
+    std::string const text = Promise{packets, _plan.film.scale, _plan.perFile, closed}.Sector();
     text.copy(sector, sizeof sector);
-    if (_disk >= 0 && pwrite(_disk, sector, sizeof sector,
-                             (_options.promisesAt + _promises) * Promise::kSector) < 0)
+    if (_disk >= 0 &&
+        pwrite(_disk, sector, sizeof sector, (_plan.promisesAt + _promises) * Promise::kSector) < 0)
       std::printf("note: a promise was not noted\n");
     ++_promises;
   }
 
-  Options const& _options;
+  Plan const& _plan;
   std::vector<tool::Track*> const& _tracks;
   tool::Packets const& _packets;
   std::unique_ptr<tool::Recorder> _recorder;
@@ -134,39 +135,24 @@ class Promiser : public stream::ISink {
   int64 _promises = 0;
 };
 
-Options Parse(int argc, char** argv) {
-  std::map<std::string, std::string> values;
-  for (int i = 1; i < argc; ++i) {
-    std::string const text = argv[i];
-    values[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
-  }
-  auto const number = [&](char const* name, double otherwise) {
-    return values.count(name) != 0 ? std::atof(values[name].c_str()) : otherwise;
-  };
-  Options options;
-  options.film.scale = static_cast<int>(number("scale", 1));
-  options.packets = static_cast<int>(number("seconds", 8) * 2000 / Film::kMs);
-  options.perFile = static_cast<int>(number("per-file", 0) * 2000 / Film::kMs);
-  options.pace = number("pace", 1);
-  options.queue = number("queue", 0) != 0;
-  options.promisesAt = static_cast<int64>(number("promises-at", 0));
-  options.disk = values["disk"];
-  if (values.count("file") != 0) options.file = values["file"];
-  if (values.count("plugin") != 0) options.plugin = values["plugin"];
-  theSystem.plant = System::Planted(values["plant"]);
-  auto& recorder = options.recorder;
-  std::string const mode = values["mode"];
-  recorder.sync.mode = mode == "in-place"   ? tool::SyncOptions::kInPlace
-                       : mode == "image"    ? tool::SyncOptions::kImage
-                       : mode == "callback" ? tool::SyncOptions::kCallback
-                                            : tool::SyncOptions::kOff;
-  recorder.sync.interval_ns = static_cast<int64>(number("interval", 1000) * 1e6);
-  recorder.sync.reserve_ns = static_cast<int64>(options.packets / 2) * Film::kMs * 1000000;
-  if (values.count("spill") != 0) {
-    recorder.spillSeconds = 1;
-    recorder.spillFolder = values["spill"];
-  }
-  return options;
+Plan::Plan(Options const& options)
+    : film{options.Count("scale", 1)},
+      file(options.Text("file")),
+      disk(options.Text("disk")),
+      promisesAt(options.Count("promises-at", 0)),
+      packets(static_cast<int>(options.Number("seconds", 8) * 2000 / Film::kMs)),
+      perFile(static_cast<int>(options.Number("per-file", 0) * 2000 / Film::kMs)),
+      pace(options.Number("pace", 1)),
+      queue(options.Count("queue", 0) != 0) {
+  using Sync = tool::SyncOptions;
+  std::map<std::string, Sync::Mode> const modes{
+      {"in-place", Sync::kInPlace}, {"image", Sync::kImage}, {"callback", Sync::kCallback}};
+  auto const mode = modes.find(options.Text("mode"));
+  if (mode != modes.end()) recorder.sync.mode = mode->second;
+  recorder.sync.interval_ns = static_cast<int64>(options.Number("interval", 1000) * 1e6);
+  recorder.sync.reserve_ns = static_cast<int64>(packets / 2) * Film::kMs * 1000000;
+  if (options.Has("spill")) recorder.spillSeconds = 1;
+  recorder.spillFolder = options.Text("spill");
 }
 
 // How long the application's thread stood in each push.
@@ -181,14 +167,14 @@ void Report(std::vector<int64> us) {
               at(0.999), at(1));
 }
 
-int Run(Options const& options) {
+int Run(Plan const& plan) {
   FilmTrack video(true), sound(false);
   std::vector<tool::Track*> const tracks{&video, &sound};
   tool::Packets const packets(tracks);
-  Promiser sink(options, tracks, packets);
+  Promiser sink(plan, tracks, packets);
   std::unique_ptr<stream::PacketQueue> queue;
   std::vector<stream::IPort*> inputs = sink.inputs;
-  if (options.queue) {
+  if (plan.queue) {
     queue = test::Make<stream::PacketQueue>("packet-queue");
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       auto const track = queue->AddTrack();
@@ -201,18 +187,17 @@ int Run(Options const& options) {
   auto const begin = Clock::now();
   std::vector<int64> us;
   bool ok = true;
-  for (int number = 0; ok && number < options.packets; ++number) {
-    Film::Packet const made = options.film.At(number);
+  for (int number = 0; ok && number < plan.packets; ++number) {
+    Film::Packet const made = plan.film.At(number);
     tool::TimedPacket timed;
     timed.data.assign(made.data.begin(), made.data.end());
     timed.time_ns = made.ms * 1000000;
     timed.duration_ns = Film::kMs * 1000000;
     timed.key = made.key;
     auto const packet = packets.New(made.track, timed);
-    if (options.pace > 0)
-      std::this_thread::sleep_until(
-          begin + std::chrono::microseconds(
-                      static_cast<int64>(static_cast<double>(made.ms) * 1000 / options.pace)));
+    if (plan.pace > 0)
+      std::this_thread::sleep_until(begin + std::chrono::microseconds(static_cast<int64>(
+                                                static_cast<double>(made.ms) * 1000 / plan.pace)));
     auto const before = Clock::now();
     ok = inputs[made.track]->Push(*packet);
     us.push_back((Clock::now() - before) / std::chrono::microseconds(1));
@@ -230,9 +215,10 @@ int Run(Options const& options) {
 int main(int argc, char** argv) {
   using namespace kestro;
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  rig::Options const options = rig::Parse(argc, argv);
+  rig::Options const options(argc, argv);
+  rig::theSystem.plant = rig::System::Planted(options.Text("plant"));
   std::string error;
-  if (!base::LoadPlugin(options.plugin.c_str(), &error)) {
+  if (!base::LoadPlugin(options.Text("plugin", "/lib/libpluginavi.so").c_str(), &error)) {
     std::printf("error: %s\n", error.c_str());
     return 2;
   }
@@ -240,5 +226,5 @@ int main(int argc, char** argv) {
     void Write(char const*, std::size_t) override {}
   } nowhere;
   base::cout.Redirect(&nowhere);
-  return rig::Run(options);
+  return rig::Run(rig::Plan(options));
 }
