@@ -24,10 +24,8 @@ std::string Judge::Faults(std::string const& folder, Promise const& promise, boo
       _expected[key] = Film{promise.scale}.Expected(begin, begin + perFile);
     bool const closed = begin + perFile <= promise.packets || promise.closed != 0;
     std::string const number = promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "";
-    std::string const path = folder + "/a" + number + ".avi";
-    bool const plays =
-        closed || !_callback || !(fs::exists(path + ".sync") || fs::exists(path + ".sync2"));
-    faults += File(path, _expected[key], promise.packets, plays, withTool);
+    faults += File(folder + "/a" + number + ".avi", _expected[key], promise.packets,
+                   closed || !_callback, withTool);
   }
   return faults;
 }
@@ -40,11 +38,12 @@ std::string Judge::File(std::string const& path, crash::Recorded const& expected
   std::string readable;
   if (std::getline(std::ifstream(path + ".readable"), readable))
     setenv("RIG_READABLE", (path + ":" + readable).c_str(), 1);
-  std::string faults;
-  if (plays) faults = Play(path, expected, promised, false);
+  std::string const played = Play(path, expected, promised, false);
+  std::string faults = plays ? played : "";
   if (plays && (withTool || !readable.empty())) faults += ToolPlays(path, here);
-  // A repair finds packets without the side file, too, but not all, after a longer search.
-  faults += Repair(path, expected, promised, plays ? 0 : here);
+  // A file that is complete needs no side file. Without one a repair may find the packets of
+  // others, too, but not for sure.
+  faults += Repair(path, expected, promised, plays || played.empty() ? 0 : here);
   unsetenv("RIG_READABLE");
   return faults.empty() ? "" : fs::path(path).filename().string() + faults + " ";
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Cuts the power of recorders: run.sh KIND BUILD TARGET-BUILD OUT, where KIND is short, long or cost.
+# Cuts the power of recorders: run.sh KIND BUILD TARGET-BUILD OUT [ROUNDS], where KIND is short, long or
+# cost; of the long kind the rounds count.
 # A machine records to emulated cards whose writes are logged; what a cut could leave of the cards
 # is built from the logs, and the files on it are judged, copied by the host after the file system's
 # own check, and copied by a machine that mounts the card as it is.
@@ -8,7 +9,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 kind=$1 build=$(realpath "$2") target=$(realpath "$3") out=$(realpath -m "$4")
 tool=$build/tools/kestro-avi/kestro-avi judge=$build/rig/kestro-rig
 PATH=$PATH:/usr/sbin:/sbin
-jobs=$(nproc)
+rounds=${5:-10} jobs=$(nproc)
 modes=(in-place image callback)
 
 die() { printf 'rig: %s\n' "$*" >&2 && exit 1; }
@@ -216,26 +217,27 @@ short() {
   wait
 }
 
-# Short recordings with many syncs, again and again.
+# Short recordings with many syncs, again and again; of exfat and f2fs, which are slow to judge, fewer.
 long() {
-  local fs mode round groups=()
-  for round in {1..10}; do
+  local fs mode round few=$(((rounds + 4) / 5)) groups=()
+  for ((round = 1; round <= rounds; ++round)); do
     for fs in vfat ext4 exfat f2fs; do
-      [[ $round -le 2 || $fs == vfat || $fs == ext4 ]] || continue
+      [[ $round -le $few || $fs == vfat || $fs == ext4 ]] || continue
       usual "$fs.$round" $fs 250 9
       groups+=("$fs.$round")
     done
     card "vfat.$round" vfat in-place.data-only plant=data-only interval=250
   done
   recorded "${groups[@]}"
-  for round in {1..10}; do
+  for ((round = 1; round <= rounds; ++round)); do
     for fs in vfat ext4; do
       for mode in $(<"$out/$fs.$round/cards"); do
         pool checked "$fs.$round" $fs "$mode" states=100 "seed=$round"
       done
     done
     pool mounted "vfat.$round" vfat states=10 "seed=$round"
-    [[ $round -gt 2 ]] || for fs in exfat f2fs; do pool mounted "$fs.$round" $fs states=50 "seed=$round"; done
+    ((round <= few)) || continue
+    for fs in exfat f2fs; do pool mounted "$fs.$round" $fs states=50 "seed=$round"; done
   done
   wait
   kills
@@ -252,9 +254,9 @@ killed() { # killed GROUP: the emulator itself, some time after the first syncs
   wait $! || true
 }
 kills() {
-  local fs round mode
+  local fs round mode times=$(((rounds + 1) / 2))
   for fs in vfat ext4 exfat f2fs; do
-    for round in {1..5}; do
+    for ((round = 1; round <= times; ++round)); do
       usual "killed.$fs.$round" $fs 250 9
       sed -i 's/$/ seconds=60/' "$out/killed.$fs.$round/job"
       pool killed "killed.$fs.$round"
@@ -262,7 +264,7 @@ kills() {
   done
   wait
   for fs in vfat ext4 exfat f2fs; do
-    for round in {1..5}; do
+    for ((round = 1; round <= times; ++round)); do
       case $fs in
         exfat | f2fs) pool mounted "killed.$fs.$round" $fs states=end ;;
         *) for mode in "${modes[@]}"; do pool checked "killed.$fs.$round" $fs "$mode" states=end; done ;;
