@@ -64,7 +64,7 @@ inline crash::Recorded Film::Expected(int begin, int end) const {
   for (int number = begin; number < end; ++number) {
     Packet packet = At(number);
     recorded.tracks[packet.track].push_back(
-        {number, packet.ms - begin / 2 * kMs, std::move(packet.delivered)});
+        {number, packet.ms - begin / 2 * kMs, packet.key, std::move(packet.delivered)});
   }
   return recorded;
 }

@@ -52,7 +52,7 @@ std::string Judge::Play(std::string const& path, crash::Recorded const& expected
                         bool repaired) {
   base::FileIO io(path.c_str(), "rb");
   if (!io.Opened()) return "; cannot be opened";
-  crash::Verdict const verdict = crash::Judge(expected).Play(io, promised);
+  crash::Verdict const verdict = crash::Judge(expected).Deliver(io, promised);
   // A repair also finds packets whose content never was stored.
   if (verdict.opened && verdict.lost == 0 && (repaired || verdict.Good())) return {};
   return std::string(repaired ? "; repaired: " : "; played: ") +
@@ -60,7 +60,7 @@ std::string Judge::Play(std::string const& path, crash::Recorded const& expected
          std::to_string(verdict.alien) + " alien, " + std::to_string(verdict.late) + " late";
 }
 
-// Of the promised packets, so many are to be found by the side file.
+// So many packets are to be found by an index: the side file's, or that of a file being closed.
 std::string Judge::Repair(std::string const& path, crash::Recorded const& expected, int64 promised,
                           std::size_t indexed) try {
   tool::RepairJob job;
@@ -69,9 +69,7 @@ std::string Judge::Repair(std::string const& path, crash::Recorded const& expect
   job.force = true;
   tool::RepairReport const report = tool::Repair(job);
   std::string faults = Play(job.output, expected, promised, true);
-  if (indexed > 0 &&
-      (report.source != tool::RepairReport::Source::kImage || report.counts.indexed < indexed))
-    faults += "; the side file lacks what was promised";
+  if (report.counts.indexed < indexed) faults += "; no index has all that was promised";
   return faults;
 } catch (std::exception const& error) {
   return std::string("; repair: ") + error.what();
