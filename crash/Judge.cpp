@@ -60,13 +60,13 @@ std::vector<unsigned char> Judge::NewestImage(Others& others) const {
   return newest.bytes;
 }
 
-Verdict Judge::Deliver(test::MemoryIO& file, int64 promised) {
+Verdict Judge::Deliver(base::IO& file, int64 promised) {
   _seen.clear();
   for (auto const& track : _recorded.tracks) _seen.emplace_back(track.size(), 0);
   _next.assign(_recorded.tracks.size(), 0);
 
   Verdict verdict;
-  _playing.demuxer->Set("io", static_cast<base::IO*>(&file));
+  _playing.demuxer->Set("io", &file);
   verdict.opened = _playing.Open();
   if (verdict.opened)
     while (auto const packet = _playing.Next()) Compare(*packet, promised, verdict);

@@ -28,12 +28,13 @@ class Judge {
   // A recording that cannot be played as it is is repaired with the newest image in the other
   // files. The first `promised` packets must be there.
   Verdict Play(test::MemoryIO& file, Others& others, int64 promised);
+  // The same of a file alone, as it is.
+  Verdict Deliver(base::IO& file, int64 promised);
   // The same of what the tool's repair makes of a file with garbage between two offsets: of the
   // promised packets those that lie elsewhere, and a name for each of the others that is gone.
   Verdict Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from, int64 to);
 
  private:
-  Verdict Deliver(test::MemoryIO& file, int64 promised);
   std::vector<unsigned char> NewestImage(Others& others) const;
   void Compare(stream::Packet const& packet, int64 promised, Verdict& verdict);
   bool Hit(Sample const& sample) const;

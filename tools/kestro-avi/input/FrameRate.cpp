@@ -79,4 +79,8 @@ Fraction ParseRate(std::string const& text) {
   return rate;
 }
 
+std::int64_t FrameTime_ns(Fraction rate, std::int64_t frame) {
+  return av_rescale(frame, 1000000000 * rate.den, rate.num);
+}
+
 }  // namespace kestro::tool

@@ -1,6 +1,9 @@
 // Which frame rate a recording has.
 #pragma once
 
+#include <cstdint>
+#include <string>
+
 #include "base/Fraction.h"
 #include "input/Libav.h"
 
@@ -37,5 +40,8 @@ std::string RatesDiffer(std::string const& track, base::Fraction const& rate,
 
 // A rate on the command line: "25", "30000/1001", "29.97". Throws Error.
 base::Fraction ParseRate(std::string const& text);
+
+// When a frame of a constant rate is due.
+std::int64_t FrameTime_ns(base::Fraction rate, std::int64_t frame);
 
 }  // namespace kestro::tool

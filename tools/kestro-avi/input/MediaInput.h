@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "input/Input.h"
+#include "input/Libav.h"
 
 namespace kestro::tool {
 

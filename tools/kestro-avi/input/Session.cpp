@@ -5,6 +5,7 @@
 #include "Errors.h"
 #include "Interrupt.h"
 #include "input/FrameRate.h"
+#include "input/Libav.h"
 
 namespace kestro::tool {
 

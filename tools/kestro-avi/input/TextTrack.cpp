@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "input/FrameRate.h"
+
 namespace kestro::tool {
 
 TextTrack::TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder,

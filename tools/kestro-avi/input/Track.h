@@ -6,7 +6,8 @@
 
 #include "base/Fraction.h"
 #include "input/AnnexB.h"
-#include "input/Libav.h"
+
+struct AVPacket;
 
 namespace kestro::tool {
 
@@ -43,11 +44,6 @@ struct InputClock {
   std::int64_t origin_ns = 0;  // the time of the input's first picture, else of its first sound
   bool known = false;
 };
-
-// When a frame of a constant rate is due.
-inline std::int64_t FrameTime_ns(base::Fraction rate, std::int64_t frame) {
-  return av_rescale(frame, 1000000000 * rate.den, rate.num);
-}
 
 // Usage: Take each packet of the container, End after the last one; Pop while Ready.
 class Track {

@@ -4,6 +4,7 @@
 #include <deque>
 #include <optional>
 
+#include "input/FrameRate.h"
 #include "input/Track.h"
 
 namespace kestro::tool {

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "input/FrameRate.h"
 #include "input/Track.h"
 
 namespace kestro::tool {

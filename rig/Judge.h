@@ -1,0 +1,39 @@
+// What the files that were copied out of a state of the disk are worth.
+#pragma once
+
+#include <map>
+
+#include "crash/Judge.h"
+#include "rig/Disk.h"
+
+namespace kestro::rig {
+
+// Plays the files, repairs them as the tool does and plays what that has made; has the tool itself
+// play them where that is asked for, or where the end of a file cannot be read.
+class Judge {
+ public:
+  // `scratch`: a folder of its own.
+  Judge(std::string tool, std::string scratch, bool callback)
+      : _tool(std::move(tool)), _scratch(std::move(scratch)), _callback(callback) {
+    test::RegisterClasses();
+  }
+
+  // Says what is wrong; nothing when every promised packet is played and is found by a repair. A
+  // file "NAME.readable" next to a file says how much of that could be read: what follows is EIO.
+  std::string Faults(std::string const& folder, Promise const& promise, bool withTool);
+
+ private:
+  std::string File(std::string const& path, crash::Recorded const& expected, int64 promised,
+                   bool plays, bool withTool);
+  std::string Play(std::string const& path, crash::Recorded const& expected, int64 promised,
+                   bool repaired);
+  std::string Repair(std::string const& path, crash::Recorded const& expected, int64 promised,
+                     std::size_t indexed);
+  std::string ToolPlays(std::string const& path, std::size_t packets) const;
+
+  std::string const _tool, _scratch;
+  bool const _callback;
+  std::map<std::pair<int, int>, crash::Recorded> _expected;  // by the first packet and scale
+};
+
+}  // namespace kestro::rig
