@@ -22,7 +22,7 @@ using stream::PacketQueue;
 // Ends the process, naming what hangs, where a test would wait for ever.
 class Watchdog {
  public:
-  explicit Watchdog(std::string what, int seconds = 60)
+  explicit Watchdog(std::string what, int seconds = 300)
       : _thread([this, what, seconds] {
           if (_done.get_future().wait_for(std::chrono::seconds(seconds)) ==
               std::future_status::ready)
