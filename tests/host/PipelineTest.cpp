@@ -86,6 +86,20 @@ IPort* Join(ISource& source, ISink& sink, IMedia* media = nullptr) {
   return out;
 }
 
+TEST(Element, MessagesCarryTheirAttributes) {
+  Counter source;
+  base::AttrSet attrs;
+  attrs.Add("file", "a.avi");
+  EXPECT_TRUE(source.SendMessageUp("eos", nullptr, &attrs)) << "nobody listens";
+  std::string seen;
+  source.OnMessage([&seen](IElement&, char const* type, char const*, base::AttrSet const* given) {
+    seen = std::string(type) + " " + (given != nullptr ? given->Find("file") : "nothing");
+    return false;
+  });
+  EXPECT_FALSE(source.SendMessageUp("warning", nullptr, &attrs));
+  EXPECT_EQ("warning a.avi", seen);
+}
+
 TEST(Port, LinksCarryMediaThatMatch) {
   Counter source;
   CaptureSink any, sound;
