@@ -33,7 +33,7 @@ Verdict Judge::Repaired(test::MemoryIO& file, Others& others, int64 promised, in
   long const named = Repair(_folder, file.bytes, others, _repaired.bytes);
   if (named < 0) return {};
   Verdict verdict = Deliver(_repaired, promised);
-  verdict.alien = 0;  // what was found behind the promised packets may have been torn
+  verdict.alien = 0;  // what follows the promised packets may have been torn
   verdict.lost += std::max(0, verdict.shared - static_cast<int>(named));
   return verdict;
 }

@@ -31,7 +31,7 @@ struct Recorded {
 
 // Sizes and tags of a mode, set on a muxer; what they are made of must outlive it.
 using Setup = std::shared_ptr<void>;
-constexpr unsigned kEntries = 512;  // that an index in front of the data has room for
+constexpr unsigned kEntries = 512;  // that an index before the data has room for
 constexpr unsigned Interval_ms(Mode mode) {
   return mode == Mode::kImage ? 1 : 380;  // images come with every 512 KiB
 }

@@ -13,7 +13,7 @@
 
 namespace kestro::tool {
 
-// The copy begins at a multiple of kSector, the largest sector that is torn, more than one behind
+// The copy begins at a multiple of kSector, the largest sector that is torn, more than one after
 // the head:
 //
 //   +0  "kestroHC"   +8  size of all this   +12  CRC-32 of what follows
@@ -21,7 +21,7 @@ namespace kestro::tool {
 //  +32  RIFF AVI: LIST hdrl [LIST INFO], as they are when the file is opened
 struct HeadPlaces {
   unsigned data = 0;     // where the first chunk of movi stands
-  unsigned entries = 0;  // where the entries of an index in front of movi stand, 0 for none,
+  unsigned entries = 0;  // where the entries of an index before movi begin, 0 for none,
   unsigned reserve = 0;  // ... and their bytes
   unsigned junk = 0;     // bytes of JUNK that were asked for
 };
@@ -39,7 +39,7 @@ struct HeadCopy {
   static std::optional<HeadCopy> Find(RiffReader& file, int64 from = 0, int64 to = INT64_MAX);
 };
 
-// All that stands in front of JUNK when the muxer has opened a file. `rate`: its "constFrameRate";
+// All that precedes JUNK when the muxer has opened a file. `rate`: its "constFrameRate";
 // without tags, strd, strn and isft are left out.
 std::string ComposeHead(std::vector<Track*> const& tracks, base::Fraction rate, Tags const* tags);
 

@@ -19,7 +19,7 @@ struct SyncOptions {
   std::uint64_t reserveBytes = 0;           // ... unless its size is given
 };
 
-// What the muxer that syncs is told. Its sizes go together: no index entry in front of the data
+// The settings of the muxer that syncs. Its sizes go together: no index entry before the data
 // lies in two sectors, the data begins with one, and a copy of the head lies in JUNK, a sector
 // away.
 class SyncPlan {

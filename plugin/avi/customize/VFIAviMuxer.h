@@ -119,7 +119,7 @@ class VFIAviMuxer : public AviMuxer {
 
   // Of the open file:
   unsigned _periodicSyncMode = kImage;
-  Image _headerImage;      // all in front of the data (image), or the headers (callback)
+  Image _headerImage;      // all that precedes the data (image), or the headers (callback)
   int64 _lastSyncPts = 0;  // ns; 0: not yet set
   IMedia const* _clockTrack = nullptr;  // which track has set it
   base::uint64 _accDataSize = 0;        // of packets since the last sync, in bytes

@@ -22,7 +22,7 @@ struct RateSources {
 // names the track in the message.
 base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 
-// A rate as containers write it: one a hair beside a whole number is that number.
+// A rate as containers write it: one very near a whole number is that number.
 base::Fraction NearWhole(base::Fraction const& rate);
 // The rate that the container tells.
 base::Fraction ContainerRate(AVFormatContext& format, AVStream& stream);

@@ -1,4 +1,4 @@
-// What an index tells of the data, and how far it is believed.
+// What an index says about the data, and how far it is believed.
 #include <algorithm>
 
 #include "repair/Salvage.h"
