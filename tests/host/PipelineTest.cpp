@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <climits>
+#include <utility>
 
 #include "stream/ISource.h"
 #include "support/Fakes.h"
@@ -65,8 +66,14 @@ class Counter : public ISource {
     _end = end;
     ClearEnd();
   }
+  std::function<void()> meanwhile;  // happens once while the end is reached
+
   Packet* GeneratePacket(void*) override {
-    if (_next == _end) return _fails ? Packet::ReadFailure() : nullptr;
+    if (_next == _end) {
+      bool const fails = _fails;
+      if (meanwhile) std::exchange(meanwhile, nullptr)();
+      return fails ? Packet::ReadFailure() : nullptr;
+    }
     int const n = _next++;
     return NewPacket(std::to_string(n), _media(n));
   }
@@ -224,7 +231,12 @@ TEST(Source, WaitsForItsSinksThenDeliversInOrder) {
   EXPECT_EQ(sink.packets.Count(), 106u);
   source.GoOn(107, true);
   ASSERT_TRUE(messages.Reach(3));
-  EXPECT_EQ(messages.All(), (Texts{"eos", "eos", "error: reading failed"}));
+  source.meanwhile = [&source] { source.GoOn(110); };
+  source.GoOn(107, true);
+  ASSERT_TRUE(messages.Reach(5)) << "a seek made while a read fails";
+  EXPECT_EQ(sink.packets.Count(), 109u);
+  EXPECT_EQ(messages.All(),
+            (Texts{"eos", "eos", "error: reading failed", "error: reading failed", "eos"}));
 }
 
 TEST(Source, PausesResumesStopsAndIsUnlinked) {

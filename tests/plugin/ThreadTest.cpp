@@ -191,9 +191,14 @@ TEST(Threads, SeeksDuringAFailingReadPlayOn) {
   ASSERT_TRUE(p.Open() && p.demuxer->StatusChange(IStatus::kRunning));
   for (int i = 0; i < 100; ++i) {
     int const failures = device.Failures();
-    device.Fail({FaultIO::kRead, device.Count(FaultIO::kRead) + 2});
-    p.demuxer->Seek(0);
-    ASSERT_TRUE(Eventually([&] { return device.Failures() > failures; })) << i;
+    int failing = 0;  // which read
+    ASSERT_TRUE(Eventually([&] {
+      if (device.Failures() > failures) return true;
+      if (int const reads = device.Count(FaultIO::kRead); reads > failing)
+        device.Fail({FaultIO::kRead, failing = reads + 10});
+      p.demuxer->Seek(0);
+      return false;
+    })) << i;
     std::size_t const before = sink.packets.Count();
     p.demuxer->Seek(i % 2 * 400);
     ASSERT_TRUE(sink.packets.Reach(before + 1)) << i;
