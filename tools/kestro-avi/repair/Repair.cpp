@@ -109,7 +109,7 @@ void Repairer::OpenCopy(std::string const& why) {
 // `why`: what is wrong with the recording's own head.
 void Repairer::OpenImage(std::string const& why) {
   bool const asked = !_job.image.empty();
-  if (!asked && _avi && _avi->HasIndex()) return;
+  if (!asked && _avi && _avi->Indexed()) return;
   std::string const path = asked ? _job.image : Image::Find(_job.input);
   if (path.empty()) return;
   std::string mismatch;
