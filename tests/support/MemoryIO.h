@@ -33,7 +33,7 @@ class MemoryIO : public base::IO {
     if (position >= Size()) return 0;
     auto const part =
         std::min<std::size_t>(size, bytes.size() - static_cast<std::size_t>(position));
-    std::memcpy(data, bytes.data() + position, part);
+    if (part > 0) std::memcpy(data, bytes.data() + position, part);
     position += static_cast<base::int64>(part);
     return static_cast<unsigned>(part);
   }
