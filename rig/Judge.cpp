@@ -13,10 +13,8 @@ namespace fs = std::filesystem;
 
 namespace kestro::rig {
 
-static constexpr int kLongest = 12000;  // packets of a file
-
 std::string Judge::Faults(std::string const& folder, Promise const& promise, bool withTool) {
-  int const perFile = promise.perFile != 0 ? promise.perFile : kLongest;
+  int const perFile = promise.perFile != 0 ? promise.perFile : _longest;
   std::string faults;
   for (int begin = 0; begin < promise.packets; begin += perFile) {
     auto const key = std::make_pair(begin, promise.scale);

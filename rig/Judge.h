@@ -12,9 +12,12 @@ namespace kestro::rig {
 // play them where that is asked for, or where the end of a file cannot be read.
 class Judge {
  public:
-  // `scratch`: a folder of its own.
-  Judge(std::string tool, std::string scratch, bool callback)
-      : _tool(std::move(tool)), _scratch(std::move(scratch)), _callback(callback) {
+  // `scratch`: a folder of its own; `longest`: packets of a film.
+  Judge(std::string tool, std::string scratch, bool callback, int longest)
+      : _tool(std::move(tool)),
+        _scratch(std::move(scratch)),
+        _callback(callback),
+        _longest(longest) {
     test::RegisterClasses();
   }
 
@@ -33,6 +36,7 @@ class Judge {
 
   std::string const _tool, _scratch;
   bool const _callback;
+  int const _longest;
   std::map<std::pair<int, int>, crash::Recorded> _expected;  // by the first packet and scale
 };
 

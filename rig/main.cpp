@@ -53,10 +53,13 @@ int Run(Options const& options, std::FILE* out) {
   if (!log.Load(options.Text("log")) || !base.Load(options.Text("base"))) return 2;
   States states(log, std::move(base), options.Count("unit", 512));
   std::string const work = options.Text("work"), made = options.Text("make");
-  Judge judge(options.Text("tool"), work, options.Text("mode") == "callback");
+  std::vector<State> const list = List(options, log, states);
+  constexpr int kUnsynced = 1000;  // packets, at the most, after the last promise
+  int const longest = list.empty() ? 0 : list.back().promise.packets + kUnsynced;
+  Judge judge(options.Text("tool"), work, options.Text("mode") == "callback", longest);
   int good = 0, all = 0, promises = 0, kept = 0;
   std::string first;
-  for (State const& state : List(options, log, states)) {
+  for (State const& state : list) {
     std::string const number = "/" + std::to_string(++all);
     std::string image = made + number + ".img", folder = options.Text("judge") + number;
     if (!options.Has("judge")) {

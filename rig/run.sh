@@ -88,7 +88,7 @@ format() { # format FS FILE MIB: and a MiB more that no file system uses
     f2fs) mkfs.f2fs "$2" $(($3 * 2048)) ;;
   esac >"$2.format" 2>&1 || die "$1: $(cat "$2.format")"
 }
-size() { case $1 in vfat) echo 300 ;; *) echo 64 ;; esac; }
+size() { [[ $1 == vfat ]] && echo 300 || echo 128; }
 
 card() { # card GROUP FS MODE[.VARIANT] OPTION...
   local share=$out/$1 fs=$2 name=$3 mib=${mib:-$(size "$2")}
@@ -223,7 +223,7 @@ long() {
   for ((round = 1; round <= rounds; ++round)); do
     for fs in vfat ext4 exfat f2fs; do
       [[ $round -le $few || $fs == vfat || $fs == ext4 ]] || continue
-      usual "$fs.$round" $fs 250 9
+      usual "$fs.$round" $fs 230 9
       groups+=("$fs.$round")
     done
     card "vfat.$round" vfat in-place.data-only plant=data-only interval=250
@@ -250,7 +250,7 @@ killed() { # killed GROUP: the emulator itself, some time after the first syncs
     while (($(stat -c %s "$out/$1/$card.log") < 800000 && SECONDS < until)); do sleep 0.2; done
   done
   sleep $((RANDOM % 8)).$((RANDOM % 10))
-  kill -KILL $!
+  kill -KILL "$(pgrep -P $!)"  # the emulator, not what limits its time
   wait $! || true
 }
 kills() {
@@ -258,7 +258,8 @@ kills() {
   for fs in vfat ext4 exfat f2fs; do
     for ((round = 1; round <= times; ++round)); do
       usual "killed.$fs.$round" $fs 250 9
-      sed -i 's/$/ seconds=60/' "$out/killed.$fs.$round/job"
+      sed -i 's/$/ seconds=30/' "$out/killed.$fs.$round/job"
+      job "killed.$fs.$round" finish
       pool killed "killed.$fs.$round"
     done
   done
