@@ -63,13 +63,14 @@ pack() { # the recorder with all that it is linked to
 }
 
 boot() { # boot GROUP: until the job in its folder, which the machine shares, is done
-  local share=$out/$1 name disks=()
+  local share=$out/$1 name n=0 disks=()
   for name in $(cat "$share/cards" 2>/dev/null); do
-    disks+=(-blockdev "driver=file,node-name=f-$name,filename=$share/$name.card"
-      -blockdev "driver=file,node-name=l-$name,filename=$share/$name.log"
-      -blockdev "driver=blklogwrites,node-name=w-$name,file=f-$name,log=l-$name,log-super-update-interval=64"
-      -blockdev "driver=raw,node-name=c-$name,file=w-$name"
-      -device "virtio-blk-pci,drive=c-$name,write-cache=on")
+    n=$((n + 1))
+    disks+=(-blockdev "driver=file,node-name=file$n,filename=$share/$name.card"
+      -blockdev "driver=file,node-name=log$n,filename=$share/$name.log"
+      -blockdev "driver=blklogwrites,node-name=logged$n,file=file$n,log=log$n,log-super-update-interval=64"
+      -blockdev "driver=raw,node-name=card$n,file=logged$n"
+      -device "virtio-blk-pci,drive=card$n,write-cache=on")
   done
   exec timeout -s KILL "${limit:-300}" qemu-system-arm -M virt,highmem=off -cpu cortex-a7 -m 128 -nic none \
     -nographic -no-reboot -kernel "$out/machine/vmlinuz" -initrd "$out/machine/initrd" \
