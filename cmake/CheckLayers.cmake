@@ -1,11 +1,15 @@
 # Each layer's folder and the include prefixes that it must not name.
-set(host/base "stream/|common/|customize/|Avi|VideoTag|PluginAvi")
-set(host/stream "common/|customize/|Avi|VideoTag|PluginAvi")
-set(plugin/avi/common "customize/|AviMuxer.h|AviDemux.h|PluginAvi")
-set(plugin/avi/customize "none")
-set(tools/kestro-avi "common/|customize/|AviMuxer.h|AviDemux.h|VideoTag.h|PluginAvi")
+set(host/base "stream/|common/|customize/|Avi|VideoTag|PluginAvi|avi/|recorder/")
+set(host/stream "common/|customize/|Avi|VideoTag|PluginAvi|avi/|recorder/")
+set(plugin/avi/common "avi/|recorder/|customize/|AviMuxer.h|AviDemux.h|PluginAvi")
+set(plugin/avi/customize "avi/|recorder/")
+set(plugins "common/|customize/|AviMuxer.h|AviDemux.h|VideoTag.h|PluginAvi")
+set(avi "recorder/|stream/|${plugins}")
+set(recorder "${plugins}")
+# Of the recorder, what is installed.
+set(tools/kestro-avi "${plugins}|recorder/(FileWriter|FinishedFile|Head|Packets|Segment|Side|Sync|Tags|Work)")
 
-foreach(layer host/base host/stream plugin/avi/common plugin/avi/customize tools/kestro-avi)
+foreach(layer host/base host/stream plugin/avi/common plugin/avi/customize avi recorder tools/kestro-avi)
   file(GLOB_RECURSE sources ${ROOT}/${layer}/*.h ${ROOT}/${layer}/*.cpp)
   foreach(source ${sources})
     file(STRINGS ${source} found REGEX "^#include \"(${${layer}})")

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "avi/SlotFile.h"
 #include "support/MemoryIO.h"
-#include "tools/kestro-avi/SlotFile.h"
 
 namespace kestro::crash {
 
@@ -79,7 +79,7 @@ class LogIO : public test::MemoryIO {
 };
 
 // Where the files next to the recording are.
-class LogFolder : public tool::SlotFile::Folder {
+class LogFolder : public avi::SlotFile::Folder {
  public:
   explicit LogFolder(CrashLog& log) : _log(log) {}
   std::unique_ptr<base::IO> Create(std::string const& path) override {

@@ -45,16 +45,15 @@ static void Trust(std::vector<unsigned char>& bytes) {
   for (std::size_t at : {std::size_t{4096}, 4096 + slot})
     if (at + 16 <= bytes.size())
       if (auto const size = base::Load32(&bytes[at + 4]); size <= bytes.size() - at - 16)
-        base::Store32(&bytes[at + 8],
-                      tool::Crc32(&bytes[at] + 16, size, tool::Crc32(&bytes[at], 8)));
+        base::Store32(&bytes[at + 8], avi::Crc32(&bytes[at] + 16, size, avi::Crc32(&bytes[at], 8)));
 }
 
 // A file that has no slots is an image.
 std::vector<unsigned char> Judge::NewestImage(Others& others) const {
-  tool::SlotFile::Image newest, image;
+  avi::SlotFile::Image newest, image;
   for (auto& [number, io] : others) {
     if (_trusting) Trust(io.bytes);
-    if (!tool::SlotFile::Read(io, image)) image.bytes = io.bytes;
+    if (!avi::SlotFile::Read(io, image)) image.bytes = io.bytes;
     if (newest.bytes.empty() || image.generation > newest.generation) newest = image;
   }
   return newest.bytes;

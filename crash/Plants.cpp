@@ -84,8 +84,8 @@ Ops WithWholeImages(Ops const& ops) {
     if (other && op.at >= 4096 && op.bytes.size() == 16) head = whole.size();
     if (other && head != 0 && head < whole.size()) continue;  // of the image
     if (op.kind == Op::kFlush && op.file != 0 && head != 0) {
-      tool::SlotFile::Image image;
-      tool::SlotFile::Read(files[op.file], image);
+      avi::SlotFile::Image image;
+      avi::SlotFile::Read(files[op.file], image);
       whole.push_back({Op::kWrite, op.file, whole[head].at + 16,
                        std::string(image.bytes.begin(), image.bytes.end())});
       head = 0;
@@ -104,7 +104,7 @@ Ops::iterator ImageIn(Ops& sync) {
 void SealSlot(Ops::iterator image) {
   auto* const head = reinterpret_cast<unsigned char*>((image - 1)->bytes.data());
   base::Store32(head + 8,
-                tool::Crc32(image->bytes.data(), image->bytes.size(), tool::Crc32(head, 8)));
+                avi::Crc32(image->bytes.data(), image->bytes.size(), avi::Crc32(head, 8)));
 }
 
 // The image is a file of its own, which takes the name of the one before.

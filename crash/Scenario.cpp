@@ -8,7 +8,7 @@ namespace kestro::crash {
 
 namespace {
 
-thread_local tool::SlotFile* handedTo = nullptr;
+thread_local avi::SlotFile* handedTo = nullptr;
 
 void OnImage(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned) {
   handedTo->Store(data, size);
@@ -44,7 +44,7 @@ Recorded Record(Mode mode) {
   CrashLog log;
   LogIO file(log);
   LogFolder folder(log);
-  tool::SlotFile slots("sync", kSlot, &folder);
+  avi::SlotFile slots("sync", kSlot, &folder);
   handedTo = &slots;
   std::mt19937 random(7);
   test::RegisterClasses();

@@ -11,8 +11,8 @@
 #include <map>
 #include <thread>
 
-#include "Recorder.h"
 #include "base/Console.h"
+#include "recorder/FileWriter.h"
 #include "rig/Film.h"
 #include "rig/Options.h"
 #include "rig/record/System.h"
@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 struct Plan {
   explicit Plan(Options const& options);
 
-  tool::RecorderOptions recorder;
+  record::RecorderOptions recorder;
   Film film;
   std::string file, disk;
   int64 promisesAt;      // in sectors
@@ -35,33 +35,24 @@ struct Plan {
   bool queue;
 };
 
-class FilmTrack : public tool::Track {
- public:
-  explicit FilmTrack(bool video) {
-    _info.kind = video ? tool::TrackInfo::kVideo : tool::TrackInfo::kSound;
-    _info.name = _info.codec = video ? "h264" : "pcm";
-    _info.width = 1280;
-    _info.height = 720;
-    _info.frameRate = {1000 / Film::kMs, 1};
-    _info.rate = Film::kSoundRate;
-    _info.channels = 1;
-    _info.samples = Film::kSamples;
-  }
-  void Take(AVPacket const&) override {}
-  void End() override {}
-  bool Ready() override { return false; }
-  tool::TimedPacket Pop() override { return {}; }
-  bool Done() override { return true; }
-  std::int64_t NextTime_ns() const override { return 0; }
-  std::int64_t Waiting_ns() const override { return 0; }
-  std::size_t WaitingBytes() const override { return 0; }
-  std::string Findings() const override { return {}; }
-};
+record::Tracks FilmTracks() {
+  record::Tracks tracks(2);
+  tracks[0].name = "video";
+  tracks[0].width = 1280;
+  tracks[0].height = 720;
+  tracks[0].frameRate = {1000 / Film::kMs, 1};
+  tracks[1].name = "audio";
+  tracks[1].codec = record::TrackInfo::kPcm;
+  tracks[1].rate = Film::kSoundRate;
+  tracks[1].channels = 1;
+  tracks[1].samples = Film::kSamples;
+  return tracks;
+}
 
 // Records what comes, one file after the other, and promises it when it is durable.
 class Promiser : public stream::ISink {
  public:
-  Promiser(Plan const& plan, std::vector<tool::Track*> const& tracks, tool::Packets const& packets)
+  Promiser(Plan const& plan, record::Tracks const& tracks, record::Packets const& packets)
       : ISink("Promiser"), _plan(plan), _tracks(tracks), _packets(packets) {
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       inputs.push_back(AddInput());
@@ -91,7 +82,7 @@ class Promiser : public stream::ISink {
     for (std::string const& text : _recorder->Errors()) std::printf("error: %s\n", text.c_str());
     for (std::string const& text : _recorder->Warnings()) std::printf("note: %s\n", text.c_str());
     _recorder.reset();
-    if (complete && _plan.recorder.sync.mode != tool::SyncOptions::kOff) Promised(_pushed, true);
+    if (complete && _plan.recorder.sync.mode != record::SyncOptions::kOff) Promised(_pushed, true);
     return complete;
   }
   int Pushed() const { return _pushed; }
@@ -105,7 +96,7 @@ class Promiser : public stream::ISink {
       name.insert(name.rfind('.'), "-" + std::to_string(_pushed / _plan.perFile));
     theSystem.file = name;
     theSystem.barriers = theSystem.sideBarriers = theSystem.front = 0;
-    _recorder = std::make_unique<tool::Recorder>(_plan.recorder, name, _tracks, _packets);
+    _recorder = std::make_unique<record::FileWriter>(_plan.recorder, name, _tracks, _packets);
     return true;
   } catch (std::exception const& error) {
     std::printf("error: %s\n", error.what());
@@ -113,8 +104,8 @@ class Promiser : public stream::ISink {
   }
 
   long Barriers() const {
-    return _plan.recorder.sync.mode == tool::SyncOptions::kCallback ? theSystem.sideBarriers
-                                                                    : theSystem.barriers;
+    return _plan.recorder.sync.mode == record::SyncOptions::kCallback ? theSystem.sideBarriers
+                                                                      : theSystem.barriers;
   }
 
   void Promised(int packets, bool closed) {
@@ -128,9 +119,9 @@ class Promiser : public stream::ISink {
   }
 
   Plan const& _plan;
-  std::vector<tool::Track*> const& _tracks;
-  tool::Packets const& _packets;
-  std::unique_ptr<tool::Recorder> _recorder;
+  record::Tracks const& _tracks;
+  record::Packets const& _packets;
+  std::unique_ptr<record::FileWriter> _recorder;
   int _disk, _pushed = 0;
   int64 _promises = 0;
 };
@@ -144,7 +135,7 @@ Plan::Plan(Options const& options)
       perFile(static_cast<int>(options.Number("per-file", 0) * 2000 / Film::kMs)),
       pace(options.Number("pace", 1)),
       queue(options.Count("queue", 0) != 0) {
-  using Sync = tool::SyncOptions;
+  using Sync = record::SyncOptions;
   std::map<std::string, Sync::Mode> const modes{
       {"in-place", Sync::kInPlace}, {"image", Sync::kImage}, {"callback", Sync::kCallback}};
   auto const mode = modes.find(options.Text("mode"));
@@ -168,9 +159,8 @@ void Report(std::vector<int64> us) {
 }
 
 int Run(Plan const& plan) {
-  FilmTrack video(true), sound(false);
-  std::vector<tool::Track*> const tracks{&video, &sound};
-  tool::Packets const packets(tracks);
+  record::Tracks const tracks = FilmTracks();
+  record::Packets const packets(tracks);
   Promiser sink(plan, tracks, packets);
   std::unique_ptr<stream::PacketQueue> queue;
   std::vector<stream::IPort*> inputs = sink.inputs;
@@ -189,12 +179,13 @@ int Run(Plan const& plan) {
   bool ok = true;
   for (int number = 0; ok && number < plan.packets; ++number) {
     Film::Packet const made = plan.film.At(number);
-    tool::TimedPacket timed;
-    timed.data.assign(made.data.begin(), made.data.end());
-    timed.time_ns = made.ms * 1000000;
-    timed.duration_ns = Film::kMs * 1000000;
-    timed.key = made.key;
-    auto const packet = packets.New(made.track, timed);
+    record::Payload payload;
+    payload.data = made.data.data();
+    payload.size = made.data.size();
+    payload.key = made.key;
+    auto const packet = packets.New(made.track, payload);
+    packet->Pts(made.ms * 1000000);
+    packet->Duration(Film::kMs * 1000000);
     if (plan.pace > 0)
       std::this_thread::sleep_until(begin + std::chrono::microseconds(static_cast<int64>(
                                                 static_cast<double>(made.ms) * 1000 / plan.pace)));

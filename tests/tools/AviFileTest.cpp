@@ -29,9 +29,9 @@ Bytes Index(std::size_t first) {
 
 class AviFileTest : public Command {
  protected:
-  AviFile Read(Bytes const& bytes) {
+  avi::AviFile Read(Bytes const& bytes) {
     Write("a.avi", {bytes.begin(), bytes.end()});
-    return AviFile(At("a.avi"));
+    return avi::AviFile(At("a.avi"));
   }
 };
 
@@ -62,11 +62,11 @@ TEST_F(AviFileTest, DescribesWhatWritersDo) {
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
-    AviFile const avi = Read(c.bytes);
+    avi::AviFile const avi = Read(c.bytes);
     ASSERT_EQ(avi.Tracks().size(), 1u);
-    AviTrack const& track = avi.Tracks()[0];
+    avi::AviTrack const& track = avi.Tracks()[0];
     bool const indexed = &c == cases;
-    EXPECT_EQ(avi.IndexPlace(), indexed ? AviFile::Index::kFirst : AviFile::Index::kNone);
+    EXPECT_EQ(avi.IndexPlace(), indexed ? avi::AviFile::Index::kFirst : avi::AviFile::Index::kNone);
     EXPECT_EQ(std::tuple(track.chunks, track.bytes, avi.Duration_ms()), std::tuple(3u, 10u, 120));
     EXPECT_EQ(std::tuple(track.keysKnown, track.keyChunks, avi.CutOff()),
               std::tuple(indexed, indexed ? 1u : 0u, c.note == cut));
@@ -107,14 +107,15 @@ TEST_F(AviFileTest, AnIndexMayLeaveChunksOut) {
     Bytes index = Bytes().Cc("idx1").U32(unsigned(16 * c.named.size()));
     for (unsigned at : c.named)
       index.Cc("00dc").U32(0x10).U32(unsigned(first) + at).U32(Get(bytes, at + 4));
-    AviFile avi = Read(Riff({Head(), Movi(data), index}));
+    avi::AviFile avi = Read(Riff({Head(), Movi(data), index}));
     EXPECT_EQ(avi.Indexed(), c.whole);
     EXPECT_EQ(avi.Notes().empty(), c.whole);
     EXPECT_EQ(avi.Tracks()[0].chunks, c.whole ? c.named.size() : c.chunks.size());
     EXPECT_EQ(avi.Tracks()[0].indexedChunks, c.named.size());
     std::vector<unsigned> found;
-    avi.ForEachChunk(
-        [&](IndexEntry const& entry) { found.push_back(unsigned(entry.offset - int64(first))); });
+    avi.ForEachChunk([&](avi::IndexEntry const& entry) {
+      found.push_back(unsigned(entry.offset - base::int64(first)));
+    });
     EXPECT_EQ(found, c.chunks);
   }
 }

@@ -56,9 +56,9 @@ class Command : public testing::Test {
   std::string Payload(std::string const& name, int track) {
     std::string const bytes = FileText(At(name));
     std::string payload;
-    AviFile avi(At(name));
-    avi.ForEachEntry([&](IndexEntry const& entry) {
-      if (TrackOfCode(entry.id) == track)
+    avi::AviFile avi(At(name));
+    avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+      if (avi::TrackOfCode(entry.id) == track)
         payload += bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size);
     });
     return payload;

@@ -64,7 +64,7 @@ TEST_F(CommandTest, PartsStayInStep) {
     ASSERT_EQ(result.code, 0) << result.err;
     int const track = inputs[6] == 'c' ? 1 : 0;
     EXPECT_EQ(Payload("a.avi", track), sound.substr(kSecond, kSecond / 2));
-    AviFile const avi(At("a.avi"));
+    avi::AviFile const avi(At("a.avi"));
     EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(1 - track)].chunks, 13u);
   }
   ASSERT_EQ(Run("record -o s.avi --start 0.1 --duration 0.1 media/stereo48k.wav").code, 0);

@@ -57,7 +57,7 @@ TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
       EXPECT_EQ(Pictures(copy), Pictures(video)) << copy;
     std::string const blocks = "-map 0:a:0 -af asetnsamples=n=1024:p=0 -c:a pcm_s16le";
     EXPECT_EQ(Hashes("b.mkv", blocks), Hashes(sound, blocks));
-    AviTrack const track = AviFile(At("a.avi")).Tracks()[0];
+    avi::AviTrack const track = avi::AviFile(At("a.avi")).Tracks()[0];
     for (std::string file : {"b.mp4", "b.mkv", "lost.mkv"}) {
       std::vector<double> const times = Times(file);
       std::size_t const lost = file == "lost.mkv";  // a frame that is lost leaves its time empty
@@ -87,7 +87,7 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
                      {"long.avi --track 4:l.srt", 1, "3 bytes, not 04tx of 8"},
                      {"noindex.avi --track 4:n.srt", 0, ""}});
   char const* const names[] = {"a-0.h264", "a-1.h265", "a-2.wav", "a-3.wav", "", "a-5.mjpeg"};
-  AviFile const avi(At("a.avi"));
+  avi::AviFile const avi(At("a.avi"));
   for (int i = 0; i < kTracks; ++i) {
     bool const wave = i == kSound || i == kMono;
     EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(i)].bytes, _payload[i].size()) << i;
@@ -109,7 +109,7 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
 }
 
 TEST_F(ExtractTest, TimesTextByFrames) {
-  AviTrack clock;
+  avi::AviTrack clock;
   clock.scale = 1, clock.rate = 30, clock.chunks = 150;
   SrtFile srt(At("t.srt"), clock);
   JsonLinesFile json(At("t.jsonl"), clock);
@@ -140,7 +140,7 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
                 .code,
             1);
   std::string const sound = Payload("a.avi", 1), rest = sound.substr(0, 3840) + sound.substr(7680);
-  ASSERT_EQ(AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
+  ASSERT_EQ(avi::AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
   struct {
     std::string file;
     int code;

@@ -72,7 +72,7 @@ TEST_F(LookTest, PicturesOfUnusualFiles) {
 }
 
 TEST_F(LookTest, SurveyCountsEveryBitAndFindsTheSkew) {
-  AviFile avi(At("a.avi"));
+  avi::AviFile avi(At("a.avi"));
   Survey const survey(avi);
   EXPECT_DOUBLE_EQ(survey.duration, 4);
   for (std::size_t track : {0u, 1u}) {

@@ -45,12 +45,13 @@ class PlayTest : public EveryKind {
   // What play lists of a file, by its index and the durations of its tracks' chunks.
   Lines Expected(std::string const& name, std::vector<std::int64_t> const& duration_us) {
     Lines lines;
-    AviFile avi(At(name));
+    avi::AviFile avi(At(name));
     std::vector<std::int64_t> count(avi.Tracks().size());
-    avi.ForEachEntry([&](IndexEntry const& entry) {
-      auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
+    avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+      auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
       std::int64_t const n = count[track]++, each = duration_us[track];
-      bool const key = (entry.flags & IndexEntry::kKey) != 0 || entry.id >> 16 == ('w' | 'b' << 8);
+      bool const key =
+          (entry.flags & avi::IndexEntry::kKey) != 0 || entry.id >> 16 == ('w' | 'b' << 8);
       bool const end =
           static_cast<std::uint64_t>(count[track]) == avi.Tracks()[track].indexedChunks;
       lines.emplace_back(track, n * each / 1000, each / 1000, entry.size, key, end);
@@ -212,8 +213,10 @@ TEST_F(PlayTest, LeavesOutEntriesOfZeros) {
 TEST_F(PlayTest, PlaysUpToBadSectors) {
   ASSERT_EQ(Run("record --sync in-place --reserve-time 10 -o a.avi media/clip25.h264").code, 0);
   LoadAviPlugin(TEST_PLUGIN);
-  std::vector<IndexEntry> entries;
-  AviFile(At("a.avi")).ForEachEntry([&](IndexEntry const& entry) { entries.push_back(entry); });
+  std::vector<avi::IndexEntry> entries;
+  avi::AviFile(At("a.avi")).ForEachEntry([&](avi::IndexEntry const& entry) {
+    entries.push_back(entry);
+  });
   auto const play = [this](std::string const& options, std::int64_t from) {
     test::SystemFault const fault("/a.avi", from);
     CLI::App app;
@@ -228,7 +231,7 @@ TEST_F(PlayTest, PlaysUpToBadSectors) {
   };
   for (std::string const options : {"", "--preload 64K"})
     for (std::size_t const i : {std::size_t{1}, entries.size() / 2, entries.size() - 1}) {
-      IndexEntry const& entry = entries[i];
+      avi::IndexEntry const& entry = entries[i];
       std::string const n = std::to_string(i + 1), packets = n + " packets";
       std::string const here = "packet " + n + " of track 0: the chunk at offset " +
                                std::to_string(entry.offset) + " has " + std::to_string(entry.size) +

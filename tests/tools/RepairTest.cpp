@@ -6,7 +6,7 @@
 
 #include "Errors.h"
 #include "EveryKind.h"
-#include "SlotFile.h"
+#include "avi/SlotFile.h"
 #include "support/FileLayout.h"
 #include "verify/Verify.h"
 
@@ -107,7 +107,7 @@ class RepairTest : public EveryKind {
         ADD_FAILURE() << group.kind->id;
     std::string const bytes = FileText(At("out.avi"));
     std::vector<Stored> list;
-    AviFile(At("out.avi")).ForEachEntry([&](IndexEntry const& e) {
+    avi::AviFile(At("out.avi")).ForEachEntry([&](avi::IndexEntry const& e) {
       auto const at = static_cast<std::size_t>(e.offset);
       list.push_back(
           {bytes.substr(at, 4), bytes.substr(at + 8, Get(bytes, at + 4)), e.flags != 0, at});
@@ -275,7 +275,7 @@ TEST_F(RepairTest, ASectorOfGarbageCostsWhatItHolds) {
 
 // In slots, as they are now, the newest after others.
 void PutSlots(std::string const& path, std::vector<std::string> const& images) {
-  SlotFile slots(path);
+  avi::SlotFile slots(path);
   for (std::string const& image : images)
     EXPECT_TRUE(slots.Store(reinterpret_cast<unsigned char const*>(image.data()),
                             static_cast<unsigned>(image.size())));
@@ -427,7 +427,7 @@ TEST_F(RepairTest, SaysWhenItChangesTheSpeed) {
     bool const note = std::string(c.said).find("the file says") != std::string::npos;
     EXPECT_EQ(result.err.find("the file says") != std::string::npos, note) << result.err;
     if (c.code != 0) continue;
-    AviTrack const track = AviFile(At("out.avi")).Tracks()[kHevc];
+    avi::AviTrack const track = avi::AviFile(At("out.avi")).Tracks()[kHevc];
     EXPECT_EQ(std::pair(track.rate, track.scale), std::pair(c.whole * 10000, 10000u));
   }
   std::string two = all;

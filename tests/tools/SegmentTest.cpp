@@ -18,8 +18,8 @@ class SegmentTest : public Command {
   // All blocks of a sound track but the last are as long as the first.
   void ExpectBlocks(std::string const& file, int track) {
     std::vector<unsigned> sizes;
-    AviFile(At(file)).ForEachEntry([&](IndexEntry const& entry) {
-      if (TrackOfCode(entry.id) == track) sizes.push_back(entry.size);
+    avi::AviFile(At(file)).ForEachEntry([&](avi::IndexEntry const& entry) {
+      if (avi::TrackOfCode(entry.id) == track) sizes.push_back(entry.size);
     });
     for (std::size_t i = 0; i < sizes.size(); ++i)
       EXPECT_TRUE(sizes[i] == sizes[0] || (i + 1 == sizes.size() && sizes[i] < sizes[0])) << file;
@@ -61,7 +61,7 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       Expect("record --force -o whole.avi", {{c.inputs, 0, ""}});
     Result const result = Run("record " + c.options + c.inputs);
     ASSERT_EQ(result.code, 0) << result.err;
-    int const tracks = static_cast<int>(AviFile(At("whole.avi")).Tracks().size());
+    int const tracks = static_cast<int>(avi::AviFile(At("whole.avi")).Tracks().size());
     for (int track = 0; track < tracks; ++track) {
       auto const content = [&](std::string const& file) {
         return track == 3 || tracks == 1 ? Pictures(file, track) : Payload(file, track);
@@ -76,7 +76,7 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       EXPECT_FALSE(fs::exists(At(file + ".sync")));
       for (int track : c.sounds) ExpectBlocks(file, track);
       if (c.inputs != all || file == c.files.back()) continue;
-      AviFile const avi(At(file));
+      avi::AviFile const avi(At(file));
       double const part = double(avi.Tracks()[1].chunks) * 1001 / 30000;
       EXPECT_NEAR(part * 8000, double(Payload(file, 0).size()) / 2, 1);
       seconds += part;

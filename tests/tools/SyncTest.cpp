@@ -2,7 +2,7 @@
 #include <linux/magic.h>
 
 #include "Command.h"
-#include "SlotFile.h"
+#include "avi/SlotFile.h"
 #include "base/File.h"
 #include "support/MemoryIO.h"
 #include "support/SystemFault.h"
@@ -44,7 +44,7 @@ TEST_F(SyncTest, FullReservesAndFaultsAreTold) {
   std::string const record = "record --sync-interval 0.5" + _inputs;
   fs::create_directories(At("no.avi.sync/x"));
   Expect(record, {{"--sync in-place --reserve 800 -o full.avi", 1, "the index reaches 0."},
-                  {"--sync in-place --reserve 800 --force -o full.avi", 1, "--reserve-time"},
+                  {"--sync in-place --reserve 800 --force -o full.avi", 1, "a larger reserve"},
                   {"--sync callback --force -o no.avi", 1, "no.avi.sync: "}});
   EXPECT_GT(fs::file_size(At("full.avi")), 1200000u);
   EXPECT_EQ(Run("verify no.avi").code, 0);
@@ -55,8 +55,8 @@ TEST_F(SyncTest, FullReservesAndFaultsAreTold) {
   EXPECT_EQ(cut.code, 3);
   EXPECT_THAT(cut.err, HasSubstr("cut.avi.sync is kept"));
   std::uint64_t kept = 0;
-  AviFile const avi(At("cut.avi"));
-  for (AviTrack const& track : avi.Tracks()) kept += track.chunks;
+  avi::AviFile const avi(At("cut.avi"));
+  for (avi::AviTrack const& track : avi.Tracks()) kept += track.chunks;
   EXPECT_THAT(cut.err, HasSubstr("cut.avi: kept " + std::to_string(kept) + " of "));
   std::string const repair = "repair --image cut.avi.sync cut.avi -o whole.avi";
   Expect("", {{repair, 0, "index of cut.avi.sync"}, {"verify whole.avi", 0, "clean"}});
@@ -79,17 +79,17 @@ class SlotTest : public SyncTest {
     for (int i = 0; i < size; ++i) image[static_cast<std::size_t>(i)] = (i + size) & 0xFF;
     return image;
   }
-  static bool Store(SlotFile& slots, int size) {
+  static bool Store(avi::SlotFile& slots, int size) {
     return slots.Store(ImageOf(size).data(), static_cast<unsigned>(size));
   }
   // The size of the newest image, -1 for none, and how many files there are.
   int Newest(std::size_t* files = nullptr) const {
-    SlotFile::Image newest, image;
+    avi::SlotFile::Image newest, image;
     std::size_t found = 0;
-    for (std::string const& path : SlotFile::Names(_path)) {
+    for (std::string const& path : avi::SlotFile::Names(_path)) {
       found += fs::exists(path);
       test::MemoryIO file(FileText(path));
-      if (SlotFile::Read(file, image) && image.generation > newest.generation) newest = image;
+      if (avi::SlotFile::Read(file, image) && image.generation > newest.generation) newest = image;
     }
     if (files != nullptr) *files = found;
     int const size = static_cast<int>(newest.bytes.size());
@@ -106,7 +106,7 @@ class SlotTest : public SyncTest {
 TEST_F(SlotTest, ImagesTakeTurns) {
   Write("a.sync2", "of an older recording");
   test::FileSystem fat(MSDOS_SUPER_MAGIC);
-  SlotFile slots(_path, kSlot);
+  avi::SlotFile slots(_path, kSlot);
   EXPECT_TRUE(slots.Remove()) << "nothing yet";
   std::uintmax_t size = 0;
   for (int bytes : kSizes) {
@@ -127,7 +127,7 @@ TEST_F(SlotTest, ImagesTakeTurns) {
 // Of an image whose head changes and whose index grows, only that is written; of one that shrinks,
 // what differs from the slot.
 TEST_F(SlotTest, WhatASlotHoldsIsNotWrittenAgain) {
-  struct Counting : SlotFile::Folder {
+  struct Counting : avi::SlotFile::Folder {
     struct File : base::FileIO {
       File(char const* path, std::size_t& written) : FileIO(path, "rwbc"), written(written) {}
       unsigned Write(void const* data, unsigned size) override {
@@ -141,7 +141,7 @@ TEST_F(SlotTest, WhatASlotHoldsIsNotWrittenAgain) {
     }
     std::size_t written = 0;
   } folder;
-  SlotFile slots(_path, 1 << 20, &folder);
+  avi::SlotFile slots(_path, 1 << 20, &folder);
   int number = 0;
   for (std::size_t size : {100000, 100300, 100600, 100900, 300000, 300000, 50, 200000, 100, 200000})
     for (int slot : {0, 1}) {
@@ -154,9 +154,9 @@ TEST_F(SlotTest, WhatASlotHoldsIsNotWrittenAgain) {
       if (number > 2 && number <= 8) {
         EXPECT_LE(folder.written, 16u + 3 * 4096);
       }
-      SlotFile::Image newest;
+      avi::SlotFile::Image newest;
       test::MemoryIO file(FileText(_path));
-      EXPECT_TRUE(SlotFile::Read(file, newest));
+      EXPECT_TRUE(avi::SlotFile::Read(file, newest));
       EXPECT_TRUE(newest.bytes == bytes);
     }
 }
@@ -168,10 +168,10 @@ TEST_F(SlotTest, AFaultCostsOnlyItsOwnImage) {
       {Call::kOpen, EACCES}, {Call::kWrite, -ENOSPC}, {Call::kWrite, EIO},
       {Call::kSync, EIO},    {Call::kClose, EIO},     {Call::kWrite, test::SystemFault::kPart}};
   for (auto const& [call, error] : cases)
-    for (std::string const& path : SlotFile::Names(_path))
+    for (std::string const& path : avi::SlotFile::Names(_path))
       for (int nth = 1, met = 1; met > 0; ++nth) {
         SCOPED_TRACE(testing::Message() << int(call) << " " << error << " " << path << " " << nth);
-        SlotFile slots(_path, kSlot);
+        avi::SlotFile slots(_path, kSlot);
         test::SystemFault const fault(call, path, nth, false, error);
         int last = -1;
         for (int bytes : kSizes) {
@@ -196,7 +196,7 @@ TEST_F(SlotTest, AFaultCostsOnlyItsOwnImage) {
 TEST_F(SlotTest, DamageIsFound) {
   constexpr int kNone = -1, kOlder = 700, kNewer = 800;
   {
-    SlotFile slots(_path, kSlot);
+    avi::SlotFile slots(_path, kSlot);
     Store(slots, kOlder);
     Store(slots, kNewer);
   }

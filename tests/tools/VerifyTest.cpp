@@ -16,10 +16,10 @@ class VerifyTest : public Command {
     Command::SetUp();
     ASSERT_EQ(Run("record -o a.avi media/clip2997.h264 media/mono8k.wav").code, 0);
     _bytes = FileText(At("a.avi"));
-    AviFile avi(At("a.avi"));
-    avi.ForEachEntry([&](IndexEntry const& entry) { _entries.push_back(entry); });
-    for (Chunk const& chunk : avi.Tree())
-      _chunks[CodeText(chunk.type != 0 ? chunk.type : chunk.id)] = chunk.offset;
+    avi::AviFile avi(At("a.avi"));
+    avi.ForEachEntry([&](avi::IndexEntry const& entry) { _entries.push_back(entry); });
+    for (avi::Chunk const& chunk : avi.Tree())
+      _chunks[avi::CodeText(chunk.type != 0 ? chunk.type : chunk.id)] = chunk.offset;
   }
   // Ids with the offset of the first finding of each; what is above a note only, if wanted.
   std::map<std::string, int64> Check(std::string const& bytes, bool deep = false) {
@@ -47,7 +47,7 @@ class VerifyTest : public Command {
   std::string Until(int64 at) const { return _bytes.substr(0, static_cast<std::size_t>(at)); }
 
   std::string _bytes;
-  std::vector<IndexEntry> _entries;
+  std::vector<avi::IndexEntry> _entries;
   std::map<std::string, int64> _chunks;  // the last one of each id
   bool _usable = false;
 };
@@ -56,7 +56,7 @@ TEST_F(VerifyTest, FindsEachDamageWhereItIs) {
   EXPECT_THAT(Check(_bytes, true), testing::IsEmpty());
   std::size_t odd = 20;  // a chunk of odd size
   while (_entries[odd].size % 2 == 0) ++odd;
-  IndexEntry const &e = _entries[odd], &next = _entries[odd + 1], &last = _entries.back();
+  avi::IndexEntry const &e = _entries[odd], &next = _entries[odd + 1], &last = _entries.back();
   int64 const avih = _chunks["avih"] + 8, strh = _chunks["strh"] + 8, idx1 = _chunks["idx1"],
               movi = _chunks["movi"], strf = _chunks["strf"];
   std::string const hole(16, '\0'), entry = From(e.place, 16);
@@ -119,27 +119,28 @@ TEST_F(VerifyTest, FindsEachDamageWhereItIs) {
 }
 
 TEST_F(VerifyTest, LooksForKeyFramesInTheData) {
-  IndexEntry key, other;  // one in the middle, and the video frame behind it
-  for (IndexEntry const& entry : _entries) {
-    bool const video = TrackOfCode(entry.id) == 0;
+  avi::IndexEntry key, other;  // one in the middle, and the video frame behind it
+  for (avi::IndexEntry const& entry : _entries) {
+    bool const video = avi::TrackOfCode(entry.id) == 0;
     if (video && key.id != 0 && other.id == 0) other = entry;
-    if ((entry.flags & IndexEntry::kKey) != 0 && &entry != &_entries[0] && key.id == 0) key = entry;
+    if ((entry.flags & avi::IndexEntry::kKey) != 0 && &entry != &_entries[0] && key.id == 0)
+      key = entry;
   }
   std::string cleared = With(key.place + 4, 0);
   EXPECT_THAT(Check(cleared), testing::IsEmpty());
   EXPECT_THAT(Check(cleared, true), testing::ElementsAre(testing::Pair("key-unmarked", key.place)));
-  EXPECT_THAT(Check(With(other.place + 4, IndexEntry::kKey), true),
+  EXPECT_THAT(Check(With(other.place + 4, avi::IndexEntry::kKey), true),
               testing::ElementsAre(testing::Pair("key-false", other.place)));
-  for (IndexEntry const& entry : _entries) Put(cleared, std::size_t(entry.place) + 4, 0);
+  for (avi::IndexEntry const& entry : _entries) Put(cleared, std::size_t(entry.place) + 4, 0);
   EXPECT_THAT(Check(cleared), testing::ElementsAre(testing::Pair("no-key", _chunks["idx1"])));
 }
 
 // Other writers have flags of their own; readers may take any for that of a key frame.
 TEST_F(VerifyTest, NotesAnIndexThatFlagsEveryFrame) {
   std::string flagged = _bytes, keys = _bytes.substr(0, std::size_t(_chunks["idx1"]) + 8);
-  for (IndexEntry const& entry : _entries) {
+  for (avi::IndexEntry const& entry : _entries) {
     unsigned const flags = entry.flags | 2;
-    if (TrackOfCode(entry.id) == 0) Put(flagged, std::size_t(entry.place) + 4, flags);
+    if (avi::TrackOfCode(entry.id) == 0) Put(flagged, std::size_t(entry.place) + 4, flags);
     if (entry.flags != 0) keys += From(entry.place, 16);
   }
   Put(keys, std::size_t(_chunks["idx1"]) + 4,
@@ -152,7 +153,7 @@ TEST_F(VerifyTest, NotesAnIndexThatFlagsEveryFrame) {
 
 TEST_F(VerifyTest, KeepsTheFirstOfManyAndCountsAll) {
   std::string bytes = _bytes;
-  for (IndexEntry const& entry : _entries) Put(bytes, std::size_t(entry.place) + 12, 1);
+  for (avi::IndexEntry const& entry : _entries) Put(bytes, std::size_t(entry.place) + 12, 1);
   Write("many.avi", bytes);
   Write("wave.avi", "RIFF    WAVEfmt ");
   Result const result = Run("verify --json a.avi many.avi wave.avi");

@@ -1,28 +1,17 @@
-// What the tool's verbs tell their caller.
+// What the tool's verbs return to their caller, or throw.
 #pragma once
 
-#include <stdexcept>
-#include <string>
+#include "avi/Error.h"
 
 namespace kestro::tool {
 
-enum ExitCode {
-  kOk = 0,
-  kFindings = 1,       // done, but something was noticed
-  kUsage = 2,          // the command line asks for what cannot be
-  kIo = 3,             // a file that cannot be opened, read or written
-  kUnusable = 4,       // not an AVI file, or an input that cannot be recorded
-  kInterrupted = 130,  // a signal; everything was closed properly
-};
-
-// Ends a verb: one line for people, and the exit code.
-class Error : public std::runtime_error {
- public:
-  Error(ExitCode code, std::string const& text) : std::runtime_error(text), _code(code) {}
-  ExitCode Code() const { return _code; }
-
- private:
-  ExitCode _code;
-};
+using avi::Error;
+using avi::ExitCode;
+using avi::kFindings;
+using avi::kInterrupted;
+using avi::kIo;
+using avi::kOk;
+using avi::kUnusable;
+using avi::kUsage;
 
 }  // namespace kestro::tool

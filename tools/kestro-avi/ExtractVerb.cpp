@@ -46,7 +46,7 @@ void ExtractVerb::AddTo(CLI::App& app) {
       "counts.");
 }
 
-void ExtractVerb::ListTracks(AviFile const& avi) const {
+void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
   Targets const targets(avi, _file);
   std::string text = _file + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
@@ -58,12 +58,12 @@ void ExtractVerb::ListTracks(AviFile const& avi) const {
   WriteData(text + "Several tracks may share a container, such as .mkv; -o DIR writes all.\n");
 }
 
-static bool NeedsOrder(AviTrack const& track, Target const& target) {
+static bool NeedsOrder(avi::AviTrack const& track, Target const& target) {
   return target.form == Target::kContainer && (track.codec == "h264" || track.codec == "hevc");
 }
 
 // Bytes of tracks to be read.
-std::uint64_t ExtractVerb::Work(AviFile const& avi, Targets const& targets) const {
+std::uint64_t ExtractVerb::Work(avi::AviFile const& avi, Targets const& targets) const {
   std::uint64_t bytes = 0;
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
     bool wanted = false, ordered = false;
@@ -79,7 +79,7 @@ std::uint64_t ExtractVerb::Work(AviFile const& avi, Targets const& targets) cons
 }
 
 // Containers want to know when each frame is shown, before the first one is written.
-void ExtractVerb::OrderFrames(AviFile& avi, Targets const& targets, Progress& progress) {
+void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress) {
   _orders.resize(avi.Tracks().size());
   std::vector<bool> wanted(avi.Tracks().size());
   for (Target const& target : targets.List())
@@ -90,7 +90,7 @@ void ExtractVerb::OrderFrames(AviFile& avi, Targets const& targets, Progress& pr
         _orders[track] = std::make_unique<FrameOrder>(CodecOf(avi.Tracks()[track]));
     }
   if (std::count(wanted.begin(), wanted.end(), true) == 0) return;
-  TrackReader(avi, wanted).ForEach([&](std::size_t track, Piece const& piece) {
+  avi::TrackReader(avi, wanted).ForEach([&](std::size_t track, avi::Piece const& piece) {
     FrameOrder& order = *_orders[track];
     while (order.Count() < piece.position) order.Add(nullptr, 0);
     order.Add(piece.data, piece.size);
@@ -101,9 +101,9 @@ void ExtractVerb::OrderFrames(AviFile& avi, Targets const& targets, Progress& pr
     if (order) order->Sort();
 }
 
-std::unique_ptr<Output> ExtractVerb::Open(AviFile const& avi, Targets const& targets,
+std::unique_ptr<Output> ExtractVerb::Open(avi::AviFile const& avi, Targets const& targets,
                                           Target const& target) const {
-  AviTrack const& clock = avi.Tracks()[avi.ClockOf(target.tracks[0])];
+  avi::AviTrack const& clock = avi.Tracks()[avi.ClockOf(target.tracks[0])];
   std::vector<ContainerTrack> tracks;
   for (std::size_t track : target.tracks)
     tracks.push_back({targets.TrackName(track), &avi.Tracks()[track], _orders[track].get()});
@@ -137,7 +137,7 @@ int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& 
   return _findings || !warnings.empty() ? kFindings : kOk;
 }
 
-int ExtractVerb::Copy(AviFile& avi, Targets const& targets, Progress& progress) {
+int ExtractVerb::Copy(avi::AviFile& avi, Targets const& targets, Progress& progress) {
   std::vector<std::vector<std::pair<Output*, std::size_t>>> sinks(avi.Tracks().size());
   std::vector<bool> wanted(avi.Tracks().size());
   for (Target const& target : targets.List()) {
@@ -147,8 +147,8 @@ int ExtractVerb::Copy(AviFile& avi, Targets const& targets, Progress& progress) 
       wanted[target.tracks[n]] = true;
     }
   }
-  TrackReader reader(avi, wanted);
-  reader.ForEach([&](std::size_t track, Piece const& piece) {
+  avi::TrackReader reader(avi, wanted);
+  reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
     for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
     progress.At(_done += piece.size);
     return !Interrupted();
@@ -175,7 +175,7 @@ void ExtractVerb::WriteStreamData() {
 }
 
 int ExtractVerb::Run() {
-  AviFile avi(_file);
+  avi::AviFile avi(_file);
   if (!_streamData.empty()) {
     Targets(avi, _file).CheckPath(_streamData, _force);
     WriteStreamData();

@@ -23,13 +23,13 @@ class ExtractVerb {
   int Run();
 
  private:
-  void ListTracks(AviFile const& avi) const;
-  std::uint64_t Work(AviFile const& avi, Targets const& targets) const;
-  void OrderFrames(AviFile& avi, Targets const& targets, Progress& progress);
-  std::unique_ptr<Output> Open(AviFile const& avi, Targets const& targets,
+  void ListTracks(avi::AviFile const& avi) const;
+  std::uint64_t Work(avi::AviFile const& avi, Targets const& targets) const;
+  void OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress);
+  std::unique_ptr<Output> Open(avi::AviFile const& avi, Targets const& targets,
                                Target const& target) const;
   void WriteStreamData();
-  int Copy(AviFile& avi, Targets const& targets, Progress& progress);
+  int Copy(avi::AviFile& avi, Targets const& targets, Progress& progress);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
   std::string _file, _folder, _streamData, _plugin;

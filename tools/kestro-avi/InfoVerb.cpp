@@ -28,23 +28,23 @@ void InfoVerb::AddTo(CLI::App& app) {
       "  kestro-avi info --json *.avi | jq '.files[] | {file, duration_ms}'");
 }
 
-static char const* PlaceText(AviFile::Index place) {
+static char const* PlaceText(avi::AviFile::Index place) {
   switch (place) {
-    case AviFile::Index::kFirst:
+    case avi::AviFile::Index::kFirst:
       return "first";
-    case AviFile::Index::kLast:
+    case avi::AviFile::Index::kLast:
       return "last";
     default:
       return "none";
   }
 }
 
-static bool HasFrameRate(AviTrack const& track) {
+static bool HasFrameRate(avi::AviTrack const& track) {
   return track.type == "video" && track.scale != 0 && track.rate != 0;
 }
 
-static Json TrackJson(AviFile const& avi, std::size_t number) {
-  AviTrack const& track = avi.Tracks()[number];
+static Json TrackJson(avi::AviFile const& avi, std::size_t number) {
+  avi::AviTrack const& track = avi.Tracks()[number];
   Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
   if (!track.codec.empty()) json["codec"] = track.codec;
   if (track.type == "video") {
@@ -70,7 +70,7 @@ static Json TrackJson(AviFile const& avi, std::size_t number) {
   return json;
 }
 
-static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
+static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree) {
   Json json{{"file", path},
             {"size", avi.Size()},
             {"duration_ms", avi.Duration_ms()},
@@ -78,9 +78,9 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
             {"tracks", Json::array()}};
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
   if (!tree) return json;
-  for (Chunk const& chunk : avi.Tree()) {
-    Json node{{"depth", chunk.depth}, {"id", CodeText(chunk.id)}};
-    if (chunk.type != 0) node["type"] = CodeText(chunk.type);
+  for (avi::Chunk const& chunk : avi.Tree()) {
+    Json node{{"depth", chunk.depth}, {"id", avi::CodeText(chunk.id)}};
+    if (chunk.type != 0) node["type"] = avi::CodeText(chunk.type);
     node["offset"] = chunk.offset;
     node["size"] = chunk.size;
     json["tree"].push_back(node);
@@ -88,8 +88,8 @@ static Json FileJson(std::string const& path, AviFile const& avi, bool tree) {
   return json;
 }
 
-std::string TrackText(AviFile const& avi, std::size_t number) {
-  AviTrack const& track = avi.Tracks()[number];
+std::string TrackText(avi::AviFile const& avi, std::size_t number) {
+  avi::AviTrack const& track = avi.Tracks()[number];
   std::string text = "  track " + std::to_string(number) + ": " + track.Kind();
   if (!track.handler.empty()) text += " (" + track.handler + ")";
   if (track.type == "video")
@@ -112,7 +112,7 @@ std::string TrackText(AviFile const& avi, std::size_t number) {
 
 // Escape sequences: of what says where a chunk is, and of its name.
 static char const kFaint[] = "\033[2m";
-static char const* ColourOf(Chunk const& chunk) {
+static char const* ColourOf(avi::Chunk const& chunk) {
   using base::Convert4;
   if (chunk.type == Convert4("movi")) return "\033[32m";
   if (chunk.type != 0) return "\033[36m";
@@ -121,15 +121,15 @@ static char const* ColourOf(Chunk const& chunk) {
 }
 
 // The tree in lines, or its outermost chunks in one.
-static std::string TreeText(AviFile const& avi, bool whole) {
+static std::string TreeText(avi::AviFile const& avi, bool whole) {
   std::string text = whole ? "" : "  layout:";
   auto const coloured = [on = ColouredOutput()](std::string const& plain, char const* colour) {
     return on && *colour != '\0' ? colour + plain + "\033[0m" : plain;
   };
-  for (Chunk const& chunk : avi.Tree()) {
-    std::string const name = chunk.type != 0
-                                 ? (whole ? CodeText(chunk.id) + " " : "") + CodeText(chunk.type)
-                                 : CodeText(chunk.id);
+  for (avi::Chunk const& chunk : avi.Tree()) {
+    std::string const name =
+        chunk.type != 0 ? (whole ? avi::CodeText(chunk.id) + " " : "") + avi::CodeText(chunk.type)
+                        : avi::CodeText(chunk.id);
     if (!whole) {
       if (chunk.depth == 1) text += " " + name;
       if (chunk.depth == 0 && chunk.offset != 0) text += " |";
@@ -143,7 +143,7 @@ static std::string TreeText(AviFile const& avi, bool whole) {
   return whole ? coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
 }
 
-static std::string FileText(std::string const& path, AviFile const& avi, bool tree) {
+static std::string FileText(std::string const& path, avi::AviFile const& avi, bool tree) {
   std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
                      Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace()) + "\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi, i);
@@ -152,7 +152,7 @@ static std::string FileText(std::string const& path, AviFile const& avi, bool tr
   return text;
 }
 
-void InfoVerb::Draw(AviFile& avi, std::string const& path) const {
+void InfoVerb::Draw(avi::AviFile& avi, std::string const& path) const {
   std::string const picture = Plot(avi, path).Document();
   WriteFile(_plot, picture.data(), static_cast<unsigned>(picture.size()));
 }
@@ -160,7 +160,7 @@ void InfoVerb::Draw(AviFile& avi, std::string const& path) const {
 int InfoVerb::Run() {
   if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: one FILE is drawn");
   return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
-    AviFile avi(path);
+    avi::AviFile avi(path);
     if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
     if (_json)
       array.push_back(FileJson(path, avi, _tree));

@@ -8,11 +8,13 @@ namespace CLI {
 class App;
 }
 
-namespace kestro::tool {
-
+namespace kestro::avi {
 class AviFile;
+}
+
+namespace kestro::tool {
 // What a track is, for people, in lines.
-std::string TrackText(AviFile const& avi, std::size_t number);
+std::string TrackText(avi::AviFile const& avi, std::size_t number);
 
 class InfoVerb {
  public:
@@ -20,7 +22,7 @@ class InfoVerb {
   int Run();
 
  private:
-  void Draw(AviFile& avi, std::string const& path) const;
+  void Draw(avi::AviFile& avi, std::string const& path) const;
 
   std::vector<std::string> _files;
   std::string _plot;

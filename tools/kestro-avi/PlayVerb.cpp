@@ -66,15 +66,15 @@ void PlayVerb::Check() {
 }
 
 // The demuxer takes the index as it is.
-void PlayVerb::CheckIndex(AviFile const& avi) const {
+void PlayVerb::CheckIndex(avi::AviFile const& avi) const {
   auto const refuse = [this](std::string const& why) {
     throw Error(kUnusable, _file + ": " + why);
   };
   std::string const at = " at offset " + std::to_string(avi.IndexChunk().offset);
-  if (avi.IndexPlace() == AviFile::Index::kNone) {
+  if (avi.IndexPlace() == avi::AviFile::Index::kNone) {
     int64 end = avi.Size();
-    for (Chunk const& chunk : avi.Tree())
-      if (CodeText(chunk.type) == "movi") end = std::min(end, chunk.end);
+    for (avi::Chunk const& chunk : avi.Tree())
+      if (avi::CodeText(chunk.type) == "movi") end = std::min(end, chunk.end);
     refuse(
         "no index (idx1) at offset " + std::to_string(end) + ", behind the data: " +
         (avi.CutOff() ? "the recording was cut off before it was closed" : "its writer made none"));
@@ -92,7 +92,7 @@ void PlayVerb::CheckIndex(AviFile const& avi) const {
 
 // The class of the stream that the demuxer makes of a track, by the registry, as it does; null when
 // it makes none.
-static base::IClass* StreamClass(AviTrack const& track) {
+static base::IClass* StreamClass(avi::AviTrack const& track) {
   std::string name = track.handler;
   if (name == "WAVE" || name == "wave") name = "PCM";
   if (name == "txt" || name == "TXT" || name.empty() || name.find('-') != std::string::npos)
@@ -106,19 +106,19 @@ static bool Silent(base::IClass const* stream) {
          stream == base::IClass::Find("avi-stream-mp4a", false);
 }
 
-static std::string WhyNot(AviTrack const& track) {
+static std::string WhyNot(avi::AviTrack const& track) {
   if (track.type == "text") return "the demuxer plays no text (\"extract\" reads it)";
   if (track.codec == "mjpeg") return "the demuxer plays no motion JPEG (\"extract\" reads it)";
   return track.codec == "aac" ? "the demuxer plays no AAC" : "the demuxer does not know it";
 }
 
 // The tracks that the demuxer will publish: all sound and the chosen video, in the file's order.
-void PlayVerb::ChooseTracks(AviFile const& avi) {
+void PlayVerb::ChooseTracks(avi::AviFile const& avi) {
   std::string hiding, others;
   unsigned videos = 0;
   bool leads = false;
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
-    AviTrack const& track = avi.Tracks()[i];
+    avi::AviTrack const& track = avi.Tracks()[i];
     bool const video = track.type == "video";
     std::string const name =
         "track " + std::to_string(i) + " (" + track.type + ", handler \"" + track.handler + "\")";
@@ -153,10 +153,10 @@ void PlayVerb::ChooseTracks(AviFile const& avi) {
 }
 
 // Whether the demuxer can tell key frames.
-void PlayVerb::CheckKeys(AviFile& avi) {
+void PlayVerb::CheckKeys(avi::AviFile& avi) {
   if (_playMode != PlayMode::kFast && _playMode != PlayMode::kBack) return;
-  for (IndexEntry const& entry : FlaggedFrames(avi)) {
-    auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
+  for (avi::IndexEntry const& entry : FlaggedFrames(avi)) {
+    auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (std::find(_tracks.begin(), _tracks.end(), track) != _tracks.end())
       Warn("the index flags every frame of track " + std::to_string(track) +
            ": the demuxer takes all of them for key frames (\"repair\" puts it right)");
@@ -243,15 +243,15 @@ void PlayVerb::Print(Delivered const& packet) const {
 }
 
 // The demuxer trusts the index; this looks at the chunk that a packet came from.
-std::string PlayVerb::Fault(AviFile& avi, Delivered const& packet) const {
-  Chunk chunk;
+std::string PlayVerb::Fault(avi::AviFile& avi, Delivered const& packet) const {
+  avi::Chunk chunk;
   int64 const at = packet.offset - 8;
   auto const track = static_cast<int>(_tracks[packet.output]);
   std::string const where = "packet " + std::to_string(packet.seq) + " of track " +
                             std::to_string(track) + ": the chunk at offset " + std::to_string(at);
   if (packet.size == 0) return "";  // not known where it was read
-  if (!avi.Reader().Header(at, avi.Size(), chunk) || !IsDataCode(chunk.id) ||
-      TrackOfCode(chunk.id) != track)
+  if (!avi.Reader().Header(at, avi.Size(), chunk) || !avi::IsDataCode(chunk.id) ||
+      avi::TrackOfCode(chunk.id) != track)
     return where + " is not one of this track";
   if (chunk.size != packet.size)
     return where + " has " + std::to_string(chunk.size) + " bytes, " + std::to_string(packet.size) +
@@ -273,7 +273,7 @@ void PlayVerb::Warn(std::string const& what) {
   _code = kFindings;
 }
 
-int PlayVerb::List(Player& player, AviFile& avi) {
+int PlayVerb::List(Player& player, avi::AviFile& avi) {
   Delivered packet;
   Progress progress(_progress, "play", Progress::kTime_ms,
                     static_cast<std::uint64_t>(Expected_ms()));
@@ -319,7 +319,7 @@ int PlayVerb::List(Player& player, AviFile& avi) {
 
 int PlayVerb::Run() {
   Check();
-  AviFile avi(_file);
+  avi::AviFile avi(_file);
   CheckIndex(avi);
   LoadAviPlugin(_plugin);
   CatchSignals();

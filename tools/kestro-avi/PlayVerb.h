@@ -16,6 +16,8 @@ class App;
 
 namespace kestro::tool {
 
+using base::int64;
+
 class PlayVerb {
  public:
   void AddTo(CLI::App& app);
@@ -25,19 +27,19 @@ class PlayVerb {
   using PlayMode = stream::IDemuxer::PlayMode;
 
   void Check();
-  void CheckIndex(AviFile const& avi) const;
-  void ChooseTracks(AviFile const& avi);
-  void CheckKeys(AviFile& avi);
+  void CheckIndex(avi::AviFile const& avi) const;
+  void ChooseTracks(avi::AviFile const& avi);
+  void CheckKeys(avi::AviFile& avi);
   void Position(Player& player);
   Player::Event Next(Player& player, Delivered& packet);
   Player::Event Go(Player& player, int64 ms);
-  int List(Player& player, AviFile& avi);
+  int List(Player& player, avi::AviFile& avi);
   int64 Expected_ms() const;
   bool Beyond(Delivered const& packet) const;
   bool NextSeek();
   void Pace(Delivered const& packet);
   void Print(Delivered const& packet) const;
-  std::string Fault(AviFile& avi, Delivered const& packet) const;
+  std::string Fault(avi::AviFile& avi, Delivered const& packet) const;
   void Warn(std::string const& what);
 
   std::string _file, _mode = "normal", _from, _to, _plugin;

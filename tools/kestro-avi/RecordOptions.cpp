@@ -2,6 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "Errors.h"
 #include "Suggest.h"
@@ -46,7 +50,9 @@ void RecordOptions::AddTo(CLI::App& app) {
   app.add_option("INPUT", addresses, "Files or addresses: their video, sound and text")
       ->required()
       ->type_name("");
-  app.add_option("-o,--output", output, "The AVI file to write")->required()->type_name("OUT.avi");
+  app.add_option("-o,--output", recorder.path, "The AVI file to write")
+      ->required()
+      ->type_name("OUT.avi");
   AddTracks(app);
   AddFiles(app);
   AddSyncs(app);
@@ -66,12 +72,13 @@ void RecordOptions::AddTracks(CLI::App& app) {
       ->type_name("T");
   app.add_option("--duration", _duration, "Record this much")->type_name("T");
   auto* pace = app.add_flag("--realtime", realtime, "Pace by the packets' times");
-  app.add_flag("--drop", drop, "Leave out groups of pictures rather than wait while OUT stalls")
+  app.add_flag("--drop", recorder.queue.drop,
+               "Leave out groups of pictures rather than wait while OUT stalls")
       ->needs(pace);
 }
 
 void RecordOptions::AddFiles(CLI::App& app) {
-  app.add_flag("--force", force, "Overwrite OUT");
+  app.add_flag("--force", recorder.overwrite, "Overwrite OUT");
   app.add_option("--segment-size", _segmentSize, "Begin a new file before this size [2G]")
       ->type_name("BYTES");
   app.add_option("--segment-time", _segmentTime, "Begin a new file after this time")
@@ -90,7 +97,7 @@ void RecordOptions::AddSyncs(CLI::App& app) {
 
 void RecordOptions::AddTags(CLI::App& app) {
   auto& tags = recorder.tags;
-  app.add_option("--strd", tags.strdFile, "Content of the first H.264 or HEVC track's strd chunk")
+  app.add_option("--strd", _strdFile, "Content of the first H.264 or HEVC track's strd chunk")
       ->type_name("FILE");
   app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
       ->type_name("TEXT");
@@ -119,6 +126,20 @@ void RecordOptions::AddSettings(CLI::App& app) {
   app.add_option("--plugin", plugin, "The plug-in, or its folder")->type_name("PATH");
 }
 
+static std::vector<char> ReadFile(std::string const& path) {
+  constexpr std::size_t kMost = 16 << 20;  // the head of a file is rewritten whole at its end
+  std::error_code none;
+  std::ifstream file(path, std::ios::binary);
+  if (!file || std::filesystem::is_directory(path, none))
+    throw Error(kIo, path + ": " + std::strerror(file ? EISDIR : errno));
+  std::vector<char> data(kMost + 1);
+  file.read(data.data(), static_cast<std::streamsize>(data.size()));
+  if (file.bad()) throw Error(kIo, path + ": cannot be read");
+  data.resize(static_cast<std::size_t>(file.gcount()));
+  if (data.size() > kMost) throw Error(kUsage, path + ": too large for a strd chunk");
+  return data;
+}
+
 void RecordOptions::Check() {
   if (!_rate.empty()) input.rate = ParseRate(_rate);
   input.video = !_noVideo;
@@ -127,9 +148,12 @@ void RecordOptions::Check() {
   if (!_start.empty()) timeline.start_ns = ParseTime_ns("--start", _start);
   if (!_duration.empty()) timeline.duration_ns = ParseTime_ns("--duration", _duration);
   if (timeline.duration_ns == 0) throw Error(kUsage, "--duration: nothing would be recorded");
+  auto& segments = recorder.segments;
+  recorder.keep = addresses;
+  recorder.queue.enabled = realtime;
+  if (!_strdFile.empty()) recorder.tags.strd = ReadFile(_strdFile);
   if (!_segmentSize.empty()) segments.size = ParseSize("--segment-size", _segmentSize);
   if (!_segmentTime.empty()) segments.time_ns = ParseTime_ns("--segment-time", _segmentTime);
-  segments.size = std::min<std::uint64_t>(segments.size, UINT32_MAX);  // no file is larger
   if (segments.size == 0 || segments.time_ns == 0)
     throw Error(kUsage, "--segment-size, --segment-time: must be more than 0");
   if (_spillSeconds >= 0) recorder.spillSeconds = _spillSeconds;
@@ -138,14 +162,12 @@ void RecordOptions::Check() {
     std::size_t const sign = setting.find('=');
     if (sign == 0 || sign == std::string::npos)
       throw Error(kUsage, "--set: \"" + setting + "\" is not name=value");
-    std::string const name = setting.substr(0, sign);
-    if (_sync != "off" && SyncPlan::Owns(name))
-      throw Error(kUsage, "--set: " + name + " is for --sync to choose");
-    recorder.properties.emplace_back(name, setting.substr(sign + 1));
+    recorder.properties.emplace_back(setting.substr(0, sign), setting.substr(sign + 1));
   }
 }
 
 void RecordOptions::CheckSync() {
+  using record::SyncOptions;
   SyncOptions& sync = recorder.sync;
   if (_sync == "in-place") sync.mode = SyncOptions::kInPlace;
   if (_sync == "image") sync.mode = SyncOptions::kImage;
@@ -163,7 +185,7 @@ void RecordOptions::CheckSync() {
     throw Error(kUsage, "--sync-interval: is from 1 ms to 49 days");
   // The longest that a file can be, as far as that was said; it ends with a group of pictures.
   if (timeline.duration_ns > 0) sync.reserve_ns = timeline.duration_ns;
-  std::int64_t const file_ns = segments.time_ns;
+  std::int64_t const file_ns = recorder.segments.time_ns;
   if (file_ns > 0)
     sync.reserve_ns = std::min(sync.reserve_ns, file_ns + file_ns / 10 + 10000000000);
   if (!_reserveTime.empty()) sync.reserve_ns = ParseTime_ns("--reserve-time", _reserveTime);

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "Progress.h"
-#include "Segments.h"
 #include "input/Input.h"
+#include "recorder/RecorderOptions.h"
 
 namespace CLI {
 class App;
@@ -21,12 +21,11 @@ class RecordOptions {
   void Check();
 
   std::vector<std::string> addresses;
-  std::string output, plugin;
-  bool realtime = false, drop = false, force = false;
+  std::string plugin;
+  bool realtime = false;
   InputOptions input;
   Timeline timeline;
-  RecorderOptions recorder;
-  SegmentOptions segments;
+  record::RecorderOptions recorder;
   ProgressOption progress;
 
  private:
@@ -38,7 +37,7 @@ class RecordOptions {
   void CheckSync();
 
   std::vector<std::string> _settings;
-  std::string _rate, _start, _duration, _segmentSize, _segmentTime;
+  std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false;
   int _spillSeconds = -1;

@@ -6,7 +6,10 @@
 #include "Errors.h"
 #include "Interrupt.h"
 #include "Plugin.h"
+#include "Recording.h"
+#include "Suggest.h"
 #include "Text.h"
+#include "base/IClass.h"
 #include "input/FrameRate.h"
 
 namespace kestro::tool {
@@ -24,7 +27,7 @@ Progress RecordVerb::Watch(Session const& session) const {
 }
 
 // Moves packets until the end, a signal or an error. False when recording ended for an error.
-bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const {
+bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) const {
   bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
   std::uint64_t packets = 0;
@@ -33,7 +36,13 @@ bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const 
   TimedPacket packet;
   while (session.Next(track, packet)) {
     if (_options.realtime) SleepUntil(begin + std::chrono::nanoseconds(packet.time_ns));
-    if (!feed.Push(track, packet)) return false;
+    record::Payload pushed;
+    pushed.data = packet.data.data();
+    pushed.size = packet.data.size();
+    pushed.time_ns = packet.time_ns;
+    pushed.duration_ns = packet.duration_ns;
+    pushed.key = packet.key;
+    if (recorder.Push(track, pushed) != record::Code::kOk) return false;
     ++packets;
     end_ns = std::max(end_ns, packet.time_ns + packet.duration_ns);
     if (!progress.Due()) continue;
@@ -48,65 +57,99 @@ bool RecordVerb::Record(Session& session, Feed& feed, Progress& progress) const 
   return true;
 }
 
+// What happened to the files; nothing else reports while the recorder does.
+void RecordVerb::Heed(record::Event const& event) {
+  if (event.kind == record::Event::kClosed) Report(event.text);
+  if (event.kind == record::Event::kNote) Report("note: " + event.text);
+  if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
+  if (event.kind == record::Event::kError) _errors.push_back(event.text);
+}
+
+static std::vector<std::string> Stalls(record::Status const& status) {
+  if (status.waits == 0) return {};
+  return {"the output stalled: the inputs had to wait " + Quantity(status.waits, "time") + ", " +
+          Seconds(static_cast<std::int64_t>(status.longestWait_us / 1000)) + " at most"};
+}
+
+static std::vector<std::string> Losses(record::Status const& status) {
+  if (status.dropped == 0) return {};
+  return {"the output stalled: " + Quantity(status.dropped, "packet") + " of " +
+          Quantity(status.droppedGroups, "group") + " of pictures are left out"};
+}
+
+static void ReportAll(char const* what, std::vector<std::string> const& texts) {
+  for (std::string const& text : texts) Report(what + text);
+}
+
 // Ends the last file, says what is amiss and chooses the exit code.
-int RecordVerb::Finish(Session const& session, Feed& feed, Segments& segments, Progress& progress,
+int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progress& progress,
                        bool complete) const {
-  feed.Finish();
-  complete = segments.Finish() && complete;
-  if (complete && !Interrupted() && session.Failures().empty()) progress.End();
-  std::vector<std::string> findings = segments.Warnings();
-  for (std::string const& text : session.Findings()) findings.push_back(text);
-  if (std::string const losses = feed.Losses(); !losses.empty()) findings.push_back(losses);
-  if (std::string const stalls = feed.Stalls(); !stalls.empty()) Report("note: " + stalls);
-  for (std::string const& text : findings) Report("warning: " + text);
-  for (std::string const& text : session.Failures()) Report("error: " + text);
-  for (std::string const& text : segments.Errors()) Report("error: " + text);
-  if (!complete && segments.Errors().empty())
-    Report("error: " + _options.output + ": a packet was refused");
+  record::Result const result = recorder.Stop();
+  complete = complete && result;
+  record::Status const status = recorder.GetStatus();
+  auto const failures = session.Failures(), findings = session.Findings();
+  auto const losses = Losses(status);
+  if (complete && !Interrupted() && failures.empty()) progress.End();
+  ReportAll("note: ", Stalls(status));
+  ReportAll("warning: ", _warnings);
+  ReportAll("warning: ", findings);
+  ReportAll("warning: ", losses);
+  ReportAll("error: ", failures);
+  ReportAll("error: ", _errors);
+  if (!complete && _errors.empty()) Report("error: " + result.text);
 
   if (!complete) return kIo;
   if (Interrupted()) return kInterrupted;
-  if (!segments.Begun())
+  if (status.packets == 0)
     throw Error(kUnusable, "nothing was recorded: no key frame, sound or text in the wanted part");
-  if (!session.Failures().empty()) return kIo;
-  return findings.empty() ? kOk : kFindings;
+  if (!failures.empty()) return kIo;
+  return _warnings.empty() && findings.empty() && losses.empty() ? kOk : kFindings;
 }
 
-void RecordVerb::Announce(Session const& session) const {
-  for (std::string const& text : session.Notes()) Report("note: " + text);
+void RecordVerb::Announce(Session const& session, record::Recorder const& recorder) const {
+  ReportAll("note: ", session.Notes());
   for (Track const* track : session.Tracks()) {
     TrackInfo const& info = track->Info();
-    std::string const note =
-        info.kind == TrackInfo::kVideo ? SpeedNote(info.name, info.frameRate) : "";
+    std::string const note = info.IsVideo() ? SpeedNote(info.name, info.frameRate) : "";
     if (note.empty()) continue;
     Report("note: " + note);
     break;
   }
-  if (_options.recorder.sync.mode != SyncOptions::kOff)
-    Report("note: " + SyncPlan::Text(_options.recorder.sync, session.Tracks()));
+  if (std::string const sync = recorder.DescribeSync(); !sync.empty()) Report("note: " + sync);
+}
+
+// The recorder would only say that it is refused.
+void RecordVerb::CheckProperties() const {
+  bool const syncs = _options.recorder.sync.mode != record::SyncOptions::kOff;
+  auto const* muxer =
+      base::IClass::Find(syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer", true);
+  if (muxer == nullptr) return;
+  auto const& properties = muxer->Properties();
+  for (auto const& [name, value] : _options.recorder.properties) {
+    if (properties.Find(name.c_str()) != nullptr) continue;
+    std::vector<std::string> names;
+    for (auto const* list : {&properties.Own(), &properties.Inherited()})
+      for (auto const& property : *list) names.push_back(property->Name());
+    std::string const meant = DidYouMean(name, names);
+    throw Error(kUsage, "--set: the muxer has no property '" + name + "'" +
+                            (meant.empty() ? " (the verb plugin lists them)" : meant));
+  }
 }
 
 int RecordVerb::Run() {
   _options.Check();
-  bool const beside = _options.recorder.sync.mode == SyncOptions::kCallback;
-  SegmentNames names(_options.output, beside ? SideFile::kEnding : "", _options.force,
-                     _options.addresses);
   LoadAviPlugin(_options.plugin);
+  CheckProperties();
   CatchSignals();
   Session session(_options.addresses, _options.input, _options.timeline);
-  Announce(session);
-  auto const& tracks = session.Tracks();
-  // Otherwise every key frame would begin a new file.
-  if (SyncPlan::ReserveBytes(_options.recorder.sync, tracks) >= _options.segments.size)
-    throw Error(kUsage,
-                "--segment-size: the index alone is as large (--reserve-time or --reserve makes it "
-                "smaller)");
-  Packets const packets(tracks);
-  Segments segments(_options.segments, _options.recorder, tracks, packets, names);
-  Feed feed(packets, segments, tracks.size(), _options.realtime, _options.drop);
+  _options.recorder.onEvent = [this](record::Event const& event) { Heed(event); };
+  record::Tracks tracks;
+  for (Track const* track : session.Tracks()) tracks.push_back(track->Info());
+  auto const recorder = OpenRecorder(_options.recorder, tracks);
+  Announce(session, *recorder);
   Progress progress = Watch(session);
-  bool const complete = Record(session, feed, progress);
-  return Finish(session, feed, segments, progress, complete);
+  bool const complete = Record(session, *recorder, progress);
+  return Finish(session, *recorder, progress, complete);
 }
 
 }  // namespace kestro::tool

@@ -1,11 +1,12 @@
-// kestro-avi record: real video and sound into AVI files.
+// kestro-avi record: real video and audio into AVI files.
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include "Feed.h"
 #include "RecordOptions.h"
 #include "input/Session.h"
+#include "recorder/Recorder.h"
 
 namespace kestro::tool {
 
@@ -15,13 +16,16 @@ class RecordVerb {
   int Run();  // an ExitCode; throws Error
 
  private:
-  void Announce(Session const& session) const;
+  void CheckProperties() const;
+  void Heed(record::Event const& event);
+  void Announce(Session const& session, record::Recorder const& recorder) const;
   Progress Watch(Session const& session) const;
-  bool Record(Session& session, Feed& feed, Progress& progress) const;
-  int Finish(Session const& session, Feed& feed, Segments& segments, Progress& progress,
+  bool Record(Session& session, record::Recorder& recorder, Progress& progress) const;
+  int Finish(Session const& session, record::Recorder& recorder, Progress& progress,
              bool complete) const;
 
   RecordOptions _options;
+  std::vector<std::string> _warnings, _errors;  // of the recorder, which calls Heed
 };
 
 }  // namespace kestro::tool

@@ -88,8 +88,8 @@ std::string RepairVerb::Text(RepairReport const& report) const {
   if (counts.skipped.packets > counts.holes.size())
     text += "    and " + std::to_string(counts.skipped.packets - counts.holes.size()) + " more\n";
   for (Loss const& loss : counts.losses)
-    text += "  lost: " + CodeText(loss.id) + " at offset " + std::to_string(loss.offset) + ", " +
-            std::to_string(loss.bytes) + " bytes\n";
+    text += "  lost: " + avi::CodeText(loss.id) + " at offset " + std::to_string(loss.offset) +
+            ", " + std::to_string(loss.bytes) + " bytes\n";
   return text;
 }
 
@@ -130,7 +130,7 @@ std::string RepairVerb::Document(RepairReport const& report) const {
                               {"lost", CountJson(counts.lost[i])}});
   for (Loss const& loss : counts.losses)
     json["losses"].push_back(
-        {{"chunk", CodeText(loss.id)}, {"offset", loss.offset}, {"bytes", loss.bytes}});
+        {{"chunk", avi::CodeText(loss.id)}, {"offset", loss.offset}, {"bytes", loss.bytes}});
   for (Hole const& hole : counts.holes)
     json["skipped"].push_back({{"offset", hole.offset}, {"size", hole.size}});
   return DocumentText(json);

@@ -4,8 +4,8 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "avi/NumberedName.h"
 #include "output/ContainerFile.h"
-#include "output/NumberedFiles.h"
 #include "output/Output.h"
 
 namespace kestro::tool {
@@ -40,8 +40,8 @@ std::string Targets::TrackName(std::size_t track) const {
 
 // Why a track cannot be extracted; empty when it can.
 std::string Targets::Obstacle(std::size_t track) const {
-  AviTrack const& info = _avi.Tracks()[track];
-  AviTrack const& clock = _avi.Tracks()[_avi.ClockOf(track)];
+  avi::AviTrack const& info = _avi.Tracks()[track];
+  avi::AviTrack const& clock = _avi.Tracks()[_avi.ClockOf(track)];
   bool const text = info.codec == "text";
   if (!text && CodecOf(info) == AV_CODEC_ID_NONE) return info.Kind() + " cannot be extracted";
   if (info.chunks == 0) return info.Kind() + " holds no data";
@@ -120,12 +120,12 @@ Target::Form Targets::FormOf(Target const& target) const {
         refuse(TrackName(track) + " is text, which goes to .srt, .jsonl or numbered .txt files");
     return Target::kContainer;
   }
-  AviTrack const& track = _avi.Tracks()[target.tracks[0]];
+  avi::AviTrack const& track = _avi.Tracks()[target.tracks[0]];
   if (target.tracks.size() > 1) refuse("a file of this kind holds one track");
   if (track.codec != row->codec)
     refuse(TrackName(target.tracks[0]) + " is " + track.Kind() +
            ", which does not go with this ending");
-  if (row->form == Target::kNumbered && !NumberedFiles::Numbered(target.path))
+  if (row->form == Target::kNumbered && !avi::Numbered(target.path))
     refuse("one file is written for each chunk: the name needs a number, such as %04d" + ending);
   return row->form;
 }
@@ -144,8 +144,7 @@ void Targets::Check(bool force) const {
         throw Error(kUnusable, TrackName(track) + ": " + why);
     std::uint64_t const files =
         target.form == Target::kNumbered ? _avi.Tracks()[target.tracks[0]].chunks : 0;
-    for (std::uint64_t i = 1; i <= files; ++i)
-      CheckPath(NumberedFiles::Name(target.path, i), force);
+    for (std::uint64_t i = 1; i <= files; ++i) CheckPath(avi::NumberedName(target.path, i), force);
     if (files == 0) CheckPath(target.path, force);
   }
 }

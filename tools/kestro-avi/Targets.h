@@ -20,7 +20,7 @@ struct Target {
 class Targets {
  public:
   // Both outlive this.
-  Targets(AviFile const& avi, std::string const& file) : _avi(avi), _file(file) {}
+  Targets(avi::AviFile const& avi, std::string const& file) : _avi(avi), _file(file) {}
 
   // Those of "N:OUT".
   void Ask(std::vector<std::string> const& wishes);
@@ -39,7 +39,7 @@ class Targets {
   std::string Obstacle(std::size_t track) const;
   Target::Form FormOf(Target const& target) const;
 
-  AviFile const& _avi;
+  avi::AviFile const& _avi;
   std::string const& _file;
   std::vector<Target> _list;
 };

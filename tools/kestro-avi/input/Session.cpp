@@ -21,10 +21,10 @@ Session::Session(std::vector<std::string> const& addresses, InputOptions const& 
     _inputs.push_back(OpenInput(address, options, _timeline, lead));
     lead = lead && !_inputs.back()->HasVideo();
   }
-  for (bool unnumbered : {false, true})
+  for (bool numbered : {true, false})
     for (std::size_t i = 0; i < _inputs.size(); ++i)
       for (auto const& track : _inputs[i]->Tracks()) {
-        if (track->Info().unnumbered != unnumbered) continue;
+        if (track->Info().Numbered() != numbered) continue;
         _tracks.push_back(track.get());
         _inputOf.push_back(i);
       }
@@ -39,15 +39,15 @@ Session::Session(std::vector<std::string> const& addresses, InputOptions const& 
 void Session::CheckRates() {
   for (Track* track : _tracks) {
     TrackInfo const& info = track->Info();
-    if (info.kind == TrackInfo::kText && _video == nullptr)
+    if (info.IsText() && _video == nullptr)
       throw Error(kUnusable, info.name +
                                  ": text takes its time from the video beside it, and "
                                  "there is none (--no-text leaves it out)");
-    if (info.kind == TrackInfo::kText) track->FrameRate(_video->Info().frameRate);
-    if (info.kind != TrackInfo::kVideo) continue;
+    if (info.IsText()) track->FrameRate(_video->Info().frameRate);
+    if (!info.IsVideo()) continue;
     if (_video == nullptr) _video = track;
     // Motion JPEG keeps a rate of its own.
-    if (!info.unnumbered && !SameRate(info.frameRate, _video->Info().frameRate))
+    if (info.Numbered() && !SameRate(info.frameRate, _video->Info().frameRate))
       throw Error(kUnusable, RatesDiffer(info.name, info.frameRate, _video->Info().frameRate));
   }
 }
@@ -76,7 +76,7 @@ bool Session::RunsAhead(std::size_t track) const {
 // Text lies in front of its frame.
 static bool Earlier(Track const& a, Track const& b) {
   if (a.NextTime_ns() != b.NextTime_ns()) return a.NextTime_ns() < b.NextTime_ns();
-  return a.Info().kind == TrackInfo::kText && b.Info().kind != TrackInfo::kText;
+  return a.Info().IsText() && !b.Info().IsText();
 }
 
 bool Session::Next(std::size_t& track, TimedPacket& packet) {
@@ -92,7 +92,7 @@ bool Session::Next(std::size_t& track, TimedPacket& packet) {
     if (_tracks[best]->Ready()) {
       track = best;
       packet = _tracks[best]->Pop();
-      bool const text = _tracks[best]->Info().kind == TrackInfo::kText;
+      bool const text = _tracks[best]->Info().IsText();
       if (text && packet.time_ns != _video->NextTime_ns()) ++_misplaced;
       return true;
     }

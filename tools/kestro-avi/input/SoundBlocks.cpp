@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "input/Libav.h"
+#include "recorder/TrackInfo.h"
 
 namespace kestro::tool {
 
@@ -14,15 +15,9 @@ static constexpr std::int64_t kLongestOverlap_ns = 10 * kSecond_ns;
 SoundBlocks::SoundBlocks(int rate, int channels, std::int64_t limit_ns, bool exact)
     : _rate(rate),
       _channels(channels),
-      _block(Length(rate)),
+      _block(record::TrackInfo::BlockLength(rate)),
       _exact(exact),
       _limit(limit_ns < 0 ? INT64_MAX : At(limit_ns)) {}
-
-int SoundBlocks::Length(int rate) {
-  int length = rate / 25;
-  while (length > 1024) length /= 2;
-  return std::max(1, length);
-}
 
 std::int64_t SoundBlocks::Time_ns(std::int64_t samples) const {
   return av_rescale(samples, kSecond_ns, _rate);

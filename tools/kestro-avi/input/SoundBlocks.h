@@ -17,10 +17,6 @@ class SoundBlocks {
  public:
   static constexpr std::int64_t kTolerance_ns = 40000000;
 
-  // Samples per channel of a block: 40 ms, or the half of it and so on until other readers, which
-  // split sound into packets of 1024 samples, see one packet a block.
-  static int Length(int rate);
-
   // `limit_ns`: the length of the recording, negative for no limit. An `exact` beginning is cut or
   // filled to the sample, otherwise the tolerance covers it too.
   SoundBlocks(int rate, int channels, std::int64_t limit_ns, bool exact);

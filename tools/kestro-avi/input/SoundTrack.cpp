@@ -26,11 +26,10 @@ SoundTrack::SoundTrack(AVStream const& stream, std::string name, Timeline& timel
       _decoder(Checked(stream, name),
                [this](std::int64_t pts, Samples samples) { Decoded(pts, std::move(samples)); }) {
   _info.name = std::move(name);
-  _info.kind = TrackInfo::kSound;
-  _info.codec = "pcm";
+  _info.codec = TrackInfo::kPcm;
   _info.rate = stream.codecpar->sample_rate;
   _info.channels = stream.codecpar->ch_layout.nb_channels;
-  _info.samples = SoundBlocks::Length(_info.rate);
+  _info.samples = TrackInfo::BlockLength(_info.rate);
 }
 
 std::int64_t SoundTrack::Duration_ns(Samples const& samples) const {

@@ -10,10 +10,8 @@ TextTrack::TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder,
                      Timeline const& timeline, InputClock& clock, bool lead)
     : _decoder(std::move(decoder)), _timeline(timeline), _clock(clock) {
   if (lead) _clock = {0, true};
-  _info.kind = TrackInfo::kText;
   _info.name = std::move(name);
-  _info.codec = "txt";
-  _info.unnumbered = true;
+  _info.codec = TrackInfo::kText;
 }
 
 void TextTrack::Add(std::int64_t time_ns, std::string text) {

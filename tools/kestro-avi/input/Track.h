@@ -4,25 +4,14 @@
 #include <cstdint>
 #include <string>
 
-#include "base/Fraction.h"
 #include "input/AnnexB.h"
+#include "recorder/TrackInfo.h"
 
 struct AVPacket;
 
 namespace kestro::tool {
 
-struct TrackInfo {
-  enum Kind { kVideo, kSound, kText } kind = kVideo;
-  std::string name;            // for messages: "clip.mp4, track 0"
-  char const* codec = "";      // as media are named
-  int width = 0, height = 0;   // video
-  base::Fraction frameRate;    // video; text: of the video that it lies beside
-  int rate = 0, channels = 0;  // sound
-  int bits = 16;               // of a sample
-  int samples = 0;             // sound: per packet and channel
-  // Readers give the track no number: one in front would shift the numbers of those behind it.
-  bool unnumbered = false;
-};
+using record::TrackInfo;
 
 struct TimedPacket {
   Bytes data;

@@ -16,16 +16,15 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timel
   AVCodecParameters const& codec = *stream.codecpar;
   switch (codec.codec_id) {
     case AV_CODEC_ID_H264:
-      _info.codec = "h264";
+      _info.codec = TrackInfo::kH264;
       _converter.emplace(AnnexB::kH264);
       break;
     case AV_CODEC_ID_HEVC:
-      _info.codec = "hevc";
+      _info.codec = TrackInfo::kHevc;
       _converter.emplace(AnnexB::kHevc);
       break;
     case AV_CODEC_ID_MJPEG:
-      _info.codec = "mjpg";
-      _info.unnumbered = true;
+      _info.codec = TrackInfo::kMjpeg;
       break;
     default:
       throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
@@ -36,7 +35,6 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timel
   auto const extra = static_cast<std::size_t>(std::max(codec.extradata_size, 0));
   if (_converter && !_converter->Configure(codec.extradata, extra))
     throw Error(kUnusable, name + ": its parameter sets are damaged");
-  _info.kind = TrackInfo::kVideo;
   _info.name = std::move(name);
   _info.width = codec.width;
   _info.height = codec.height;

@@ -7,7 +7,7 @@
 
 namespace kestro::tool {
 
-AVCodecID CodecOf(AviTrack const& track) {
+AVCodecID CodecOf(avi::AviTrack const& track) {
   if (track.codec == "h264") return AV_CODEC_ID_H264;
   if (track.codec == "hevc") return AV_CODEC_ID_HEVC;
   if (track.codec == "mjpeg") return AV_CODEC_ID_MJPEG;
@@ -70,7 +70,7 @@ void ContainerFile::AddTrack(ContainerTrack const& from) {
 
 void ContainerFile::Describe(AVStream& stream, ContainerTrack const& from) {
   AVCodecParameters& par = *stream.codecpar;
-  AviTrack const& track = *from.track;
+  avi::AviTrack const& track = *from.track;
   if (track.type == "audio") {
     par.codec_type = AVMEDIA_TYPE_AUDIO;
     par.sample_rate = static_cast<int>(track.sampleRate);
@@ -102,7 +102,7 @@ void ContainerFile::Describe(AVStream& stream, ContainerTrack const& from) {
   par.extradata_size = static_cast<int>(sets.size());
 }
 
-void ContainerFile::Write(std::size_t track, Piece const& piece) {
+void ContainerFile::Write(std::size_t track, avi::Piece const& piece) {
   if (piece.size == 0) return;
   ContainerTrack const& from = _tracks[track];
   PacketPtr const packet = Padded(piece.data, piece.size);

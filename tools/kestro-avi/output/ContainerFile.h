@@ -10,11 +10,11 @@
 namespace kestro::tool {
 
 // The codec of a track as libavcodec names it; AV_CODEC_ID_NONE when it cannot be extracted.
-AVCodecID CodecOf(AviTrack const& track);
+AVCodecID CodecOf(avi::AviTrack const& track);
 
 struct ContainerTrack {
   std::string name;  // for messages
-  AviTrack const* track;
+  avi::AviTrack const* track;
   FrameOrder const* order;  // kept until Finish; null where frames are shown as they come
 };
 
@@ -25,7 +25,7 @@ class ContainerFile : public Output {
 
   ContainerFile(std::string const& path, std::vector<ContainerTrack> const& tracks);
   ~ContainerFile() override;
-  void Write(std::size_t track, Piece const& piece) override;
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override;
 
  private:

@@ -8,16 +8,12 @@
 
 namespace kestro::tool {
 
-// Named by a pattern that holds %d or, with zeros in front, %04d; they count from 1. Those that are
-// written stay when the others cannot be.
+// Named by a pattern (avi/NumberedName.h); they count from 1. Those that are written stay when the
+// others cannot be.
 class NumberedFiles : public Output {
  public:
-  // Whether a path is a pattern.
-  static bool Numbered(std::string const& path);
-  static std::string Name(std::string const& pattern, std::uint64_t number);
-
   explicit NumberedFiles(std::string const& pattern) : _pattern(pattern) {}
-  void Write(std::size_t track, Piece const& piece) override;
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override { return Quantity(_written, "file"); }
 
  private:

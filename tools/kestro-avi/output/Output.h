@@ -34,7 +34,7 @@ class Output {
  public:
   virtual ~Output() = default;
   // `track`: counted in the order in which the output was given its tracks.
-  virtual void Write(std::size_t track, Piece const& piece) = 0;
+  virtual void Write(std::size_t track, avi::Piece const& piece) = 0;
   // Returns how much was written, for people.
   virtual std::string Finish() = 0;
   // What people should know about the output; empty for nothing.
@@ -45,7 +45,7 @@ class Output {
 class StreamFile : public Output {
  public:
   explicit StreamFile(std::string const& path);
-  void Write(std::size_t track, Piece const& piece) override;
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override;
 
  protected:
@@ -61,14 +61,14 @@ void WriteFile(std::string const& path, void const* data, unsigned size);
 // PCM as RIFF/WAVE.
 class WaveFile : public StreamFile {
  public:
-  WaveFile(std::string const& path, AviTrack const& track);
-  void Write(std::size_t track, Piece const& piece) override;
+  WaveFile(std::string const& path, avi::AviTrack const& track);
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override;
 
  private:
   void StoreHead();
 
-  AviTrack _track;
+  avi::AviTrack _track;
   std::uint64_t _bytes = 0;
 };
 

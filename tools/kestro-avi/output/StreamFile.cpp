@@ -46,7 +46,7 @@ void StreamFile::Store(void const* data, std::size_t size) {
     throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
 }
 
-void StreamFile::Write(std::size_t, Piece const& piece) { Store(piece.data, piece.size); }
+void StreamFile::Write(std::size_t, avi::Piece const& piece) { Store(piece.data, piece.size); }
 
 std::string StreamFile::Finish() {
   if (!_file.Close()) throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
@@ -61,7 +61,7 @@ void WriteFile(std::string const& path, void const* data, unsigned size) {
 
 static constexpr unsigned kWaveHead = 44;
 
-WaveFile::WaveFile(std::string const& path, AviTrack const& track)
+WaveFile::WaveFile(std::string const& path, avi::AviTrack const& track)
     : StreamFile(path), _track(track) {
   if (track.bytes > UINT32_MAX - kWaveHead)
     throw Error(kUnusable, path + ": the sound is larger than the 4 GiB that a WAV file can hold");
@@ -89,7 +89,7 @@ void WaveFile::StoreHead() {
   Store(head.data(), head.size());
 }
 
-void WaveFile::Write(std::size_t track, Piece const& piece) {
+void WaveFile::Write(std::size_t track, avi::Piece const& piece) {
   _bytes += piece.size;
   StreamFile::Write(track, piece);
 }

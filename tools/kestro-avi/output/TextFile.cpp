@@ -10,7 +10,7 @@ namespace kestro::tool {
 static constexpr std::int64_t kLongestCue_ms = 2000;
 
 // When a frame begins. Rounded down: the frame is then the first that does not begin earlier.
-static std::int64_t Time_ms(AviTrack const& clock, std::uint64_t frame) {
+static std::int64_t Time_ms(avi::AviTrack const& clock, std::uint64_t frame) {
   constexpr std::int64_t kLatest = std::int64_t{1} << 40;
   std::int64_t const ms =
       av_rescale_rnd(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000, clock.rate,
@@ -38,10 +38,10 @@ static std::string Lines(std::string const& text) {
   return lines;
 }
 
-SrtFile::SrtFile(std::string const& path, AviTrack const& clock)
+SrtFile::SrtFile(std::string const& path, avi::AviTrack const& clock)
     : StreamFile(path), _clock(clock), _end_ms(Time_ms(clock, clock.chunks)) {}
 
-void SrtFile::Write(std::size_t, Piece const& piece) {
+void SrtFile::Write(std::size_t, avi::Piece const& piece) {
   if (piece.size == 0) return;
   std::int64_t const start = Time_ms(_clock, piece.position);
   if (start != _start_ms) Show(start);
@@ -66,7 +66,7 @@ std::string SrtFile::Finish() {
   return StreamFile::Finish();
 }
 
-void JsonLinesFile::Write(std::size_t, Piece const& piece) {
+void JsonLinesFile::Write(std::size_t, avi::Piece const& piece) {
   using Json = nlohmann::ordered_json;
   Json const json{{"pts_ms", Time_ms(_clock, piece.position)},
                   {"text", std::string(piece.data, piece.data + piece.size)}};

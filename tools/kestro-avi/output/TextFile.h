@@ -12,14 +12,14 @@ namespace kestro::tool {
 class SrtFile : public StreamFile {
  public:
   // `clock`: the track that times the texts.
-  SrtFile(std::string const& path, AviTrack const& clock);
-  void Write(std::size_t track, Piece const& piece) override;
+  SrtFile(std::string const& path, avi::AviTrack const& clock);
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override;
 
  private:
   void Show(std::int64_t next_ms);  // what waits
 
-  AviTrack _clock;
+  avi::AviTrack _clock;
   std::int64_t _start_ms = 0, _end_ms;  // of what waits, of the video
   std::vector<std::string> _waiting;    // texts of one time
   unsigned _number = 0;
@@ -28,12 +28,13 @@ class SrtFile : public StreamFile {
 // A JSON object a line: {"pts_ms": 40, "text": "..."}.
 class JsonLinesFile : public StreamFile {
  public:
-  JsonLinesFile(std::string const& path, AviTrack const& clock) : StreamFile(path), _clock(clock) {}
-  void Write(std::size_t track, Piece const& piece) override;
+  JsonLinesFile(std::string const& path, avi::AviTrack const& clock)
+      : StreamFile(path), _clock(clock) {}
+  void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Findings() const override;
 
  private:
-  AviTrack _clock;
+  avi::AviTrack _clock;
   unsigned _foreign = 0;  // texts that are not UTF-8
 };
 

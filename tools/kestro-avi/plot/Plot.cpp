@@ -34,7 +34,7 @@ static std::string Shortened(std::string text) {
   return text.substr(0, head) + "\u2026" + text.substr(tail);
 }
 
-Plot::Plot(AviFile& avi, std::string const& path)
+Plot::Plot(avi::AviFile& avi, std::string const& path)
     : _avi(avi),
       _path(path),
       _survey(avi),
@@ -149,7 +149,7 @@ void Plot::Keys(Chart const& chart, double top) {
 
 // Whether a track has a time of its own and data to be compared with another's.
 bool Plot::Compared(std::size_t track) const {
-  AviTrack const& info = _avi.Tracks()[track];
+  avi::AviTrack const& info = _avi.Tracks()[track];
   return track != _reference && info.chunks != 0 && info.type != "text";
 }
 

@@ -13,7 +13,7 @@ namespace kestro::tool {
 // recording is, it stays small: the data are gathered into stretches.
 class Plot {
  public:
-  Plot(AviFile& avi, std::string const& path);
+  Plot(avi::AviFile& avi, std::string const& path);
   std::string Document() const;
 
  private:
@@ -26,7 +26,7 @@ class Plot {
   bool Compared(std::size_t track) const;
   std::string TrackName(std::size_t track) const;
 
-  AviFile const& _avi;
+  avi::AviFile const& _avi;
   std::string const _path;
   Survey const _survey;
   Axis const _place;       // of the lower two fields

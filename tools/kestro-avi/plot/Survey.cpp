@@ -8,14 +8,14 @@ namespace kestro::tool {
 
 using base::Convert4;
 
-Survey::Survey(AviFile& avi) {
+Survey::Survey(avi::AviFile& avi) {
   AddPackets(avi);
   AddParts(avi);
 }
 
 // Where a track's time stands after some of its chunks. Sound counts bytes, unless its header
 // counts chunks; text has the time of the frame that it lies beside.
-static double TimeOf(AviTrack const& track, base::uint64 chunks, base::uint64 bytes) {
+static double TimeOf(avi::AviTrack const& track, base::uint64 chunks, base::uint64 bytes) {
   bool const byBytes =
       track.type == "audio" && track.bytesPerSecond != 0 && track.length != track.chunks;
   if (byBytes) return static_cast<double>(bytes) / track.bytesPerSecond;
@@ -23,23 +23,23 @@ static double TimeOf(AviTrack const& track, base::uint64 chunks, base::uint64 by
   return static_cast<double>(chunks) * track.scale / track.rate;
 }
 
-void Survey::AddPackets(AviFile& avi) {
+void Survey::AddPackets(avi::AviFile& avi) {
   struct Count {
     base::uint64 chunks = 0, bytes = 0;
   };
   std::vector<Count> counts(avi.Tracks().size());
-  auto const add = [&](IndexEntry const& entry, unsigned size) {
-    auto const track = static_cast<std::size_t>(TrackOfCode(entry.id));
+  auto const add = [&](avi::IndexEntry const& entry, unsigned size) {
+    auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (track >= counts.size()) return;
     std::size_t const clock = avi.ClockOf(track);
-    AviTrack const& info = avi.Tracks()[clock];
+    avi::AviTrack const& info = avi.Tracks()[clock];
     Count& count = counts[clock];
     Packet packet{entry.offset,
                   TimeOf(info, count.chunks, count.bytes),
                   0,
                   size,
                   static_cast<unsigned>(track),
-                  (entry.flags & IndexEntry::kKey) != 0};
+                  (entry.flags & avi::IndexEntry::kKey) != 0};
     packet.end = TimeOf(info, count.chunks + 1, count.bytes + size);
     if (clock == track) {
       ++count.chunks;
@@ -49,14 +49,14 @@ void Survey::AddPackets(AviFile& avi) {
     packets.push_back(packet);
   };
   if (avi.Indexed())
-    avi.ForEachEntry([&](IndexEntry const& entry) { add(entry, avi.DataSize(entry)); });
+    avi.ForEachEntry([&](avi::IndexEntry const& entry) { add(entry, avi.DataSize(entry)); });
   else
-    avi.ForEachChunk([&](IndexEntry const& entry) { add(entry, entry.size); });
+    avi.ForEachChunk([&](avi::IndexEntry const& entry) { add(entry, entry.size); });
   std::stable_sort(packets.begin(), packets.end(),
                    [](Packet const& a, Packet const& b) { return a.offset < b.offset; });
 }
 
-static char const* KindOf(Chunk const& chunk, char const* outer) {
+static char const* KindOf(avi::Chunk const& chunk, char const* outer) {
   if (chunk.id == Convert4("JUNK")) return "JUNK";
   if (chunk.id == Convert4("idx1")) return "index";
   if (chunk.type == Convert4("movi")) return "movi";
@@ -73,7 +73,7 @@ void Survey::AddPart(char const* kind, int64 begin, int64 end) {
     parts.push_back({kind, begin, end});
 }
 
-void Survey::AddParts(AviFile const& avi) {
+void Survey::AddParts(avi::AviFile const& avi) {
   std::vector<Part> open{{"other", 0, avi.Size()}};  // lists around the place that was reached
   int64 at = 0;
   auto const advance = [&](int64 to) {
@@ -84,7 +84,7 @@ void Survey::AddParts(AviFile const& avi) {
     AddPart(open.back().kind, at, to);
     at = std::max(at, to);
   };
-  for (Chunk const& chunk : avi.Tree()) {
+  for (avi::Chunk const& chunk : avi.Tree()) {
     advance(chunk.offset);
     bool const riff = chunk.id == Convert4("RIFF");
     if (riff) AddPart("header", at, chunk.Data());

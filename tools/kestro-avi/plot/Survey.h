@@ -8,6 +8,8 @@
 
 namespace kestro::tool {
 
+using base::int64;
+
 struct Survey {
   struct Packet {
     int64 offset;
@@ -22,15 +24,15 @@ struct Survey {
   };
 
   // By the index where it tells all, which knows key frames too, else by the data.
-  explicit Survey(AviFile& avi);
+  explicit Survey(avi::AviFile& avi);
 
   std::vector<Packet> packets;  // in file order
   std::vector<Part> parts;      // ... which together are the file
   double duration = 0;          // seconds
 
  private:
-  void AddPackets(AviFile& avi);
-  void AddParts(AviFile const& avi);
+  void AddPackets(avi::AviFile& avi);
+  void AddParts(avi::AviFile const& avi);
   void AddPart(char const* kind, int64 begin, int64 end);
 };
 

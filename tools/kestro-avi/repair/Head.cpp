@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "Errors.h"
-#include "HeadCopy.h"
+#include "avi/HeadCopy.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -12,7 +12,7 @@ using base::Convert4;
 
 static constexpr int64 kMaxTag = 64 << 20;
 
-static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
+static std::vector<char> Content(avi::AviFile& avi, avi::Chunk const& chunk) {
   if (chunk.Cut() || chunk.size > kMaxTag) return {};
   std::vector<char> data(static_cast<std::size_t>(chunk.size));
   data.resize(avi.Reader().Read(chunk.Payload(), data.data(), static_cast<unsigned>(data.size())));
@@ -20,22 +20,17 @@ static std::vector<char> Content(AviFile& avi, Chunk const& chunk) {
 }
 
 // False for a track that the plug-in cannot record.
-static bool Describe(AviTrack const& track, TrackInfo& info) {
-  struct Codec {
-    char const *codec, *recorded;
-    TrackInfo::Kind kind;
-  };
-  static constexpr Codec kCodecs[] = {{"h264", "h264", TrackInfo::kVideo},
-                                      {"hevc", "hevc", TrackInfo::kVideo},
-                                      {"mjpeg", "mjpg", TrackInfo::kVideo},
-                                      {"pcm", "pcm", TrackInfo::kSound},
-                                      {"text", "txt", TrackInfo::kText}};
+static bool Describe(avi::AviTrack const& track, TrackInfo& info) {
+  static constexpr std::pair<char const*, TrackInfo::Codec> kCodecs[] = {
+      {"h264", TrackInfo::kH264},
+      {"hevc", TrackInfo::kHevc},
+      {"mjpeg", TrackInfo::kMjpeg},
+      {"pcm", TrackInfo::kPcm},
+      {"text", TrackInfo::kText}};
   auto const* const found = std::find_if(std::begin(kCodecs), std::end(kCodecs),
-                                         [&](Codec const& c) { return track.codec == c.codec; });
+                                         [&](auto const& c) { return track.codec == c.first; });
   if (found == std::end(kCodecs)) return false;
-  info.codec = found->recorded;
-  info.kind = found->kind;
-  info.unnumbered = track.codec == "mjpeg" || track.codec == "text";
+  info.codec = found->second;
   info.width = static_cast<int>(track.width);
   info.height = static_cast<int>(track.height);
   info.rate = static_cast<int>(track.sampleRate);
@@ -43,18 +38,17 @@ static bool Describe(AviTrack const& track, TrackInfo& info) {
   info.bits = static_cast<int>(track.bits);
   // The fields of a sound format have 16 and 32 bits.
   auto const frame = base::uint64{track.channels} * track.bits / 8;
-  return info.kind != TrackInfo::kSound ||
-         (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 && frame <= UINT16_MAX &&
-          frame * track.sampleRate <= UINT32_MAX);
+  return !info.IsAudio() || (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 &&
+                             frame <= UINT16_MAX && frame * track.sampleRate <= UINT32_MAX);
 }
 
-static void CarryTags(AviFile& avi, Head& head) {
+static void CarryTags(avi::AviFile& avi, Head& head) {
   auto of = [&head](std::vector<std::vector<char>>& list, int track) -> std::vector<char>& {
     list.resize(head.recorded.size());
     return list.at(static_cast<std::size_t>(track));
   };
   int lists = 0;
-  for (Chunk const& chunk : avi.Tree()) {
+  for (avi::Chunk const& chunk : avi.Tree()) {
     if (chunk.type == Convert4("movi")) return;
     lists += chunk.type == Convert4("strl");
     bool const listed = lists > 0 && static_cast<std::size_t>(lists) <= head.numbers.size();
@@ -69,18 +63,18 @@ static void CarryTags(AviFile& avi, Head& head) {
     }
     if (chunk.id != Convert4("JUNK") || chunk.depth != 1 || !head.tags.junkData.empty()) continue;
     // Where it has a copy of the head, it is as large as that wants it.
-    if (auto const copy = HeadCopy::Find(avi.Reader(), chunk.Payload(), chunk.end))
+    if (auto const copy = avi::HeadCopy::Find(avi.Reader(), chunk.Payload(), chunk.end))
       head.tags.junk = copy->places.junk;
     else
       head.tags.junkData = Content(avi, chunk);
   }
 }
 
-Head ReadHead(AviFile& avi, std::string const& path, int64 data) {
+Head ReadHead(avi::AviFile& avi, std::string const& path, int64 data) {
   Head head;
   head.data = data;
   head.tracks = avi.Tracks();
-  for (Chunk const& chunk : avi.Tree()) {
+  for (avi::Chunk const& chunk : avi.Tree()) {
     if (chunk.id == Convert4("avih")) head.frameTime_us = Field32(avi.Reader(), chunk, 0);
     if (chunk.type == Convert4("movi") && head.data == 0) head.data = chunk.Data();
   }
@@ -91,9 +85,9 @@ Head ReadHead(AviFile& avi, std::string const& path, int64 data) {
     infos[i].name = path + ", track " + std::to_string(i);
     if (Describe(head.tracks[i], infos[i])) head.numbers[i] = 0;
   }
-  for (bool unnumbered : {false, true})  // which come last
+  for (bool numbered : {true, false})
     for (std::size_t i = 0; i < infos.size(); ++i) {
-      if (head.numbers[i] < 0 || infos[i].unnumbered != unnumbered) continue;
+      if (head.numbers[i] < 0 || infos[i].Numbered() != numbered) continue;
       head.numbers[i] = static_cast<int>(head.recorded.size());
       head.recorded.push_back(infos[i]);
     }
@@ -103,7 +97,7 @@ Head ReadHead(AviFile& avi, std::string const& path, int64 data) {
 }
 
 bool SameTracks(Head const& a, Head const& b) {
-  auto const same = [](AviTrack const& x, AviTrack const& y) {
+  auto const same = [](avi::AviTrack const& x, avi::AviTrack const& y) {
     return x.type == y.type && x.codec == y.codec && x.width == y.width && x.height == y.height &&
            x.rate == y.rate && x.scale == y.scale && x.sampleRate == y.sampleRate &&
            x.channels == y.channels && x.bits == y.bits;

@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "Errors.h"
-#include "SideFile.h"
+#include "avi/SlotFile.h"
 #include "base/File.h"
 #include "repair/Salvage.h"
 
@@ -12,31 +12,31 @@ namespace kestro::tool {
 namespace fs = std::filesystem;
 
 // False when it is no file of slots.
-static bool ReadSlots(std::string const& path, SlotFile::Image& image) {
+static bool ReadSlots(std::string const& path, avi::SlotFile::Image& image) {
   std::error_code none;
   if (!fs::is_regular_file(path, none)) return false;  // opening a pipe would wait
   base::FileIO file(fs::absolute(path).c_str(), "rb");
-  return SlotFile::Read(file, image);
+  return avi::SlotFile::Read(file, image);
 }
 
-static AviFile OpenImage(std::string const& path) {
-  SlotFile::Image image;
-  if (!ReadSlots(path, image)) return AviFile(path);
+static avi::AviFile OpenImage(std::string const& path) {
+  avi::SlotFile::Image image;
+  if (!ReadSlots(path, image)) return avi::AviFile(path);
   if (image.generation == 0) throw Error(kUnusable, path + ": neither of its slots is whole");
   auto const size = static_cast<unsigned>(image.bytes.size());
   auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(size), false);
   if (memory->Write(image.bytes.data(), size) != size)
     throw Error(kIo, path + ": no memory for it");
-  return AviFile(std::move(memory), path);
+  return avi::AviFile(std::move(memory), path);
 }
 
 std::string Image::Find(std::string const& recording) {
   std::string found;
   unsigned newest = 0;
-  for (std::string const& path : SlotFile::Names(recording + SideFile::kEnding)) {
+  for (std::string const& path : avi::SlotFile::Names(recording + avi::SlotFile::kEnding)) {
     std::error_code none;
     if (!fs::exists(path, none)) continue;
-    SlotFile::Image image;
+    avi::SlotFile::Image image;
     ReadSlots(path, image);
     if (!found.empty() && image.generation <= newest) continue;
     found = path;
@@ -46,7 +46,7 @@ std::string Image::Find(std::string const& recording) {
 }
 
 Image::Image(std::string const& path) : _avi(OpenImage(path)), _head(ReadHead(_avi, path)) {
-  RiffReader& reader = _avi.Reader();
+  avi::RiffReader& reader = _avi.Reader();
   bool const there = reader.Header(_head.data, reader.Size(), _index);
   if (!there && reader.Size() <= _head.data) return;
   if (!there || _index.id != base::Convert4("idx1"))
@@ -54,14 +54,16 @@ Image::Image(std::string const& path) : _avi(OpenImage(path)), _head(ReadHead(_a
                 path + ": not a side file: no index at offset " + std::to_string(_head.data));
 }
 
-void Image::ForEachEntry(EntrySink const& sink) { ReadEntries(_avi.Reader(), _index, 0, sink); }
+void Image::ForEachEntry(avi::EntrySink const& sink) {
+  avi::ReadEntries(_avi.Reader(), _index, 0, sink);
+}
 
-std::string Image::Mismatch(RiffReader& file, Head const* head) {
+std::string Image::Mismatch(avi::RiffReader& file, Head const* head) {
   if (head != nullptr && !SameTracks(*head, _head))
     return "its headers are those of another recording";
   base::uint64 entries = 0, leading = 0;
-  ForEachEntry([&](IndexEntry const& entry) {
-    Chunk chunk;
+  ForEachEntry([&](avi::IndexEntry const& entry) {
+    avi::Chunk chunk;
     if (entry.offset + 8 + int64{entry.size} > file.Size()) return;  // the file was cut
     ++entries;
     leading += Salvage::Leads(file, _head.tracks, entry, chunk);

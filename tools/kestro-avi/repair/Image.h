@@ -17,15 +17,15 @@ class Image {
   static std::string Find(std::string const& recording);
 
   Head const& Headers() const { return _head; }
-  void ForEachEntry(EntrySink const& sink);
+  void ForEachEntry(avi::EntrySink const& sink);
   // Why it does not belong to a recording, whose head is `head` where it could be read; empty when
   // it does.
-  std::string Mismatch(RiffReader& file, Head const* head);
+  std::string Mismatch(avi::RiffReader& file, Head const* head);
 
  private:
-  AviFile _avi;
+  avi::AviFile _avi;
   Head _head;
-  Chunk _index;  // of size 0 where nothing was written yet
+  avi::Chunk _index;  // of size 0 where nothing was written yet
 };
 
 }  // namespace kestro::tool

@@ -10,7 +10,7 @@ using base::Fraction;
 
 // What the stream header says: in this system's files the whole part, while the main header has the
 // time of a frame. A rate that nobody records is damage.
-static Fraction Declared(AviTrack const& track, unsigned time_us) {
+static Fraction Declared(avi::AviTrack const& track, unsigned time_us) {
   auto const good = [](Fraction const& rate) {
     return rate.Positive() && rate.Whole() <= kHighestRate;
   };
@@ -30,9 +30,7 @@ class Rates {
   SpeedReport Set();
 
  private:
-  bool Shares(TrackInfo const& info) const {
-    return info.kind == TrackInfo::kVideo && !info.unnumbered;
-  }
+  bool Shares(TrackInfo const& info) const { return info.IsVideo() && info.Numbered(); }
   void Share();
   void Note();
 
@@ -52,12 +50,12 @@ SpeedReport Rates::Set() {
   Share();
   TrackInfo const* video = nullptr;
   for (std::size_t i = 0; i < recorded.size(); ++i) {
-    if (recorded[i].kind != TrackInfo::kVideo) continue;
+    if (!recorded[i].IsVideo()) continue;
     recorded[i].frameRate = ChooseRate({_option, _declared[i], {}}, recorded[i].name);
     if (video == nullptr) video = &recorded[i];
   }
   for (std::size_t i = 0; i < recorded.size(); ++i) {
-    if (recorded[i].kind != TrackInfo::kText) continue;
+    if (!recorded[i].IsText()) continue;
     bool const own = !_option.Positive() && _declared[i].Whole() >= 1;
     recorded[i].frameRate = own || video == nullptr ? _declared[i] : video->frameRate;
   }
@@ -85,7 +83,7 @@ void Rates::Share() {
 // Of a file that says a whole rate already, the speed stays.
 void Rates::Note() {
   for (std::size_t i = 0; i < _head.tracks.size(); ++i) {
-    AviTrack const& track = _head.tracks[i];
+    avi::AviTrack const& track = _head.tracks[i];
     if (_head.numbers[i] < 0 || track.type != "video") continue;
     TrackInfo const& info = _head.recorded[static_cast<std::size_t>(_head.numbers[i])];
     bool const said = track.scale != 0 && track.rate % track.scale == 0 &&

@@ -4,13 +4,14 @@
 #include <memory>
 
 #include "Errors.h"
-#include "HeadCopy.h"
 #include "Interrupt.h"
-#include "Recorder.h"
+#include "Recording.h"
+#include "avi/HeadCopy.h"
+#include "avi/SlotFile.h"
 #include "output/Output.h"
-#include "repair/FoundTrack.h"
 #include "repair/Image.h"
 #include "repair/Rates.h"
+#include "repair/TrackClock.h"
 
 namespace kestro::tool {
 
@@ -21,7 +22,7 @@ namespace {
 // Before a temporary file of the output's is made, or removed.
 void CheckPaths(RepairJob const& job) {
   std::error_code none;
-  auto const [side, twin] = SlotFile::Names(job.input + SideFile::kEnding);
+  auto const [side, twin] = avi::SlotFile::Names(job.input + avi::SlotFile::kEnding);
   for (std::string const& read : {job.input, job.image, side, twin})
     for (std::string const& written : {job.output, NewFile::TemporaryOf(job.output)})
       if (!read.empty() && fs::equivalent(read, written, none))
@@ -39,24 +40,24 @@ class Repairer {
  private:
   void OpenCopy(std::string const& why);
   void OpenImage(std::string const& why);
-  void ForEachEntry(EntrySink const& sink);
-  RecorderOptions Options() const;
-  void Finish(Recorder& recorder, Salvage const& salvage, bool pushed);
+  void ForEachEntry(avi::EntrySink const& sink);
+  void Sum(Salvage const& salvage);
+  void Warn();
 
   RepairJob const& _job;
   RepairReport& _report;
-  std::unique_ptr<AviFile> _avi;  // null when its head is beyond use
-  std::optional<HeadCopy> _copy;  // used in place of it
-  std::unique_ptr<Image> _image;  // null when there is none
-  std::unique_ptr<RiffReader> _file;
+  std::unique_ptr<avi::AviFile> _avi;  // null when its head is beyond use
+  std::optional<avi::HeadCopy> _copy;  // used in place of it
+  std::unique_ptr<Image> _image;       // null when there is none
+  std::unique_ptr<avi::RiffReader> _file;
   Head _head;
 };
 
 void Repairer::Open() {
-  _file = std::make_unique<RiffReader>(_job.input);
+  _file = std::make_unique<avi::RiffReader>(_job.input);
   std::string why;
   try {
-    _avi = std::make_unique<AviFile>(_job.input);
+    _avi = std::make_unique<avi::AviFile>(_job.input);
     _head = ReadHead(*_avi, _job.input);
   } catch (Error const& error) {
     if (error.Code() != kUnusable) throw;
@@ -85,13 +86,13 @@ void Repairer::Open() {
 
 // The copy of the head is taken where the head itself is beyond use, or tells something else.
 void Repairer::OpenCopy(std::string const& why) {
-  auto const copy = HeadCopy::Find(*_file);
+  auto const copy = avi::HeadCopy::Find(*_file);
   if (!copy) return;
   Head head;
   try {
     auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(copy->head.size()));
     memory->Write(copy->head.data(), static_cast<unsigned>(copy->head.size()));
-    AviFile avi(std::move(memory), _job.input);
+    avi::AviFile avi(std::move(memory), _job.input);
     head = ReadHead(avi, _job.input, copy->places.data);
   } catch (Error const&) {
     return;  // it comes from elsewhere
@@ -131,52 +132,64 @@ void Repairer::OpenImage(std::string const& why) {
   _report.warnings.push_back(mismatch + "; it is not used");
 }
 
-void Repairer::ForEachEntry(EntrySink const& sink) {
+void Repairer::ForEachEntry(avi::EntrySink const& sink) {
   if (_image)
     _image->ForEachEntry(sink);
   else if (_avi)
     _avi->ForEachEntry(sink);
-  else if (HeadPlaces const& places = _copy->places; places.entries >= 8)
-    ReadEntries(*_file,
-                {base::Convert4("idx1"), 0, int64{places.entries} - 8, places.reserve,
-                 std::min(int64{places.entries} + places.reserve, _file->Size()), 0},
-                0, sink);
-}
-
-RecorderOptions Repairer::Options() const {
-  RecorderOptions options;
-  options.tags = _head.tags;
-  return options;
+  else if (avi::HeadPlaces const& places = _copy->places; places.entries >= 8)
+    avi::ReadEntries(*_file,
+                     {base::Convert4("idx1"), 0, int64{places.entries} - 8, places.reserve,
+                      std::min(int64{places.entries} + places.reserve, _file->Size()), 0},
+                     0, sink);
 }
 
 void Repairer::Copy(std::string const& output) {
-  std::vector<FoundTrack> tracks(_head.recorded.begin(), _head.recorded.end());
-  std::vector<Track*> pointers;
-  pointers.reserve(tracks.size());
-  for (FoundTrack& track : tracks) pointers.push_back(&track);
-  Packets const packets(pointers);
-  Recorder recorder(Options(), fs::absolute(output), pointers, packets);
+  std::vector<TrackClock> clocks(_head.recorded.begin(), _head.recorded.end());
+  record::RecorderOptions options;
+  options.path = fs::absolute(output);
+  options.tags = _head.tags;
+  options.overwrite = options.verbatim = options.threadless = true;
+  std::vector<std::string> warnings;
+  options.onEvent = [&warnings](record::Event const& event) {
+    if (event.kind == record::Event::kWarning) warnings.push_back(event.text);
+  };
+  auto const recorder = OpenRecorder(options, _head.recorded);
   bool pushed = true;
-  Salvage salvage(*_file, _head.data, _head.tracks, [&](std::size_t from, Bytes& data, bool key) {
-    int const number = _head.numbers[from];
-    if (number >= 0) {
-      FoundTrack& track = tracks[static_cast<std::size_t>(number)];
-      track.Put(std::move(data), key);
-      TimedPacket packet = track.Pop();
-      auto const own = packets.New(static_cast<std::size_t>(number), packet);
-      pushed = recorder.Push(static_cast<std::size_t>(number), *own);
-      data = std::move(packet.data);
-    }
-    _job.advance(salvage.Position());
-    return pushed && !Interrupted();
-  });
-  ForEachEntry([&salvage](IndexEntry const& entry) { salvage.Entry(entry); });
+  Salvage salvage(*_file, _head.data, _head.tracks,
+                  [&](std::size_t from, std::vector<std::uint8_t>& data, bool key) {
+                    if (int const number = _head.numbers[from]; number >= 0) {
+                      auto const track = static_cast<std::size_t>(number);
+                      record::Payload packet;
+                      packet.data = data.data();
+                      packet.size = data.size();
+                      packet.time_ns = clocks[track].Now_ns();
+                      clocks[track].Pass(data.size());
+                      packet.duration_ns = clocks[track].Now_ns() - packet.time_ns;
+                      packet.key = key;
+                      pushed = recorder->Push(track, packet) == record::Code::kOk;
+                    }
+                    _job.advance(salvage.Position());
+                    return pushed && !Interrupted();
+                  });
+  ForEachEntry([&salvage](avi::IndexEntry const& entry) { salvage.Entry(entry); });
   salvage.Rest();
   _report.interrupted = Interrupted();
-  if (!_report.interrupted) Finish(recorder, salvage, pushed);
+  if (_report.interrupted) return;
+  Sum(salvage);
+  if (_report.kept.bytes == 0 && pushed)
+    throw Error(kUnusable, _job.input + ": there is no whole packet with data behind its head");
+  record::Result const result = recorder->Stop();
+  // The recorder names the file as it is called until it is finished.
+  auto const named = [&](std::string const& text) {
+    return _job.output + text.substr(text.rfind(options.path, 0) == 0 ? options.path.size() : 0);
+  };
+  if (!result) throw Error(kIo, named(result.text));
+  for (std::string const& text : warnings) _report.warnings.push_back(named(text));
+  Warn();
 }
 
-void Repairer::Finish(Recorder& recorder, Salvage const& salvage, bool pushed) {
+void Repairer::Sum(Salvage const& salvage) {
   SalvageCounts& counts = _report.counts = salvage.Counts();
   for (std::size_t i = 0; i < _head.numbers.size(); ++i) {
     if (_head.numbers[i] < 0) {
@@ -187,18 +200,10 @@ void Repairer::Finish(Recorder& recorder, Salvage const& salvage, bool pushed) {
     _report.lost += counts.lost[i];
   }
   _report.lost += counts.unknown;
-  if (_report.kept.bytes == 0 && pushed)
-    throw Error(kUnusable, _job.input + ": there is no whole packet with data behind its head");
-  bool const closed = recorder.Close();
-  // The recorder names the file as it is called until it is finished.
-  auto const named = [&](std::string const& text) {
-    return _job.output +
-           text.substr(text.rfind(recorder.Path(), 0) == 0 ? recorder.Path().size() : 0);
-  };
-  if (!pushed || !closed)
-    throw Error(kIo, recorder.Errors().empty() ? _job.output + ": a packet was refused"
-                                               : named(recorder.Errors().front()));
-  for (std::string const& text : recorder.Warnings()) _report.warnings.push_back(named(text));
+}
+
+void Repairer::Warn() {
+  SalvageCounts const& counts = _report.counts;
   auto const warn = [this](base::uint64 count, std::string const& what) {
     if (count != 0) _report.warnings.push_back(std::to_string(count) + " " + what);
   };

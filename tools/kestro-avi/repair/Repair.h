@@ -10,6 +10,8 @@
 
 namespace kestro::tool {
 
+using base::int64;
+
 struct RepairJob {
   std::string input, output;
   std::string image;         // the side file; empty: that of INPUT, where it fits
@@ -23,7 +25,7 @@ struct RepairReport {
   std::string image;  // where it was used
   bool headOfImage = false;
   bool headOfCopy = false;  // in the recording's JUNK
-  std::vector<AviTrack> tracks;
+  std::vector<avi::AviTrack> tracks;
   std::vector<int> numbers;  // of the tracks in the output; -1: it cannot be recorded
   SalvageCounts counts;
   Counted kept, lost;

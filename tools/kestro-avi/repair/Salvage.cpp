@@ -12,7 +12,8 @@ using base::Convert4;
 
 static constexpr std::size_t kNamed = 20;  // holes and losses
 
-Salvage::Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tracks, Sink sink)
+Salvage::Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> const& tracks,
+                 Sink sink)
     : _file(file),
       _tracks(tracks),
       _sink(std::move(sink)),
@@ -22,9 +23,9 @@ Salvage::Salvage(RiffReader& file, int64 begin, std::vector<AviTrack> const& tra
   _counts.lost.resize(tracks.size());
 }
 
-bool Salvage::Known(std::vector<AviTrack> const& tracks, unsigned id) {
-  if (!IsDataCode(id)) return false;
-  auto const number = static_cast<std::size_t>(TrackOfCode(id));
+bool Salvage::Known(std::vector<avi::AviTrack> const& tracks, unsigned id) {
+  if (!avi::IsDataCode(id)) return false;
+  auto const number = static_cast<std::size_t>(avi::TrackOfCode(id));
   if (number >= tracks.size()) return false;
   std::string const& type = tracks[number].type;
   unsigned const letters = id >> 16;
@@ -35,7 +36,7 @@ bool Salvage::Known(std::vector<AviTrack> const& tracks, unsigned id) {
 }
 
 // What stands at an offset.
-Salvage::Sight Salvage::Look(int64 at, int64 limit, Chunk& chunk) {
+Salvage::Sight Salvage::Look(int64 at, int64 limit, avi::Chunk& chunk) {
   if (!_file.Header(at, limit, chunk)) return Sight::kNothing;
   bool const cut = chunk.Cut() || chunk.size > kMaxPacket;
   if (Known(chunk.id)) return cut ? Sight::kCut : Sight::kData;
@@ -44,12 +45,12 @@ Salvage::Sight Salvage::Look(int64 at, int64 limit, Chunk& chunk) {
     return Sight::kList;
   if (chunk.id == Convert4("idx1")) return Sight::kOther;
   bool const other = chunk.id == Convert4("JUNK") || chunk.type == Convert4("INFO") ||
-                     (chunk.id & 0xFFFF) == Convert4("ix") || IsDataCode(chunk.id);
+                     (chunk.id & 0xFFFF) == Convert4("ix") || avi::IsDataCode(chunk.id);
   return other && !chunk.Cut() ? Sight::kOther : Sight::kNothing;
 }
 
 bool Salvage::Follows(int64 at, int64 limit) {
-  Chunk chunk;
+  avi::Chunk chunk;
   return at >= limit || Look(at, limit, chunk) != Sight::kNothing;
 }
 
@@ -62,7 +63,7 @@ void Salvage::Rest() {
 
 // Everything from the position up to a limit.
 void Salvage::Scan(int64 limit) {
-  Chunk chunk;
+  avi::Chunk chunk;
   while (_position < limit && !_stopped) {
     switch (Look(_position, limit, chunk)) {
       case Sight::kData:
@@ -74,7 +75,7 @@ void Salvage::Scan(int64 limit) {
         break;
       case Sight::kOther:
         _indexSeen = _indexSeen || chunk.id == Convert4("idx1");
-        if (IsDataCode(chunk.id)) Lose(chunk.id, chunk.offset, chunk.size);
+        if (avi::IsDataCode(chunk.id)) Lose(chunk.id, chunk.offset, chunk.size);
         _position = _file.Next(chunk);
         break;
       case Sight::kCut:
@@ -95,7 +96,7 @@ bool Salvage::BeginsIndex(int64 at) {
 }
 
 // Goes on where packets follow again. `cut`: the header of a packet that is not whole stands here.
-void Salvage::Skip(int64 limit, Chunk const* cut) {
+void Salvage::Skip(int64 limit, avi::Chunk const* cut) {
   int64 const from = _position;
   _position = Find(from + (cut != nullptr ? 8 : 1), limit);
   if (cut != nullptr) {
@@ -121,7 +122,7 @@ int64 Salvage::Find(int64 from, int64 limit) {
       if (c > '9' ? c != 'i' && c != 'R' : c < '0') continue;
       unsigned const id = base::Load32(block + i);
       if (!Known(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
-      Chunk chunk;
+      avi::Chunk chunk;
       Sight const sight = Look(from + i, limit, chunk);
       if (sight == Sight::kList ||
           ((sight == Sight::kData || sight == Sight::kOther) && Follows(_file.Next(chunk), limit)))
@@ -133,8 +134,8 @@ int64 Salvage::Find(int64 from, int64 limit) {
   return limit;
 }
 
-void Salvage::Take(Chunk const& chunk, IndexEntry const* entry, bool torn) {
-  auto const track = static_cast<std::size_t>(TrackOfCode(chunk.id));
+void Salvage::Take(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool torn) {
+  auto const track = static_cast<std::size_t>(avi::TrackOfCode(chunk.id));
   auto const size = static_cast<unsigned>(chunk.size);
   _data.resize(size);
   if (torn || _file.Read(chunk.Payload(), _data.data(), size) != size || !Whole(chunk)) {
@@ -158,7 +159,7 @@ static bool Begins(bool hevc, unsigned byte) {
 
 // Takes off what the muxer does not store, before the rest is looked at. Packets of this system's
 // files were trimmed.
-void Salvage::Trim(AviTrack const& track, bool indexed) {
+void Salvage::Trim(avi::AviTrack const& track, bool indexed) {
   _counts.empty += track.type == "video" && _data.empty() && indexed;
   if (track.codec != "h264" && track.codec != "hevc") return;
   static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
@@ -175,8 +176,8 @@ void Salvage::Trim(AviTrack const& track, bool indexed) {
 }
 
 // Whether the data is what it should be. Where sectors are lost, zeros are read.
-bool Salvage::Whole(Chunk const& chunk) {
-  AviTrack const& track = _tracks[static_cast<std::size_t>(TrackOfCode(chunk.id))];
+bool Salvage::Whole(avi::Chunk const& chunk) {
+  avi::AviTrack const& track = _tracks[static_cast<std::size_t>(avi::TrackOfCode(chunk.id))];
   if (_data.empty() || track.type == "audio") return true;  // zeros are silence
   auto const first = static_cast<std::size_t>(
       std::find_if(_data.begin(), _data.end(), [](std::uint8_t b) { return b != 0; }) -
@@ -196,10 +197,10 @@ bool Salvage::Whole(Chunk const& chunk) {
   return !zeros || (next < _file.Size() && Follows(next, _file.Size()));
 }
 
-bool Salvage::IsKey(std::size_t track, IndexEntry const* entry) {
-  AviTrack const& info = _tracks[track];
+bool Salvage::IsKey(std::size_t track, avi::IndexEntry const* entry) {
+  avi::AviTrack const& info = _tracks[track];
   if (info.type != "video") return false;
-  bool const marked = entry != nullptr && (entry->flags & IndexEntry::kKey) != 0;
+  bool const marked = entry != nullptr && (entry->flags & avi::IndexEntry::kKey) != 0;
   bool key = info.codec == "mjpeg";
   // Of other video, which cannot be recorded, key frames are not known.
   if (!key && info.codec != "h264" && info.codec != "hevc") return marked;
@@ -214,7 +215,7 @@ bool Salvage::IsKey(std::size_t track, IndexEntry const* entry) {
 
 void Salvage::Lose(unsigned id, int64 offset, int64 bytes) {
   Counted& lost =
-      Known(id) ? _counts.lost[static_cast<std::size_t>(TrackOfCode(id))] : _counts.unknown;
+      Known(id) ? _counts.lost[static_cast<std::size_t>(avi::TrackOfCode(id))] : _counts.unknown;
   auto const count = static_cast<base::uint64>(std::max<int64>(bytes, 0));
   lost += {1, count};
   if (_counts.losses.size() < kNamed) _counts.losses.push_back({id, offset, count});

@@ -14,10 +14,10 @@ static constexpr std::size_t kMostUnindexed = 1 << 21;
 static bool IsPartIndex(unsigned id) { return (id & 0xFFFF) == Convert4("ix"); }
 
 static std::string ChunkText(unsigned id, int64 size) {
-  return CodeText(id) + " of " + std::to_string(size) + " bytes";
+  return avi::CodeText(id) + " of " + std::to_string(size) + " bytes";
 }
 
-DataCheck::DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings,
+DataCheck::DataCheck(avi::AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings,
                      std::function<void(int64)> const& advance)
     : _avi(avi),
       _reader(avi.Reader()),
@@ -25,19 +25,19 @@ DataCheck::DataCheck(AviFile& avi, std::vector<Stream>& streams, bool deep, Find
       _deep(deep),
       _findings(findings),
       _advance(advance) {
-  for (Chunk const& chunk : avi.Tree())
+  for (avi::Chunk const& chunk : avi.Tree())
     if (chunk.type == Convert4("movi")) _movis.push_back(chunk);
 }
 
 void DataCheck::Run() {
   bool indexed = false;
-  for (Chunk const& movi : _movis) {
+  for (avi::Chunk const& movi : _movis) {
     _movi = movi;
     _position = movi.Data();
     bool const first = movi.offset == _movis.front().offset;
     if (first && (indexed = FindBase())) {
-      _avi.ForEachEntry([this](IndexEntry const& entry) { Entry(entry); }, true);
-      if (_hole >= 0 && _avi.IndexPlace() != AviFile::Index::kFirst)
+      _avi.ForEachEntry([this](avi::IndexEntry const& entry) { Entry(entry); }, true);
+      if (_hole >= 0 && _avi.IndexPlace() != avi::AviFile::Index::kFirst)
         _findings.Add(found::kIndexHole, _hole, "an entry", "zeros");
     }
     Gap(movi.end, first && indexed);
@@ -48,26 +48,26 @@ void DataCheck::Run() {
     if (stream.track->type == "video" && stream.entries != 0 && stream.keys == 0)
       _findings.Add(found::kNoKey, _avi.IndexChunk().offset, "a key frame",
                     std::to_string(stream.entries) + " entries without");
-  for (IndexEntry const& entry : FlaggedFrames(_avi))
+  for (avi::IndexEntry const& entry : FlaggedFrames(_avi))
     _findings.Add(found::kAllKeys, entry.place, int64{0}, int64{entry.flags});
 }
 
 // Whether the index can be followed. The first entry may be the one that is wrong: the first few
 // tell what offsets count from.
 bool DataCheck::FindBase() {
-  if (_avi.IndexPlace() == AviFile::Index::kNone) {
+  if (_avi.IndexPlace() == avi::AviFile::Index::kNone) {
     _findings.Add(found::kNoIndex, _movi.end, "idx1", "none");
     return false;
   }
-  Chunk const& index = _avi.IndexChunk();
-  if (_avi.IndexPlace() == AviFile::Index::kLast && index.size % 16 != 0)
+  avi::Chunk const& index = _avi.IndexChunk();
+  if (_avi.IndexPlace() == avi::AviFile::Index::kLast && index.size % 16 != 0)
     _findings.Add(found::kIndexLength, index.offset, index.size / 16 * 16, index.size);
   constexpr int kFew = 256;
   int few = 0, absolute = 0, relative = 0;
   int64 const from = std::max<int64>(_avi.IndexBase(), 0);
-  _avi.ForEachEntry([&](IndexEntry const& entry) {
+  _avi.ForEachEntry([&](avi::IndexEntry const& entry) {
     if (++few > kFew) return;
-    Chunk chunk;
+    avi::Chunk chunk;
     auto leads = [&](int64 offset) {
       return _reader.Header(offset, _avi.Size(), chunk) && chunk.id == entry.id;
     };
@@ -84,7 +84,7 @@ bool DataCheck::FindBase() {
   return absolute != 0 || relative != 0;
 }
 
-void DataCheck::Entry(IndexEntry entry) {
+void DataCheck::Entry(avi::IndexEntry entry) {
   if (entry.id == 0) {  // what is left of a reserve
     if (_hole < 0) _hole = entry.place;
     return;
@@ -96,20 +96,20 @@ void DataCheck::Entry(IndexEntry entry) {
   Stream* const stream = StreamOf(entry.id, entry.place);
   if (stream == nullptr) return;
 
-  Chunk chunk;
+  avi::Chunk chunk;
   bool const there = _reader.Header(entry.offset, _avi.Size(), chunk);
   if (!there || chunk.id != entry.id) {
     int64 const end = entry.offset + 8 + entry.size + entry.size % 2;
     if (!there || entry.offset != _position || !Follows(end)) {
       _findings.Add(found::kEntryOffset, entry.place,
-                    CodeText(entry.id) + " at " + std::to_string(entry.offset),
-                    there ? "\"" + CodeText(chunk.id) + "\"" : "no chunk");
+                    avi::CodeText(entry.id) + " at " + std::to_string(entry.offset),
+                    there ? "\"" + avi::CodeText(chunk.id) + "\"" : "no chunk");
       return;
     }
-    _findings.Add(found::kChunkId, entry.offset, CodeText(entry.id), CodeText(chunk.id));
+    _findings.Add(found::kChunkId, entry.offset, avi::CodeText(entry.id), avi::CodeText(chunk.id));
     chunk.id = entry.id;
   }
-  auto const inside = [&](Chunk const& movi) {
+  auto const inside = [&](avi::Chunk const& movi) {
     return entry.offset >= movi.Data() && entry.offset < movi.end;
   };
   if (std::none_of(_movis.begin(), _movis.end(), inside)) {
@@ -117,31 +117,32 @@ void DataCheck::Entry(IndexEntry entry) {
                   std::to_string(_movi.Data()) + " to " + std::to_string(_movi.end), entry.offset);
     return;
   }
-  if (!SizeAgrees(*stream->track, entry, chunk)) Resized(entry, chunk);
+  if (!avi::SizeAgrees(*stream->track, entry, chunk)) Resized(entry, chunk);
   if (inside(_movi) && !Cover(entry, chunk)) return;
   Key(entry, *stream);
 }
 
 // Whether it is an entry of track data.
-bool DataCheck::Known(IndexEntry const& entry) {
+bool DataCheck::Known(avi::IndexEntry const& entry) {
   constexpr unsigned kList = 0x3, kParts = 0x60, kNoTime = 0x100, kCompressor = 0x0FFF0000;
   unsigned const strange =
-      entry.flags & ~(IndexEntry::kKey | kList | kParts | kNoTime | kCompressor);
+      entry.flags & ~(avi::IndexEntry::kKey | kList | kParts | kNoTime | kCompressor);
   if (strange != 0)
     _findings.Add(found::kEntryFlags, entry.place, int64{entry.flags & ~strange},
                   int64{entry.flags});
-  if (IsDataCode(entry.id)) return true;
+  if (avi::IsDataCode(entry.id)) return true;
   if (entry.id != Convert4("rec ") && !IsPartIndex(entry.id))
-    _findings.Add(found::kEntryId, entry.place, "track data", "\"" + CodeText(entry.id) + "\"");
+    _findings.Add(found::kEntryId, entry.place, "track data",
+                  "\"" + avi::CodeText(entry.id) + "\"");
   return false;
 }
 
 Stream* DataCheck::StreamOf(unsigned id, int64 offset) {
-  auto const number = static_cast<std::size_t>(TrackOfCode(id));
-  std::string const letters = CodeText(id).substr(2);
+  auto const number = static_cast<std::size_t>(avi::TrackOfCode(id));
+  std::string const letters = avi::CodeText(id).substr(2);
   if (number >= _streams.size()) {
     _findings.Add(found::kEntryTrack, offset, "track 0 to " + std::to_string(_streams.size() - 1),
-                  CodeText(id));
+                  avi::CodeText(id));
     return nullptr;
   }
   std::string const& type = _streams[number].track->type;
@@ -150,12 +151,12 @@ Stream* DataCheck::StreamOf(unsigned id, int64 offset) {
                            : letters == "tx"                    ? "text"
                                                                 : nullptr;
   if (told != nullptr && type != told)
-    _findings.Add(found::kEntryTrack, offset, type, CodeText(id));
+    _findings.Add(found::kEntryTrack, offset, type, avi::CodeText(id));
   return &_streams[number];
 }
 
 // The chunk and its entry differ in size: what follows tells which of them is right.
-void DataCheck::Resized(IndexEntry const& entry, Chunk& chunk) {
+void DataCheck::Resized(avi::IndexEntry const& entry, avi::Chunk& chunk) {
   int64 const end = chunk.Payload() + chunk.size;
   if (Follows(end + chunk.size % 2) || Follows(end)) {
     _findings.Add(found::kEntrySize, entry.place, chunk.size, int64{entry.size});
@@ -165,10 +166,12 @@ void DataCheck::Resized(IndexEntry const& entry, Chunk& chunk) {
   }
 }
 
-void DataCheck::Key(IndexEntry const& entry, Stream& stream) {
-  bool const key = (entry.flags & IndexEntry::kKey) != 0, video = stream.track->type == "video";
+void DataCheck::Key(avi::IndexEntry const& entry, Stream& stream) {
+  bool const key = (entry.flags & avi::IndexEntry::kKey) != 0,
+             video = stream.track->type == "video";
   if (video && stream.entries == 0 && !key)
-    _findings.Add(found::kFirstNotKey, entry.place, int64{IndexEntry::kKey}, int64{entry.flags});
+    _findings.Add(found::kFirstNotKey, entry.place, int64{avi::IndexEntry::kKey},
+                  int64{entry.flags});
   ++stream.entries;
   stream.keys += key;
   if (!_deep || !video || entry.size == 0) return;
@@ -176,13 +179,14 @@ void DataCheck::Key(IndexEntry const& entry, Stream& stream) {
   unsigned const n = _reader.Read(entry.offset + 8, start, std::min(entry.size, 4096u));
   Picture const picture = PictureKind(stream.track->codec, start, n);
   if (picture == Picture::kKey && !key)
-    _findings.Add(found::kKeyUnmarked, entry.place, int64{IndexEntry::kKey}, int64{entry.flags});
+    _findings.Add(found::kKeyUnmarked, entry.place, int64{avi::IndexEntry::kKey},
+                  int64{entry.flags});
   if (picture == Picture::kOther && key)
     _findings.Add(found::kKeyFalse, entry.place, int64{0}, int64{entry.flags});
 }
 
 // Whether the entry is the chunk's first.
-bool DataCheck::Cover(IndexEntry const& entry, Chunk const& chunk) {
+bool DataCheck::Cover(avi::IndexEntry const& entry, avi::Chunk const& chunk) {
   if (chunk.offset >= _position) {
     Gap(chunk.offset, true);
     Data(chunk);
@@ -197,7 +201,7 @@ bool DataCheck::Cover(IndexEntry const& entry, Chunk const& chunk) {
                   chunk.offset);
   } else if (_complete) {
     _findings.Add(found::kEntryTwice, entry.place, "another chunk",
-                  CodeText(chunk.id) + " at " + std::to_string(chunk.offset));
+                  avi::CodeText(chunk.id) + " at " + std::to_string(chunk.offset));
     return false;
   }
   return true;
@@ -205,7 +209,7 @@ bool DataCheck::Cover(IndexEntry const& entry, Chunk const& chunk) {
 
 // What lies between here and there: chunks without an entry, lists, other things.
 void DataCheck::Gap(int64 end, bool indexed) {
-  int64 const stopped = _reader.ScanData(_position, end, [&](Chunk const& chunk) {
+  int64 const stopped = _reader.ScanData(_position, end, [&](avi::Chunk const& chunk) {
     StreamOf(chunk.id, chunk.offset);
     Data(chunk);
     if (!indexed) return;
@@ -220,9 +224,9 @@ void DataCheck::Gap(int64 end, bool indexed) {
 }
 
 void DataCheck::Stopped(int64 at, int64 end) {
-  Chunk chunk;
+  avi::Chunk chunk;
   bool const header = _reader.Header(at, _movi.end, chunk);
-  if (header && IsDataCode(chunk.id) && chunk.Cut())
+  if (header && avi::IsDataCode(chunk.id) && chunk.Cut())
     Data(chunk);
   else if (header && chunk.id == Convert4("idx1"))
     _findings.Add(found::kMoviSize, _movi.offset, at - _movi.Payload(), _movi.size);
@@ -231,13 +235,13 @@ void DataCheck::Stopped(int64 at, int64 end) {
 }
 
 // A data chunk, met once.
-void DataCheck::Data(Chunk const& chunk) {
+void DataCheck::Data(avi::Chunk const& chunk) {
   int64 const end = chunk.Payload() + chunk.size;
   bool const cut = end > _movi.end;
   if (cut) _findings.Add(found::kDataCut, chunk.offset, chunk.size, _movi.end - chunk.Payload());
   _position = cut ? _movi.end : chunk.size % 2 != 0 ? Pad(end) : end;
   _advance(_position);
-  auto const number = static_cast<std::size_t>(TrackOfCode(chunk.id));
+  auto const number = static_cast<std::size_t>(avi::TrackOfCode(chunk.id));
   if (cut || number >= _streams.size()) return;
   Stream& stream = _streams[number];
   ++stream.chunks;
@@ -263,10 +267,10 @@ int64 DataCheck::Pad(int64 end) {
 
 // Whether a chunk that may stand in movi does stand here, or movi ends.
 bool DataCheck::Follows(int64 at) {
-  Chunk chunk;
+  avi::Chunk chunk;
   if (at >= _movi.end) return at - _movi.end <= 1;
   return _reader.Header(at, _movi.end, chunk) &&
-         (IsDataCode(chunk.id) || IsPartIndex(chunk.id) || chunk.id == Convert4("JUNK") ||
+         (avi::IsDataCode(chunk.id) || IsPartIndex(chunk.id) || chunk.id == Convert4("JUNK") ||
           chunk.type == Convert4("rec "));
 }
 

@@ -8,17 +8,17 @@ namespace kestro::tool {
 
 static constexpr unsigned kMostFrames = 64;  // looked at: a second key frame comes much later
 
-std::vector<IndexEntry> FlaggedFrames(AviFile& avi) {
+std::vector<avi::IndexEntry> FlaggedFrames(avi::AviFile& avi) {
   struct State {
     bool all;  // as far as the index was read
     unsigned frames = 0;
-    IndexEntry other = {};  // the first that is no key frame; of id 0 for none
+    avi::IndexEntry other = {};  // the first that is no key frame; of id 0 for none
   };
   std::vector<State> states;
-  for (AviTrack const& track : avi.Tracks())
+  for (avi::AviTrack const& track : avi.Tracks())
     states.push_back({track.codec == "h264" || track.codec == "hevc"});
-  avi.ForEachEntry([&](IndexEntry const& entry) {
-    auto const number = static_cast<std::size_t>(TrackOfCode(entry.id));
+  avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+    auto const number = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (number >= states.size()) return;
     State& state = states[number];
     state.all = state.all && entry.flags != 0;
@@ -27,7 +27,7 @@ std::vector<IndexEntry> FlaggedFrames(AviFile& avi) {
     unsigned const n = avi.Reader().Read(entry.offset + 8, start, std::min(entry.size, 4096u));
     if (PictureKind(avi.Tracks()[number].codec, start, n) == Picture::kOther) state.other = entry;
   });
-  std::vector<IndexEntry> list;
+  std::vector<avi::IndexEntry> list;
   for (State const& state : states)
     if (state.all && state.other.id != 0) list.push_back(state.other);
   return list;

@@ -26,7 +26,7 @@ bool IsVideo(Stream const& stream) { return stream.track->type == "video"; }
 
 class Check {
  public:
-  Check(AviFile& avi, std::vector<Stream> const& streams, Findings& findings)
+  Check(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings)
       : _avi(avi), _streams(streams), _findings(findings) {}
 
   void Main();
@@ -35,7 +35,7 @@ class Check {
   void Order();
 
  private:
-  void Picture(Chunk const& avih, Stream const& video);
+  void Picture(avi::Chunk const& avih, Stream const& video);
   void Pcm(Stream const& stream);
   void Length(Stream const& stream);
   // Whether a test holds for one video track at least.
@@ -45,16 +45,16 @@ class Check {
                        [&](Stream const& stream) { return IsVideo(stream) && test(stream); });
   }
 
-  AviFile& _avi;
+  avi::AviFile& _avi;
   std::vector<Stream> const& _streams;
   Findings& _findings;
 };
 
 void Check::Main() {
-  Chunk avih, hdrl;
+  avi::Chunk avih, hdrl;
   int64 lists = 0;
   bool parts = false;
-  for (Chunk const& chunk : _avi.Tree()) {
+  for (avi::Chunk const& chunk : _avi.Tree()) {
     if (chunk.id == Convert4("avih")) avih = chunk;
     if (chunk.type == Convert4("hdrl") && hdrl.id == 0) hdrl = chunk;
     lists += chunk.type == Convert4("strl");
@@ -82,7 +82,7 @@ void Check::Main() {
                   static_cast<int64>(video->chunks), int64{frames});
 }
 
-void Check::Picture(Chunk const& avih, Stream const& video) {
+void Check::Picture(avi::Chunk const& avih, Stream const& video) {
   unsigned const width = Field32(_avi.Reader(), avih, MainHeader::kWidth),
                  height = Field32(_avi.Reader(), avih, MainHeader::kHeight);
   if (!AnyVideo([=](Stream const& stream) {
@@ -106,9 +106,9 @@ void Check::Picture(Chunk const& avih, Stream const& video) {
 }
 
 void Check::OfStream(Stream const& stream) {
-  AviTrack const& track = *stream.track;
+  avi::AviTrack const& track = *stream.track;
   bool const sound = track.type == "audio";
-  auto chunk = [&](char const* name, Chunk const& chunk, int64 least) {
+  auto chunk = [&](char const* name, avi::Chunk const& chunk, int64 least) {
     if (chunk.end - chunk.Payload() >= least) return true;
     _findings.Add(found::kStreamHeader, chunk.id != 0 ? chunk.offset : stream.list.Data(),
                   name + (", " + std::to_string(least)) + " bytes",
@@ -128,7 +128,7 @@ void Check::OfStream(Stream const& stream) {
 }
 
 void Check::Pcm(Stream const& stream) {
-  AviTrack const& track = *stream.track;
+  avi::AviTrack const& track = *stream.track;
   uint64 const frame = uint64{track.channels} * track.bits / 8;
   if (frame != stream.sampleSize || frame * track.sampleRate != track.bytesPerSecond)
     _findings.Add(found::kSoundFormat, stream.format.offset,
@@ -142,7 +142,7 @@ void Check::Pcm(Stream const& stream) {
 }
 
 void Check::Length(Stream const& stream) {
-  AviTrack const& track = *stream.track;
+  avi::AviTrack const& track = *stream.track;
   uint64 const length = track.length;
   bool right = length == stream.chunks || length == stream.entries;
   uint64 expected = stream.chunks;
@@ -160,7 +160,7 @@ void Check::Length(Stream const& stream) {
 void Check::Skew() {
   int64 const longest = _avi.Duration_ms();
   for (Stream const& stream : _streams) {
-    AviTrack const& track = *stream.track;
+    avi::AviTrack const& track = *stream.track;
     int64 const missing = longest - track.duration_ms;
     if ((track.type == "video" || track.type == "audio") && missing > 1000 &&
         missing > longest / 20)
@@ -172,7 +172,7 @@ void Check::Skew() {
 // The demuxer makes no stream of text, nor of motion JPEG by the name that most writers give it,
 // and takes the packets of a later track for those of the one after that.
 void Check::Order() {
-  auto const counted = [](AviTrack const& track) {
+  auto const counted = [](avi::AviTrack const& track) {
     if (track.codec != "mjpeg") return track.type != "text";
     return track.handler == "mjpg" || track.handler == "jpeg" || track.handler == "jpg";
   };
@@ -189,7 +189,7 @@ void Check::Order() {
 
 }  // namespace
 
-void CheckHeaders(AviFile& avi, std::vector<Stream> const& streams, Findings& findings) {
+void CheckHeaders(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings) {
   Check check(avi, streams, findings);
   check.Main();
   for (Stream const& stream : streams) check.OfStream(stream);

@@ -7,9 +7,9 @@
 namespace kestro::tool {
 
 // Sizes of lists and chunks.
-void CheckTree(AviFile& avi, Findings& findings);
+void CheckTree(avi::AviFile& avi, Findings& findings);
 
 // Counts, rates, lengths and picture sizes of the headers, and the durations of the tracks.
-void CheckHeaders(AviFile& avi, std::vector<Stream> const& streams, Findings& findings);
+void CheckHeaders(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings);
 
 }  // namespace kestro::tool

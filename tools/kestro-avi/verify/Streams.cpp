@@ -6,18 +6,18 @@ namespace kestro::tool {
 
 using base::Convert4;
 
-unsigned Field32(RiffReader& reader, Chunk const& chunk, int64 at) {
+unsigned Field32(avi::RiffReader& reader, avi::Chunk const& chunk, int64 at) {
   unsigned char bytes[4];
   bool const there =
       chunk.Payload() + at + 4 <= chunk.end && reader.Read(chunk.Payload() + at, bytes, 4) == 4;
   return there ? base::Load32(bytes) : 0;
 }
 
-std::vector<Stream> ReadStreams(AviFile& avi) {
+std::vector<Stream> ReadStreams(avi::AviFile& avi) {
   std::vector<Stream> streams;
-  for (AviTrack const& track : avi.Tracks()) streams.push_back({&track});
+  for (avi::AviTrack const& track : avi.Tracks()) streams.push_back({&track});
   std::size_t lists = 0;
-  for (Chunk const& chunk : avi.Tree()) {
+  for (avi::Chunk const& chunk : avi.Tree()) {
     if (chunk.type == Convert4("strl") && lists < streams.size()) streams[lists++].list = chunk;
     if (lists == 0 || chunk.offset >= streams[lists - 1].list.end) continue;
     Stream& stream = streams[lists - 1];

@@ -7,9 +7,11 @@
 
 namespace kestro::tool {
 
+using base::int64;
+
 struct Stream {
-  AviTrack const* track;
-  Chunk list = {}, header = {}, format = {};  // strl, strh, strf; of size 0 where missing
+  avi::AviTrack const* track;
+  avi::Chunk list = {}, header = {}, format = {};  // strl, strh, strf; of size 0 where missing
   unsigned sampleSize = 0, blockAlign = 0;
 
   base::uint64 chunks = 0, bytes = 0, samples = 0;  // found in movi
@@ -17,8 +19,8 @@ struct Stream {
 };
 
 // A 32-bit field of a chunk; 0 when the chunk ends before it.
-unsigned Field32(RiffReader& reader, Chunk const& chunk, int64 at);
+unsigned Field32(avi::RiffReader& reader, avi::Chunk const& chunk, int64 at);
 
-std::vector<Stream> ReadStreams(AviFile& avi);
+std::vector<Stream> ReadStreams(avi::AviFile& avi);
 
 }  // namespace kestro::tool

@@ -8,12 +8,12 @@ using base::Convert4;
 
 namespace {
 
-using Tree = std::vector<Chunk>;
+using Tree = std::vector<avi::Chunk>;
 
 // Whether a list is longer than its header says: the reader goes on where more of it follows.
-void CheckOutgrown(AviFile& avi, std::size_t at, Findings& findings) {
+void CheckOutgrown(avi::AviFile& avi, std::size_t at, Findings& findings) {
   Tree const& tree = avi.Tree();
-  Chunk const& chunk = tree[at];
+  avi::Chunk const& chunk = tree[at];
   int64 const end = chunk.Payload() + chunk.size;
   if (chunk.id == Convert4("LIST")) {
     findings.Add(found::kMoviSize, chunk.offset, chunk.end - chunk.Payload(), chunk.size);
@@ -26,9 +26,9 @@ void CheckOutgrown(AviFile& avi, std::size_t at, Findings& findings) {
 }
 
 // Whether a list is full of chunks. What is left of RIFF may belong to nobody.
-void CheckFull(AviFile& avi, std::size_t at, Findings& findings) {
+void CheckFull(avi::AviFile& avi, std::size_t at, Findings& findings) {
   Tree const& tree = avi.Tree();
-  Chunk const& list = tree[at];
+  avi::Chunk const& list = tree[at];
   int64 filled = list.Data();
   for (std::size_t i = at + 1; i < tree.size() && tree[i].depth > list.depth; ++i)
     if (tree[i].depth == list.depth + 1) filled = avi.Reader().Next(tree[i]);
@@ -39,12 +39,12 @@ void CheckFull(AviFile& avi, std::size_t at, Findings& findings) {
 
 }  // namespace
 
-void CheckTree(AviFile& avi, Findings& findings) {
+void CheckTree(avi::AviFile& avi, Findings& findings) {
   Tree const& tree = avi.Tree();
   int64 last = 0;  // where the last thing ends that belongs to the file
   int riffs = 0;
   for (std::size_t i = 0; i < tree.size(); ++i) {
-    Chunk const& chunk = tree[i];
+    avi::Chunk const& chunk = tree[i];
     riffs += chunk.id == Convert4("RIFF");
     if (chunk.id == Convert4("RIFF")) last = chunk.Payload() + chunk.size;
     last = std::max(last, chunk.depth == 0 ? 0 : chunk.end);

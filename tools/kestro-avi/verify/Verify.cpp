@@ -12,23 +12,23 @@ namespace kestro::tool {
 using base::Convert4;
 
 // The file, or null when it is beyond use.
-static std::unique_ptr<AviFile> Open(std::string const& path, Findings& findings) {
+static std::unique_ptr<avi::AviFile> Open(std::string const& path, Findings& findings) {
   try {
-    auto avi = std::make_unique<AviFile>(path);
-    auto const movi = [](Chunk const& chunk) { return chunk.type == Convert4("movi"); };
+    auto avi = std::make_unique<avi::AviFile>(path);
+    auto const movi = [](avi::Chunk const& chunk) { return chunk.type == Convert4("movi"); };
     if (std::any_of(avi->Tree().begin(), avi->Tree().end(), movi)) return avi;
     CheckTree(*avi, findings);
     findings.Add(found::kNoMovi, avi->Size(), "movi", "the end of the file");
   } catch (Error const& error) {
     if (error.Code() != kUnusable) throw;
-    RiffReader reader(path);
-    Chunk riff;
+    avi::RiffReader reader(path);
+    avi::Chunk riff;
     if (!reader.Header(0, reader.Size(), riff) || riff.id != Convert4("RIFF"))
       findings.Add(found::kNotRiff, 0, "RIFF",
                    reader.Size() < 8 ? std::to_string(reader.Size()) + " bytes"
-                                     : "\"" + CodeText(riff.id) + "\"");
+                                     : "\"" + avi::CodeText(riff.id) + "\"");
     else if (riff.type != Convert4("AVI "))
-      findings.Add(found::kNotAvi, 8, "AVI", "\"" + CodeText(riff.type) + "\"");
+      findings.Add(found::kNotAvi, 8, "AVI", "\"" + avi::CodeText(riff.type) + "\"");
     else
       findings.Add(found::kNoStreams, 12, "hdrl with strl", "none");
   }

@@ -8,6 +8,8 @@
 
 namespace kestro::tool {
 
+using base::int64;
+
 // Whether the file can be used at all; what is wrong with it goes to `findings`. `deep` also looks
 // into the video data. `advance` is told how far the file is checked. Throws Error when the file
 // cannot be read.

@@ -1,0 +1,31 @@
+// A track of an AVI file, as its headers describe it.
+#pragma once
+
+#include <string>
+
+#include "avi/RiffReader.h"
+
+namespace kestro::avi {
+
+struct AviTrack {
+  std::string type;     // "video", "audio", "text", or the four characters of another one
+  std::string handler;  // four characters
+  std::string codec;    // "h264", "hevc", "mjpeg", "pcm", ..., or the four characters of another
+  unsigned width = 0, height = 0;                   // video
+  unsigned sampleRate = 0, channels = 0, bits = 0;  // sound
+  unsigned scale = 0, rate = 0, length = 0;         // of the stream header
+  unsigned bytesPerSecond = 0;                      // sound
+
+  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
+  base::uint64 indexedChunks = 0;                     // those that the index names
+  bool keysKnown = false;
+  int64 duration_ms = 0;
+
+  std::string Kind() const;  // for people: "video h264"
+};
+
+// What the chunks strh and strf of a track say.
+void ReadStreamHeader(RiffReader& reader, Chunk const& chunk, AviTrack& track);
+void ReadStreamFormat(RiffReader& reader, Chunk const& chunk, AviTrack& track);
+
+}  // namespace kestro::avi

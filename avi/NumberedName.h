@@ -1,0 +1,13 @@
+// The names of files that are counted.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kestro::avi {
+
+// A pattern holds %d or, with leading zeros, %04d in its last part.
+bool Numbered(std::string const& path);  // whether a path is a pattern
+std::string NumberedName(std::string const& pattern, std::uint64_t number);
+
+}  // namespace kestro::avi

@@ -1,0 +1,172 @@
+#include "recorder/FileWriter.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "avi/Text.h"
+#include "base/File.h"
+#include "base/IClass.h"
+#include "recorder/Refusal.h"
+#include "recorder/Storage.h"
+
+namespace kestro::record {
+
+using stream::IMuxer;
+
+static constexpr char kSpillDrive = 'S';
+
+static Refusal Unfit() {
+  return {Code::kPlugin, "the plug-in's muxer refuses what it should take"};
+}
+
+FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
+                       Tracks const& tracks, Packets const& packets)
+    : _options(options), _path(path), _packets(packets) {
+  bool const syncs = options.sync.mode != SyncOptions::kOff;
+  base::AttrSet attrs;
+  attrs.Add("Register", syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
+  _muxer.reset(base::IClass::New<IMuxer>(attrs));
+  if (!_muxer || !_muxer->Configure(attrs))
+    throw Refusal(Code::kPlugin,
+                  syncs ? "syncing: the plug-in is built without it" : "the plug-in has no muxer");
+  _muxer->OnMessage(
+      [this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
+        Note(type, text != nullptr ? text : type);
+        return true;
+      });
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    _ports.push_back(_muxer->AddInput());
+    if (!_ports.back()->Offer(packets.Media(i)))
+      throw Refusal(Code::kUnsupported, tracks[i].name + ": the muxer does not take it");
+  }
+  Configure(tracks);
+  for (auto const& [name, value] : options.properties) {
+    if (SyncPlan::Owns(name) && syncs)
+      throw Refusal(Code::kInvalid, name + " is for the sync mode to choose");
+    if (!_muxer->Set(name.c_str(), value))
+      throw Refusal(Code::kInvalid, "the muxer refuses " + name + "=" + value);
+  }
+  if (syncs) ConfigureSync(tracks);
+  Open();
+}
+
+void FileWriter::Open() {
+  if (_options.storage == nullptr) {
+    // Absolute: the host takes "S:/name" for a name on a drive.
+    _muxer->Set("path", std::filesystem::absolute(_path).string());
+  } else {
+    _output = _options.storage->Open(_path, "rwbc");
+    if (!_output) throw Refusal(Code::kIo, _path + ": " + std::strerror(errno));
+    _muxer->Set("io", _output.get());
+  }
+  if (!_muxer->StatusChange(stream::IStatus::kRunning))
+    throw Refusal(Code::kPlugin, "the muxer cannot be started");
+  _open = true;
+}
+
+FileWriter::~FileWriter() {
+  if (_open) Close();
+}
+
+// A fault that lasts is told once; some name the file themselves.
+void FileWriter::Note(std::string const& type, std::string const& text) {
+  if (type != "error" && type != "warning") return;
+  auto& list = type == "error" ? _errors : _warnings;
+  std::string const whole = text.find(_path) == text.npos ? _path + ": " + text : text;
+  if (std::find(list.begin(), list.end(), whole) == list.end()) list.push_back(whole);
+}
+
+void FileWriter::Configure(Tracks const& tracks) {
+  auto const first = [&tracks](bool unnumbered) {  // video track; unnumbered ones are the last
+    return std::find_if(tracks.begin(), tracks.end(), [unnumbered](TrackInfo const& info) {
+      return info.IsVideo() && (unnumbered || info.Numbered());
+    });
+  };
+  if (auto const video = first(true); video != tracks.end())
+    _muxer->Set("constFrameRate", video->frameRate);
+  auto const tagged = first(false);
+  if (tagged == tracks.end() && !(_options.tags.strd.empty() && _options.tags.strn.empty()))
+    throw Refusal(Code::kInvalid, "strd and strn need a track of H.264 or HEVC video");
+  auto const video = static_cast<std::size_t>(tagged - tracks.begin());
+  _tags = std::make_unique<Tags>(_options.tags, tracks.size(), video);
+  if (_options.cacheBlocks != 0 && !_muxer->Set("cacheBlocks", _options.cacheBlocks)) throw Unfit();
+  if (!_muxer->Set("vidtag", _tags->Get())) throw Unfit();
+  if (_options.spillSeconds) ConfigureSpill();
+}
+
+void FileWriter::ConfigureSync(Tracks const& tracks) {
+  base::Fraction rate;
+  _muxer->Get("constFrameRate", rate);
+  SyncPlan const plan(_options.sync, tracks, rate, *_tags);
+  bool taken = plan.Apply(*_muxer);
+  _room = plan.Entries();
+  if (_options.sync.mode == SyncOptions::kCallback) {
+    bool const ours = _options.storage == nullptr;
+    _side = std::make_unique<SideFile>(ours ? std::filesystem::absolute(_path).string() : _path,
+                                       _options.storage);
+    taken = taken && _side->Attach(*_muxer);
+  }
+  if (!taken) throw Unfit();
+}
+
+void FileWriter::ConfigureSpill() {
+  if (!_options.spillFolder.empty()) {
+    // The muxer would tell only once there is something to spill.
+    if (access(_options.spillFolder.c_str(), W_OK | X_OK) != 0)
+      _warnings.push_back(_options.spillFolder + ": " + std::strerror(errno) +
+                          ": the index stays in memory");
+    base::File::Mount(kSpillDrive, _options.spillFolder.c_str());
+    _muxer->Set("diskName", kSpillDrive);
+  }
+  _muxer->Set("listfile", *_options.spillSeconds);
+}
+
+// An error under which the muxer goes on loses nothing: the reserve of the index is full.
+void FileWriter::ForgiveSince(std::size_t errors) {
+  for (; _errors.size() > errors; _errors.pop_back()) {
+    std::string text = _errors.back();
+    if (_room != 0 && _entries > _room)
+      text += " (the index reaches " + avi::Seconds(_indexed_ns / 1000000) +
+              "; a larger reserve makes room for more)";
+    _warnings.push_back(text);
+  }
+}
+
+bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
+  std::size_t const errors = _errors.size();
+  std::int64_t const end_ns = packet.Pts() + packet.Duration();
+  if (!_ports[track]->Push(packet)) return false;
+  auto const size = static_cast<std::uint64_t>(packet.Size());
+  std::uint64_t const head = size % 2 + (_packets.Headed(track) ? 0 : 8);
+  _heads += head;
+  _written += size + head + 16;
+  ++_pushed;
+  if (size > 0 && ++_entries <= _room) _indexed_ns = std::max(_indexed_ns, end_ns);
+  ForgiveSince(errors);
+  return true;
+}
+
+std::uint64_t FileWriter::Size() {
+  long long size = 0;
+  _muxer->Set("sizeGet", &size);
+  return static_cast<std::uint64_t>(size) + _heads;  // which it leaves out, and pads
+}
+
+bool FileWriter::Close() {
+  _open = false;
+  std::size_t const errors = _errors.size();
+  bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
+  if (closed && _muxer->CheckIO()) ForgiveSince(errors);
+  bool const complete = closed && _errors.empty();
+  if (_side && complete) _side->Remove();
+  if (_side && !complete && _pushed != 0)
+    _warnings.push_back(_side->Path() + " is kept: it has the last headers and index");
+  if (_side && !_side->Fault().empty()) _warnings.push_back(_side->Fault());
+  return complete;
+}
+
+}  // namespace kestro::record

@@ -1,0 +1,67 @@
+// The plug-in's muxer with its ports and tag set.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "recorder/Packets.h"
+#include "recorder/SideFile.h"
+#include "recorder/SyncPlan.h"
+#include "recorder/Tags.h"
+#include "stream/IMuxer.h"
+
+namespace kestro::record {
+
+// One file. The plug-in must be loaded. One thread at a time.
+//
+//   FileWriter file(options, "out.avi", tracks, packets);
+//   while (...) if (!file.Push(track, packet)) break;   // Errors() say why
+//   bool ok = file.Close();
+class FileWriter {
+ public:
+  // Nothing is written before the first packet. All arguments but the path outlive the writer.
+  // Throws Refusal.
+  FileWriter(RecorderOptions const& options, std::string const& path, Tracks const& tracks,
+             Packets const& packets);
+  ~FileWriter();
+
+  // False when the packet, or one before, is not in the file: recording is over then. The packet's
+  // fields are the muxer's.
+  bool Push(std::size_t track, stream::Packet& packet);
+  // Writes the index and the head. False when the file is not complete.
+  bool Close();
+
+  std::string const& Path() const { return _path; }
+  std::uint64_t Size();  // the file's, if it were closed now: at least what it would be
+  std::uint64_t Written() const { return _written; }  // bytes of chunks and their index entries
+  std::uint64_t Pushed() const { return _pushed; }    // packets
+
+  // Each names the file. Warnings say what is amiss with a file that is complete.
+  std::vector<std::string> const& Errors() const { return _errors; }
+  std::vector<std::string> const& Warnings() const { return _warnings; }
+
+ private:
+  void Note(std::string const& type, std::string const& text);
+  void Open();
+  void Configure(Tracks const& tracks);
+  void ConfigureSync(Tracks const& tracks);
+  void ConfigureSpill();
+  void ForgiveSince(std::size_t errors);
+
+  RecorderOptions const& _options;
+  std::string const _path;
+  Packets const& _packets;
+  std::unique_ptr<Tags> _tags;        // outlives the muxer, as the next three
+  std::unique_ptr<SideFile> _side;    // null without one
+  std::unique_ptr<base::IO> _output;  // null where the muxer opens the file itself
+  std::unique_ptr<stream::IMuxer> _muxer;
+  std::vector<stream::IPort*> _ports;
+  std::uint64_t _room = 0;  // entries that the index has room for, 0: any number
+  std::uint64_t _entries = 0, _heads = 0, _written = 0, _pushed = 0;
+  std::int64_t _indexed_ns = 0;  // how far the index reaches
+  std::vector<std::string> _errors, _warnings;
+  bool _open = false;
+};
+
+}  // namespace kestro::record

@@ -1,0 +1,100 @@
+#include "recorder/Packets.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/LittleEndian.h"
+
+namespace kestro::record {
+
+using base::Ref;
+using stream::IMedia;
+
+// The header of a chunk, which the stream of motion JPEG leaves to whoever makes its packets:
+// "NNdc" with the track's number, and the size, little-endian.
+static constexpr std::size_t kChunkHead = 8;
+
+static void WriteChunkHead(std::size_t track, std::size_t size, std::uint8_t* out) {
+  out[0] = static_cast<std::uint8_t>('0' + track / 10 % 10);
+  out[1] = static_cast<std::uint8_t>('0' + track % 10);
+  out[2] = 'd';
+  out[3] = 'c';
+  base::Store32(out + 4, static_cast<unsigned>(size));
+}
+
+static Ref<IMedia> NewMedia(TrackInfo const& info) {
+  static constexpr char const* kNames[] = {"h264", "hevc", "mjpg", "pcm", "txt"};
+  auto media = Ref<IMedia>::Take(IMedia::New(kNames[info.codec]));
+  if (info.IsAudio()) {
+    media->Set("rate", info.rate);
+    media->Set("channel", info.channels);
+    media->Set("width", info.bits / 8);
+    media->Set("depth", info.bits);
+    media->Set("samples", info.samples);
+    return media;
+  }
+  media->Set("framerate", info.frameRate);
+  if (info.IsText()) return media;
+  media->Set("width", info.width);
+  media->Set("height", info.height);
+  media->Set("interlace", false);
+  return media;
+}
+
+Packets::Packets(Tracks const& tracks) {
+  for (TrackInfo const& track : tracks) {
+    _media.push_back(NewMedia(track));
+    _headed.push_back(track.codec == TrackInfo::kMjpeg);
+  }
+}
+
+// Memory of the application's, released with the last packet over it.
+class Packets::Foreign : public base::Reference {
+ public:
+  Foreign(Payload const& payload, std::shared_ptr<std::atomic<int>> held)
+      : _payload(payload), _held(std::move(held)) {
+    ++*_held;
+  }
+
+ private:
+  ~Foreign() override {
+    _payload.release(_payload.context);
+    --*_held;
+  }
+
+  Payload const _payload;
+  std::shared_ptr<std::atomic<int>> const _held;
+};
+
+namespace {
+// Releases a payload when nobody has taken it over.
+struct Release {
+  explicit Release(Payload const& payload) : of(payload.release != nullptr ? &payload : nullptr) {}
+  ~Release() {
+    if (of != nullptr) of->release(of->context);
+  }
+  Payload const* of;
+};
+}  // namespace
+
+Ref<stream::Packet> Packets::New(std::size_t track, Payload const& payload) const {
+  Release release(payload);
+  std::size_t const head = _headed[track] ? kChunkHead : 0;
+  auto const* const data = static_cast<std::uint8_t const*>(payload.data);
+  Ref<stream::Packet> made;
+  if (release.of != nullptr && head == 0 && _held->load() < kMostHeld) {
+    auto const owner = Ref<Foreign>::Take(new Foreign(payload, _held));
+    release.of = nullptr;
+    made = Ref<stream::Packet>::Take(stream::Packet::Wrap(
+        const_cast<std::uint8_t*>(data), static_cast<int>(payload.size), owner.get()));
+  } else {
+    made = Ref<stream::Packet>::Take(stream::Packet::New(static_cast<int>(head + payload.size)));
+    if (head != 0) WriteChunkHead(track, payload.size, made->Data());
+    std::copy_n(data, payload.size, made->Data() + head);
+  }
+  made->Media(Media(track));
+  if (payload.key) made->Flags(stream::Packet::kKey);
+  return made;
+}
+
+}  // namespace kestro::record

@@ -1,0 +1,36 @@
+#include "recorder/Recorder.h"
+
+#include <new>
+
+#include "recorder/Refusal.h"
+#include "recorder/Work.h"
+
+namespace kestro::record {
+
+Recorder::Recorder(std::unique_ptr<Work> work) : _work(std::move(work)) {}
+Recorder::~Recorder() = default;
+
+std::unique_ptr<Recorder> Recorder::Open(RecorderOptions const& options, Tracks const& tracks,
+                                         Result& why) try {
+  why = {};
+  return std::unique_ptr<Recorder>(new Recorder(std::make_unique<Work>(options, tracks)));
+} catch (Refusal const& refusal) {
+  why = refusal.Says();
+  return nullptr;
+} catch (std::bad_alloc const&) {
+  why.code = Code::kMemory;
+  return nullptr;
+} catch (std::exception const& error) {
+  why = {Code::kIo, error.what()};
+  return nullptr;
+}
+
+Code Recorder::Push(std::size_t track, Payload const& payload) {
+  return _work->Push(track, payload);
+}
+void Recorder::Split() { _work->Split(); }
+Result Recorder::Stop() { return _work->Stop(); }
+Status Recorder::GetStatus() const { return _work->Now(); }
+std::string Recorder::DescribeSync() const { return _work->DescribeSync(); }
+
+}  // namespace kestro::record

@@ -1,0 +1,65 @@
+#include "recorder/SegmentNames.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "avi/NumberedName.h"
+#include "avi/SlotFile.h"
+#include "recorder/Refusal.h"
+#include "recorder/Storage.h"
+
+namespace kestro::record {
+
+namespace fs = std::filesystem;
+
+SegmentNames::SegmentNames(RecorderOptions const& options)
+    : _options(options), _output(options.path), _numbered(avi::Numbered(options.path)) {
+  std::string const name = fs::path(_output).filename();
+  if (std::count(name.begin(), name.end(), '%') != (_numbered ? 1 : 0))
+    throw Refusal(Code::kInvalid,
+                  _output + ": a % in the name stands for one number, such as %05d");
+  if (name.empty()) throw Refusal(Code::kInvalid, "\"" + _output + "\" names no file");
+  std::error_code none;
+  if (options.storage == nullptr && fs::is_directory(Name(1), none))
+    throw Refusal(Code::kIo, Name(1) + ": is a directory");
+  if (std::string const why = Obstacle(Name(1)); !why.empty()) throw Refusal(Code::kInvalid, why);
+}
+
+std::string SegmentNames::Name(std::uint64_t number) const {
+  if (_numbered) return avi::NumberedName(_output, number);
+  if (number == 1) return _output;
+  fs::path const path(_output);
+  std::string const rest = path.stem().string() + "-%05d" + path.extension().string();
+  return avi::NumberedName(path.parent_path() / rest, number);
+}
+
+std::string SegmentNames::Next() {
+  while (_number > 0 && !Obstacle(Name(_number + 1)).empty()) ++_number;
+  return Name(++_number);
+}
+
+// Why a file cannot be written; empty when it can.
+std::string SegmentNames::Obstacle(std::string const& name) const {
+  std::string why = Obstacle(name, "");
+  if (_options.sync.mode != SyncOptions::kCallback) return why;
+  for (std::string const& beside : avi::SlotFile::Names(name + avi::SlotFile::kEnding))
+    if (why.empty())
+      why = Obstacle(beside, ", the headers and index of a recording that was cut off");
+  return why;
+}
+
+std::string SegmentNames::Obstacle(std::string const& path, char const* advice) const {
+  if (!Exists(path)) return {};
+  if (!_options.overwrite) return path + ": exists already" + advice;
+  std::error_code none;
+  for (std::string const& kept : _options.keep)
+    if (fs::equivalent(kept, path, none)) return path + ": is an input too";
+  return {};
+}
+
+bool SegmentNames::Exists(std::string const& path) const {
+  std::error_code none;
+  return _options.storage != nullptr ? _options.storage->Exists(path) : fs::exists(path, none);
+}
+
+}  // namespace kestro::record

@@ -1,0 +1,32 @@
+#include "recorder/Storage.h"
+
+#include <cerrno>
+#include <filesystem>
+
+#include "base/File.h"
+
+namespace kestro::record {
+
+std::unique_ptr<base::IO> Storage::Open(std::string const& path, char const* mode) {
+  auto file = std::make_unique<base::FileIO>(path.c_str(), mode);
+  if (file->Opened()) return file;
+  errno = file->Error();
+  return nullptr;
+}
+
+bool Storage::Remove(std::string const& path) {
+  return base::File::Delete(path.c_str()) || errno == ENOENT;
+}
+
+bool Storage::Exists(std::string const& path) {
+  std::error_code none;
+  return std::filesystem::exists(path, none);
+}
+
+base::uint64 Storage::Free(std::string const& path) {
+  std::error_code failed;
+  auto const space = std::filesystem::space(path, failed);
+  return failed ? UINT64_MAX : space.available;
+}
+
+}  // namespace kestro::record

@@ -1,0 +1,68 @@
+// What a Recorder is made of.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "recorder/RecordingLock.h"
+#include "recorder/Segments.h"
+#include "recorder/Worker.h"
+#include "stream/PacketQueue.h"
+
+namespace kestro::record {
+
+// From an application's packets to Segments, through a queue if one is wanted; or to one
+// FileWriter.
+class Recorder::Work {
+ public:
+  Work(RecorderOptions const& options, Tracks const& tracks);  // throws Refusal
+  ~Work() { Stop(); }
+
+  Code Push(std::size_t track, Payload const& payload);
+  void Split();
+  Result Stop();
+  Status Now() const;
+  std::string DescribeSync() const;
+
+ private:
+  static RecorderOptions Checked(RecorderOptions options);
+  void TakeTracks(Tracks const& tracks);
+  void CheckTrack(TrackInfo& info) const;
+  void CheckReserve() const;
+  void MakeQueue();
+  Code Refuses(std::size_t track, Payload const& payload) const;
+  bool Hand(std::size_t track, stream::Packet& packet);
+  std::int64_t Length_ns(std::size_t track, stream::Packet const& packet) const;
+  void Report(Event event);
+  bool End();
+
+  RecorderOptions const _options;
+  Tracks _tracks;                      // in the order of the file
+  std::vector<std::size_t> _numberOf;  // there, by the application's number
+  RecordingLock _lock;
+
+  mutable std::mutex _mutex;  // of what follows
+  std::set<std::string> _reported;
+  std::string _error, _last;  // the first error; the last error or warning
+  std::uint64_t _warnings = 0;
+
+  std::unique_ptr<Packets> _packets;
+  Worker _worker;
+  std::unique_ptr<Segments> _segments;  // null when verbatim
+  std::mutex _fileMutex;
+  std::unique_ptr<FileWriter> _file;  // when verbatim
+  std::int64_t _fileEnd_ns = 0;
+  std::unique_ptr<stream::PacketQueue> _queue;   // null without
+  std::vector<stream::IPort*> _inputs;           // by the number in the file
+  std::vector<std::atomic<unsigned>> _sequence;  // next packet number, by track
+
+  std::atomic<bool> _ended{false}, _failed{false};
+  std::mutex _stopMutex;
+  bool _stopped = false;
+};
+
+}  // namespace kestro::record
