@@ -28,6 +28,7 @@ fetch() {
   options=(-o APT::Architecture=armhf -o APT::Architectures=armhf -o Dir::State::lists="$apt/lists"
     -o Dir::Cache="$apt/cache" -o Dir::State::status=/dev/null -o APT::Sandbox::User=root)
   cd "$apt"
+  options+=(-o Acquire::Retries=5)
   apt-get -qq "${options[@]}" update || echo "rig: apt-get update failed; trying what is known" >&2
   package=$(apt-cache "${options[@]}" depends linux-image-armmp | sed -n 's/ *Depends: //p;T;q')
   apt-get -qq "${options[@]}" download "$package" busybox-static
