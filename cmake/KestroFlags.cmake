@@ -11,7 +11,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 include(GNUInstallDirs)
 
-add_compile_options(-Wall -Wextra -Woverloaded-virtual)
+add_compile_options(-Wall -Wextra $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
 if(KESTRO_WERROR)
   add_compile_options(-Werror)
 endif()

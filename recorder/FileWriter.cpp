@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "avi/Text.h"
 #include "base/File.h"
@@ -51,21 +52,19 @@ FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
       throw Refusal(Code::kInvalid, "the muxer refuses " + name + "=" + value);
   }
   if (syncs) ConfigureSync(tracks);
-  Open();
 }
 
-void FileWriter::Open() {
+bool FileWriter::Open() {
   if (_options.storage == nullptr) {
     // Absolute: the host takes "S:/name" for a name on a drive.
     _muxer->Set("path", std::filesystem::absolute(_path).string());
   } else {
     _output = _options.storage->Open(_path, "rwbc");
-    if (!_output) throw Refusal(Code::kIo, _path + ": " + std::strerror(errno));
+    if (!_output) _errors.push_back(_path + ": " + std::strerror(errno));
     _muxer->Set("io", _output.get());
   }
-  if (!_muxer->StatusChange(stream::IStatus::kRunning))
-    throw Refusal(Code::kPlugin, "the muxer cannot be started");
-  _open = true;
+  _open = _errors.empty() && _muxer->StatusChange(stream::IStatus::kRunning);
+  return _open;
 }
 
 FileWriter::~FileWriter() {
@@ -137,6 +136,7 @@ void FileWriter::ForgiveSince(std::size_t errors) {
 }
 
 bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
+  if (!_open && !Open()) return false;
   std::size_t const errors = _errors.size();
   std::int64_t const end_ns = packet.Pts() + packet.Duration();
   if (!_ports[track]->Push(packet)) return false;
@@ -157,7 +157,7 @@ std::uint64_t FileWriter::Size() {
 }
 
 bool FileWriter::Close() {
-  _open = false;
+  if (!std::exchange(_open, false)) return _errors.empty();
   std::size_t const errors = _errors.size();
   bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
   if (closed && _muxer->CheckIO()) ForgiveSince(errors);

@@ -43,7 +43,7 @@ class FileWriter {
 
  private:
   void Note(std::string const& type, std::string const& text);
-  void Open();
+  bool Open();
   void Configure(Tracks const& tracks);
   void ConfigureSync(Tracks const& tracks);
   void ConfigureSpill();

@@ -241,6 +241,7 @@ bool Segments::WriteAudio(std::size_t track, Packet& packet) {
   if (!std::exchange(state.begun, true) && packet.Pts() - _begin_ns > kTolerance_ns) {
     auto late = static_cast<std::size_t>(
         std::llround(static_cast<double>(packet.Pts() - _begin_ns) * info.rate / 1e9));
+    state.stored_ns = packet.Pts() - _begin_ns;
     for (state.rest_ns = _begin_ns; late > 0;) {
       std::size_t const some = std::min(late, static_cast<std::size_t>(info.samples));
       state.rest.resize(state.rest.size() + some * frame);

@@ -86,7 +86,8 @@ bool AviMuxer::OpenFileConfig() {
 char const* AviMuxer::NewWriter() {
   base::AttrSet attrs;
   attrs.Add("Register", "io-cache-writer");
-  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000, static_cast<int>(kBlocks));
+  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000,
+                                 static_cast<int>(_cacheBlocks == 1 ? 1 : kBlocks));
   if (_blkio != nullptr && !_blkio->Configure(attrs)) {
     delete _blkio;
     _blkio = nullptr;
@@ -235,8 +236,9 @@ base::PropertyList AviMuxer::Properties() {
         m._fileOpened = opened;
         return true;
       });
-  list.Member<M>("cacheBlocks", &M::_cacheBlocks,
-                 "blocks of 512 KiB that the writer may hold while the medium stalls");
+  list.Member<M>(
+      "cacheBlocks", &M::_cacheBlocks,
+      "blocks of 512 KiB that the writer may hold while the storage stalls; 1: it has no thread");
   list.Inherit(IMuxer::Properties());
   return list;
 }

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <future>
 #include <random>
 #include <thread>
@@ -12,33 +11,13 @@
 #include "support/FaultIO.h"
 #include "support/Film.h"
 #include "support/Playing.h"
+#include "support/Watchdog.h"
 
 namespace kestro::test {
 namespace {
 
 using stream::ISink;
 using stream::PacketQueue;
-
-// Ends the process, naming what hangs, where a test would wait for ever.
-class Watchdog {
- public:
-  explicit Watchdog(std::string what, int seconds = 300)
-      : _thread([this, what, seconds] {
-          if (_done.get_future().wait_for(std::chrono::seconds(seconds)) ==
-              std::future_status::ready)
-            return;
-          std::fprintf(stderr, "hangs: %s\n", what.c_str());
-          std::abort();
-        }) {}
-  ~Watchdog() {
-    _done.set_value();
-    _thread.join();
-  }
-
- private:
-  std::promise<void> _done;
-  std::thread _thread;
-};
 
 // Two pictures, of which the first track's carry parameter sets in the second key frame only, and
 // audio.

@@ -1,0 +1,74 @@
+// A recorder's files, in memory.
+#pragma once
+
+#include <map>
+
+#include "avi/TrackReader.h"
+#include "recorder/Storage.h"
+#include "support/FaultIO.h"
+
+namespace kestro::test {
+
+class MemoryStorage : public record::Storage {
+ public:
+  std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
+    std::lock_guard lock(_mutex);
+    auto& file = _files[path];
+    if (mode[0] == 'r' && mode[2] == 'b' && mode[1] == 'w') file = std::make_shared<FaultIO>();
+    if (file == nullptr) {
+      errno = ENOENT;
+      return nullptr;
+    }
+    file->Capacity(capacity);
+    file->Seek(0, base::IO::kBegin);
+    return std::make_unique<Handle>(file);
+  }
+  bool Remove(std::string const& path) override {
+    std::lock_guard lock(_mutex);
+    return _files.erase(path) != 0;
+  }
+  bool Exists(std::string const& path) override { return File(path) != nullptr; }
+
+  std::shared_ptr<FaultIO> File(std::string const& path) const {
+    std::lock_guard lock(_mutex);
+    auto const found = _files.find(path);
+    return found != _files.end() ? found->second : nullptr;
+  }
+  std::vector<std::string> Names() const {
+    std::lock_guard lock(_mutex);
+    std::vector<std::string> names;
+    for (auto const& [name, file] : _files) names.push_back(name);
+    return names;
+  }
+  // What a reader finds in a file.
+  std::unique_ptr<avi::AviFile> Read(std::string const& path) const {
+    return std::make_unique<avi::AviFile>(std::make_unique<MemoryIO>(File(path)->Bytes()), path);
+  }
+  // The payloads of a track, over all files, which are in the order of their names.
+  std::vector<std::string> Payloads(std::size_t track) const {
+    std::vector<std::string> all;
+    for (std::string const& name : Names()) {
+      auto const avi = Read(name);
+      avi->ForEachEntry([&](avi::IndexEntry const& entry) {
+        if (avi::TrackOfCode(entry.id) != static_cast<int>(track)) return;
+        std::string payload(avi->DataSize(entry), '\0');
+        avi->Reader().Read(entry.offset + 8, payload.data(), static_cast<unsigned>(payload.size()));
+        all.push_back(std::move(payload));
+      });
+    }
+    return all;
+  }
+
+  int64 capacity = INT64_MAX;  // of each file
+
+ private:
+  struct Handle : base::IOFilter {
+    explicit Handle(std::shared_ptr<FaultIO> io) : IOFilter("Handle", *io), file(std::move(io)) {}
+    std::shared_ptr<FaultIO> file;
+  };
+
+  mutable std::mutex _mutex;
+  std::map<std::string, std::shared_ptr<FaultIO>> _files;
+};
+
+}  // namespace kestro::test

@@ -1,0 +1,33 @@
+// Ends the process, naming what hangs, where a test would wait for ever.
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <string>
+#include <thread>
+
+namespace kestro::test {
+
+class Watchdog {
+ public:
+  explicit Watchdog(std::string what, int seconds = 300)
+      : _thread([this, what, seconds] {
+          if (_done.get_future().wait_for(std::chrono::seconds(seconds)) ==
+              std::future_status::ready)
+            return;
+          std::fprintf(stderr, "hangs: %s\n", what.c_str());
+          std::abort();
+        }) {}
+  ~Watchdog() {
+    _done.set_value();
+    _thread.join();
+  }
+
+ private:
+  std::promise<void> _done;
+  std::thread _thread;
+};
+
+}  // namespace kestro::test
