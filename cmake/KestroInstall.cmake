@@ -14,7 +14,7 @@ set(man_dir ${CMAKE_INSTALL_MANDIR}/man1)
 
 # First: which of these folders the install makes, for the uninstall.
 set(folders ${CMAKE_INSTALL_BINDIR} ${plugin_dir} ${config_dir} ${pkgconfig_dir} ${include_dir}/base
-  ${include_dir}/stream ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir})
+  ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir})
 install(CODE "set(folders \"${folders}\")\nset(made \"${PROJECT_BINARY_DIR}/install_folders.txt\")"
   ALL_COMPONENTS)
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallFolders.cmake ALL_COMPONENTS)
@@ -26,12 +26,17 @@ function(kestro_rpath target from)
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${lib}")
 endfunction()
 
-install(TARGETS kestro EXPORT kestro
+install(TARGETS kestro kestrorec EXPORT kestro
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+set_target_properties(kestrorec PROPERTIES INSTALL_RPATH "$ORIGIN")
 kestro_rpath(pluginavi ${CMAKE_INSTALL_FULL_LIBDIR}/kestro)
 install(TARGETS pluginavi EXPORT kestro LIBRARY DESTINATION ${plugin_dir} COMPONENT runtime)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/ DESTINATION ${include_dir} COMPONENT development
   FILES_MATCHING PATTERN *.h)
+set(recorder ${PROJECT_SOURCE_DIR}/recorder)
+install(FILES ${recorder}/Recorder.h ${recorder}/RecorderOptions.h ${recorder}/TrackInfo.h
+  ${recorder}/Storage.h ${recorder}/Plugin.h ${recorder}/kestro_recorder.h
+  DESTINATION ${include_dir}/recorder COMPONENT development)
 
 install(EXPORT kestro NAMESPACE kestro:: FILE kestro-targets.cmake DESTINATION ${config_dir}
   COMPONENT development)
@@ -40,11 +45,13 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/kestro-config.cmake.in k
 write_basic_package_version_file(kestro-config-version.cmake COMPATIBILITY SameMajorVersion)
 set(include ${CMAKE_INSTALL_FULL_INCLUDEDIR}/kestro)
 cmake_path(RELATIVE_PATH include BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR})
-configure_file(${CMAKE_CURRENT_LIST_DIR}/kestro.pc.in kestro.pc @ONLY)
+foreach(name kestro kestro-recorder)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${name}.pc @ONLY)
+endforeach()
 set(here ${CMAKE_CURRENT_BINARY_DIR})
 install(FILES ${here}/kestro-config.cmake ${here}/kestro-config-version.cmake
   DESTINATION ${config_dir} COMPONENT development)
-install(FILES ${here}/kestro.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
+install(FILES ${here}/kestro.pc ${here}/kestro-recorder.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 
 if(TARGET kestro-avi)
   kestro_rpath(kestro-avi ${CMAKE_INSTALL_FULL_BINDIR})

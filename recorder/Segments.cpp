@@ -323,12 +323,14 @@ bool Segments::Store(std::size_t track, Packet& packet) {
   auto const size = static_cast<std::uint64_t>(packet.Size());
   if (!_file->Push(track, packet)) return false;
   bool const first = _file->Pushed() == 1;
+  {
+    std::lock_guard lock(_mutex);
+    _progress.files += first;
+    ++_progress.packets;
+    _progress.bytes += size;
+    _progress.duration_ns = _before_ns + _end_ns - _begin_ns;
+  }
   if (first) _report({Event::kOpened, _file->Path(), {}});
-  std::lock_guard lock(_mutex);
-  _progress.files += first;
-  ++_progress.packets;
-  _progress.bytes += size;
-  _progress.duration_ns = _before_ns + _end_ns - _begin_ns;
   return true;
 }
 

@@ -51,14 +51,15 @@ config=$(dirname "$(find "$prefix" -name kestro-config.cmake)")
 lib=$(realpath "$config/../..")
 plugin="$lib/kestro/libpluginavi.so"
 [[ -f $plugin && ! -L $plugin && $(ls "$lib/kestro") == libpluginavi.so ]] || die "the plug-in's folder"
-readelf -d "$lib/libkestro.so" | grep -F 'soname: [libkestro.so.1]' >/dev/null || die "no soname"
-[[ $(readlink "$lib/libkestro.so") == libkestro.so.1 ]] || die "no libkestro.so"
+readelf -d "$lib/libkestro.so" | grep -F 'soname: [libkestro.so.2]' >/dev/null || die "no soname"
+[[ $(readlink "$lib/libkestro.so") == libkestro.so.2 ]] || die "no libkestro.so"
 
 headers=0
 while read -r header; do
   headers=$((headers + 1))
   echo "#include \"$header\"" >"$work/$headers.cpp"
-done < <(cd "$source/host" && find base stream -name '*.h')
+done < <(cd "$prefix/include/kestro" && find . -name '*.h')
+[[ -f $prefix/include/kestro/recorder/kestro_recorder.h && $headers -gt 30 ]] || die "headers are missing"
 printf '%s\n' "$work"/*.cpp | xargs -P 2 -n 4 "$(setting CMAKE_CXX_COMPILER)" -std=c++17 -Wall -Wextra -Werror \
   -fsyntax-only -I "$prefix/include/kestro" || die "a header does not compile alone"
 echo "ok    $headers headers, each alone"
@@ -74,6 +75,12 @@ quietly "$(setting CMAKE_CXX_COMPILER)" -std=c++17 "$(setting EXAMPLE)" "${flags
 LD_LIBRARY_PATH="$lib" quietly "${emulator[@]}" "$work/record" "$plugin" "$(setting CLIP)" \
   "$work/record.avi" 320 180 25
 cmp "$work/found.avi" "$work/record.avi" || die "the example records something else"
+read -ra flags < <(pkg-config --cflags --libs kestro-recorder)
+quietly "$(setting CMAKE_C_COMPILER)" -std=c99 -pedantic -Werror "$source/examples/recorder.c" "${flags[@]}" \
+  -Wl,-rpath-link,"$lib" -o "$work/recorder"
+LD_LIBRARY_PATH="$lib" quietly "${emulator[@]}" "$work/recorder" "$(setting CLIP)" "${source}/tests/media/mono8k.wav" \
+  "$work/recorder.avi" 320 180 25 # which finds the plug-in by itself
+[[ -s $work/recorder.avi ]] || die "the recorder in C has recorded nothing"
 echo "ok    pkg-config"
 
 if [[ $with_tool == 1 ]]; then
