@@ -24,7 +24,9 @@ namespace kestro::stream {
 // (bool), "framerate" (Fraction, per second), "gop" (int64, packets from key to key). Audio: "rate"
 // (samples per second), "channel", "width" (bytes per sample), "depth" (bits per sample), "samples"
 // (per packet and channel), all int. Parameter sets: "vps"/"ivps", "sps"/"isps", "pps"/"ipps"
-// (unsigned char* and bytes).
+// (unsigned char* and bytes). Of a demuxer: "track", which of the file's tracks it is, and "id",
+// the number by which its packets are found (int), which differ when the demuxer does not know a
+// track before it.
 class KESTRO_API IMedia : public base::Object, public base::Reference {
  public:
   // The creator's reference is the caller's. Null for a null or empty codec name.

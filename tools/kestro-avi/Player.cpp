@@ -19,7 +19,10 @@ bool Player::TracedIO::Seek(int64 offset, int whence) {
 
 Player::Player(std::string const& path, std::size_t outputs, unsigned video,
                std::optional<int64> preload)
-    : ISink("Player"), _file(std::filesystem::absolute(path).c_str(), "rb"), _io(_file) {
+    : ISink("Player"),
+      _file(std::filesystem::absolute(path).c_str(), "rb"),
+      _io(_file),
+      _video(video) {
   if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
   _demuxer = NewDemuxer(preload ? "CusAviDemuxer" : "avi-demuxer");
   _demuxer->OnMessage(
@@ -37,7 +40,7 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
     stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back());
   }
   // The demuxer with a cache opens what it cannot play, too.
-  if (!_demuxer->StatusChange(IStatus::kOpen) || (outputs > 0 && !Media(0)))
+  if (!_demuxer->StatusChange(IStatus::kOpen))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
   _opened = !std::exchange(_waiting, false);
   ISink::StatusChange(IStatus::kRunning);
@@ -51,6 +54,38 @@ Player::~Player() {
   _changed.notify_all();
   _demuxer->StatusChange(IStatus::kClosed);
   ISink::StatusChange(IStatus::kClosed);
+}
+
+std::size_t Player::TrackOf(stream::IMedia& media) {
+  int track = 0, id = 0;
+  media.Get("track", track);
+  media.Get("id", id);
+  _takenFor[static_cast<std::size_t>(track)] = static_cast<std::size_t>(id);
+  return static_cast<std::size_t>(track);
+}
+
+std::vector<std::size_t> Player::Published() {
+  std::vector<std::size_t> tracks;
+  for (stream::IPort* input : _inputs)
+    if (auto const media = input->Media()) tracks.push_back(TrackOf(*media));
+  return tracks;
+}
+
+// Chooses one after the other, until there is no other.
+std::vector<std::size_t> Player::Videos() {
+  std::vector<std::size_t> tracks;
+  for (unsigned video = 0;; ++video) {
+    _demuxer->Set("plyVidCtrl", video);
+    auto const carries = std::find_if(_inputs.begin(), _inputs.end(), [](stream::IPort* input) {
+      return input->Media() && input->Media()->IsVideo();
+    });
+    if (carries == _inputs.end()) break;
+    std::size_t const track = TrackOf(*(*carries)->Media());
+    if (!tracks.empty() && tracks.back() == track) break;
+    tracks.push_back(track);
+  }
+  _demuxer->Set("plyVidCtrl", _video);
+  return tracks;
 }
 
 bool Player::ReceivePacket(stream::Packet& packet, void* context) {

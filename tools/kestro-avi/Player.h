@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -38,7 +39,7 @@ class Player : private stream::ISink {
  public:
   enum Event { kPacket, kEnd, kFailed, kInterrupted };
 
-  // Opens the file. `outputs`: how many tracks are expected; `video`: the video track to play,
+  // Opens the file. `outputs`: how many tracks there are at most; `video`: the video track to play,
   // counted among video tracks; `preload`: reads through a cache that keeps so many bytes of the
   // file's start. Throws Error.
   Player(std::string const& path, std::size_t outputs, unsigned video,
@@ -48,8 +49,12 @@ class Player : private stream::ISink {
   stream::IDemuxer& Demuxer() { return *_demuxer; }
   // Whether all could be read that opening needs.
   bool Opened() const { return _opened; }
-  // The media of an output; null when the demuxer has published fewer tracks.
-  base::Ref<stream::IMedia> Media(std::size_t output) const { return _inputs[output]->Media(); }
+  // The tracks that the demuxer publishes, by output, and those among which "plyVidCtrl" chooses:
+  // their numbers in the file.
+  std::vector<std::size_t> Published();
+  std::vector<std::size_t> Videos();
+  // Of all those, the track whose packets the demuxer takes for the track's.
+  std::map<std::size_t, std::size_t> const& TakenFor() const { return _takenFor; }
 
   // Lets go of the last packet and waits for what comes then. After the end, or a failure, there is
   // nothing more until the demuxer is told to go elsewhere.
@@ -71,11 +76,14 @@ class Player : private stream::ISink {
 
   bool ReceivePacket(stream::Packet& packet, void* context) override;
   void Happened(Event event);
+  std::size_t TrackOf(stream::IMedia& media);
 
   base::FileIO _file;
   TracedIO _io;
   std::unique_ptr<stream::IDemuxer> _demuxer;
-  std::vector<stream::IPort*> _inputs;
+  unsigned const _video;
+  std::vector<stream::IPort*> _inputs;           // the first of which have media
+  std::map<std::size_t, std::size_t> _takenFor;  // by number in the file
   bool _opened = false;
 
   std::mutex _mutex;

@@ -67,9 +67,11 @@ IList* IAviDemux::FirstStreamList() const {
 
 void IAviDemux::AddStreams() {
   bool behindText = false;  // whatever follows a text track does not end the tracks
+  int track = -1;
   for (IList* list = FirstStreamList(); list != nullptr; list = list->Next()) {
     if (list->ListType() != Convert4("strl") && !behindText) return;
     behindText = false;
+    track += list->ListType() == Convert4("strl");
     auto* const header =
         list->Child() != nullptr ? dynamic_cast<cstrh*>(list->Find("strh")) : nullptr;
     if (header == nullptr || header->fccHandler == 0) continue;
@@ -84,6 +86,9 @@ void IAviDemux::AddStreams() {
     if (stream == nullptr) continue;
     _streams.push_back(stream);
     stream->DemuxConfig(list, nullptr);
+    if (stream->Media() == nullptr) continue;
+    stream->Media()->Set("track", track);
+    stream->Media()->Set("id", stream->TrackID());
   }
 }
 
