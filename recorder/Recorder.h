@@ -39,7 +39,7 @@ struct Payload {
   std::int64_t time_ns =
       kNow;  // of presentation, by one clock for all tracks; kNow: by the recorder's
   std::int64_t duration_ns = 0;  // 0: by frame rate, or number of samples
-  bool key = false;              // video: decoding can begin here
+  bool key = false;              // H.264 and HEVC: decoding can begin here
   // Null: the bytes are copied before Push returns. Otherwise they stay as they are until this is
   // called, once, on any thread, whatever Push returns.
   void (*release)(void* context) = nullptr;

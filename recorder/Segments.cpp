@@ -105,11 +105,9 @@ void Segments::Begin(std::int64_t time_ns) {
   _begun = true;
   _begin_ns = _end_ns = _next_ns = time_ns;
   std::size_t const all = _held.size();
+  for (Held& held : _held) Cut(held, time_ns);
   _held.erase(std::remove_if(_held.begin(), _held.end(),
-                             [this, time_ns](Held& held) {
-                               Cut(held, time_ns);
-                               return Begins(*held.packet, time_ns);
-                             }),
+                             [time_ns](Held const& held) { return Begins(*held.packet, time_ns); }),
               _held.end());
   std::lock_guard lock(_mutex);
   _progress.begun = true;

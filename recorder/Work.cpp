@@ -164,6 +164,8 @@ Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
   packet->Pts(payload.time_ns == Payload::kNow ? _options.clock() : payload.time_ns);
   packet->Duration(payload.duration_ns != 0 ? payload.duration_ns : Length_ns(number, *packet));
   packet->Seq(_sequence[number]++);
+  bool const always = _tracks[number].IsAudio() || _tracks[number].codec == TrackInfo::kMjpeg;
+  if (always && !_options.verbatim) packet->Flags(stream::Packet::kKey);
   bool const taken = Hand(number, *packet);
   _worker.RunPosted();
   if (taken) return Code::kOk;

@@ -81,7 +81,7 @@ typedef struct kestro_recorder_payload {
   size_t data_size;
   int64_t time_ns;     /* of presentation, by one clock for all tracks; NOW: by the recorder's */
   int64_t duration_ns; /* 0: by frame rate, or number of samples */
-  int32_t key;         /* video: decoding can begin here */
+  int32_t key;         /* H.264 and HEVC: decoding can begin here */
   /* Null: the bytes are copied before push returns. Otherwise they stay as they are until this is
    * called, once, on any thread, whatever push returns. */
   void (*release)(void* context);

@@ -296,6 +296,24 @@ TEST(Recorder, LateAndMissingAudio) {
   EXPECT_EQ(Joined(s.storage.Payloads(1)), std::string(5 * 640, '\0') + std::string(44 * 640, 'a'));
 }
 
+// Without video any block begins a file.
+TEST(Recorder, AudioAlone) {
+  Session s({Audio()});
+  s.options.threadless = true;
+  s.options.segments.time_ns = 500 * kMs;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  std::string all;
+  for (int i = 0; i < 100; ++i) {
+    std::string const piece(400, static_cast<char>(i));  // 25 ms
+    EXPECT_EQ(s.Push(0, piece, i * 25 * kMs), Code::kOk) << i;
+    all += piece;
+  }
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_EQ(Joined(s.storage.Payloads(0)), all);
+  EXPECT_EQ(s.storage.Names().size(), 5u);
+  EXPECT_EQ(s.storage.Read("cam-002.avi")->Tracks()[0].chunks, 13u);
+}
+
 // Threadless: nothing happens elsewhere, and a clock of one's own gives the times.
 TEST(Recorder, WorksWithoutThreads) {
   auto const threads = [] {
