@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "Mix.h"
-#include "common/StartCode.h"
+#include "stream/NalUnits.h"
 
 namespace kestro::bench {
 
@@ -41,7 +41,8 @@ struct Noise {
 using Memory = std::shared_ptr<Noise>;
 
 bool Scan(unsigned char const* data, int size) {
-  return plugin::avi::FindStartCode(data, size, 0) >= 0;
+  auto const end = static_cast<std::size_t>(size);
+  return stream::FindStartCode<stream::LongCodes>(data, end, 0) != end;
 }
 
 bool Memchr(unsigned char const* data, int size) {

@@ -1,11 +1,8 @@
 // The streams and their chunks: what they store, count and say of themselves.
 #include <gmock/gmock.h>
 
-#include <random>
-
 #include "common/DataChunks.h"
 #include "common/IStream.h"
-#include "common/StartCode.h"
 #include "common/StreamJpeg.h"
 #include "support/FileLayout.h"
 
@@ -86,22 +83,6 @@ TEST(Streams, TrimLeadingUnits) {
     EXPECT_EQ("", Difference(Plain("12dc", stored).Zeros(stored.size() % 2), m.io.bytes));
     EXPECT_EQ(0x10u, m.list.at(0).flags);
     EXPECT_EQ(stored.size(), m.list.at(0).size);
-  }
-}
-
-// As a search of the text finds it: at every alignment, in data of up to three blocks that is
-// nearly start codes everywhere or only in its second half.
-TEST(Streams, StartCodesAreFoundWhereverTheyAre) {
-  std::mt19937 random(1);
-  for (int round = 0; round < 20000; ++round) {
-    unsigned const zeros = random() % 13, shift = random() % 8, from = random() % 9;
-    std::string data(shift + random() % (round % 2 != 0 ? 100 : 800), '\2');
-    for (char& c : data) c = random() % 13 < zeros ? '\0' : static_cast<char>(random() % 3);
-    if (round % 3 == 0) std::fill_n(data.begin(), data.size() / 2, '\x81');
-    int const size = static_cast<int>(data.size() - shift);
-    auto const code = static_cast<int>(data.find(kStart, shift + from) - shift);
-    auto const* bytes = reinterpret_cast<unsigned char const*>(data.data()) + shift;
-    ASSERT_EQ(code >= 0 && code + 6 <= size ? code : -1, FindStartCode(bytes, size, int(from)));
   }
 }
 

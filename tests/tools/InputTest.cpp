@@ -12,6 +12,7 @@ namespace kestro::tool {
 namespace {
 
 using base::Fraction;
+using stream::NalCodec;
 
 // Hexadecimal digits; '|' is a start code of four bytes, ':' one of three.
 Bytes Hex(std::string const& text) {
@@ -73,7 +74,7 @@ struct UnitCase {
 TEST(AnnexB, ConvertsUnits) {
   for (UnitCase const& c : kUnits) {
     SCOPED_TRACE(c.name);
-    AnnexB converter(c.name.rfind("HEVC", 0) == 0 ? AnnexB::kHevc : AnnexB::kH264);
+    AnnexB converter(c.name.rfind("HEVC", 0) == 0 ? NalCodec::kHevc : NalCodec::kH264);
     Bytes const extra = Hex(c.extra), in = Hex(c.in), later = Hex("|65AA");
     Bytes out;
     ASSERT_TRUE(converter.Configure(extra.data(), extra.size()));
@@ -88,9 +89,9 @@ TEST(AnnexB, ConvertsUnits) {
 TEST(AnnexB, RefusesEveryCutRecord) {
   Bytes const record = Hex(kRecord), hevc = Hex(kHevcRecord);
   for (std::size_t n = 7; n < record.size(); ++n)  // 10 is the end of the SPS: PPS may be left out
-    EXPECT_EQ(AnnexB().Configure(record.data(), n), n == 10) << n;
+    EXPECT_EQ(AnnexB(NalCodec::kH264).Configure(record.data(), n), n == 10) << n;
   for (std::size_t n = 3; n < hevc.size(); ++n)
-    EXPECT_FALSE(AnnexB(AnnexB::kHevc).Configure(hevc.data(), n)) << n;
+    EXPECT_FALSE(AnnexB(NalCodec::kHevc).Configure(hevc.data(), n)) << n;
 }
 
 TEST(FrameRate, IsChosen) {

@@ -6,7 +6,6 @@
 
 #include "base/Console.h"
 #include "common/DataChunks.h"
-#include "common/StartCode.h"
 #include "common/VideoHeader.h"
 
 namespace kestro::plugin::avi {
@@ -56,8 +55,8 @@ bool StreamAnnexB::muxConfig(Object* vidtag) {
 }
 
 int StreamAnnexB::MuxOffset(Packet const& packet) {
-  return FindNal(packet.Data(), packet.Size(),
-                 [this](unsigned char nal) { return StartsFrame(nal); });
+  auto const size = static_cast<std::size_t>(packet.Size());
+  return static_cast<int>(stream::UnstoredBytes(_codec, packet.Data(), size));
 }
 
 bool StreamAnnexB::demuxConfig(Object*) {
@@ -120,15 +119,15 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
   std::size_t missing = kinds.size();
 
   // A unit that ends the packet is never taken: where it ends is not certain.
-  for (int at = FindStartCode(data, packet.Size(), 0), next; at >= 0; at = next) {
-    next = FindStartCode(data, packet.Size(), at + 4);
-    if (next < 0) break;
-    int const kind = ParameterSetKind(data[at + 4]);
+  for (NalUnits unit = UnitsOf(packet); unit.More(); unit.Next()) {
+    std::size_t const at = unit.Code(), next = unit.End();
+    if (next == static_cast<std::size_t>(packet.Size())) break;
+    int const kind = unit.Header().ParameterSet();
     if (kind < 0 && missing == 0) break;  // those behind the first of each kind are taken too
     if (kind < 0) continue;
     auto& place = found[static_cast<std::size_t>(kind)];
     if (place.second == 0) {
-      place = {sets.size(), static_cast<std::size_t>(next - at)};
+      place = {sets.size(), next - at};
       --missing;
     }
     sets.insert(sets.end(), data + at, data + next);
@@ -155,7 +154,9 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
 }
 
 int StreamAnnexB::DemuxOffset(Packet const& packet) {
-  return FindNal(packet.Data(), packet.Size(), [this](unsigned char nal) { return IsSlice(nal); });
+  for (NalUnits unit = UnitsOf(packet); unit.More(); unit.Next())
+    if (unit.Header().EndsBlank()) return static_cast<int>(unit.Code());
+  return 0;
 }
 
 base::PropertyList StreamAnnexB::Properties() {

@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "common/IChunkStream.h"
+#include "stream/NalUnits.h"
 
 namespace kestro::plugin::avi {
 
-// Access units whose NAL units follow start codes 00 00 00 01. A codec says what its NAL units are.
+// Access units whose NAL units follow start codes 00 00 00 01; stream/NalUnits.h says what they
+// are.
 //
 // Writing: each frame is one chunk, from the first parameter set or slice on; what lies in front of
 // that is not stored.
@@ -33,9 +35,10 @@ class StreamAnnexB : public IChunkStream {
   virtual int DemuxOffset(Packet const& packet);
 
  protected:
-  // The codec's name, the four-character code of the headers, and the path that error lines name.
-  StreamAnnexB(char const* name, char const* handler, char const* source)
-      : IChunkStream(name), _handler(handler), _source(source) {}
+  // The codec and its name, the four-character code of the headers, and the path that error lines
+  // name.
+  StreamAnnexB(stream::NalCodec codec, char const* name, char const* handler, char const* source)
+      : IChunkStream(name), _codec(codec), _handler(handler), _source(source) {}
   static base::PropertyList Properties();  // "frameRate"
 
   // A kind of parameter set, and the media's keys for a pointer to one and its length; null where
@@ -45,15 +48,16 @@ class StreamAnnexB : public IChunkStream {
     char const* size;
   };
 
-  // Whether a frame is stored from the NAL unit with this first byte on.
-  virtual bool StartsFrame(unsigned char nal) const = 0;
-  // Whether it is a slice that a frame may begin with.
-  virtual bool IsSlice(unsigned char nal) const = 0;
-  // Which of the kinds below it is, -1 for none.
-  virtual int ParameterSetKind(unsigned char nal) const = 0;
+  // By kind.
   virtual std::initializer_list<ParameterSet> ParameterSets() const = 0;
 
  private:
+  using NalUnits = stream::NalUnits<stream::LongCodes>;
+  NalUnits UnitsOf(Packet const& packet) const {
+    return {_codec, packet.Data(), static_cast<std::size_t>(packet.Size())};
+  }
+
+  stream::NalCodec const _codec;
   char const* const _handler;
   char const* const _source;
   Fraction _frameRate;

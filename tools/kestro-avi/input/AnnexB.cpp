@@ -1,46 +1,19 @@
 #include "input/AnnexB.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace kestro::tool {
 
 namespace {
 
+using stream::AllCodes;
+using stream::NalCodec;
+
 constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
-
-// The NAL unit types of a codec.
-struct UnitTypes {
-  int shift, mask;  // of the type in the unit's first byte
-  int firstSlice, lastSlice, delimiter;
-  std::array<int, 3> sets;  // the kinds of parameter sets, each referring to the one before
-  std::size_t kinds;
-
-  int Of(std::uint8_t byte) const { return byte >> shift & mask; }
-  bool IsSlice(int type) const { return type >= firstSlice && type <= lastSlice; }
-  // The kind of parameter set, `kinds` for another unit.
-  std::size_t Kind(int type) const {
-    auto const end = sets.begin() + static_cast<std::ptrdiff_t>(kinds);
-    return static_cast<std::size_t>(std::find(sets.begin(), end, type) - sets.begin());
-  }
-};
-constexpr UnitTypes kTypes[] = {{0, 0x1F, 1, 5, 9, {7, 8}, 2},
-                                {1, 0x3F, 0, 31, 35, {32, 33, 34}, 3}};
 
 void AppendUnit(std::uint8_t const* data, std::size_t size, Bytes& out) {
   out.insert(out.end(), std::begin(kStartCode), std::end(kStartCode));
   out.insert(out.end(), data, data + size);
-}
-
-// The offset of the next 00 00 01 at or after `from`; `size` if there is none.
-std::size_t NextCode(std::uint8_t const* data, std::size_t size, std::size_t from) {
-  for (std::size_t i = from + 2; i < size; ++i) {
-    auto const* one = static_cast<std::uint8_t const*>(std::memchr(data + i, 1, size - i));
-    if (one == nullptr) break;
-    i = static_cast<std::size_t>(one - data);
-    if (data[i - 1] == 0 && data[i - 2] == 0) return i - 2;
-  }
-  return size;
 }
 
 // What a wide access unit begins with, up to its first slice.
@@ -50,20 +23,20 @@ struct Head {
   std::size_t slice = 0;        // the first slice
 };
 
-Head Look(Bytes const& unit, UnitTypes const& types) {
+Head Look(Bytes const& wide, NalCodec codec) {
   Head head;
   bool leading = true;
-  for (std::size_t code = NextCode(unit.data(), unit.size(), 0); code + 3 < unit.size();
-       code = NextCode(unit.data(), unit.size(), code + 3)) {
-    std::size_t const start = code == 0 ? 0 : code - 1;
-    int const type = types.Of(unit[code + 3]);
-    if (leading && type != types.delimiter) {
+  for (stream::NalUnits<AllCodes> unit(codec, wide.data(), wide.size()); unit.More(); unit.Next()) {
+    auto const header = unit.Header();
+    std::size_t const start = unit.Code() == 0 ? 0 : unit.Code() - 1;
+    if (leading && !header.IsDelimiter()) {
       head.sets = start;
       leading = false;
     }
-    if (std::size_t const kind = types.Kind(type); kind < types.kinds) head.found[kind] = true;
+    if (int const kind = header.ParameterSet(); kind >= 0)
+      head.found[static_cast<std::size_t>(kind)] = true;
     head.slice = start;
-    if (types.IsSlice(type)) break;
+    if (header.IsSlice()) break;
   }
   return head;
 }
@@ -96,8 +69,8 @@ struct RecordReader {
 void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out) {
   out.reserve(out.size() + size + 16);
   std::size_t copied = 0;
-  for (std::size_t code = NextCode(data, size, 0); code < size;
-       code = NextCode(data, size, code + 3)) {
+  for (std::size_t code = stream::FindStartCode<AllCodes>(data, size, 0); code < size;
+       code = stream::FindStartCode<AllCodes>(data, size, code + 3)) {
     if (code != 0 && data[code - 1] == 0) continue;
     out.insert(out.end(), data + copied, data + code);
     out.push_back(0);
@@ -109,10 +82,10 @@ void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out) {
 bool AnnexB::Configure(std::uint8_t const* extra, std::size_t size) {
   for (Bytes& sets : _sets) sets.clear();
   _lengthBytes = 0;
-  if (_codec == kH264 && size >= 7 && extra[0] == 1) return AvcRecord(extra, size);
+  if (_codec == NalCodec::kH264 && size >= 7 && extra[0] == 1) return AvcRecord(extra, size);
   // The version of an "hvcC" may be 0, but not what follows it, as in a start code.
   bool const record = size >= 3 && (extra[0] != 0 || extra[1] != 0 || extra[2] > 1);
-  if (_codec == kHevc && record) return HevcRecord(extra, size);
+  if (_codec == NalCodec::kHevc && record) return HevcRecord(extra, size);
   AppendWide(extra, size, _sets[0]);  // all kinds, in their order
   return true;
 }
@@ -137,8 +110,11 @@ bool AnnexB::HevcRecord(std::uint8_t const* extra, std::size_t size) {
   for (unsigned lists = extra[22]; lists > 0; --lists) {
     std::size_t type = 0, count = 0;
     if (!reader.Number(1, type) || !reader.Number(2, count)) return false;
-    std::size_t const kind = kTypes[kHevc].Kind(static_cast<int>(type & 0x3F));
-    if (!reader.Units(count, kind < kTypes[kHevc].kinds ? &_sets[kind] : nullptr)) return false;
+    // A unit's header has a bit after the type.
+    stream::NalHeader const header(NalCodec::kHevc, static_cast<std::uint8_t>(type << 1));
+    int const kind = header.ParameterSet();
+    if (!reader.Units(count, kind >= 0 ? &_sets[static_cast<std::size_t>(kind)] : nullptr))
+      return false;
   }
   return true;
 }
@@ -169,15 +145,14 @@ bool AnnexB::AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& o
 }
 
 void AnnexB::AddParameterSets(Bytes& unit) {
-  UnitTypes const& types = kTypes[_codec];
-  Head const head = Look(unit, types);
+  Head const head = Look(unit, _codec);
   if (head.found[0]) _setsInStream = true;
   // A byte stream that brings its own sets is recorded as it is.
   if (_lengthBytes == 0 && _setsInStream) return;
   // Those that others refer to go in front, the rest behind what they refer to.
   auto const first = static_cast<std::size_t>(
       std::find(head.found.begin(), head.found.end(), true) - head.found.begin());
-  for (std::size_t kind = types.kinds; kind-- > 0;) {
+  for (auto kind = static_cast<std::size_t>(ParameterSetKinds(_codec)); kind-- > 0;) {
     if (head.found[kind]) continue;
     std::size_t const at = kind < first ? head.sets : head.slice;
     unit.insert(unit.begin() + static_cast<std::ptrdiff_t>(at), _sets[kind].begin(),

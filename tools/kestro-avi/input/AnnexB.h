@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "stream/NalUnits.h"
+
 namespace kestro::tool {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -15,13 +17,12 @@ void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out);
 
 // Converts the access units of one track.
 //
-//   AnnexB converter(AnnexB::kHevc);
+//   AnnexB converter(stream::NalCodec::kHevc);
 //   converter.Configure(extra, size);           // again when the parameter sets change
 //   converter.Convert(data, size, key, unit);   // each access unit, in order
 class AnnexB {
  public:
-  enum Codec { kH264, kHevc };
-  explicit AnnexB(Codec codec = kH264) : _codec(codec) {}
+  explicit AnnexB(stream::NalCodec codec) : _codec(codec) {}
 
   // Takes the container's parameter sets: an "avcC" or "hvcC" record, whose access units are then
   // length-prefixed, or a byte stream. False for a damaged record.
@@ -39,7 +40,7 @@ class AnnexB {
   bool AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const;
   void AddParameterSets(Bytes& unit);
 
-  Codec _codec;
+  stream::NalCodec _codec;
   std::size_t _lengthBytes = 0;         // of a length prefix; 0: the track is a byte stream
   bool _setsInStream = false;           // the byte stream carries its own
   std::array<Bytes, kMostKinds> _sets;  // by kind, with start codes; a byte stream's in the first

@@ -17,11 +17,11 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timel
   switch (codec.codec_id) {
     case AV_CODEC_ID_H264:
       _info.codec = TrackInfo::kH264;
-      _converter.emplace(AnnexB::kH264);
+      _converter.emplace(stream::NalCodec::kH264);
       break;
     case AV_CODEC_ID_HEVC:
       _info.codec = TrackInfo::kHevc;
-      _converter.emplace(AnnexB::kHevc);
+      _converter.emplace(stream::NalCodec::kHevc);
       break;
     case AV_CODEC_ID_MJPEG:
       _info.codec = TrackInfo::kMjpeg;

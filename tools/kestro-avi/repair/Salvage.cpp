@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/LittleEndian.h"
+#include "stream/NalUnits.h"
 #include "verify/KeyFrame.h"
 
 namespace kestro::tool {
@@ -150,29 +151,16 @@ void Salvage::Take(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool t
   _stopped = !_sink(track, _data, key);
 }
 
-// Whether a packet may begin with such a unit, by the first byte behind its start code.
-static bool Begins(bool hevc, unsigned byte) {
-  if (!hevc) return (byte & 0x1B) == 1 || (byte & 0x1F) == 7;
-  unsigned const type = byte >> 1 & 0x3F;
-  return type <= 3 || type == 8 || type == 19 || type == 21 || (type >= 32 && type <= 34);
-}
-
 // Takes off what the muxer does not store, before the rest is looked at. Packets of this system's
 // files were trimmed.
 void Salvage::Trim(avi::AviTrack const& track, bool indexed) {
   _counts.empty += track.type == "video" && _data.empty() && indexed;
-  if (track.codec != "h264" && track.codec != "hevc") return;
-  static constexpr std::uint8_t kStart[] = {0, 0, 0, 1};
-  auto at = _data.begin();
-  do {
-    at = std::search(at, _data.end(), std::begin(kStart), std::end(kStart));
-    if (_data.end() - at < 6) return;
-    at += 4;
-  } while (!Begins(track.codec == "hevc", *at));
-  auto const front = at - _data.begin() - 4;
+  auto const codec = stream::NalCodecOf(track.codec);
+  if (!codec) return;
+  std::size_t const front = stream::UnstoredBytes(*codec, _data.data(), _data.size());
   _counts.trimmed.packets += front != 0;
-  _counts.trimmed.bytes += static_cast<base::uint64>(front);
-  _data.erase(_data.begin(), _data.begin() + front);
+  _counts.trimmed.bytes += front;
+  _data.erase(_data.begin(), _data.begin() + static_cast<std::ptrdiff_t>(front));
 }
 
 // Whether the data is what it should be. Where sectors are lost, zeros are read.

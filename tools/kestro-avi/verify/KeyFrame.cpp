@@ -1,8 +1,12 @@
 #include "verify/KeyFrame.h"
 
+#include "stream/NalUnits.h"
+
 namespace kestro::tool {
 
 namespace {
+
+using stream::NalHeader;
 
 // Bits from the highest on.
 class Bits {
@@ -29,10 +33,9 @@ class Bits {
 };
 
 // kUnknown for what is no slice.
-Picture OfH264(unsigned char const* nal, std::size_t size) {
-  switch (nal[0] & 0x1F) {
-    case 5:
-      return Picture::kKey;
+Picture OfH264(NalHeader header, unsigned char const* nal, std::size_t size) {
+  if (header.IsKeySlice()) return Picture::kKey;
+  switch (header.Type()) {
     case 6:  // a recovery point
       return size > 1 && nal[1] == 6 ? Picture::kOpen : Picture::kUnknown;
     case 1:
@@ -47,23 +50,21 @@ Picture OfH264(unsigned char const* nal, std::size_t size) {
   }
 }
 
-Picture OfHevc(unsigned char const* nal) {
-  unsigned const type = nal[0] >> 1 & 0x3F;
-  if (type >= 16 && type <= 23) return Picture::kKey;
-  return type < 16 ? Picture::kOther : Picture::kUnknown;
+Picture OfHevc(NalHeader header) {
+  if (header.IsKeySlice()) return Picture::kKey;
+  return header.Type() < 16 ? Picture::kOther : Picture::kUnknown;
 }
 
 }  // namespace
 
 Picture PictureKind(std::string const& codec, unsigned char const* data, std::size_t size) {
-  bool const hevc = codec == "hevc";
-  if (!hevc && codec != "h264") return Picture::kUnknown;
-  for (std::size_t i = 0; i + 4 <= size; ++i) {
-    if (data[i] != 0 || data[i + 1] != 0 || data[i + 2] != 1) continue;
-    unsigned char const* nal = data + i + 3;
-    Picture const picture = hevc ? OfHevc(nal) : OfH264(nal, size - i - 3);
+  auto const known = stream::NalCodecOf(codec);
+  if (!known) return Picture::kUnknown;
+  for (stream::NalUnits<stream::AllCodes> unit(*known, data, size); unit.More(); unit.Next()) {
+    Picture const picture = *known == stream::NalCodec::kHevc
+                                ? OfHevc(unit.Header())
+                                : OfH264(unit.Header(), data + unit.Begin(), size - unit.Begin());
     if (picture != Picture::kUnknown) return picture;
-    i += 2;
   }
   return Picture::kUnknown;
 }
