@@ -1,6 +1,7 @@
 // From a container's packets to those of a recording: start codes, frame rates, sound blocks.
 #include "Command.h"
 #include "Errors.h"
+#include "Scaled.h"
 #include "Text.h"
 #include "input/AnnexB.h"
 #include "input/FrameRate.h"
@@ -116,6 +117,26 @@ TEST(FrameRate, IsChosen) {
   }
   for (char const* text : {"", "0", "-25", "25/0", "abc", "9999999999"})
     EXPECT_THROW(ParseRate(text), Error) << text;
+}
+
+TEST(Times, AreScaledWhole) {
+  constexpr std::int64_t kMax = INT64_MAX, kNone = INT64_MIN;
+  struct {
+    std::int64_t value, num, den, nearest, lower;
+  } const cases[] = {
+      {1, 1001000000000, 30000, 33366667, 33366666},
+      {3, 1, 2, 2, 1},
+      {-3, 1, 2, -2, -1},
+      {kMax, kMax, kMax, kMax, kMax},
+      {kMax, 3, 2, kNone, kNone},
+      {-kMax, 3, 2, kNone, kNone},
+      {1, 1, 0, kNone, kNone},
+      {1, -1, 1, kNone, kNone},
+  };
+  for (auto const& c : cases) {
+    EXPECT_EQ(Scaled(c.value, c.num, c.den), c.nearest) << c.value << " * " << c.num;
+    EXPECT_EQ(Scaled(c.value, c.num, c.den, Rounding::kTowardsZero), c.lower) << c.value;
+  }
 }
 
 TEST(Text, IsPlain) {

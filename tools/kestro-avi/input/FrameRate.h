@@ -5,7 +5,6 @@
 #include <string>
 
 #include "base/Fraction.h"
-#include "input/Libav.h"
 
 namespace kestro::tool {
 
@@ -24,11 +23,6 @@ base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 
 // A rate as containers write it: one very near a whole number is that number.
 base::Fraction NearWhole(base::Fraction const& rate);
-// The rate that the container tells.
-base::Fraction ContainerRate(AVFormatContext& format, AVStream& stream);
-
-// The rate in the parameter sets of a key frame; 0/1 where there is none.
-base::Fraction StreamRate(AVCodecParameters const& codec, AVPacket const& key);
 
 // What to say of a rate that a file holds the whole part of; empty for a whole one.
 std::string SpeedNote(std::string const& track, base::Fraction const& rate);

@@ -9,6 +9,7 @@
 #include "input/CueFile.h"
 #include "input/FrameRate.h"
 #include "input/SoundTrack.h"
+#include "input/StreamRate.h"
 #include "input/VideoTrack.h"
 
 namespace kestro::tool {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "input/FrameRate.h"
+#include "input/Libav.h"
 #include "input/Track.h"
 
 namespace kestro::tool {

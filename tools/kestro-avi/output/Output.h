@@ -6,28 +6,9 @@
 
 #include "avi/TrackReader.h"
 #include "base/File.h"
+#include "output/NewFile.h"
 
 namespace kestro::tool {
-
-// A file that takes its name when it is finished; until then, and when it never is, nothing of that
-// name is touched. The errors thrown name the file.
-class NewFile {
- public:
-  explicit NewFile(std::string const& path) : _path(path), _temporary(TemporaryOf(path)) {}
-  ~NewFile();
-
-  // Refuses a name that stands for something else than a file, or, unless `force` is set, for one.
-  static void Check(std::string const& path, bool force);
-  static std::string TemporaryOf(std::string const& path) { return path + ".part"; }
-  std::string const& Path() const { return _path; }
-  std::string const& Temporary() const { return _temporary; }
-  // Returns its size, for people. What has been made durable can get a durable name.
-  std::string Keep(bool durably = false);
-
- private:
-  std::string _path, _temporary;
-  bool _kept = false;
-};
 
 // Usage: Write the pieces of each track in order, then Finish. All throw Error.
 class Output {

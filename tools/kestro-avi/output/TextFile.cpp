@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "input/Libav.h"
+#include "Scaled.h"
 
 namespace kestro::tool {
 
@@ -12,9 +12,8 @@ static constexpr std::int64_t kLongestCue_ms = 2000;
 // When a frame begins. Rounded down: the frame is then the first that does not begin earlier.
 static std::int64_t Time_ms(avi::AviTrack const& clock, std::uint64_t frame) {
   constexpr std::int64_t kLatest = std::int64_t{1} << 40;
-  std::int64_t const ms =
-      av_rescale_rnd(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000, clock.rate,
-                     AV_ROUND_DOWN);
+  std::int64_t const ms = Scaled(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000,
+                                 clock.rate, Rounding::kTowardsZero);
   return ms < 0 ? kLatest : std::min(ms, kLatest);  // negative when it cannot be told
 }
 

@@ -1,0 +1,38 @@
+#include "output/NewFile.h"
+
+#include <cerrno>
+#include <filesystem>
+
+#include "Errors.h"
+#include "Text.h"
+#include "base/File.h"
+
+namespace kestro::tool {
+
+namespace fs = std::filesystem;
+
+void NewFile::Check(std::string const& path, bool force) {
+  std::error_code none;
+  auto const status = fs::status(path, none);
+  if (!fs::exists(status)) return;
+  if (!fs::is_regular_file(status)) throw Error(kIo, path + ": is not a file");
+  if (!force) throw Error(kUsage, path + ": exists already (--force overwrites it)");
+}
+
+NewFile::~NewFile() {
+  std::error_code none;
+  if (!_kept) fs::remove(_temporary, none);
+}
+
+std::string NewFile::Keep(bool durably) {
+  std::error_code failed;
+  if (!durably)
+    fs::rename(_temporary, _path, failed);
+  else if (!base::File::Rename(fs::absolute(_temporary).c_str(), fs::absolute(_path).c_str()))
+    failed.assign(errno, std::generic_category());
+  if (failed) throw Error(kIo, _path + ": " + failed.message());
+  _kept = true;
+  return ByteCount(fs::file_size(_path, failed));
+}
+
+}  // namespace kestro::tool
