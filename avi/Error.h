@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/Types.h"
+
 namespace kestro::avi {
 
 // The tool's exit codes, too.
@@ -17,7 +19,7 @@ enum ExitCode {
 };
 
 // One line for people, and a code.
-class Error : public std::runtime_error {
+class KESTRO_API Error : public std::runtime_error {
  public:
   Error(ExitCode code, std::string const& text) : std::runtime_error(text), _code(code) {}
   ExitCode Code() const { return _code; }

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Installs a build into a folder, uses it from there, and removes it; or builds the sources as part
 # of another project.
-#   install.sh prefix|subdirectory BUILD TOOL-IS-BUILT EMULATOR CMAKE-ARGUMENT...
+#   install.sh prefix|subdirectory BUILD TOOL-IS-BUILT MEDIA-MODULE-IS-BUILT EMULATOR CMAKE-ARGUMENT...
 set -euo pipefail
-here=$(realpath "$(dirname "${BASH_SOURCE[0]}")") what=$1 build=$2 with_tool=$3
+here=$(realpath "$(dirname "${BASH_SOURCE[0]}")") what=$1 build=$2 with_tool=$3 with_media=$4
 source=${here%/tests/package}
-IFS=';' read -ra emulator <<<"$4"
-shift 4
+IFS=';' read -ra emulator <<<"$5"
+shift 5
 settings=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -50,7 +50,9 @@ quietly cmake --install "$build" --prefix "$prefix"
 config=$(dirname "$(find "$prefix" -name kestro-config.cmake)")
 lib=$(realpath "$config/../..")
 plugin="$lib/kestro/libpluginavi.so"
-[[ -f $plugin && ! -L $plugin && $(ls "$lib/kestro") == libpluginavi.so ]] || die "the plug-in's folder"
+modules=libpluginavi.so
+[[ $with_media == 0 ]] || modules="libkestromedia.so $modules"
+[[ -f $plugin && ! -L $plugin && $(ls "$lib/kestro" | xargs) == "$modules" ]] || die "the plug-in's folder"
 readelf -d "$lib/libkestro.so" | grep -F 'soname: [libkestro.so.2]' >/dev/null || die "no soname"
 [[ $(readlink "$lib/libkestro.so") == libkestro.so.2 ]] || die "no libkestro.so"
 
@@ -88,7 +90,8 @@ if [[ $with_tool == 1 ]]; then
   cp -a "$prefix" "$work/moved" # finds its parts wherever it lies
   mv "$prefix" "$prefix.away"
   tool="$work/moved/kestro/bin/kestro-avi"
-  quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)" # by the installed plug-in
+  [[ $with_media == 0 ]] || # by the installed modules
+    quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)"
   for ask in "env KESTRO_PLUGIN_PATH=/nowhere $tool plugin" "$tool plugin --plugin /nowhere"; do
     $ask >"$work/log" 2>&1 && die "$ask: took another plug-in"
     grep -q '/nowhere' "$work/log" || die "$ask: $(cat "$work/log")"
@@ -100,7 +103,7 @@ if [[ $with_tool == 1 ]]; then
     [[ -s $prefix/share/$page ]] || die "no $page"
   done
   [[ -s $(find "$prefix/share/zsh" -name _kestro-avi) ]] || die "no completion for zsh"
-  echo "ok    the tool finds the plug-in"
+  echo "ok    the tool finds its modules"
 fi
 
 echo mine >"$lib/kestro/other"

@@ -54,6 +54,39 @@ TEST_F(CommandTest, ThePluginIsThatOfTheOptionOrTheEnvironment) {
   unsetenv("KESTRO_PLUGIN_PATH");
 }
 
+TEST_F(CommandTest, OnlyInputsAndContainersNeedTheMediaModule) {
+  ASSERT_EQ(
+      Run("record --fps 25 -o a.avi media/clip25.h264 media/mono8k.wav media/clip15.mjpeg").code,
+      0);
+  fs::create_directories(At("bin/media"));
+  fs::copy_file(TEST_TOOL, At("bin/kestro-avi"));
+  EXPECT_EQ(FileText(TEST_TOOL).find("libavformat.so"), std::string::npos) << "is linked";
+  char const* const missing = "libkestromedia.so was not found";
+  Call const calls[] = {
+      {"--version", 0, ""},
+      {"generate man", 0, ""},
+      {"plugin", 0, ""},
+      {"info a.avi", 0, ""},
+      {"verify --deep a.avi", 0, ""},
+      {"play a.avi", 0, ""},
+      {"repair a.avi -o repaired.avi", 0, ""},
+      {"extract a.avi", 0, ""},
+      {"extract -o tracks a.avi", 0, ""},
+      {"extract --track 2:shot-%d.jpg a.avi", 0, ""},
+      {"extract --track 0:film.mkv a.avi", 3, missing},
+      {"record -o b.avi media/clip25.mp4", 3, missing},
+  };
+  for (Call const& call : calls) {
+    Result const result = Shell("bin/kestro-avi " + call.arguments);
+    EXPECT_EQ(result.code, call.code) << call.arguments << "\n" << result.err;
+    EXPECT_THAT(result.err, testing::HasSubstr(call.said)) << call.arguments;
+  }
+  Write("bin/media/libkestromedia.so", "no module");
+  Result const broken = Shell("bin/kestro-avi record -o b.avi media/clip25.mp4");
+  EXPECT_EQ(broken.code, 3);
+  EXPECT_THAT(broken.err, testing::HasSubstr("bin/media/libkestromedia.so: "));
+}
+
 // Sound begins with the key frame that was chosen, to the sample, from whatever input it comes.
 TEST_F(CommandTest, PartsStayInStep) {
   constexpr std::size_t kSecond = std::size_t{48000} * 4;
@@ -113,7 +146,7 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi media/clip25.h264 bad.jsonl", 4, "bad.jsonl, line 2: "},
           {"record -o x.avi media/clip25.h264 none.json", 4, "no text"},
           {"record -o x.avi media/clip25.h264 missing.jsonl", 3, "missing.jsonl: No such"},
-          {"record --force -o old.avi missing.h264", 3, "missing.h264"},
+          {"record --force -o old.avi missing.h264", 3, "missing.h264: No such file or directory"},
           {"record --force -o media/clip25.h264 media/clip25.h264", 2, "input"},
           {"record --force -o media media/clip25.h264", 3, "directory"}});
   EXPECT_FALSE(fs::exists(At("x.avi")));

@@ -5,9 +5,9 @@
 #include "Text.h"
 #include "input/AnnexB.h"
 #include "input/FrameRate.h"
-#include "input/Session.h"
-#include "input/SoundBlocks.h"
-#include "input/SubtitleDecoder.h"
+#include "media/InputSession.h"
+#include "media/SoundBlocks.h"
+#include "media/SubtitleDecoder.h"
 
 namespace kestro::tool {
 namespace {
@@ -182,10 +182,11 @@ TEST_F(TextTest, LiesInFrontOfTheNearestFrame) {
     Timeline timeline;
     timeline.start_ns = std::int64_t{1000000} * c.start_ms;
     if (c.duration_ms >= 0) timeline.duration_ns = std::int64_t{1000000} * c.duration_ms;
-    Session session({At("a.jsonl"), At("media/clip25.h264"), At("b.srt"), At("media/mono8k.wav")},
-                    {}, timeline);
+    InputSession session(
+        {At("a.jsonl"), At("media/clip25.h264"), At("b.srt"), At("media/mono8k.wav")}, {},
+        timeline);
     std::string order, places;
-    for (Track const* track : session.Tracks()) order += std::to_string(track->Info().codec) + " ";
+    for (TrackInfo const& track : session.Tracks()) order += std::to_string(track.codec) + " ";
     EXPECT_EQ(order, "0 3 4 4 ");
     TimedPacket packet;
     int frames = 0;

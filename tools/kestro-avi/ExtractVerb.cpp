@@ -8,8 +8,8 @@
 #include "Errors.h"
 #include "InfoVerb.h"
 #include "Interrupt.h"
+#include "MediaModule.h"
 #include "Plugin.h"
-#include "output/ContainerFile.h"
 #include "output/NumberedFiles.h"
 #include "output/TextFile.h"
 
@@ -87,7 +87,8 @@ void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progres
       if (!NeedsOrder(avi.Tracks()[track], target)) continue;
       wanted[track] = true;
       if (!_orders[track])
-        _orders[track] = std::make_unique<FrameOrder>(CodecOf(avi.Tracks()[track]));
+        _orders[track] =
+            std::make_unique<FrameOrder>(LoadMedia().NewFrameParser(avi.Tracks()[track]));
     }
   if (std::count(wanted.begin(), wanted.end(), true) == 0) return;
   avi::TrackReader(avi, wanted).ForEach([&](std::size_t track, avi::Piece const& piece) {
@@ -117,7 +118,7 @@ std::unique_ptr<Output> ExtractVerb::Open(avi::AviFile const& avi, Targets const
     case Target::kNumbered:
       return std::make_unique<NumberedFiles>(target.path);
     case Target::kContainer:
-      return std::make_unique<ContainerFile>(target.path, tracks);
+      return LoadMedia().NewContainer(target.path, tracks);
     default:
       return std::make_unique<StreamFile>(target.path);
   }

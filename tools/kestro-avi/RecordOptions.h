@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Progress.h"
-#include "input/Input.h"
+#include "input/Session.h"
 #include "recorder/RecorderOptions.h"
 
 namespace CLI {

@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "Errors.h"
 #include "Interrupt.h"
+#include "MediaModule.h"
 #include "Plugin.h"
 #include "Recording.h"
 #include "Suggest.h"
@@ -108,8 +109,7 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
 
 void RecordVerb::Announce(Session const& session, record::Recorder const& recorder) const {
   ReportAll("note: ", session.Notes());
-  for (Track const* track : session.Tracks()) {
-    TrackInfo const& info = track->Info();
+  for (record::TrackInfo const& info : session.Tracks()) {
     std::string const note = info.IsVideo() ? SpeedNote(info.name, info.frameRate) : "";
     if (note.empty()) continue;
     Report("note: " + note);
@@ -141,15 +141,15 @@ int RecordVerb::Run() {
   LoadAviPlugin(_options.plugin);
   CheckProperties();
   CatchSignals();
-  Session session(_options.addresses, _options.input, _options.timeline);
+  _options.input.interrupted = Interrupted;
+  auto const session =
+      LoadMedia().OpenInputs(_options.addresses, _options.input, _options.timeline);
   _options.recorder.onEvent = [this](record::Event const& event) { Heed(event); };
-  record::Tracks tracks;
-  for (Track const* track : session.Tracks()) tracks.push_back(track->Info());
-  auto const recorder = OpenRecorder(_options.recorder, tracks);
-  Announce(session, *recorder);
-  Progress progress = Watch(session);
-  bool const complete = Record(session, *recorder, progress);
-  return Finish(session, *recorder, progress, complete);
+  auto const recorder = OpenRecorder(_options.recorder, session->Tracks());
+  Announce(*session, *recorder);
+  Progress progress = Watch(*session);
+  bool const complete = Record(*session, *recorder, progress);
+  return Finish(*session, *recorder, progress, complete);
 }
 
 }  // namespace kestro::tool

@@ -4,8 +4,8 @@
 #include <filesystem>
 
 #include "Errors.h"
+#include "MediaModule.h"
 #include "avi/NumberedName.h"
-#include "output/ContainerFile.h"
 #include "output/Output.h"
 
 namespace kestro::tool {
@@ -38,12 +38,20 @@ std::string Targets::TrackName(std::size_t track) const {
   return _file + ", track " + std::to_string(track);
 }
 
+// Whether files can hold what the track is made of; text aside.
+static bool Extractable(avi::AviTrack const& track) {
+  if (track.codec != "pcm")
+    return track.codec == "h264" || track.codec == "hevc" || track.codec == "mjpeg";
+  unsigned const bits = track.bits;
+  return track.channels != 0 && track.sampleRate != 0 && bits % 8 == 0 && bits >= 8 && bits <= 32;
+}
+
 // Why a track cannot be extracted; empty when it can.
 std::string Targets::Obstacle(std::size_t track) const {
   avi::AviTrack const& info = _avi.Tracks()[track];
   avi::AviTrack const& clock = _avi.Tracks()[_avi.ClockOf(track)];
   bool const text = info.codec == "text";
-  if (!text && CodecOf(info) == AV_CODEC_ID_NONE) return info.Kind() + " cannot be extracted";
+  if (!text && !Extractable(info)) return info.Kind() + " cannot be extracted";
   if (info.chunks == 0) return info.Kind() + " holds no data";
   if (text && (clock.rate == 0 || clock.scale == 0))
     return "its texts have no times: " +
@@ -114,7 +122,7 @@ Target::Form Targets::FormOf(Target const& target) const {
     throw Error(kUsage, target.path + ": " + why);
   };
   if (row == std::end(kEndings)) {
-    if (!ContainerFile::Known(target.path)) refuse("its ending names no file format");
+    if (!LoadMedia().KnowsContainer(target.path)) refuse("its ending names no file format");
     for (std::size_t track : target.tracks)
       if (_avi.Tracks()[track].codec == "text")
         refuse(TrackName(track) + " is text, which goes to .srt, .jsonl or numbered .txt files");

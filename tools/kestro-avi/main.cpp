@@ -16,7 +16,6 @@
 #include "RepairVerb.h"
 #include "Suggest.h"
 #include "VerifyVerb.h"
-#include "input/Libav.h"
 #include "pages/PagesVerb.h"
 
 using namespace kestro::tool;
@@ -106,7 +105,6 @@ int CommandLine::Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   FillStandardStreams();
-  av_log_set_level(AV_LOG_QUIET);  // errors are told in one line by the tool itself
   bool verbose = false;
   int code = kOk;
   std::string why;

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-#include "input/AnnexB.h"
-#include "input/Libav.h"
+#include "output/FrameParser.h"
 
 namespace kestro::tool {
 
@@ -16,7 +16,8 @@ namespace kestro::tool {
 //   dts = n - order.Delay(); pts = order.Shown(n);    // in frames
 class FrameOrder {
  public:
-  explicit FrameOrder(AVCodecID codec);
+  // Without a parser, frames are shown as they come.
+  explicit FrameOrder(std::unique_ptr<FrameParser> parser) : _parser(std::move(parser)) {}
 
   void Add(std::uint8_t const* data, std::size_t size);  // size 0: a frame that is missing
   void Sort();
@@ -30,19 +31,12 @@ class FrameOrder {
   Bytes const& ParameterSets() const { return _sets; }
 
  private:
-  struct Frame {
-    std::int32_t place;  // as the stream says, within its period
-    bool key;            // begins a period: what comes before is shown before
+  struct Frame : FrameParser::Frame {
     std::int64_t shown;
   };
-  void FindParameterSets(AVPacket const& frame);
   void SortPeriod(std::size_t begin, std::size_t end);
 
-  struct ParserDelete {
-    void operator()(AVCodecParserContext* p) const { av_parser_close(p); }
-  };
-  CodecPtr _codec;
-  std::unique_ptr<AVCodecParserContext, ParserDelete> _parser;
+  std::unique_ptr<FrameParser> _parser;
   Bytes _sets;
   std::vector<Frame> _frames;
   std::int64_t _delay = 0;

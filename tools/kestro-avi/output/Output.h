@@ -11,7 +11,7 @@
 namespace kestro::tool {
 
 // Usage: Write the pieces of each track in order, then Finish. All throw Error.
-class Output {
+class KESTRO_API Output {
  public:
   virtual ~Output() = default;
   // `track`: counted in the order in which the output was given its tracks.

@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "input/AnnexB.h"
-#include "recorder/TrackInfo.h"
+#include "input/Session.h"
 
 struct AVPacket;
 
@@ -13,22 +12,7 @@ namespace kestro::tool {
 
 using record::TrackInfo;
 
-struct TimedPacket {
-  Bytes data;
-  std::int64_t time_ns = 0;  // since the beginning of the recording, by frame rate or sample rate
-  std::int64_t duration_ns = 0;
-  bool key = false;
-};
-
-// The clock of a recording and of one of its inputs. The recording begins with the key frame at or
-// before the wanted time of its leading track, the first video track; `offset` is that key frame's
-// distance from the beginning of the leading track's input.
-struct Timeline {
-  std::int64_t start_ns = 0;      // wanted
-  std::int64_t duration_ns = -1;  // negative: to the end
-  std::int64_t offset_ns = 0;     // until known: the best so far
-  bool known = false;
-};
+// The clock of an input.
 struct InputClock {
   std::int64_t origin_ns = 0;  // the time of the input's first picture, else of its first sound
   bool known = false;

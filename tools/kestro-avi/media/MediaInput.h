@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "input/Input.h"
-#include "input/Libav.h"
+#include "media/Input.h"
+#include "media/Libav.h"
 
 namespace kestro::tool {
 
@@ -22,6 +22,8 @@ class MediaInput : public Input {
 
  private:
   void Open(std::string const& address, InputOptions const& options);
+  int OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
+                 char const* form);
   std::string Name(AVStream const& stream) const {
     return _address + ", track " + std::to_string(stream.index);
   }
@@ -33,6 +35,7 @@ class MediaInput : public Input {
   int Next(AVPacket& packet);
 
   std::string _address;
+  bool (*const _interrupted)();
   FormatPtr _format;
   PacketPtr _packet;
   std::deque<PacketPtr> _ahead;  // read while looking for the frame rate

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "input/Libav.h"
+#include "media/Libav.h"
 
 namespace kestro::tool {
 

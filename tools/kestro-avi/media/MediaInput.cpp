@@ -1,16 +1,15 @@
-#include "input/MediaInput.h"
+#include "media/MediaInput.h"
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "Errors.h"
-#include "Interrupt.h"
-#include "input/CueFile.h"
 #include "input/FrameRate.h"
-#include "input/SoundTrack.h"
-#include "input/StreamRate.h"
-#include "input/VideoTrack.h"
+#include "media/CueFile.h"
+#include "media/SoundTrack.h"
+#include "media/StreamRate.h"
+#include "media/VideoTrack.h"
 
 namespace kestro::tool {
 
@@ -25,7 +24,7 @@ std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const&
 
 MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
                        bool lead)
-    : _address(address), _packet(av_packet_alloc()) {
+    : _address(address), _interrupted(options.interrupted), _packet(av_packet_alloc()) {
   Open(address, options);
   AddTracks(options, timeline, lead);
 }
@@ -67,16 +66,19 @@ static AVInputFormat const* TakeDevice(std::string& url) {
 }
 
 // Opens an address; the rate, where it is given, and the form of pictures are asked of a device.
-static int OpenFormat(FormatPtr& format, std::string const& url, AVInputFormat const* device,
-                      base::Fraction rate, char const* form) {
+int MediaInput::OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
+                           char const* form) {
   AVDictionary* settings = nullptr;
   if (rate.Positive()) av_dict_set(&settings, "framerate", rate.Text().c_str(), 0);
   if (form != nullptr) av_dict_set(&settings, "input_format", form, 0);
   AVFormatContext* context = avformat_alloc_context();
-  context->interrupt_callback.callback = [](void*) { return Interrupted() ? 1 : 0; };
+  context->interrupt_callback.callback = [](void* input) {
+    return static_cast<MediaInput*>(input)->_interrupted() ? 1 : 0;
+  };
+  context->interrupt_callback.opaque = this;
   int const failed = avformat_open_input(&context, url.c_str(), device, &settings);
   av_dict_free(&settings);
-  format.reset(context);
+  _format.reset(context);
   return failed;
 }
 
@@ -94,8 +96,8 @@ void MediaInput::Open(std::string const& address, InputOptions const& options) {
 
   // Cameras give raw pictures unless they are asked for others.
   bool const camera = device != nullptr && std::strstr(device->name, "v4l2") != nullptr;
-  int failed = OpenFormat(_format, url, device, options.rate, camera ? "mjpeg" : nullptr);
-  if (failed < 0 && camera) failed = OpenFormat(_format, url, device, options.rate, nullptr);
+  int failed = OpenFormat(url, device, options.rate, camera ? "mjpeg" : nullptr);
+  if (failed < 0 && camera) failed = OpenFormat(url, device, options.rate, nullptr);
   if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
   if (failed < 0)
     throw Error(CodeOf(failed), address + ": " +
@@ -201,8 +203,8 @@ int MediaInput::Next(AVPacket& packet) {
     return 0;
   }
   int got;
-  while ((got = av_read_frame(_format.get(), &packet)) == AVERROR(EAGAIN) && !Interrupted())
-    SleepUntil(std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
+  while ((got = av_read_frame(_format.get(), &packet)) == AVERROR(EAGAIN) && !_interrupted())
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   return got;
 }
 
@@ -216,7 +218,7 @@ bool MediaInput::Read() {
   if (_ended) return false;
   int const got = Next(*_packet);
   if (got < 0) {
-    if (got != AVERROR_EOF && !Interrupted())
+    if (got != AVERROR_EOF && !_interrupted())
       (CodeOf(got) == kUnusable ? _damage : _failure) = _address + ": " + LibavError(got);
     _ended = true;
     for (auto const& track : _tracks) track->End();

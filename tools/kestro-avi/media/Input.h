@@ -5,20 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "input/Track.h"
+#include "input/Session.h"
+#include "media/Track.h"
 
 namespace kestro::tool {
-
-// What of the inputs is wanted.
-struct InputOptions {
-  base::Fraction rate;  // --fps, 0/1 for none
-  bool video = true, audio = true, text = true;
-};
-
-// How much of it was read, of how many bytes; of size -1 where that is unknown.
-struct Extent {
-  std::int64_t size = -1, position = 0;
-};
 
 // A source of packets for its tracks, which are complete from its construction on.
 class Input {

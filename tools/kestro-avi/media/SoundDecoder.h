@@ -3,8 +3,8 @@
 
 #include <functional>
 
-#include "input/Libav.h"
-#include "input/SoundBlocks.h"
+#include "media/Libav.h"
+#include "media/SoundBlocks.h"
 
 namespace kestro::tool {
 

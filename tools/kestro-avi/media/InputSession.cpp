@@ -1,11 +1,9 @@
-#include "input/Session.h"
+#include "media/InputSession.h"
 
 #include <algorithm>
 
 #include "Errors.h"
-#include "Interrupt.h"
 #include "input/FrameRate.h"
-#include "input/Libav.h"
 
 namespace kestro::tool {
 
@@ -13,9 +11,9 @@ namespace kestro::tool {
 static constexpr std::int64_t kMaxAhead_ns = 5000000000;
 static constexpr std::size_t kMaxAheadBytes = 32 << 20;
 
-Session::Session(std::vector<std::string> const& addresses, InputOptions const& options,
-                 Timeline const& timeline)
-    : _timeline(timeline) {
+InputSession::InputSession(std::vector<std::string> const& addresses, InputOptions const& options,
+                           Timeline const& timeline)
+    : _interrupted(options.interrupted), _timeline(timeline) {
   bool lead = true;
   for (std::string const& address : addresses) {
     _inputs.push_back(OpenInput(address, options, _timeline, lead));
@@ -36,7 +34,13 @@ Session::Session(std::vector<std::string> const& addresses, InputOptions const& 
   }
 }
 
-void Session::CheckRates() {
+record::Tracks InputSession::Tracks() const {
+  record::Tracks tracks;
+  for (Track const* track : _tracks) tracks.push_back(track->Info());
+  return tracks;
+}
+
+void InputSession::CheckRates() {
   for (Track* track : _tracks) {
     TrackInfo const& info = track->Info();
     if (info.IsText() && _video == nullptr)
@@ -53,16 +57,16 @@ void Session::CheckRates() {
 }
 
 // Reads the leading input until the beginning of the recording is known.
-bool Session::Begin() {
+bool InputSession::Begin() {
   auto const lead = std::find_if(_inputs.begin(), _inputs.end(),
                                  [](auto const& input) { return input->HasVideo(); });
-  while (!_timeline.known && !Interrupted())
+  while (!_timeline.known && !_interrupted())
     if (!(*lead)->Read()) break;
   return _timeline.known;
 }
 
 // Whether the other tracks of the track's input hold so much that it is not waited for.
-bool Session::RunsAhead(std::size_t track) const {
+bool InputSession::RunsAhead(std::size_t track) const {
   std::size_t bytes = 0;
   std::int64_t longest_ns = 0;
   for (auto const& other : _inputs[_inputOf[track]]->Tracks()) {
@@ -79,9 +83,9 @@ static bool Earlier(Track const& a, Track const& b) {
   return a.Info().IsText() && !b.Info().IsText();
 }
 
-bool Session::Next(std::size_t& track, TimedPacket& packet) {
+bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
   if (!Begin()) return false;
-  while (!Interrupted()) {
+  while (!_interrupted()) {
     // The track whose packet is due; times are counted, so they are known before the packet is.
     std::size_t best = _tracks.size();
     for (std::size_t i = 0; i < _tracks.size(); ++i) {
@@ -101,7 +105,7 @@ bool Session::Next(std::size_t& track, TimedPacket& packet) {
   return false;
 }
 
-Extent Session::Reach() const {
+Extent InputSession::Reach() const {
   Extent all{0, 0};
   for (auto const& input : _inputs) {
     Extent const one = input->Reach();
@@ -112,21 +116,21 @@ Extent Session::Reach() const {
   return all;
 }
 
-std::vector<std::string> Session::Notes() const {
+std::vector<std::string> InputSession::Notes() const {
   std::vector<std::string> notes;
   for (auto const& input : _inputs)
     notes.insert(notes.end(), input->Notes().begin(), input->Notes().end());
   return notes;
 }
 
-std::vector<std::string> Session::Failures() const {
+std::vector<std::string> InputSession::Failures() const {
   std::vector<std::string> failures;
   for (auto const& input : _inputs)
     if (!input->Failure().empty()) failures.push_back(input->Failure());
   return failures;
 }
 
-std::vector<std::string> Session::Findings() const {
+std::vector<std::string> InputSession::Findings() const {
   std::vector<std::string> findings;
   for (auto const& input : _inputs)
     if (!input->Damage().empty()) findings.push_back(input->Damage());

@@ -1,8 +1,8 @@
-#include "input/SoundBlocks.h"
+#include "media/SoundBlocks.h"
 
 #include <algorithm>
 
-#include "input/Libav.h"
+#include "media/Libav.h"
 #include "recorder/TrackInfo.h"
 
 namespace kestro::tool {

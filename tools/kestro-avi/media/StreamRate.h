@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/Fraction.h"
-#include "input/Libav.h"
+#include "media/Libav.h"
 
 namespace kestro::tool {
 

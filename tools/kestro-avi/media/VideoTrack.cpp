@@ -1,4 +1,4 @@
-#include "input/VideoTrack.h"
+#include "media/VideoTrack.h"
 
 #include <algorithm>
 

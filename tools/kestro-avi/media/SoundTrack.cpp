@@ -1,4 +1,4 @@
-#include "input/SoundTrack.h"
+#include "media/SoundTrack.h"
 
 #include <limits>
 

@@ -1,4 +1,4 @@
-#include "input/TextTrack.h"
+#include "media/TextTrack.h"
 
 #include <algorithm>
 

@@ -3,9 +3,9 @@
 
 #include <deque>
 
-#include "input/SoundBlocks.h"
-#include "input/SoundDecoder.h"
-#include "input/Track.h"
+#include "media/SoundBlocks.h"
+#include "media/SoundDecoder.h"
+#include "media/Track.h"
 
 namespace kestro::tool {
 

@@ -1,4 +1,4 @@
-#include "input/SoundDecoder.h"
+#include "media/SoundDecoder.h"
 
 #include "Errors.h"
 

@@ -4,19 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "output/FrameOrder.h"
-#include "output/Output.h"
+#include "media/Libav.h"
+#include "media/Media.h"
+#include "output/NewFile.h"
 
 namespace kestro::tool {
 
 // The codec of a track as libavcodec names it; AV_CODEC_ID_NONE when it cannot be extracted.
 AVCodecID CodecOf(avi::AviTrack const& track);
-
-struct ContainerTrack {
-  std::string name;  // for messages
-  avi::AviTrack const* track;
-  FrameOrder const* order;  // kept until Finish; null where frames are shown as they come
-};
 
 class ContainerFile : public Output {
  public:

@@ -4,8 +4,8 @@
 #include <deque>
 #include <memory>
 
-#include "input/SubtitleDecoder.h"
-#include "input/Track.h"
+#include "media/SubtitleDecoder.h"
+#include "media/Track.h"
 
 namespace kestro::tool {
 

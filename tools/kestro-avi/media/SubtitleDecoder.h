@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "input/Libav.h"
+#include "media/Libav.h"
 
 namespace kestro::tool {
 

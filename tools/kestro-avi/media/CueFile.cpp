@@ -1,4 +1,4 @@
-#include "input/CueFile.h"
+#include "media/CueFile.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "input/StreamRate.h"
+#include "media/StreamRate.h"
 
 #include "input/FrameRate.h"
 

@@ -1,4 +1,4 @@
-#include "input/SubtitleDecoder.h"
+#include "media/SubtitleDecoder.h"
 
 #include "Errors.h"
 

@@ -1,8 +1,8 @@
 // Text in a file of JSON lines.
 #pragma once
 
-#include "input/Input.h"
-#include "input/TextTrack.h"
+#include "media/Input.h"
+#include "media/TextTrack.h"
 
 namespace kestro::tool {
 

@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "input/FrameRate.h"
-#include "input/Libav.h"
-#include "input/Track.h"
+#include "media/Libav.h"
+#include "media/Track.h"
 
 namespace kestro::tool {
 

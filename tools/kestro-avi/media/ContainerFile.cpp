@@ -1,9 +1,9 @@
-#include "output/ContainerFile.h"
+#include "media/ContainerFile.h"
 
 #include <cstring>
 
 #include "Errors.h"
-#include "output/Padded.h"
+#include "media/Padded.h"
 
 namespace kestro::tool {
 
