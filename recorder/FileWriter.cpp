@@ -103,6 +103,9 @@ void FileWriter::ConfigureSync(Tracks const& tracks) {
   SyncPlan const plan(_options.sync, tracks, rate, *_tags);
   bool taken = plan.Apply(*_muxer);
   _room = plan.Entries();
+  _index.at = plan.EntriesAt();
+  _index.data = plan.DataAt();
+  for (TrackInfo const& info : tracks) _index.codecs.push_back(info.codec);
   if (_options.sync.mode == SyncOptions::kCallback) {
     bool const ours = _options.storage == nullptr;
     _side = std::make_unique<SideFile>(ours ? std::filesystem::absolute(_path).string() : _path,
@@ -126,13 +129,8 @@ void FileWriter::ConfigureSpill() {
 
 // An error under which the muxer goes on loses nothing: the reserve of the index is full.
 void FileWriter::ForgiveSince(std::size_t errors) {
-  for (; _errors.size() > errors; _errors.pop_back()) {
-    std::string text = _errors.back();
-    if (_room != 0 && _entries > _room)
-      text += " (the index reaches " + avi::Seconds(_indexed_ns / 1000000) +
-              "; a larger reserve makes room for more)";
-    _warnings.push_back(text);
-  }
+  for (; _errors.size() > errors; _errors.pop_back())
+    (_room != 0 && _entries > _room ? _index.full : _warnings.emplace_back()) = _errors.back();
 }
 
 bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
@@ -145,7 +143,10 @@ bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
   _heads += head;
   _written += size + head + 16;
   ++_pushed;
-  if (size > 0 && ++_entries <= _room) _indexed_ns = std::max(_indexed_ns, end_ns);
+  if (size > 0 && ++_entries <= _room)
+    _index.reach_ns = std::max(_index.reach_ns, end_ns);
+  else if (size > 0 && _index.at != 0)
+    _index.beyond.push_back(packet.IsKey() && _index.codecs[track] <= TrackInfo::kMjpeg);
   ForgiveSince(errors);
   return true;
 }
@@ -153,7 +154,8 @@ bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
 std::uint64_t FileWriter::Size() {
   long long size = 0;
   _muxer->Set("sizeGet", &size);
-  return static_cast<std::uint64_t>(size) + _heads;  // which it leaves out, and pads
+  std::uint64_t const second = _index.at != 0 && _options.sync.ordinary ? 8 + 16 * _entries : 0;
+  return static_cast<std::uint64_t>(size) + _heads + second;  // which it leaves out, and pads
 }
 
 bool FileWriter::Close() {
@@ -162,6 +164,7 @@ bool FileWriter::Close() {
   bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
   if (closed && _muxer->CheckIO()) ForgiveSince(errors);
   bool const complete = closed && _errors.empty();
+  _index.entries = _entries - _index.beyond.size();
   if (_side && complete) _side->Remove();
   if (_side && !complete && _pushed != 0)
     _warnings.push_back(_side->Path() + " is kept: it has the last headers and index");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "recorder/OrdinaryClose.h"
 #include "recorder/Packets.h"
 #include "recorder/SideFile.h"
 #include "recorder/SyncPlan.h"
@@ -37,6 +38,8 @@ class FileWriter {
   std::uint64_t Written() const { return _written; }  // bytes of chunks and their index entries
   std::uint64_t Pushed() const { return _pushed; }    // packets
 
+  // Of a closed file, for what follows.
+  FrontIndex const& Index() const { return _index; }
   // Each names the file. Warnings say what is amiss with a file that is complete.
   std::vector<std::string> const& Errors() const { return _errors; }
   std::vector<std::string> const& Warnings() const { return _warnings; }
@@ -58,8 +61,8 @@ class FileWriter {
   std::unique_ptr<stream::IMuxer> _muxer;
   std::vector<stream::IPort*> _ports;
   std::uint64_t _room = 0;  // entries that the index has room for, 0: any number
+  FrontIndex _index;
   std::uint64_t _entries = 0, _heads = 0, _written = 0, _pushed = 0;
-  std::int64_t _indexed_ns = 0;  // how far the index reaches
   std::vector<std::string> _errors, _warnings;
   bool _open = false;
 };

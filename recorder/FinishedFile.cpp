@@ -1,5 +1,9 @@
 #include "recorder/FinishedFile.h"
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
 #include "avi/AviFile.h"
 #include "avi/Error.h"
 #include "avi/Text.h"
@@ -7,9 +11,45 @@
 
 namespace kestro::record {
 
-static std::unique_ptr<base::IO> Reopen(std::string const& path, RecorderOptions const& options) {
-  Storage system;
-  return (options.storage != nullptr ? *options.storage : system).Open(path, "rb");
+static Storage& StorageOf(RecorderOptions const& options) {
+  static Storage system;
+  return options.storage != nullptr ? *options.storage : system;
+}
+
+// Of the system's files the host takes "S:/name" for a name on a drive.
+static std::unique_ptr<base::IO> Reopen(std::string const& path, RecorderOptions const& options,
+                                        char const* mode) {
+  bool const ours = options.storage == nullptr;
+  return StorageOf(options).Open(ours ? std::filesystem::absolute(path).string() : path, mode);
+}
+
+// Empty when it is done, otherwise why not.
+static std::string MakeOrdinary(FinishedFile const& file, RecorderOptions const& options) try {
+  auto const io = Reopen(file.path, options, "r+b");
+  if (io == nullptr) return std::strerror(errno);
+  return OrdinaryClose(*io, file.index).Run(StorageOf(options).Free(file.path));
+} catch (avi::Error const& error) {
+  return error.what();
+}
+
+static void CloseOrdinarily(FinishedFile const& file, RecorderOptions const& options,
+                            std::function<void(Event)> const& report) {
+  if (file.index.at == 0) return;
+  bool const wanted = options.sync.ordinary && file.complete;
+  std::string const reason = wanted ? MakeOrdinary(file, options) : "";
+  if (!reason.empty())
+    report({Event::kNote, file.path,
+            file.path + ": keeps its index before the data alone: " + reason});
+  if (file.index.full.empty()) return;
+  std::string const reach = avi::Seconds(file.index.reach_ns / 1000000);
+  std::string const more = "; a larger reserve makes room for more";
+  if (wanted && reason.empty())
+    report({Event::kNote, file.path,
+            file.path + ": the index before the data was full at " + reach +
+                ": what followed was safe only once the file was closed" + more});
+  else
+    report({Event::kWarning, file.path,
+            file.index.full + " (the index reaches " + reach + more + ")"});
 }
 
 // Not all that was taken is in the file when the device failed, or was full and the last packets
@@ -26,7 +66,8 @@ static void CountKept(Event& closed, std::unique_ptr<base::IO> file) try {
 void Conclude(FinishedFile const& file, RecorderOptions const& options,
               std::function<void(Event)> const& report) {
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
-  auto io = file.packets != 0 ? Reopen(file.path, options) : nullptr;
+  if (file.packets != 0) CloseOrdinarily(file, options, report);
+  auto io = file.packets != 0 ? Reopen(file.path, options, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (io != nullptr) {
     closed.bytes = static_cast<std::uint64_t>(io->Size());

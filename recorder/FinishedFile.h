@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "recorder/OrdinaryClose.h"
 #include "recorder/RecorderOptions.h"
 
 namespace kestro::record {
@@ -15,9 +16,11 @@ struct FinishedFile {
   std::int64_t duration_ns = 0;
   bool complete = false;
   std::vector<std::string> errors, warnings;
+  FrontIndex index;
 };
 
-// Reports how it ended. May take as long as reading the file's index.
+// Makes an ordinary file of it where that is wanted, and reports how it ended. Takes as long as
+// reading the file's index.
 void Conclude(FinishedFile const& file, RecorderOptions const& options,
               std::function<void(Event)> const& report);
 

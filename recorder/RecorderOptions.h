@@ -33,7 +33,8 @@ struct SyncOptions {
   std::int64_t reserve_ns = 3600000000000;  // the reserve is for a file of this length ...
   std::uint64_t reserveBytes = 0;           // ... unless its size is given
   // In place and image: when a file is closed, it becomes an ordinary one, with its index after the
-  // data too, which all players use. False: it keeps the index before the data alone.
+  // data too, which all players use; while the next one is recorded. False: it keeps the index
+  // before the data alone.
   bool ordinary = true;
 };
 

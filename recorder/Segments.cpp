@@ -352,10 +352,11 @@ bool Segments::EndFile() {
   for (std::size_t i = 0; i < _tracks.size() && complete; ++i)
     if (_info[i].IsAudio()) complete = WriteBlocks(i, true);
   complete = _file->Close() && complete;
-  _finish({_file->Path(), _file->Pushed(), _end_ns - _begin_ns, complete, _file->Errors(),
-           _file->Warnings()});
+  FinishedFile finished{_file->Path(),   _file->Pushed(),   _end_ns - _begin_ns, complete,
+                        _file->Errors(), _file->Warnings(), _file->Index()};
   _whole = _whole && complete;
   _file.reset();
+  _finish(std::move(finished));
   std::lock_guard lock(_mutex);
   _before_ns += _end_ns - _begin_ns;
   return complete;

@@ -69,8 +69,9 @@ SyncPlan::SyncPlan(SyncOptions const& options, Tracks const& tracks, base::Fract
   std::uint64_t const junkEnd = data - kListHead - index;
 
   auto const u = [](std::uint64_t value) { return static_cast<unsigned>(value); };
-  avi::HeadPlaces const places{u(data), u(index != 0 ? junkEnd + kChunkHead : 0), u(reserve),
-                               u(junk)};
+  _dataAt = data;
+  if (index != 0) _entriesAt = junkEnd + kChunkHead;
+  avi::HeadPlaces const places{u(data), u(_entriesAt), u(reserve), u(junk)};
   std::string const copy = HeadCopy::Compose(copied, places);
   std::vector<char> filler(junkEnd - begin);
   std::copy(copy.begin(), copy.end(), filler.begin() + static_cast<std::ptrdiff_t>(at - begin));

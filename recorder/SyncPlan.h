@@ -21,6 +21,8 @@ class SyncPlan {
 
   bool Apply(base::Object& muxer) const;              // false when it refuses something
   std::uint64_t Entries() const { return _entries; }  // that the index has room for, 0: any number
+  std::uint64_t EntriesAt() const { return _entriesAt; }  // of an index before the data, 0: none
+  std::uint64_t DataAt() const { return _dataAt; }
 
   // The payload of the index in front of the data; 0 where there is none. Throws Refusal.
   static std::uint64_t ReserveBytes(SyncOptions const& options, Tracks const& tracks);
@@ -35,7 +37,7 @@ class SyncPlan {
   SyncOptions::Mode _mode = SyncOptions::kOff;
   unsigned _interval_ms = 0;
   u64 _reserved = 0, _header = 0, _index = 0;
-  std::uint64_t _entries = 0;
+  std::uint64_t _entries = 0, _entriesAt = 0, _dataAt = 0;
 };
 
 }  // namespace kestro::record

@@ -58,8 +58,8 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
   }
   auto const report = [this](Event event) { Report(std::move(event)); };
   _segments = std::make_unique<Segments>(
-      _options, _tracks, *_packets, report, [this, report](FinishedFile const& file) {
-        _worker.Post([this, file, report] { Conclude(file, _options, report); });
+      _options, _tracks, *_packets, report, [this, report](FinishedFile file) {
+        _worker.Post([this, file = std::move(file), report] { Conclude(file, _options, report); });
       });
   for (std::size_t i = 0; i < _tracks.size(); ++i) _inputs.push_back(&_segments->Input(i));
   if (_options.queue.enabled) MakeQueue();
@@ -213,10 +213,10 @@ bool Recorder::Work::End() {
   std::lock_guard lock(_fileMutex);
   if (!_file) return true;
   bool const complete = _file->Close();
-  Conclude(
-      {_file->Path(), _file->Pushed(), _fileEnd_ns, complete, _file->Errors(), _file->Warnings()},
-      _options, [this](Event event) { Report(std::move(event)); });
+  FinishedFile const finished{_file->Path(),   _file->Pushed(),   _fileEnd_ns,   complete,
+                              _file->Errors(), _file->Warnings(), _file->Index()};
   _file.reset();
+  Conclude(finished, _options, [this](Event event) { Report(std::move(event)); });
   return complete;
 }
 

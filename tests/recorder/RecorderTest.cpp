@@ -342,6 +342,37 @@ TEST(Recorder, WorksWithoutThreads) {
               testing::ElementsAre("cam-001.avi", "cam-002.avi", "cam-003.avi", "cam-004.avi"));
 }
 
+// Each file gets an index after the data, too, or says why not and is complete all the same.
+TEST(Recorder, MakesOrdinaryFiles) {
+  struct {
+    bool ordinary;
+    base::uint64 free;
+    int notes;
+  } const table[] = {{true, UINT64_MAX, 0}, {true, 300, 4}, {false, UINT64_MAX, 0}};
+  for (auto const& row : table) {
+    SCOPED_TRACE(testing::Message() << row.ordinary << " " << row.free);
+    Session s({Video()});
+    s.options.sync.mode = record::SyncOptions::kInPlace;
+    s.options.sync.reserve_ns = 1000 * kMs;
+    s.options.sync.ordinary = row.ordinary;
+    s.options.segments.time_ns = 1000 * kMs;
+    s.storage.free = row.free;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 100; ++i)
+      EXPECT_EQ(s.Push(0, Frame(i, i % 25 == 0), i * 40 * kMs, i % 25 == 0), Code::kOk);
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(s.Count(Event::kNote), row.notes);
+    EXPECT_EQ(s.storage.Names().size(), 4u);
+    for (std::string const& name : s.storage.Names()) {
+      auto const file = s.storage.Read(name);
+      avi::Chunk const& last = file->Tree().back();
+      EXPECT_EQ(last.id == base::Convert4("idx1"), row.ordinary && row.notes == 0) << name;
+      EXPECT_EQ(file->Tree()[0].end, file->Size()) << name;
+      EXPECT_EQ(file->Tracks()[0].chunks, 25u) << name;
+    }
+  }
+}
+
 // A device that is full, or holds still: buffers of the application's are not kept for long.
 TEST(Recorder, FullAndSlowDevices) {
   Session s({Video()});

@@ -84,6 +84,7 @@ class FaultIO : public base::IOFilter {
     return fault != nullptr && fault->keep == kFailed ? kFailed : done;
   }
   bool Flush() override { return Next(kFlush) == nullptr && _io.Flush(); }
+  bool FlushData() override { return Flush(); }
   bool Truncate(int64 size) override { return Next(kTruncate) == nullptr && _io.Truncate(size); }
   int Error() override { return _error != 0 ? _error.load() : _io.Error(); }
 

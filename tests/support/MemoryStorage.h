@@ -28,6 +28,7 @@ class MemoryStorage : public record::Storage {
     return _files.erase(path) != 0;
   }
   bool Exists(std::string const& path) override { return File(path) != nullptr; }
+  base::uint64 Free(std::string const&) override { return free; }
 
   std::shared_ptr<FaultIO> File(std::string const& path) const {
     std::lock_guard lock(_mutex);
@@ -60,6 +61,7 @@ class MemoryStorage : public record::Storage {
   }
 
   int64 capacity = INT64_MAX;  // of each file
+  base::uint64 free = UINT64_MAX;
 
  private:
   struct Handle : base::IOFilter {

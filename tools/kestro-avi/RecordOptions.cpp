@@ -41,7 +41,9 @@ static constexpr char kHelp[] =
     "With --sync, what is recorded stays playable when the recording is cut off: in-place keeps "
     "the\n"
     "index up to date in front of the data; image writes it there at once with the headers, after\n"
-    "at least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is complete.\n\n"
+    "at least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is complete.\n"
+    "In-place and image write the index after the data, too, when a file is closed: most players\n"
+    "look only there.\n\n"
     "With --realtime a queue of 10 s and 64 MiB keeps stalls of the medium from the inputs. A "
     "block\n"
     "of the cache is 512 KiB: to bridge a stall takes bytes per second * seconds / 512 KiB + 1.";
@@ -93,6 +95,7 @@ void RecordOptions::AddSyncs(CLI::App& app) {
   app.add_option("--reserve-time", _reserveTime, "Reserve an index for files this long [1:00:00]")
       ->type_name("T");
   app.add_option("--reserve", _reserve, "The size of that reserve instead")->type_name("BYTES");
+  app.add_flag("--front-index-only", _frontOnly, "Keep the index before the data alone");
 }
 
 void RecordOptions::AddTags(CLI::App& app) {
@@ -177,6 +180,9 @@ void RecordOptions::CheckSync() {
   if (!syncs && !_interval.empty()) throw Error(kUsage, "--sync-interval: needs --sync");
   if (!reserves && !(_reserve.empty() && _reserveTime.empty()))
     throw Error(kUsage, "--reserve, --reserve-time: need --sync in-place or image");
+  if (!reserves && _frontOnly)
+    throw Error(kUsage, "--front-index-only: needs --sync in-place or image");
+  sync.ordinary = !_frontOnly;
   if (syncs && recorder.spillSeconds)
     throw Error(kUsage, "--index-spill: does not go with --sync, which keeps the index in memory");
 

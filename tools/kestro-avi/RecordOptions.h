@@ -39,7 +39,7 @@ class RecordOptions {
   std::vector<std::string> _settings;
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
   std::string _sync = "off", _interval, _reserve, _reserveTime;
-  bool _noVideo = false, _noAudio = false, _noText = false;
+  bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;
   int _spillSeconds = -1;
 };
 
