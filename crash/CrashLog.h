@@ -20,6 +20,7 @@ struct Op {
   enum Kind {
     kWrite,
     kFlush,    // what was written to the file survives from here on, and its length
+    kData,     // ... without the length
     kName,     // the file gets a name, unless it is 0; that numbered `at` loses its own, unless 0
     kFolder,   // which files have names survives from here on
     kPromise,  // `at` packets are safe from here on
@@ -29,7 +30,7 @@ struct Op {
   int64 at = 0;
   std::string bytes = {};
 
-  bool IsBarrier() const { return kind == kFlush || kind == kFolder; }
+  bool IsBarrier() const { return kind == kFlush || kind == kData || kind == kFolder; }
 };
 using Ops = std::vector<Op>;
 
@@ -42,6 +43,10 @@ class CrashLog {
     std::lock_guard lock(_mutex);
     _barriers += op.IsBarrier();
     _ops.push_back(std::move(op));
+  }
+  std::size_t Size() const {
+    std::lock_guard lock(_mutex);
+    return _ops.size();
   }
   int Barriers() const {
     std::lock_guard lock(_mutex);
@@ -68,7 +73,7 @@ class LogIO : public test::MemoryIO {
     return true;
   }
   bool FlushData() override {
-    _log.Add({Op::kFlush, _number});
+    _log.Add({Op::kData, _number});
     return true;
   }
   bool Truncate(int64) override { return false; }  // a recording without faults never cuts

@@ -53,6 +53,7 @@ void CrashStates::Take(Op const& op) {
       }
       break;
     case Op::kFlush:
+    case Op::kData:
       for (Piece const& piece : file.pending) {
         auto const end = static_cast<std::size_t>(piece.At()) + piece.size;
         if (file.durable.size() < end) file.durable.resize(end);
@@ -60,7 +61,7 @@ void CrashStates::Take(Op const& op) {
                     file.durable.begin() + piece.At());
       }
       file.pending.clear();
-      file.length = file.durable.size();
+      if (op.kind == Op::kFlush) file.length = file.durable.size();
       break;
     case Op::kName:
       for (std::size_t i = 0; i < names; ++i) {
@@ -164,10 +165,12 @@ void CrashStates::Emit(Length length, Piece const* garbage) {
   // What a slot has lost, the other one has.
   bool const counted = garbage == nullptr || garbage->op->file != 0;
   _count += counted;
-  _enough = !_visit({_file, _others, _promised, counted ? -1 : Sector(*garbage)});
+  _enough = !_visit({_file, _others, _promised, counted ? -1 : Sector(*garbage), _at});
 
   std::vector<unsigned char> const& durable = _files[0].durable;
+  auto const kept = static_cast<std::ptrdiff_t>(std::min(_file.bytes.size(), durable.size()));
   _file.bytes.resize(durable.size());
+  std::copy(durable.begin() + kept, durable.end(), _file.bytes.begin() + kept);
   for (Piece const& piece : _pieces)
     if (piece.op->file == 0 && Overwrites(piece)) {
       auto const from = static_cast<std::size_t>(Sector(piece) * _sector);
@@ -200,10 +203,10 @@ void CrashStates::Spoil(Piece const& piece) {
 }
 
 bool CrashStates::LengthsAreStored() const {
-  return std::all_of(_others.begin(), _others.end(), [this](auto const& other) {
-    File const& file = _files[static_cast<std::size_t>(other.first)];
-    return file.length == file.durable.size();
-  });
+  auto const stored = [](File const& file) { return file.length == file.durable.size(); };
+  return stored(_files[0]) && std::all_of(_others.begin(), _others.end(), [&](auto const& other) {
+           return stored(_files[static_cast<std::size_t>(other.first)]);
+         });
 }
 
 bool CrashStates::Overwrites(Piece const& piece) const {

@@ -23,6 +23,7 @@ class CrashStates {
     Others& others;        // the files next to it that have a name, by number
     int64 promised;        // packets, -1 before the first promise
     int64 garbage;         // the sector of the recording that is garbage, -1 for none
+    std::size_t at;        // of the last operation
   };
   using Visit = std::function<bool(State const&)>;  // false: enough
 

@@ -34,7 +34,7 @@ Verdict Judge::Repaired(test::MemoryIO& file, Others& others, int64 promised, in
   if (named < 0) return {};
   Verdict verdict = Deliver(_repaired, promised);
   verdict.alien = 0;  // what follows the promised packets may have been torn
-  verdict.lost += std::max(0, verdict.shared - static_cast<int>(named));
+  verdict.lost += std::max(0, verdict.shared - verdict.unnamed - static_cast<int>(named));
   return verdict;
 }
 
@@ -74,7 +74,10 @@ Verdict Judge::Deliver(base::IO& file, int64 promised) {
   for (std::size_t t = 0; t < _seen.size(); ++t)
     for (std::size_t i = 0; i < _seen[t].size(); ++i) {
       Sample const& sample = _recorded.tracks[t][i];
-      if (!_seen[t][i] && sample.number < promised) ++(Hit(sample) ? verdict.shared : verdict.lost);
+      if (_seen[t][i] || sample.number >= promised) continue;
+      ++(Hit(sample) ? verdict.shared : verdict.lost);
+      verdict.unnamed += Hit(sample) && _recorded.scenario.full &&
+                         sample.number >= static_cast<int>(_recorded.scenario.room);
     }
   return verdict;
 }

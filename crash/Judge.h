@@ -13,6 +13,7 @@ struct Verdict {
   int late = 0;   // packets whose time is not that of the recording within 1 ms, or key mark
   // Of promised packets that share the garbage:
   int shared = 0;   // not delivered
+  int unnamed = 0;  // ... and in no index that a repair could name them by
   int altered = 0;  // delivered, and not as recorded
 
   bool Good() const { return opened && lost == 0 && alien == 0 && late == 0; }
@@ -31,7 +32,8 @@ class Judge {
   // The same of a file alone, as it is.
   Verdict Deliver(base::IO& file, int64 promised);
   // The same of what the tool's repair makes of a file with garbage between two offsets: of the
-  // promised packets those that lie elsewhere, and a name for each of the others that is gone.
+  // promised packets those that lie elsewhere, and a name for each of the others that is gone and
+  // was in the index.
   Verdict Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from, int64 to);
 
  private:

@@ -8,11 +8,12 @@ namespace {
 unsigned char junk[28];  // so that the index entries begin at a multiple of 16, in place
 }
 
-Setup Configure(base::Object& muxer, Mode mode) {
+Setup Configure(base::Object& muxer, Scenario const& scenario) {
+  Mode const mode = scenario.mode;
   std::shared_ptr<base::Object> const tags(
       dynamic_cast<base::Object*>(base::Object::New("AviVideoTags")));
   using Size = unsigned long long;
-  Size const header = mode == Mode::kImage ? 1012 : 4096, entries = 16 * kEntries;
+  Size const header = mode == Mode::kImage ? 1012 : 4096, entries = Size{16} * scenario.room;
   tags->Set("junkbuf", static_cast<unsigned char*>(junk));
   tags->Set("junksize", mode == Mode::kInPlace ? unsigned(sizeof junk) : 0u);
   tags->Set("isftbuf", static_cast<unsigned char*>(junk));

@@ -15,8 +15,8 @@ namespace {
 // index and headers, or an image, and barriers.
 using Edit = std::function<void(Ops& sync)>;
 
-// Applies a change to every sync but the first and the last, which also open and close the file.
-Ops EditSyncs(Ops const& ops, Edit const& edit) {
+// Applies a change to every sync but the first and those of closing.
+Ops EditSyncs(Ops const& ops, Edit const& edit, bool ordinary) {
   Ops edited, sync;
   int promises = 0;
   auto const all =
@@ -25,7 +25,7 @@ Ops EditSyncs(Ops const& ops, Edit const& edit) {
     sync.push_back(op);
     if (op.kind != Op::kPromise) continue;
     ++promises;
-    if (promises > 1 && promises < all) edit(sync);
+    if (promises > 1 && promises < all - ordinary) edit(sync);
     edited.insert(edited.end(), sync.begin(), sync.end());
     sync.clear();
   }
@@ -157,6 +157,21 @@ void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
   }
 }
 
+// Applies a change to what makes an ordinary file: the index and its barrier, RIFF's size and its
+// barrier, then the tag of the old index and its barrier.
+Plant Closing(Recorded const& recorded, char const* name, Edit const& edit) {
+  auto const from = recorded.ops.begin() + static_cast<std::ptrdiff_t>(recorded.closed);
+  Ops closing(from, recorded.ops.end());
+  edit(closing);
+  Plant plant{name, {recorded.ops.begin(), from}};
+  plant.ops.insert(plant.ops.end(), closing.begin(), closing.end());
+  return plant;
+}
+
+void TagFirst(Ops& closing) {
+  std::rotate(closing.begin(), Barrier(closing, 1) + 1, Barrier(closing, 2) + 1);
+}
+
 Ops WithoutCopy(Ops ops) {
   for (Op& op : ops)
     if (auto const at = op.bytes.find("kestroHC"); at != op.bytes.npos)
@@ -167,14 +182,17 @@ Ops WithoutCopy(Ops ops) {
 }  // namespace
 
 std::vector<Plant> Plants(Recorded const& recorded) {
-  bool const image = recorded.mode == Mode::kCallback;
+  auto const drop = [](int n) { return [n](Ops& sync) { sync.erase(Barrier(sync, n)); }; };
+  if (recorded.scenario.full)
+    return {Closing(recorded, "no barrier after the second index", drop(0)),
+            Closing(recorded, "JUNK before the second index", TagFirst)};
+  bool const image = recorded.scenario.mode == Mode::kCallback;
   Ops const ops = image ? WithWholeImages(recorded.ops) : recorded.ops;
   int64 const entries = recorded.entries, front = image ? INT64_MAX : recorded.front;
   std::vector<Plant> plants;
   auto const plant = [&](char const* name, Edit const& edit) {
-    plants.push_back({name, EditSyncs(ops, edit)});
+    plants.push_back({name, EditSyncs(ops, edit, !image)});
   };
-  auto const drop = [](int n) { return [n](Ops& sync) { sync.erase(Barrier(sync, n)); }; };
   plant("no barrier behind the data", drop(0));
   plant("promise before the last barrier", PromiseEarly);
   plant("count off by one", [&](Ops& sync) { OneEntryLess(sync, entries, front, image); });

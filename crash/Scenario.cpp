@@ -2,6 +2,9 @@
 
 #include <random>
 
+#include "avi/AviFile.h"
+#include "base/FourCC.h"
+#include "recorder/OrdinaryClose.h"
 #include "support/Recording.h"
 
 namespace kestro::crash {
@@ -35,12 +38,34 @@ int64 Find(std::string const& bytes, char const* code, int64 from = 0) {
 
 }  // namespace
 
-char const* Name(Mode mode) {
-  return mode == Mode::kInPlace ? "in place" : mode == Mode::kImage ? "image" : "callback";
+std::string Name(Scenario const& scenario) {
+  Mode const mode = scenario.mode;
+  std::string const name = mode == Mode::kInPlace ? "in place"
+                           : mode == Mode::kImage ? "image"
+                                                  : "callback";
+  return scenario.full ? name + ", index full" : name;
 }
 
-Recorded Record(Mode mode) {
-  Recorded recorded{mode, {}, std::vector<std::vector<Sample>>(3)};
+// As the recorder does after the muxer. The old index becomes several pieces of JUNK.
+static bool CloseOrdinarily(LogIO& file, Recorded const& recorded, std::vector<bool> const& keys) {
+  auto const held = std::min<std::size_t>(keys.size(), recorded.scenario.room);
+  record::FrontIndex index;
+  index.at = static_cast<std::uint64_t>(recorded.entries);
+  index.data = static_cast<std::uint64_t>(recorded.front);
+  index.entries = held;
+  index.beyond.assign(keys.begin() + static_cast<std::ptrdiff_t>(held), keys.end());
+  constexpr unsigned kLargestJunk = 1616;
+  if (!record::OrdinaryClose(file, index, kLargestJunk).Run(UINT64_MAX).empty()) return false;
+  avi::AviFile const avi(std::make_unique<test::MemoryIO>(test::Text(file)), "the recording");
+  avi::Chunk const& last = avi.Tree().back();
+  bool const first = avi.IndexPlace() == avi::AviFile::Index::kFirst;
+  return last.id == base::Convert4("idx1") && first != recorded.scenario.full &&
+         last.size == static_cast<int64>(16 * keys.size()) && !avi.CutOff();
+}
+
+Recorded Record(Scenario const& scenario) {
+  Mode const mode = scenario.mode;
+  Recorded recorded{scenario, {}, std::vector<std::vector<Sample>>(3)};
   CrashLog log;
   LogIO file(log);
   LogFolder folder(log);
@@ -49,12 +74,18 @@ Recorded Record(Mode mode) {
   std::mt19937 random(7);
   test::RegisterClasses();
   Setup setup;
-  int number = 0;
+  int& number = recorded.packets;
+  std::vector<bool> keys;
   int64 size = 0;
+  // What the index has no room for plays only once the file has been made ordinary.
+  auto const promise = [&] {
+    bool const all = mode == Mode::kCallback;
+    log.Add({Op::kPromise, 0, all ? number : std::min<int64>(number, scenario.room)});
+  };
   bool ok = true;
   {
     test::Recording recording(&file, "VFIAviMuxer-avi-muxer-vfi");
-    setup = Configure(*recording.muxer, mode);
+    setup = Configure(*recording.muxer, scenario);
     if (mode == Mode::kCallback) recording.muxer->Set("periodicSyncCallback", &OnImage);
     recording.Track(test::VideoMedia("h264", 320, 180));
     recording.Track(test::SoundMedia(8000, 1, 160)).Track(test::SoundMedia(4000, 1, 160));
@@ -65,6 +96,7 @@ Recorded Record(Mode mode) {
       auto& samples = recorded.tracks[track];
       int64 const ms = static_cast<int64>(samples.size()) * duration;
       samples.push_back({number++, ms, key, delivered, size});
+      keys.push_back(key && track == 0);
       size += 8 + static_cast<int64>(delivered.size() + delivered.size() % 2);
       auto* const medium = recording.media[track].get();
       auto const packet = test::MakePacket(medium, data, key, duration);
@@ -72,7 +104,7 @@ Recorded Record(Mode mode) {
       int const before = log.Barriers();
       ok = recording.ports[track]->Push(*packet) && ok;
       if (log.Barriers() == before || number == 1) return;  // the first packet opens the file
-      log.Add({Op::kPromise, 0, number});
+      promise();
       ++recorded.syncs;
     };
     std::size_t const large = mode == Mode::kImage ? 52000 : 200;
@@ -87,9 +119,9 @@ Recorded Record(Mode mode) {
         push(track, track == 1 ? 20 : 40, sound, true, sound);
       }
     }
-    ok = recording.Close() && ok;
+    ok = (recording.Close() || scenario.full) && ok;
   }
-  log.Add({Op::kPromise, 0, number});
+  promise();
   slots.Remove();
 
   std::string const bytes(file.bytes.begin(), file.bytes.end());
@@ -98,6 +130,11 @@ Recorded Record(Mode mode) {
     for (Sample& sample : track) sample.at += recorded.front;
   recorded.entries = (mode == Mode::kCallback ? recorded.front : Find(bytes, "idx1")) + 8;
   ok = ok && recorded.syncs >= 3 && (mode == Mode::kCallback || recorded.entries % 16 == 0);
+  if (mode != Mode::kCallback) {
+    recorded.closed = log.Size();
+    ok = ok && CloseOrdinarily(file, recorded, keys);
+    log.Add({Op::kPromise, 0, number});
+  }
   if (ok) recorded.ops = log.Take();
   return recorded;
 }

@@ -8,8 +8,17 @@
 namespace kestro::crash {
 
 enum class Mode { kInPlace, kImage, kCallback };
-constexpr Mode kModes[] = {Mode::kInPlace, Mode::kImage, Mode::kCallback};
-char const* Name(Mode mode);
+struct Scenario {
+  Mode mode;
+  unsigned room;      // entries that an index before the data has room for
+  bool full = false;  // which are too few
+};
+constexpr Scenario kScenarios[] = {{Mode::kInPlace, 512},
+                                   {Mode::kImage, 512},
+                                   {Mode::kCallback, 0},
+                                   {Mode::kInPlace, 432, true},
+                                   {Mode::kImage, 112, true}};
+std::string Name(Scenario const& scenario);
 
 // A packet as it is delivered when it is played.
 struct Sample {
@@ -21,24 +30,26 @@ struct Sample {
 };
 
 struct Recorded {
-  Mode mode;
+  Scenario scenario;
   Ops ops;
   std::vector<std::vector<Sample>> tracks;
-  int64 front = 0;    // bytes in front of the data
-  int64 entries = 0;  // where the index entries begin; in callback mode, in an image
-  int syncs = 0;      // before the last one, which closes the file
+  int64 front = 0;                // bytes in front of the data
+  int64 entries = 0;              // where the index entries begin; in callback mode, in an image
+  int syncs = 0;                  // before the last one, which closes the file
+  int packets = 0;                // all of which a repair brings back once it is closed,
+  std::size_t closed = SIZE_MAX;  // ... from this operation on, where an ordinary close follows
 };
 
 // Sizes and tags of a mode, set on a muxer; what they are made of must outlive it.
 using Setup = std::shared_ptr<void>;
-constexpr unsigned kEntries = 512;  // that an index before the data has room for
 constexpr unsigned Interval_ms(Mode mode) {
   return mode == Mode::kImage ? 1 : 380;  // images come with every 512 KiB
 }
-Setup Configure(base::Object& muxer, Mode mode);
+Setup Configure(base::Object& muxer, Scenario const& scenario);
 
 // A video and two sound tracks; a sync brings about 40 new index entries. Everything that a mode
-// does is in it: opening, syncs, closing. Empty `ops` when something went wrong.
-Recorded Record(Mode mode);
+// does is in it: opening, syncs, closing, and how that makes an ordinary file. Empty `ops` when
+// something went wrong.
+Recorded Record(Scenario const& scenario);
 
 }  // namespace kestro::crash

@@ -38,7 +38,8 @@ void Store(std::string const& path, std::vector<unsigned char> const& bytes) {
 }  // namespace
 
 // As the tool records. The head reaches into a second sector of 512 bytes.
-Setup Configure(base::Object& muxer, Mode mode) {
+Setup Configure(base::Object& muxer, Scenario const& scenario) {
+  Mode const mode = scenario.mode;
   record::Tracks const tracks{Video(), Audio(8000), Audio(4000)};
   record::TagOptions options;
   options.isft.assign(200, 's');
@@ -48,7 +49,7 @@ Setup Configure(base::Object& muxer, Mode mode) {
               : mode == Mode::kImage ? record::SyncOptions::kImage
                                      : record::SyncOptions::kCallback;
   sync.interval_ns = Interval_ms(mode) * 1000000LL;
-  sync.reserveBytes = 16 * kEntries;
+  sync.reserveBytes = std::uint64_t{16} * scenario.room;
   record::SyncPlan const plan(sync, tracks, {25, 1}, *tags);
   plan.Apply(muxer);
   muxer.Set("vidtag", tags->Get());
