@@ -17,19 +17,21 @@ rm -rf "$source"
 git worktree prune
 git worktree add -q --detach "$source" "$then"
 trap 'git worktree remove --force "$source"' EXIT
+quietly() { "$@" >"$other/log" 2>&1 || { cat "$other/log" >&2 && exit 1; }; }
 settings=()
-for part in TOOL TESTS BENCH EXAMPLES INSTALL; do settings+=(-DKESTRO_$part=OFF); done
-cmake -S "$source" -B "$other/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug "${settings[@]}" >"$other/log"
-cmake --build "$other/build" --target kestro kestrorec >"$other/log"
+for part in TOOL TESTS BENCH EXAMPLES; do settings+=(-DKESTRO_$part=OFF); done
+quietly cmake -S "$source" -B "$other/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug "${settings[@]}"
+quietly cmake --build "$other/build" --target kestro kestrorec
 
 printf '%s\n' '[suppress_function]' 'symbol_name_regexp = ^_ZN?K?S' '[suppress_variable]' \
   'symbol_name_regexp = ^_ZT[ISV]N?K?S' >"$other/suppressions" # instances of the standard library
+headers=()
+for side in 1:$other/build 2:$build; do # what is installed; the rest may change
+  quietly cmake --install "${side#*:}" --component development --prefix "$other/installed-${side%%:*}"
+  headers+=("--headers-dir${side%%:*}" "$other/installed-${side%%:*}/include/kestro")
+done
 code=0
 for library in host/libkestro.so recorder/libkestrorec.so; do
-  headers=()
-  for room in host recorder; do
-    headers+=(--headers-dir1 "$source/$room" --headers-dir2 "$root/$room")
-  done
   if abidiff --suppressions "$other/suppressions" "${headers[@]}" "$other/build/$library" \
     "$build/$library"; then
     echo "ok    $library: as in $(git show "$then:CMakeLists.txt" | sed -n 's/^project(kestro VERSION \([^ ]*\).*/\1/p')"
