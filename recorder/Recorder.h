@@ -78,8 +78,8 @@ struct Status {
 //   Result const result = recorder->Stop();
 //
 // Push may be called from any thread, also from several for one track; the packets of a track come
-// in the order of their pushes. Tracks may come up to a second apart. The recording begins with the
-// first key frame of the leading track: what other tracks have before it is left out.
+// in the order of their pushes. Tracks may come up to ten seconds apart. The recording begins with
+// the first key frame of the leading track: what other tracks have before it is left out.
 //
 // What the format needs is done here: tracks that readers do not number come last in the file,
 // audio is cut into blocks of one length, a text precedes its frame, and a file's first key frame

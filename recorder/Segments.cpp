@@ -13,8 +13,11 @@ using stream::Packet;
 
 // Times are rounded to nanoseconds.
 static constexpr std::int64_t kRounding_ns = 1000;
-// Tracks wait so long for each other.
+// Other tracks wait so long for the leading one.
 static constexpr std::int64_t kPatience_ns = 1000000000;
+// What begins a file waits for the others as long as these are no further behind, ...
+static constexpr std::int64_t kFarBehind_ns = 10000000000;
+static constexpr std::uint64_t kMostWaiting = 64 << 20;  // ... and so many bytes wait at most
 // Audio that begins later than the recording by more than this is preceded by silence.
 static constexpr std::int64_t kTolerance_ns = 40000000;
 
@@ -96,6 +99,7 @@ bool Segments::Receive(std::size_t track, PacketRef packet) {
     return true;
   }
   if (!_begun) Begin(packet->Pts());
+  _waitingBytes += static_cast<std::uint64_t>(packet->Size());
   _waiting.push_back(std::move(packet));
   return Advance(false);
 }
@@ -103,7 +107,7 @@ bool Segments::Receive(std::size_t track, PacketRef packet) {
 // The recording begins: what the other tracks have before this is left out.
 void Segments::Begin(std::int64_t time_ns) {
   _begun = true;
-  _begin_ns = _end_ns = _next_ns = time_ns;
+  _start_ns = _begin_ns = _end_ns = _next_ns = time_ns;
   std::size_t const all = _held.size();
   for (Held& held : _held) Cut(held, time_ns);
   _held.erase(std::remove_if(_held.begin(), _held.end(),
@@ -121,10 +125,12 @@ bool Segments::Advance(bool all) {
     Packet const& first = *_waiting.front();
     std::int64_t const time_ns = first.Pts();
     bool const due = first.IsKey() && Due(first);
-    if (due && !all && !OthersReach(time_ns) && End_ns(*_waiting.back()) < time_ns + kPatience_ns)
-      return true;
+    bool const patient =
+        !all && _waitingBytes <= kMostWaiting && End_ns(*_waiting.back()) < time_ns + kFarBehind_ns;
+    if (due && patient && !OthersReach(time_ns)) return true;
     PacketRef const packet = std::move(_waiting.front());
     _waiting.pop_front();
+    _waitingBytes -= static_cast<std::uint64_t>(packet->Size());
     if (!Lead(packet, due)) return false;
   }
   return true;
@@ -154,7 +160,7 @@ bool Segments::Follow(std::size_t track, PacketRef packet) {
   if (_begun)
     return time_ns <= _next_ns + kPatience_ns || !_waiting.empty() || Release(INT64_MAX, Begins);
   std::lock_guard lock(_mutex);
-  for (; _held.front().packet->Pts() + kPatience_ns < time_ns; _held.pop_front())
+  for (; _held.front().packet->Pts() + kFarBehind_ns < time_ns; _held.pop_front())
     ++_progress.skipped;
   return true;
 }
@@ -189,9 +195,9 @@ bool Segments::Due(Packet const& key) const {
 // Whether the other tracks have come as far; those that are far behind are not waited for.
 bool Segments::OthersReach(std::int64_t time_ns) const {
   for (std::size_t i = 0; i < _tracks.size(); ++i) {
-    std::int64_t const reach_ns = _tracks[i].reach_ns;
-    if (i == _lead || _info[i].IsText() || reach_ns == INT64_MIN) continue;
-    if (reach_ns + kRounding_ns < time_ns && reach_ns + kPatience_ns > time_ns) return false;
+    std::int64_t const reach_ns = std::max(_tracks[i].reach_ns, _start_ns);
+    if (i == _lead || _info[i].IsText()) continue;
+    if (reach_ns + kRounding_ns < time_ns && reach_ns + kFarBehind_ns > time_ns) return false;
   }
   return true;
 }

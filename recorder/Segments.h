@@ -23,7 +23,7 @@ namespace kestro::record {
 // track where there is no video. The other tracks are cut at that frame's time, audio to the
 // sample, so that each file by itself is in step. Therefore what reaches beyond the leading track's
 // next frame waits for that frame, and a key frame that begins a file waits for the other tracks,
-// but never for long.
+// but neither for long.
 //
 // A file is as large as asked for when no group of pictures is much larger than those before it; it
 // grows on while no key frame comes.
@@ -104,9 +104,11 @@ class Segments : public stream::ISink {
 
   std::unique_ptr<FileWriter> _file;  // null when recording is over
   std::deque<PacketRef> _waiting;     // of the leading track, from a file's first key frame on
-  std::deque<Held> _held;             // of the others
-  bool _begun = false;                // the leading track's first key frame has come
-  std::int64_t _next_ns = 0;          // when the leading track's next frame is due
+  std::uint64_t _waitingBytes = 0;
+  std::deque<Held> _held;                   // of the others
+  bool _begun = false;                      // the leading track's first key frame has come
+  std::int64_t _start_ns = 0;               // of the recording
+  std::int64_t _next_ns = 0;                // when the leading track's next frame is due
   std::int64_t _begin_ns = 0, _end_ns = 0;  // of the current file
   std::int64_t _others_ns = INT64_MIN;      // how far the other tracks are written
   std::uint64_t _atKey = 0, _largest = 0;   // FileWriter::Written at the last key; between two

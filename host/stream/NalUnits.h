@@ -98,7 +98,7 @@ bool HasStartCode(std::uint8_t const* block) {
 // The first position of [from, end) where a start code begins, or its end.
 template <class Codes>
 std::size_t PassToStartCode(std::uint8_t const* data, std::size_t from, std::size_t end) {
-  auto const* const code = "\0\0\0\1" + (4 - Codes::kSize);
+  auto const* const code = &"\0\0\0\1"[4 - Codes::kSize];
   while (from < end && std::memcmp(data + from, code, Codes::kSize) != 0) ++from;
   return from;
 }

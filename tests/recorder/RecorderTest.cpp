@@ -125,8 +125,8 @@ struct Pool {
   int most = 0;  // of one pushing thread
 };
 
-// Camera, microphone and subtitles on threads of their own, up to half a second apart, with pieces
-// of any length; files are split at random and events are answered. Nothing is lost, every file
+// Camera, microphone and subtitles on threads of their own, up to six seconds apart, with pieces of
+// any length; files are split at random and events are answered. Nothing is lost, every file
 // stands by itself.
 TEST(Recorder, EveryThreadAtOnce) {
   Watchdog const watchdog("recorder");
@@ -138,7 +138,7 @@ TEST(Recorder, EveryThreadAtOnce) {
   std::atomic<int> reached[2] = {{0}, {0}};  // frames, of video and audio
   auto const pace = [&reached](int own, int frame) {
     reached[own] = frame;
-    while (frame > reached[1 - own] + 12) std::this_thread::yield();
+    while (frame > reached[1 - own] + 150) std::this_thread::yield();
   };
   std::atomic<int> answered{0};
   s.options.onEvent = [&](Event const& event) {
@@ -188,18 +188,18 @@ TEST(Recorder, EveryThreadAtOnce) {
   ASSERT_EQ(frames.size(), static_cast<std::size_t>(kFrames));
   for (int i = 0; i < kFrames; ++i)
     ASSERT_EQ(frames[static_cast<std::size_t>(i)], Frame(i, i % 5 == 0)) << i;
-  EXPECT_EQ(Joined(s.storage.Payloads(1)), audio);
+  EXPECT_TRUE(Joined(s.storage.Payloads(1)) == audio) << "other audio";
   EXPECT_EQ(s.storage.Payloads(2).size(), static_cast<std::size_t>(kFrames / 10));
   EXPECT_EQ(pool.out, 0) << "not released";
   auto const names = s.storage.Names();
-  EXPECT_GT(names.size(), 20u);
+  EXPECT_GT(names.size(), 5u);
   EXPECT_EQ(s.events.size(), names.size());
   EXPECT_EQ(answered, static_cast<int>(names.size()));
   for (std::string const& name : names) {
     auto const file = s.storage.Read(name);
     auto const& tracks = file->Tracks();
     EXPECT_TRUE(file->Indexed()) << name;
-    EXPECT_NEAR(static_cast<double>(tracks[1].bytes) / 640, tracks[0].chunks, 0.01) << name;
+    EXPECT_EQ(tracks[1].bytes, tracks[0].chunks * 640) << name;
   }
 }
 
@@ -218,20 +218,24 @@ TEST(Recorder, StopsAtAnyMoment) {
       EXPECT_TRUE(s.recorder->Stop());
     };
     ASSERT_TRUE(s.Open()) << s.why.text;
+    std::atomic<int> reached[2] = {{0}, {0}};  // frames
     std::vector<std::thread> threads;
     for (std::size_t track : {0, 1})
       threads.emplace_back([&, track] {
         Code code = Code::kOk;
-        for (int i = 0; code == Code::kOk; ++i)
+        for (int i = 0; code == Code::kOk; reached[track] = ++i) {
+          while (i > reached[1 - track] + 25) std::this_thread::yield();
           code = track == 0 ? s.recorder->Push(
                                   0, pool.Lend(Frame(i, i % 5 == 0), i * 40 * kMs, i % 5 == 0))
                             : s.Push(1, std::string(640, 'a'), i * 40 * kMs);
+        }
+        reached[track] = INT32_MAX / 2;
         EXPECT_EQ(code, Code::kEnded);
       });
     std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
     if (!byEvent) threads.emplace_back([&] { EXPECT_TRUE(s.recorder->Stop()); });
     for (std::thread& thread : threads) thread.join();
-    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
     EXPECT_EQ(s.recorder->GetStatus().state, Status::kStopped);
     s.recorder.reset();
     EXPECT_EQ(pool.out, 0);
