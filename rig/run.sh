@@ -335,7 +335,12 @@ report() {
 [[ ! -d $out ]] || # but what was fetched
   find "$out" -mindepth 1 -maxdepth 1 ! -name apt ! -name machine -exec rm -r {} +
 mkdir -p "$out"
-(fetch) || die "the machine cannot be fetched"
+for pause in 20 60 0; do # a mirror may be in the middle of its update
+  fetch & # which ends at its first error, as it would not inside a condition
+  if wait $!; then break; fi
+  ((pause > 0)) || die "the machine cannot be fetched"
+  sleep "$pause"
+done
 pack
 "$kind"
 report
