@@ -214,7 +214,10 @@ short() {
     for mode in $(<"$out/$group/cards"); do pool checked $group vfat "$mode" states=50 switches=1; done
   done
   for mode in $(<"$out/full/cards"); do pool full_card "$mode"; done
-  for mode in "${modes[@]}"; do told pulled "$mode.pulled" 'Input/output error'; done
+  # vfat mounts itself read-only when its tables cannot be written.
+  for mode in "${modes[@]}"; do
+    told pulled "$mode.pulled" '(Input/output error|Read-only file system)'
+  done
   told pulled in-place.read-only 'Read-only file system'
   wait
 }
