@@ -132,8 +132,8 @@ bool SlotFile::Grow(unsigned char const* data, unsigned size) {
   while (size > _slotSize - kSlotHead) _slotSize *= 2;
   _held = {};
   std::unique_ptr<IO> file = _folder.Create(_names[name]);
-  if (!Create(*file, data, size)) {
-    int const error = file->Error();
+  if (file == nullptr || !Create(*file, data, size)) {
+    int const error = file != nullptr ? file->Error() : errno;
     file.reset();
     _folder.Remove(_names[name]);
     _slotSize = slotSize;

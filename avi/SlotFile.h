@@ -35,7 +35,8 @@ class SlotFile {
   class Folder {
    public:
     virtual ~Folder() = default;
-    // A new file, in place of one of that name. What fails shows when it is written.
+    // A new file, in place of one of that name. Null, with errno, or what fails shows when it is
+    // written.
     virtual std::unique_ptr<base::IO> Create(std::string const& path);
     // False, with errno, when a file of that name is left.
     virtual bool Remove(std::string const& path);

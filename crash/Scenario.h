@@ -33,7 +33,7 @@ struct Recorded {
   Scenario scenario;
   Ops ops;
   std::vector<std::vector<Sample>> tracks;
-  int64 front = 0;                // bytes in front of the data
+  int64 front = 0;                // bytes before the data
   int64 entries = 0;              // where the index entries begin; in callback mode, in an image
   int syncs = 0;                  // before the last one, which closes the file
   int packets = 0;                // all of which a repair brings back once it is closed,

@@ -8,11 +8,10 @@
 #include <filesystem>
 #include <utility>
 
-#include "avi/Text.h"
 #include "base/File.h"
 #include "base/IClass.h"
 #include "recorder/Refusal.h"
-#include "recorder/Storage.h"
+#include "recorder/StorageOf.h"
 
 namespace kestro::record {
 
@@ -71,7 +70,7 @@ FileWriter::~FileWriter() {
   if (_open) Close();
 }
 
-// A fault that lasts is told once; some name the file themselves.
+// A fault that lasts is reported once; some name the file themselves.
 void FileWriter::Note(std::string const& type, std::string const& text) {
   if (type != "error" && type != "warning") return;
   auto& list = type == "error" ? _errors : _warnings;
@@ -107,9 +106,7 @@ void FileWriter::ConfigureSync(Tracks const& tracks) {
   _index.data = plan.DataAt();
   for (TrackInfo const& info : tracks) _index.codecs.push_back(info.codec);
   if (_options.sync.mode == SyncOptions::kCallback) {
-    bool const ours = _options.storage == nullptr;
-    _side = std::make_unique<SideFile>(ours ? std::filesystem::absolute(_path).string() : _path,
-                                       _options.storage);
+    _side = std::make_unique<SideFile>(_path, StorageOf(_options));
     taken = taken && _side->Attach(*_muxer);
   }
   if (!taken) throw Unfit();

@@ -2,30 +2,17 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "avi/AviFile.h"
 #include "avi/Error.h"
 #include "avi/Text.h"
-#include "recorder/Storage.h"
+#include "recorder/StorageOf.h"
 
 namespace kestro::record {
 
-static Storage& StorageOf(RecorderOptions const& options) {
-  static Storage system;
-  return options.storage != nullptr ? *options.storage : system;
-}
-
-// Of the system's files the host takes "S:/name" for a name on a drive.
-static std::unique_ptr<base::IO> Reopen(std::string const& path, RecorderOptions const& options,
-                                        char const* mode) {
-  bool const ours = options.storage == nullptr;
-  return StorageOf(options).Open(ours ? std::filesystem::absolute(path).string() : path, mode);
-}
-
 // Empty when it is done, otherwise why not.
 static std::string MakeOrdinary(FinishedFile const& file, RecorderOptions const& options) try {
-  auto const io = Reopen(file.path, options, "r+b");
+  auto const io = StorageOf(options).Open(file.path, "r+b");
   if (io == nullptr) return std::strerror(errno);
   return OrdinaryClose(*io, file.index).Run(StorageOf(options).Free(file.path));
 } catch (avi::Error const& error) {
@@ -67,7 +54,7 @@ void Conclude(FinishedFile const& file, RecorderOptions const& options,
               std::function<void(Event)> const& report) {
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
   if (file.packets != 0) CloseOrdinarily(file, options, report);
-  auto io = file.packets != 0 ? Reopen(file.path, options, "rb") : nullptr;
+  auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (io != nullptr) {
     closed.bytes = static_cast<std::uint64_t>(io->Size());

@@ -6,7 +6,7 @@
 namespace kestro::record {
 
 // Holds a hidden file next to the recording, ".cam-%05d.avi.lock", locked. The lock ends with the
-// process: a file that was left behind does not count.
+// process: a file that remains does not count.
 class RecordingLock {
  public:
   RecordingLock() = default;

@@ -6,7 +6,7 @@
 #include "avi/NumberedName.h"
 #include "avi/SlotFile.h"
 #include "recorder/Refusal.h"
-#include "recorder/Storage.h"
+#include "recorder/StorageOf.h"
 
 namespace kestro::record {
 
@@ -49,17 +49,12 @@ std::string SegmentNames::Obstacle(std::string const& name) const {
 }
 
 std::string SegmentNames::Obstacle(std::string const& path, char const* advice) const {
-  if (!Exists(path)) return {};
+  if (!StorageOf(_options).Exists(path)) return {};
   if (!_options.overwrite) return path + ": exists already" + advice;
   std::error_code none;
   for (std::string const& kept : _options.keep)
     if (fs::equivalent(kept, path, none)) return path + ": is an input too";
   return {};
-}
-
-bool SegmentNames::Exists(std::string const& path) const {
-  std::error_code none;
-  return _options.storage != nullptr ? _options.storage->Exists(path) : fs::exists(path, none);
 }
 
 }  // namespace kestro::record

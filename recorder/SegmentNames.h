@@ -22,7 +22,6 @@ class SegmentNames {
   std::string Name(std::uint64_t number) const;
   std::string Obstacle(std::string const& name) const;
   std::string Obstacle(std::string const& path, char const* advice) const;
-  bool Exists(std::string const& path) const;
 
   RecorderOptions const& _options;
   std::string const& _output;

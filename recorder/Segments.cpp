@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "recorder/Refusal.h"
 #include "stream/NalUnits.h"
 
 namespace kestro::record {
@@ -269,7 +268,7 @@ bool Segments::WriteBlocks(std::size_t track, bool last) {
   std::size_t const block = static_cast<std::size_t>(info.samples) * frame;
   std::size_t done = 0;
   while (done < state.rest.size() && (last || state.rest.size() - done >= block)) {
-    record::Payload piece;
+    Payload piece;
     piece.data = state.rest.data() + done;
     piece.size = std::min(block, state.rest.size() - done);
     piece.key = true;
@@ -294,7 +293,7 @@ bool Segments::WriteVideo(std::size_t track, Packet& packet) {
   if (!own.empty()) state.sets = own;
   if (!std::exchange(state.fresh, false) || !own.empty() || state.sets.empty())
     return Store(track, packet);
-  record::Payload whole;
+  Payload whole;
   Bytes bytes = state.sets;
   bytes.insert(bytes.end(), packet.Data(), packet.Data() + packet.Size());
   whole.data = bytes.data();

@@ -42,8 +42,8 @@ class StorageFolder : public avi::SlotFile::Folder {
 };
 }  // namespace
 
-SideFile::SideFile(std::string const& avi, Storage* storage)
-    : _folder(storage != nullptr ? std::make_unique<StorageFolder>(*storage) : nullptr),
+SideFile::SideFile(std::string const& avi, Storage& storage)
+    : _folder(std::make_unique<StorageFolder>(storage)),
       _slots(avi + avi::SlotFile::kEnding, avi::SlotFile::kFirstSlot, _folder.get()),
       _id(Enter(this)) {}
 

@@ -17,8 +17,7 @@ class Storage;
 // newer one, is whole. (It may be in "OUT.avi.sync2": see avi::SlotFile.)
 class SideFile {
  public:
-  // `storage` is null for the system's files, or outlives the object.
-  explicit SideFile(std::string const& avi, Storage* storage = nullptr);
+  SideFile(std::string const& avi, Storage& storage);  // which outlives the object
   ~SideFile();
   SideFile(SideFile const&) = delete;
   SideFile& operator=(SideFile const&) = delete;
@@ -33,7 +32,7 @@ class SideFile {
  private:
   void Note(bool done);
 
-  std::unique_ptr<avi::SlotFile::Folder> const _folder;  // null for the system's
+  std::unique_ptr<avi::SlotFile::Folder> const _folder;
   avi::SlotFile _slots;
   unsigned const _id;  // by which the muxer's function, which is one for all, finds it
   std::string _fault;

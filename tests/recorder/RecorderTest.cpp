@@ -377,6 +377,20 @@ TEST(Recorder, MakesOrdinaryFiles) {
   }
 }
 
+// A side file that cannot be made costs the recording nothing.
+TEST(Recorder, SideFileRefused) {
+  Session s({Video()});
+  s.options.threadless = true;
+  s.options.sync.mode = record::SyncOptions::kCallback;
+  s.storage.refused = ".sync";
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  for (int i = 0; i < 100; ++i)
+    EXPECT_EQ(s.Push(0, Frame(i, i == 0), i * 40 * kMs, i == 0), Code::kOk) << i;
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_THAT(s.recorder->GetStatus().lastError, HasSubstr("Permission denied"));
+  EXPECT_EQ(s.storage.Payloads(0).size(), 100u);
+}
+
 // A device that is full, or holds still: buffers of the application's are not kept for long.
 TEST(Recorder, FullAndSlowDevices) {
   Session s({Video()});

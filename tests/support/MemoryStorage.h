@@ -13,6 +13,10 @@ class MemoryStorage : public record::Storage {
  public:
   std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
     std::lock_guard lock(_mutex);
+    if (!refused.empty() && path.find(refused) != path.npos) {
+      errno = EACCES;
+      return nullptr;
+    }
     auto& file = _files[path];
     if (mode[0] == 'r' && mode[2] == 'b' && mode[1] == 'w') file = std::make_shared<FaultIO>();
     if (file == nullptr) {
@@ -61,6 +65,7 @@ class MemoryStorage : public record::Storage {
   }
 
   int64 capacity = INT64_MAX;  // of each file
+  std::string refused;         // files with this in their names are not opened
   base::uint64 free = UINT64_MAX;
 
  private:

@@ -1,0 +1,14 @@
+// The storage of a recording, whichever it is.
+#pragma once
+
+#include "recorder/RecorderOptions.h"
+#include "recorder/Storage.h"
+
+namespace kestro::record {
+
+inline Storage& StorageOf(RecorderOptions const& options) {
+  static Storage system;
+  return options.storage != nullptr ? *options.storage : system;
+}
+
+}  // namespace kestro::record
