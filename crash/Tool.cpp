@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Errors.h"
+#include "cli/Errors.h"
 #include "recorder/SideFile.h"
 #include "recorder/SyncPlan.h"
 #include "repair/Repair.h"

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "Errors.h"
 #include "base/File.h"
+#include "cli/Errors.h"
 #include "fuzz/Fuzz.h"
 #include "support/Playing.h"
 #include "verify/Verify.h"

@@ -42,19 +42,6 @@ bool InOrder(std::vector<std::string> const& wanted, std::vector<std::string> co
 
 }  // namespace
 
-void PropertyList::Inherit(PropertyList const& base) {
-  _inherited.insert(_inherited.end(), base._own.begin(), base._own.end());
-  _inherited.insert(_inherited.end(), base._inherited.begin(), base._inherited.end());
-}
-
-IProperty const* PropertyList::Find(char const* name) const {
-  if (name == nullptr) return nullptr;
-  for (auto const* list : {&_own, &_inherited})
-    for (auto const& property : *list)
-      if (std::string_view(property->Name()) == name) return property.get();
-  return nullptr;
-}
-
 IClass::IClass(char const* alias, PropertyList properties)
     : _alias(alias), _names(Split(alias)), _properties(std::move(properties)) {}
 

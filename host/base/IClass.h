@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/Property.h"
+#include "base/PropertyList.h"
 
 namespace kestro::base {
 

@@ -6,7 +6,7 @@
 
 #include "base/File.h"
 #include "base/IO.h"
-#include "base/Property.h"
+#include "base/PropertyList.h"
 
 namespace kestro::stream {
 

@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "Console.h"
 #include "base/Console.h"
+#include "cli/Console.h"
 
 namespace kestro::tool {
 namespace {

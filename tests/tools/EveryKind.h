@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Command.h"
-#include "Plugin.h"
+#include "cli/Plugin.h"
 #include "support/Recording.h"
 
 namespace kestro::tool {

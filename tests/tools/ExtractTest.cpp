@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "EveryKind.h"
-#include "output/TextFile.h"
+#include "media/TextFile.h"
 
 namespace kestro::tool {
 namespace {

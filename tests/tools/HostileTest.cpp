@@ -1,7 +1,7 @@
 // Hostile and damaged files: every verb that reads ends with an exit code and, where it is not
 // done, says why.
 #include "Command.h"
-#include "Errors.h"
+#include "cli/Errors.h"
 #include "support/HostileFiles.h"
 
 namespace kestro::tool {

@@ -1,13 +1,13 @@
 // From a container's packets to those of a recording: start codes, frame rates, sound blocks.
 #include "Command.h"
-#include "Errors.h"
-#include "Scaled.h"
-#include "Text.h"
-#include "input/AnnexB.h"
-#include "input/FrameRate.h"
-#include "media/InputSession.h"
-#include "media/SoundBlocks.h"
-#include "media/SubtitleDecoder.h"
+#include "cli/Errors.h"
+#include "cli/Text.h"
+#include "media/AnnexB.h"
+#include "media/FrameRate.h"
+#include "media/Scaled.h"
+#include "media/libav/AudioBlocks.h"
+#include "media/libav/InputSession.h"
+#include "media/libav/SubtitleDecoder.h"
 
 namespace kestro::tool {
 namespace {
@@ -229,11 +229,11 @@ SoundCase const kSounds[] = {
     {"limit at a block", {{0, 90}}, "40a|40a|", 80},
 };
 
-TEST(SoundBlocks, KeepStep) {
+TEST(AudioBlocks, KeepStep) {
   for (SoundCase const& c : kSounds) {
     SCOPED_TRACE(c.name);
     constexpr std::int64_t kMs = 1000000;
-    SoundBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs, c.exact);
+    AudioBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs, c.exact);
     std::int16_t letter = 'a';
     for (auto const& [time, length] : c.pieces)
       blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));

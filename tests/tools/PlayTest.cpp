@@ -5,8 +5,8 @@
 #include <tuple>
 
 #include "EveryKind.h"
-#include "PlayVerb.h"
 #include "support/SystemFault.h"
+#include "verbs/PlayVerb.h"
 
 namespace kestro::tool {
 namespace {

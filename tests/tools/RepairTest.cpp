@@ -4,9 +4,9 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "Errors.h"
 #include "EveryKind.h"
 #include "avi/SlotFile.h"
+#include "cli/Errors.h"
 #include "support/FileLayout.h"
 #include "verify/Verify.h"
 

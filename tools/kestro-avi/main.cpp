@@ -6,17 +6,17 @@
 #include <memory>
 #include <sstream>
 
-#include "Console.h"
-#include "Errors.h"
-#include "ExtractVerb.h"
-#include "InfoVerb.h"
-#include "PlayVerb.h"
-#include "PluginVerb.h"
-#include "RecordVerb.h"
-#include "RepairVerb.h"
-#include "Suggest.h"
-#include "VerifyVerb.h"
-#include "pages/PagesVerb.h"
+#include "cli/Console.h"
+#include "cli/Errors.h"
+#include "cli/Suggest.h"
+#include "verbs/ExtractVerb.h"
+#include "verbs/InfoVerb.h"
+#include "verbs/PagesVerb.h"
+#include "verbs/PlayVerb.h"
+#include "verbs/PluginVerb.h"
+#include "verbs/RecordVerb.h"
+#include "verbs/RepairVerb.h"
+#include "verbs/VerifyVerb.h"
 
 using namespace kestro::tool;
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "avi/AviTrack.h"
-#include "input/Session.h"
-#include "output/FrameOrder.h"
-#include "output/Output.h"
+#include "media/FrameOrder.h"
+#include "media/Output.h"
+#include "media/Session.h"
 
 namespace kestro::tool {
 

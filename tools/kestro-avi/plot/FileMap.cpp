@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Text.h"
+#include "cli/Text.h"
 
 namespace kestro::tool {
 

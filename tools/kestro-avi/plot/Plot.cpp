@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <utility>
 
-#include "Text.h"
+#include "cli/Text.h"
 #include "plot/FileMap.h"
-#include "plot/Look.h"
+#include "plot/Style.h"
 
 namespace kestro::tool {
 
@@ -62,7 +62,7 @@ std::string Plot::Document() const {
                             Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) +
                             " bytes: bit rate and key frames over time, how far tracks are ahead "
                             "of each other over the file, and what lies where in it.";
-  return _svg.Document(Chart::kWidth, _y, _path, about, kLook);
+  return _svg.Document(Chart::kWidth, _y, _path, about, kStyle);
 }
 
 void Plot::Head() {

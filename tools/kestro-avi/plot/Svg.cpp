@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "Documents.h"
+#include "cli/Documents.h"
 
 namespace kestro::tool {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "Errors.h"
 #include "avi/HeadCopy.h"
+#include "cli/Errors.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {

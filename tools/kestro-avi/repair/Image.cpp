@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
-#include "Errors.h"
 #include "avi/SlotFile.h"
 #include "base/File.h"
+#include "cli/Errors.h"
 #include "repair/Salvage.h"
 
 namespace kestro::tool {

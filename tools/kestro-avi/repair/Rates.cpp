@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-#include "input/FrameRate.h"
+#include "media/FrameRate.h"
 
 namespace kestro::tool {
 

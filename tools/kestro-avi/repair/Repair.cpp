@@ -3,12 +3,12 @@
 #include <filesystem>
 #include <memory>
 
-#include "Errors.h"
-#include "Interrupt.h"
-#include "Recording.h"
 #include "avi/HeadCopy.h"
 #include "avi/SlotFile.h"
-#include "output/Output.h"
+#include "cli/Errors.h"
+#include "cli/Interrupt.h"
+#include "cli/NewFile.h"
+#include "cli/Recorder.h"
 #include "repair/Image.h"
 #include "repair/Rates.h"
 #include "repair/TrackClock.h"

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "input/FrameRate.h"
+#include "media/FrameRate.h"
 #include "recorder/TrackInfo.h"
 
 namespace kestro::tool {

@@ -1,13 +1,10 @@
-// Checks of what stands around the data: the chunk tree, and the headers once the data is counted.
+// Checks the headers once the data is counted.
 #pragma once
 
 #include "verify/Findings.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
-
-// Sizes of lists and chunks.
-void CheckTree(avi::AviFile& avi, Findings& findings);
 
 // Counts, rates, lengths and picture sizes of the headers, and the durations of the tracks.
 void CheckHeaders(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings);

@@ -1,6 +1,6 @@
-#include <algorithm>
+#include "verify/TreeCheck.h"
 
-#include "verify/HeaderCheck.h"
+#include <algorithm>
 
 namespace kestro::tool {
 

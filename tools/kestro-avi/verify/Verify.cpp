@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <memory>
 
-#include "Errors.h"
+#include "cli/Errors.h"
 #include "verify/DataCheck.h"
 #include "verify/HeaderCheck.h"
+#include "verify/TreeCheck.h"
 
 namespace kestro::tool {
 

@@ -1,0 +1,30 @@
+#include "cli/Documents.h"
+
+#include <algorithm>
+
+#include "cli/Console.h"
+#include "cli/Errors.h"
+
+namespace kestro::tool {
+
+std::string DocumentText(Json const& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+int TellOfEach(std::vector<std::string> const& files, bool json,
+               std::function<int(std::string const& path, Json& array)> const& tell) {
+  int worst = kOk;
+  Json array = Json::array();
+  for (std::string const& path : files) {
+    try {
+      worst = std::max(worst, tell(path, array));
+    } catch (Error const& error) {
+      Report(error.what());
+      worst = std::max<int>(worst, error.Code());
+    }
+  }
+  if (json) WriteData(DocumentText({{"schema", 1}, {"files", std::move(array)}}));
+  return worst;
+}
+
+}  // namespace kestro::tool

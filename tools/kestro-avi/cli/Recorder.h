@@ -1,0 +1,29 @@
+// The recorder library, as the tool's verbs use it.
+#pragma once
+
+#include "cli/Errors.h"
+#include "recorder/Recorder.h"
+
+namespace kestro::tool {
+
+inline ExitCode CodeFor(record::Code code) {
+  switch (code) {
+    case record::Code::kInvalid:
+      return kUsage;
+    case record::Code::kUnsupported:
+      return kUnusable;
+    default:
+      return kIo;
+  }
+}
+
+// Throws Error.
+inline std::unique_ptr<record::Recorder> OpenRecorder(record::RecorderOptions const& options,
+                                                      record::Tracks const& tracks) {
+  record::Result why;
+  auto recorder = record::Recorder::Open(options, tracks, why);
+  if (recorder == nullptr) throw Error(CodeFor(why.code), why.text);
+  return recorder;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,61 @@
+#include "cli/Suggest.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "cli/DidYouMean.h"
+
+namespace kestro::tool {
+
+CLI::Validator OneOf(std::vector<std::string> const& choices) {
+  auto const check = [choices](std::string const& value) {
+    if (std::find(choices.begin(), choices.end(), value) != choices.end()) return std::string();
+    std::string const meant = DidYouMean(value, choices);
+    return "unknown value '" + value + "'" +
+           (meant.empty() ? "; choose from " + CLI::detail::join(choices, ", ") : meant);
+  };
+  // The description is what pages are made of.
+  return {check, "{" + CLI::detail::join(choices, ",") + "}"};
+}
+
+// The names of the options, or of the verbs that the help shows.
+static std::vector<std::string> Names(CLI::App const& app, bool options) {
+  std::vector<std::string> names;
+  if (options)
+    for (CLI::Option const* option : app.get_options())
+      for (std::string const& name : option->get_lnames()) names.push_back("--" + name);
+  else
+    for (CLI::App const* verb : app.get_subcommands([](CLI::App const*) { return true; }))
+      if (!verb->get_group().empty()) names.push_back(verb->get_name());
+  return names;
+}
+
+// What is wrong with the first word that nobody took; empty if there is none.
+static std::string Unknown(CLI::App const& app, std::string const& command) {
+  auto const words = app.remaining();
+  bool const ended = !words.empty() && words[0] == "--";  // no option follows
+  if (words.size() <= std::size_t{ended}) return "";
+  std::string word = words[ended];
+  bool const option = !ended && word.size() > 1 && word[0] == '-';
+  if (option) word.resize(std::min(word.size(), word.find('=')));
+  bool const verb = app.get_parent() == nullptr;
+  std::string const meant = option || verb ? DidYouMean(word, Names(app, option)) : "";
+  char const* const what = option ? "unknown option"
+                           : verb ? "unknown command"
+                                  : "unexpected argument";
+  return std::string(what) + " '" + word + "'" +
+         (meant.empty() ? " (see " + command + " --help)" : meant);
+}
+
+std::string Explain(CLI::App const& app, CLI::ParseError const& error) {
+  std::string why = Unknown(app, app.get_name());
+  auto const verbs = app.get_subcommands();
+  for (CLI::App const* verb : verbs)
+    if (why.empty()) why = Unknown(*verb, app.get_name() + " " + verb->get_name());
+  if (!why.empty()) return why;
+  if (!verbs.empty()) return error.what();
+  auto const names = Names(app, false);
+  return "missing command: " + CLI::detail::join(names, ", ") + " (see --help)";
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,163 @@
+#include "media/AnnexB.h"
+
+#include <algorithm>
+
+namespace kestro::tool {
+
+namespace {
+
+using stream::AllCodes;
+using stream::NalCodec;
+
+constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
+
+void AppendUnit(std::uint8_t const* data, std::size_t size, Bytes& out) {
+  out.insert(out.end(), std::begin(kStartCode), std::end(kStartCode));
+  out.insert(out.end(), data, data + size);
+}
+
+// What a wide access unit begins with, up to its first slice.
+struct Head {
+  std::array<bool, 3> found{};  // the kinds of parameter sets
+  std::size_t sets = 0;         // where parameter sets belong: behind the delimiter
+  std::size_t slice = 0;        // the first slice
+};
+
+Head Look(Bytes const& wide, NalCodec codec) {
+  Head head;
+  bool leading = true;
+  for (stream::NalUnits<AllCodes> unit(codec, wide.data(), wide.size()); unit.More(); unit.Next()) {
+    auto const header = unit.Header();
+    std::size_t const start = unit.Code() == 0 ? 0 : unit.Code() - 1;
+    if (leading && !header.IsDelimiter()) {
+      head.sets = start;
+      leading = false;
+    }
+    if (int const kind = header.ParameterSet(); kind >= 0)
+      head.found[static_cast<std::size_t>(kind)] = true;
+    head.slice = start;
+    if (header.IsSlice()) break;
+  }
+  return head;
+}
+
+// Reads a big-endian number of a record; false at its end.
+struct RecordReader {
+  std::uint8_t const* data;
+  std::size_t left;
+
+  bool Number(std::size_t bytes, std::size_t& value) {
+    if (left < bytes) return false;
+    value = 0;
+    for (; bytes > 0; --bytes, --left) value = value << 8 | *data++;
+    return true;
+  }
+  // {16-bit size, unit} `count` times; a null `out` passes over them.
+  bool Units(std::size_t count, Bytes* out) {
+    for (std::size_t length = 0; count > 0; --count) {
+      if (!Number(2, length) || length > left) return false;
+      if (out != nullptr) AppendUnit(data, length, *out);
+      data += length;
+      left -= length;
+    }
+    return true;
+  }
+};
+
+}  // namespace
+
+void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out) {
+  out.reserve(out.size() + size + 16);
+  std::size_t copied = 0;
+  for (std::size_t code = stream::FindStartCode<AllCodes>(data, size, 0); code < size;
+       code = stream::FindStartCode<AllCodes>(data, size, code + 3)) {
+    if (code != 0 && data[code - 1] == 0) continue;
+    out.insert(out.end(), data + copied, data + code);
+    out.push_back(0);
+    copied = code;
+  }
+  out.insert(out.end(), data + copied, data + size);
+}
+
+bool AnnexB::Configure(std::uint8_t const* extra, std::size_t size) {
+  for (Bytes& sets : _sets) sets.clear();
+  _lengthBytes = 0;
+  if (_codec == NalCodec::kH264 && size >= 7 && extra[0] == 1) return AvcRecord(extra, size);
+  // The version of an "hvcC" may be 0, but not what follows it, as in a start code.
+  bool const record = size >= 3 && (extra[0] != 0 || extra[1] != 0 || extra[2] > 1);
+  if (_codec == NalCodec::kHevc && record) return HevcRecord(extra, size);
+  AppendWide(extra, size, _sets[0]);  // all kinds, in their order
+  return true;
+}
+
+// The record: version, profile, compatibility, level, 6 bits + length size - 1, 3 bits + count of
+// SPS, {16-bit size, SPS}..., count of PPS, {16-bit size, PPS}...
+bool AnnexB::AvcRecord(std::uint8_t const* extra, std::size_t size) {
+  _lengthBytes = (extra[4] & 3u) + 1;
+  RecordReader reader{extra + 5, size - 5};
+  std::size_t count = 0;
+  if (!reader.Number(1, count) || !reader.Units(count & 0x1F, &_sets[0])) return false;
+  if (!reader.Number(1, count)) return true;  // writers leave out an empty PPS list
+  return reader.Units(count, &_sets[1]);
+}
+
+// The record: 21 bytes of profile and the like, 6 bits + length size - 1, count of lists, lists of
+// {2 bits + type of unit, 16-bit count, {16-bit size, unit}...}
+bool AnnexB::HevcRecord(std::uint8_t const* extra, std::size_t size) {
+  if (size < 23) return false;
+  _lengthBytes = (extra[21] & 3u) + 1;
+  RecordReader reader{extra + 23, size - 23};
+  for (unsigned lists = extra[22]; lists > 0; --lists) {
+    std::size_t type = 0, count = 0;
+    if (!reader.Number(1, type) || !reader.Number(2, count)) return false;
+    // A unit's header has a bit after the type.
+    stream::NalHeader const header(NalCodec::kHevc, static_cast<std::uint8_t>(type << 1));
+    int const kind = header.ParameterSet();
+    if (!reader.Units(count, kind >= 0 ? &_sets[static_cast<std::size_t>(kind)] : nullptr))
+      return false;
+  }
+  return true;
+}
+
+bool AnnexB::Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out) {
+  out.clear();
+  bool whole = true;
+  if (_lengthBytes != 0)
+    whole = AppendPrefixed(data, size, out);
+  else
+    AppendWide(data, size, out);
+  if (key) AddParameterSets(out);
+  return whole;
+}
+
+bool AnnexB::AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const {
+  out.reserve(size + 64);
+  std::size_t at = 0;
+  while (size - at >= _lengthBytes) {
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < _lengthBytes; ++i) length = length << 8 | data[at + i];
+    at += _lengthBytes;
+    if (length > size - at) return false;
+    if (length != 0) AppendUnit(data + at, length, out);
+    at += length;
+  }
+  return at == size;
+}
+
+void AnnexB::AddParameterSets(Bytes& unit) {
+  Head const head = Look(unit, _codec);
+  if (head.found[0]) _setsInStream = true;
+  // A byte stream that brings its own sets is recorded as it is.
+  if (_lengthBytes == 0 && _setsInStream) return;
+  // Those that others refer to go in front, the rest behind what they refer to.
+  auto const first = static_cast<std::size_t>(
+      std::find(head.found.begin(), head.found.end(), true) - head.found.begin());
+  for (auto kind = static_cast<std::size_t>(ParameterSetKinds(_codec)); kind-- > 0;) {
+    if (head.found[kind]) continue;
+    std::size_t const at = kind < first ? head.sets : head.slice;
+    unit.insert(unit.begin() + static_cast<std::ptrdiff_t>(at), _sets[kind].begin(),
+                _sets[kind].end());
+  }
+}
+
+}  // namespace kestro::tool

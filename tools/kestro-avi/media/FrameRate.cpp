@@ -1,0 +1,64 @@
+#include "media/FrameRate.h"
+
+#include <cmath>
+
+#include "cli/Errors.h"
+#include "media/Scaled.h"
+
+namespace kestro::tool {
+
+using base::Fraction;
+
+Fraction ChooseRate(RateSources const& sources, std::string const& track) {
+  bool const given = sources.option.Positive();
+  Fraction const rate = given                          ? sources.option
+                        : sources.container.Positive() ? sources.container
+                                                       : sources.stream;
+  if (!rate.Positive())
+    throw Error(kUsage, track + ": the input does not tell its frame rate; name it with --fps");
+  if (rate.Whole() < 1 || rate.Whole() > kHighestRate)
+    throw Error(given ? kUsage : kUnusable,
+                track + ": a frame rate of " + rate.Text() + " cannot be recorded (1 to " +
+                    std::to_string(kHighestRate) + "; --fps overrides it)");
+  return rate;
+}
+
+Fraction NearWhole(Fraction const& rate) {
+  if (!rate.Positive()) return {};
+  double const value = static_cast<double>(rate.num) / static_cast<double>(rate.den);
+  double const whole = std::round(value);
+  bool const near = whole >= 1 && std::abs(value - whole) < whole * 0.0005;
+  return near ? Fraction(static_cast<base::int64>(whole), 1) : rate;
+}
+
+std::string SpeedNote(std::string const& track, Fraction const& rate) {
+  if (!rate.Positive() || rate.num % rate.den == 0) return "";
+  return track + ": the file says " + std::to_string(rate.Whole()) + " fps for " + rate.Text() +
+         "; --fps chooses another rate";
+}
+
+bool SameRate(Fraction const& a, Fraction const& b) {
+  auto const product = [](base::int64 x, base::int64 y) {  // of numbers of 32 bits
+    return static_cast<base::uint64>(x) * static_cast<base::uint64>(y);
+  };
+  return product(a.num, b.den) == product(b.num, a.den);
+}
+
+std::string RatesDiffer(std::string const& track, Fraction const& rate, Fraction const& other) {
+  return track + ": " + rate.Text() + " fps beside " + other.Text() +
+         " fps; a file has one frame rate (--fps sets it)";
+}
+
+Fraction ParseRate(std::string const& text) {
+  Fraction rate;
+  bool const good = Fraction::Parse(text.c_str(), rate) && rate.Positive();
+  if (!good || rate.num > INT32_MAX || rate.den > INT32_MAX)
+    throw Error(kUsage, "--fps: \"" + text + "\" is not a frame rate (25, 30000/1001, 29.97)");
+  return rate;
+}
+
+std::int64_t FrameTime_ns(Fraction rate, std::int64_t frame) {
+  return Scaled(frame, 1000000000 * rate.den, rate.num);
+}
+
+}  // namespace kestro::tool

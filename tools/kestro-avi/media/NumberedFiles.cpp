@@ -1,0 +1,14 @@
+#include "media/NumberedFiles.h"
+
+#include "avi/NumberedName.h"
+
+namespace kestro::tool {
+
+void NumberedFiles::Write(std::size_t track, avi::Piece const& piece) {
+  if (piece.size == 0) return;
+  StreamFile file(avi::NumberedName(_pattern, ++_written));
+  file.Write(track, piece);
+  file.Finish();
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,25 @@
+// PCM in a file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "media/StreamFile.h"
+
+namespace kestro::tool {
+
+// PCM as RIFF/WAVE.
+class WaveFile : public StreamFile {
+ public:
+  WaveFile(std::string const& path, avi::AviTrack const& track);
+  void Write(std::size_t track, avi::Piece const& piece) override;
+  std::string Finish() override;
+
+ private:
+  void StoreHead();
+
+  avi::AviTrack _track;
+  std::uint64_t _bytes = 0;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,14 @@
+#include "media/libav/Input.h"
+
+#include "media/libav/CueFile.h"
+#include "media/libav/MediaInput.h"
+
+namespace kestro::tool {
+
+std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
+                                 Timeline& timeline, bool lead) {
+  if (CueFile::Knows(address)) return std::make_unique<CueFile>(address, options, timeline);
+  return std::make_unique<MediaInput>(address, options, timeline, lead);
+}
+
+}  // namespace kestro::tool

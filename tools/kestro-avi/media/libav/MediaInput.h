@@ -1,0 +1,47 @@
+// One input, opened by libavformat.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "media/libav/Input.h"
+#include "media/libav/Libav.h"
+
+namespace kestro::tool {
+
+// A file name or an address that libavformat knows; "-" is standard input. Its video, audio and
+// text streams are its tracks, in the container's order.
+class MediaInput : public Input {
+ public:
+  MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
+             bool lead);
+
+  bool Read() override;
+  Extent Reach() const override;
+
+ private:
+  void Open(std::string const& address, InputOptions const& options);
+  int OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
+                 char const* form);
+  std::string Name(AVStream const& stream) const {
+    return _address + ", track " + std::to_string(stream.index);
+  }
+  void AddTracks(InputOptions const& options, Timeline& timeline, bool lead);
+  std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options, Timeline& timeline,
+                                  bool lead);
+  base::Fraction Rate(AVStream& stream, InputOptions const& options, std::string const& name);
+  PacketPtr FirstKey(int stream);
+  int Next(AVPacket& packet);
+
+  std::string _address;
+  bool (*const _interrupted)();
+  FormatPtr _format;
+  PacketPtr _packet;
+  std::deque<PacketPtr> _ahead;  // read while looking for the frame rate
+  InputClock _clock;
+  std::vector<Track*> _byStream;  // null for streams that are not wanted
+  bool _hasAudio = false, _ended = false;
+};
+
+}  // namespace kestro::tool

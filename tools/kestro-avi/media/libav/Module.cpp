@@ -1,0 +1,40 @@
+// The module's entry, and what stands for the interface.
+#include <cstring>
+
+#include "media/Media.h"
+#include "media/libav/CodecParser.h"
+#include "media/libav/ContainerFile.h"
+#include "media/libav/InputSession.h"
+
+namespace kestro::tool {
+
+namespace {
+
+class LibavMedia : public Media {
+ public:
+  // The tool reports faults itself, in one line.
+  LibavMedia() { av_log_set_level(AV_LOG_QUIET); }
+
+  std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
+                                      InputOptions const& options,
+                                      Timeline const& timeline) override {
+    return std::make_unique<InputSession>(addresses, options, timeline);
+  }
+  bool KnowsContainer(std::string const& path) override { return ContainerFile::Known(path); }
+  std::unique_ptr<FrameParser> NewFrameParser(avi::AviTrack const& track) override {
+    return CodecParser::For(CodecOf(track));
+  }
+  std::unique_ptr<Output> NewContainer(std::string const& path,
+                                       std::vector<ContainerTrack> const& tracks) override {
+    return std::make_unique<ContainerFile>(path, tracks);
+  }
+};
+
+}  // namespace
+
+extern "C" KESTRO_API Media* kestro_media(char const* version) {
+  static LibavMedia media;
+  return std::strcmp(version, KESTRO_VERSION) == 0 ? &media : nullptr;
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,212 @@
+#include "verbs/ExtractVerb.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+
+#include "cli/Console.h"
+#include "cli/Errors.h"
+#include "cli/Interrupt.h"
+#include "cli/Plugin.h"
+#include "media/MediaModule.h"
+#include "media/NumberedFiles.h"
+#include "media/TextFile.h"
+#include "media/WaveFile.h"
+#include "verbs/TrackText.h"
+
+namespace kestro::tool {
+
+void ExtractVerb::AddTo(CLI::App& app) {
+  app.add_option("FILE", _file, "An AVI file")->required()->type_name("");
+  auto* track = app.add_option("--track", _wishes, "Write a track; tracks may share a container")
+                    ->type_name("N:OUT")
+                    ->take_all()
+                    ->expected(1)
+                    ->allow_extra_args(false);
+  app.add_option("-o,--output", _folder, "Write every track into this folder")
+      ->type_name("DIR")
+      ->excludes(track);
+  app.add_option("--strd", _streamData, "Write what the first video track's strd chunk holds")
+      ->type_name("FILE");
+  app.add_option("--plugin", _plugin, "The plug-in, or its folder, for --strd")->type_name("PATH");
+  app.add_flag("--force", _force, "Overwrite files");
+  _progress.AddTo(app);
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi extract out.avi\n"
+      "  kestro-avi extract -o tracks out.avi\n"
+      "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
+      "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n\n"
+      "Nothing is encoded. The ending of OUT decides: .h264 or .264, .h265 or .hevc, .mjpeg or\n"
+      ".mjpg for a video stream, .wav for sound, .srt or .jsonl for text, a pattern such as\n"
+      "shot-%04d.jpg for one file a picture (.txt: a text), anything else a container that\n"
+      "libavformat writes. Without --track, -o and --strd the tracks are listed.\n\n"
+      "Text and motion JPEG do not come through \"play\", as the demuxer makes no tracks of them:\n"
+      "they are read from the chunks that the index names. A text carries no time: it gets that\n"
+      "of the next frame of the first video track; without video, the rate of its own track\n"
+      "counts.");
+}
+
+void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
+  Targets const targets(avi, _file);
+  std::string text = _file + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
+    std::string const name = targets.NameFor(i);
+    text += TrackText(avi, i);
+    text += name.empty() ? "    cannot be extracted\n"
+                         : "    --track " + std::to_string(i) + ":" + name + "\n";
+  }
+  WriteData(text + "Several tracks may share a container, such as .mkv; -o DIR writes all.\n");
+}
+
+static bool NeedsOrder(avi::AviTrack const& track, Target const& target) {
+  return target.form == Target::kContainer && (track.codec == "h264" || track.codec == "hevc");
+}
+
+// Bytes of tracks to be read.
+std::uint64_t ExtractVerb::Work(avi::AviFile const& avi, Targets const& targets) const {
+  std::uint64_t bytes = 0;
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
+    bool wanted = false, ordered = false;
+    for (Target const& target : targets.List()) {
+      bool const here =
+          std::find(target.tracks.begin(), target.tracks.end(), i) != target.tracks.end();
+      wanted = wanted || here;
+      ordered = ordered || (here && NeedsOrder(avi.Tracks()[i], target));
+    }
+    bytes += avi.Tracks()[i].bytes * (std::uint64_t{wanted} + std::uint64_t{ordered});
+  }
+  return bytes;
+}
+
+// Containers want to know when each frame is shown, before the first one is written.
+void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress) {
+  _orders.resize(avi.Tracks().size());
+  std::vector<bool> wanted(avi.Tracks().size());
+  for (Target const& target : targets.List())
+    for (std::size_t track : target.tracks) {
+      if (!NeedsOrder(avi.Tracks()[track], target)) continue;
+      wanted[track] = true;
+      if (!_orders[track])
+        _orders[track] =
+            std::make_unique<FrameOrder>(LoadMedia().NewFrameParser(avi.Tracks()[track]));
+    }
+  if (std::count(wanted.begin(), wanted.end(), true) == 0) return;
+  avi::TrackReader(avi, wanted).ForEach([&](std::size_t track, avi::Piece const& piece) {
+    FrameOrder& order = *_orders[track];
+    while (order.Count() < piece.position) order.Add(nullptr, 0);
+    order.Add(piece.data, piece.size);
+    progress.At(_done += piece.size);
+    return !Interrupted();
+  });
+  for (auto const& order : _orders)
+    if (order) order->Sort();
+}
+
+std::unique_ptr<Output> ExtractVerb::Open(avi::AviFile const& avi, Targets const& targets,
+                                          Target const& target) const {
+  avi::AviTrack const& clock = avi.Tracks()[avi.ClockOf(target.tracks[0])];
+  std::vector<ContainerTrack> tracks;
+  for (std::size_t track : target.tracks)
+    tracks.push_back({targets.TrackName(track), &avi.Tracks()[track], _orders[track].get()});
+  switch (target.form) {
+    case Target::kWave:
+      return std::make_unique<WaveFile>(target.path, *tracks[0].track);
+    case Target::kSrt:
+      return std::make_unique<SrtFile>(target.path, clock);
+    case Target::kJsonLines:
+      return std::make_unique<JsonLinesFile>(target.path, clock);
+    case Target::kNumbered:
+      return std::make_unique<NumberedFiles>(target.path);
+    case Target::kContainer:
+      return LoadMedia().NewContainer(target.path, tracks);
+    default:
+      return std::make_unique<StreamFile>(target.path);
+  }
+}
+
+int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& faults) {
+  std::vector<std::string> warnings;
+  warnings.reserve(faults.size() + _outputs.size());
+  for (std::string const& fault : faults) warnings.push_back(_file + ": " + fault);
+  for (std::size_t i = 0; i < _outputs.size(); ++i) {
+    std::string const& path = targets.List()[i].path;
+    Report(path + ": " + _outputs[i]->Finish());
+    if (std::string const found = _outputs[i]->Findings(); !found.empty())
+      warnings.push_back(path + ": " + found);
+  }
+  for (std::string const& warning : warnings) Report("warning: " + warning);
+  return _findings || !warnings.empty() ? kFindings : kOk;
+}
+
+int ExtractVerb::Copy(avi::AviFile& avi, Targets const& targets, Progress& progress) {
+  std::vector<std::vector<std::pair<Output*, std::size_t>>> sinks(avi.Tracks().size());
+  std::vector<bool> wanted(avi.Tracks().size());
+  for (Target const& target : targets.List()) {
+    _outputs.push_back(Open(avi, targets, target));
+    for (std::size_t n = 0; n < target.tracks.size(); ++n) {
+      sinks[target.tracks[n]].emplace_back(_outputs.back().get(), n);
+      wanted[target.tracks[n]] = true;
+    }
+  }
+  avi::TrackReader reader(avi, wanted);
+  reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
+    for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
+    progress.At(_done += piece.size);
+    return !Interrupted();
+  });
+  if (Interrupted()) return kInterrupted;
+  progress.End();
+  return Finish(targets, reader.Faults());
+}
+
+// As an application gets it, from the demuxer.
+void ExtractVerb::WriteStreamData() {
+  LoadAviPlugin(_plugin);
+  auto const demuxer = NewDemuxer("CusAviDemuxer");
+  demuxer->Set("path", std::filesystem::absolute(_file).string());
+  unsigned size = 0;
+  if (!demuxer->StatusChange(stream::IStatus::kOpen) || !demuxer->Get("strdsize", size) ||
+      size == 0)
+    throw Error(kUnusable, _file + ": no strd chunk with data in front of the tracks' data");
+  std::vector<std::uint8_t> data(size);
+  unsigned char* buffer = data.data();
+  if (!demuxer->Get("strddata", buffer))
+    throw Error(kIo, _file + ": its strd chunk cannot be read");
+  Report(_streamData + ": " + WriteFile(_streamData, data.data(), size));
+}
+
+int ExtractVerb::Run() {
+  avi::AviFile avi(_file);
+  if (!_streamData.empty()) {
+    Targets(avi, _file).CheckPath(_streamData, _force);
+    WriteStreamData();
+    if (_wishes.empty() && _folder.empty()) return kOk;
+  }
+  if (_wishes.empty() && _folder.empty()) {
+    ListTracks(avi);
+    return kOk;
+  }
+  Targets targets(avi, _file);
+  if (_folder.empty())
+    targets.Ask(_wishes);
+  else
+    for (std::string const& left : targets.All(_folder)) {
+      Report("warning: " + left);
+      _findings = true;
+    }
+  targets.Check(_force);
+  CatchSignals();
+  for (std::string const& note : avi.Notes()) Report("note: " + _file + ": " + note);
+  if (!avi.Indexed()) {
+    bool const amiss = avi.HasIndex() || avi.CutOff() || avi.IndexBase() < 0;
+    Report((amiss ? "warning: " : "note: ") + _file +
+           ": the index is missing or does not name all; every chunk in movi is taken");
+    _findings = _findings || amiss;
+  }
+  Progress progress(_progress, "extract", Progress::kBytes, Work(avi, targets));
+  OrderFrames(avi, targets, progress);
+  return Interrupted() ? kInterrupted : Copy(avi, targets, progress);
+}
+
+}  // namespace kestro::tool

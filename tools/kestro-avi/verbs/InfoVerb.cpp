@@ -1,0 +1,152 @@
+#include "verbs/InfoVerb.h"
+
+#include <CLI/CLI.hpp>
+
+#include "avi/AviFile.h"
+#include "cli/Console.h"
+#include "cli/Documents.h"
+#include "cli/Errors.h"
+#include "cli/NewFile.h"
+#include "cli/Text.h"
+#include "plot/Plot.h"
+#include "verbs/Targets.h"
+#include "verbs/TrackText.h"
+
+namespace kestro::tool {
+
+void InfoVerb::AddTo(CLI::App& app) {
+  app.add_option("FILE", _files, "AVI files")->required()->type_name("");
+  app.add_flag("--json", _json, "Write JSON");
+  app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
+  auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and a map of FILE")
+                   ->type_name("OUT.svg");
+  app.add_flag("--force", _force, "Overwrite OUT.svg")->needs(plot);
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi info out.avi\n"
+      "  kestro-avi info --tree out.avi\n"
+      "  kestro-avi info --plot out.svg out.avi\n"
+      "  kestro-avi info --json *.avi | jq '.files[] | {file, duration_ms}'");
+}
+
+static char const* PlaceText(avi::AviFile::Index place) {
+  switch (place) {
+    case avi::AviFile::Index::kFirst:
+      return "first";
+    case avi::AviFile::Index::kLast:
+      return "last";
+    default:
+      return "none";
+  }
+}
+
+static Json TrackJson(avi::AviFile const& avi, std::size_t number) {
+  avi::AviTrack const& track = avi.Tracks()[number];
+  Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
+  if (!track.codec.empty()) json["codec"] = track.codec;
+  if (track.type == "video") {
+    json["width"] = track.width;
+    json["height"] = track.height;
+  }
+  if (HasFrameRate(track)) {
+    if (track.rate % track.scale == 0)
+      json["frame_rate"] = track.rate / track.scale;
+    else
+      json["frame_rate"] = static_cast<double>(track.rate) / track.scale;
+  }
+  if (track.type == "audio") {
+    json["rate"] = track.sampleRate;
+    json["channels"] = track.channels;
+    json["bits"] = track.bits;
+  }
+  json["chunks"] = track.chunks;
+  if (avi.HasIndex() && !avi.Indexed()) json["indexed_chunks"] = track.indexedChunks;
+  if (track.keysKnown) json["key_chunks"] = track.keyChunks;
+  json["bytes"] = track.bytes;
+  json["duration_ms"] = track.duration_ms;
+  return json;
+}
+
+static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree) {
+  Json json{{"file", path},
+            {"size", avi.Size()},
+            {"duration_ms", avi.Duration_ms()},
+            {"index", PlaceText(avi.IndexPlace())},
+            {"tracks", Json::array()}};
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
+  if (!tree) return json;
+  for (avi::Chunk const& chunk : avi.Tree()) {
+    Json node{{"depth", chunk.depth}, {"id", avi::CodeText(chunk.id)}};
+    if (chunk.type != 0) node["type"] = avi::CodeText(chunk.type);
+    node["offset"] = chunk.offset;
+    node["size"] = chunk.size;
+    json["tree"].push_back(node);
+  }
+  return json;
+}
+
+// Escape sequences: of what says where a chunk is, and of its name.
+static char const kFaint[] = "\033[2m";
+static char const* ColourOf(avi::Chunk const& chunk) {
+  using base::Convert4;
+  if (chunk.type == Convert4("movi")) return "\033[32m";
+  if (chunk.type != 0) return "\033[36m";
+  if (chunk.id == Convert4("idx1")) return "\033[33m";
+  return chunk.id == Convert4("JUNK") ? kFaint : "";
+}
+
+// The tree in lines, or its outermost chunks in one.
+static std::string TreeText(avi::AviFile const& avi, bool whole) {
+  std::string text = whole ? "" : "  layout:";
+  auto const coloured = [on = ColouredOutput()](std::string const& plain, char const* colour) {
+    return on && *colour != '\0' ? colour + plain + "\033[0m" : plain;
+  };
+  for (avi::Chunk const& chunk : avi.Tree()) {
+    std::string const name =
+        chunk.type != 0 ? (whole ? avi::CodeText(chunk.id) + " " : "") + avi::CodeText(chunk.type)
+                        : avi::CodeText(chunk.id);
+    if (!whole) {
+      if (chunk.depth == 1) text += " " + name;
+      if (chunk.depth == 0 && chunk.offset != 0) text += " |";
+      continue;
+    }
+    char line[96];
+    std::snprintf(line, sizeof line, "  %12lld %12lld  ", chunk.offset, chunk.size);
+    text += coloured(line, kFaint) + std::string(2 * static_cast<std::size_t>(chunk.depth), ' ') +
+            coloured(name, ColourOf(chunk)) + "\n";
+  }
+  return whole ? coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
+}
+
+static std::string FileText(std::string const& path, avi::AviFile const& avi, bool tree) {
+  std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
+                     Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace()) + "\n";
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi, i);
+  text += TreeText(avi, tree);
+  for (std::string const& note : avi.Notes()) text += "  note: " + note + "\n";
+  return text;
+}
+
+void InfoVerb::Draw(avi::AviFile& avi, std::string const& path) const {
+  std::string const picture = Plot(avi, path).Document();
+  auto const size = static_cast<unsigned>(picture.size());
+  Report(_plot + ": " + WriteFile(_plot, picture.data(), size));
+}
+
+int InfoVerb::Run() {
+  if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: one FILE is drawn");
+  return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
+    avi::AviFile avi(path);
+    if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
+    if (_json)
+      array.push_back(FileJson(path, avi, _tree));
+    else
+      WriteData(FileText(path, avi, _tree));
+    if (!_plot.empty()) Draw(avi, path);
+    if (!avi.CutOff()) return kOk;
+    Report(path + ": is incomplete");
+    return kFindings;
+  });
+}
+
+}  // namespace kestro::tool

@@ -1,0 +1,30 @@
+// kestro-avi info: what AVI files hold.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::avi {
+class AviFile;
+}
+
+namespace kestro::tool {
+
+class InfoVerb {
+ public:
+  void AddTo(CLI::App& app);
+  int Run();
+
+ private:
+  void Draw(avi::AviFile& avi, std::string const& path) const;
+
+  std::vector<std::string> _files;
+  std::string _plot;
+  bool _json = false, _tree = false, _force = false;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,41 @@
+// What people ask of the verb play.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/Progress.h"
+#include "stream/IDemuxer.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+class PlayOptions {
+ public:
+  using Mode = stream::IDemuxer::PlayMode;
+
+  void AddTo(CLI::App& app);  // the object outlives the app's use
+  // Turns the command line into what stands below. Throws Error.
+  void Check();
+
+  std::string file, plugin;
+  std::string modeName = "normal";
+  Mode mode = Mode::kNormal;
+  std::int64_t from_ms = -1, to_ms = -1;  // negative: not given
+  std::vector<std::int64_t> seeks_ms;
+  unsigned video = 0, every = 1;
+  bool json = false, realtime = false;
+  std::optional<std::int64_t> preload;  // bytes
+  ProgressOption progress;
+
+ private:
+  std::string _from, _to, _preload;
+  std::vector<std::string> _seeks;
+};
+
+}  // namespace kestro::tool

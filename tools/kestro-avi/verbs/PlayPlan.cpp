@@ -1,0 +1,108 @@
+#include "verbs/PlayPlan.h"
+
+#include <algorithm>
+
+#include "cli/Console.h"
+#include "cli/Errors.h"
+#include "cli/Text.h"
+
+namespace kestro::tool {
+
+using Mode = PlayOptions::Mode;
+
+// The demuxer takes the index as it is.
+void PlayPlan::CheckIndex(PlayOptions const& options, avi::AviFile const& avi) {
+  auto const refuse = [&options](std::string const& why) {
+    throw Error(kUnusable, options.file + ": " + why);
+  };
+  std::string const at = " at offset " + std::to_string(avi.IndexChunk().offset);
+  if (avi.IndexPlace() == avi::AviFile::Index::kNone) {
+    base::int64 end = avi.Size();
+    for (avi::Chunk const& chunk : avi.Tree())
+      if (avi::CodeText(chunk.type) == "movi") end = std::min(end, chunk.end);
+    refuse(
+        "no index (idx1) at offset " + std::to_string(end) + ", behind the data: " +
+        (avi.CutOff() ? "the recording was cut off before it was closed" : "its writer made none"));
+  }
+  if (avi.IndexBase() > 0)
+    refuse("the offsets in the index" + at + " count from the movi list at offset " +
+           std::to_string(avi.IndexBase() - 8) +
+           ", as other writers do it, and the demuxer counts from the beginning of the file; "
+           "\"extract\" can read it");
+  if (avi.IndexBase() < 0)
+    refuse(
+        "the index" + at +
+        (avi.IndexChunk().size < 16 ? " is empty" : ": its first entry does not lead to a chunk"));
+}
+
+static std::string WhyNot(avi::AviTrack const& track) {
+  if (track.type == "text") return "the demuxer plays no text (\"extract\" reads it)";
+  if (track.codec == "mjpeg") return "the demuxer plays no motion JPEG (\"extract\" reads it)";
+  return track.codec == "aac" ? "the demuxer plays no AAC" : "the demuxer does not know it";
+}
+
+std::string PlayPlan::Name(std::size_t track) const {
+  avi::AviTrack const& info = _avi.Tracks()[track];
+  return "track " + std::to_string(track) + " (" + info.type + ", handler \"" + info.handler +
+         "\")";
+}
+
+PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player)
+    : _options(options), _avi(avi) {
+  std::vector<std::size_t> const videos = player.Videos();
+  _tracks = player.Published();
+  NoteTheRest(videos);
+  for (auto const& [track, taken] : player.TakenFor())
+    if (taken != track)
+      throw Error(kUnusable, options.file + ": " + Name(taken) +
+                                 " is unknown to the demuxer, which would take its packets for "
+                                 "those of the tracks behind it");
+  if (_tracks.empty() && videos.empty())
+    throw Error(kUnusable, options.file + ": no track that the demuxer knows");
+  if (options.video >= std::max<std::size_t>(videos.size(), 1)) {
+    std::string others;
+    for (std::string const& note : _notes)
+      if (note.find("(video, ") != note.npos) others += "; " + note;
+    throw Error(kUsage, "--video: " + options.file + " has " +
+                            Quantity(videos.size(), "video track") + " that can be played" +
+                            others);
+  }
+  ChooseLeader();
+  if (options.mode != Mode::kNormal && !_leads)
+    throw Error(kUsage, "--mode " + options.modeName + ": " + options.file + " has no such track");
+}
+
+void PlayPlan::NoteTheRest(std::vector<std::size_t> const& videos) {
+  auto const has = [](std::vector<std::size_t> const& list, std::size_t track) {
+    return std::find(list.begin(), list.end(), track) != list.end();
+  };
+  for (std::size_t i = 0; i < _avi.Tracks().size(); ++i)
+    if (!has(_tracks, i) && !has(videos, i)) {
+      _notes.push_back(Name(i) + " is left out: " + WhyNot(_avi.Tracks()[i]));
+      Report("note: " + _options.file + ": " + _notes.back());
+    }
+}
+
+void PlayPlan::ChooseLeader() {
+  for (std::size_t i = 0; i < _tracks.size() && !_leads; ++i) {
+    avi::AviTrack const& track = _avi.Tracks()[_tracks[i]];
+    if ((track.type == "video") == (_options.mode == Mode::kAudio)) continue;
+    _leads = true;
+    _leader = i;
+    _length_ms = track.duration_ms;
+  }
+}
+
+bool PlayPlan::Plays(std::size_t track) const {
+  return std::find(_tracks.begin(), _tracks.end(), track) != _tracks.end();
+}
+
+std::int64_t PlayPlan::Expected_ms() const {
+  if (!_options.seeks_ms.empty()) return 0;
+  bool const back = _options.mode == Mode::kBack;
+  std::int64_t const from = _options.from_ms >= 0 ? _options.from_ms : back ? _length_ms : 0;
+  std::int64_t const to = _options.to_ms >= 0 ? _options.to_ms : back ? 0 : _length_ms;
+  return std::max<std::int64_t>(0, back ? from - to : std::min(to, _length_ms) - from);
+}
+
+}  // namespace kestro::tool

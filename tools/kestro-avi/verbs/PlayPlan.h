@@ -1,0 +1,43 @@
+// Which tracks of a file are played, as the demuxer says.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "avi/AviFile.h"
+#include "verbs/PlayOptions.h"
+#include "verbs/Player.h"
+
+namespace kestro::tool {
+
+class PlayPlan {
+ public:
+  // Throws Error for an index that the demuxer cannot use.
+  static void CheckIndex(PlayOptions const& options, avi::AviFile const& avi);
+
+  // Asks the demuxer, which has opened the file, and reports what is left out. Throws Error where
+  // what is asked cannot be played.
+  PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player);
+
+  std::size_t Track(std::size_t output) const { return _tracks[output]; }  // its number in the file
+  bool Plays(std::size_t track) const;
+  std::size_t Leader() const { return _leader; }         // the output whose times count
+  std::int64_t Length_ms() const { return _length_ms; }  // of the leader
+  // How much of its time is played; 0 where seeks make that unknown.
+  std::int64_t Expected_ms() const;
+
+ private:
+  std::string Name(std::size_t track) const;
+  void NoteTheRest(std::vector<std::size_t> const& videos);
+  void ChooseLeader();
+
+  PlayOptions const& _options;
+  avi::AviFile const& _avi;
+  std::vector<std::size_t> _tracks;
+  std::size_t _leader = 0;
+  std::int64_t _length_ms = 0;
+  bool _leads = false;
+  std::vector<std::string> _notes;  // what is left out
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,47 @@
+// kestro-avi play: what the demuxer delivers.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "avi/AviFile.h"
+#include "verbs/PlayOptions.h"
+#include "verbs/PlayPlan.h"
+#include "verbs/Player.h"
+
+namespace kestro::tool {
+
+using base::int64;
+
+class PlayVerb {
+ public:
+  void AddTo(CLI::App& app) { _options.AddTo(app); }
+  int Run();
+
+ private:
+  void CheckKeys(avi::AviFile& avi);
+  void Position(Player& player);
+  Player::Event Next(Player& player, Delivered& packet);
+  Player::Event Go(Player& player, int64 ms);
+  int List(Player& player, avi::AviFile& avi);
+  bool Beyond(Delivered const& packet) const;
+  bool NextSeek();
+  void Pace(Delivered const& packet);
+  void Print(Delivered const& packet) const;
+  std::string Fault(avi::AviFile& avi, Delivered const& packet) const;
+  void Warn(std::string const& what);
+
+  PlayOptions _options;
+  std::optional<PlayPlan> _plan;
+  std::optional<int64> _goTo_ms;  // before the next packet
+  std::size_t _seeksDone = 0;
+  int _code = 0;  // what is returned so far
+
+  bool _paced = false;  // the two below are set
+  int64 _origin_ms = 0;
+  std::chrono::steady_clock::time_point _begin;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,203 @@
+#include "verbs/RecordOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "cli/Errors.h"
+#include "cli/Suggest.h"
+#include "cli/Text.h"
+#include "media/FrameRate.h"
+
+namespace kestro::tool {
+
+static constexpr unsigned kMaxJunk = 64 << 20;
+static constexpr unsigned kMaxCacheBlocks = 2000;  // not quite 1 GiB
+
+static constexpr char kHelp[] =
+    "Examples:\n"
+    "  kestro-avi record -o out.avi movie.mp4\n"
+    "  kestro-avi record -o out.avi --fps 25 camera.h264 microphone.wav titles.srt\n"
+    "  kestro-avi record -o cam-%05d.avi --segment-time 10:00 --sync in-place "
+    "rtsp://camera/stream\n"
+    "  kestro-avi record -o out.avi --sync image --reserve-time 4:00:00 v4l2:/dev/video0\n\n"
+    "Times are seconds or [h:]m:s, sizes are bytes or have K, M or G behind them. Video is H.264,\n"
+    "HEVC or motion JPEG, also a numbered series of JPEG files, and is recorded as it is. Sound "
+    "is\n"
+    "recorded as 16-bit PCM. The whole part of the frame rate is stored: 30000/1001 becomes 29.\n\n"
+    "Text is SRT, WebVTT, ASS, a container's text subtitles, or a file .jsonl with a line\n"
+    "{\"pts_ms\": 1500, \"text\": \"hello\"} for each. It is recorded without styles and without "
+    "times:\n"
+    "each text lies directly in front of the frame of the first video track that is nearest to "
+    "its\n"
+    "time, and readers take that frame's time for its own.\n\n"
+    "Tracks have the order of the inputs; those of motion JPEG and text come last.\n\n"
+    "A new file begins at the first key frame that would otherwise carry the file beyond its size\n"
+    "or its time. OUT.avi is followed by OUT-00002.avi, cam-%05d.avi is cam-00001.avi and so on;\n"
+    "numbers that exist are left out. Nothing is lost between the files.\n\n"
+    "With --sync, what is recorded stays playable when the recording is cut off: in-place keeps "
+    "the\n"
+    "index up to date in front of the data; image writes it there at once with the headers, after\n"
+    "at least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is complete.\n"
+    "In-place and image write the index after the data, too, when a file is closed: most players\n"
+    "look only there.\n\n"
+    "With --realtime a queue of 10 s and 64 MiB keeps stalls of the medium from the inputs. A "
+    "block\n"
+    "of the cache is 512 KiB: to bridge a stall takes bytes per second * seconds / 512 KiB + 1.";
+
+void RecordOptions::AddTo(CLI::App& app) {
+  app.add_option("INPUT", addresses, "Files or addresses: their video, sound and text")
+      ->required()
+      ->type_name("");
+  app.add_option("-o,--output", recorder.path, "The AVI file to write")
+      ->required()
+      ->type_name("OUT.avi");
+  AddTracks(app);
+  AddFiles(app);
+  AddSyncs(app);
+  AddTags(app);
+  AddSettings(app);
+  progress.AddTo(app);
+  app.footer(kHelp);
+}
+
+void RecordOptions::AddTracks(CLI::App& app) {
+  app.add_option("--fps", _rate, "Frame rate of the video, overrides the input's")
+      ->type_name("N[/D]");
+  app.add_flag("--no-audio", _noAudio, "Leave out the sound");
+  app.add_flag("--no-video", _noVideo, "Leave out the video");
+  app.add_flag("--no-text", _noText, "Leave out the text");
+  app.add_option("--start", _start, "Begin with the key frame at or before this time")
+      ->type_name("T");
+  app.add_option("--duration", _duration, "Record this much")->type_name("T");
+  auto* pace = app.add_flag("--realtime", realtime, "Pace by the packets' times");
+  app.add_flag("--drop", recorder.queue.drop,
+               "Leave out groups of pictures rather than wait while OUT stalls")
+      ->needs(pace);
+}
+
+void RecordOptions::AddFiles(CLI::App& app) {
+  app.add_flag("--force", recorder.overwrite, "Overwrite OUT");
+  app.add_option("--segment-size", _segmentSize, "Begin a new file before this size [2G]")
+      ->type_name("BYTES");
+  app.add_option("--segment-time", _segmentTime, "Begin a new file after this time")
+      ->type_name("T");
+}
+
+void RecordOptions::AddSyncs(CLI::App& app) {
+  app.add_option("--sync", _sync, "Keep the file playable while it is recorded")
+      ->type_name("MODE")
+      ->check(OneOf({"in-place", "image", "callback", "off"}));
+  app.add_option("--sync-interval", _interval, "From sync to sync [3]")->type_name("T");
+  app.add_option("--reserve-time", _reserveTime, "Reserve an index for files this long [1:00:00]")
+      ->type_name("T");
+  app.add_option("--reserve", _reserve, "The size of that reserve instead")->type_name("BYTES");
+  app.add_flag("--front-index-only", _frontOnly, "Keep the index before the data alone");
+}
+
+void RecordOptions::AddTags(CLI::App& app) {
+  auto& tags = recorder.tags;
+  app.add_option("--strd", _strdFile, "Content of the first H.264 or HEVC track's strd chunk")
+      ->type_name("FILE");
+  app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
+      ->type_name("TEXT");
+  app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
+  app.add_option("--junk", tags.junk, "Bytes of JUNK ahead of the data")
+      ->type_name("BYTES")
+      ->check(CLI::Range(0u, kMaxJunk));
+}
+
+void RecordOptions::AddSettings(CLI::App& app) {
+  auto* spill = app.add_option("--index-spill", _spillSeconds,
+                               "Keep this much index in memory, the rest in a temporary file")
+                    ->type_name("SECONDS")
+                    ->check(CLI::Range(0, 1 << 24));
+  app.add_option("--spill-dir", recorder.spillFolder, "Where that file lies")
+      ->type_name("DIR")
+      ->needs(spill);
+  app.add_option("--cache", recorder.cacheBlocks, "Blocks that may wait for the medium [3]")
+      ->type_name("BLOCKS")
+      ->check(CLI::Range(1u, kMaxCacheBlocks));
+  app.add_option("--set", _settings, "Set a property of the muxer; the verb plugin lists them")
+      ->type_name("NAME=VALUE")
+      ->take_all()
+      ->expected(1)
+      ->allow_extra_args(false);
+  app.add_option("--plugin", plugin, "The plug-in, or its folder")->type_name("PATH");
+}
+
+static std::vector<char> ReadFile(std::string const& path) {
+  constexpr std::size_t kMost = 16 << 20;  // the head of a file is rewritten whole at its end
+  std::error_code none;
+  std::ifstream file(path, std::ios::binary);
+  if (!file || std::filesystem::is_directory(path, none))
+    throw Error(kIo, path + ": " + std::strerror(file ? EISDIR : errno));
+  std::vector<char> data(kMost + 1);
+  file.read(data.data(), static_cast<std::streamsize>(data.size()));
+  if (file.bad()) throw Error(kIo, path + ": cannot be read");
+  data.resize(static_cast<std::size_t>(file.gcount()));
+  if (data.size() > kMost) throw Error(kUsage, path + ": too large for a strd chunk");
+  return data;
+}
+
+void RecordOptions::Check() {
+  if (!_rate.empty()) input.rate = ParseRate(_rate);
+  input.video = !_noVideo;
+  input.audio = !_noAudio;
+  input.text = !_noText;
+  if (!_start.empty()) timeline.start_ns = ParseTime_ns("--start", _start);
+  if (!_duration.empty()) timeline.duration_ns = ParseTime_ns("--duration", _duration);
+  if (timeline.duration_ns == 0) throw Error(kUsage, "--duration: nothing would be recorded");
+  auto& segments = recorder.segments;
+  recorder.keep = addresses;
+  recorder.queue.enabled = realtime;
+  if (!_strdFile.empty()) recorder.tags.strd = ReadFile(_strdFile);
+  if (!_segmentSize.empty()) segments.size = ParseSize("--segment-size", _segmentSize);
+  if (!_segmentTime.empty()) segments.time_ns = ParseTime_ns("--segment-time", _segmentTime);
+  if (segments.size == 0 || segments.time_ns == 0)
+    throw Error(kUsage, "--segment-size, --segment-time: must be more than 0");
+  if (_spillSeconds >= 0) recorder.spillSeconds = _spillSeconds;
+  CheckSync();
+  for (std::string const& setting : _settings) {
+    std::size_t const sign = setting.find('=');
+    if (sign == 0 || sign == std::string::npos)
+      throw Error(kUsage, "--set: \"" + setting + "\" is not name=value");
+    recorder.properties.emplace_back(setting.substr(0, sign), setting.substr(sign + 1));
+  }
+}
+
+void RecordOptions::CheckSync() {
+  using record::SyncOptions;
+  SyncOptions& sync = recorder.sync;
+  if (_sync == "in-place") sync.mode = SyncOptions::kInPlace;
+  if (_sync == "image") sync.mode = SyncOptions::kImage;
+  if (_sync == "callback") sync.mode = SyncOptions::kCallback;
+  bool const syncs = sync.mode != SyncOptions::kOff;
+  bool const reserves = syncs && sync.mode != SyncOptions::kCallback;
+  if (!syncs && !_interval.empty()) throw Error(kUsage, "--sync-interval: needs --sync");
+  if (!reserves && !(_reserve.empty() && _reserveTime.empty()))
+    throw Error(kUsage, "--reserve, --reserve-time: need --sync in-place or image");
+  if (!reserves && _frontOnly)
+    throw Error(kUsage, "--front-index-only: needs --sync in-place or image");
+  sync.ordinary = !_frontOnly;
+  if (syncs && recorder.spillSeconds)
+    throw Error(kUsage, "--index-spill: does not go with --sync, which keeps the index in memory");
+
+  if (!_interval.empty()) sync.interval_ns = ParseTime_ns("--sync-interval", _interval);
+  if (sync.interval_ns < 1000000 || sync.interval_ns / 1000000 > UINT32_MAX)
+    throw Error(kUsage, "--sync-interval: is from 1 ms to 49 days");
+  // The longest that a file can be, as far as that was said; it ends with a group of pictures.
+  if (timeline.duration_ns > 0) sync.reserve_ns = timeline.duration_ns;
+  std::int64_t const file_ns = recorder.segments.time_ns;
+  if (file_ns > 0)
+    sync.reserve_ns = std::min(sync.reserve_ns, file_ns + file_ns / 10 + 10000000000);
+  if (!_reserveTime.empty()) sync.reserve_ns = ParseTime_ns("--reserve-time", _reserveTime);
+  if (!_reserve.empty()) sync.reserveBytes = ParseSize("--reserve", _reserve);
+  if (sync.reserve_ns == 0 || (!_reserve.empty() && sync.reserveBytes == 0))
+    throw Error(kUsage, "--reserve, --reserve-time: must be more than 0");
+}
+
+}  // namespace kestro::tool

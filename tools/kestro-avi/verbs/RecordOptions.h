@@ -1,0 +1,46 @@
+// What people ask of the verb record.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/Progress.h"
+#include "media/Session.h"
+#include "recorder/RecorderOptions.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+class RecordOptions {
+ public:
+  void AddTo(CLI::App& app);  // the object outlives the app's use
+  // Turns the command line into what stands below. Throws Error.
+  void Check();
+
+  std::vector<std::string> addresses;
+  std::string plugin;
+  bool realtime = false;
+  InputOptions input;
+  Timeline timeline;
+  record::RecorderOptions recorder;
+  ProgressOption progress;
+
+ private:
+  void AddTracks(CLI::App& app);
+  void AddTags(CLI::App& app);
+  void AddFiles(CLI::App& app);
+  void AddSyncs(CLI::App& app);
+  void AddSettings(CLI::App& app);
+  void CheckSync();
+
+  std::vector<std::string> _settings;
+  std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
+  std::string _sync = "off", _interval, _reserve, _reserveTime;
+  bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;
+  int _spillSeconds = -1;
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,31 @@
+// kestro-avi record: real video and audio into AVI files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "media/Session.h"
+#include "recorder/Recorder.h"
+#include "verbs/RecordOptions.h"
+
+namespace kestro::tool {
+
+class RecordVerb {
+ public:
+  void AddTo(CLI::App& app) { _options.AddTo(app); }
+  int Run();  // an ExitCode; throws Error
+
+ private:
+  void CheckProperties() const;
+  void Heed(record::Event const& event);
+  void Announce(Session const& session, record::Recorder const& recorder) const;
+  Progress Watch(Session const& session) const;
+  bool Record(Session& session, record::Recorder& recorder, Progress& progress) const;
+  int Finish(Session const& session, record::Recorder& recorder, Progress& progress,
+             bool complete) const;
+
+  RecordOptions _options;
+  std::vector<std::string> _warnings, _errors;  // of the recorder, which calls Heed
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,161 @@
+#include "verbs/RepairVerb.h"
+
+#include <CLI/CLI.hpp>
+
+#include "cli/Console.h"
+#include "cli/Documents.h"
+#include "cli/Errors.h"
+#include "cli/Interrupt.h"
+#include "cli/Plugin.h"
+#include "cli/Suggest.h"
+#include "cli/Text.h"
+#include "media/FrameRate.h"
+
+namespace kestro::tool {
+
+using Source = RepairReport::Source;
+
+void RepairVerb::AddTo(CLI::App& app) {
+  app.add_option("IN", _job.input, "A recording, which is only read")->required()->type_name("");
+  app.add_option("-o,--output", _job.output, "The AVI file to write")
+      ->required()
+      ->type_name("OUT.avi");
+  app.add_option("--image", _job.image,
+                 "The side file of headers and index; that of IN is found by itself")
+      ->type_name("FILE");
+  app.add_option("--fps", _rate, "Frame rate of the video, overrides that of IN")
+      ->type_name("N[/D]");
+  app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
+      ->type_name("PLACE")
+      ->check(OneOf({"last"}));
+  app.add_flag("--json", _json, "Write the report as JSON");
+  app.add_flag("--force", _job.force, "Overwrite OUT");
+  _progress.AddTo(app);
+  app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
+  app.footer(
+      "Examples:\n"
+      "  kestro-avi repair cut.avi -o whole.avi\n"
+      "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
+      "  kestro-avi repair --fps 30 camera.avi -o whole.avi\n"
+      "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n\n"
+      "Packets are taken as they are, in the order of IN: first those that the side file or the\n"
+      "index of IN names, then those that stand in the data itself, also behind damaged parts. A\n"
+      "packet that is cut or whose beginning is gone is dropped. Key frames are told by the coded\n"
+      "data. OUT is an ordinary recording with the index behind the data, which also makes an\n"
+      "undamaged file with its index in front one that every player seeks in. As \"record\" does,\n"
+      "it stores the whole part of the frame rate and puts motion JPEG and text last.\n\n"
+      "Exit codes: 0 OUT holds all that is in IN, 1 something of it was lost or left out, 3 "
+      "cannot\n"
+      "be read or written, 4 beyond use (no stream headers, no whole packet, the side file of\n"
+      "another recording).");
+}
+
+static std::string Packets(Counted const& count) {
+  return Quantity(count.packets, "packet") + ", " + std::to_string(count.bytes) + " bytes";
+}
+
+static char const* Name(Source source) {
+  return source == Source::kImage ? "image" : source == Source::kIndex ? "index" : "none";
+}
+
+std::string RepairVerb::Text(RepairReport const& report) const {
+  SalvageCounts const& counts = report.counts;
+  std::string text =
+      _job.input + ": kept " + Packets(report.kept) + "; lost " + Packets(report.lost) + "\n";
+  for (std::size_t i = 0; i < report.tracks.size(); ++i) {
+    text += "  track " + std::to_string(i) + ": " + report.tracks[i].Kind() + ": kept " +
+            Packets(counts.kept[i]);
+    if (counts.lost[i].packets != 0) text += "; lost " + Packets(counts.lost[i]);
+    int const number = report.numbers[i];
+    if (number < 0) text += " (cannot be recorded)";
+    if (number >= 0 && static_cast<std::size_t>(number) != i)
+      text += " (track " + std::to_string(number) + " of OUT)";
+    text += "\n";
+  }
+  text += "  found by the " +
+          (report.source == Source::kImage ? "index of " + report.image : std::string("index")) +
+          ": " + Quantity(counts.indexed, "packet") +
+          "; in the data: " + std::to_string(counts.found) + "\n";
+  auto const line = [&text](base::uint64 count, char const* what) {
+    if (count != 0) text += "  " + std::to_string(count) + " " + what + "\n";
+  };
+  line(counts.unknown.packets, "packets of tracks without a stream header");
+  line(counts.misled, "index entries lead to no packet");
+  line(counts.corrected, "key frame marks of the index were wrong");
+  line(counts.skipped.bytes, "bytes are no packet:");
+  for (Hole const& hole : counts.holes)
+    text += "    " + std::to_string(hole.size) + " at offset " + std::to_string(hole.offset) + "\n";
+  if (counts.skipped.packets > counts.holes.size())
+    text += "    and " + std::to_string(counts.skipped.packets - counts.holes.size()) + " more\n";
+  for (Loss const& loss : counts.losses)
+    text += "  lost: " + avi::CodeText(loss.id) + " at offset " + std::to_string(loss.offset) +
+            ", " + std::to_string(loss.bytes) + " bytes\n";
+  return text;
+}
+
+static Json CountJson(Counted const& count) {
+  return {{"packets", count.packets}, {"bytes", count.bytes}};
+}
+
+std::string RepairVerb::Document(RepairReport const& report) const {
+  SalvageCounts const& counts = report.counts;
+  Json json{{"schema", 1},
+            {"input", _job.input},
+            {"output", _job.output},
+            {"size", report.size},
+            {"complete", report.Complete()},
+            {"source", Name(report.source)},
+            {"image", report.image},
+            {"head_of_image", report.headOfImage},
+            {"head_of_copy", report.headOfCopy},
+            {"kept", CountJson(report.kept)},
+            {"lost", CountJson(report.lost)},
+            {"tracks", Json::array()},
+            {"losses", Json::array()},
+            {"indexed", counts.indexed},
+            {"found", counts.found},
+            {"unknown", CountJson(counts.unknown)},
+            {"entries_astray", counts.misled},
+            {"keys_corrected", counts.corrected},
+            {"skipped_bytes", counts.skipped.bytes},
+            {"skipped_parts", counts.skipped.packets},
+            {"skipped", Json::array()}};
+  for (std::size_t i = 0; i < report.tracks.size(); ++i)
+    json["tracks"].push_back({{"number", i},
+                              {"type", report.tracks[i].type},
+                              {"codec", report.tracks[i].codec},
+                              {"recorded", report.numbers[i] >= 0},
+                              {"output_number", report.numbers[i]},
+                              {"kept", CountJson(counts.kept[i])},
+                              {"lost", CountJson(counts.lost[i])}});
+  for (Loss const& loss : counts.losses)
+    json["losses"].push_back(
+        {{"chunk", avi::CodeText(loss.id)}, {"offset", loss.offset}, {"bytes", loss.bytes}});
+  for (Hole const& hole : counts.holes)
+    json["skipped"].push_back({{"offset", hole.offset}, {"size", hole.size}});
+  return DocumentText(json);
+}
+
+RepairReport RepairVerb::WatchedRepair() const {
+  RepairJob job = _job;
+  Progress progress(_progress, "repair", Progress::kBytes, Progress::SizeOf(job.input));
+  job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
+  RepairReport report = Repair(job);
+  if (!report.interrupted) progress.End();
+  return report;
+}
+
+int RepairVerb::Run() {
+  if (!_rate.empty()) _job.rate = ParseRate(_rate);
+  LoadAviPlugin(_plugin);
+  CatchSignals();
+  RepairReport const report = WatchedRepair();
+  for (std::string const& note : report.notes) Report("note: " + note);
+  for (std::string const& warning : report.warnings) Report("warning: " + warning);
+  if (report.interrupted) return kInterrupted;
+  WriteData(_json ? Document(report) : Text(report));
+  Report(_job.output + ": " + Packets(report.kept) + ", " + ByteCount(report.size));
+  return report.Complete() && report.warnings.empty() ? kOk : kFindings;
+}
+
+}  // namespace kestro::tool
