@@ -122,7 +122,7 @@ void Mix::PlanRound(Sizes sizes, std::vector<Plan>& plan) {
 
 Mix::Unit Mix::MakeUnit(Plan const& plan, unsigned char* data) const {
   if (plan.video) WriteHead(data, plan.key);
-  auto packet = Ref<Packet>::Take(Packet::Wrap(data, plan.size));
+  auto packet = Packet::Wrap(data, plan.size);
   if (plan.key) packet->Flags(Packet::kKey);
   packet->Media(plan.video ? _video.get() : _sound.get());
   constexpr base::int64 kSecond = 1000000000;

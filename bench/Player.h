@@ -13,9 +13,7 @@ namespace kestro::bench {
 class Player {
  public:
   explicit Player(char const* alias = "avi-demuxer") {
-    base::AttrSet attrs;
-    attrs.Add("Register", alias);
-    _demuxer.reset(base::IClass::New<stream::IDemuxer>(attrs));
+    _demuxer = base::Make<stream::IDemuxer>(alias);
     Require(_demuxer != nullptr, "the plug-in has no such demuxer");
     _demuxer->AddOutput("h264");
     _demuxer->AddOutput("pcm");

@@ -21,9 +21,7 @@ bool NullIO::Truncate(base::int64 size) {
 
 Recorder::Recorder(Mix const& mix, char const* muxer, std::nullptr_t) : _mix(mix) {
   mix.Units();
-  base::AttrSet attrs;
-  attrs.Add("Register", muxer);
-  _muxer.reset(base::IClass::New<stream::IMuxer>(attrs));
+  _muxer = base::Make<stream::IMuxer>(muxer);
   Require(_muxer != nullptr, "the plug-in has no such muxer");
   Require(_muxer->Set("constFrameRate", base::Fraction(Mix::kFps, 1)), "no frame rate");
   _video = _muxer->AddInput();
@@ -40,9 +38,7 @@ Recorder::Recorder(Mix const& mix, char const* path) : Recorder(mix, "avi-muxer"
 }
 
 void Recorder::Queue() {
-  base::AttrSet attrs;
-  attrs.Add("Register", "packet-queue");
-  _queue.reset(base::IClass::New<stream::PacketQueue>(attrs));
+  _queue = base::Make<stream::PacketQueue>("packet-queue");
   Require(_queue != nullptr, "the host has no queue");
   for (stream::IPort** port : {&_video, &_sound}) {
     auto const track = _queue->AddTrack();

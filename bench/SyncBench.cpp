@@ -24,8 +24,7 @@ enum Way { kPlain, kInPlace, kImage, kCallback };
 void TakeImage(unsigned, unsigned, unsigned char const*, unsigned, unsigned) {}
 
 std::unique_ptr<base::Object> TagSet(Way way) {
-  std::unique_ptr<base::object> made(base::Object::New("AviVideoTags"));
-  std::unique_ptr<base::Object> tags(dynamic_cast<base::Object*>(made.release()));
+  auto tags = base::Make<base::Object>("AviVideoTags");
   Require(tags != nullptr, "the plug-in has no tag set");
   Require(tags->Set("idx1_first", static_cast<unsigned char>(way == kImage)), "idx1_first");
   return tags;

@@ -1,4 +1,4 @@
-# Debian packages by `cpack -G DEB`: libkestro2, libkestro-dev and kestro-avi.
+# Debian packages by `cpack -G DEB`: libkestroN, libkestro-dev and kestro-avi.
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()

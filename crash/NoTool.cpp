@@ -1,5 +1,5 @@
 // In builds without the tool: sizes that suit the power cuts which leave no garbage.
-#include "base/Object.h"
+#include "base/IClass.h"
 #include "crash/Tool.h"
 
 namespace kestro::crash {
@@ -10,8 +10,7 @@ unsigned char junk[28];  // so that the index entries begin at a multiple of 16,
 
 Setup Configure(base::Object& muxer, Scenario const& scenario) {
   Mode const mode = scenario.mode;
-  std::shared_ptr<base::Object> const tags(
-      dynamic_cast<base::Object*>(base::Object::New("AviVideoTags")));
+  std::shared_ptr<base::Object> const tags = base::Make<base::Object>("AviVideoTags");
   using Size = unsigned long long;
   Size const header = mode == Mode::kImage ? 1012 : 4096, entries = Size{16} * scenario.room;
   tags->Set("junkbuf", static_cast<unsigned char*>(junk));

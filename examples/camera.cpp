@@ -37,8 +37,7 @@ class Camera {
     std::size_t const next = _data.find(kDelimiter, _at + 1);
     std::string const unit = _data.substr(_at, next == _data.npos ? next : next - _at);
     _at = next;
-    auto packet =
-        Ref<stream::Packet>::Take(stream::Packet::New(static_cast<int>(unit.size()), unit.data()));
+    auto packet = stream::Packet::New(static_cast<int>(unit.size()), unit.data());
     packet->Media(_media.get());
     packet->Pts(_frames++ * 1000000000 * _rate.den / _rate.num);
     if (unit.find(kKey) != unit.npos) packet->Flags(stream::Packet::kKey);
@@ -58,11 +57,8 @@ class Camera {
 class Recorder {
  public:
   Recorder(stream::IMedia& media, base::Fraction rate, unsigned seconds) {
-    base::AttrSet muxer, queue;
-    muxer.Add("Register", "avi-muxer-vfi");
-    queue.Add("Register", "packet-queue");
-    _muxer.reset(base::IClass::New<stream::IMuxer>(muxer));
-    _queue.reset(base::IClass::New<stream::PacketQueue>(queue));
+    _muxer = base::Make<stream::IMuxer>("avi-muxer-vfi");
+    _queue = base::Make<stream::PacketQueue>("packet-queue");
     if (!_muxer || !_queue) return;
     // Room in front of the data for the index of a file: 16 bytes a frame, and half as much again
     // for files that end late, at a key frame. The headers take less than 4 KiB.

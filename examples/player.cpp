@@ -72,9 +72,7 @@ int main(int argc, char** argv) {
     return Fail("takes PLUGIN IN.avi, and commands: step N, seek MS, mode NAME");
   std::string error;
   if (!base::LoadPlugin(argv[1], &error)) return Fail(error);
-  base::AttrSet attrs;
-  attrs.Add("Register", "avi-demuxer");
-  std::unique_ptr<stream::IDemuxer> const demuxer(base::IClass::New<stream::IDemuxer>(attrs));
+  auto const demuxer = base::Make<stream::IDemuxer>("avi-demuxer");
   if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
 
   // The track that is found for an output is published there.

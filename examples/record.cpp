@@ -29,9 +29,7 @@ int main(int argc, char** argv) {
 
   std::string error;
   if (!base::LoadPlugin(argv[1], &error)) return Fail(error);
-  base::AttrSet attrs;
-  attrs.Add("Register", "avi-muxer");
-  std::unique_ptr<stream::IMuxer> muxer(base::IClass::New<stream::IMuxer>(attrs));
+  auto const muxer = base::Make<stream::IMuxer>("avi-muxer");
   if (!muxer || !muxer->Set("path", argv[3]) || !muxer->Set("constFrameRate", rate))
     return Fail("no muxer");
 
@@ -48,7 +46,7 @@ int main(int argc, char** argv) {
   for (std::size_t at = data.find(delimiter), next; at != data.npos; at = next, ++frames) {
     next = data.find(delimiter, at + 1);
     std::string const unit = data.substr(at, next == data.npos ? next : next - at);
-    auto packet = Ref<stream::Packet>::Take(stream::Packet::New(unit.size(), unit.data()));
+    auto packet = stream::Packet::New(unit.size(), unit.data());
     packet->Media(media.get());
     packet->Pts(frames * 1000000000 * rate.den / rate.num);
     if (unit.find(key) != unit.npos) packet->Flags(stream::Packet::kKey);

@@ -54,10 +54,8 @@ int main(int argc, char** argv) {
   if (argc != 3) return Fail("takes PLUGIN IN.avi");
   std::string error;
   if (!base::LoadPlugin(argv[1], &error)) return Fail(error);
-  base::AttrSet attrs;
-  attrs.Add("Register", "avi-demuxer");
   Counter counter;
-  std::unique_ptr<stream::IDemuxer> demuxer(base::IClass::New<stream::IDemuxer>(attrs));
+  auto const demuxer = base::Make<stream::IDemuxer>("avi-demuxer");
   if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
 
   std::promise<bool> end;

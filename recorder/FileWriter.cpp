@@ -27,15 +27,14 @@ FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
                        Tracks const& tracks, Packets const& packets)
     : _options(options), _path(path), _packets(packets) {
   bool const syncs = options.sync.mode != SyncOptions::kOff;
-  base::AttrSet attrs;
-  attrs.Add("Register", syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
-  _muxer.reset(base::IClass::New<IMuxer>(attrs));
-  if (!_muxer || !_muxer->Configure(attrs))
+  _muxer = base::Make<IMuxer>(syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
+  if (!_muxer)
     throw Refusal(Code::kPlugin,
                   syncs ? "syncing: the plug-in is built without it" : "the plug-in has no muxer");
   _muxer->OnMessage(
-      [this](stream::IElement&, char const* type, char const* text, base::AttrSet const*) {
-        Note(type, text != nullptr ? text : type);
+      [this](stream::IElement&, char const* type, char const* text, base::AttrSet const* attrs) {
+        char const* const reason = attrs != nullptr ? attrs->Find("reason") : nullptr;
+        Note(type, text != nullptr ? text : type, reason != nullptr ? reason : "");
         return true;
       });
   for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -71,11 +70,14 @@ FileWriter::~FileWriter() {
 }
 
 // A fault that lasts is reported once; some name the file themselves.
-void FileWriter::Note(std::string const& type, std::string const& text) {
+void FileWriter::Note(std::string const& type, std::string const& text, std::string const& reason) {
   if (type != "error" && type != "warning") return;
   auto& list = type == "error" ? _errors : _warnings;
   std::string const whole = text.find(_path) == text.npos ? _path + ": " + text : text;
-  if (std::find(list.begin(), list.end(), whole) == list.end()) list.push_back(whole);
+  if (_index.at != 0 && reason == "index-full")
+    _index.full = whole;
+  else if (std::find(list.begin(), list.end(), whole) == list.end())
+    list.push_back(whole);
 }
 
 void FileWriter::Configure(Tracks const& tracks) {
@@ -124,15 +126,8 @@ void FileWriter::ConfigureSpill() {
   _muxer->Set("listfile", *_options.spillSeconds);
 }
 
-// An error under which the muxer goes on loses nothing: the reserve of the index is full.
-void FileWriter::ForgiveSince(std::size_t errors) {
-  for (; _errors.size() > errors; _errors.pop_back())
-    (_room != 0 && _entries > _room ? _index.full : _warnings.emplace_back()) = _errors.back();
-}
-
 bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
   if (!_open && !Open()) return false;
-  std::size_t const errors = _errors.size();
   std::int64_t const end_ns = packet.Pts() + packet.Duration();
   if (!_ports[track]->Push(packet)) return false;
   auto const size = static_cast<std::uint64_t>(packet.Size());
@@ -144,7 +139,6 @@ bool FileWriter::Push(std::size_t track, stream::Packet& packet) {
     _index.reach_ns = std::max(_index.reach_ns, end_ns);
   else if (size > 0 && _index.at != 0)
     _index.beyond.push_back(packet.IsKey() && _index.codecs[track] <= TrackInfo::kMjpeg);
-  ForgiveSince(errors);
   return true;
 }
 
@@ -157,9 +151,7 @@ std::uint64_t FileWriter::Size() {
 
 bool FileWriter::Close() {
   if (!std::exchange(_open, false)) return _errors.empty();
-  std::size_t const errors = _errors.size();
   bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
-  if (closed && _muxer->CheckIO()) ForgiveSince(errors);
   bool const complete = closed && _errors.empty();
   _index.entries = _entries - _index.beyond.size();
   if (_side && complete) _side->Remove();

@@ -45,12 +45,11 @@ class FileWriter {
   std::vector<std::string> const& Warnings() const { return _warnings; }
 
  private:
-  void Note(std::string const& type, std::string const& text);
+  void Note(std::string const& type, std::string const& text, std::string const& reason);
   bool Open();
   void Configure(Tracks const& tracks);
   void ConfigureSync(Tracks const& tracks);
   void ConfigureSpill();
-  void ForgiveSince(std::size_t errors);
 
   RecorderOptions const& _options;
   std::string const _path;

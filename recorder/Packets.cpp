@@ -85,10 +85,10 @@ Ref<stream::Packet> Packets::New(std::size_t track, Payload const& payload) cons
   if (release.of != nullptr && head == 0 && _held->load() < kMostHeld) {
     auto const owner = Ref<Foreign>::Take(new Foreign(payload, _held));
     release.of = nullptr;
-    made = Ref<stream::Packet>::Take(stream::Packet::Wrap(
-        const_cast<std::uint8_t*>(data), static_cast<int>(payload.size), owner.get()));
+    made = stream::Packet::Wrap(const_cast<std::uint8_t*>(data), static_cast<int>(payload.size),
+                                owner.get());
   } else {
-    made = Ref<stream::Packet>::Take(stream::Packet::New(static_cast<int>(head + payload.size)));
+    made = stream::Packet::New(static_cast<int>(head + payload.size));
     if (head != 0) WriteChunkHead(track, payload.size, made->Data());
     std::copy_n(data, payload.size, made->Data() + head);
   }

@@ -74,8 +74,7 @@ bool Segments::ReceivePacket(Packet& packet, void* context) {
                                   [context](State const& state) { return state.input == context; });
   bool good = false;
   try {
-    good =
-        Receive(static_cast<std::size_t>(track - _tracks.begin()), PacketRef::Take(packet.Share()));
+    good = Receive(static_cast<std::size_t>(track - _tracks.begin()), packet.Share());
   } catch (std::exception const& error) {
     _whole = false;
     _report({Event::kError, _file ? _file->Path() : "", error.what()});
@@ -210,7 +209,7 @@ Segments::PacketRef Segments::Cut(Held& held, std::int64_t time_ns) {
   auto const samples = std::llround(static_cast<double>(ahead_ns) * info.rate / 1e9);
   int const bytes =
       static_cast<int>(std::min<long long>(held.packet->Size(), samples * info.FrameBytes()));
-  PacketRef first = PacketRef::Take(held.packet->Share());
+  PacketRef first = held.packet->Share();
   first->Size(bytes);
   first->Duration(ahead_ns);
   held.packet->Duration(End_ns(*held.packet) - time_ns);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/IClass.h"
 #include "recorder/Refusal.h"
 
 namespace kestro::record {
@@ -34,12 +35,8 @@ Tags::OfTracks Tags::ByTrack(std::vector<std::vector<char>> data, std::size_t tr
 }
 
 Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video) {
-  base::object* made = base::Object::New("AviVideoTags");
-  _tags.reset(dynamic_cast<base::Object*>(made));
-  if (!_tags) {
-    delete made;
-    throw Refusal(Code::kPlugin, "the plug-in has no tag set");
-  }
+  _tags = base::Make<base::Object>("AviVideoTags");
+  if (!_tags) throw Refusal(Code::kPlugin, "the plug-in has no tag set");
   auto strd = options.strdOf, strn = options.strnOf;
   strd.resize(tracks);
   strn.resize(tracks);

@@ -112,9 +112,7 @@ void Recorder::Work::CheckReserve() const {
 }
 
 void Recorder::Work::MakeQueue() {
-  base::AttrSet attrs;
-  attrs.Add("Register", "PacketQueue-packet-queue");
-  _queue.reset(base::IClass::New<PacketQueue>(attrs));
+  _queue = base::Make<PacketQueue>("PacketQueue-packet-queue");
   QueueOptions const& options = _options.queue;
   if (!_queue || !_queue->Set("maxTime_ms", options.maxTime_ms) ||
       !_queue->Set("maxBytes", options.maxBytes) || !_queue->Set("drop", options.drop))

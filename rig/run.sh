@@ -57,7 +57,7 @@ pack() { # the recorder with all that it is linked to
   mkdir -p "$pack"/{bin,lib}
   cp "$here/init" "$pack"
   cp "$target/rig/kestro-rig-record" "$pack/bin/record"
-  cp "$target/host/libkestro.so.2" "$target/plugin/avi/libpluginavi.so" \
+  cp "$target"/host/libkestro.so.? "$target/plugin/avi/libpluginavi.so" \
     $libraries/{ld-linux-armhf.so.3,libc.so.6,libm.so.6,libgcc_s.so.1,libstdc++.so.6} "$pack/lib"
   (cd "$pack" && find . | cpio -o -H newc --quiet) | gzip -1 | cat "$out/machine/modules.gz" - \
     >"$out/machine/initrd"

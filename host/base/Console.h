@@ -103,6 +103,8 @@ KESTRO_API void ErrorLineAt(char const* path, int line, char const* function,
 #define KESTRO_ERROR_AT(path, function, text) \
   ::kestro::base::ErrorLineAt(path, __LINE__, function, text)
 
-#define KESTRO_ASSERT(condition)      \
-  ((condition) ? static_cast<void>(0) \
-               : ::kestro::base::AssertFail(#condition, __FILE__, __LINE__, __PRETTY_FUNCTION__))
+#define KESTRO_ASSERT(condition) KESTRO_ASSERT_IN(__PRETTY_FUNCTION__, condition)
+// The same for code that does part of another function's work.
+#define KESTRO_ASSERT_IN(function, condition) \
+  ((condition) ? static_cast<void>(0)         \
+               : ::kestro::base::AssertFail(#condition, __FILE__, __LINE__, function))

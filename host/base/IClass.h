@@ -75,6 +75,17 @@ class KESTRO_API IClass {
   std::vector<std::pair<std::type_index, std::shared_ptr<void const>>> _factories;
 };
 
+// An object of a registered class, made and configured: IClass::New with nothing but the alias.
+// Null as IClass::New, or when the object refuses its configuration.
+template <class R, class... A>
+[[nodiscard]] std::unique_ptr<R> Make(char const* alias, A... args) {
+  AttrSet attrs;
+  attrs.Add("Register", alias);
+  std::unique_ptr<R> made(IClass::New<R>(attrs, args...));
+  if (made != nullptr && !made->Configure(attrs)) made.reset();
+  return made;
+}
+
 // Registers class T under an alias with its default constructor; null as IClass::Register.
 template <class T>
 struct TClass {

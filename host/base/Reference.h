@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <utility>
 
 #include "base/Types.h"
 
@@ -45,16 +46,16 @@ class Ref {
     return Take(p);
   }
   Ref(Ref const& o) : Ref(Share(o._p)) {}
-  Ref(Ref&& o) noexcept : _p(o._p) { o._p = nullptr; }
+  Ref(Ref&& o) noexcept : _p(o.Detach()) {}
   Ref& operator=(Ref o) noexcept {
-    T* p = _p;
-    _p = o._p;
-    o._p = p;
+    std::swap(_p, o._p);
     return *this;
   }
   ~Ref() {
     if (_p != nullptr) _p->Release();
   }
+  // Gives the reference to the caller, who releases it.
+  [[nodiscard]] T* Detach() { return std::exchange(_p, nullptr); }
   T* get() const { return _p; }
   T& operator*() const { return *_p; }
   T* operator->() const { return _p; }

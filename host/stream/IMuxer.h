@@ -8,9 +8,7 @@ namespace kestro::stream {
 
 // A recording, as the application sees it:
 //
-//   AttrSet attrs;
-//   attrs.Add("Register", "avi-muxer");
-//   auto* muxer = IClass::New<IMuxer>(attrs);
+//   auto const muxer = Make<IMuxer>("avi-muxer");
 //   muxer->Set("path", "out.avi");
 //   IPort* video = muxer->AddInput();
 //   video->Offer(media);                          // every input's media before the first packet
@@ -18,11 +16,12 @@ namespace kestro::stream {
 //   while (...) video->Push(*packet);             // false: refused, see Check()
 //   bool ok = muxer->StatusChange(IStatus::kClosed) && muxer->Check();
 //
-// Faults while writing reach the application as the message "error", one for each call of the
-// stream that fails, and through Check() and CheckIO(). The packet that meets one is refused, and
-// all that follow: where the file could not be opened, the next packet tries again; otherwise the
-// file is to be closed, which brings into it what the medium still takes; Check() stays false. What
-// puts nothing recorded at risk comes as the message "warning".
+// Write failures reach the application as the message "error", one for each call of the stream that
+// fails, and through Check() and CheckIO(). The packet that meets one is refused, and so are all
+// that follow it. If the file could not be opened, the next packet tries again; otherwise close the
+// file, which stores what the device still takes; Check() stays false. Whatever puts nothing
+// recorded at risk comes as the message "warning"; its attribute "reason" is "index-full" where the
+// space reserved for the index is used up.
 class KESTRO_API IMuxer : public ISink, public IIO {
  public:
   explicit IMuxer(char const* name);

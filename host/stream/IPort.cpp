@@ -165,10 +165,7 @@ bool IPort::Linked() const {
 }
 
 bool IPort::Push(Packet& packet) {
-  if (_input) {
-    packet.Prefetch();
-    return _owner.Deliver(packet, *this);
-  }
+  if (_input) return _owner.Deliver(packet, *this);
   auto const links = Current();
   bool reached = false;
   bool taken = true;
@@ -180,7 +177,7 @@ bool IPort::Push(Packet& packet) {
     if (link == links->back()) {
       taken = call->Push(packet) && taken;
     } else {
-      auto own = base::Ref<Packet>::Take(packet.Share());
+      auto own = packet.Share();
       taken = call->Push(*own) && taken;
     }
   }

@@ -41,20 +41,22 @@ Packet::~Packet() {
   if (_owner != nullptr) _owner->Release();
 }
 
-Packet* Packet::New(int size, void const* data) {
+base::Ref<Packet> Packet::New(int size, void const* data) {
   PacketAlloc const alloc(std::max(size, 0), 64, 0);
-  auto* packet = new (alloc) Packet(alloc);
+  auto packet = base::Ref<Packet>::Take(new (alloc) Packet(alloc));
   if (data != nullptr && size > 0) std::memcpy(packet->_base, data, static_cast<std::size_t>(size));
   return packet;
 }
 
-Packet* Packet::Wrap(void* data, int size, base::Reference* owner) {
-  return new (PacketAlloc(0, 1, 0)) Packet(static_cast<unsigned char*>(data), size, owner);
+base::Ref<Packet> Packet::Wrap(void* data, int size, base::Reference* owner) {
+  return base::Ref<Packet>::Take(new (PacketAlloc(0, 1, 0))
+                                     Packet(static_cast<unsigned char*>(data), size, owner));
 }
 
-Packet* Packet::Share() {
+base::Ref<Packet> Packet::Share() {
   base::Reference const* payload = _owner != nullptr ? _owner : this;
-  auto* other = new (PacketAlloc(0, 1, 0)) Packet(_base, _capacity, payload);
+  auto other =
+      base::Ref<Packet>::Take(new (PacketAlloc(0, 1, 0)) Packet(_base, _capacity, payload));
   other->_offset = _offset;
   other->_size = _size;
   other->_pts = _pts;

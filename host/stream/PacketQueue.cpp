@@ -81,7 +81,7 @@ bool PacketQueue::ReceivePacket(Packet& packet, void* context) {
   std::size_t const track = TrackOf(input);
   if (track == _tracks.size()) return false;
   if (!_prepared) Prepare();
-  auto own = base::Ref<Packet>::Take(packet.Share());
+  auto own = packet.Share();
   bool const dropped = _dropping;
   bool admitted = true;
   {

@@ -52,7 +52,7 @@ bool ParameterSetFilter::ReceivePacket(Packet& packet, void* context) {
     std::memcpy(packet.Data(), sets.data(), sets.size());
     return output->Push(packet);
   }
-  auto const longer = base::Ref<Packet>::Take(Packet::New(bytes + packet.Size() - room));
+  auto const longer = Packet::New(bytes + packet.Size() - room);
   std::memcpy(longer->Data(), sets.data(), sets.size());
   std::memcpy(longer->Data() + bytes, data + room, static_cast<std::size_t>(packet.Size() - room));
   longer->Media(packet.Media());

@@ -1,6 +1,7 @@
 #include "AviMuxer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "VideoTag.h"
 #include "base/IOCacheWriter.h"
@@ -29,6 +30,7 @@ bool AviMuxer::Open() {
 }
 
 bool AviMuxer::ReceivePacket(Packet& packet, void*) {
+  packet.Prefetch();
   if (!_fileOpened) {
     _fileOpened = true;
     if (!OpenFileConfig()) {
@@ -78,20 +80,13 @@ bool AviMuxer::OpenFileConfig() {
     Fail("no track could be opened");
     return false;
   }
-  _sizeCache = 0;
-  _closing = false;
+  BeginFile();
   return true;
 }
 
 char const* AviMuxer::NewWriter() {
-  base::AttrSet attrs;
-  attrs.Add("Register", "io-cache-writer");
-  _blkio = base::IClass::New<IO>(attrs, Stream(), 0x80000,
-                                 static_cast<int>(_cacheBlocks == 1 ? 1 : kBlocks));
-  if (_blkio != nullptr && !_blkio->Configure(attrs)) {
-    delete _blkio;
-    _blkio = nullptr;
-  }
+  int const blocks = _cacheBlocks == 1 ? 1 : kBlocks;
+  _blkio = base::Make<IO>("io-cache-writer", Stream(), 0x80000, blocks).release();
   if (_blkio == nullptr) return "!_blkio";
   if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); })))
     return "!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))";
@@ -116,26 +111,40 @@ bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {
 
 void AviMuxer::FreeFile() {
   Abandon();
-  delete _blkio;  // what is still in memory goes to the stream
-  _blkio = nullptr;
+  delete std::exchange(_blkio, nullptr);  // what is still in memory goes to the stream
   _media.clear();
   _eosCount = 0;
-  _spillReported = _full = false;
+  _spillReported = _indexFull = _full = false;
 }
 
 bool AviMuxer::Close() {
   _closing = true;
   if (!_fileOpened || _blkio == nullptr) return true;
-  if (_idx1First && 16 * EntryCount() > _idx1RsvdSize)
-    SendMessageUp("warning", kIndexFull, nullptr);
+  if (_idx1First && IndexedSize(EntryCount()) > 8 + int64(_idx1RsvdSize)) WarnIndexFull();
   bool const finished = IAviMuxer::Close(*_blkio);
   if (!finished) KESTRO_ERROR("!IAviMuxer::Close(*_blkio)");
   FreeFile();
   bool const durable = Stream()->Flush();
   if (!durable) IOError(Stream());
+  return CloseStream("plugin/avi/AviMuxer") && finished && durable;
+}
+
+void AviMuxer::BeginFile() {
+  _sizeCache = 0;
+  _closing = false;
+}
+
+bool AviMuxer::CloseStream(char const* source) {
   bool const closed = IMuxer::Close();
-  if (!closed) KESTRO_ERROR("!IMuxer::Close()");
-  return finished && durable && closed;
+  if (!closed) KESTRO_ERROR_AT(source, "Close", "!IMuxer::Close()");
+  return closed;
+}
+
+void AviMuxer::WarnIndexFull() {
+  if (std::exchange(_indexFull, true)) return;
+  base::AttrSet attrs;
+  attrs.Add("reason", "index-full");
+  Warn("the index is full: what follows is recorded, but not played", &attrs);
 }
 
 bool AviMuxer::process(IO&, Packet& packet) {
@@ -157,7 +166,7 @@ bool AviMuxer::updateStream() {
 void AviMuxer::ReportSpillFault() {
   if (!_para.spillFault || _spillReported) return;
   _spillReported = true;
-  SendMessageUp("warning", "the index could not be spilled to its temporary file", nullptr);
+  Warn("the index could not be spilled to its temporary file");
 }
 
 int64 AviMuxer::GetTotalSize() { return _totalSize + 16 * EntryCount() + 32768; }

@@ -47,15 +47,19 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   static base::PropertyList Properties();
 
  protected:
-  static constexpr char kIndexFull[] =
-      "the index is full: what follows is recorded, but not played";
-
   bool updateStream() override;
   // Makes the current file's caching writer; null, or the condition that failed.
   char const* NewWriter();
+  // The last steps of opening and of closing a file. `source` is what an error line names.
+  void BeginFile();
+  bool CloseStream(char const* source);
+  // Reports what puts nothing recorded at risk.
+  void Warn(char const* text, base::AttrSet* attrs = nullptr) {
+    SendMessageUp("warning", text, attrs);
+  }
+  void WarnIndexFull();  // once per file
   // Frees all that belongs to one file.
   void FreeFile();
-  void ReportSpillFault();
 
   int _mode = 0;               // non-zero: end-of-stream packets are counted
   unsigned _pktFlagsMask = 0;  // the flags that mark a track's last packet
@@ -69,10 +73,11 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   static constexpr unsigned kBlocks = 3;  // of the caching writer
 
   bool WriteFails(Packet const& packet);
+  void ReportSpillFault();
 
   std::vector<base::Ref<IMedia>> _media;  // of the open file
   unsigned _cacheBlocks = kBlocks;
-  bool _spillReported = false;
+  bool _spillReported = false, _indexFull = false;
   bool _full = false;  // the file has refused a packet for its size
 };
 

@@ -18,9 +18,7 @@ using test::Text;
 
 // As the muxers make it.
 std::unique_ptr<IO> NewWriter(IO& target, int blockSize) {
-  AttrSet attrs;
-  attrs.Add("Register", "io-cache-writer");
-  return std::unique_ptr<IO>(IClass::New<IO>(attrs, &target, blockSize, 3));
+  return Make<IO>("io-cache-writer", &target, blockSize, 3);
 }
 
 // A medium that wants so many blocks at the least when told so.

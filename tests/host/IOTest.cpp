@@ -22,10 +22,9 @@ struct Rig {
   explicit Rig(int64 size, int blocks = 8, int64 preload = 0, int blockSize = kBlock) {
     for (int64 i = 0; i < size; ++i)
       memory.bytes.push_back(static_cast<unsigned char>(i * 7 + i / 251));
-    AttrSet attrs;
-    attrs.Add("Register", "KestIOCacheReader-io-cache-reader-kest");
-    cache.reset(IClass::New<IO>(attrs, static_cast<IO*>(&device), blockSize, blocks, preload));
-    EXPECT_TRUE(cache != nullptr && cache->Configure(attrs));
+    cache = Make<IO>("KestIOCacheReader-io-cache-reader-kest", static_cast<IO*>(&device), blockSize,
+                     blocks, preload);
+    EXPECT_NE(cache, nullptr);
   }
   // Whether a read gives what the stream holds.
   bool Good(int64 at, unsigned size) {

@@ -17,7 +17,7 @@ using test::PacketRef;
 using test::Text;
 
 TEST(Packet, OffsetMovesTheStartAndKeepsTheEnd) {
-  auto const packet = PacketRef::Take(Packet::New(10, "0123456789"));
+  auto const packet = Packet::New(10, "0123456789");
   struct {
     char what;
     int value;
@@ -54,13 +54,13 @@ TEST(Packet, SharesKeepThePayloadAndHaveTheirOwnFields) {
   bool freed = false;
   auto* owner = new Owner(freed);
   auto const media = NewMedia("h264");
-  auto packet = PacketRef::Take(Packet::Wrap(owner->data, 8, owner));
+  auto packet = Packet::Wrap(owner->data, 8, owner);
   owner->Release();
   packet->Media(media.get());
   packet->Pts(-(1ll << 60));
   packet->Flags(Packet::kKey | Packet::kEndOfStream);
   packet->Offset(2);
-  auto shared = PacketRef::Take(packet->Share()), again = PacketRef::Take(shared->Share());
+  auto shared = packet->Share(), again = shared->Share();
   shared->Offset(4);
   shared->Pts(5);
   shared->Media(nullptr);

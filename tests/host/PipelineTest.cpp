@@ -75,7 +75,7 @@ class Counter : public ISource {
       return fails ? Packet::ReadFailure() : nullptr;
     }
     int const n = _next++;
-    return NewPacket(std::to_string(n), _media(n));
+    return NewPacket(std::to_string(n), _media(n)).Detach();
   }
 
  private:
@@ -141,7 +141,7 @@ TEST(Port, EveryLinkedSinkGetsThePacket) {
   CaptureSink first(eats), refusing([](Packet&) { return false; });
   auto last = std::make_unique<CaptureSink>(eats);
   auto const media = NewMedia("txt");
-  auto const packet = PacketRef::Take(NewPacket("abcdef", media.get()));
+  auto const packet = NewPacket("abcdef", media.get());
   IPort* out = Join(source, first, media.get());
   EXPECT_TRUE(IPort::Link(*out, *last->AddInput()));
   EXPECT_TRUE(out->Push(*packet));
@@ -165,7 +165,7 @@ TEST(Sink, TakesPacketsOnlyWhileItCan) {
   IPort* out = Join(source, sink, media.get());
   IPort* second = Join(source, sink);
   sink.AddInput();  // not linked: nothing is waited for
-  auto const packet = PacketRef::Take(NewPacket("x", media.get()));
+  auto const packet = NewPacket("x", media.get());
   EXPECT_FALSE(out->Ready() || out->Push(*packet));
   EXPECT_TRUE(second->Offer(media.get()));
   EXPECT_TRUE(out->Ready() && out->Push(*packet));
@@ -192,7 +192,7 @@ TEST(Sink, OnePacketAtATimeAndNoneAfterClose) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t)
     threads.emplace_back([&, t] {
-      auto const packet = PacketRef::Take(NewPacket("x", media.get()));
+      auto const packet = NewPacket("x", media.get());
       while (sink.Ports()[t % 2]->Push(*packet)) std::this_thread::yield();
     });
   EXPECT_TRUE(test::Eventually([&] { return taken > 200; }));

@@ -22,9 +22,7 @@ struct Rig {
           go.wait();
           return !refuse;
         }) {
-    base::AttrSet attrs;
-    attrs.Add("Register", "packet-queue");
-    queue.reset(base::IClass::New<PacketQueue>(attrs));
+    queue = base::Make<PacketQueue>("packet-queue");
     std::istringstream words(codecs);
     for (std::string codec; words >> codec;) {
       tracks.push_back(queue->AddTrack());
@@ -38,7 +36,7 @@ struct Rig {
   // "1K40": track 1, key, at 40 ms; "0p80": track 0, not key.
   bool Push(std::string const& name) {
     IPort* port = tracks[name[0] - '0'].input;
-    auto const packet = PacketRef::Take(NewPacket(name, port->Media().get()));
+    auto const packet = NewPacket(name, port->Media().get());
     if (name[1] == 'K') packet->Flags(Packet::kKey);
     packet->Pts(std::stoll(name.substr(2)) * 1000000);
     return port->Push(*packet);

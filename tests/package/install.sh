@@ -53,8 +53,9 @@ plugin="$lib/kestro/libpluginavi.so"
 modules=libpluginavi.so
 [[ $with_media == 0 ]] || modules="libkestromedia.so $modules"
 [[ -f $plugin && ! -L $plugin && $(ls "$lib/kestro" | xargs) == "$modules" ]] || die "the plug-in's folder"
-readelf -d "$lib/libkestro.so" | grep -F 'soname: [libkestro.so.2]' >/dev/null || die "no soname"
-[[ $(readlink "$lib/libkestro.so") == libkestro.so.2 ]] || die "no libkestro.so"
+soname=libkestro.so.$(sed -n 's/^project(kestro VERSION \([0-9]*\).*/\1/p' "$source/CMakeLists.txt")
+readelf -d "$lib/libkestro.so" | grep -F "soname: [$soname]" >/dev/null || die "no soname"
+[[ $(readlink "$lib/libkestro.so") == "$soname" ]] || die "no libkestro.so"
 
 headers=0
 while read -r header; do

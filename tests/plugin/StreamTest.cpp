@@ -17,7 +17,7 @@ using testing::HasSubstr;
 struct Muxing {
   explicit Muxing(base::Ref<IMedia> m, int track = 0, int threshold = -1)
       : media(std::move(m)),
-        tags((RegisterClasses(), Tags::Make())),
+        tags(Make<base::Object>("AviVideoTags")),
         stream(IStream::New(media->Codec(), media->Codec(), track)) {
     para.idx1WithTmpFile = threshold;
     stream->Set("frameRate", base::Fraction(30000, 1001));

@@ -18,8 +18,8 @@ using PacketRef = base::Ref<stream::Packet>;
 
 inline MediaRef NewMedia(char const* codec) { return MediaRef::Take(stream::IMedia::New(codec)); }
 
-inline stream::Packet* NewPacket(std::string const& data, stream::IMedia* media) {
-  auto* packet = stream::Packet::New(static_cast<int>(data.size()), data.data());
+inline PacketRef NewPacket(std::string const& data, stream::IMedia* media) {
+  auto packet = stream::Packet::New(static_cast<int>(data.size()), data.data());
   packet->Media(media);
   return packet;
 }

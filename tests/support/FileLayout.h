@@ -111,7 +111,7 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
 
 // The tag set of a shape, with the arrays it points to.
 struct Tags {
-  explicit Tags(Shape const& shape) : s(shape), object(Make()) {
+  explicit Tags(Shape const& shape) : s(shape), object(Make<base::Object>("AviVideoTags")) {
     object->Set("strdbuf", &strd[0]);
     object->Set("strdsize", &strdSize[0]);
     object->Set("strnbuf", &strn[0]);
@@ -121,10 +121,6 @@ struct Tags {
     object->Set("junkbuf", reinterpret_cast<unsigned char*>(s.junk.data()));
     object->Set("junksize", static_cast<unsigned>(s.junk.size()));
     object->Set("idx1_first", static_cast<unsigned char>(s.indexFirst));
-  }
-  static base::Object* Make() {
-    RegisterClasses();
-    return dynamic_cast<base::Object*>(base::Object::New("AviVideoTags"));
   }
 
   Shape s;

@@ -28,9 +28,7 @@ inline void RegisterClasses() {
 template <class Element>
 std::unique_ptr<Element> Make(char const* alias) {
   RegisterClasses();
-  base::AttrSet attrs;
-  attrs.Add("Register", alias);
-  return std::unique_ptr<Element>(base::IClass::New<Element>(attrs));
+  return base::Make<Element>(alias);
 }
 
 inline base::Ref<IMedia> VideoMedia(char const* codec = "h264", int width = 320, int height = 180,
@@ -55,7 +53,7 @@ inline base::Ref<IMedia> SoundMedia(int rate = 48000, int channels = 2, int samp
 
 inline base::Ref<Packet> MakePacket(IMedia* media, std::string const& data, bool key = false,
                                     int64 ms = 40) {
-  auto packet = base::Ref<Packet>::Take(Packet::New(static_cast<int>(data.size()), data.data()));
+  auto packet = Packet::New(static_cast<int>(data.size()), data.data());
   packet->Media(media);
   packet->Duration(ms * 1000000);
   packet->Flags(key ? static_cast<unsigned>(Packet::kKey) : 0u);

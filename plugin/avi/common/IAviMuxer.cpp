@@ -9,9 +9,19 @@ namespace kestro::plugin::avi {
 
 using base::uint64;
 
-// Those of nearly half an hour of video and sound: most recordings never move their records. The
-// memory is touched, and becomes resident, only as they fill it.
-static constexpr std::size_t kRecords = 1 << 17;
+namespace {
+
+// Enough for half an hour of video and audio: most recordings never move their entries. The memory
+// becomes resident only as entries fill it.
+constexpr std::size_t kEntries = 1 << 17;
+
+// Compatibility: error lines and assertions name the function that applications know.
+constexpr char kSource[] = "plugin/avi/common/IAviMuxer";
+constexpr char kOpen[] =
+    "virtual bool kestro::plugin::avi::IAviMuxer::Open("
+    "kestro::base::IO&, std::vector<kestro::stream::IMedia*>&)";
+
+}  // namespace
 
 IAviMuxer::IAviMuxer()
     : _vidtag(nullptr), _ownTag(dynamic_cast<Object*>(Object::New("AviVideoTags"))) {
@@ -31,6 +41,7 @@ void IAviMuxer::Abandon() {
   _hasInfo = _hasJunk = _idx1First = false;
   _hasAudio = 0;
   _periodicSyncJunkSize = -1;
+  _para.entries = 0;
   _para.spillFault = _para.indexLost = false;
 }
 
@@ -115,57 +126,78 @@ bool IAviMuxer::AddStream(IMedia* media) {
 }
 
 bool IAviMuxer::Open(IO& io, std::vector<IMedia*>& media) {
+  if (!StartFile(io, media)) return false;
+  if (!WriteHead(io)) return false;
+  StartMovi(io);
+  return true;
+}
+
+// Builds streams and tree, and takes memory for the index.
+bool IAviMuxer::StartFile(IO& io, std::vector<IMedia*>& media) {
   _totalSize = 0;
   _fileSize = 0;
   if (!StreamConfig(io, media)) {
-    KESTRO_ERROR("!StreamConfig(io, list)");
+    KESTRO_ERROR_AT(kSource, "Open", "!StreamConfig(io, list)");
     return false;
   }
   if (_root == nullptr || _streams.empty()) {
-    KESTRO_ERROR("_streams.empty(),no medium was accepted");
+    KESTRO_ERROR_AT(kSource, "Open", "_streams.empty(),no medium was accepted");
     return false;
   }
   std::size_t entries = 0;
   for (IStream* stream : _streams) entries += stream->SpillBatch();
-  if (_para.idx1WithTmpFile < 0) entries = std::max(entries, kRecords);
+  if (_para.idx1WithTmpFile < 0) entries = std::max(entries, kEntries);
   _list->reserve(entries);
-  updateBox();  // a file that is cut off already names its size and rate
+  updateBox();  // a file that is cut off already has its size and rate
+  return true;
+}
 
+// Writes what precedes the data.
+bool IAviMuxer::WriteHead(IO& io) {
   _riff->Fill(io, false);
   _hdrl->Fill(io, true);
   if (_info != nullptr) _info->Fill(io, true);
-  if (_junk != nullptr && _periodicSync) {
+  if (_periodicSync && !PadHead(io)) return false;
+  if (!_periodicSync && _junk != nullptr) _junk->Fill(io, true);
+  if (_idx1First) ReserveIdx1(io);
+  return true;
+}
+
+// With periodic sync, JUNK fills the head up to the last 12 bytes of its size.
+bool IAviMuxer::PadHead(IO& io) {
+  if (_junk != nullptr) {
     int64 const junkEndOfs = io.Tell() + _junk->Size() + 8;
-    KESTRO_ASSERT(junkEndOfs <= (int64)_periodicSyncHeaderSize);
+    KESTRO_ASSERT_IN(kOpen, junkEndOfs <= (int64)_periodicSyncHeaderSize);
     if (junkEndOfs > _periodicSyncHeaderSize - 12) {
-      KESTRO_ERROR("junkEndOfs > _periodicSyncHeaderSize - 12,no room for the movi header");
+      KESTRO_ERROR_AT(kSource, "Open",
+                      "junkEndOfs > _periodicSyncHeaderSize - 12,no room for the movi header");
       return false;
     }
     _junk->AddSize(static_cast<unsigned>(_periodicSyncHeaderSize - 12 - junkEndOfs));
+    _junk->Fill(io, true);
+    return true;
   }
-  if (_junk != nullptr) _junk->Fill(io, true);
-  if (_junk == nullptr && _periodicSync) {
-    int64 const curOfs = io.Tell();
-    KESTRO_ASSERT(curOfs <= (int64)_periodicSyncHeaderSize);
-    int64 const periodicSyncHeaderRemain = _periodicSyncHeaderSize - 12 - curOfs;
-    KESTRO_ASSERT(periodicSyncHeaderRemain >= 8);
-    _periodicSyncJunkSize = periodicSyncHeaderRemain - 8;
-    unsigned char none = 0;
-    cjunk padding(&none, 0);
-    padding.AddSize(static_cast<unsigned>(_periodicSyncJunkSize));
-    padding.Fill(io, true);
-  }
-  if (_idx1First) ReserveIdx1(io);
+  int64 const curOfs = io.Tell();
+  KESTRO_ASSERT_IN(kOpen, curOfs <= (int64)_periodicSyncHeaderSize);
+  int64 const periodicSyncHeaderRemain = _periodicSyncHeaderSize - 12 - curOfs;
+  KESTRO_ASSERT_IN(kOpen, periodicSyncHeaderRemain >= 8);
+  _periodicSyncJunkSize = periodicSyncHeaderRemain - 8;
+  unsigned char none = 0;
+  cjunk padding(&none, 0);
+  padding.AddSize(static_cast<unsigned>(_periodicSyncJunkSize));
+  padding.Fill(io, true);
+  return true;
+}
 
+// Begins the data. The size of the file so far makes one that is cut off readable up to here.
+void IAviMuxer::StartMovi(IO& io) {
   _moviPos = io.Tell();
   _movi->Fill(io, false);
-  // Provisional, so that a file that is cut off is readable up to here.
   int64 const end = _keptEnd = io.Tell();
   base::IOIntWriter(io).Write32(static_cast<unsigned>(end - 8), 4, IO::kBegin);
   _openCounter = 0;
   io.Flush();
   _totalSize += end;
-  return true;
 }
 
 // The head of idx1 and its zeros; the entries come later.
@@ -187,14 +219,8 @@ bool IAviMuxer::Process(IO& io, Packet& packet) {
   return false;
 }
 
-int64 IAviMuxer::EntryCount() const {
-  int64 entries = 0;
-  for (IStream const* stream : _streams) entries += stream->EntryCount();
-  return entries;
-}
-
 int64 IAviMuxer::FinishedSize(IO& io, int64 more, int64 entries) const {
-  return io.Size() + more + (_idx1First ? 0 : 8 + 16 * (EntryCount() + entries));
+  return io.Size() + more + (_idx1First ? 0 : IndexedSize(EntryCount() + entries));
 }
 
 uint64 IAviMuxer::getTimeStamp() {

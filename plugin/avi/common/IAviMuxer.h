@@ -55,10 +55,17 @@ class IAviMuxer : public IAvi {
   // Whether a file has its index before its data; asked when its tree is built. Here the tag set
   // decides ("idx1_first").
   virtual bool IndexFirst() const;
-  int64 EntryCount() const;  // index records of all tracks
+  int64 EntryCount() const { return _para.entries; }  // of all tracks
+  // The bytes of an idx1 chunk with so many entries.
+  static constexpr int64 IndexedSize(int64 entries) { return 8 + 16 * entries; }
   // The bytes the file will have when it is closed, with `more` further ones in movi and `entries`
   // further records.
   int64 FinishedSize(IO& io, int64 more, int64 entries) const;
+
+  // The steps of Open.
+  bool StartFile(IO& io, std::vector<IMedia*>& media);
+  bool WriteHead(IO& io);
+  void StartMovi(IO& io);
 
   // The steps of Close. Sizes and headers, once _fileSize is known:
   void FillHead(IO& io);
@@ -98,6 +105,7 @@ class IAviMuxer : public IAvi {
   std::mutex _mutex;
 
  private:
+  bool PadHead(IO& io);
   void ReserveIdx1(IO& io);
   static int64 Bytes(IList const* chunk);  // header and payload, 0 for none
   void RestoreOrder();

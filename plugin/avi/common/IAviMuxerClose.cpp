@@ -202,7 +202,7 @@ bool IAviMuxer::RetryIdx1(IO& io) {
   if (KeepChunks(io, _list->size()) && WriteIdx1(io)) return true;
   if (!MayBeFull(io.Error())) return false;
   std::size_t count = WholeChunks(static_cast<int64>(room));
-  while (count > 0 && ChunkEnd((*_list)[count - 1]) + 8 + 16 * count > room) --count;
+  while (count > 0 && ChunkEnd((*_list)[count - 1]) + IndexedSize(int64(count)) > room) --count;
   KeepChunks(io, count);
   updateBox();
   return WriteIdx1(io);

@@ -130,6 +130,7 @@ int IStream::AddChunk(Packet const& packet, uint64 pos, int) {
   _duration += ms;
   _list->push_back(chunk);
   ++_entryCount;
+  ++_para->entries;
   return packet.Size();
 }
 
@@ -153,6 +154,7 @@ uint64 IStream::ChunkEnd(ChunkParam const& chunk) const { return chunk.offset + 
 void IStream::DropChunk(ChunkParam const& chunk) {
   _duration -= chunk.duration / 1000;
   --_entryCount;
+  --_para->entries;
 }
 
 cstrh* IStream::Header() const {

@@ -20,6 +20,7 @@ using stream::Packet;
 struct MuxerParam {
   int idx1WithTmpFile = -1;  // spill batches of the index, in seconds; 0 one size, -1 no spilling
   char diskName = 0;         // drive letter of spill files, 0 for the temporary folder
+  int64 entries = 0;         // in the index, of all streams; counted by them
   bool spillFault = false;   // set by a stream whose entries could not be spilled
   bool indexLost = false;    // set by a stream whose spilled entries could not be read back
 };

@@ -23,7 +23,7 @@ void VFIAviMuxer::ResetFile() {
   _lastSyncPts = 0;
   _clockTrack = nullptr;
   _accDataSize = 0;
-  _finalSync = _flushFailed = _indexFull = false;
+  _finalSync = _flushFailed = false;
 }
 
 bool VFIAviMuxer::SetRsvdSize(IStream* stream, unsigned isVideo) {
@@ -92,7 +92,6 @@ VFIAviMuxer::Image VFIAviMuxer::NewImage(int64 size) {
   if (size <= INT32_MAX) image = std::make_unique<IOBuffer>(static_cast<int>(size));
   if (image != nullptr && image->Max() == size) return image;
   KESTRO_ERROR("!pbuf");
-  Fail("no memory for the image of head and index");
   return nullptr;
 }
 
@@ -103,7 +102,10 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
     KESTRO_ASSERT(0);
   }
   _headerImage = NewImage(static_cast<int64>(_reservedSize));
-  if (_headerImage == nullptr) return false;
+  if (_headerImage == nullptr) {
+    Fail(kNoImage);
+    return false;
+  }
   if (mode == kImage) _idx1RsvdSize = static_cast<unsigned>(_periodicSyncIdx1Size - 8);
   std::vector<IMedia*> list;
   if (!OpenConfig(list)) {
@@ -122,8 +124,7 @@ bool VFIAviMuxer::PeriodicSyncBufferCreate(unsigned mode) {
   if (IOBuffer* const p = _headerImage.get(); mode == kImage) KESTRO_ASSERT(p->Max() == p->Size());
   if (!WriteImage() || !CheckIO()) return false;
   if (mode == kCallback) CallBack(*_headerImage);
-  _sizeCache = 0;
-  _closing = false;
+  BeginFile();
   return true;
 }
 
@@ -174,9 +175,7 @@ bool VFIAviMuxer::Close() {
   _root->Reset();
   FreeFile();
   ResetFile();
-  bool const closed = IMuxer::Close();  // NOLINT(bugprone-parent-virtual-call): the file is whole
-  if (!closed) KESTRO_ERROR("!IMuxer::Close(),Close");
-  return synced && closed;
+  return CloseStream("plugin/avi/customize/VFIAviMuxer") && synced;
 }
 
 base::PropertyList VFIAviMuxer::Properties() {

@@ -34,11 +34,11 @@ namespace kestro::plugin::avi {
 // sectors: an index that begins 8 bytes in front of a multiple of 16, and fields at multiples of 4,
 // leave nothing torn that a reader would see.
 //
-// A sync that the stream does not take puts the element into its error state, where it takes no
-// more packets; once a flush of the stream has failed, nothing that the stream says later is
-// believed: Close leaves the file as it is and answers false. A reserve that is full, or no memory
-// for an image that is to be handed out, is an error too, but recording goes on: the file plays up
-// to the last packet that has an entry.
+// A sync that fails in the stream puts the element into its error state, where it refuses packets.
+// Once a flush of the stream has failed, no later success of it counts: Close leaves the file as it
+// is and returns false. When the reserve is full, or there is no memory for an image to hand out,
+// recording goes on with a warning, and a recording that is cut off plays up to the last packet
+// that has an index entry.
 //
 // Refused when the file is opened: sizes that do not fit together, or images beyond 2 GiB. That is
 // an error of the settings, not of the stream: CheckIO() stays true. A wrong "idx1_first", callback
@@ -86,6 +86,8 @@ class VFIAviMuxer : public AviMuxer {
   using Image = std::unique_ptr<base::IOBuffer>;
   using u64 = unsigned long long;
 
+  static constexpr char kNoImage[] = "no memory for the image of head and index";
+
   void ResetFile();
   bool SizesFit(unsigned char idx1First) const;
   Image NewImage(int64 size);
@@ -100,7 +102,6 @@ class VFIAviMuxer : public AviMuxer {
   template <class Store>
   bool WriteFront(Store store);
   bool WriteImage();
-  int64 IndexSize() const;
   bool HandOver(int64 fileSize);
   bool SyncInPlace();
   bool SyncImage();
@@ -125,7 +126,6 @@ class VFIAviMuxer : public AviMuxer {
   base::uint64 _accDataSize = 0;        // of packets since the last sync, in bytes
   bool _finalSync = false;
   bool _flushFailed = false;
-  bool _indexFull = false;
 };
 
 }  // namespace kestro::plugin::avi

@@ -60,9 +60,7 @@ void VFIAviMuxer::UpdateFront(IO& front) {
   if (_list->empty()) _keptEnd = _blkio->Size();
   _fileSize = static_cast<unsigned>(_blkio->Size());
   FillHead(front);
-  if (_idx1->Size() <= _idx1RsvdSize || _indexFull) return;
-  _indexFull = true;
-  Fail(kIndexFull);
+  if (_idx1->Size() > _idx1RsvdSize) WarnIndexFull();
 }
 
 // In place it stands there since the file was opened; what is not written again cannot be torn.
@@ -95,17 +93,18 @@ bool VFIAviMuxer::SyncByCallback() {
   if (!Barrier()) return false;
   updateStream();
   updateBox();
-  bool const handed = HandOver(_blkio->Size() + IndexSize());
+  bool const handed = HandOver(_blkio->Size() + IndexedSize(EntryCount()));
   return _finalSync ? AppendIndex() && handed : handed;
 }
-
-int64 VFIAviMuxer::IndexSize() const { return 8 + 16 * static_cast<int64>(_list->size()); }
 
 // Headers and index, as they are in a file of this size, with the index at its end.
 bool VFIAviMuxer::HandOver(int64 fileSize) {
   int64 const head = _headerImage->Size();
-  Image const image = NewImage(head + IndexSize());
-  if (image == nullptr) return false;
+  Image const image = NewImage(head + IndexedSize(EntryCount()));
+  if (image == nullptr) {
+    Warn(kNoImage);
+    return false;
+  }
   image->Seek(head, IO::kBegin);
   fillIdx1(*image);
   _fileSize = static_cast<unsigned>(fileSize);

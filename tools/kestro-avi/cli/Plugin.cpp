@@ -12,11 +12,8 @@ void LoadAviPlugin(std::string const& path) {
 }
 
 std::unique_ptr<stream::IDemuxer> NewDemuxer(char const* alias) {
-  base::AttrSet attrs;
-  attrs.Add("Register", alias);
-  std::unique_ptr<stream::IDemuxer> demuxer(base::IClass::New<stream::IDemuxer>(attrs));
-  if (demuxer == nullptr || !demuxer->Configure(attrs))
-    throw Error(kIo, std::string("the plug-in has no ") + alias);
+  auto demuxer = base::Make<stream::IDemuxer>(alias);
+  if (demuxer == nullptr) throw Error(kIo, std::string("the plug-in has no ") + alias);
   return demuxer;
 }
 

@@ -49,9 +49,7 @@ static Json Property(base::Object* fresh, IProperty const& property, bool inheri
 }
 
 static Json Class(IClass const& record) {
-  base::AttrSet attrs;
-  attrs.Add("Register", record.Alias().c_str());
-  std::unique_ptr<base::object> const made(IClass::New(attrs));
+  auto const made = base::Make<base::object>(record.Alias().c_str());
   auto* fresh = dynamic_cast<base::Object*>(made.get());
   Json properties = Json::array();
   for (auto const& property : record.Properties().Own())
