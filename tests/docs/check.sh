@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Holds the documentation against the tool:
+# Checks the documentation against the tool and the tree:
 #   check.sh TOOL TREE
-# Runs the commands of each page's fenced blocks ("$ ..."), in a folder with the bundled clips, and
-# compares exit code (0, or the one in "# exit code N" after the command) and output, that on standard
-# error after that on standard output: "..." stands for anything. Then looks for the files that
-# links name, and for every option of the tool in docs/tool.md.
+# Runs the commands in each page's fenced blocks ("$ ...") in a folder with the bundled clips and
+# compares the exit code (0, or N in a comment "# exit code N" after the command) and the output:
+# standard output followed by standard error, where "..." matches anything. Then checks that every
+# linked file exists, that every source file named outside fenced blocks exists and contains the
+# identifier given with it ("`Name`, path"), that the tests named in docs/compatibility.md exist, and
+# that docs/tool.md describes every option.
 set -uo pipefail
 export LC_ALL=C
 tool=$(realpath "$1") tree=$(realpath "$2")
@@ -53,17 +55,34 @@ run_page() {
   cd "$tree" && rm -rf "$work/run"
 }
 
+# Source files are named by their path from the root; NAME stands for a name to be chosen.
+check_paths() {
+  local text path name endings='\.(c|cmake|cpp|h|in|map|md|sh|txt)'
+  text=$(sed -E '/^```/,/^```/d; s/\]\([^)]*\)//g; /^    /d' "$page")
+  while read -r path; do
+    [[ -e $path || $path == @(build/|*NAME)* ]] || fail "$page: there is no $path"
+  done < <(grep -oE "[A-Za-z0-9_.-]+(/[A-Za-z0-9_.-]+)+$endings\\b" <<<"$text" | sort -u)
+  while IFS='`,' read -r _ name path; do
+    path=${path#*, }
+    [[ ! -e $path ]] || grep -qw -- "${name##*::}" "$path" || fail "$page: $path does not have $name"
+  done < <(grep -oE '`[A-Za-z_:]+`, '"[a-z][A-Za-z0-9_/.-]*$endings\\b" <<<"$text" | sort -u)
+}
+
 cd "$tree" || exit 1
 for page in *.md docs/*.md; do
   run_page
+  check_paths
   while read -r link; do
-    [[ $link == *:* || -e ${page%"${page##*/}"}$link ]] || fail "$page: there is no $link"
+    [[ $link == *:* || -e ${page%"${page##*/}"}$link ]] || fail "$page: broken link to $link"
   done < <(grep -oE '\]\([^)#]+' "$page" | cut -c3-)
 done
+while IFS='`.' read -r _ suite name; do
+  grep -rqE "^TEST(_[FP])?\($suite, $name\)" tests || fail "docs/compatibility.md: there is no test $suite.$name"
+done < <(grep -oE '`[A-Z][A-Za-z]+\.[A-Z][A-Za-z]+' docs/compatibility.md | sort -u)
 for verb in $("$tool" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
-  grep -q "^## $verb\$" docs/tool.md || fail "docs/tool.md: there is a verb $verb"
+  grep -q "^## $verb\$" docs/tool.md || fail "docs/tool.md has no section for the verb $verb"
   while read -r option; do
-    grep -qE -e "$option([^a-z-]|\$)" docs/tool.md || fail "docs/tool.md: $verb has $option"
+    grep -qE -e "$option([^a-z-]|\$)" docs/tool.md || fail "docs/tool.md does not describe $verb $option"
   done < <("$tool" "$verb" --help | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' | grep -vx -e --help)
 done
 echo "$commands commands, $failures failures"
