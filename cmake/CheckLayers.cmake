@@ -1,7 +1,6 @@
-# Fails when a source includes a header that its folder may not use. Each folder names what it may:
-# "x/" stands for the headers directly in x, anything else for one header; those next to the source,
-# named without a folder, are its own. A folder that is not listed fails too, so that a new one gets
-# its place here.
+# Fails if a source includes a header that its folder may not use. Each folder lists what it may use:
+# "x/" means the headers directly in x, anything else is one header. Headers in the source's own folder,
+# included without a path, are always allowed. A folder that is not listed fails too.
 cmake_minimum_required(VERSION 3.21)
 set(host base/ stream/)
 set(recorder recorder/Recorder.h recorder/RecorderOptions.h recorder/TrackInfo.h

@@ -1,4 +1,4 @@
-# Runs ahead of an install: adds those of `folders` that it will make to the file `made`.
+# Runs before an install: appends those of `folders` that do not exist yet to the file `made`.
 if(NOT "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}" MATCHES "/_CPack_Packages/")
   set(missing)
   foreach(folder ${folders})

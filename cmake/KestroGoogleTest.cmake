@@ -1,6 +1,6 @@
-# GoogleTest, for tests/ and for the programs beside them that use its support headers.
+# GoogleTest, for tests/ and for the other programs that use the headers in tests/support.
 if(CMAKE_CROSSCOMPILING)
-  # Debian has the library for its own machines only, and its source for all.
+  # Debian has no cross-compiled library, but it has the source.
   add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 else()
   find_package(GTest REQUIRED)

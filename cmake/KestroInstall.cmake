@@ -1,4 +1,4 @@
-# What `cmake --install` lays out, in three components: runtime (host and plug-in), development, tool.
+# What `cmake --install` installs, in three components: runtime (host and plug-in), development, tool.
 include(CMakePackageConfigHelpers)
 set(plugin_dir ${CMAKE_INSTALL_LIBDIR}/kestro)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kestro)
@@ -12,14 +12,14 @@ endif()
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 set(man_dir ${CMAKE_INSTALL_MANDIR}/man1)
 
-# First: which of these folders the install makes, for the uninstall.
+# First record which of these folders the install creates, for the uninstall.
 set(folders ${CMAKE_INSTALL_BINDIR} ${plugin_dir} ${config_dir} ${pkgconfig_dir} ${include_dir}/base
   ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir})
 install(CODE "set(folders \"${folders}\")\nset(made \"${PROJECT_BINARY_DIR}/install_folders.txt\")"
   ALL_COMPONENTS)
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallFolders.cmake ALL_COMPONENTS)
 
-# Libraries find each other wherever the prefix is moved to.
+# Libraries find each other even if the prefix is moved.
 function(kestro_rpath target from)
   set(lib ${CMAKE_INSTALL_FULL_LIBDIR})
   cmake_path(RELATIVE_PATH lib BASE_DIRECTORY ${from})

@@ -24,11 +24,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkestro${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "AVI plug-in and the host layer it runs in
- Records H.264, HEVC and motion JPEG video, PCM sound and text into AVI files, and plays them.")
+ Records H.264, HEVC and motion JPEG video, PCM audio and text into AVI files, and plays them.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkestro-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "development files of the host layer kestro
- Headers, and what find_package and pkg-config need.")
+ Headers, and the files for find_package and pkg-config.")
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kestro-avi)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "records, plays, describes, checks and repairs AVI files

@@ -1,5 +1,5 @@
-# Removes what was installed from the folder BUILD: the files of its manifests, and the folders that
-# the install made, unless something else lies in them.
+# Removes what was installed from the folder BUILD: the files in its manifests, and the folders that the
+# install created, unless they contain something else.
 file(GLOB manifests ${BUILD}/install_manifest*.txt)
 if(NOT manifests)
   message(FATAL_ERROR "nothing was installed from ${BUILD}")
@@ -18,9 +18,9 @@ foreach(manifest ${manifests})
   endforeach()
 endforeach()
 if(EXISTS ${BUILD}/install_folders.txt)
-  file(STRINGS ${BUILD}/install_folders.txt folders REGEX /)  # an install that makes none adds ""
+  file(STRINGS ${BUILD}/install_folders.txt folders REGEX /)  # an install that creates none adds ""
   list(REMOVE_DUPLICATES folders)
-  list(SORT folders ORDER DESCENDING)  # the inner ones first
+  list(SORT folders ORDER DESCENDING)  # inner folders first
   list(TRANSFORM folders PREPEND "$ENV{DESTDIR}")
   execute_process(COMMAND rmdir ${folders} ERROR_QUIET)
 endif()

@@ -1,8 +1,8 @@
-// A recorder as a camera runs it: a file a few seconds long after the other, each synced once a
-// second so that a power cut costs no more, and a queue so that the camera never waits for the
-// card.
+// A camera recorder: it records one file of a few seconds after another. Each file is synced once a
+// second, so that a power cut costs at most that much, and a queue keeps the camera from waiting
+// for the card.
 //   camera PLUGIN IN.h264 OUT-%03d.avi WIDTH HEIGHT FRAMES-PER-SECOND SECONDS-PER-FILE
-// IN.h264 plays the camera: a delimiter in front of each picture, start codes of four bytes.
+// IN.h264 stands in for the camera: a delimiter before each picture, start codes of four bytes.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -22,7 +22,7 @@ using base::Ref;
 
 namespace {
 
-// The frames of an elementary stream, one a call.
+// Returns the frames of an elementary stream, one per call.
 class Camera {
  public:
   Camera(char const* path, Ref<stream::IMedia> media, base::Fraction rate)
@@ -53,15 +53,15 @@ class Camera {
   base::int64 _frames = 0;
 };
 
-// The queue and the muxer behind it, for one file after the other.
+// The queue followed by the muxer, for one file after another.
 class Recorder {
  public:
   Recorder(stream::IMedia& media, base::Fraction rate, unsigned seconds) {
     _muxer = base::Make<stream::IMuxer>("avi-muxer-vfi");
     _queue = base::Make<stream::PacketQueue>("packet-queue");
     if (!_muxer || !_queue) return;
-    // Room in front of the data for the index of a file: 16 bytes a frame, and half as much again
-    // for files that end late, at a key frame. The headers take less than 4 KiB.
+    // Room before the data for the index of a file: 16 bytes per frame, and half as much again for
+    // files that end late, at a key frame. The headers take less than 4 KiB.
     auto const frames = static_cast<base::uint64>(seconds) * rate.num / rate.den + 1;
     base::uint64 const reserve = (4096 + 24 * frames + 511) / 512 * 512;
     _ok = _muxer->Set("constFrameRate", rate) && _muxer->Set("flushtime", 1000u) &&
@@ -88,8 +88,8 @@ class Recorder {
     return _ok;
   }
   bool Push(stream::Packet& packet) { return _input->Push(packet) && _ok; }
-  // Also after a failure: what was recorded before it is kept. The queue goes first, for it hands
-  // on what it still holds.
+  // Also after a failure, to keep what was recorded before it. The queue is closed first, because
+  // it passes on the packets that it still holds.
   bool End() {
     bool const drained = _queue->StatusChange(stream::IStatus::kClosed);
     bool const closed = _muxer->StatusChange(stream::IStatus::kClosed);
@@ -97,9 +97,9 @@ class Recorder {
   }
 
  private:
-  std::atomic<bool> _ok{false};  // messages come on the queue's thread
+  std::atomic<bool> _ok{false};  // messages arrive on the queue's thread
   std::unique_ptr<stream::IMuxer> _muxer;
-  std::unique_ptr<stream::PacketQueue> _queue;  // goes before the muxer that it is linked to
+  std::unique_ptr<stream::PacketQueue> _queue;  // destroyed before the muxer that it is linked to
   stream::IPort* _input = nullptr;
 };
 
@@ -131,7 +131,7 @@ int main(int argc, char** argv) {
   std::size_t const number = pattern.find("%03d");
   if (number == pattern.npos) return Fail("the name has no %03d");
   int files = 0;
-  base::int64 end_ns = 0;  // of the present file, if a key frame comes then
+  base::int64 end_ns = 0;  // of the current file, if a key frame comes then
   while (Ref<stream::Packet> const frame = camera.Next()) {
     if (files == 0 || (frame->IsKey() && frame->Pts() >= end_ns)) {
       if (files > 0 && !recorder.End()) return Fail("a file was not completed");

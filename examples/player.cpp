@@ -1,12 +1,12 @@
-// Goes through the first video track of an AVI file as it is told:
+// Goes through the first video track of an AVI file, following commands:
 //   player PLUGIN IN.avi COMMAND...
 //   step N       shows the next N frames
 //   seek MS      goes to the key frame at or before a time
 //   mode NAME    normal (every frame), fast (key frames), back (key frames, backward)
-// Each frame shown is a line: its time in seconds, its bytes, "key". At the end of the track:
-// "end"; a seek or another mode goes on from there.
+// For each frame it prints a line: its time in seconds, its bytes, "key". At the end of the track
+// it prints "end"; a seek or another mode continues from there.
 //
-// The demuxer is opened and never started: without its thread, frames come when they are asked for.
+// The demuxer is opened but never started: without its thread, frames are read only on request.
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -22,13 +22,13 @@ using PlayMode = stream::IDemuxer::PlayMode;
 
 namespace {
 
-// Null at the end of the track, the read-failure marker when the file cannot be read.
+// Returns null at the end of the track, and the read-failure marker if the file cannot be read.
 stream::Packet* NextFrame(stream::IDemuxer& demuxer, stream::IMedia const* video) {
   for (;;) {
     stream::Packet* const packet = demuxer.GeneratePacket(nullptr);
     if (packet == nullptr || packet == stream::Packet::ReadFailure()) return packet;
     if (packet->Media() == video) return packet;
-    packet->Release();  // of another track
+    packet->Release();  // it belongs to another track
   }
 }
 
@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
   auto const demuxer = base::Make<stream::IDemuxer>("avi-demuxer");
   if (!demuxer || !demuxer->Set("path", argv[2])) return Fail("no demuxer");
 
-  // The track that is found for an output is published there.
+  // Opening publishes a matching track on this output.
   stream::IPort const* const output = demuxer->AddOutput("h264,hevc");
   if (!demuxer->StatusChange(stream::IStatus::kOpen)) return Fail("not an AVI file, or damaged");
   auto const video = output->Media();

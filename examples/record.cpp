@@ -1,6 +1,6 @@
 // Records an H.264 elementary stream into an AVI file:
 //   record PLUGIN IN.h264 OUT.avi WIDTH HEIGHT FRAMES-PER-SECOND
-// The stream has a delimiter in front of each picture, and start codes of four bytes.
+// The stream has a delimiter before each picture, and start codes of four bytes.
 #include <cstdlib>
 #include <fstream>
 #include <iostream>

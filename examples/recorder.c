@@ -1,13 +1,13 @@
-/* Records an H.264 elementary stream and a WAV file into AVI files, as a camera would:
+/* Records an H.264 elementary stream and a WAV file into AVI files, as a camera program would:
  *   recorder IN.h264 IN.wav OUT.avi WIDTH HEIGHT FRAMES-PER-SECOND
- * The stream has start codes of four bytes and a delimiter in front of each picture; the WAV file
- * has a plain header and 16-bit samples. */
+ * The stream has start codes of four bytes and a delimiter before each picture. The WAV file has a
+ * plain header and 16-bit samples. */
 #include <recorder/kestro_recorder.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#define AUDIO_FRAMES 512 /* in each push: what a sound card might deliver */
+#define AUDIO_FRAMES 512 /* per push, as a sound card might deliver them */
 
 static unsigned char *read_file(const char *path, size_t *size) {
   FILE *file = fopen(path, "rb");
@@ -22,7 +22,7 @@ static unsigned char *read_file(const char *path, size_t *size) {
   return data;
 }
 
-/* The next delimiter at or after `from`, or the end. */
+/* Returns the next delimiter at or after `from`, or the end. */
 static size_t next_unit(const unsigned char *data, size_t size, size_t from) {
   for (; from + 5 <= size; ++from)
     if (memcmp(data + from, "\0\0\0\1\x09", 5) == 0) return from;
@@ -70,7 +70,7 @@ int main(int argc, char **argv) {
   kestro_recorder_options_init(&options, sizeof options);
   options.path = argv[3];
   options.overwrite = 1;
-  options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE; /* what is recorded survives a power cut */
+  options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE; /* survive a power cut */
   options.reserve_ns = INT64_C(600000000000);
   options.on_event = on_event;
   recorder = kestro_recorder_new(&options);

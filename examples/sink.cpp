@@ -1,4 +1,4 @@
-// Plays an AVI file into a sink of its own, which counts what each track delivers:
+// Plays an AVI file into its own sink, which counts what each track delivers:
 //   sink PLUGIN IN.avi
 #include <future>
 #include <iostream>
@@ -19,17 +19,17 @@ class Counter : public stream::ISink {
   Counter() : ISink("Counter") {}
   ~Counter() override { Detach(); }  // no packet arrives once members are destroyed
 
-  // The host passes on one packet at a time, whatever threads they come from.
+  // The host delivers one packet at a time, whatever threads they come from.
   bool ReceivePacket(stream::Packet& packet, void* context) override {
     Counts& counts = _counts[static_cast<stream::IPort*>(context)];
     counts.codec = packet.Media()->Codec();
     ++counts.packets;
     counts.keys += packet.IsKey() ? 1 : 0;
     counts.bytes += packet.Size();
-    return true;  // false would say: refused, or lost
+    return true;  // false would mean: refused or lost
   }
 
-  // False when nothing has come.
+  // Returns false if nothing has arrived.
   bool Print() const {
     for (auto const& [port, counts] : _counts)
       std::cout << counts.codec << ": " << counts.packets << " packets, " << counts.keys << " key, "
@@ -62,7 +62,8 @@ int main(int argc, char** argv) {
   demuxer->OnMessage(
       [&end](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
         std::string_view const what = type;
-        if (what != "warning") end.set_value(what == "eos");  // or "error": one of them, once
+        if (what != "warning")
+          end.set_value(what == "eos");  // or "error"; exactly one of them comes
         return true;
       });
   for (char const* codecs : {"h264,hevc", "pcm"})
