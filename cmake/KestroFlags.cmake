@@ -11,22 +11,25 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 include(GNUInstallDirs)
 
-add_compile_options(-Wall -Wextra $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
-if(KESTRO_WERROR)
-  add_compile_options(-Werror)
-endif()
-# Error lines print source paths: they start at the source root, on every machine.
-add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
-add_compile_definitions(_FILE_OFFSET_BITS=64)
-
+# Every target of the tree links this one.
+add_library(kestro_flags INTERFACE)
+target_compile_options(kestro_flags INTERFACE
+  -Wall -Wextra $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+  $<$<BOOL:${KESTRO_WERROR}>:-Werror>
+  # Error lines print source paths: they start at the source root, on every machine.
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_definitions(kestro_flags INTERFACE _FILE_OFFSET_BITS=64)
 if(KESTRO_SANITIZE)
-  add_compile_options(-fsanitize=${KESTRO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
-  add_link_options(-fsanitize=${KESTRO_SANITIZE})
+  set(sanitize -fsanitize=${KESTRO_SANITIZE})
+  target_compile_options(kestro_flags INTERFACE
+    ${sanitize} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kestro_flags INTERFACE ${sanitize})
 else()
-  add_link_options(-Wl,--no-undefined)
+  target_link_options(kestro_flags INTERFACE -Wl,--no-undefined)
 endif()
 if(KESTRO_FUZZ)
-  add_compile_options(-fsanitize=fuzzer-no-link)
+  target_compile_options(kestro_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+link_libraries($<BUILD_INTERFACE:kestro_flags>)
 
 find_package(Threads REQUIRED)

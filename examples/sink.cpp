@@ -67,13 +67,17 @@ int main(int argc, char** argv) {
         return true;
       });
   for (char const* codecs : {"h264,hevc", "pcm"})
-    stream::IPort::Link(*demuxer->AddOutput(codecs), *counter.AddInput());
+    if (!stream::IPort::Link(*demuxer->AddOutput(codecs), *counter.AddInput()))
+      return Fail("the elements cannot be linked");
   if (!demuxer->StatusChange(stream::IStatus::kOpen)) return Fail("the file cannot be opened");
-  counter.StatusChange(stream::IStatus::kRunning);
-  demuxer->StatusChange(stream::IStatus::kRunning);
+  if (!counter.StatusChange(stream::IStatus::kRunning) ||
+      !demuxer->StatusChange(stream::IStatus::kRunning))
+    return Fail("the elements cannot be started");
   bool const whole = end.get_future().get();
-  demuxer->StatusChange(stream::IStatus::kClosed);  // the source first: it pushes no more
-  counter.StatusChange(stream::IStatus::kClosed);
+  // The source first: it then pushes no more.
+  if (!demuxer->StatusChange(stream::IStatus::kClosed) ||
+      !counter.StatusChange(stream::IStatus::kClosed))
+    return Fail("the elements cannot be closed");
   if (!counter.Print()) return Fail("nothing to play");
   return whole ? 0 : Fail("the file could not be read to its end");
 }

@@ -24,7 +24,7 @@ enum class Code {
 };
 
 // What an operation has come to. The text is one line for people, empty for kOk.
-struct Result {
+struct [[nodiscard]] Result {
   Code code = Code::kOk;
   std::string text;
   explicit operator bool() const { return code == Code::kOk; }

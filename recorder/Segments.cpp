@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "recorder/Refusal.h"
 #include "stream/NalUnits.h"
 
 namespace kestro::record {
@@ -42,7 +43,8 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
       _names(options) {
   for (std::size_t i = 0; i < tracks.size(); ++i) {
     _tracks.emplace_back().input = AddInput();
-    _tracks[i].input->Offer(packets.Media(i));
+    if (!_tracks[i].input->Offer(packets.Media(i)))
+      throw Refusal(Code::kUnsupported, tracks[i].name + ": the track is refused");
     std::string const& sets = tracks[i].parameterSets;
     _tracks[i].sets.assign(sets.begin(), sets.end());
   }
@@ -54,7 +56,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
   if (lead == tracks.end()) lead = first(&TrackInfo::IsAudio);
   _lead = static_cast<std::size_t>(lead - tracks.begin());
   BeginFile();
-  ISink::StatusChange(kRunning);
+  static_cast<void>(ISink::StatusChange(kRunning));  // a sink without steps of its own
 }
 
 Segments::~Segments() {
@@ -367,7 +369,7 @@ bool Segments::EndFile() {
 }
 
 bool Segments::End() {
-  ISink::StatusChange(kClosed);
+  static_cast<void>(ISink::StatusChange(kClosed));
   if (!_file) return _whole;
   bool written = false;
   try {

@@ -119,8 +119,8 @@ void Recorder::Work::MakeQueue() {
     throw Refusal(Code::kPlugin, "the host has no queue");
   for (std::size_t i = 0; i < _tracks.size(); ++i) {
     auto const track = _queue->AddTrack();
-    stream::IPort::Link(*track.output, *_inputs[i]);
-    track.input->Offer(_packets->Media(i));
+    if (!stream::IPort::Link(*track.output, *_inputs[i]) || !track.input->Offer(_packets->Media(i)))
+      throw Refusal(Code::kPlugin, "the queue refuses a track");
     _inputs[i] = track.input;
   }
   if (!_queue->StatusChange(stream::IStatus::kRunning))
@@ -206,8 +206,8 @@ void Recorder::Work::Report(Event event) {
 }
 
 bool Recorder::Work::End() {
-  if (_queue) _queue->StatusChange(stream::IStatus::kClosed);
-  if (_segments) return _segments->End();
+  bool const drained = !_queue || _queue->StatusChange(stream::IStatus::kClosed);
+  if (_segments) return _segments->End() && drained;
   std::lock_guard lock(_fileMutex);
   if (!_file) return true;
   bool const complete = _file->Close();

@@ -20,7 +20,7 @@ namespace kestro::record {
 class Recorder::Work {
  public:
   Work(RecorderOptions const& options, Tracks const& tracks);  // throws Refusal
-  ~Work() { Stop(); }
+  ~Work() { static_cast<void>(Stop()); }
 
   Code Push(std::size_t track, Payload const& payload);
   void Split();

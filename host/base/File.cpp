@@ -270,7 +270,7 @@ FileIO::FileIO(char const* path, char const* mode) : IO("FileIO"), _file(File::O
   Note(_file != nullptr);
 }
 
-FileIO::~FileIO() { Close(); }
+FileIO::~FileIO() { static_cast<void>(Close()); }
 
 bool FileIO::Note(bool ok) {
   if (!ok) _error = errno;

@@ -21,7 +21,8 @@ class KESTRO_API File {
  public:
   enum Position { kBegin = 0, kCurrent = 1, kEnd = 2 };
 
-  static void* Open(char const* path, char const* mode);  // null on failure, errno tells why
+  [[nodiscard]] static void* Open(char const* path,
+                                  char const* mode);  // null on failure, errno tells why
   static bool Close(void* file);
   static unsigned Read(void* file, void* data, unsigned size);         // as IO::Read
   static unsigned Write(void* file, void const* data, unsigned size);  // as IO::Write
@@ -35,8 +36,8 @@ class KESTRO_API File {
   // from 5.8 on), followed by fdatasync; elsewhere fdatasync. SyncData is enough, and cheaper on
   // FAT, while the size is that of the last Sync.
   static bool Flush(void* file);
-  static bool Sync(void* file);
-  static bool SyncData(void* file);
+  [[nodiscard]] static bool Sync(void* file);
+  [[nodiscard]] static bool SyncData(void* file);
   static int Handle(void* file);
   static bool Delete(char const* path);
   // Renames a file, in place of one that has the new name, and makes the new name durable. The file
@@ -62,7 +63,7 @@ class KESTRO_API FileIO : public IO {
   ~FileIO() override;
 
   bool Opened() const { return _file != nullptr; }
-  bool Close();  // false when the system reports a late error
+  [[nodiscard]] bool Close();  // false when the system reports a late error
 
   int64 Size() override;
   int64 Tell() override { return _position; }

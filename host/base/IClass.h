@@ -36,9 +36,9 @@ class KESTRO_API IClass {
   // follow; null for an unknown alias, an object that is not an R, or arguments that the class has
   // no constructor for (the types must be exactly the registered ones). The attributes are not
   // applied yet: that is Configure. The caller owns the object.
-  static object* New(AttrSet& attrs);
+  [[nodiscard]] static object* New(AttrSet& attrs);
   template <class R, class... A>
-  static R* New(AttrSet& attrs, A... args) {
+  [[nodiscard]] static R* New(AttrSet& attrs, A... args) {
     object* made = nullptr;
     IClass const* record = Wanted(attrs);
     if (record != nullptr)

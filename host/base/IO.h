@@ -28,16 +28,16 @@ class KESTRO_API IO : public Object {
   // Bytes written: fewer than asked for only when the rest failed.
   virtual unsigned Write(void const* data, unsigned size) = 0;
   // Each class says which crash, of the process or of the machine, the data survives after it.
-  virtual bool Flush() { return true; }
+  [[nodiscard]] virtual bool Flush() { return true; }
   // The same where nothing was written beyond the size that the last Flush has met; may cost less.
-  virtual bool FlushData() { return Flush(); }
+  [[nodiscard]] virtual bool FlushData() { return Flush(); }
   // The underlying file descriptor, -1 where there is none.
   virtual int Handle() { return -1; }
 
   // The end of what is known to be stored: the size, less what a failed write has lost.
   virtual int64 GoodEnd() { return Size(); }
   // Cuts or extends the stream; the position stays. False where the medium cannot.
-  virtual bool Truncate(int64) { return false; }
+  [[nodiscard]] virtual bool Truncate(int64) { return false; }
   // The system's error number of the last failure, 0 for none.
   virtual int Error() { return 0; }
 };

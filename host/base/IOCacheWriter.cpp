@@ -343,7 +343,7 @@ bool IOCacheWriter::Truncate(int64 size) {
     stored = StoreBlocks() && StorePatches();
     if (stored) {
       // A target that cannot be cut keeps a tail that nothing refers to.
-      _target->Truncate(size);
+      static_cast<void>(_target->Truncate(size));
       _targetPosition = -1;
       _current->start = size;
       _patchFloor = 0;

@@ -18,6 +18,6 @@ KESTRO_API void ReflectRun();
 
 // Loads a plug-in by path and registers its classes; loading the same one again does nothing.
 // Modules are never unloaded. On failure `error`, unless null, says why.
-KESTRO_API bool LoadPlugin(char const* path, std::string* error = nullptr);
+[[nodiscard]] KESTRO_API bool LoadPlugin(char const* path, std::string* error = nullptr);
 
 }  // namespace kestro::base

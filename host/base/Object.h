@@ -53,7 +53,7 @@ class KESTRO_API object : public object_base {
   char const* Name() const { return _name != nullptr ? _name : ""; }
 
   // Applies the attributes of a new object. A plain object knows the describing keys only.
-  virtual bool Configure(AttrSet& attrs);
+  [[nodiscard]] virtual bool Configure(AttrSet& attrs);
   // Prints the object for people.
   virtual void operator>>(ostream& os) const;
 
@@ -109,7 +109,7 @@ class KESTRO_API Object : public object, public IParam {
 
   // An object of a registered class, by any look-up name; null when there is none. The caller
   // deletes it.
-  static object* New(char const* name);
+  [[nodiscard]] static object* New(char const* name);
 
   // Fills the attributes for IClass::New: the class alias, the extra pairs, and the describing
   // keys that are not null ("Owner" is the owner's name).

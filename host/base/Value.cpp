@@ -125,6 +125,21 @@ bool Value::Text(std::string& out) const {
   return false;
 }
 
+template <class T>
+static bool Parse(std::string const& text, T& out) {
+  if constexpr (std::is_same_v<T, bool>) {
+    return ParseBool(text, out);
+  } else if constexpr (std::is_same_v<T, char>) {
+    return text.size() <= 1 && ((out = text.empty() ? '\0' : text[0]), true);
+  } else {
+    int64 n = 0;
+    uint64 u = 0;
+    if (!ParseInteger(text, std::is_signed_v<T>, n, u)) return false;
+    if constexpr (std::is_signed_v<T>) return Fits<T>(n) && ((out = static_cast<T>(n)), true);
+    return Fits<T>(u) && ((out = static_cast<T>(u)), true);
+  }
+}
+
 bool Value::To(void* variable, std::type_info const& type) const {
   if (type == typeid(std::string)) return Text(*static_cast<std::string*>(variable));
   if (type == typeid(unsigned char*) || type == typeid(unsigned char const*)) {
@@ -142,19 +157,7 @@ bool Value::To(void* variable, std::type_info const& type) const {
   return ForInteger(type, [&](auto tag) {
     using T = typename decltype(tag)::type;
     T& out = *static_cast<T*>(variable);
-    if (text != nullptr) {
-      if constexpr (std::is_same_v<T, bool>) {
-        return ParseBool(*text, out);
-      } else if constexpr (std::is_same_v<T, char>) {
-        return text->size() <= 1 && ((out = text->empty() ? '\0' : (*text)[0]), true);
-      } else {
-        int64 n = 0;
-        uint64 u = 0;
-        if (!ParseInteger(*text, std::is_signed_v<T>, n, u)) return false;
-        if constexpr (std::is_signed_v<T>) return Fits<T>(n) && ((out = static_cast<T>(n)), true);
-        return Fits<T>(u) && ((out = static_cast<T>(u)), true);
-      }
-    }
+    if (text != nullptr) return Parse(*text, out);
     if (auto* u = std::get_if<uint64>(&_value))
       return Fits<T>(*u) && ((out = static_cast<T>(*u)), true);
     int64 n;

@@ -19,7 +19,7 @@ bool IDemuxer::Close() {
 
 void IDemuxer::Withdraw() {
   for (auto const& port : _ports)
-    if (!port->IsInput()) port->Offer(nullptr);
+    if (!port->IsInput()) port->Withdraw();
 }
 
 base::PropertyList const& IDemuxer::Properties() { return PropertiesOf<IDemuxer>(); }

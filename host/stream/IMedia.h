@@ -30,7 +30,7 @@ namespace kestro::stream {
 class KESTRO_API IMedia : public base::Object, public base::Reference {
  public:
   // The creator's reference is the caller's. Null for a null or empty codec name.
-  static IMedia* New(char const* codec);
+  [[nodiscard]] static IMedia* New(char const* codec);
 
   char const* Codec() const { return _codec.c_str(); }
   bool IsVideo() const { return _kind == Kind::kVideo; }
@@ -40,7 +40,7 @@ class KESTRO_API IMedia : public base::Object, public base::Reference {
 
   // Stores a copy of the codec's parameter sets; pointer keys into `data` then point into the copy,
   // and those into an earlier copy are unknown. False for no data.
-  bool Extra(void const* data, unsigned size);
+  [[nodiscard]] bool Extra(void const* data, unsigned size);
   Bytes ExtraData() const;  // never null
 
   using base::Object::Get;

@@ -40,6 +40,7 @@ class KESTRO_API IPort : public base::object {
   // first media until it is withdrawn. Offers to one port happen one after the other; one from
   // inside the AcceptMedia that another has called is refused.
   bool Offer(IMedia* media);
+  void Withdraw() { static_cast<void>(Offer(nullptr)); }
   base::Ref<IMedia> Media() const;
   bool Carries(IMedia const* media) const;  // false for null
   // Announces that no track will come through this output, so that sinks do not wait for one; a

@@ -79,7 +79,8 @@ bool ISource::Loop() {
   auto const port = std::find_if(_ports.begin(), _ports.end(), [packet](auto const& candidate) {
     return !candidate->IsInput() && candidate->Carries(packet->Media());
   });
-  if (port != _ports.end()) (*port)->Push(*packet);
+  // A sink that refuses a packet reports why itself.
+  if (port != _ports.end()) static_cast<void>((*port)->Push(*packet));
   return true;
 }
 

@@ -36,12 +36,13 @@ class KESTRO_API Packet final : public base::Reference {
   static void operator delete(void* memory);
 
   // A packet with `size` bytes of its own, uninitialised unless `data` is given.
-  static base::Ref<Packet> New(int size, void const* data = nullptr);
+  [[nodiscard]] static base::Ref<Packet> New(int size, void const* data = nullptr);
   // A packet over memory that `owner` keeps alive: it takes a reference on it, and null means that
   // the memory outlives every packet over it.
-  static base::Ref<Packet> Wrap(void* data, int size, base::Reference* owner = nullptr);
+  [[nodiscard]] static base::Ref<Packet> Wrap(void* data, int size,
+                                              base::Reference* owner = nullptr);
   // A second packet over the same payload, with fields of its own, copied from this one.
-  base::Ref<Packet> Share();
+  [[nodiscard]] base::Ref<Packet> Share();
 
   // Asks for the memory that whoever takes the packet looks at first: its beginning, and a line of
   // each of the next pages. A payload is cold when it comes from a device.

@@ -22,7 +22,7 @@ IPort* ParameterSetFilter::OutputOf(IPort const* input) const {
 bool ParameterSetFilter::AcceptMedia(IPort& input, IMedia* media) {
   IPort* const output = OutputOf(&input);
   if (output == nullptr) return false;
-  if (media != nullptr && !output->Carries(media)) output->Offer(nullptr);
+  if (media != nullptr && !output->Carries(media)) output->Withdraw();
   return output->Offer(media);
 }
 

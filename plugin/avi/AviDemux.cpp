@@ -137,7 +137,7 @@ void AviDemuxer::PublishVideo() {
   for (auto const& port : _ports) {
     if (port->IsInput() || port->Carries(chosen->Media())) continue;
     for (IStream const* stream : _streams)
-      if (stream->IsVideo() && port->Carries(stream->Media())) port->Offer(nullptr);
+      if (stream->IsVideo() && port->Carries(stream->Media())) port->Withdraw();
   }
   Publish(chosen->Media());
 }

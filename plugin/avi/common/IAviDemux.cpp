@@ -85,7 +85,8 @@ void IAviDemux::AddStreams() {
         IStream::New(codec.c_str(), codec.c_str(), static_cast<int>(_streams.size()));
     if (stream == nullptr) continue;
     _streams.push_back(stream);
-    stream->DemuxConfig(list, nullptr);
+    // A track with broken headers stays, so that the numbers of the others do.
+    static_cast<void>(stream->DemuxConfig(list, nullptr));
     if (stream->Media() == nullptr) continue;
     stream->Media()->Set("track", track);
     stream->Media()->Set("id", stream->TrackID());

@@ -196,7 +196,7 @@ void IAviMuxer::StartMovi(IO& io) {
   int64 const end = _keptEnd = io.Tell();
   base::IOIntWriter(io).Write32(static_cast<unsigned>(end - 8), 4, IO::kBegin);
   _openCounter = 0;
-  io.Flush();
+  static_cast<void>(io.Flush());  // the writer reports what fails
   _totalSize += end;
 }
 

@@ -30,9 +30,10 @@ class IAviMuxer : public IAvi {
   IAviMuxer();
   ~IAviMuxer() override;
 
-  virtual bool Open(IO& io, std::vector<IMedia*>& media);
+  [[nodiscard]] virtual bool Open(IO& io, std::vector<IMedia*>& media);
   virtual bool Close(IO& io);
-  virtual bool Process(IO& io, Packet& packet);  // false: no stream has this packet's media
+  [[nodiscard]] virtual bool Process(IO& io,
+                                     Packet& packet);  // false: no stream has this packet's media
   virtual bool process(IO&, Packet&) { return true; }
   virtual bool Config();
   virtual bool AddStream(IMedia* media);
@@ -63,13 +64,13 @@ class IAviMuxer : public IAvi {
   int64 FinishedSize(IO& io, int64 more, int64 entries) const;
 
   // The steps of Open.
-  bool StartFile(IO& io, std::vector<IMedia*>& media);
-  bool WriteHead(IO& io);
+  [[nodiscard]] bool StartFile(IO& io, std::vector<IMedia*>& media);
+  [[nodiscard]] bool WriteHead(IO& io);
   void StartMovi(IO& io);
 
   // The steps of Close. Sizes and headers, once _fileSize is known:
   void FillHead(IO& io);
-  bool WriteIdx1(IO& io);
+  [[nodiscard]] bool WriteIdx1(IO& io);
   // After a flush that failed: drops what the medium has not taken.
   void CutLost(IO& io);
   // After an index that the medium has not taken.

@@ -30,7 +30,7 @@ bool IAviMuxer::Close(IO& io) {
   if (!WriteIdx1(io)) RetryIdx1(io);
   _fileSize = static_cast<unsigned>(io.Tell());
   FillHead(io);
-  if (!io.Flush()) io.Truncate(io.Size());  // once more: the fault may have passed
+  if (!io.Flush()) static_cast<void>(io.Truncate(io.Size()));  // a second try
   _root->Reset();
   Abandon();
   return true;

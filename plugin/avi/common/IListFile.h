@@ -24,15 +24,15 @@ class IListFile {
   IListFile(IListFile const&) = delete;
   IListFile& operator=(IListFile const&) = delete;
 
-  bool CreateTmpFile(char const* path);
+  [[nodiscard]] bool CreateTmpFile(char const* path);
   // One record before the list would have to grow.
   bool ListIsFull() const;
   // Moves the list's records to the file. False when they could not be stored: they are still in
   // the list then, and the file is as before.
-  bool WriteTmpFile();
+  [[nodiscard]] bool WriteTmpFile();
   // Brings all spilled records back, in front of those in memory. False when there is no file, or
   // when spilled records could not be read; Lost() tells which.
-  bool ReadTmpFile();
+  [[nodiscard]] bool ReadTmpFile();
   bool Lost() const { return _lost; }
 
  private:

@@ -56,12 +56,13 @@ struct MuxerParam {
 class IStream : public Object {
  public:
   // Null for an unknown codec, and for a name that is empty or holds a "-".
-  static IStream* New(char const* codec, char const* name, int trackId);
+  [[nodiscard]] static IStream* New(char const* codec, char const* name, int trackId);
 
   explicit IStream(char const* name) : Object(name) {}
   ~IStream() override;
 
-  bool MuxConfig(std::vector<ChunkParam>* list, IMedia* media, Object* vidtag, MuxerParam* para);
+  [[nodiscard]] bool MuxConfig(std::vector<ChunkParam>* list, IMedia* media, Object* vidtag,
+                               MuxerParam* para);
   void MuxReset();
   void MuxResetPts() { _clock = -1; }
 
@@ -108,7 +109,7 @@ class IStream : public Object {
   virtual bool ConcateModeUpdate() { return true; }
 
   // False without a stream header.
-  bool DemuxConfig(IList* strl, Object* tags);
+  [[nodiscard]] bool DemuxConfig(IList* strl, Object* tags);
   void DemuxReset();  // the cursor to the first record
   // The chunk under the cursor, read up to `length` bytes (0: whole); null at the end, the
   // read-failure marker when it cannot be read. Then the cursor and its clock advance. The buffer

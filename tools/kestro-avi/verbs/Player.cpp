@@ -37,13 +37,14 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
     throw Error(kIo, path + ": no cache can be made");
   for (std::size_t i = 0; i < outputs; ++i) {
     _inputs.push_back(AddInput());
-    stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back());
+    if (!stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back()))
+      throw Error(kIo, path + ": the demuxer cannot be linked");
   }
   // The demuxer with a cache opens what it cannot play, too.
   if (!_demuxer->StatusChange(IStatus::kOpen))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
   _opened = !std::exchange(_waiting, false);
-  ISink::StatusChange(IStatus::kRunning);
+  static_cast<void>(ISink::StatusChange(IStatus::kRunning));  // a sink without steps of its own
 }
 
 Player::~Player() {
@@ -52,8 +53,8 @@ Player::~Player() {
     _closing = true;
   }
   _changed.notify_all();
-  _demuxer->StatusChange(IStatus::kClosed);
-  ISink::StatusChange(IStatus::kClosed);
+  static_cast<void>(_demuxer->StatusChange(IStatus::kClosed));
+  static_cast<void>(ISink::StatusChange(IStatus::kClosed));
 }
 
 std::size_t Player::TrackOf(stream::IMedia& media) {
