@@ -43,7 +43,7 @@ bool AviDemuxer::Open() {
   }
   for (auto const& media : published) Publish(media.get());
   std::lock_guard lock(_lock);
-  if (_videoIndex != chosen) PublishVideo();  // another was chosen meanwhile
+  if (_videoIndex != chosen) PublishVideo();  // plyVidCtrl chose another in the meantime
   _process = &IAviDemux::ProcessNormal;
   return true;
 }
@@ -52,7 +52,7 @@ bool AviDemuxer::Close() {
   Stop();
   {
     std::lock_guard lock(_lock);
-    _process = nullptr;  // nothing is published any more
+    _process = nullptr;  // no track is published from now on
   }
   Withdraw();
   std::lock_guard lock(_lock);
@@ -71,7 +71,7 @@ bool AviDemuxer::parseFile() {
     return false;
   }
   bool const opened = IAviDemux::Open(*Stream());
-  if (Incomplete()) _fault = "reading failed";  // what is missing now nothing later would report
+  if (Incomplete()) _fault = "reading failed";  // nothing later would report it
   return opened;
 }
 
@@ -104,7 +104,7 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
   return parsed;
 }
 
-// The coded data completes what the headers say of a video track: its first packet is looked at.
+// Reads the first packet of each video track: its data completes what the headers say.
 bool AviDemuxer::UpdateMediaInfo() {
   if (Stream() == nullptr) return false;
   ReadWatch watch(*Stream());
@@ -123,14 +123,14 @@ bool AviDemuxer::UpdateMediaInfo() {
   return complete;
 }
 
-// To the first output that takes it.
+// Offers media to the outputs, until one takes it.
 bool AviDemuxer::Publish(IMedia* media) {
   return std::any_of(_ports.begin(), _ports.end(), [media](auto const& port) {
     return !port->IsInput() && port->Match(media->Codec()) && port->Offer(media);
   });
 }
 
-// The chosen video track, in place of the one that an output has.
+// Publishes the chosen video track in place of the one that an output has.
 void AviDemuxer::PublishVideo() {
   IStream const* const chosen = VideoStream(_videoIndex);
   if (chosen == nullptr) return;
@@ -142,7 +142,7 @@ void AviDemuxer::PublishVideo() {
   Publish(chosen->Media());
 }
 
-// Whether the lock is this thread's already, in which case waiting for it would never end.
+// Refuses a call from a thread that already holds the lock: it would wait for itself.
 bool AviDemuxer::Refused(char const* what) const {
   if (_lock.Mine())
     KESTRO_ERROR(std::string("_lock.Mine(),from inside a call of the element: ") + what);

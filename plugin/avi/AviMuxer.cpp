@@ -51,8 +51,8 @@ bool AviMuxer::ReceivePacket(Packet& packet, void*) {
   return IAviMuxer::Process(wrapper, packet) && CheckIO();
 }
 
-// Whether a packet cannot be stored any more. A full file stays full: a smaller packet that still
-// fits would follow a gap.
+// Whether a packet can no longer be stored. A full file stays full: a smaller packet that still
+// fits would come after a gap.
 bool AviMuxer::WriteFails(Packet const& packet) {
   if (_full || !CheckIO()) return true;
   constexpr int64 kLargest = 0xFFFFFFFF;
@@ -111,7 +111,7 @@ bool AviMuxer::OpenConfig(std::vector<IMedia*>& list) {
 
 void AviMuxer::FreeFile() {
   Abandon();
-  delete std::exchange(_blkio, nullptr);  // what is still in memory goes to the stream
+  delete std::exchange(_blkio, nullptr);  // writes what is still in memory
   _media.clear();
   _eosCount = 0;
   _spillReported = _indexFull = _full = false;

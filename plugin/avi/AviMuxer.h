@@ -8,22 +8,22 @@
 
 namespace kestro::plugin::avi {
 
-// Registered as "AviMuxer-avi-muxer". See IMuxer for how an application records with it.
+// Registered as "AviMuxer-avi-muxer". IMuxer shows how an application records with it.
 //
-// The file is opened by the first packet, and by the next one again when that failed. Everything is
-// written through a caching writer, made for each file over the stream of IMuxer. Packets with the
-// media of another track than the inputs' are refused.
+// The first packet opens the file; if that fails, the next packet tries again. Everything is
+// written through a caching writer, made for each file over the stream of IMuxer. A packet whose
+// media is not that of an input is refused.
 //
-// "constFrameRate" must be set before the first packet of a file with video. AAC, text and motion
-// JPEG tracks go behind the others: a track's number counts what readers make streams of.
+// Set "constFrameRate" before the first packet of a file with video. Add AAC, text and motion JPEG
+// tracks last: readers number only the tracks that they make streams of.
 //
-// Refused with an error: a packet that would carry the finished file past 4 GiB - 1, every packet
-// after it, large or small, and every packet after a write has failed. The file can still be
-// closed. Close returns when the file is durable: after a true result it survives a power cut. Then
-// the element takes packets again once Open has been called.
+// A packet that would make the finished file larger than 4 GiB - 1 is refused with an error, and so
+// is every packet after it, and every packet after a failed write. The file can still be closed.
+// When Close returns true, the file is durable: it survives a power cut. After the next Open, the
+// element takes packets again.
 //
-// Packets may come from any thread. Properties are used while none comes: also "sizeGet", unless by
-// the thread that pushes.
+// Packets may come from any thread. Set and read properties while no packet is being pushed; the
+// thread that pushes may read "sizeGet" at any time.
 class AviMuxer : public stream::IMuxer, public IAviMuxer {
  public:
   AviMuxer();
@@ -48,17 +48,17 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
 
  protected:
   bool updateStream() override;
-  // Makes the current file's caching writer; null, or the condition that failed.
+  // Makes the caching writer of the current file. Returns null, or the condition that failed.
   char const* NewWriter();
   // The last steps of opening and of closing a file. `source` is what an error line names.
   void BeginFile();
   bool CloseStream(char const* source);
-  // Reports what puts nothing recorded at risk.
+  // Reports a condition that puts nothing recorded at risk.
   void Warn(char const* text, base::AttrSet* attrs = nullptr) {
     SendMessageUp("warning", text, attrs);
   }
   void WarnIndexFull();  // once per file
-  // Frees all that belongs to one file.
+  // Frees everything that belongs to one file.
   void FreeFile();
 
   int _mode = 0;               // non-zero: end-of-stream packets are counted
@@ -78,7 +78,7 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
   std::vector<base::Ref<IMedia>> _media;  // of the open file
   unsigned _cacheBlocks = kBlocks;
   bool _spillReported = false, _indexFull = false;
-  bool _full = false;  // the file has refused a packet for its size
+  bool _full = false;  // a packet was refused because the file would become too large
 };
 
 }  // namespace kestro::plugin::avi

@@ -1,4 +1,6 @@
-// The module's entry points, the only symbols that it exports.
+// The module's entry points. It exports nothing else.
+//
+// Compatibility: hosts look all of these up by name.
 #pragma once
 
 // Registers a class under `name`, or under its default alias when that is null.
@@ -22,9 +24,9 @@ PLUGIN_AVI_EXPORT void RegisterAviVideoTags(char const* name);
 PLUGIN_AVI_EXPORT void RegisterAviMuxer(char const* name);
 PLUGIN_AVI_EXPORT void RegisterAviDemuxer(char const* name);
 
-// The optional classes hand their registration functions over at load time; a build without them
-// leaves the slots empty. GetCb... stores a function that is not null and returns the slot;
-// RegisterOpt... calls what is in it, if anything.
+// The optional classes store their registration functions in slots at load time; without these
+// classes the slots stay empty. GetCb... stores a function, unless it is null, and returns the
+// slot; RegisterOpt... calls the function in the slot, if there is one.
 PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterPluginAvi(RegisterFunction fn);
 PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterVFIAviMuxer(RegisterFunction fn);
 PLUGIN_AVI_EXPORT RegisterFunction GetCbRegisterCusAviDemuxer(RegisterFunction fn);
@@ -32,7 +34,7 @@ PLUGIN_AVI_EXPORT void RegisterOptPluginAvi(char const* name);
 PLUGIN_AVI_EXPORT void RegisterOptVFIAviMuxer(char const* name);
 PLUGIN_AVI_EXPORT void RegisterOptCusAviDemuxer(char const* name);
 
-// In builds with the optional classes, set at load time to what their slots hold.
+// In builds with the optional classes: set at load time to the contents of their slots.
 PLUGIN_AVI_EXPORT RegisterFunction __cb_register_VFIAviMuxer;
 PLUGIN_AVI_EXPORT RegisterFunction __cb_register_CusAviDemuxer;
 PLUGIN_AVI_EXPORT void RegisterVFIAviMuxer(char const* name);

@@ -1,4 +1,4 @@
-// How a class of this module enters the registry.
+// Registers a class of this module.
 #pragma once
 
 #include <utility>

@@ -29,7 +29,7 @@ base::PropertyList AviVideoTags::Properties() {
   list.Member<Tags>("isftsize", &Tags::_isftsize, "its size in bytes");
   list.Member<Tags>("junkbuf", &Tags::_junkbuf, "payload of the \"JUNK\" filler");
   list.Member<Tags>("junksize", &Tags::_junksize, "its size in bytes");
-  list.Member<Tags>("idx1_first", &Tags::_idx1First, "1 puts the index in front of the data");
+  list.Member<Tags>("idx1_first", &Tags::_idx1First, "1 puts the index before the data");
   return list;
 }
 

@@ -1,17 +1,18 @@
-// What an application adds to the head of a file.
+// Extra header chunks that an application supplies.
 #pragma once
 
 #include "base/IClass.h"
 
 namespace kestro::plugin::avi {
 
-// Pointers and sizes of extra chunks, and the place of the index. All zero: nothing is added.
+// Pointers to and sizes of extra chunks, and the place of the index. With all of them zero, nothing
+// is added.
 //
-// The data stays the application's and is used, not copied, until the file is closed; the arrays
-// behind "strdbuf", "strdsize", "strnbuf" and "strnsize" have an element for every track. Payloads
-// are written as they are, without padding: keep "strd", "strn" and "isft" multiples of 4 bytes and
-// "JUNK" even for readers that expect it. Made by the registry ("AviVideoTags"): the muxer reads it
-// by property.
+// The data belongs to the application and is used, not copied, until the file is closed. The arrays
+// that "strdbuf", "strdsize", "strnbuf" and "strnsize" point to have an element for every track.
+// Payloads are written without padding: for readers that expect it, make "strd", "strn" and "isft"
+// multiples of 4 bytes long and "JUNK" even. Make it through the registry as "AviVideoTags"; the
+// muxer reads it by property.
 class AviVideoTags : public base::Object {
  public:
   AviVideoTags() : Object(nullptr) {}

@@ -1,4 +1,4 @@
-// Chunks whose payload the application supplies.
+// Chunks with a payload that the application supplies.
 #pragma once
 
 #include "common/IList.h"
@@ -7,12 +7,12 @@ namespace kestro::plugin::avi {
 
 void WriteZeros(IO& io, int64 count);
 
-// A chunk over a buffer that is not owned and outlives the node. Without a buffer it writes nothing
-// at all, not even a header: such a node is for reading only.
+// A chunk over a buffer that it does not own and that outlives it. Without a buffer it writes
+// nothing, not even a header: such a node is only for reading.
 class BufferChunk : public IList {
  public:
   void fill(IO& io) override;
-  void parse(IO& io) override;  // into the buffer, as many bytes as that has
+  void parse(IO& io) override;  // reads as many bytes as the buffer has
 
   unsigned char* const buffer;
   unsigned const length;
@@ -28,24 +28,24 @@ struct cstrd : BufferChunk {
   cstrd(unsigned char* data, unsigned bytes) : BufferChunk("strd", data, bytes) {}
   void parse(IO& io) override;
 
-  int64 dataPos = 0;  // of a parsed chunk: where its payload starts
+  int64 dataPos = 0;  // of a parsed chunk: the position of its payload
 };
 
 struct cstrn : BufferChunk {
   cstrn(unsigned char* data, unsigned bytes) : BufferChunk("strn", data, bytes) {}
 };
 
-// In lower case, on purpose: files have always had it so.
+// Compatibility: lower case, as in every file so far.
 struct cisft : BufferChunk {
   cisft(unsigned char* data, unsigned bytes) : BufferChunk("isft", data, bytes) {}
 };
 
-// Filler: a buffer and zeros behind it.
+// Filler: a buffer followed by zeros.
 class cjunk : public BufferChunk {
  public:
   cjunk(unsigned char* data, unsigned bytes) : BufferChunk("JUNK", data, bytes) {}
 
-  // Makes it n zero bytes longer than its buffer; a later call replaces the number.
+  // Sets how many zero bytes follow the buffer.
   virtual void AddSize(unsigned n);
 
   void fill(IO& io) override;

@@ -1,5 +1,5 @@
-// The header chunks with fixed fields. Each lists its fields once, in file order; reading and
-// writing follow that list. Names are those of the AVI headers.
+// The header chunks with fixed fields. Each lists its fields once, in file order, for reading and
+// writing. The names are those of the AVI headers.
 #pragma once
 
 #include <array>
@@ -26,7 +26,7 @@ class FieldChunk : public IList {
     });
   }
 
-  // A short read leaves the fields it does not reach.
+  // A short read leaves the fields after it as they are.
   void parse(IO& io) override {
     base::IOIntReader reader(io);
     ForEach([&](auto& field) {
@@ -123,7 +123,7 @@ struct cvstrf : FieldChunk<cvstrf> {
   }
 };
 
-// A sound format, a wave format header without the size of an extension: 16 bytes.
+// An audio format, a wave format header without an extension size: 16 bytes.
 struct castrf : FieldChunk<castrf> {
   castrf() : FieldChunk("strf") {}
 

@@ -1,4 +1,4 @@
-// What reading and writing an AVI file have in common.
+// Common to reading and writing an AVI file.
 #pragma once
 
 #include <vector>

@@ -21,7 +21,7 @@ bool IAviDemux::Parse(IO& io) {
   _root = new croot;
   _root->Size(static_cast<unsigned>(std::clamp<int64>(size, 0, UINT32_MAX)));
   bool const parsed = reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0;
-  // Nothing after the index is needed: what it names decides.
+  // Nothing after the index is needed.
   auto const* const index = dynamic_cast<cidx1*>(_root->Find("idx1"));
   _incomplete =
       reader.StoppedAt() < (index != nullptr ? index->dataPos + index->Size() : INT64_MAX);
@@ -55,7 +55,8 @@ bool IAviDemux::Close(IO&) {
   return true;
 }
 
-// The first stream list: from the first list on, the way leads into children where there are any.
+// The first stream list. Starting at the first list, the search goes into children where there are
+// any.
 IList* IAviDemux::FirstStreamList() const {
   IList* node = _root->Find("LIST");
   while (node != nullptr && node->ListType() != Convert4("strl")) {
@@ -66,11 +67,11 @@ IList* IAviDemux::FirstStreamList() const {
 }
 
 void IAviDemux::AddStreams() {
-  bool behindText = false;  // whatever follows a text track does not end the tracks
+  bool afterText = false;  // a list of another type after a text track does not end the tracks
   int track = -1;
   for (IList* list = FirstStreamList(); list != nullptr; list = list->Next()) {
-    if (list->ListType() != Convert4("strl") && !behindText) return;
-    behindText = false;
+    if (list->ListType() != Convert4("strl") && !afterText) return;
+    afterText = false;
     track += list->ListType() == Convert4("strl");
     auto* const header =
         list->Child() != nullptr ? dynamic_cast<cstrh*>(list->Find("strh")) : nullptr;
@@ -78,14 +79,14 @@ void IAviDemux::AddStreams() {
     char name[5] = {};
     for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(header->fccHandler >> (8 * i));
     std::string codec = name;
-    behindText = codec == "txt" || codec == "TXT";
-    if (behindText) continue;
+    afterText = codec == "txt" || codec == "TXT";
+    if (afterText) continue;
     if (codec == "WAVE" || codec == "wave") codec = "PCM";
     IStream* const stream =
         IStream::New(codec.c_str(), codec.c_str(), static_cast<int>(_streams.size()));
     if (stream == nullptr) continue;
     _streams.push_back(stream);
-    // A track with broken headers stays, so that the numbers of the others do.
+    // A track with broken headers stays, so that the others keep their numbers.
     static_cast<void>(stream->DemuxConfig(list, nullptr));
     if (stream->Media() == nullptr) continue;
     stream->Media()->Set("track", track);
@@ -104,9 +105,9 @@ bool IAviDemux::ParseIdx(IO& io) {
   return junk != nullptr;
 }
 
-// Gives the entries of the index to their streams: all, or those before the first one of zeros,
-// which begins what is left of a reserve. Entries that follow a sector of zeros there, which a
-// power cut has lost, cannot be timed.
+// Gives the entries of the index to their streams: all of them, or those before the first entry of
+// zeros, where the unused rest of a reserve begins. Entries after a sector that a power cut has
+// zeroed cannot be timed.
 void IAviDemux::AddEntries(IO& io, int64 bytes, bool toZeros) {
   constexpr int64 kEntry = 16;
   constexpr int64 kPiece = 0x100000;
@@ -121,7 +122,7 @@ void IAviDemux::AddEntries(IO& io, int64 bytes, bool toZeros) {
       _incomplete = true;
       return;
     }
-    // Tracks go on much as they begin: lists that need not grow cost neither copies nor memory.
+    // Tracks continue much as they begin. Reserving room for the rest saves copies and memory.
     if (left == bytes / kEntry * kEntry && left > wanted)
       for (IStream* stream : _streams) stream->ExpectMore(static_cast<double>(left) / wanted);
     left -= wanted;

@@ -5,43 +5,44 @@
 
 namespace kestro::plugin::avi {
 
-// Reads one file: Open parses the tree, makes a stream of every track that can be played and gives
-// it its index entries; each call of a play process then chooses a track and returns its next
-// packet; Close frees everything.
+// Reads one file. Open parses the tree, makes a stream for every track that can be played and gives
+// it its index entries. Each call of a play process then chooses a track and returns its next
+// packet. Close frees everything.
 //
 //   if (demux.Open(io))
 //     while (Packet* packet = demux.ProcessNormal(io)) ...
 //   demux.Close(io);
 //
-// Packets are the caller's. Null is the end, Packet::ReadFailure() a chunk that could not be read.
-// Index offsets are taken as absolute file positions. Entries without offset and size are left out;
-// an index before the data ends at the first entry of zeros. A track's number in the index
-// counts the streams, so that a track without one (text, motion JPEG) before others hides
-// them: files have it last. No locks: the element has one.
+// The caller owns the packets. Null is the end, Packet::ReadFailure() a chunk that could not be
+// read. Index offsets are taken as absolute file positions. Entries with neither offset nor size
+// are left out; an index before the data ends at the first entry of zeros. Track numbers in the
+// index count the streams, so a track without a stream (text, motion JPEG) hides the tracks after
+// it: files have such tracks last. There are no locks here: the element has one.
 class IAviDemux : public IAvi {
  public:
   using PlayProcess = Packet* (IAviDemux::*)(IO&);
 
   virtual bool Open(IO& io);
   virtual bool Close(IO& io);
-  // All tracks, in file order; of the video tracks the chosen one only.
+  // Plays all tracks in file order, but only the chosen one of the video tracks.
   virtual Packet* ProcessNormal(IO& io);
-  // The key frame under the cursor of the chosen video track, or the next one; at the end the
-  // cursor stays there. The others follow.
+  // Returns the key frame at the cursor of the chosen video track, or the next one, and moves the
+  // other tracks to its time. At the end the cursor stays there.
   virtual Packet* ProcessFast(IO& io);
-  // The key frame before the frame that was read last, or the first frame. A step over that frame
-  // and one more are always made: a key frame that a seek has led to is passed over. Null, with the
-  // cursor at the first frame, once that was delivered. The others follow.
+  // Returns the key frame before the frame that was read last, or the first frame, and moves the
+  // other tracks to its time. It always steps back over that frame and one more, so it passes over
+  // a key frame that a seek has found. Null, with the cursor at the first frame, once that frame
+  // has been delivered.
   virtual Packet* ProcessBack(IO& io);
-  // The chosen video track, or the first sound track, alone. The others follow.
+  // Play only the chosen video track, or only the first audio track. The others follow its time.
   virtual Packet* ProcessVideo(IO& io);
   virtual Packet* ProcessAudio(IO& io);
   virtual bool ParseIdx(IO& io);
   virtual bool Parse(IO& io);
   virtual bool Update(IO& io);
-  virtual bool RestStream();  // every track to its first packet
+  virtual bool RestStream();  // moves every track to its first packet
 
-  // Whether a part of the headers or of the index could not be read. What they name can be played.
+  // Whether a part of the headers or of the index could not be read. The rest can be played.
   bool Incomplete() const { return _incomplete; }
 
  protected:

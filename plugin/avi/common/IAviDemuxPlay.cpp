@@ -1,10 +1,10 @@
-// The play processes: which track gives the next packet.
+// The play processes, which choose the track of the next packet.
 #include "common/IAviDemux.h"
 
 namespace kestro::plugin::avi {
 
 namespace {
-// Puts the mark of the end on a packet of a track.
+// Marks a packet as the last of its track.
 void MarkEnd(Packet* packet, IStream const& stream) {
   if (packet != nullptr && packet != Packet::ReadFailure())
     packet->Flags(packet->Flags() | stream.DemuxEosFlags());
@@ -18,7 +18,7 @@ Packet* IAviDemux::ProcessNormal(IO& io) {
     if (stream->Media() == nullptr || (stream->IsVideo() && stream != video)) continue;
     ChunkParam const* const next = stream->DemuxPeek();
     if (next == nullptr) continue;
-    // By place in the file, and by time where that does not tell.
+    // The track whose next chunk comes first in the file, or whose time is earlier.
     if (best == nullptr || next->offset < best->DemuxPeek()->offset ||
         static_cast<base::uint64>(stream->DemuxCurrentPts()) <
             static_cast<base::uint64>(best->DemuxCurrentPts()))
@@ -45,7 +45,7 @@ Packet* IAviDemux::ProcessFast(IO& io) {
   if (video == nullptr) return nullptr;
   while (!video->DemuxISEnd() && !video->OnKey()) video->DemuxNext();
   Packet* const packet = Lead(io, *video);
-  // Fewer entries are left than there are from key frame to key frame.
+  // Fewer entries are left than a key frame interval has.
   if (video->end() - video->DemuxCurrent() < video->GetKeyFrameGap()) MarkEnd(packet, *video);
   return packet;
 }
@@ -53,7 +53,7 @@ Packet* IAviDemux::ProcessFast(IO& io) {
 Packet* IAviDemux::ProcessBack(IO& io) {
   IStream* const video = VideoStream(_videoIndex);
   if (video == nullptr) return nullptr;
-  video->DemuxPrev();  // over the frame that was read last
+  video->DemuxPrev();  // the frame that was read last
   do video->DemuxPrev();
   while (!video->OnKey() && video->DemuxCurrent() != video->begin());
   if (video->DemuxCurrentPts() == _currentPts) return nullptr;  // no frame is earlier
@@ -62,7 +62,7 @@ Packet* IAviDemux::ProcessBack(IO& io) {
   return packet;
 }
 
-// The next packet of a track; the others are moved to its time.
+// Returns the next packet of a track and moves the others to its time.
 Packet* IAviDemux::Lead(IO& io, IStream& leader) {
   _currentPts = leader.DemuxCurrentPts();
   for (IStream* stream : _streams) {

@@ -95,7 +95,7 @@ bool IAviMuxer::StreamConfig(IO&, std::vector<IMedia*>& media) {
   }
   if (_root == nullptr) Config();
   if (_streams.empty())
-    for (IMedia* medium : media) AddStream(medium);
+    for (IMedia* track : media) AddStream(track);
   _createTime = getTimeStamp();
   return true;
 }
@@ -132,7 +132,7 @@ bool IAviMuxer::Open(IO& io, std::vector<IMedia*>& media) {
   return true;
 }
 
-// Builds streams and tree, and takes memory for the index.
+// Builds streams and tree, and reserves memory for the index.
 bool IAviMuxer::StartFile(IO& io, std::vector<IMedia*>& media) {
   _totalSize = 0;
   _fileSize = 0;
@@ -141,7 +141,7 @@ bool IAviMuxer::StartFile(IO& io, std::vector<IMedia*>& media) {
     return false;
   }
   if (_root == nullptr || _streams.empty()) {
-    KESTRO_ERROR_AT(kSource, "Open", "_streams.empty(),no medium was accepted");
+    KESTRO_ERROR_AT(kSource, "Open", "_streams.empty(),no media was accepted");
     return false;
   }
   std::size_t entries = 0;
@@ -200,7 +200,7 @@ void IAviMuxer::StartMovi(IO& io) {
   _totalSize += end;
 }
 
-// The head of idx1 and its zeros; the entries come later.
+// Writes the header of idx1 and zeros; the entries come later.
 void IAviMuxer::ReserveIdx1(IO& io) {
   _idx1Pos = io.Tell();
   _idx1->Fill(io, false);
@@ -224,7 +224,7 @@ int64 IAviMuxer::FinishedSize(IO& io, int64 more, int64 entries) const {
 }
 
 uint64 IAviMuxer::getTimeStamp() {
-  // mktime(localtime(now)) is now again: the time zone, which all threads share, is not needed.
+  // mktime(localtime(now)) equals now, so the time zone, which all threads share, is not needed.
   return static_cast<uint64>(std::time(nullptr)) + 2082844800;  // seconds from 1904 to 1970
 }
 

@@ -12,19 +12,18 @@ namespace kestro::plugin::avi {
 // Writes one file after another. For each:
 //
 //   Config();                      // builds the chunk tree from the tag set
-//   Open(io, media);               // writes the head; one stream per medium that is accepted
-//   ... Process(io, packet);       // one chunk and one index record; any thread
-//   Close(io);                     // index and sizes; frees streams and tree
+//   Open(io, media);               // writes the head; makes a stream for each media it accepts
+//   ... Process(io, packet);       // writes a chunk and adds an index entry; any thread
+//   Close(io);                     // writes index and sizes; frees streams and tree
 //
 //   RIFF AVI | LIST hdrl (avih, strl ...) | [LIST INFO (isft)] | [JUNK] | LIST movi | idx1
 //
-// with idx1, of reserved size, before movi when the index comes first. Index offsets are absolute
-// file positions. Process holds a mutex; nothing else may overlap with it.
+// With the index first, idx1 has a reserved size and stands before movi. Index offsets are absolute
+// file positions. Process holds a mutex; no other call may overlap with it.
 //
-// Write failures are remembered by the IO. What it has lost (GoodEnd below Size) is cut off at
-// Close, together with its records, so that a file that ran into a full disk ends with its last
-// whole chunk and a correct index; chunks at the end give way to the index where the disk has no
-// room for both.
+// The IO remembers write failures. Close cuts off what the IO has lost (GoodEnd below Size)
+// together with its index entries: a file on a full disk ends with its last whole chunk and a
+// correct index. Where the disk lacks room for the index, it takes the place of the last chunks.
 class IAviMuxer : public IAvi {
  public:
   IAviMuxer();
@@ -51,16 +50,16 @@ class IAviMuxer : public IAvi {
   static base::uint64 getTimeStamp();  // the current time, seconds since 1904-01-01
 
  protected:
-  // Frees what a file has left behind: streams, tree and every value that belongs to one file.
+  // Frees streams and tree, and resets every value that belongs to one file.
   void Abandon();
-  // Whether a file has its index before its data; asked when its tree is built. Here the tag set
-  // decides ("idx1_first").
+  // Whether the next file has its index before its data; called when its tree is built. Here the
+  // tag set decides ("idx1_first").
   virtual bool IndexFirst() const;
   int64 EntryCount() const { return _para.entries; }  // of all tracks
   // The bytes of an idx1 chunk with so many entries.
   static constexpr int64 IndexedSize(int64 entries) { return 8 + 16 * entries; }
-  // The bytes the file will have when it is closed, with `more` further ones in movi and `entries`
-  // further records.
+  // The size of the file once it is closed, with `more` further bytes in movi and `entries` further
+  // index entries.
   int64 FinishedSize(IO& io, int64 more, int64 entries) const;
 
   // The steps of Open.
@@ -68,12 +67,12 @@ class IAviMuxer : public IAvi {
   [[nodiscard]] bool WriteHead(IO& io);
   void StartMovi(IO& io);
 
-  // The steps of Close. Sizes and headers, once _fileSize is known:
+  // The steps of Close. FillHead writes sizes and headers, once _fileSize is known.
   void FillHead(IO& io);
   [[nodiscard]] bool WriteIdx1(IO& io);
-  // After a flush that failed: drops what the medium has not taken.
+  // After a failed flush: drops what the device did not take.
   void CutLost(IO& io);
-  // After an index that the medium has not taken.
+  // After an index that the device did not take.
   bool RetryIdx1(IO& io);
 
   std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's
@@ -87,7 +86,7 @@ class IAviMuxer : public IAvi {
   IList* _info = nullptr;
   int64 _idx1Pos = 0;              // of its tag
   int64 _moviPos = 0;              // of its tag
-  int64 _keptEnd = 0;              // of the chunks whose records are in the file's index already
+  int64 _keptEnd = 0;              // of the chunks whose entries are already in the file's index
   unsigned _idx1RsvdSize = 32768;  // payload bytes reserved when idx1 comes first
   unsigned _fileSize = 0;
   unsigned _openCounter = 0;
@@ -97,9 +96,9 @@ class IAviMuxer : public IAvi {
   bool _streamFlag0 = false, _streamFlag1 = false, _streamFlag2 = false;
   bool _hasInfo = false;
   bool _hasJunk = false;
-  bool _idx1First = false;  // of the current file; the tag set may change meanwhile
+  bool _idx1First = false;  // of the current file; the tag set may change in the meantime
   bool _periodicSync = false;
-  int64 _periodicSyncHeaderSize = 0;  // where movi's contents begin, with periodic sync
+  int64 _periodicSyncHeaderSize = 0;  // with periodic sync: where movi's contents begin
   int64 _periodicSyncJunkSize = -1;   // payload of the padding JUNK, -1 without one
   int64 _totalSize = 0;
   int _hasAudio = 0;

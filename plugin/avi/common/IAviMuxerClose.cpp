@@ -1,4 +1,4 @@
-// The end of a file: index, sizes, and what a failing medium leaves of it.
+// The end of a file: its index, its sizes, and recovery from a failing device.
 #include <algorithm>
 #include <cerrno>
 
@@ -11,9 +11,9 @@ using base::IOIntWriter;
 using base::uint64;
 
 namespace {
-constexpr char kSource[] = "plugin/avi/common/IAviMuxer";  // what error lines name
+constexpr char kSource[] = "plugin/avi/common/IAviMuxer";  // Compatibility: in error lines
 
-// Some streams report no error.
+// Some streams report no error number.
 bool MayBeFull(int error) {
   return error == 0 || error == ENOSPC || error == EDQUOT || error == EFBIG;
 }
@@ -36,7 +36,7 @@ bool IAviMuxer::Close(IO& io) {
   return true;
 }
 
-// The deepest chunk first, the file's own size last.
+// The deepest chunk first, the size of the file last.
 void IAviMuxer::FillHead(IO& io) {
   fillMovi(io);
   fillJunk(io);
@@ -69,7 +69,7 @@ bool IAviMuxer::updateBox() {
   auto const num = static_cast<uint64>(rate.num);
   avih->dwMicroSecPerFrame =
       num == 0 ? 0 : static_cast<unsigned>(static_cast<uint64>(rate.den) * 1000000 / num);
-  unsigned const wrapped = video.Bytes() * 1000u;  // at 32 bits, as it always has
+  unsigned const wrapped = video.Bytes() * 1000u;  // Compatibility: wraps at 32 bits
   avih->dwMaxBytesPerSec =
       video.Duration() == 0 ? 0 : static_cast<unsigned>(wrapped / video.Duration());
   avih->dwTotalFrames = video.Length();
@@ -81,7 +81,7 @@ bool IAviMuxer::updateBox() {
   return true;
 }
 
-// Writes the index; false when the medium did not take it.
+// Writes the index. False when the device did not take it.
 bool IAviMuxer::WriteIdx1(IO& io) {
   if (_idx1First) _idx1->fill(io);
   fillIdx1(io);
@@ -94,7 +94,7 @@ bool IAviMuxer::fillIdx1(IO& io) {
     _idx1->Fill(io, false);
     return true;
   }
-  // What does not fill the reserve leaves the reserved size in the header, and zeros at the end.
+  // An index smaller than its reserve keeps the reserved size in its header, and zeros at its end.
   bool full = _idx1->Size() == _idx1RsvdSize;
   if (_idx1->Size() > _idx1RsvdSize) {
     KESTRO_ERROR_AT(kSource, __func__, "idx1 too small, data length over idx1 rsvd size");
@@ -120,7 +120,7 @@ bool IAviMuxer::fillMovi(IO& io) {
                             ? _periodicSyncJunkSize + 8
                             : 0;
   int64 const index = _idx1First ? int64(_idx1RsvdSize) + 8 : Bytes(_idx1);
-  // All that stands in front of the list in either layout.
+  // Everything before the list in either layout.
   int64 const before =
       8 + int64(_riff->Size()) + Bytes(_hdrl) + Bytes(_info) + Bytes(_junk) + padding;
   int64 const size = int64(_fileSize) - before - 8 - index;
@@ -155,7 +155,7 @@ bool IAviMuxer::fillRiff(IO& io) {
   return true;
 }
 
-// Several tracks spill the shared list; what was read back is in file order once it is sorted.
+// Several tracks spill the shared list, so what was read back must be sorted into file order.
 void IAviMuxer::RestoreOrder() {
   auto const earlier = [](ChunkParam const& a, ChunkParam const& b) { return a.offset < b.offset; };
   if (!std::is_sorted(_list->begin(), _list->end(), earlier))
@@ -175,7 +175,7 @@ std::size_t IAviMuxer::WholeChunks(int64 end) const {
   return count;
 }
 
-// Cuts the file behind the first `count` chunks of the list; false when the medium does not hold
+// Cuts the file after the first `count` chunks of the list. False when the device does not hold
 // that much.
 bool IAviMuxer::KeepChunks(IO& io, std::size_t count) {
   uint64 const end = count > 0 ? ChunkEnd((*_list)[count - 1]) : static_cast<uint64>(_keptEnd);
@@ -190,12 +190,12 @@ bool IAviMuxer::KeepChunks(IO& io, std::size_t count) {
 }
 
 void IAviMuxer::CutLost(IO& io) {
-  // The fault may have passed: what is still in memory is tried once more.
+  // Tries to write what is still in memory again: the fault may have passed.
   if (!KeepChunks(io, WholeChunks(io.Size()))) KeepChunks(io, WholeChunks(io.GoodEnd()));
 }
 
-// After an index that could not be stored: once more, then with fewer chunks in front of it, which
-// helps on a full medium only. What one that fails has taken stays for a repair.
+// Tries a failed index again, then with fewer chunks before it, which helps only on a full device.
+// On a failing device, what has been stored stays for a repair.
 bool IAviMuxer::RetryIdx1(IO& io) {
   if (_idx1First) return io.Truncate(io.Size()) && WriteIdx1(io);
   auto const room = static_cast<uint64>(io.GoodEnd());

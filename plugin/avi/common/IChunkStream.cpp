@@ -14,7 +14,7 @@ int IChunkStream::AddData(IO& io, Packet& packet, uint64) {
 int IChunkStream::WriteData(IO& io, Packet& packet) {
   auto const size = static_cast<unsigned>(packet.Size());
   unsigned const written = WriteChunk(io, size, packet);
-  // A lost chunk is taken back by its index entry; an empty one has none.
+  // Lost chunks are subtracted by their index entries; an empty one has none.
   if (size > 0 || written == 8) _count += Units(size);
   _bytes += size;
   return static_cast<int>(written);
@@ -26,7 +26,7 @@ uint64 IChunkStream::ChunkEnd(ChunkParam const& chunk) const {
 
 void IChunkStream::DropChunk(ChunkParam const& chunk) {
   _count -= Units(chunk.size);
-  _bytes -= std::min(_bytes, chunk.size);  // a text's padding is in the entry only
+  _bytes -= std::min(_bytes, chunk.size);  // the entry of a text counts its padding, too
   IStream::DropChunk(chunk);
 }
 

@@ -113,8 +113,8 @@ int IList::ParseWithin(IO& io, bool recursive, Budget& budget) {
   return 1;
 }
 
-// Reads one chunk. False ends the list; `ok` is cleared when the chunk inside could not be parsed.
-// `format` keeps what a "strf" of this list holds: it is searched once.
+// Reads one chunk. False ends the list; clears `ok` when the chunk inside cannot be parsed.
+// `format` keeps the format that a "strf" of this list holds, so that it is looked up once.
 bool IList::ParseChild(IO& io, Budget& budget, unsigned& format, bool& ok) {
   IOIntReader reader(io);
   unsigned code, length;
@@ -139,7 +139,7 @@ IList* IList::Find(unsigned id) {
   if (_id == id) return this;
   for (IList* node = _child != nullptr ? _child : _next; node != nullptr; node = node->_next) {
     if (node->_id == id) return node;
-    if (node->_child == nullptr) continue;  // its siblings are next here
+    if (node->_child == nullptr) continue;  // continue with its siblings
     if (IList* found = node->Find(id)) return found;
   }
   return nullptr;

@@ -10,40 +10,39 @@ namespace kestro::plugin::avi {
 using base::int64;
 using base::IO;
 
-// Passed down the tree by IList::Update, unchanged.
+// Compatibility: passed down the tree by IList::Update; it has no members.
 struct UpdateParam {};
 
 // A chunk of the file and the chunks inside it. A node owns its children: deleting the root frees
 // the tree. Files are written and read in the order of the tree:
 //
-//   root->Fill(io, true);            // headers and payloads, each size patched once it is known
-//   root->Parse(io, true);           // the reverse; the root's size is the stream's
+//   root->Fill(io, true);            // writes headers and payloads, and patches each size
+//   root->Parse(io, true);           // reads them; the root has the size of the stream
 //
-// Chunks are never aligned here: sizes and offsets are exactly the bytes written. One thread at a
-// time.
+// Nothing is aligned here: sizes and offsets count exactly the bytes written. One thread at a time.
 class IList : public base::object {
  public:
-  // The name gives the id; a literal, since it is not copied.
+  // The name is the id. It is not copied: pass a literal.
   explicit IList(char const* name) : object(name), _id(base::Convert4(name)) {}
   ~IList() override;
 
-  // The node for a four-character code, null for an unknown one. "strf" has no node of its own: its
-  // codes are "vids" and "auds".
+  // Makes the node for a four-character code; null for an unknown one. "strf" has no node of its
+  // own: use "vids" or "auds".
   static IList* New(unsigned code);
   static IList* New(char const* name) { return New(base::Convert4(name)); }
 
-  // Appends a child and takes it over; a null node is ignored. Returns the node.
+  // Appends a child and takes ownership of it; ignores null. Returns the node.
   virtual IList* Add(IList* node);
   virtual void Update(UpdateParam& param);
-  // Writes the chunk, and its children when recursive, then patches its size. Returns the payload
-  // bytes written (low 32 bits). Failures are the stream's to remember.
+  // Writes the chunk, and its children if `recursive`, then patches its size. Returns the payload
+  // bytes written (low 32 bits). The stream remembers failures.
   virtual int Fill(IO& io, bool recursive);
-  // Reads the chunk whose 8-byte header has been consumed and whose size is set. A list of unknown
-  // type is passed over, an unknown leaf ends the list that holds it. 0 for an empty stream.
+  // Reads the chunk whose 8-byte header has been read and whose size is set. Skips a list of
+  // unknown type; an unknown leaf ends the list that contains it. Returns 0 for an empty stream.
   virtual int Parse(IO& io, bool recursive);
   virtual void Reset();
 
-  // The hooks of a chunk class: its own bytes.
+  // A chunk class overrides these for its own bytes.
   virtual void update(UpdateParam&) {}
   virtual void fill(IO& io) { WriteHeader(io); }
   virtual void parse(IO&) {}
@@ -52,8 +51,8 @@ class IList : public base::object {
   // Which format a stream list's "strf" holds: "vids", "auds" or 0.
   virtual unsigned Getstrftype(IList* list);
 
-  // The first node with this id in the subtree; below a leaf the search goes on with its following
-  // siblings. Lists are all found as "LIST".
+  // The first node with this id in the subtree; from a leaf, the search continues with the siblings
+  // after it. All lists have the id "LIST".
   IList* Find(unsigned id);
   IList* Find(char const* name) { return Find(base::Convert4(name)); }
 
@@ -64,9 +63,11 @@ class IList : public base::object {
   unsigned Id() const { return _id; }
   unsigned ListType() const { return _listType; }  // as parsed
   IList* Next() const { return _next; }
-  IList* Prev() const { return _prev; }  // not kept: always null
   IList* Child() const { return _child; }
-  IList* Parent() const { return _parent; }  // not kept: always null
+
+  // Compatibility: always null.
+  IList* Prev() const { return nullptr; }
+  IList* Parent() const { return nullptr; }
 
  protected:
   void WriteHeader(IO& io);  // id and size
@@ -76,8 +77,8 @@ class IList : public base::object {
   unsigned _listType = 0;
 
  private:
-  // What a hostile file may cost: every chunk header met counts, and is met once, since no list
-  // leads beyond the end of the one that holds it.
+  // Limits what a hostile file can cost. Every chunk header counts, and is read only once, since no
+  // list extends beyond the one that contains it.
   struct Budget {
     int chunks = 65536;
     int levels = 16;
@@ -87,9 +88,7 @@ class IList : public base::object {
   bool ParseChild(IO& io, Budget& budget, unsigned& format, bool& ok);
 
   IList* _next = nullptr;
-  IList* _prev = nullptr;
   IList* _child = nullptr;
-  IList* _parent = nullptr;
   IList* _lastChild = nullptr;
 };
 

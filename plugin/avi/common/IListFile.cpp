@@ -13,7 +13,7 @@ using base::File;
 IListFile::IListFile(std::vector<ChunkParam>* list, char const* base, unsigned count)
     : _capacity(count), _list(list) {
   std::snprintf(_name, sizeof _name, "%s.kestro", base);
-  std::printf("%s maxsize %d\n", _name, static_cast<int>(_recordSize * _capacity));
+  std::printf("%s maxsize %d\n", _name, static_cast<int>(_entrySize * _capacity));
 }
 
 IListFile::~IListFile() {
@@ -38,7 +38,7 @@ bool IListFile::WriteTmpFile() {
     return false;
   }
   if (!_writing) {
-    // The list holds what was read back: the file starts anew.
+    // The list has everything that was read back: start the file again.
     _writing = true;
     _spilled = 0;
     File::Seek(_file, 0, File::kBegin);
@@ -49,14 +49,14 @@ bool IListFile::WriteTmpFile() {
   return true;
 }
 
-// Writes the list behind the records in the file; a partly written batch is cut off again.
+// Appends the list to the file. Cuts off a batch that was written in part.
 bool IListFile::Append() {
-  auto const bytes = static_cast<unsigned>(_recordSize * _list->size());
+  auto const bytes = static_cast<unsigned>(_entrySize * _list->size());
   if (File::Write(_file, _list->data(), bytes) == bytes) {
     _spilled += _list->size();
     return true;
   }
-  auto const whole = static_cast<int64>(_spilled) * _recordSize;
+  auto const whole = static_cast<int64>(_spilled) * _entrySize;
   File::Truncate(_file, whole);
   File::Seek(_file, whole, File::kBegin);
   return false;
@@ -64,7 +64,7 @@ bool IListFile::Append() {
 
 bool IListFile::ReadTmpFile() {
   if (_file == nullptr || _list == nullptr) return false;
-  if (!_writing && _list->size() >= _spilled) return true;  // they are all here still
+  if (!_writing && _list->size() >= _spilled) return true;  // all are still here
 
   std::vector<ChunkParam> const tail = *_list;
   std::size_t const before = _spilled;
@@ -75,25 +75,25 @@ bool IListFile::ReadTmpFile() {
   }
   std::size_t const wanted = before + tail.size();
   _list->reserve(wanted + 1);
-  std::size_t read = ReadRecords(_spilled);
-  if (read < _spilled) read = ReadRecords(_spilled);  // the fault may have passed
-  // What the file did not give is taken from memory, where memory has it.
+  std::size_t read = ReadEntries(_spilled);
+  if (read < _spilled) read = ReadEntries(_spilled);  // the fault may have passed
+  // Takes what could not be read from memory, as far as memory has it.
   auto const known = std::min(read > before ? read - before : 0, tail.size());
   _list->insert(_list->end(), tail.begin() + static_cast<std::ptrdiff_t>(known), tail.end());
   _lost = _list->size() < wanted;
   return !_lost;
 }
 
-// Replaces the list with the first records of the file; returns how many there were.
-std::size_t IListFile::ReadRecords(std::size_t count) {
-  constexpr std::size_t kPiece = 65536;  // records a read
+// Replaces the list with the first entries of the file. Returns how many could be read.
+std::size_t IListFile::ReadEntries(std::size_t count) {
+  constexpr std::size_t kPiece = 65536;  // entries per read
   _list->resize(count);
   File::Seek(_file, 0, File::kBegin);
   std::size_t done = 0;
   while (done < count) {
-    auto const bytes = static_cast<unsigned>(std::min(count - done, kPiece) * _recordSize);
+    auto const bytes = static_cast<unsigned>(std::min(count - done, kPiece) * _entrySize);
     unsigned const got = File::Read(_file, _list->data() + done, bytes);
-    if (got != IO::kFailed) done += got / _recordSize;
+    if (got != IO::kFailed) done += got / _entrySize;
     if (got != bytes) break;
   }
   _list->resize(done);

@@ -1,4 +1,4 @@
-// The temporary file that takes a track's index entries out of memory.
+// A temporary file for a track's index entries.
 #pragma once
 
 #include <vector>
@@ -7,15 +7,15 @@
 
 namespace kestro::plugin::avi {
 
-// Spills a list of records and brings them back, in order:
+// Moves the entries of a list to a file, and brings them back in order:
 //
 //   IListFile file(&list, "C:/h264.0x1234", 4096);        // no file yet
-//   if (file.ListIsFull()) file.WriteTmpFile();           // before each record is added
-//   file.ReadTmpFile();                                   // the list holds every record again
+//   if (file.ListIsFull()) file.WriteTmpFile();           // before each entry is added
+//   file.ReadTmpFile();                                   // the list has every entry again
 //
-// Several of them may share one list: once all have been read back, the list holds every record,
-// though not in order. The file is made at the first spill and deleted with the object. No fault
-// loses a record that is in memory.
+// Several may share one list: once all have been read back, the list has every entry, though not in
+// order. The first spill creates the file, the destructor deletes it. No fault loses an entry that
+// is in memory.
 class IListFile {
  public:
   // The list is not owned. The path is `base` and ".kestro"; `count` is for the log line.
@@ -25,27 +25,27 @@ class IListFile {
   IListFile& operator=(IListFile const&) = delete;
 
   [[nodiscard]] bool CreateTmpFile(char const* path);
-  // One record before the list would have to grow.
+  // True one entry before the list would have to grow.
   bool ListIsFull() const;
-  // Moves the list's records to the file. False when they could not be stored: they are still in
-  // the list then, and the file is as before.
+  // Moves the list's entries to the file. On failure returns false and leaves list and file as they
+  // were.
   [[nodiscard]] bool WriteTmpFile();
-  // Brings all spilled records back, in front of those in memory. False when there is no file, or
-  // when spilled records could not be read; Lost() tells which.
+  // Brings all spilled entries back, ahead of those in memory. Returns false when there is no file,
+  // or when spilled entries could not be read: then Lost() is true.
   [[nodiscard]] bool ReadTmpFile();
   bool Lost() const { return _lost; }
 
  private:
   bool Append();
-  std::size_t ReadRecords(std::size_t count);
+  std::size_t ReadEntries(std::size_t count);
 
   void* _file = nullptr;
   unsigned _capacity;
-  bool _writing = true;  // until the records have been read back
-  unsigned const _recordSize = sizeof(ChunkParam);
+  bool _writing = true;  // until the entries have been read back
+  unsigned const _entrySize = sizeof(ChunkParam);
   std::vector<ChunkParam>* _list;
   char _name[128];
-  std::size_t _spilled = 0;  // records in the file
+  std::size_t _spilled = 0;  // entries in the file
   bool _lost = false;
 };
 

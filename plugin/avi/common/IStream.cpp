@@ -12,7 +12,7 @@ namespace kestro::plugin::avi {
 using base::uint64;
 
 namespace {
-constexpr int kMaxTracks = 100;  // two digits in a chunk's id
+constexpr int kMaxTracks = 100;  // a chunk's id has two digits for the track
 constexpr int64 kMaxBatch = 65536;
 }  // namespace
 
@@ -125,7 +125,7 @@ int IStream::AddChunk(Packet const& packet, uint64 pos, int) {
   chunk.offset = pos;
   chunk.size = static_cast<unsigned>(packet.Size());
   int64 const ms = packet.Duration() / 1000000;
-  // Kept with the record only so that a chunk that is lost can be taken back.
+  // Kept only for DropChunk.
   chunk.duration = static_cast<unsigned>(std::clamp<int64>(ms * 1000, 0, UINT32_MAX));
   _duration += ms;
   _list->push_back(chunk);
@@ -140,7 +140,7 @@ int IStream::AddData(IO& io, Packet& packet, uint64) {
 }
 
 unsigned IStream::WriteChunk(IO& io, unsigned sizeField, Packet const& packet) const {
-  // Composed here, not read back from the index entry: an empty packet has none.
+  // Not taken from the index entry: an empty packet has none.
   unsigned char header[8];
   base::Store32(base::Store32(header, ChunkId()), sizeField);
   unsigned written = io.Write(header, sizeof header);

@@ -1,4 +1,4 @@
-// The reading side of a track.
+// Reading a track.
 #include <algorithm>
 
 #include "common/IStream.h"
@@ -6,10 +6,10 @@
 namespace kestro::plugin::avi {
 
 namespace {
-constexpr int kSlack = 128;  // bytes behind a packet's payload
+constexpr int kSlack = 128;  // bytes after a packet's payload
 constexpr int64 kModest = 0x100000;
 
-// Saturates.
+// Saturates instead of overflowing.
 int64 Microseconds(int64 ms) {
   int64 us;
   if (__builtin_mul_overflow(ms, 1000, &us)) return ms < 0 ? INT64_MIN : INT64_MAX;
@@ -39,10 +39,11 @@ void IStream::DemuxReset() {
 
 Packet* IStream::GetPacket(IO& io, int64 length) {
   if (DemuxISEnd()) return nullptr;
-  // Only the low half of the position is used, as a signed number: files are read up to 2 GiB.
+  // Compatibility: only the low half of the position is used, as a signed number, so files are read
+  // up to 2 GiB.
   int64 const at = static_cast<int>(static_cast<unsigned>(_cursor->offset) + 8);
   int64 size = _cursor->size;
-  // Sizes that would cost memory are held against the file.
+  // Never allocates more than the rest of the file.
   if (size > kModest) size = std::clamp<int64>(io.Size() - at, 0, size);
   if (size > INT32_MAX - 2 * kSlack) return Packet::ReadFailure();
 
@@ -86,10 +87,10 @@ int64 IStream::UniformStep() {
   return _uniform > 0 && _uniform == _list->size() ? begin()->duration : 0;
 }
 
-// As so many DemuxNext, or DemuxPrev, over records of the same duration.
-void IStream::Skip(int64 records, int64 step) {
-  _cursor += records;
-  _clock += records * step;
+// The same as that many calls of DemuxNext or DemuxPrev over entries of equal duration.
+void IStream::Skip(int64 entries, int64 step) {
+  _cursor += entries;
+  _clock += entries * step;
 }
 
 ChunkParam* IStream::DemuxNext() {
@@ -100,7 +101,7 @@ ChunkParam* IStream::DemuxNext() {
 
 ChunkParam* IStream::DemuxPrev() {
   if (_cursor == begin()) return _cursor;
-  // The duration of the record being left, not of the one stepped over: it has always been so.
+  // Compatibility: the duration of the entry it leaves, not of the one it steps over.
   _clock -= StepDuration();
   return --_cursor;
 }
@@ -119,12 +120,12 @@ ChunkParam* IStream::DemuxSeek(int64& pts, bool key) {
 
 void IStream::SeekForward(int64 target, bool key) {
   ChunkParam* const from = _cursor;
-  Pass(target);
+  SkipUntil(target);
   if (DemuxISEnd()) {
-    DemuxPrev();  // and there it stays, key or not, unless the record starts at the target
+    DemuxPrev();  // stays there, key or not, unless the entry starts at the target
     return SeekBackward(target, key);
   }
-  // The last of the records passed that will do.
+  // The last suitable entry that was passed.
   ChunkParam* found = _cursor;
   int64 clock = _clock;
   do {
@@ -132,11 +133,11 @@ void IStream::SeekForward(int64 target, bool key) {
     clock -= (--found)->duration;
   } while (key && (found->flags & 1) == 0);
   _cursor = found;
-  _clock = static_cast<int>(clock);  // 32 bits: later positions do not survive, which callers know
+  _clock = static_cast<int>(clock);  // Compatibility: 32 bits; callers know
 }
 
-// To the first record that starts after a time, or to the end.
-void IStream::Pass(int64 target) {
+// Goes to the first entry that starts after a time, or to the end.
+void IStream::SkipUntil(int64 target) {
   if (_clock > target) return;
   if (int64 const step = UniformStep(); step > 0) {
     int64 const left = end() - _cursor;
@@ -157,17 +158,17 @@ void IStream::SeekBackward(int64 target, bool key) {
 
 void IStream::SeekFar(int64& pts) {
   int64 const target = Microseconds(pts);
-  // Beyond what DemuxSeek keeps, pass the target first: going back loses nothing.
+  // For times that DemuxSeek cannot keep, go past the target first: going back keeps them.
   if (target > INT32_MAX && target > _clock) {
-    Pass(target);
-    if (DemuxISEnd()) DemuxPrev();  // a time beyond the end leads to the last entry
+    SkipUntil(target);
+    if (DemuxISEnd()) DemuxPrev();  // the last entry for a time beyond the end
   }
   DemuxSeek(pts, true);
 }
 
 void IStream::SeekToKey(int64& pts) {
   SeekFar(pts);
-  // A time beyond the last record leads to that record.
+  // A time beyond the last entry leads to that entry.
   if (begin() != end() && !OnKey()) SeekBackward(_clock, true);
   pts = _clock / 1000;
 }

@@ -7,17 +7,17 @@
 
 namespace kestro::plugin::avi {
 
-// One data chunk of "movi". Spill files hold these records as they are in memory.
+// The index entry of a data chunk of "movi". Spill files hold entries as they are in memory.
 struct ChunkParam {
   unsigned id = 0;          // the chunk's four-character code
-  unsigned flags = 0;       // 0x10 for a key frame; on reading bit 0
+  unsigned flags = 0;       // key frame: 0x10 when writing, 1 when reading
   base::uint64 offset = 0;  // absolute file position of the chunk's header
   unsigned size = 0;        // payload bytes
   unsigned duration = 0;    // microseconds
 };
 static_assert(sizeof(ChunkParam) == 24);
 
-// An index behind "movi", written as a whole.
+// An index after "movi", written as a whole.
 class cidx1 : public IList {
  public:
   explicit cidx1(int reserve) : IList("idx1") {
@@ -25,8 +25,8 @@ class cidx1 : public IList {
   }
 
   void fill(IO& io) override;
-  // The entries are left to the demuxer: they need no room here, of which a file could ask for
-  // much.
+  // The demuxer reads the entries. No memory is kept for them here: a hostile file could ask for a
+  // lot.
   void parse(IO& io) override {
     dataPos = io.Tell();
     entries.shrink_to_fit();
@@ -35,24 +35,24 @@ class cidx1 : public IList {
   std::vector<ChunkParam>* ChunkList() const { return &entries; }
 
   mutable std::vector<ChunkParam> entries;
-  int64 dataPos = 0;  // of a parsed index: where its first entry stands
+  int64 dataPos = 0;  // of a parsed index: the position of its first entry
 
  protected:
-  // Returns how many were written.
+  // Returns how many entries were written.
   static std::size_t WriteEntries(IO& io, ChunkParam const* first, std::size_t count);
 };
 
-// An index in front of "movi", written piece by piece into reserved space: every `fill` appends the
-// entries gathered since the last one and forgets them; those that could not be written stay, and
-// come with the next. The size field is the caller's to update.
+// An index before "movi", written piece by piece into reserved space. Every `fill` appends the
+// entries added since the last one and removes them from the list; entries that could not be
+// written stay for the next `fill`. The caller updates the size field.
 class cidx1_vfi : public cidx1 {
  public:
   explicit cidx1_vfi(int reserve) : cidx1(reserve) {}
 
   void fill(IO& io) override;
 
-  // The payload bytes that may be written; what does not fit is counted in the size, so that it
-  // shows, but not written. Without a call there is no limit.
+  // Limits the payload bytes that are written. Entries that do not fit are counted in the size, so
+  // that the caller notices, but not written. By default there is no limit.
   void Limit(int64 bytes) { _limit = bytes; }
 
  private:

@@ -36,7 +36,7 @@ struct cmovi : ListChunk {
   cmovi() : ListChunk("LIST", "movi") {}
   void parse(IO& io) override;
 
-  int64 dataPos = 0;  // of a parsed list: where its "movi" stands
+  int64 dataPos = 0;  // of a parsed list: the position of its "movi"
 };
 
 // The whole stream: writes nothing of its own.

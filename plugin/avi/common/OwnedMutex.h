@@ -7,8 +7,8 @@
 
 namespace kestro::plugin::avi {
 
-// Lets an operation that needs the mutex refuse a call from code that runs under it, where locking
-// again would hang.
+// Lets an operation that needs the mutex refuse calls from code that runs while the same thread
+// holds it, where locking again would hang.
 class OwnedMutex {
  public:
   void lock() {

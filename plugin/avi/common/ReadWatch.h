@@ -1,4 +1,4 @@
-// What cannot be read of a stream.
+// Detects what cannot be read of a stream.
 #pragma once
 
 #include <algorithm>
@@ -8,13 +8,13 @@
 
 namespace kestro::plugin::avi {
 
-// Passes everything on, and notes the reads that stop before the end of the stream.
+// Passes everything on, and notes reads that stop before the end of the stream.
 class ReadWatch : public base::IOFilter {
  public:
   explicit ReadWatch(base::IO& io) : IOFilter("ReadWatch", io) {}
 
   bool Failed() const { return _failed; }  // a read returned nothing
-  // The first byte that was asked for and could not be read; INT64_MAX when all could.
+  // The position of the first byte that could not be read; INT64_MAX if there is none.
   base::int64 StoppedAt() const { return _stoppedAt; }
 
   unsigned Read(void* data, unsigned size) override {

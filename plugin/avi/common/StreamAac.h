@@ -1,12 +1,12 @@
-// AAC sound, accepted so that it does not fail a file, and not stored.
+// AAC audio: accepted, so that a file with it can be recorded, but not stored.
 #pragma once
 
 #include "common/IStream.h"
 
 namespace kestro::plugin::avi {
 
-// Has a track number but no header list and no chunks: applications give it last, so that the other
-// tracks' numbers are the positions of their headers.
+// It has a track number but no header list and no chunks. Applications add it last, so that the
+// numbers of the other tracks match the order of their headers.
 class StreamAac : public IStream {
  public:
   StreamAac() : IStream("mp4a") {}

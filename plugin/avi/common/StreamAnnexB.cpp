@@ -12,7 +12,7 @@ namespace kestro::plugin::avi {
 
 namespace {
 
-// Adds a chunk with what the tag set holds for a track, if it holds something.
+// Adds a chunk with the data that the tag set has for a track, if any.
 template <class Chunk>
 void AddTagged(IList& strl, Object& tags, char const* buffers, char const* sizes, int track) {
   void** data = nullptr;
@@ -86,7 +86,7 @@ int64 StreamAnnexB::GetKeyFrameGap() {
 }
 
 bool StreamAnnexB::SetKeyFrameGap() {
-  // The first two entries tell nothing: a file may begin with two key frames.
+  // The first two entries do not count: a file may begin with two key frames.
   std::size_t const first = std::min<std::size_t>(2, _list->size());
   auto const key = std::find_if(_list->begin() + static_cast<std::ptrdiff_t>(first), _list->end(),
                                 [](ChunkParam const& chunk) { return (chunk.flags & 1) != 0; });
@@ -118,12 +118,12 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
   std::vector<std::pair<std::size_t, std::size_t>> found(kinds.size());  // start and length of each
   std::size_t missing = kinds.size();
 
-  // A unit that ends the packet is never taken: where it ends is not certain.
+  // A unit at the end of the packet is never taken: it may be cut off.
   for (NalUnits unit = UnitsOf(packet); unit.More(); unit.Next()) {
     std::size_t const at = unit.Code(), next = unit.End();
     if (next == static_cast<std::size_t>(packet.Size())) break;
     int const kind = unit.Header().ParameterSet();
-    if (kind < 0 && missing == 0) break;  // those behind the first of each kind are taken too
+    if (kind < 0 && missing == 0) break;  // sets after the first of each kind are taken, too
     if (kind < 0) continue;
     auto& place = found[static_cast<std::size_t>(kind)];
     if (place.second == 0) {
@@ -141,7 +141,7 @@ bool StreamAnnexB::SetMediaInfo(Packet const& packet) {
         std::string("!_media->Extra(_buf, _") + (kinds.size() == 3 ? "vps" : "") + "spsppslen)");
     return false;
   }
-  // The size before the pointer: whoever reads a pointer meanwhile finds its size too.
+  // Sets the size before the pointer: a thread that reads the pointer then finds its size.
   auto const extra = _media->ExtraData();
   for (std::size_t i = kinds.size(); i-- > 0;) {
     ParameterSet const& keys = kinds.begin()[i];

@@ -9,14 +9,13 @@
 
 namespace kestro::plugin::avi {
 
-// Access units whose NAL units follow start codes 00 00 00 01; stream/NalUnits.h says what they
-// are.
+// Access units whose NAL units follow start codes 00 00 00 01; stream/NalUnits.h describes them.
 //
-// Writing: each frame is one chunk, from the first parameter set or slice on; what lies in front of
+// Writing: each frame becomes one chunk, from its first parameter set or slice on; anything before
 // that is not stored.
 //
-// Reading: the media is rebuilt from the headers, and gets the parameter sets from the first key
-// frame. What precedes the first slice of a frame is overwritten with zeros in the packet.
+// Reading: the media is rebuilt from the headers, with the parameter sets of the first key frame.
+// In packets, everything before the first slice of a frame is overwritten with zeros.
 class StreamAnnexB : public IChunkStream {
  public:
   bool muxConfig(Object* vidtag) override;
@@ -28,27 +27,27 @@ class StreamAnnexB : public IChunkStream {
   int64 GetKeyFrameGap() override;
   bool SetKeyFrameGap() override;
 
-  // Hands the parameter sets of a key packet to the media, unless it has them. False for a packet
-  // that is not key, or that the media refuses.
+  // Passes the parameter sets of a key packet to the media, unless it has them. False if the packet
+  // is not key, or if the media refuses them.
   virtual bool SetMediaInfo(Packet const& packet);
-  // The position of the first slice, 0 for none.
+  // The position of the first slice; 0 if there is none.
   virtual int DemuxOffset(Packet const& packet);
 
  protected:
-  // The codec and its name, the four-character code of the headers, and the path that error lines
-  // name.
+  // The codec and its name, the four-character code in the headers, and the path that error lines
+  // show.
   StreamAnnexB(stream::NalCodec codec, char const* name, char const* handler, char const* source)
       : IChunkStream(name), _codec(codec), _handler(handler), _source(source) {}
   static base::PropertyList Properties();  // "frameRate"
 
-  // A kind of parameter set, and the media's keys for a pointer to one and its length; null where
-  // the media has none.
+  // The media's keys for a pointer to a parameter set and its length; null where the media has
+  // none.
   struct ParameterSet {
     char const* data;
     char const* size;
   };
 
-  // By kind.
+  // One for each kind of parameter set.
   virtual std::initializer_list<ParameterSet> ParameterSets() const = 0;
 
  private:

@@ -13,7 +13,7 @@ bool StreamPcm::muxConfig(Object*) {
       !_media->Get("samples", samples))
     return false;
   if (rate <= 0 || channel <= 0 || width <= 0 || depth < 8) return false;
-  // 16 bits of the header tell a block's size, and a sample's in bits.
+  // The header has 16 bits for the block size, and for the bits of a sample.
   if (int64(channel) * std::max(width, depth / 8) > 0xFFFF || width > 0xFFFF / 8) return false;
 
   auto const u = [](int64 value) { return static_cast<unsigned>(value); };

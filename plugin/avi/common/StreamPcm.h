@@ -1,13 +1,13 @@
-// Uncompressed sound.
+// Uncompressed audio.
 #pragma once
 
 #include "common/IChunkStream.h"
 
 namespace kestro::plugin::avi {
 
-// Each packet is one chunk; the header counts samples of all channels together. The media must have
-// "rate", "channel", "width", "depth" and "samples", and is given them again on reading. Every
-// packet that is read is key.
+// Each packet is one chunk; the header counts sample frames. The media must have "rate", "channel",
+// "width", "depth" and "samples"; reading sets them again. Every packet that is read is a key
+// packet.
 class StreamPcm : public IChunkStream {
  public:
   StreamPcm() : IChunkStream("pcm") {}
@@ -26,8 +26,8 @@ class StreamPcm : public IChunkStream {
   unsigned Units(unsigned size) const override { return _blockAlign == 0 ? 0 : size / _blockAlign; }
 
  private:
-  unsigned _blockAlign = 0;   // bytes of a sample of all channels
-  unsigned _sampleBytes = 4;  // what the header gives for it, 16-bit stereo where it gives none
+  unsigned _blockAlign = 0;   // bytes of a sample frame
+  unsigned _sampleBytes = 4;  // the header's value for it; of 16-bit stereo if it has none
 };
 
 }  // namespace kestro::plugin::avi

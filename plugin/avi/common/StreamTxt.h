@@ -5,8 +5,8 @@
 
 namespace kestro::plugin::avi {
 
-// Each packet is one chunk. The index entry's size counts the padding; the largest payload decides
-// the header's suggested buffer size.
+// Each packet is one chunk. The size in the index entry includes the padding; the largest payload
+// becomes the suggested buffer size in the header.
 class StreamTxt : public IChunkStream {
  public:
   StreamTxt() : IChunkStream("txt") {}
@@ -17,7 +17,7 @@ class StreamTxt : public IChunkStream {
 
   bool demuxConfig(Object* tags) override;
   bool SetDurPerFrame() override;
-  Packet* GetPacket(IO& io, int64 length) override;  // its flags are exactly the key flag
+  Packet* GetPacket(IO& io, int64 length) override;  // with the key flag and no other
 
  protected:
   char const* ChunkSuffix() const override { return "tx"; }

@@ -1,13 +1,13 @@
-// The headers that all video streams have.
+// The headers of video streams.
 #pragma once
 
 #include "common/ListChunks.h"
 
 namespace kestro::plugin::avi {
 
-// A stream header and a video format under a new stream list, which is the caller's. `rate` is in
-// whole frames a second, width and height in pixels of the stored frame. Null for a rate that the
-// header cannot hold.
+// Makes a stream list with a stream header and a video format; the caller owns it. `rate` is in
+// whole frames per second, width and height are pixels of the stored frame. Null for a rate that
+// the header cannot hold.
 IList* NewVideoStrl(char const* handler, int64 rate, int width, int height);
 
 }  // namespace kestro::plugin::avi

@@ -8,7 +8,7 @@
 
 namespace kestro::plugin::avi {
 
-// While the object is whole: its thread calls what the class overrides.
+// Close here, while the object is whole: its thread calls overrides of this class.
 CusAviDemuxer::~CusAviDemuxer() { CusAviDemuxer::Close(); }
 
 bool CusAviDemuxer::Open() {
@@ -48,7 +48,7 @@ bool CusAviDemuxer::VlcBufferPreload(bool preload) {
   if (Refused("vlcPreload")) return false;
   std::lock_guard lock(_lock);
   if (!_opened && _streams.empty() && !Covered() && (Stream() != nullptr || !_cacheReaderCreated)) {
-    IIO::Open("rb");  // what is named now
+    IIO::Open("rb");  // the file that is named now
     _cacheReaderCreated = false;
   }
   if (Stream() == nullptr) {
@@ -89,15 +89,17 @@ unsigned CusAviDemuxer::StrdDataGet(unsigned char* buffer) {
 
 base::PropertyList CusAviDemuxer::Properties() {
   base::PropertyList list;
-  list.Member<CusAviDemuxer>("handle", &CusAviDemuxer::handle, "a number of the application's");
+  list.Member<CusAviDemuxer>("handle", &CusAviDemuxer::handle,
+                             "a number for the application to use");
   list.Setter<CusAviDemuxer, bool>("vlcPreload", &CusAviDemuxer::VlcBufferPreload,
-                                   "read through a cache, and keep the file's start in it or not");
-  list.Member<CusAviDemuxer>("preloadsz", &CusAviDemuxer::preloadsz,
-                             "bytes of the file's start to keep, set before vlcPreload");
+                                   "read through a cache; true keeps the start of the file in it");
+  list.Member<CusAviDemuxer>(
+      "preloadsz", &CusAviDemuxer::preloadsz,
+      "how much of the file's start to keep, in bytes; set before vlcPreload");
   list.Getter<CusAviDemuxer>("strdsize", &CusAviDemuxer::StrdSizeGet,
                              "bytes of stream data in the file");
   list.Add<CusAviDemuxer, unsigned char*>(
-      "strddata", "copies the stream data into a buffer of strdsize bytes, which is got first",
+      "strddata", "copies the stream data into a buffer of strdsize bytes; read strdsize first",
       [](CusAviDemuxer& demuxer, unsigned char*& buffer) {
         return demuxer.StrdDataGet(buffer) != 0;
       },

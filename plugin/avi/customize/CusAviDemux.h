@@ -1,4 +1,4 @@
-// The element that plays AVI files from slow media.
+// The element that plays AVI files from slow storage.
 #pragma once
 
 #include <memory>
@@ -12,19 +12,19 @@ namespace kestro::plugin::avi {
 //
 //   demuxer->Set("path", "/mnt/share/in.avi");
 //   demuxer->Set("preloadsz", 8 << 20);
-//   demuxer->Set("vlcPreload", true);      // opens the file; the cache begins to fill
-//   demuxer->StatusChange(IStatus::kOpen); // reads through the cache, as everything that follows
+//   demuxer->Set("vlcPreload", true);      // opens the file; the cache starts to fill
+//   demuxer->StatusChange(IStatus::kOpen); // from here on, all reading goes through the cache
 //   unsigned size = 0;
-//   demuxer->Get("strdsize", size);        // first
-//   unsigned char* data = buffer;          // of so many bytes
+//   demuxer->Get("strdsize", size);        // must come first
+//   unsigned char* data = buffer;          // of `size` bytes
 //   demuxer->Get("strddata", data);        // fills it; false when there is nothing to copy
-//   demuxer->StatusChange(IStatus::kClosed);  // the cache goes before the file does
+//   demuxer->StatusChange(IStatus::kClosed);  // deletes the cache, then closes the file
 //
-// The cache is for one file: after closing, or when another file is named, "vlcPreload" is set
-// again. A file that cannot be opened or parsed opens all the same, and plays nothing.
+// The cache serves one file: set "vlcPreload" again after closing, or after naming another file.
+// Open succeeds also for a file that cannot be opened or parsed, and plays nothing.
 //
-// "vlcPreload" may also be set, and the stream data read, from any thread while packets flow; they
-// wait for the packet being read.
+// While packets flow, "vlcPreload" may be set and the stream data read from any thread; these calls
+// wait for the packet that is being read.
 class CusAviDemuxer : public AviDemuxer {
  public:
   ~CusAviDemuxer() override;
@@ -35,21 +35,23 @@ class CusAviDemuxer : public AviDemuxer {
   bool Close() override;
   bool parseFile() override;
 
-  // Installs the cache over the file if there is none, which is tried once for a file, and switches
-  // its preload. When it could not be made, there is nothing to read from until the next Open.
+  // Installs the cache over the file, which is tried once per file, and switches its preload on or
+  // off. If the cache cannot be made, nothing can be read until the next Open.
   bool VlcBufferPreload(bool preload);
-  unsigned StrdSizeGet();  // of the data in the file's "strd" chunk; 0 without one
-  // Copies that data once its size is known. 1, or 0 when it cannot.
+  unsigned StrdSizeGet();  // the size of the data in the file's "strd" chunk; 0 without one
+  // Copies that data, once its size has been read. Returns 1, or 0 on failure.
   unsigned StrdDataGet(unsigned char* buffer);
 
   static base::PropertyList Properties();
 
  protected:
-  // Null when it cannot be made.
+  // Returns null when the cache cannot be made.
   virtual std::unique_ptr<IO> NewCache(IO* source);
 
  private:
+  // Compatibility: applications set "handle"; nothing here reads it.
   unsigned handle = 0;
+
   int64 preloadsz = 0;
   bool _cacheReaderCreated = false;
   unsigned _strdSize = 0;  // 0: not known yet

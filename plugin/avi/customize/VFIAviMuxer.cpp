@@ -8,7 +8,7 @@ namespace kestro::plugin::avi {
 using base::IOBuffer;
 
 namespace {
-constexpr int kCacheShift = 19;  // an image is written after so much data: 512 KiB
+constexpr int kCacheShift = 19;  // image mode syncs after at least 512 KiB of data
 }
 
 VFIAviMuxer::~VFIAviMuxer() {
@@ -59,7 +59,7 @@ bool VFIAviMuxer::OpenFileConfig() {
   }
   if (opened) return true;
   _headerImage.reset();
-  if (CheckIO()) IOError(nullptr);  // unless it has been reported
+  if (CheckIO()) IOError(nullptr);  // otherwise it has been reported
   return false;
 }
 
@@ -183,9 +183,9 @@ base::PropertyList VFIAviMuxer::Properties() {
   base::PropertyList list;
   list.Member<M>("flushtime", &M::_flushtime, "milliseconds from sync to sync");
   list.Member<M>("reservedSize", &M::_reservedSize,
-                 "bytes in front of the data with periodicSyncEn, of the index without");
+                 "bytes before the data with periodicSyncEn, of the index without it");
   list.Member<M>("rsvdVidSize", &M::_rsvdVidSize, "reserve of every video track");
-  list.Member<M>("rsvdAudSize", &M::_rsvdAudSize, "reserve of every sound track");
+  list.Member<M>("rsvdAudSize", &M::_rsvdAudSize, "reserve of every audio track");
   list.Member<M>("rsvdTxtSize", &M::_rsvdTxtSize, "not used");
   list.Member<M>("clusterSize", &M::_clusterSize, "not used");
   list.Member<M>("periodicSyncEn", &M::_periodicSyncEn,

@@ -1,4 +1,4 @@
-// Bringing index and headers up to date: what is durable before what.
+// Syncs: what becomes durable before what.
 #include "VFIAviMuxer.h"
 
 namespace kestro::plugin::avi {
@@ -6,18 +6,18 @@ namespace kestro::plugin::avi {
 using base::IOBuffer;
 
 namespace {
-constexpr char kSource[] = "plugin/avi/customize/VFIAviMuxer";  // what error lines name
+constexpr char kSource[] = "plugin/avi/customize/VFIAviMuxer";  // Compatibility: in error lines
 }
 
-// Whether there is a file to bring up to date.
+// Whether a file is open.
 bool VFIAviMuxer::HasFile(char const* function) const {
   if (_blkio != nullptr && Stream() != nullptr) return true;
   KESTRO_ERROR_AT(kSource, function, _blkio == nullptr ? "!_blkio" : "!_io");
   return false;
 }
 
-// Once it has failed, the system may have forgotten what it could not store: a flush that works
-// afterwards proves nothing.
+// After a failed flush the system may have dropped what it could not store, so a later flush that
+// succeeds proves nothing.
 bool VFIAviMuxer::FlushFile() {
   if (_flushFailed || Stream()->Flush()) return !_flushFailed;
   _flushFailed = true;
@@ -25,11 +25,10 @@ bool VFIAviMuxer::FlushFile() {
   return false;
 }
 
-// What is written before it is durable before what is written after it.
+// Everything written before it becomes durable before anything written after it.
 bool VFIAviMuxer::Barrier() { return !_flushFailed && _blkio->Flush() && FlushFile(); }
 
-// What stands in front of the data: once more when it could not be written, as the fault may have
-// passed.
+// Writes everything before the data. Tries twice: the fault may have passed.
 template <class Store>
 bool VFIAviMuxer::WriteFront(Store store) {
   bool const stored = store() || (!_flushFailed && _blkio->Truncate(_blkio->Size()) && store());
@@ -50,8 +49,8 @@ bool VFIAviMuxer::PeriodicSyncUpdateIdx1(unsigned mode) {
   return mode == kImage ? SyncImage() : SyncByCallback();
 }
 
-// The entries that are new, and all headers, in front of the data. The bytes that stand there
-// already do not change but for a few counts, each good with an index older or newer than it.
+// Writes the new index entries and all headers. Of the bytes already there, only a few counts
+// change, and each of them is valid with an older or a newer index.
 void VFIAviMuxer::UpdateFront(IO& front) {
   _idx1->fill(front);
   updateStream();
@@ -63,7 +62,7 @@ void VFIAviMuxer::UpdateFront(IO& front) {
   if (_idx1->Size() > _idx1RsvdSize) WarnIndexFull();
 }
 
-// In place it stands there since the file was opened; what is not written again cannot be torn.
+// In place it is written when the file is opened: a later write could tear it.
 bool VFIAviMuxer::fillJunk(IO& io) { return !_periodicSync || AviMuxer::fillJunk(io); }
 
 bool VFIAviMuxer::SyncInPlace() {
@@ -80,7 +79,7 @@ bool VFIAviMuxer::SyncImage() {
   return WriteImage();
 }
 
-// Over the start of the file.
+// Overwrites the start of the file.
 bool VFIAviMuxer::WriteImage() {
   return WriteFront([this] {
     auto const size = static_cast<unsigned>(_headerImage->Size());
@@ -97,7 +96,7 @@ bool VFIAviMuxer::SyncByCallback() {
   return _finalSync ? AppendIndex() && handed : handed;
 }
 
-// Headers and index, as they are in a file of this size, with the index at its end.
+// Builds headers and index for a file of this size with its index at the end, and passes them on.
 bool VFIAviMuxer::HandOver(int64 fileSize) {
   int64 const head = _headerImage->Size();
   Image const image = NewImage(head + IndexedSize(EntryCount()));
@@ -122,7 +121,7 @@ void VFIAviMuxer::CallBack(IOBuffer& image) {
                         static_cast<unsigned>(_periodicSyncHeaderSize));
 }
 
-// The index goes first: the headers speak of it.
+// The index first, since the headers refer to it.
 bool VFIAviMuxer::AppendIndex() {
   if (!WriteIdx1(*_blkio)) {
     if (!RetryIdx1(*_blkio)) return false;
