@@ -1,26 +1,24 @@
 #!/usr/bin/env bash
-# Kills recorders at random moments and looks at what they leave.
+# Kills recorders at random moments and checks the files.
 #   kill.sh TOOL N [SEED]
 # A recording in real time, with a sync a second, is killed N times, in place, with images and by
-# callback in turn, several at a time. Of each file (by callback: of what repair makes of it and
-# its side file), everything that has an index entry must be there: by its length in ffprobe, by
-# all packets and by seeks in play; and in what repair makes of it by seeks in ffmpeg. Figures for
-# each mode; exits 1 when a file fails, 77 where a reader is missing.
+# callback in turn, several at a time. Each file (by callback: its repaired copy) must have everything
+# that the index names: the length in ffprobe, all packets and exact seeks in play; the repaired file
+# must seek exactly in ffmpeg. Prints figures for each mode; exits 1 when a file fails, 77 where a
+# reader is missing.
 set -uo pipefail
 export LC_ALL=C
 tool=$(realpath "$1") count=$2 seed=${3:-$RANDOM}
 # shellcheck source-path=SCRIPTDIR
 . "$(dirname "${BASH_SOURCE[0]}")/../tests/e2e/readers.sh"
-for reader in ffmpeg ffprobe jq; do
-  command -v "$reader" >/dev/null || { echo "skipped: no $reader"; exit 77; }
-done
+require ffmpeg ffprobe jq
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 modes=(in-place image callback) at_once=8 fps=25
 quiet() { "$@" >/dev/null 2>&1 </dev/null; }
 
-# The packets of a track of a file, one a line, with what says whether they are the right ones.
+# The packets of a track of a file, one a line: time, size, key.
 packets() { # packets TRACK FILE [OPTION...]
   local track=$1
   shift
@@ -52,7 +50,7 @@ image() { # image FILE
 }
 slice() { tail -c +$(($1 + 1)) "$3" | head -c "$2"; }
 
-# How many chunks of an id the index in front of the data, or in a side file, names.
+# How many chunks of an id the index before the data, or in a side file, names.
 entries() { # entries ID FILE
   local front
   if [[ $2 == *.sync ]]; then
@@ -63,7 +61,7 @@ entries() { # entries ID FILE
   fi
 }
 
-# Seeks in play to a frame: the packets from the key frame in front of it are those of the input.
+# Seeks in play to a frame: play must begin with the key frame before it.
 play_seeks() { # play_seeks FILE FRAME FRAMES
   local key
   key=$(head -n $(($2 + 1)) whole.0 | grep -n true | tail -1)
@@ -71,10 +69,10 @@ play_seeks() { # play_seeks FILE FRAME FRAMES
 }
 at() { awk "BEGIN { printf \"%.3f\", $1 / $fps }"; }
 
-# Prints: mode, what was found ("early" where no sync had come), seconds that were lost, seeks in
-# play, exact ones, seeks in ffmpeg, exact ones, frames behind the last sync.
+# Prints: mode, verdict ("early" before the first sync), seconds lost, seeks in play, exact ones,
+# seeks in ffmpeg, exact ones, frames after the last sync.
 try() { # try MODE NAME SECONDS RANDOM...
-  local mode=$1 name=$2 seconds=$3 pid started file side frames sounds lost verdict=good
+  local mode=$1 name=$2 seconds=$3 pid started file side frames audios lost verdict=good
   local frame exact=0 exact_ffmpeg=0 found played status
   shift 3
   "$tool" record --realtime --sync "$mode" --sync-interval 1 \
@@ -90,13 +88,13 @@ try() { # try MODE NAME SECONDS RANDOM...
 
   file=$name.avi side=$name.avi
   [[ $mode == callback ]] && side=$name.avi.sync file=$name-whole.avi
-  frames=$(entries 00dc "$side") sounds=$(entries 01wb "$side")
+  frames=$(entries 00dc "$side") audios=$(entries 01wb "$side")
   lost=$(awk "BEGIN { printf \"%.2f\", $lost - $frames / $fps }")
   "$tool" repair --json "$name.avi" -o "$name-whole.avi" >"$name.json" 2>"$name.log"
   status=$?
   found=$(jq '.tracks[0].kept.packets // 0' "$name.json")
   if [[ $frames -eq 0 ]]; then
-    # Nothing is promised; what is there is found, and 4 means that nothing is.
+    # Nothing is promised; repair finds packets, or exits with 4.
     [[ $status -le 1 && $found -gt 0 || $status -eq 4 ]] && verdict=early || verdict=unrepaired
     echo "$mode $verdict 0 0 0 0 0 0"
     return
@@ -106,12 +104,12 @@ try() { # try MODE NAME SECONDS RANDOM...
   played=$frames
   if [[ $mode == callback ]]; then # what was repaired has what came after the last sync, too
     played=$found
-    [[ $(jq '.tracks[1].kept.packets' "$name.json") -ge $sounds ]] || verdict=lost
-    sounds=$(jq '.tracks[1].kept.packets' "$name.json")
+    [[ $(jq '.tracks[1].kept.packets' "$name.json") -ge $audios ]] || verdict=lost
+    audios=$(jq '.tracks[1].kept.packets' "$name.json")
   fi
   [[ $found -ge $frames ]] || verdict=lost
   cmp -s <(head -n "$played" whole.0) <(packets 0 "$file") &&
-    cmp -s <(head -n "$sounds" whole.1) <(packets 1 "$file") || verdict=play
+    cmp -s <(head -n "$audios" whole.1) <(packets 1 "$file") || verdict=play
   # Exit code 1: the index does not name what came after the last sync, which is extracted too.
   quiet "$tool" extract --track "0:$name.h264" "$file"
   [[ $? -le 1 ]] &&
@@ -146,14 +144,14 @@ for mode in "${modes[@]}"; do
     { files++; verdicts[$2]++
       if ($2 != "early") lost[++synced] = $3
       seeks += $4; exact += $5; seeks_ffmpeg += $6; exact_ffmpeg += $7
-      if ($8 > behind) behind = $8 }
+      if ($8 > after) after = $8 }
     END {
       if (!files) exit
       printf "%-8s %d killed, %d before the first sync; %d open, last at least up to the last sync and play it; ",
         mode, files, verdicts["early"] + 0, verdicts["good"] + 0
       printf "seeks exact: %d of %d in play, %d of %d in ffmpeg\n", exact, seeks, exact_ffmpeg, seeks_ffmpeg
-      printf "         seconds not synced: least %.2f, half up to %.2f, most %.2f; frames behind the last sync: up to %d\n",
-        lost[1], lost[int((synced + 1) / 2)], lost[synced], behind
+      printf "         seconds not synced: least %.2f, half up to %.2f, most %.2f; frames after the last sync: up to %d\n",
+        lost[1], lost[int((synced + 1) / 2)], lost[synced], after
       for (verdict in verdicts)
         if (verdict != "good" && verdict != "early") { printf "  FAIL   %s: %d\n", verdict, verdicts[verdict]; bad = 1 }
       exit bad

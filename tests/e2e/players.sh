@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Prints what other people's readers make of recordings of every kind, finished and cut off.
+# Prints what other readers make of recordings of every kind, finished and cut off.
 #   players.sh TOOL
 # A table; exits 1 when a row is not as it should be, 77 where a reader is missing.
 set -uo pipefail
@@ -7,9 +7,7 @@ export LC_ALL=C
 tool=$(realpath "$1")
 # shellcheck source-path=SCRIPTDIR
 . "$(dirname "${BASH_SOURCE[0]}")/readers.sh"
-for reader in ffmpeg ffprobe gst-launch-1.0 mediainfo; do
-  command -v "$reader" >/dev/null || { echo "skipped: no $reader"; exit 77; }
-done
+require ffmpeg ffprobe gst-launch-1.0 mediainfo
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -43,12 +41,7 @@ cut() { # cut OUT MODE
   exec 7>&-
 }
 
-gstreamer_pictures() {
-  timeout 30 gst-launch-1.0 -v filesrc location="$1" ! avidemux name=d d.video_0 \
-    ! identity silent=false ! fakesink 2>/dev/null | grep -c ' chain '
-}
-# Where ffmpeg begins to read in order to get to 5 s, as the number of a picture, and which picture
-# it then shows.
+# The number of the picture from which ffmpeg reads to seek to 5 s, and of the one it then shows.
 seek_begins() {
   ffmpeg -nostdin -v error -noaccurate_seek -ss 5 -i "$1" -map 0:v -copyts -c copy -frames:v 1 \
     -f framemd5 - 2>/dev/null | awk -F', *' '!/^#/ { print $2 }'
@@ -59,14 +52,14 @@ seek_shows() {
 }
 failures=0
 line() { printf '| %-23s | %8s | %6s | %13s | %9s | %9s |\n' "$@"; }
-# row NAME FILE KIND: whole has all pictures; plain also an index where every player looks for it;
-# known tells its length; headless does not, having neither lengths nor index.
+# row NAME FILE KIND: "whole" has all pictures, "plain" an index where every player looks for it,
+# "known" a length, "headless" neither lengths nor index.
 row() {
   local seconds pictures begins shows gstreamer frames good
   seconds=$(ffprobe -v error -show_entries format=duration -of csv=p=0 "$2" 2>/dev/null)
   pictures=$(picture_hashes "$2" 2>/dev/null | wc -l)
   begins=$(seek_begins "$2") shows=$(seek_shows "$2")
-  gstreamer=$(gstreamer_pictures "$2") frames=$(mediainfo --Inform='Video;%FrameCount%' "$2")
+  gstreamer=$(gstreamer_packets "$2") frames=$(mediainfo --Inform='Video;%FrameCount%' "$2")
   line "$1" "$seconds" "$pictures" "$begins, $shows" "$gstreamer" "${frames:--}"
   [[ $pictures -ge 125 && $shows == 125 && $gstreamer == "$pictures" ]]
   good=$?

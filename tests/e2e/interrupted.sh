@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Recordings that end early, with a full disk or by a signal, are complete up to there.
+#   interrupted.sh TOOL MEDIA-FOLDER
+# shellcheck source-path=SCRIPTDIR
+. "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
+av=("$media/clip25.h264" "$media/stereo48k.wav")
+
+# complete NAME AVI: the pictures are the first ones of the input, and the index has all of them.
+complete() {
+  local pictures count
+  pictures=$(picture_hashes "$2")
+  count=$(wc -l <<<"$pictures")
+  check "$1: pictures" "$(picture_hashes "${av[0]}" | head -n "$count")" "$pictures"
+  check "$1: index" "last $count" "$(info "$2" '"\(.index) \(.tracks[0].chunks)"')"
+}
+for limit in 40 600; do # KiB; the whole file has 640
+  full() (
+    trap '' XFSZ
+    ulimit -f "$limit"
+    record -o "full$limit.avi" "${av[@]}"
+  )
+  exits "disk full at $limit KiB" 3 full
+  complete "disk full at $limit KiB" full$limit.avi
+done
+for signal in INT TERM HUP; do # and nobody reads the messages
+  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2> >(head -c 1 >/dev/null) &
+  pid=$!
+  for _ in $(seq 200); do
+    [[ -s $signal.avi ]] && break
+    sleep 0.05
+  done
+  kill -$signal $pid
+  wait $pid
+  check "SIG$signal" 130 $?
+  complete "SIG$signal" $signal.avi
+done
+finish
