@@ -25,8 +25,8 @@ class Disk {
   std::map<int64, std::array<char, kBlock>> _blocks;  // by number
 };
 
-// What the emulator's driver "blklogwrites" has logged. The count in the log's superblock lags
-// after a kill: the log is read to its end.
+// The log of the emulator's driver "blklogwrites", read to its end: the count in its superblock
+// lags after a kill.
 struct WriteLog {
   struct Entry {
     int64 at, size;
@@ -40,9 +40,14 @@ struct WriteLog {
   std::vector<Entry> entries;
 };
 
-// A state of the disk: what a flush has made durable, and of what was written since then some.
+// A state of the disk: what a flush has made durable, and a part of what was written since then.
 struct State {
-  enum Kind { kFlushed, kEverything, kWrites, kSectors };  // nothing; all; a half; half of a half
+  enum Kind {
+    kFlushed,
+    kEverything,
+    kWrites,
+    kSectors
+  };  // that part: nothing, all, half of the writes or of the sectors
 
   std::size_t at;  // so many entries of the log were written
   Kind kind;
@@ -55,13 +60,14 @@ struct State {
 // Builds states in the order of the log.
 class States {
  public:
-  // A disk tears what is written between units of so many bytes.
+  // `unit`: the bytes that a disk writes as a whole.
   States(WriteLog const& log, Disk base, int unit)
       : _log(log), _disk(std::move(base)), _unit(unit) {}
 
-  // Every promise, and random states; if `switches`, states at every change from file to file.
+  // States after each promise, `random` ones, and with `switches` those around each change of
+  // files.
   std::vector<State> List(int random, unsigned seed, bool switches) const;
-  // Of a list, one after the other.
+  // For the states of a list, in their order.
   Disk Build(State const& state);
 
  private:

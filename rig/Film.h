@@ -1,4 +1,4 @@
-// What the rig's recordings hold: any packet is known by its number.
+// The content of the rig's recordings, which follows from the number of each packet.
 #pragma once
 
 #include "crash/Scenario.h"
@@ -8,10 +8,10 @@ namespace kestro::rig {
 
 using base::int64;
 
-// Video of 25 frames a second and sound of 16 kHz, a packet of each in turn.
+// Video of 25 fps and audio of 16 kHz, a packet of each in turn.
 struct Film {
   static constexpr int kMs = 40, kGroup = 25;  // of a packet; frames from key frame to key frame
-  static constexpr int kSoundRate = 16000, kSamples = kSoundRate * kMs / 1000;
+  static constexpr int kAudioRate = 16000, kSamples = kAudioRate * kMs / 1000;
 
   int scale = 1;  // of the frames' size: at 1, about 2 Mbit/s
 
@@ -45,8 +45,8 @@ inline Film::Packet Film::At(int number) const {
   int const turn = number / 2;
   auto const seed = static_cast<unsigned>(number);
   if (number % 2 != 0) {
-    std::string const sound = Payload(seed, kSamples * 2);
-    return {1, true, turn * kMs, sound, sound};
+    std::string const audio = Payload(seed, kSamples * 2);
+    return {1, true, turn * kMs, audio, audio};
   }
   bool const key = turn % kGroup == 0;
   std::size_t const base = (key ? 40000u : 6000u) * static_cast<unsigned>(scale);

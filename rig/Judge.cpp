@@ -39,8 +39,7 @@ std::string Judge::File(std::string const& path, crash::Recorded const& expected
   std::string const played = Play(path, expected, promised, false);
   std::string faults = plays ? played : "";
   if (plays && (withTool || !readable.empty())) faults += ToolPlays(path, here);
-  // A file that is complete needs no side file. Without one a repair may find the packets of
-  // others, too, but not for sure.
+  // A complete file needs no side file.
   faults += Repair(path, expected, promised, plays || played.empty() ? 0 : here);
   unsetenv("RIG_READABLE");
   return faults.empty() ? "" : fs::path(path).filename().string() + faults + " ";
@@ -51,14 +50,14 @@ std::string Judge::Play(std::string const& path, crash::Recorded const& expected
   base::FileIO io(path.c_str(), "rb");
   if (!io.Opened()) return "; cannot be opened";
   crash::Verdict const verdict = crash::Judge(expected).Deliver(io, promised);
-  // A repair also finds packets whose content never was stored.
+  // A repair also finds packets whose content was never stored.
   if (verdict.opened && verdict.lost == 0 && (repaired || verdict.Good())) return {};
   return std::string(repaired ? "; repaired: " : "; played: ") +
          (verdict.opened ? "" : "not opened, ") + std::to_string(verdict.lost) + " lost, " +
          std::to_string(verdict.alien) + " alien, " + std::to_string(verdict.late) + " late";
 }
 
-// So many packets are to be found by an index: the side file's, or that of a file being closed.
+// `indexed`: how many packets the index must name, that of the side file or of a file being closed.
 std::string Judge::Repair(std::string const& path, crash::Recorded const& expected, int64 promised,
                           std::size_t indexed) try {
   tool::RepairJob job;
@@ -73,7 +72,7 @@ std::string Judge::Repair(std::string const& path, crash::Recorded const& expect
   return std::string("; repair: ") + error.what();
 }
 
-// The tool's own verb lists all that was promised.
+// The tool must play all that was promised.
 std::string Judge::ToolPlays(std::string const& path, std::size_t packets) const {
   std::string const command = "LD_PRELOAD=" RIG_UNREADABLE " " + _tool + " play --json " + path +
                               " 2>" + _scratch + "/play.txt | wc -l";

@@ -1,4 +1,4 @@
-// What the files that were copied out of a state of the disk are worth.
+// Judges the files that were copied from a state of the disk.
 #pragma once
 
 #include <map>
@@ -8,8 +8,8 @@
 
 namespace kestro::rig {
 
-// Plays the files, repairs them as the tool does and plays what that has made; has the tool itself
-// play them where that is asked for, or where the end of a file cannot be read.
+// Plays the files, repairs them as the tool does and plays the results. The tool itself plays them
+// too where that is wanted or the end of a file cannot be read.
 class Judge {
  public:
   // `scratch`: a folder of its own; `longest`: packets of a film.
@@ -21,8 +21,8 @@ class Judge {
     test::RegisterClasses();
   }
 
-  // Says what is wrong; nothing when every promised packet is played and is found by a repair. A
-  // file "NAME.readable" next to a file says how much of that could be read: what follows is EIO.
+  // Returns the faults; none when every promised packet is played and found by a repair. The number
+  // in "NAME.readable" is how much of the file NAME can be read: what follows is EIO.
   std::string Faults(std::string const& folder, Promise const& promise, bool withTool);
 
  private:

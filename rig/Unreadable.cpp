@@ -1,6 +1,5 @@
-// Linked in or preloaded, makes the end of a file unreadable: RIG_READABLE=PATH:BYTES says of
-// which, and from where on. A file system answers so when a file is longer than what it knows of
-// it.
+// Linked in or preloaded, makes the end of a file unreadable: RIG_READABLE=PATH:BYTES gives the
+// file and the bytes that can be read. A file system does so when it has lost clusters of a file.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -11,7 +10,7 @@
 
 #define KESTRO_STANDS_IN extern "C" __attribute__((visibility("default")))
 
-// Nobody cuts the power of who judges.
+// The judge need not make anything durable.
 KESTRO_STANDS_IN int fsync(int) { return 0; }
 KESTRO_STANDS_IN int fdatasync(int) { return 0; }
 KESTRO_STANDS_IN int syncfs(int) noexcept { return 0; }

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Cuts the power of recorders: run.sh KIND BUILD TARGET-BUILD OUT [ROUNDS], where KIND is short, long or
 # cost; of the long kind the rounds count.
-# A machine records to emulated cards whose writes are logged; what a cut could leave of the cards
-# is built from the logs, and the files on it are judged, copied by the host after the file system's
-# own check, and copied by a machine that mounts the card as it is.
+# A machine records to emulated cards whose writes are logged. What a cut could leave of a card is
+# built from its log; its files are copied, by the host after the file system's own check and by a
+# machine that mounts the card as it is, and judged.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 kind=$1 build=$(realpath "$2") target=$(realpath "$3") out=$(realpath -m "$4")
@@ -139,7 +139,7 @@ mounted() { # mounted GROUP FS OPTION...: all cards of the group, mounted by the
   rm -r "$share"
 }
 
-# What is recorded, and what is asked of it.
+# What is recorded and judged.
 
 # An image comes with every 512 KiB at the most.
 scale() { [[ $mode == image ]] && echo "$1" || echo 1; }
@@ -153,8 +153,7 @@ usual() { # usual GROUP FS INTERVAL SCALE-OF-IMAGE: a card of each mode, busy
 plants() {
   job plants busy
   card plants vfat in-place.no-barrier plant=no-barrier
-  card plants vfat callback.rename plant=rename
-  card plants vfat in-place.front-first plant=front-first
+  card plants vfat callback.no-barrier plant=no-barrier
 }
 segments() {
   card segments vfat in-place.segments per-file=2 queue=1
@@ -175,16 +174,16 @@ full() {
   done
 }
 
-# What the recorder said of a card that failed.
-told() { # told GROUP NAME TEXT
-  grep -qE "^(error|note): .*$3" "$out/$1/$2.said" || fault "$2: no \"$3\" was told"
+# What the recorder printed about a card that failed.
+reported() { # reported GROUP NAME TEXT
+  grep -qE "^(error|note): .*$3" "$out/$1/$2.said" || fault "$2: no \"$3\" was reported"
 }
-# A file that has filled its card is whole; all that play lists is as it was recorded.
+# A file that filled its card is complete, and plays what was recorded.
 full_card() { # full_card NAME
   local file=$out/full/$1.files/a.avi pushed played
   mkdir -p "${file%/*}"
   mcopy -n -i "$out/full/$1.card" ::a.avi "$file"
-  told full "$1" 'No space left'
+  reported full "$1" 'No space left'
   "$tool" verify "$file" >"$file.verified" || fault "$1: $(sed -n 2p "$file.verified")"
   played=$("$tool" play --json "$file" 2>/dev/null | wc -l)
   pushed=$(sed -n 's/^ended: \([0-9]*\) packets/\1/p' "$out/full/$1.said")
@@ -216,9 +215,9 @@ short() {
   for mode in $(<"$out/full/cards"); do pool full_card "$mode"; done
   # vfat mounts itself read-only when its tables cannot be written.
   for mode in "${modes[@]}"; do
-    told pulled "$mode.pulled" '(Input/output error|Read-only file system)'
+    reported pulled "$mode.pulled" '(Input/output error|Read-only file system)'
   done
-  told pulled in-place.read-only 'Read-only file system'
+  reported pulled in-place.read-only 'Read-only file system'
   wait
 }
 
@@ -321,7 +320,7 @@ report() {
       printf "%-6s %-24s %-22s %s\n", "", "states, promises kept", "checked", "mounted as it is"
       for (i = 1; i <= n; ++i) {
         split(order[i], part, " ")
-        planted = part[2] ~ /no-barrier|rename|front-first|data-only/
+        planted = part[2] ~ /no-barrier|data-only/
         printf "%-6s %-24s %-22s %-22s%s\n", part[1], part[2], share(order[i], "checked"),
           share(order[i], "mounted"), planted ? (order[i] in first ? " found" : " NOT FOUND") : ""
         if (planted != (order[i] in first)) bad = 1

@@ -1,6 +1,5 @@
 // kestro-rig-record: the recorder that the rig's machine runs until its power is cut. Options are
-// NAME=VALUE. What it has promised goes to a place of the disk itself, so that the log of the
-// disk's writes knows when.
+// NAME=VALUE. It writes its promises to the disk, so that they are in the log of the disk's writes.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -43,13 +42,13 @@ record::Tracks FilmTracks() {
   tracks[0].frameRate = {1000 / Film::kMs, 1};
   tracks[1].name = "audio";
   tracks[1].codec = record::TrackInfo::kPcm;
-  tracks[1].rate = Film::kSoundRate;
+  tracks[1].rate = Film::kAudioRate;
   tracks[1].channels = 1;
   tracks[1].samples = Film::kSamples;
   return tracks;
 }
 
-// Records what comes, one file after the other, and promises it when it is durable.
+// Records packets, one file after the other, and promises them once they are durable.
 class Promiser : public stream::ISink {
  public:
   Promiser(Plan const& plan, record::Tracks const& tracks, record::Packets const& packets)
@@ -75,7 +74,7 @@ class Promiser : public stream::ISink {
     return true;
   }
 
-  // True also when there is nothing to end.
+  // Also true when no file is open.
   bool End() {
     if (!_recorder) return true;
     bool const complete = _recorder->Close();
@@ -95,7 +94,7 @@ class Promiser : public stream::ISink {
     if (_plan.perFile != 0)
       name.insert(name.rfind('.'), "-" + std::to_string(_pushed / _plan.perFile));
     theSystem.file = name;
-    theSystem.barriers = theSystem.sideBarriers = theSystem.front = 0;
+    theSystem.barriers = theSystem.sideBarriers = 0;
     _recorder = std::make_unique<record::FileWriter>(_plan.recorder, name, _tracks, _packets);
     return true;
   } catch (std::exception const& error) {
@@ -146,7 +145,7 @@ Plan::Plan(Options const& options)
   recorder.spillFolder = options.Text("spill");
 }
 
-// How long the application's thread stood in each push.
+// How long each push took the application's thread.
 void Report(std::vector<int64> us) {
   if (us.empty()) return;
   std::sort(us.begin(), us.end());
