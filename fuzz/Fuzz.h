@@ -14,7 +14,7 @@ namespace kestro::fuzz {
 
 using test::Quiet;
 
-// Takes an input apart. Behind its end everything is 0.
+// Takes an input apart. After its end everything is 0.
 class Input {
  public:
   Input(std::uint8_t const* data, std::size_t size) : _at(data), _end(data + size) {}
@@ -26,8 +26,7 @@ class Input {
     return low | U8() << 8;
   }
 
-  // The tail, whose size is in the last `lengthBytes`, is taken off: what stays in front of it, so
-  // that an ordinary file is an input too.
+  // Takes off the tail, whose size is in the last `lengthBytes`; so an ordinary file is an input.
   Input TakeTail(unsigned lengthBytes, std::size_t most) {
     if (Size() < lengthBytes) return {_end, 0};
     _end -= lengthBytes;

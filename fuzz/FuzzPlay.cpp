@@ -1,4 +1,4 @@
-// Any bytes as a file: play never crashes, always ends, and is the same through a cache.
+// Any bytes as a file: play never crashes, always ends, and plays the same with a cache.
 #include "fuzz/Fuzz.h"
 #include "support/FaultIO.h"
 #include "support/Playing.h"
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kScript = 64, kFile = 32768;  // bytes at most
 
-// A demuxer element that does what a script says.
+// A demuxer element that follows a script.
 class Player {
  public:
   Player(std::string const& file, char const* alias)
@@ -83,8 +83,7 @@ void Player::Step(unsigned step, unsigned argument) {
   }
 }
 
-// From the start in every mode. Each packet has an entry of the index, of 16 bytes, and the same
-// one does not come twice.
+// From the start in every mode. Each packet has an index entry of 16 bytes of its own.
 void Player::PlayAll() {
   if (!Open()) return;
   Play(SIZE_MAX);
@@ -120,7 +119,7 @@ void Player::ReadStreamData() {
 }  // namespace
 }  // namespace kestro::fuzz
 
-// A file, and behind it a script of steps and their arguments, whose length is the last byte.
+// A file, followed by a script of steps and their arguments, whose length is the last byte.
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   using namespace kestro::fuzz;
   Quiet();

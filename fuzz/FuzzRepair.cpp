@@ -1,5 +1,5 @@
-// Any bytes as a damaged recording: repair never crashes, always ends, and leaves them as they are.
-// What it makes of them has no fault that a check finds, plays whole, and needs no second repair.
+// Any bytes as a damaged recording: repair never crashes, always ends and does not change its
+// input. Its output passes a check, plays to the end and needs no second repair.
 #include "repair/Repair.h"
 
 #include <cstdlib>
@@ -45,8 +45,7 @@ void Write(std::string const& path, std::string const& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// False for what is beyond use, which is the only reason to refuse, apart from a rate that the
-// input does not tell.
+// False for an input that is beyond use, the only reason to refuse apart from a missing frame rate.
 bool Repair(tool::RepairJob job, tool::RepairReport& report) {
   try {
     report = tool::Repair(job);
@@ -62,7 +61,7 @@ bool Repair(tool::RepairJob job, tool::RepairReport& report) {
   return true;
 }
 
-// What the input has not told, and faults of the data itself, which repair keeps as it is.
+// Missing in the input, or a fault of the data itself, which repair does not change.
 bool OfInput(tool::Kind const* kind) {
   return kind == &found::kRate || kind == &found::kNoKey || kind == &found::kSoundFrame;
 }
@@ -89,7 +88,7 @@ void CheckPlay(std::string const& path) {
 }  // namespace
 }  // namespace kestro::fuzz
 
-// A file, behind it a side file, whose length is in the last two bytes.
+// A file, followed by a side file, whose length is in the last two bytes.
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   using namespace kestro;
   using namespace kestro::fuzz;
