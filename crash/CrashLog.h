@@ -1,4 +1,4 @@
-// What reaches the storage while a recording runs.
+// The writes to the storage while a recording runs.
 #pragma once
 
 #include <map>
@@ -14,14 +14,13 @@ namespace kestro::crash {
 
 using base::int64;
 
-// Files are numbered: the recording is 0, those that are kept next to it are 1, 2, and so on, in
-// the order in which they were made.
+// Files are numbered: the recording is 0, those next to it are 1, 2, and so on, as they were made.
 struct Op {
   enum Kind {
     kWrite,
     kFlush,    // what was written to the file survives from here on, and its length
     kData,     // ... without the length
-    kName,     // the file gets a name, unless it is 0; that numbered `at` loses its own, unless 0
+    kName,     // file (unless 0) gets a name, and file number `at` (unless 0) loses its name
     kFolder,   // which files have names survives from here on
     kPromise,  // `at` packets are safe from here on
   };
@@ -36,7 +35,7 @@ using Ops = std::vector<Op>;
 
 using Others = std::map<int, test::MemoryIO>;  // the files next to the recording, by number
 
-// Keeps the order in which the calls came, from whichever thread.
+// Keeps the order of the calls, from any thread.
 class CrashLog {
  public:
   void Add(Op op) {

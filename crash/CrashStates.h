@@ -10,12 +10,10 @@
 
 namespace kestro::crash {
 
-// Walks through what was written, and at each point builds the states that are possible there: what
-// a barrier has made durable is as it was written; of what came after it, any set of sectors may
-// have reached the storage, each as a whole, and the length of a file may be the old or the new
-// one: that of its last flush, or 0 where it has got its name since, as FAT has it. A sector that
-// is being overwritten may also turn to garbage; so may the one in which the file ended and goes
-// on.
+// Goes through the writes, and at each point builds the possible states: what a barrier has made
+// durable is there; of what came after it, any set of sectors may be there, each as a whole. The
+// length of a file may be the new one, that of its last flush, or 0 where it got its name since, as
+// on FAT. A sector that is being overwritten, or appended to, may also turn to garbage.
 class CrashStates {
  public:
   struct State {

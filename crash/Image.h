@@ -1,4 +1,4 @@
-// What the periodic-sync muxer hands over.
+// Images that the periodic-sync muxer passes to its callback.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace kestro::crash {
 
-// Puts headers and index of a sync where they belong, as a repair does. What was recorded after it
-// goes; an image that cannot be one leaves the file as it is.
+// Writes the headers and the index of a sync to the file, as a repair does, and removes what was
+// recorded after it. Does nothing where the image is none.
 void ApplyImage(std::vector<unsigned char>& file, std::vector<unsigned char> const& image,
                 std::size_t header);
 

@@ -1,4 +1,4 @@
-// What a file that a power cut has left is worth.
+// Judges files that a power cut left.
 #pragma once
 
 #include "crash/Scenario.h"
@@ -22,18 +22,17 @@ struct Verdict {
 // Opens and plays files with the demuxer element.
 class Judge {
  public:
-  // A judge that is `trusting` checks no checksums.
+  // `trusting`: does not check checksums.
   explicit Judge(Recorded const& recorded, bool trusting = false);
   ~Judge();
 
-  // A recording that cannot be played as it is is repaired with the newest image in the other
-  // files. The first `promised` packets must be there.
+  // Plays a recording, where that fails repaired with the newest image in the other files. The
+  // first `promised` packets must be there.
   Verdict Play(test::MemoryIO& file, Others& others, int64 promised);
-  // The same of a file alone, as it is.
+  // Plays a file alone, as it is.
   Verdict Deliver(base::IO& file, int64 promised);
-  // The same of what the tool's repair makes of a file with garbage between two offsets: of the
-  // promised packets those that lie elsewhere, and a name for each of the others that is gone and
-  // was in the index.
+  // Plays what the tool's repair makes of a file with garbage between two offsets: the promised
+  // packets outside the garbage must be there; repair must report those of the index inside it.
   Verdict Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from, int64 to);
 
  private:

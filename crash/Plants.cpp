@@ -4,15 +4,12 @@
 #include <functional>
 #include <map>
 
-#include "base/LittleEndian.h"
-#include "crash/Tool.h"
-
 namespace kestro::crash {
 
 namespace {
 
-// The operations of one sync, from behind the last promise to its own: data and its barrier, then
-// index and headers, or an image, and barriers.
+// The operations of one sync, up to its promise: data and its barrier, then index and headers, or
+// an image, and barriers.
 using Edit = std::function<void(Ops& sync)>;
 
 // Applies a change to every sync but the first and those of closing.
@@ -41,22 +38,8 @@ Ops::iterator Barrier(Ops& sync, int n) {
   return found[static_cast<std::size_t>(n < 0 ? n + static_cast<int>(found.size()) : n)];
 }
 
-// What refers to the data goes in front of it, as a whole or only the entries of the index.
+// What refers to the data is written before it.
 void FrontFirst(Ops& sync) { std::rotate(sync.begin(), Barrier(sync, 0) + 1, sync.end() - 1); }
-
-void IndexFirst(Ops& sync, int64 entries, int64 front) {
-  Ops first;
-  for (auto op = Barrier(sync, 0); op != sync.end(); ++op) {
-    int64 const from = std::max(op->at, entries);
-    int64 const bytes = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12) - from;
-    if (op->kind == Op::kWrite && bytes > 0)
-      first.push_back({Op::kWrite, op->file, from,
-                       op->bytes.substr(static_cast<std::size_t>(from - op->at),
-                                        static_cast<std::size_t>(bytes))});
-  }
-  first.push_back({Op::kFlush});
-  sync.insert(sync.begin(), first.begin(), first.end());
-}
 
 void PromiseEarly(Ops& sync) { std::rotate(Barrier(sync, -1), sync.end() - 1, sync.end()); }
 
@@ -69,8 +52,8 @@ bool Grows(Ops const& sync) {
   return std::any_of(sync.begin(), sync.end(), [](Op const& op) { return op.kind == Op::kName; });
 }
 
-// The syncs with their images written as a whole, whatever the slots held already: the last write
-// to another file is that of an image, and the one before it that of the slot's head.
+// The syncs with each image in a single write, whatever the slots held already: the last write to
+// another file is that of an image, after the one of the slot's head.
 Ops WithWholeImages(Ops const& ops) {
   std::map<int, test::MemoryIO> files;
   Ops whole;
@@ -101,13 +84,7 @@ Ops::iterator ImageIn(Ops& sync) {
   return op;
 }
 
-void SealSlot(Ops::iterator image) {
-  auto* const head = reinterpret_cast<unsigned char*>((image - 1)->bytes.data());
-  base::Store32(head + 8,
-                avi::Crc32(image->bytes.data(), image->bytes.size(), avi::Crc32(head, 8)));
-}
-
-// The image is a file of its own, which takes the name of the one before.
+// Each image is a new file, which takes the name of the one before.
 void Rename(Ops& sync, int& last) {
   auto const image = ImageIn(sync);
   std::string const bytes = image->bytes;
@@ -120,7 +97,7 @@ void Rename(Ops& sync, int& last) {
   sync.insert(sync.end() - 1, renamed.begin(), renamed.end());
 }
 
-// The old file loses its name as soon as the new one has its own.
+// The old file loses its name as soon as the new one has one.
 void RemoveEarly(Ops& sync) {
   auto const isName = [](Op const& op) { return op.kind == Op::kName; };
   auto const made = std::find_if(sync.begin(), sync.end(), isName) + 1;
@@ -135,30 +112,8 @@ void SameSlot(Ops& sync) {
   image->at = 4096 + 16;
 }
 
-// The index lacks its last entry: what the last write of entries has, from its end.
-void OneEntryLess(Ops& sync, int64 entries, int64 front, bool image) {
-  std::string const none(16, '\0');
-  if (image) {
-    auto const op = ImageIn(sync);
-    op->bytes.replace(op->bytes.size() - 16, 16, none);
-    SealSlot(op);
-    return;
-  }
-  for (auto op = sync.rbegin(); op != sync.rend(); ++op) {
-    if (op->kind != Op::kWrite) continue;
-    int64 const end = std::min(op->at + static_cast<int64>(op->bytes.size()), front - 12);
-    for (int64 at = entries + (end - entries) / 16 * 16 - 16; at >= std::max(entries, op->at);
-         at -= 16) {
-      auto const from = static_cast<std::size_t>(at - op->at);
-      if (op->bytes.compare(from, 16, none) == 0) continue;
-      op->bytes.replace(from, 16, none);
-      return;
-    }
-  }
-}
-
-// Applies a change to what makes an ordinary file: the index and its barrier, RIFF's size and its
-// barrier, then the tag of the old index and its barrier.
+// Applies a change to the closing of a file: the index after the data and its barrier, the size of
+// RIFF and its barrier, then the tag of the old index and its barrier.
 Plant Closing(Recorded const& recorded, char const* name, Edit const& edit) {
   auto const from = recorded.ops.begin() + static_cast<std::ptrdiff_t>(recorded.closed);
   Ops closing(from, recorded.ops.end());
@@ -188,14 +143,12 @@ std::vector<Plant> Plants(Recorded const& recorded) {
             Closing(recorded, "JUNK before the second index", TagFirst)};
   bool const image = recorded.scenario.mode == Mode::kCallback;
   Ops const ops = image ? WithWholeImages(recorded.ops) : recorded.ops;
-  int64 const entries = recorded.entries, front = image ? INT64_MAX : recorded.front;
   std::vector<Plant> plants;
   auto const plant = [&](char const* name, Edit const& edit) {
     plants.push_back({name, EditSyncs(ops, edit, !image)});
   };
-  plant("no barrier behind the data", drop(0));
+  plant("no barrier after the data", drop(0));
   plant("promise before the last barrier", PromiseEarly);
-  plant("count off by one", [&](Ops& sync) { OneEntryLess(sync, entries, front, image); });
   if (image) {
     auto const growing = [](Edit const& edit) {
       return [edit](Ops& sync) {
@@ -212,10 +165,9 @@ std::vector<Plant> Plants(Recorded const& recorded) {
     plant("no barrier after a larger file", growing(drop(1)));
     plant("a larger file is durable after the old one is removed", growing(RemoveEarly));
   } else {
-    plant("no barrier behind the headers", drop(-1));
+    plant("no barrier after the headers", drop(-1));
     plant("headers before the data", FrontFirst);
-    plant("index before the data", [&](Ops& sync) { IndexFirst(sync, entries, front); });
-    if (HasRepair()) plants.push_back({"no copy of the head", WithoutCopy(ops), true});
+    plants.push_back({"no copy of the head", WithoutCopy(ops), true});
   }
   return plants;
 }

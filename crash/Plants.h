@@ -1,4 +1,4 @@
-// Bugs planted into what a recording has written: the harness must find each of them.
+// Faults planted into the writes of a recording: the harness must find each of them.
 #pragma once
 
 #include "crash/Scenario.h"
@@ -8,11 +8,11 @@ namespace kestro::crash {
 struct Plant {
   std::string name;
   Ops ops;
-  bool garbage = false;   // it shows where a sector is garbage
-  bool trusting = false;  // the bug is in who reads: checksums are not checked
+  bool garbage = false;   // found where a sector is garbage
+  bool trusting = false;  // the reader does not check checksums
 };
 
-// Every bug that can be planted into a recording of this mode.
+// Every fault that can be planted into this recording.
 std::vector<Plant> Plants(Recorded const& recorded);
 
 }  // namespace kestro::crash

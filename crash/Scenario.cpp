@@ -26,7 +26,7 @@ std::string Payload(std::size_t size, std::mt19937& random) {
   return bytes;
 }
 
-// The parameter sets in front of a key frame's slice are delivered blank.
+// The parameter sets before a key frame's slice are delivered as zeros.
 std::string Delivered(std::string stored, std::size_t payload) {
   std::fill(stored.begin(), stored.end() - static_cast<std::ptrdiff_t>(payload + 5), '\0');
   return stored;
@@ -46,7 +46,7 @@ std::string Name(Scenario const& scenario) {
   return scenario.full ? name + ", index full" : name;
 }
 
-// As the recorder does after the muxer. The old index becomes several pieces of JUNK.
+// As the recorder does after the muxer. The old index becomes several JUNK chunks.
 static bool CloseOrdinarily(LogIO& file, Recorded const& recorded, std::vector<bool> const& keys) {
   auto const held = std::min<std::size_t>(keys.size(), recorded.scenario.room);
   record::FrontIndex index;
@@ -77,7 +77,7 @@ Recorded Record(Scenario const& scenario) {
   int& number = recorded.packets;
   std::vector<bool> keys;
   int64 size = 0;
-  // What the index has no room for plays only once the file has been made ordinary.
+  // What the index has no room for plays only once there is an index after the data.
   auto const promise = [&] {
     bool const all = mode == Mode::kCallback;
     log.Add({Op::kPromise, 0, all ? number : std::min<int64>(number, scenario.room)});
@@ -88,7 +88,7 @@ Recorded Record(Scenario const& scenario) {
     setup = Configure(*recording.muxer, scenario);
     if (mode == Mode::kCallback) recording.muxer->Set("periodicSyncCallback", &OnImage);
     recording.Track(test::VideoMedia("h264", 320, 180));
-    recording.Track(test::SoundMedia(8000, 1, 160)).Track(test::SoundMedia(4000, 1, 160));
+    recording.Track(test::AudioMedia(8000, 1, 160)).Track(test::AudioMedia(4000, 1, 160));
     ok = recording.Open();
 
     auto const push = [&](unsigned track, int64 duration, std::string const& data, bool key,
@@ -98,8 +98,7 @@ Recorded Record(Scenario const& scenario) {
       samples.push_back({number++, ms, key, delivered, size});
       keys.push_back(key && track == 0);
       size += 8 + static_cast<int64>(delivered.size() + delivered.size() % 2);
-      auto* const medium = recording.media[track].get();
-      auto const packet = test::MakePacket(medium, data, key, duration);
+      auto const packet = test::MakePacket(recording.media[track].get(), data, key, duration);
       packet->Pts(ms * 1000000);
       int const before = log.Barriers();
       ok = recording.ports[track]->Push(*packet) && ok;
@@ -115,8 +114,8 @@ Recorded Record(Scenario const& scenario) {
            Delivered(key ? test::StoredKeyFrame(payload) : test::StoredFrame(payload),
                      payload.size()));
       for (unsigned track : {1, 1, 2}) {
-        std::string const sound = Payload(320, random);
-        push(track, track == 1 ? 20 : 40, sound, true, sound);
+        std::string const audio = Payload(320, random);
+        push(track, track == 1 ? 20 : 40, audio, true, audio);
       }
     }
     ok = (recording.Close() || scenario.full) && ok;

@@ -1,4 +1,4 @@
-// Recordings whose storage is watched.
+// Recordings whose writes are logged.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ enum class Mode { kInPlace, kImage, kCallback };
 struct Scenario {
   Mode mode;
   unsigned room;      // entries that an index before the data has room for
-  bool full = false;  // which are too few
+  bool full = false;  // too few
 };
 constexpr Scenario kScenarios[] = {{Mode::kInPlace, 512},
                                    {Mode::kImage, 512},
@@ -40,16 +40,15 @@ struct Recorded {
   std::size_t closed = SIZE_MAX;  // ... from this operation on, where an ordinary close follows
 };
 
-// Sizes and tags of a mode, set on a muxer; what they are made of must outlive it.
+// Sets sizes and tags of a mode on a muxer; the result must outlive it.
 using Setup = std::shared_ptr<void>;
 constexpr unsigned Interval_ms(Mode mode) {
   return mode == Mode::kImage ? 1 : 380;  // images come with every 512 KiB
 }
 Setup Configure(base::Object& muxer, Scenario const& scenario);
 
-// A video and two sound tracks; a sync brings about 40 new index entries. Everything that a mode
-// does is in it: opening, syncs, closing, and how that makes an ordinary file. Empty `ops` when
-// something went wrong.
+// Records a video and two audio tracks, with about 40 packets between syncs, and closes the file,
+// with an index after the data. Empty `ops` when something failed.
 Recorded Record(Scenario const& scenario);
 
 }  // namespace kestro::crash

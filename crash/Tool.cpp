@@ -56,8 +56,6 @@ Setup Configure(base::Object& muxer, Scenario const& scenario) {
   return tags;
 }
 
-bool HasRepair() { return true; }
-
 long Repair(std::string const& folder, std::vector<unsigned char> const& file, Others const& others,
             std::vector<unsigned char>& repaired) try {
   tool::RepairJob const job{folder + "/in.avi", folder + "/out.avi", "", true};

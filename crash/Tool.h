@@ -1,4 +1,4 @@
-// What the command line's tool has to do with a power cut; nothing where it is not built.
+// What the tool does for a recording and after a power cut.
 #pragma once
 
 #include <string>
@@ -7,8 +7,6 @@
 #include "crash/Scenario.h"
 
 namespace kestro::crash {
-
-bool HasRepair();
 
 // Puts a recording, and the files next to it, into a folder and repairs it. Returns how many
 // packets it names as lost, -1 when it is refused.

@@ -1,6 +1,6 @@
-// kestro-crash: proves that what a sync has covered survives a power cut. Prints how many states of
-// the storage it has played in each mode, and what it found. Fails when a state breaks a promise,
-// or when a planted bug is not found.
+// kestro-crash: proves that what a sync has covered survives a power cut. Prints for each mode how
+// many states of the storage it has played and what it found. Fails when a state breaks a promise
+// or a planted fault is not found.
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,7 +11,6 @@
 #include "crash/CrashStates.h"
 #include "crash/Judge.h"
 #include "crash/Plants.h"
-#include "crash/Tool.h"
 #include "support/Quiet.h"
 
 namespace kestro::crash {
@@ -42,11 +41,11 @@ Findings Explore(Recorded const& recorded, Ops const& ops, unsigned sector, long
   Findings found;
   Judge judge(recorded, plant != nullptr && plant->trusting);
   CrashStates* states = nullptr;
-  // Once it was closed, everything is brought back but what lies in garbage.
+  // Once the file was closed, all packets outside the garbage must be there.
   auto const repair = [&](CrashStates::State const& state) {
     bool const closed = state.at >= recorded.closed, garbage = state.garbage >= 0;
     if (plant != nullptr && !plant->garbage) return;
-    if (state.promised < 0 || !HasRepair() || !(closed || garbage)) return;
+    if (state.promised < 0 || !(closed || garbage)) return;
     int64 const from = garbage ? state.garbage * sector : 0, to = garbage ? from + sector : 0;
     Verdict const verdict = judge.Repaired(state.file, state.others,
                                            closed ? recorded.packets : state.promised, from, to);
@@ -81,12 +80,11 @@ bool Report(std::FILE* out, Recorded const& recorded, unsigned sector, Findings 
                "%ld alien, %ld late\n",
                Name(recorded.scenario).c_str(), sector, found.states, recorded.syncs, found.closed,
                found.lost, found.alien, found.late);
-  if (HasRepair())
-    std::fprintf(
-        out,
-        "  repaired: %ld states with a sector of garbage, %ld while it becomes ordinary, %ld "
-        "at fault; promised packets in garbage: %ld gone and named, %ld altered\n",
-        found.garbage, found.repaired, found.faults, found.shared, found.altered);
+  std::fprintf(
+      out,
+      "  repaired: %ld states with a sector of garbage, %ld while it becomes ordinary, %ld "
+      "at fault; promised packets in garbage: %ld gone and named, %ld altered\n",
+      found.garbage, found.repaired, found.faults, found.shared, found.altered);
   if (!found.Good()) std::fprintf(out, "  FAULT %s\n", found.first.c_str());
   std::fflush(out);
   return found.Good();
@@ -103,7 +101,7 @@ bool ReportPlant(std::FILE* out, Recorded const& recorded, Plant const& plant) {
   return false;
 }
 
-// The states of one mode, then its planted bugs, all of which must be found.
+// The states of one mode, then its planted faults, all of which must be found.
 bool Prove(std::FILE* out, Scenario const& scenario, long wanted) {
   bool const usual = wanted >= kUsual;
   long const every = std::max(kUsual / wanted, 1L);
@@ -126,7 +124,6 @@ bool Prove(std::FILE* out, Scenario const& scenario, long wanted) {
     states += found.states;
   }
   std::fprintf(out, "%s: %ld states\n", Name(scenario).c_str(), states);
-  // They prove the search, which a shorter one need not do again.
   if (usual)
     for (Plant const& plant : Plants(recorded)) good = ReportPlant(out, recorded, plant) && good;
   std::fflush(out);

@@ -1,5 +1,5 @@
-// A stream of operations as recordings, one after another, onto devices that fail: what is read
-// back is what was written, and every failure was told.
+// A sequence of operations: recordings one after another, on devices that fail. What is played is
+// what was recorded, and every failure was reported.
 #include <memory>
 #include <string_view>
 
@@ -84,7 +84,7 @@ class Recorder {
     return static_cast<void>(way), kPlain;
 #endif
   }
-  // The order in which applications give them.
+  // In the order in which applications add them.
   std::string NextTracks() {
     unsigned const mask = _input.U8();
     std::string tracks;
@@ -96,8 +96,8 @@ class Recorder {
     return _way == kPlain ? "AviMuxer-avi-muxer" : "VFIAviMuxer-avi-muxer-vfi";
   }
   static base::Ref<stream::IMedia> Media(char kind) {
-    if (kind == 'p') return test::SoundMedia();
-    if (kind == 'P') return test::SoundMedia(8000, 1, 320);
+    if (kind == 'p') return test::AudioMedia();
+    if (kind == 'P') return test::AudioMedia(8000, 1, 320);
     if (kind == 'a') return base::Ref<stream::IMedia>::Take(stream::IMedia::New("aac"));
     return test::VideoMedia(kind == 'h'   ? "h264"
                             : kind == 'v' ? "hevc"
@@ -247,7 +247,7 @@ void Recorder::Control(unsigned step, unsigned argument) {
   }
 }
 
-// Units without start codes in them; each sample is another.
+// Units without start codes in them; no two are equal.
 Sample Recorder::NextSample(unsigned step, unsigned bits, std::size_t size) {
   Sample sample;
   sample.track = step % _tracks.size();
@@ -330,7 +330,7 @@ void Recorder::CheckFaults(std::string const& bytes, bool closed) {
   Check(bytes, least);
 }
 
-// How many samples a full disk has had room for, with their index.
+// How many samples fit on a full disk, with their index.
 std::size_t Recorder::Fitting(std::string const& bytes) const {
   auto const data = bytes.find("movi");
   if (data == std::string::npos) return 0;
@@ -345,8 +345,8 @@ std::size_t Recorder::Fitting(std::string const& bytes) const {
   return count;
 }
 
-// The index names samples, in their order; of the first `least` all that were taken, as far as it
-// has room. And they are played; where none is promised, perhaps.
+// The index must name samples in their order, of the first `least` all that were taken, as far as
+// it has room; and these must play, unless `least` is 0.
 void Recorder::Check(std::string const& bytes, std::size_t least) const {
   auto const* const file = reinterpret_cast<unsigned char const*>(bytes.data());
   std::size_t const index = bytes.find("idx1");
@@ -393,11 +393,11 @@ void Recorder::Play(std::string const& bytes, std::vector<Sample const*> const& 
     KESTRO_ASSERT(playing.Open() || !all);
     auto const got = playing.All();
     KESTRO_ASSERT(playing.failures == 0 || !all);
-    for (std::size_t track = 0, sounds = 0, seen = 0; track < _tracks.size(); ++track) {
-      bool const sound = _tracks[track] == 'p' || _tracks[track] == 'P';
+    for (std::size_t track = 0, audios = 0, seen = 0; track < _tracks.size(); ++track) {
+      bool const audio = _tracks[track] == 'p' || _tracks[track] == 'P';
       bool const chosen = (_tracks[track] == 'h' || _tracks[track] == 'v') && seen++ == video;
-      if (!sound && !chosen) continue;
-      int const output = sound ? static_cast<int>(++sounds) : 0;
+      if (!audio && !chosen) continue;
+      int const output = audio ? static_cast<int>(++audios) : 0;
       auto packet = got.begin();
       auto const ahead = [&] {
         while (packet != got.end() && packet->track != output) ++packet;

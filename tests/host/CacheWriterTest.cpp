@@ -1,4 +1,4 @@
-// The caching writer against a plain model, and on media that fail.
+// The caching writer against a plain model, and on devices that fail.
 #include "base/IOCacheWriter.h"
 
 #include <gtest/gtest.h>
@@ -16,14 +16,14 @@ using test::FaultIO;
 using test::MemoryIO;
 using test::Text;
 
-// As the muxers make it.
+// Made as the muxers make it.
 std::unique_ptr<IO> NewWriter(IO& target, int blockSize) {
   return Make<IO>("io-cache-writer", &target, blockSize, 3);
 }
 
-// A medium that wants so many blocks at the least when told so.
-struct Medium : FaultIO {
-  explicit Medium(int blocks) : wanted(blocks) {}
+// A device that asks for a number of blocks, unless that is 0.
+struct Device : FaultIO {
+  explicit Device(int blocks) : wanted(blocks) {}
   using FaultIO::Get;
   bool Get(char const* name, void* value, std::type_info const*) override {
     if (name != std::string("cacheBlocks") || wanted == 0) return false;
@@ -33,7 +33,7 @@ struct Medium : FaultIO {
   int wanted;
 };
 
-// A writer over a medium, with a model of what it should hold.
+// A writer over a device, with a model of what it should hold.
 struct Rig {
   explicit Rig(int blockSize, int wanted = 0)
       : target(wanted), writer(NewWriter(target, blockSize)) {
@@ -43,7 +43,7 @@ struct Rig {
     });
   }
 
-  // Writes at a position, here and in the model as far as it was taken.
+  // Writes at a position; the model gets what was taken.
   unsigned Put(int64 at, std::string const& data) {
     EXPECT_TRUE(writer->Seek(at, IO::kBegin));
     unsigned const done = writer->Write(data.data(), static_cast<unsigned>(data.size()));
@@ -56,7 +56,7 @@ struct Rig {
   bool Truncate(int64 size) { return writer->Truncate(size) && model.Truncate(size); }
   bool Good() { return target.Bytes() == Text(model); }
 
-  Medium target;
+  Device target;
   MemoryIO model;
   int reports = 0;
   std::unique_ptr<IO> writer;
@@ -72,17 +72,19 @@ TEST(IOCacheWriter, HoldsWhatWasWritten) {
       std::string data(random() % (random() % 10 == 0 ? 300 : 30) + 1, 'a' + random() % 26);
       unsigned const what = random() % 80;  // mostly patches: more than are gathered
       if (what == 0) {
-        ASSERT_TRUE(rig.writer->Flush() && rig.Good());
+        ASSERT_TRUE(rig.writer->Flush());
+        ASSERT_TRUE(rig.Good());
       } else if (what == 1) {
         rig.writer->Seek(7, IO::kBegin);
-        ASSERT_TRUE(rig.Truncate(at) && rig.writer->Tell() == 7) << "the position stays";
+        ASSERT_TRUE(rig.Truncate(at)) << "the position stays";
+        ASSERT_EQ(rig.writer->Tell(), 7) << "the position stays";
       } else if (what == 2) {
         std::string got(40, '-'), expected(40, '-');
         rig.model.Seek(at, IO::kBegin);
         rig.writer->Seek(at, IO::kBegin);
         ASSERT_EQ(rig.writer->Read(got.data(), 40), rig.model.Read(expected.data(), 40));
         ASSERT_EQ(got, expected);
-      } else {  // behind a gap, inside or at the end
+      } else {  // after a gap, inside or at the end
         int64 const to = what == 3 ? end + random() % 200 : what < 50 ? at : end;
         ASSERT_EQ(rig.Put(to, data), data.size());
       }
@@ -91,7 +93,8 @@ TEST(IOCacheWriter, HoldsWhatWasWritten) {
     }
     EXPECT_FALSE(rig.writer->Truncate(rig.writer->Size() + 1));
     rig.writer.reset();
-    EXPECT_TRUE(rig.Good() && rig.reports == 0);
+    EXPECT_TRUE(rig.Good());
+    EXPECT_EQ(rig.reports, 0);
   }
 }
 
@@ -109,18 +112,20 @@ TEST(IOCacheWriter, WritesAlignedBlocksAndGatheredPatches) {
   rig.writer.reset();
   EXPECT_TRUE(rig.Good());
   EXPECT_EQ(rig.target.Count(FaultIO::kWrite), before + 1) << "one patch";
-  int odd = 0;  // the patch, and those before and after the flushes
+  int odd = 0;  // the patch, and blocks around the flushes
   for (auto const& write : rig.target.Calls(FaultIO::kWrite))
     odd += write.at % 64 != 0 || write.size != 64;
   EXPECT_LE(odd, 4);
-  EXPECT_EQ(rig.target.Count(FaultIO::kFlush), 0) << "no further than the target";
+  EXPECT_EQ(rig.target.Count(FaultIO::kFlush), 0) << "that is left to the target";
 }
 
-TEST(IOCacheWriter, GoesOnBehindWhatTheTargetHolds) {
+TEST(IOCacheWriter, AppendsToWhatTheTargetHolds) {
   MemoryIO target("header");
   auto writer = NewWriter(target, 4);
-  EXPECT_TRUE(writer->Seek(0, IO::kEnd) && writer->Write("+data", 5) == 5);
-  EXPECT_TRUE(writer->Seek(2, IO::kBegin) && writer->Write("AD", 2) == 2);
+  EXPECT_TRUE(writer->Seek(0, IO::kEnd));
+  EXPECT_EQ(writer->Write("+data", 5), 5);
+  EXPECT_TRUE(writer->Seek(2, IO::kBegin));
+  EXPECT_EQ(writer->Write("AD", 2), 2);
   writer.reset();
   EXPECT_EQ(Text(target), "heADer+data");
 }
@@ -147,12 +152,14 @@ TEST(IOCacheWriter, WaitsOnlyWhenAllBlocksAreFull) {
     });
     rig.Append("one more than there is room for");
     device.join();
-    EXPECT_TRUE(writer.Get("waits", waits) && waits == 1);
+    EXPECT_TRUE(writer.Get("waits", waits));
+    EXPECT_EQ(waits, 1);
     EXPECT_EQ(writer.Size(), rig.model.Size());
-    EXPECT_TRUE(writer.Flush() && rig.Good());
+    EXPECT_TRUE(writer.Flush());
+    EXPECT_TRUE(rig.Good());
     int64 end = 0;
     for (auto const& write : target.Calls(FaultIO::kWrite)) {
-      EXPECT_TRUE(write.at == end || write.at == 2) << "in order, the patch behind";
+      EXPECT_TRUE(write.at == end || write.at == 2) << "in order, then the patch";
       end = std::max<int64>(end, write.at + write.size);
     }
     EXPECT_EQ(target.Count(FaultIO::kWrite), 7) << "of patches only what was under way";
@@ -168,7 +175,9 @@ TEST(IOCacheWriter, APatchOutlivesTheBlockThatFails) {
   rig.Put(2, "while it is being stored");
   rig.target.Hold(false);
   EXPECT_FALSE(rig.writer->Flush());
-  EXPECT_TRUE(rig.Truncate(80) && rig.writer->Flush() && rig.Good());
+  EXPECT_TRUE(rig.Truncate(80));
+  EXPECT_TRUE(rig.writer->Flush());
+  EXPECT_TRUE(rig.Good());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The class registry, properties by name, loading a module, and assertions.
+// The class registry, properties by name, loading modules, and assertions.
 #include "base/IClass.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ TEST(Class, LookUpMatchesNamesInOrder) {
       {"LookB-", nullptr},
       {"", nullptr},
       {nullptr, nullptr},
-      // The exact one goes before an earlier match; otherwise the earlier of two matches.
+      // An exact match precedes an earlier one; otherwise the earlier of two matches counts.
       {"muxer-vfi", "muxer-vfi"},
       {"ogg-muxer-vfi", "LookC-ogg-muxer-vfi"}};
   for (auto const& row : table) {
@@ -49,7 +49,6 @@ TEST(Class, LookUpMatchesNamesInOrder) {
   }
 }
 
-// However a class is registered, a taken alias is reported.
 TEST(Class, TakenAliasIsReported) {
   IClass* const first = TClass<Gadget>::Register("Taken-alias", {});
   ASSERT_NE(first, nullptr);
@@ -81,7 +80,7 @@ TEST(FourCC, FirstCharacterIsTheLowestByteFromAnyStart) {
 TEST(Class, MakesObjectsWithParameters) {
   PropertyList base, list;
   base.Member<Widget>("text", &Widget::text, "inherited");
-  base.Member<Widget>("small", &Widget::count, "hidden by the own one");
+  base.Member<Widget>("small", &Widget::count, "hidden by its own");
   list.Member<Widget>("count", &Widget::count, "");
   list.Member<Widget>("small", &Widget::small, "");
   list.Member<Widget>("other", &Widget::other, "");
@@ -93,7 +92,8 @@ TEST(Class, MakesObjectsWithParameters) {
   EXPECT_EQ(IClass::New<Widget>(attrs, 5u), nullptr) << "no such constructor";
   EXPECT_EQ(IClass::New<Gadget>(attrs), nullptr);
   std::unique_ptr<Widget> widget(IClass::New<Widget>(attrs, 5));
-  ASSERT_TRUE(widget != nullptr && widget->count == 5);
+  ASSERT_NE(widget, nullptr);
+  ASSERT_EQ(widget->count, 5);
   struct {
     char const *name, *value;
     bool taken;
@@ -105,7 +105,8 @@ TEST(Class, MakesObjectsWithParameters) {
   EXPECT_EQ(std::to_string(widget->small) + widget->text, "200inherited");
   signed char narrow = 1;
   EXPECT_FALSE(widget->Get("small", narrow)) << "200 does not fit";
-  EXPECT_TRUE(widget->Get("count", narrow) && narrow == 99);
+  EXPECT_TRUE(widget->Get("count", narrow));
+  EXPECT_EQ(narrow, 99);
 
   struct : Widget {
   } part;
@@ -113,16 +114,20 @@ TEST(Class, MakesObjectsWithParameters) {
   EXPECT_TRUE(widget->Set("other", static_cast<Object*>(&part)));
   EXPECT_FALSE(widget->Set("other", static_cast<Object*>(&gadget)));
   Object* other = nullptr;
-  EXPECT_TRUE(widget->Get("other", other) && other == &part && widget->other == &part);
+  EXPECT_TRUE(widget->Get("other", other));
+  EXPECT_EQ(other, &part);
+  EXPECT_EQ(widget->other, &part);
   EXPECT_TRUE(widget->Set("other", static_cast<Object*>(nullptr)));
   attrs.Add("text", "configured");
-  EXPECT_TRUE(widget->Configure(attrs) && widget->text == "configured");
+  EXPECT_TRUE(widget->Configure(attrs));
+  EXPECT_EQ(widget->text, "configured");
   attrs.Add("nonsense", "1");
   EXPECT_FALSE(widget->Configure(attrs));
 }
 
-// The test program has the plug-in's objects of its own: once they are registered, the module's
-// registration shows by being refused. In a process of its own, as modules stay.
+// The test program contains the plug-in's objects. Once they are registered, the module's
+// registration is refused, which shows that it took place. Modules stay: this needs a process of
+// its own.
 int LoadTwice() {
   ReflectRun();
   ConsoleCapture console;
@@ -132,11 +137,12 @@ int LoadTwice() {
   return LoadPlugin(TEST_PLUGIN) && console.Text() == first ? 0 : 3;
 }
 
-TEST(ModuleDeathTest, LoadingRegistersOnceOrSaysWhyNot) {
+TEST(ModuleDeathTest, LoadingRegistersOnceOrGivesAReason) {
   EXPECT_EXIT(std::_Exit(LoadTwice()), testing::ExitedWithCode(0), "");
   for (char const* path : std::initializer_list<char const*>{"/nowhere/none.so", "", nullptr}) {
     std::string why;
-    EXPECT_TRUE(!LoadPlugin(path, &why) && !why.empty());
+    EXPECT_FALSE(LoadPlugin(path, &why));
+    EXPECT_FALSE(why.empty());
   }
 }
 

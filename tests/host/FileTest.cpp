@@ -30,8 +30,8 @@ class FileTest : public testing::Test {
   fs::path const folder = test::NewFolder(), path = folder / "f";
 };
 
-// A file is replaced whole or not at all, and a failure on the way is told. One that is made anew
-// leaves an old one of its name to those who read it.
+// Or not at all, and each failure is reported. Whoever reads a file keeps it when a new one gets
+// its name.
 TEST_F(FileTest, FilesAreReplacedWhole) {
   using test::Call;
   std::pair<Call, std::string> const cases[] = {
@@ -54,18 +54,20 @@ TEST_F(FileTest, FilesAreReplacedWhole) {
         EXPECT_TRUE(Content() == "longer" || (!done && Content() == "old"));
       }
       char bytes[8] = {};
-      EXPECT_TRUE(stale.Read(bytes, 8) == 5 && bytes == std::string("stale"));
-      EXPECT_TRUE(stale.Close() && descriptors == test::Descriptors());
+      EXPECT_EQ(stale.Read(bytes, 8), 5);
+      EXPECT_EQ(bytes, std::string("stale"));
+      EXPECT_TRUE(stale.Close());
+      EXPECT_EQ(descriptors, test::Descriptors());
     }
 }
 
-// The barrier is that of the file system, which is asked once a file. On FAT both calls count, and
-// none does where the system has stopped to write.
-TEST_F(FileTest, TheBarrierIsThatOfTheFileSystem) {
+// Which is asked once for each file. FAT needs both calls, and neither counts once the system has
+// made it read-only.
+TEST_F(FileTest, FlushUsesTheBarrierOfTheFileSystem) {
   struct {
     long type;
     bool readOnly;
-    std::string first, second;  // of a new file: the name is durable, too
+    std::string first, second;  // of a new file, whose name must be durable too
     bool done;
   } const table[] = {
       {EXT4_SUPER_MAGIC, false, "?d?f", "d", true},
@@ -123,7 +125,8 @@ TEST_F(FileTest, Modes) {
       char bytes[3];
       EXPECT_EQ(File::Read(file, bytes, 3), row.reads);
       EXPECT_EQ(File::Write(file, "XYZ", 3), row.writes);
-      EXPECT_TRUE(File::Sync(file) && File::Close(file));
+      EXPECT_TRUE(File::Sync(file));
+      EXPECT_TRUE(File::Close(file));
     }
     EXPECT_EQ(Content(), row.content);
     EXPECT_EQ(File::Open(folder.c_str(), row.mode), nullptr) << "a folder";
@@ -133,8 +136,11 @@ TEST_F(FileTest, Modes) {
 TEST_F(FileTest, DrivesAndTheTemporaryFolder) {
   auto const writes = [](char const* name) { return FileIO(name, "wb").Write("x", 1) == 1; };
   File::Mount('Q', folder.c_str());
-  EXPECT_TRUE(writes("Q:/on-drive") && !writes("q:/on-drive") && Content("on-drive") == "x");
-  EXPECT_TRUE(File::Delete("Q:/on-drive") && Content("on-drive") == "none");
+  EXPECT_TRUE(writes("Q:/on-drive"));
+  EXPECT_FALSE(writes("q:/on-drive"));
+  EXPECT_EQ(Content("on-drive"), "x");
+  EXPECT_TRUE(File::Delete("Q:/on-drive"));
+  EXPECT_EQ(Content("on-drive"), "none");
   File::Mount('Q', nullptr);
   EXPECT_FALSE(writes("Q:/on-drive"));
   File::TemporaryFolder(folder.c_str());
@@ -146,27 +152,37 @@ TEST_F(FileTest, DrivesAndTheTemporaryFolder) {
 TEST_F(FileTest, OffsetsBeyond4GiB) {
   constexpr int64 kFar = 5ll << 30;
   FileIO io(path.c_str(), "wb");
-  ASSERT_TRUE(io.Seek(kFar, IO::kBegin) && io.Write("far", 3) == 3);
+  ASSERT_TRUE(io.Seek(kFar, IO::kBegin));
+  ASSERT_EQ(io.Write("far", 3), 3);
   char bytes[8] = {};
-  EXPECT_TRUE(io.Seek(-3, IO::kEnd) && io.Read(bytes, 8) == 3);
+  EXPECT_TRUE(io.Seek(-3, IO::kEnd));
+  EXPECT_EQ(io.Read(bytes, 8), 3);
   EXPECT_STREQ(bytes, "far");
-  EXPECT_TRUE(io.Truncate(kFar + 1) && io.Tell() == kFar + 3) << "the position stays";
+  EXPECT_TRUE(io.Truncate(kFar + 1)) << "the position stays";
+  EXPECT_EQ(io.Tell(), kFar + 3) << "the position stays";
   void* again = File::Open(path.c_str(), "rb");
-  EXPECT_TRUE(File::Seek(again, -1, File::kEnd) && File::Read(again, bytes, 8) == 1);
-  EXPECT_TRUE(File::Tell(again) == kFar + 1 && File::Close(again));
+  EXPECT_TRUE(File::Seek(again, -1, File::kEnd));
+  EXPECT_EQ(File::Read(again, bytes, 8), 1);
+  EXPECT_EQ(File::Tell(again), kFar + 1);
+  EXPECT_TRUE(File::Close(again));
 }
 
 TEST_F(FileTest, EndsAndErrors) {
   Put("0123456789");
   FileIO io(path.c_str(), "rb");
   EXPECT_TRUE(io.Seek(100, IO::kEnd));
-  EXPECT_FALSE(io.Seek(INT64_MAX, IO::kEnd) || io.Seek(-11, IO::kEnd) || io.Seek(0, 3));
+  EXPECT_FALSE(io.Seek(INT64_MAX, IO::kEnd));
+  EXPECT_FALSE(io.Seek(-11, IO::kEnd));
+  EXPECT_FALSE(io.Seek(0, 3));
   EXPECT_EQ(io.Tell(), 110) << "a refused seek moves nothing";
   char byte;
-  EXPECT_TRUE(io.Read(&byte, 1) == 0 && io.Error() == 0) << "beyond the end";
-  EXPECT_TRUE(io.Write("x", 1) == 0 && io.Error() == EBADF) << "opened for reading";
+  EXPECT_EQ(io.Read(&byte, 1), 0) << "beyond the end";
+  EXPECT_EQ(io.Error(), 0) << "beyond the end";
+  EXPECT_EQ(io.Write("x", 1), 0) << "opened for reading";
+  EXPECT_EQ(io.Error(), EBADF) << "opened for reading";
   FileIO full("/dev/full", "r+b");
-  EXPECT_TRUE(full.Write("abc", 3) == 0 && full.Error() == ENOSPC);
+  EXPECT_EQ(full.Write("abc", 3), 0);
+  EXPECT_EQ(full.Error(), ENOSPC);
   EXPECT_TRUE(full.Flush()) << "a device has nothing to make durable";
 }
 

@@ -1,5 +1,5 @@
-// Readers in blocks against the stream they read, by the reads that reach the device; streams over
-// memory, and integers at offsets.
+// Readers in blocks: what they return, and the reads that reach the device. Streams over memory,
+// and integers at offsets.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -26,7 +26,7 @@ struct Rig {
                      blocks, preload);
     EXPECT_NE(cache, nullptr);
   }
-  // Whether a read gives what the stream holds.
+  // Whether a read returns what the stream holds.
   bool Good(int64 at, unsigned size) {
     std::vector<unsigned char> got(size + 1), expected(size + 1);
     int64 const end = std::clamp<int64>(memory.Size() - at, 0, size);
@@ -40,10 +40,10 @@ struct Rig {
       return cache->Get("preloaded", now) && now == bytes;
     });
   }
-  // Once the thread has nothing left to do, the blocks that were read since the last call.
+  // The blocks that were read since the last call; waits until the thread is idle.
   std::vector<int64> Blocks(std::size_t count) {
     EXPECT_TRUE(Eventually([&] { return Reads() >= seen + count; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // whatever is too much shows
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // so that one read too many is seen
     std::vector<int64> blocks;
     for (; seen < Reads(); ++seen) blocks.push_back(device.Calls(FaultIO::kRead)[seen].at / kBlock);
     return blocks;
@@ -60,17 +60,20 @@ using Numbers = std::vector<int64>;
 
 TEST(IOCacheReader, ReadsAheadAndNoFurther) {
   Rig rig(10050);
-  EXPECT_EQ(rig.Blocks(0), Numbers{}) << "nothing before it is asked for";
+  EXPECT_EQ(rig.Blocks(0), Numbers{}) << "nothing before the first read";
   // Each block passed in order doubles what is read ahead, up to six of the eight blocks.
   Numbers const steps[] = {{0, 1}, {2, 3}, {4, 5, 6}, {7, 8, 9}, {10}};
   for (int64 i = 0; i < 5; ++i) {
     EXPECT_TRUE(rig.Good(i * kBlock + 7, 50));
     EXPECT_EQ(rig.Blocks(steps[i].size()), steps[i]) << i;
   }
-  rig.device.Hold(true);  // what has been read ahead, and the last one passed, are there
-  EXPECT_TRUE(rig.Good(3 * kBlock, 8 * kBlock) && rig.Good(4 * kBlock, 1));
+  rig.device.Hold(true);  // the blocks ahead and the last one are in memory
+  EXPECT_TRUE(rig.Good(3 * kBlock, 8 * kBlock));
+  EXPECT_TRUE(rig.Good(4 * kBlock, 1));
   rig.device.Hold(false);
-  EXPECT_TRUE(rig.Good(9990, 100) && rig.Good(10050, 1) && rig.Good(1 << 30, 1)) << "the end";
+  EXPECT_TRUE(rig.Good(9990, 100)) << "the end";
+  EXPECT_TRUE(rig.Good(10050, 1)) << "the end";
+  EXPECT_TRUE(rig.Good(1 << 30, 1)) << "the end";
   for (auto const& read : rig.device.Calls(FaultIO::kRead)) EXPECT_EQ(read.size, unsigned(kBlock));
 }
 
@@ -82,33 +85,45 @@ TEST(IOCacheReader, PlaysBackwardWithoutThrashing) {
   EXPECT_TRUE(std::unique(blocks.begin(), blocks.end()) == blocks.end()) << "each block once";
   EXPECT_LE(blocks.size(), 92u);
   for (int64 i = 95; i >= 0; i -= 10) EXPECT_TRUE(rig.Good(i * kBlock, 10));
-  EXPECT_LE(rig.Blocks(10).size(), 20u) << "far jumps: the block and the one behind it";
+  EXPECT_LE(rig.Blocks(10).size(), 20u) << "far jumps: the block and the next one";
 }
 
 TEST(IOCacheReader, KeepsThePreload) {
   Rig rig(20 * kBlock, 2, 7 * kBlock + 1);
   EXPECT_TRUE(rig.Good(2 * kBlock, 10));  // and one ahead
-  EXPECT_TRUE(rig.cache->Set("preload", true) && rig.Preloaded(7 * kBlock + 1));
+  EXPECT_TRUE(rig.cache->Set("preload", true));
+  EXPECT_TRUE(rig.Preloaded(7 * kBlock + 1));
   EXPECT_EQ(rig.Blocks(8).size(), 8u) << "blocks 0 to 7, each once";
-  EXPECT_TRUE(rig.Good(19 * kBlock, 10) && rig.Good(12 * kBlock, 10));
+  EXPECT_TRUE(rig.Good(19 * kBlock, 10));
+  EXPECT_TRUE(rig.Good(12 * kBlock, 10));
   rig.Blocks(3);
   rig.device.Hold(true);
-  EXPECT_TRUE(rig.cache->Set("preload", true) && rig.Good(kBlock, 6 * kBlock) && rig.Good(3, 99));
+  EXPECT_TRUE(rig.cache->Set("preload", true));
+  EXPECT_TRUE(rig.Good(kBlock, 6 * kBlock));
+  EXPECT_TRUE(rig.Good(3, 99));
   rig.device.Hold(false);
   bool on = true;
-  EXPECT_TRUE(rig.cache->Set("preload", false) && rig.cache->Get("preload", on) && !on);
-  EXPECT_TRUE(rig.Preloaded(0) && rig.Good(15 * kBlock, 100) && rig.Good(0, 2000));
+  EXPECT_TRUE(rig.cache->Set("preload", false));
+  EXPECT_TRUE(rig.cache->Get("preload", on));
+  EXPECT_FALSE(on);
+  EXPECT_TRUE(rig.Preloaded(0));
+  EXPECT_TRUE(rig.Good(15 * kBlock, 100));
+  EXPECT_TRUE(rig.Good(0, 2000));
   EXPECT_GE(rig.Blocks(15).size(), 15u) << "the memory is gone";
 
   Rig small(250, 1, INT64_MAX);
-  EXPECT_TRUE(small.cache->Set("preload", true) && small.Preloaded(250) && small.Good(0, 300));
+  EXPECT_TRUE(small.cache->Set("preload", true));
+  EXPECT_TRUE(small.Preloaded(250));
+  EXPECT_TRUE(small.Good(0, 300));
   EXPECT_EQ(small.Reads(), 3u);
 }
 
-TEST(IOCacheReader, FailuresAreToldAndCostNoMoreThanTheyMust) {
+TEST(IOCacheReader, ReportsFailuresAndReadsOnAroundThem) {
   Rig rig(1000);
   rig.device.Readable(630);
-  EXPECT_TRUE(rig.Good(0, 50) && rig.Good(600, 30) && rig.Good(610, 10));
+  EXPECT_TRUE(rig.Good(0, 50));
+  EXPECT_TRUE(rig.Good(600, 30));
+  EXPECT_TRUE(rig.Good(610, 10));
   unsigned char data[300];
   EXPECT_TRUE(rig.cache->Seek(550, IO::kBegin));
   EXPECT_EQ(rig.cache->Read(data, 300), 80u) << "what lies before the bad sectors";
@@ -127,10 +142,11 @@ TEST(IOCacheReader, FailuresAreToldAndCostNoMoreThanTheyMust) {
 
   Rig cut(1000, 4);  // shorter than it was
   cut.memory.bytes.resize(150);
-  EXPECT_TRUE(cut.Good(100, 100) && cut.Good(300, 10));
+  EXPECT_TRUE(cut.Good(100, 100));
+  EXPECT_TRUE(cut.Good(300, 10));
 }
 
-// Any reads, on a device that fails now and then; what came before a fault is returned.
+// Random reads from a device that fails at times; what precedes a fault is returned.
 void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
   for (int nth = 5; nth < 2000; nth += 9) device.Fail({FaultIO::kRead, nth});
   MemoryIO plain(test::Text(stream));
@@ -161,11 +177,12 @@ void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
     }
     ASSERT_EQ(reader.Tell(), plain.Tell()) << i;
   }
-  EXPECT_TRUE(reader.Write("x", 1) == 0 && stream.bytes == plain.bytes);
+  EXPECT_EQ(reader.Write("x", 1), 0);
+  EXPECT_EQ(stream.bytes, plain.bytes);
   EXPECT_EQ(device.Overlaps(), 0);
 }
 
-TEST(IOCacheReader, ReadsTheStreamBesideSwitchesOfThePreload) {
+TEST(IOCacheReader, ReadsTheStreamWhileThePreloadIsSwitched) {
   for (int blocks : {1, 2, 5, 16}) {
     Rig rig(10007, blocks, 4321, 64 + blocks);
     std::atomic<bool> stop{false};
@@ -197,15 +214,18 @@ TEST(IOBuffer, HoldsWhatFits) {
   EXPECT_EQ(io.Write("abcde", 5), 5u);
   EXPECT_EQ(io.Write("fghij", 5), 3u);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(io.Data()), 8), "abcdefgh");
-  EXPECT_TRUE(io.Truncate(3) && !io.Truncate(4) && !io.Truncate(-1));
+  EXPECT_TRUE(io.Truncate(3));
+  EXPECT_FALSE(io.Truncate(4));
+  EXPECT_FALSE(io.Truncate(-1));
   char bytes[8];
   EXPECT_EQ(io.Read(bytes, 8), 0u) << "the position stays";
-  EXPECT_TRUE(io.Seek(-2, IO::kEnd) && io.Read(bytes, 8) == 2);
+  EXPECT_TRUE(io.Seek(-2, IO::kEnd));
+  EXPECT_EQ(io.Read(bytes, 8), 2);
   EXPECT_TRUE(io.Seek(100, IO::kBegin));
   EXPECT_EQ(io.Write("x", 1), 0u);
 }
 
-TEST(IOIntWriter, WritesAtAnOffsetAndComesBack) {
+TEST(IOIntWriter, WritesAtAnOffsetAndKeepsThePosition) {
   FaultIO io;
   io.Fail({FaultIO::kWrite, 2});
   IOIntWriter writer(io);

@@ -1,4 +1,4 @@
-// Packets and the media they carry.
+// Packets and their media.
 #include "stream/Packet.h"
 
 #include <gtest/gtest.h>
@@ -66,15 +66,17 @@ TEST(Packet, SharesKeepThePayloadAndHaveTheirOwnFields) {
   shared->Media(nullptr);
   EXPECT_EQ(Text(*again), "rrowed");
   EXPECT_EQ(again->Data(), packet->Data()) << "one payload";
-  EXPECT_TRUE(again->Pts() == -(1ll << 60) && again->Flags() == 3);
+  EXPECT_EQ(again->Pts(), -(1ll << 60));
+  EXPECT_EQ(again->Flags(), 3);
   packet = again = PacketRef();
   EXPECT_EQ(media->Count(), 1);
-  EXPECT_TRUE(!freed && Text(*shared) == "owed");
+  EXPECT_FALSE(freed);
+  EXPECT_EQ(Text(*shared), "owed");
   shared = PacketRef();
   EXPECT_TRUE(freed);
 }
 
-TEST(Media, ExtraCopiesAndRebases) {
+TEST(Media, ExtraDataIsCopiedAndItsPointersMove) {
   unsigned char sets[] = {0, 0, 0, 1, 0x67, 0x64, 0, 0, 0, 1, 0x68}, elsewhere = 0;
   auto const media = NewMedia("h264");
   media->Set("sps", "what a later setting replaces");
@@ -86,7 +88,8 @@ TEST(Media, ExtraCopiesAndRebases) {
     media->Get(name, pointer);
     EXPECT_EQ(pointer, where) << name;
   };
-  EXPECT_FALSE(media->Extra(nullptr, 5) || media->Extra(sets, 0));
+  EXPECT_FALSE(media->Extra(nullptr, 5));
+  EXPECT_FALSE(media->Extra(sets, 0));
   ASSERT_TRUE(media->Extra(sets, sizeof sets));
   expect("sps", media->ExtraData()->data() + 4);
   expect("pps", media->ExtraData()->data() + 10);

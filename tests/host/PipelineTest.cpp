@@ -1,4 +1,4 @@
-// Elements, ports and links, and what crosses threads between them.
+// Elements, ports and links.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -18,7 +18,7 @@ using test::NewPacket;
 using test::PacketRef;
 using Texts = std::vector<std::string>;
 
-// Records the operations that a change of state takes; those in `failing` fail.
+// Notes the operations of a change of state; those in `failing` fail.
 struct Stepper : IStatus {
   bool Open() override { return Step('O'); }
   bool Start() override { return Step('S'); }
@@ -37,7 +37,7 @@ TEST(Status, StepsBetweenNeighbours) {
   struct {
     int from, to;
     char const* failing;
-    std::string steps;  // and the state reached; "!" stands for a failure
+    std::string steps;  // and the state reached; "!": the change failed
   } const table[] = {{0, 3, "", "OSP 3"},  {3, 0, "", "TC 0"},   {3, 2, "", "R 2"},
                      {3, 1, "", "T 1"},    {2, 2, "", " 2"},     {0, 2, "O", "O! 0"},
                      {0, 3, "S", "OS! 1"}, {3, 0, "T", "TC! 0"}, {2, 0, "TC", "TC! 0"},
@@ -53,7 +53,7 @@ TEST(Status, StepsBetweenNeighbours) {
   }
 }
 
-// Numbers its packets, up to an end or a failure.
+// Delivers numbered packets, up to an end or a failure.
 class Counter : public ISource {
  public:
   explicit Counter(std::function<IMedia*(int)> of = nullptr, int end = 0)
@@ -66,7 +66,7 @@ class Counter : public ISource {
     _end = end;
     ClearEnd();
   }
-  std::function<void()> meanwhile;  // happens once while the end is reached
+  std::function<void()> meanwhile;  // called once while it reaches the end
 
   Packet* GeneratePacket(void*) override {
     if (_next == _end) {
@@ -109,28 +109,30 @@ TEST(Element, MessagesCarryTheirAttributes) {
 
 TEST(Port, LinksCarryMediaThatMatch) {
   Counter source;
-  CaptureSink any, sound;
+  CaptureSink any, limited;
   IPort* out = Join(source, any);
   IPort* spare = source.AddOutput();
   IPort* anyIn = any.Ports()[0].get();
-  IPort* soundIn = sound.AddInput("pcm,aac");
-  for (char const* codec : {"pc", "pcm2", "", "*", "pcm,aac"}) EXPECT_FALSE(soundIn->Match(codec));
+  IPort* limitedIn = limited.AddInput("pcm,aac");
+  for (char const* codec : {"pc", "pcm2", "", "*", "pcm,aac"})
+    EXPECT_FALSE(limitedIn->Match(codec));
   auto const video = NewMedia("h264"), audio = NewMedia("aac"), other = NewMedia("pcm");
 
-  EXPECT_FALSE(IPort::Link(*soundIn, *spare) || IPort::Link(*spare, *anyIn)) << "linked already";
-  EXPECT_TRUE(IPort::Link(*out, *soundIn));
-  EXPECT_FALSE(out->Offer(video.get())) << "one of two does not take it";
-  EXPECT_EQ(video->Count(), 1) << "nobody is left with a refused track";
+  EXPECT_FALSE(IPort::Link(*limitedIn, *spare)) << "linked already";
+  EXPECT_FALSE(IPort::Link(*spare, *anyIn)) << "linked already";
+  EXPECT_TRUE(IPort::Link(*out, *limitedIn));
+  EXPECT_FALSE(out->Offer(video.get())) << "one of two refuses it";
+  EXPECT_EQ(video->Count(), 1) << "no port keeps a refused track";
   EXPECT_TRUE(out->Offer(audio.get()));
   EXPECT_FALSE(out->Offer(other.get())) << "keeps the first";
   EXPECT_EQ(audio->Count(), 4);
   EXPECT_TRUE(out->Offer(nullptr));
   EXPECT_EQ(audio->Count(), 1) << "withdrawn everywhere";
 
-  soundIn->Unlink();
+  limitedIn->Unlink();
   EXPECT_TRUE(out->Offer(video.get()));
-  EXPECT_FALSE(IPort::Link(*out, *soundIn)) << "offered along, and refused";
-  EXPECT_FALSE(soundIn->Linked());
+  EXPECT_FALSE(IPort::Link(*out, *limitedIn)) << "refuses the track";
+  EXPECT_FALSE(limitedIn->Linked());
   out->Unlink();
   EXPECT_FALSE(anyIn->Linked());
 }
@@ -147,10 +149,10 @@ TEST(Port, EveryLinkedSinkGetsThePacket) {
   EXPECT_TRUE(out->Push(*packet));
   for (auto* sink : {&first, last.get()}) EXPECT_EQ(sink->packets.All(), Texts{"abcdef"});
   last.reset();
-  EXPECT_TRUE(out->Push(*packet)) << "a destroyed sink takes its links along";
+  EXPECT_TRUE(out->Push(*packet)) << "the links of a destroyed sink are gone";
   EXPECT_TRUE(IPort::Link(*out, *refusing.AddInput()));
   EXPECT_FALSE(out->Push(*packet));
-  EXPECT_EQ(first.packets.Count(), 3u) << "one sink's refusal is not the other's";
+  EXPECT_EQ(first.packets.Count(), 3u) << "one sink refuses, the other takes it";
 }
 
 TEST(Sink, TakesPacketsOnlyWhileItCan) {
@@ -166,14 +168,18 @@ TEST(Sink, TakesPacketsOnlyWhileItCan) {
   IPort* second = Join(source, sink);
   sink.AddInput();  // not linked: nothing is waited for
   auto const packet = NewPacket("x", media.get());
-  EXPECT_FALSE(out->Ready() || out->Push(*packet));
+  EXPECT_FALSE(out->Ready());
+  EXPECT_FALSE(out->Push(*packet));
   EXPECT_TRUE(second->Offer(media.get()));
-  EXPECT_TRUE(out->Ready() && out->Push(*packet));
+  EXPECT_TRUE(out->Ready());
+  EXPECT_TRUE(out->Push(*packet));
 
   EXPECT_TRUE(sink.StatusChange(IStatus::kClosed));
   EXPECT_FALSE(out->Push(*packet));
-  EXPECT_FALSE(sink.StatusChange(99) || out->Push(*packet)) << "a refused change opens nothing";
-  EXPECT_TRUE(sink.StatusChange(IStatus::kOpen) && out->Push(*packet));
+  EXPECT_FALSE(sink.StatusChange(99)) << "a refused change opens nothing";
+  EXPECT_FALSE(out->Push(*packet)) << "a refused change opens nothing";
+  EXPECT_TRUE(sink.StatusChange(IStatus::kOpen));
+  EXPECT_TRUE(out->Push(*packet));
   EXPECT_EQ(sink.packets.Count(), 2u);
 }
 
@@ -223,7 +229,8 @@ TEST(Source, WaitsForItsSinksThenDeliversInOrder) {
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
   EXPECT_EQ(sink.packets.Count(), 0u);
   ASSERT_TRUE(second->Offer(audio.get()));
-  ASSERT_TRUE(messages.Reach(1) && source.Ended());
+  ASSERT_TRUE(messages.Reach(1));
+  ASSERT_TRUE(source.Ended());
   EXPECT_EQ(sink.packets.All(), Numbers(101)) << "the last has no port";
 
   source.GoOn(107);
@@ -246,7 +253,7 @@ TEST(Source, PausesResumesStopsAndIsUnlinked) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
     return ++done > 0;
   });
-  auto const rests = [&] {  // no packet is under way, nor comes
+  auto const rests = [&] {  // no packet comes
     std::size_t const now = done;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return done == now;

@@ -1,4 +1,4 @@
-// The packet queue: order, bounds, what it drops.
+// The packet queue: its order, its bounds and what it drops.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -15,7 +15,7 @@ using test::NewMedia;
 using test::NewPacket;
 using test::PacketRef;
 
-// A queue before a sink that keeps its first packet until it is let go.
+// A queue whose sink holds its first packet until it is released.
 struct Rig {
   explicit Rig(std::string const& codecs, bool refuse = false)
       : sink([this, refuse](Packet&) {
@@ -67,17 +67,17 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
     char const* taken;
     unsigned dropped, groups;
   } const table[] = {
-      // The group under way goes with its key frame and with the sound beside it; another that
-      // finds no room either; what comes then begins with a key frame.
+      // The current group is dropped from its key frame on, with the audio of that time; so is
+      // another that finds no room. What follows begins with a key frame.
       {"h264 pcm", "maxPackets", 5, "0K0 1K0 0p40 1K40 0K80 1K80 0p120 1K120 0K160 0K200 0p240",
        "0p280 1K300 0K320 1K310 1K320 0p360", "0K0 1K0 0p40 1K40 0K160 0K320 1K320 0p360", 9, 2},
-      // A group whose beginning has been handed on loses its end.
+      // A group whose beginning was delivered loses its end.
       {"h264", "maxPackets", 2, "0K0 0p40 0p80 0p120 0p160", "0p200 0K240 0p280",
        "0K0 0p40 0p80 0K240 0p280", 3, 1},
-      // Another track's video goes on with a key frame of its own, behind that time.
+      // Another video track goes on with a key frame of its own, after that time.
       {"h264 hevc", "maxPackets", 3, "0K0 1K0 0K40 1p40 0p80", "1p80 0K120 1p120 1K110 1K160 1p200",
        "0K0 1K0 0K120 1K160 1p200", 6, 1},
-      // Without video each packet stands for itself.
+      // Without video each packet is a group.
       {"pcm", "maxPackets", 2, "0K0 0K1 0K2 0K3 0K4", "0K5", "0K0 0K1 0K2 0K5", 2, 2},
       {"h264", "maxTime_ms", 100, "0K0 0K40 0K80 0K120 0K160", "0K200", "0K0 0K40 0K80 0K120 0K200",
        1, 1},
@@ -87,7 +87,8 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
   for (auto const& row : table) {
     SCOPED_TRACE(row.before);
     Rig rig(row.codecs);
-    ASSERT_TRUE(rig.queue->Set(row.bound, row.most) && rig.queue->Set("drop", true));
+    ASSERT_TRUE(rig.queue->Set(row.bound, row.most));
+    ASSERT_TRUE(rig.queue->Set("drop", true));
     std::istringstream before(row.before), after(row.after);
     std::size_t pushed = 0;
     for (std::string name; before >> name;) {
@@ -105,7 +106,7 @@ TEST(PacketQueue, DropsWholeGroupsAndTheirTime) {
   }
 }
 
-TEST(PacketQueue, WaitsForRoomAndHandsOnWhatIsLeft) {
+TEST(PacketQueue, WaitsForRoomAndDeliversTheRest) {
   Rig rig("h264");
   ASSERT_TRUE(rig.queue->Set("maxPackets", 2));
   std::thread device([&] {
@@ -127,7 +128,7 @@ TEST(PacketQueue, WaitsForRoomAndHandsOnWhatIsLeft) {
   EXPECT_FALSE(rig.Push("0p999")) << "closed";
 }
 
-TEST(PacketQueue, ARefusalEndsItAndNobodyHangs) {
+TEST(PacketQueue, ARefusedPacketEndsItAndNothingHangs) {
   Rig rig("h264", true);
   test::Messages messages(*rig.queue);
   ASSERT_TRUE(rig.queue->Set("maxPackets", 1));

@@ -1,4 +1,4 @@
-// Conversions of named values.
+// Conversions between the types of properties.
 #include "base/Value.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ std::optional<To> As(From from) {
 }
 
 TEST(Value, IntegersSurviveOrAreRefused) {
-  std::vector<uint64> numbers;  // modulo 2^64: each type makes its own of them
+  std::vector<uint64> numbers;  // modulo 2^64, converted to each type
   EachInteger([&](auto type) {
     using T = std::numeric_limits<decltype(type)>;
     for (uint64 limit : {static_cast<uint64>(T::min()), static_cast<uint64>(T::max())})
@@ -57,7 +57,8 @@ TEST(Value, IntegersSurviveOrAreRefused) {
         bool const fits = Same(static_cast<B>(n), n);
         SCOPED_TRACE(std::to_string(n) + typeid(A).name() + typeid(B).name());
         auto const got = As<B>(n);
-        ASSERT_TRUE(got ? fits && Same(*got, n) : !fits);
+        ASSERT_EQ(got.has_value(), fits);
+        ASSERT_TRUE(!fits || Same(*got, n));
         if (sizeof(A) == 1 || sizeof(B) == 1) continue;
         auto const text = As<std::string>(n);
         ASSERT_TRUE(text);
@@ -68,7 +69,7 @@ TEST(Value, IntegersSurviveOrAreRefused) {
   });
 }
 
-// What is left of a text that a variable of type T has held.
+// A text, converted to T and back.
 template <class T>
 std::string Through(char const* text) {
   auto const value = As<T>(text);
@@ -112,7 +113,9 @@ TEST(Value, FractionsAndPointers) {
 
   unsigned char byte = 0;
   EXPECT_EQ(As<unsigned char const*>(&byte), &byte);
-  EXPECT_FALSE(As<unsigned char*>(0) || As<uint64>(&byte) || As<std::string>(&byte));
+  EXPECT_FALSE(As<unsigned char*>(0));
+  EXPECT_FALSE(As<uint64>(&byte));
+  EXPECT_FALSE(As<std::string>(&byte));
 }
 
 }  // namespace

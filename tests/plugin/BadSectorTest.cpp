@@ -1,4 +1,4 @@
-// Files with sectors that cannot be read: what the index names is played as far as it can be read.
+// Files with bad sectors: play delivers what the index names as far as it can be read.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -26,7 +26,7 @@ class BadSectors : public testing::TestWithParam<char const*> {
 
   void Make(bool indexFirst) {
     Shape shape;
-    shape.sound = true;
+    shape.audio = true;
     shape.indexFirst = indexFirst;
     shape.reserve = kReserve;
     std::vector<Chunk> chunks;
@@ -54,8 +54,8 @@ class BadSectors : public testing::TestWithParam<char const*> {
                                     _file.begin());
   }
 
-  // Plays through the element, with a cache where it has one. The sizes of the packets, and -1 for
-  // a read that failed.
+  // Plays the file, with a cache where there is one. Returns the sizes of the packets, and -1 for a
+  // read that failed.
   std::vector<int64> Play() {
     Playing p(nullptr, 0, GetParam());
     p.demuxer->Set("path", _path);
@@ -64,13 +64,13 @@ class BadSectors : public testing::TestWithParam<char const*> {
     p.demuxer->Set("preloadsz", int64{10000});
     p.demuxer->Set("vlcPreload", true);
     EXPECT_TRUE(p.Open());
-    _said = messages.All();
+    _messages = messages.All();
     std::vector<int64> sizes;
     while (auto packet = p.Next()) sizes.push_back(packet->Size());
     if (p.failures > 0) sizes.push_back(-1);
     return sizes;
   }
-  // What is to come where the bytes between two places are bad.
+  // What play should return where the bytes between two offsets are bad.
   std::vector<int64> Readable(int64 from, int64 to) const {
     std::vector<int64> sizes;
     for (auto const& [at, size] : _chunks) {
@@ -83,8 +83,8 @@ class BadSectors : public testing::TestWithParam<char const*> {
 
   std::string const _folder = NewFolder(), _path = _folder + "/bad.avi";
   Bytes _file;
-  std::vector<std::pair<int64, int64>> _chunks;  // of the data: where and how much
-  std::vector<std::string> _said;                // while it was opened
+  std::vector<std::pair<int64, int64>> _chunks;  // offset and size of their data
+  std::vector<std::string> _messages;            // while it was opened
 };
 
 TEST_P(BadSectors, InTheDataEndPlayThereAndNotBefore) {
@@ -100,7 +100,7 @@ TEST_P(BadSectors, InTheDataEndPlayThereAndNotBefore) {
           SystemFault const fault("/bad.avi", from, to);
           ASSERT_EQ(Readable(from, to), Play());
           bool const headless = from <= _chunks[0].first && _chunks[0].first < to;
-          ASSERT_EQ(headless ? 1u : 0u, _said.size()) << "its parameter sets";
+          ASSERT_EQ(headless ? 1u : 0u, _messages.size()) << "its parameter sets";
           ASSERT_GT(fault.Failures(), 0);
         }
     }
@@ -124,13 +124,13 @@ TEST_P(BadSectors, InTheIndexAreReported) {
       SCOPED_TRACE(testing::Message() << c.from - index << ", first " << indexFirst);
       SystemFault const fault("/bad.avi", c.from, c.to);
       EXPECT_EQ(c.packets, Play().size());
-      EXPECT_EQ(std::vector<std::string>(c.reported, "error: reading failed"), _said);
+      EXPECT_EQ(std::vector<std::string>(c.reported, "error: reading failed"), _messages);
     }
   }
 }
 
-// A recording that was cut off: the data goes on after what movi and the index cover.
-TEST_P(BadSectors, BeyondMoviAreNoFault) {
+// In a recording that was cut off, data follows what movi and the index cover.
+TEST_P(BadSectors, AfterTheCoveredDataAreNotReported) {
   Make(true);
   std::size_t const kept = 30, movi = At("movi");
   auto const end = static_cast<std::size_t>(_chunks[kept].first) - 8;
@@ -140,7 +140,7 @@ TEST_P(BadSectors, BeyondMoviAreNoFault) {
   for (int const further : {0, 3, 8, 100}) {
     SystemFault const fault("/bad.avi", static_cast<int64>(end) + further);
     EXPECT_EQ(kept, Play().size()) << further;
-    EXPECT_EQ(std::vector<std::string>(), _said) << further;
+    EXPECT_EQ(std::vector<std::string>(), _messages) << further;
     EXPECT_GT(fault.Failures(), 0) << further;
   }
 }

@@ -1,4 +1,4 @@
-// Playing from slow media, by the reads that reach the device.
+// The demuxer for slow devices: its cache, by the reads that reach the device, and stream data.
 #include <gmock/gmock.h>
 
 #include "customize/CusAviDemux.h"
@@ -39,13 +39,15 @@ TEST(CusDemux, OpensLongFilesWithFewReads) {
     EXPECT_EQ(4000000, p.demuxer->Duration());
   }
   Cus p(&device);
-  EXPECT_TRUE(p.demuxer->Set("preloadsz", file.Size()) && p.Preload(true));
+  EXPECT_TRUE(p.demuxer->Set("preloadsz", file.Size()));
+  EXPECT_TRUE(p.Preload(true));
   EXPECT_TRUE(Eventually([&] {
     int64 now = 0;
     return p.demuxer->Stream()->Get("preloaded", now) && now >= file.Size();
   }));
   int const before = device.Count(FaultIO::kRead);
-  EXPECT_TRUE(p.Open() && p.demuxer->Seek(3000000));
+  EXPECT_TRUE(p.Open());
+  EXPECT_TRUE(p.demuxer->Seek(3000000));
   EXPECT_EQ(3000000, p.NextGot().pts);
   EXPECT_EQ(before, device.Count(FaultIO::kRead)) << "all of it is in memory";
   EXPECT_EQ(0, device.Overlaps());
@@ -55,17 +57,24 @@ TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
   FilmIO file(Silent(50)), other(Silent(100));
   Cus p(nullptr);
   EXPECT_FALSE(p.Preload(true));
-  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&file)) && p.Preload(true));
+  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&file)));
+  EXPECT_TRUE(p.Preload(true));
   base::IO* const cache = p.demuxer->Stream();
-  EXPECT_TRUE(p.Preload(false) && p.Open() && p.Preload(true));
+  EXPECT_TRUE(p.Preload(false));
+  EXPECT_TRUE(p.Open());
+  EXPECT_TRUE(p.Preload(true));
   EXPECT_EQ(cache, p.demuxer->Stream());
   EXPECT_EQ(50u, p.Times().size());
-  EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.Preload(true));
-  // Another file is named: neither the cache nor the file under it is used.
-  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&other)) && p.Open());
+  EXPECT_TRUE(p.Close());
+  EXPECT_TRUE(p.Preload(true));
+  // With another file, neither the cache nor the file under it is used.
+  EXPECT_TRUE(p.demuxer->Set("io", static_cast<base::IO*>(&other)));
+  EXPECT_TRUE(p.Open());
   EXPECT_EQ(&other, p.demuxer->Stream());
   EXPECT_EQ(4000, p.demuxer->Duration());
-  EXPECT_TRUE(p.NextGot().pts == 0 && p.Preload(true) && p.NextGot().pts == 40) << "in the middle";
+  EXPECT_EQ(p.NextGot().pts, 0) << "in the middle";
+  EXPECT_TRUE(p.Preload(true)) << "in the middle";
+  EXPECT_EQ(p.NextGot().pts, 40) << "in the middle";
 }
 
 TEST(CusDemux, CacheThatCannotBeCreated) {
@@ -81,7 +90,8 @@ TEST(CusDemux, CacheThatCannotBeCreated) {
   EXPECT_THAT(console.Text(), HasSubstr("/VlcBufferPreload:\t!_io->Set(\"preload\", preload)\n"));
   EXPECT_FALSE(p.demuxer->Set("vlcPreload", true)) << "tried once";
   EXPECT_THAT(console.Text(), HasSubstr("/VlcBufferPreload:\t!_io\n"));
-  EXPECT_TRUE(p.Open() && p.Times().size() == 5) << "without it";
+  EXPECT_TRUE(p.Open()) << "without it";
+  EXPECT_EQ(p.Times().size(), 5) << "without it";
 }
 
 TEST(CusDemux, GivesTheStreamData) {
@@ -92,18 +102,23 @@ TEST(CusDemux, GivesTheStreamData) {
     Cus p(&file);
     EXPECT_EQ(0u, p.StrdSize()) << "no file yet";
     EXPECT_TRUE(!cached || p.Preload(false));
-    ASSERT_TRUE(p.Open() && p.Next());
+    ASSERT_TRUE(p.Open());
+    ASSERT_TRUE(p.Next());
     EXPECT_FALSE(p.Strd(buffer)) << "before its size";
     EXPECT_STREQ("untouched", reinterpret_cast<char*>(buffer));
     EXPECT_EQ(strd.size(), p.StrdSize());
     int64 const before = p.demuxer->Stream()->Tell();
-    EXPECT_TRUE(!p.Strd(nullptr) && p.Strd(buffer) && before == p.demuxer->Stream()->Tell());
+    EXPECT_FALSE(p.Strd(nullptr));
+    EXPECT_TRUE(p.Strd(buffer));
+    EXPECT_EQ(before, p.demuxer->Stream()->Tell());
     EXPECT_EQ(strd, std::string(buffer, buffer + strd.size()));
     EXPECT_EQ(40, p.NextGot().pts);
-    EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed) && p.StrdSize() == 0);
+    EXPECT_TRUE(p.Close());
+    EXPECT_EQ(p.StrdSize(), 0);
     p.demuxer->Set("io", static_cast<base::IO*>(&plain));
     EXPECT_TRUE(p.Open());
-    EXPECT_TRUE(p.StrdSize() == 0 && !p.Strd(buffer)) << "that of the last file is forgotten";
+    EXPECT_EQ(p.StrdSize(), 0) << "not that of the file before";
+    EXPECT_FALSE(p.Strd(buffer)) << "that of the last file is forgotten";
   }
   // A size beyond the file, and a device that fails.
   MemoryIO broken(Text(file).substr(0, Text(file).find("strd") + 8 + 10));

@@ -1,4 +1,4 @@
-// The module as the host sees it.
+// The plug-in as a module.
 #include "PluginAvi.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ namespace {
 
 using base::IClass;
 
-TEST(Entry, ExportsItsEntryPointsAndNothingElse) {
+TEST(Entry, ExportsOnlyItsEntryPoints) {
   FILE* nm = popen("nm -D --defined-only " TEST_PLUGIN " | awk '{print $3}' | LC_ALL=C sort", "r");
   ASSERT_NE(nullptr, nm);
   std::vector<std::string> symbols;
@@ -38,7 +38,7 @@ TEST(Entry, ExportsItsEntryPointsAndNothingElse) {
   EXPECT_NE(nullptr, __cb_register_PluginAvi);
 }
 
-// Which classes there are, and their properties, shows in the page that documents them.
+// docs.properties compares the classes and their properties with their page.
 TEST(Entry, RegistersItsClasses) {
   RegisterClasses();
   EXPECT_EQ("AviMuxer-avi-muxer", IClass::Find("avi-muxer", false)->Alias());

@@ -1,5 +1,4 @@
-// What an application finds in its log: error lines name the file and the function that they always
-// have, wherever the code is.
+// Error lines in an application's log name the same file and function, wherever the code moves.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -18,7 +17,7 @@ using namespace plugin::avi;
 
 enum Way { kPlain, kInPlace, kImage };
 
-// Its stream can go away.
+// A muxer that can lose its stream.
 struct Losing : VFIAviMuxer {
   void LoseStream() { _io = nullptr; }
 };
@@ -51,8 +50,7 @@ struct Rig {
   Recording r;
 };
 
-// Takes the caching writer's place in the registry while it lives: there is none, or one without
-// properties.
+// Replaces the caching writer in the registry: by none, or by one without properties.
 class NoWriter {
  public:
   explicit NoWriter(bool made) {
@@ -88,7 +86,7 @@ void OpenWhatCannotBeOpened(Way way) {
   EXPECT_FALSE(rig.Push());
 }
 
-// A track whose media lacks one key.
+// Opens with a track whose media lack one key.
 void OpenWithout(char const* codec, std::string const& key) {
   auto media = base::Ref<IMedia>::Take(IMedia::New(codec));
   for (char const* name : {"width", "height", "interlace"})
@@ -110,7 +108,7 @@ void ReadWhatCannotBeRead(char const* codec) {
   EXPECT_EQ(Packet::ReadFailure(), stream->GetPacket(io, 0));
 }
 
-// A sync in a muxer without a file, and in one whose stream is gone.
+// Syncs without a file, or after the stream is gone.
 void SyncWithout(Way way, bool writer) {
   MemoryIO io;
   Rig rig(way, &io);
@@ -130,7 +128,7 @@ void FillTheIndex() {
   rig.r.Close();
 }
 
-// The lines of a console, with "#" for their numbers but for those that are given.
+// The lines of a console, with "#" for line numbers other than those that are fixed.
 std::vector<std::string> Lines(std::string text) {
   std::vector<std::string> lines;
   std::string const end = "\n\033[0m";
@@ -142,7 +140,7 @@ std::vector<std::string> Lines(std::string text) {
   return lines;
 }
 
-TEST(ErrorLines, NameTheFileAndFunctionThatTheyAlwaysHave) {
+TEST(ErrorLines, KeepTheirFileAndFunction) {
   std::string const core = "common/IAviMuxer/#/", plain = "AviMuxer/#/",
                     h264 = "common/StreamH264/#/", hevc = "common/StreamHevc/#/",
                     vfi = "customize/VFIAviMuxer/#/";
@@ -152,7 +150,7 @@ TEST(ErrorLines, NameTheFileAndFunctionThatTheyAlwaysHave) {
   struct Case {
     char const* fault;
     std::function<void()> meet;
-    std::vector<std::string> lines;  // those that must be among what is printed
+    std::vector<std::string> lines;  // that must be printed, among others
   } const cases[] = {
       {"no width",
        [] { OpenWithout("h264", "width"); },

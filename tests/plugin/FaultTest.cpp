@@ -1,5 +1,5 @@
-// Recording to files on failing disks, and playing them: every call that can fail does, in turn.
-// Streams that fail are fuzzed.
+// Recording to files on failing disks, and playing them: each system call that can fail does so in
+// turn. Failing streams are fuzzed.
 #include <gmock/gmock.h>
 #include <linux/magic.h>
 #include <sys/resource.h>
@@ -25,16 +25,16 @@ namespace fs = std::filesystem;
 
 enum { kPlain, kIndexFirst, kSpill, kQueue, kInPlace, kImage, kCallback, kWays };
 constexpr unsigned kHeader = 1028, kReserve = 8192;
-constexpr int kPackets = 120;  // pictures of 20 KB and sound in turn: five blocks of the writer
-constexpr int kMany = 9000;    // with small ones behind them: records are spilled by thousands
+constexpr int kPackets = 120;  // pictures of 20 KB and audio in turn: five blocks of the writer
+constexpr int kMany = 9000;    // followed by small ones: index entries are spilled by thousands
 
-// Packets know their number.
+// Each packet ends with its number.
 std::string Data(int i) {
   std::size_t const size = i >= kPackets ? 20 : i % 2 == 0 ? 20000 : 195;
   std::string const payload = std::string(size, 'p') + std::to_string(100000 + i);
   return i % 2 == 0 ? KeyFrame(payload) : payload;
 }
-// What a packet takes in the file.
+// The size of a packet's chunk.
 int64 ChunkBytes(int i) {
   std::size_t const size = Data(i).size() - (i % 2 == 0 ? 6 : 0);
   return static_cast<int64>(8 + size + size % 2);
@@ -42,14 +42,13 @@ int64 ChunkBytes(int i) {
 
 void Ignore(unsigned, unsigned, unsigned char const*, unsigned, unsigned) {}
 
-// What became of a recording.
 struct Outcome {
   std::vector<int> taken;  // the packets that were not refused
   int errors = 0, warnings = 0;
-  bool check = true, checkIO = true;  // when the first packet was refused, or in the end
+  bool check = true, checkIO = true;  // when the first packet was refused, else at the end
   bool closed = true;
 
-  bool Told() const { return errors > 0 && !check && !checkIO; }
+  bool Reported() const { return errors > 0 && !check && !checkIO; }
   bool Silent() const { return errors + warnings == 0 && check && closed; }
 };
 
@@ -73,7 +72,7 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
     m.Set("reservedSize", way == kImage ? kHeader + kReserve + 8ull : kReserve);
     m.Set("periodicSyncHeaderSize", 0ull + kHeader);
     m.Set("periodicSyncIdx1Size", kReserve + 8ull);
-    r.Track(VideoMedia()).Track(SoundMedia());
+    r.Track(VideoMedia()).Track(AudioMedia());
     auto const queue = Make<stream::PacketQueue>("packet-queue");
     for (std::size_t i = 0; way == kQueue && i < 2; ++i) {
       auto const track = queue->AddTrack();
@@ -81,7 +80,8 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
       track.input->Offer(r.media[i].get());
       r.ports[i] = track.input;
     }
-    EXPECT_TRUE(r.Open() && queue->StatusChange(IStatus::kRunning));
+    EXPECT_TRUE(r.Open());
+    EXPECT_TRUE(queue->StatusChange(IStatus::kRunning));
     for (int i = 0; i < packets; ++i) {
       bool const taken = r.Push(i % 2, Data(i), true, i / 2 * 40);
       if (taken) o.taken.push_back(i);
@@ -93,17 +93,19 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
     EXPECT_TRUE(queue->Get("dropped", dropped));
     o.taken.resize(o.taken.size() - dropped - !queue->Check());  // one was refused by the muxer
     o.closed = r.Close();
-    EXPECT_TRUE(r.Close() && m.Close()) << "a second time";
+    EXPECT_TRUE(r.Close()) << "a second time";
+    EXPECT_TRUE(m.Close()) << "a second time";
     if (o.check) o.check = m.Check(), o.checkIO = m.CheckIO();
     for (auto const& message : r.messages) ++(message[0] == 'e' ? o.errors : o.warnings);
   }
   unsigned char first = 9;
-  EXPECT_TRUE(tags.object->Get("idx1_first", first) && first == shape.indexFirst);
+  EXPECT_TRUE(tags.object->Get("idx1_first", first));
+  EXPECT_EQ(first, shape.indexFirst);
   testing::internal::GetCapturedStdout();
   return o;
 }
 
-// The packets that a file gives back, each with its data.
+// The numbers of the packets that a file plays, whose data must be right.
 std::vector<int> Delivered(std::string const& file) {
   MemoryIO io(file);
   base::ConsoleCapture console;
@@ -114,7 +116,8 @@ std::vector<int> Delivered(std::string const& file) {
     std::size_t const size = got.data.size(), digits = std::min<std::size_t>(size, 6);
     int const i = std::atoi(got.data.substr(size - digits).c_str()) - 100000;
     std::string const slice = Data(i).substr(i % 2 == 0 ? 26 : 0);  // what is not blanked
-    EXPECT_TRUE(size >= slice.size() && got.data.substr(size - slice.size()) == slice) << i;
+    EXPECT_GE(size, slice.size()) << i;
+    EXPECT_EQ(got.data.substr(size - slice.size()), slice) << i;
     all.push_back(i);
   }
   EXPECT_EQ(0, p.failures) << "an entry without its chunk";
@@ -146,8 +149,8 @@ class Faults : public testing::Test {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
-  // What was taken is in the file. After a failed flush it is played as far as it was synced; where
-  // nothing can be written any more, what stands in the file stays.
+  // The file must hold what was taken: after a failed flush what was synced; where nothing can be
+  // written any more, at least what was stored before.
   void ExpectKept(int way, Outcome const& o, bool flush, bool dead) {
     std::string const file = Content();
     std::size_t const start = whole[way].find("movi") + 4, index = whole[way].rfind("idx1");
@@ -158,18 +161,19 @@ class Faults : public testing::Test {
     bool const syncs = way == kInPlace || way == kImage;
     if ((dead || flush) && !syncs) return;
     std::vector<int> all = o.taken;
-    all.push_back(all.empty() ? 0 : all.back() + 1);  // what met the fault may be there too
+    all.push_back(all.empty() ? 0
+                              : all.back() + 1);  // the packet that met the fault may be there too
     std::vector<int> const got = Delivered(file);
     ASSERT_LE(got.size(), all.size());
     EXPECT_TRUE(std::equal(got.begin(), got.end(), all.begin()));
-    std::size_t const behind = !dead && !flush ? 0 : way == kImage ? 120 : 50;
-    EXPECT_GE(got.size() + behind, o.taken.size());
+    std::size_t const unsynced = !dead && !flush ? 0 : way == kImage ? 120 : 50;
+    EXPECT_GE(got.size() + unsynced, o.taken.size());
   }
 
-  // A fault, whether it must be told, and whether it was.
-  void Point(bool must, bool told) {
+  // Counts faults that must be reported, and those that were.
+  void Point(bool must, bool noticed) {
     injected += must;
-    reported += told;
+    reported += noticed;
   }
 
   int injected = 0, reported = 0;
@@ -179,15 +183,15 @@ class Faults : public testing::Test {
   int descriptors;
 };
 
-// The files that the element opens itself, by the system's calls on each of them.
+// The calls on each file that the element opens itself.
 TEST_F(Faults, OfTheSystemAreReported) {
-  enum Told { kError, kLoss, kWarning, kNothing };
+  enum Report { kError, kLoss, kWarning, kNothing };
   std::string const avi = "/r.avi", spill = ".kestro";
   struct Case {
     Call call;
     std::string file;
-    int error;  // negative: a part of the data goes before it
-    Told told;
+    int error;  // negative: after a part of the data
+    Report report;
   } const cases[] = {
       {Call::kOpen, avi, EACCES, kError},     {Call::kWrite, avi, -ENOSPC, kError},
       {Call::kWrite, avi, EIO, kError},       {Call::kTruncate, avi, EIO, kError},
@@ -210,19 +214,18 @@ TEST_F(Faults, OfTheSystemAreReported) {
     Outcome const o = Record(way, path);
     EXPECT_EQ(descriptors, Descriptors());
     if (fault.Failures() == 0) return false;
-    if (c.told != kError) {
-      // A last batch that could not be spilled is in memory still, and reading is tried twice.
-      bool const again = nth > 1 || (c.told == kLoss && !forever);
-      bool const good = c.told == kNothing || (again && o.Silent());
-      bool const loss = c.told == kLoss && !good;
+    if (c.report != kError) {
+      // A last batch that could not be spilled is still in memory, and reading is tried twice.
+      bool const again = nth > 1 || (c.report == kLoss && !forever);
+      bool const good = c.report == kNothing || (again && o.Silent());
+      bool const loss = c.report == kLoss && !good, warning = !good && !loss;
       Point(!good, !o.Silent());
-      EXPECT_TRUE(good || o.errors == loss);
-      EXPECT_TRUE(good || (loss ? !o.check && o.checkIO : o.warnings == 1 && o.check));
-      EXPECT_TRUE(o.closed && (!good || o.Silent()));
-      EXPECT_TRUE(loss || whole[way] == Content());
+      EXPECT_EQ(std::tuple(o.errors, o.warnings, o.check, o.checkIO, o.closed),
+                std::tuple(loss, loss ? o.warnings : warning, !loss, true, true));
+      EXPECT_TRUE(loss || whole[way] == Content()) << "another file";
       return true;
     }
-    Point(true, o.Told());
+    Point(true, o.Reported());
     EXPECT_TRUE(c.call != Call::kClose || !o.closed);
     EXPECT_EQ(fault.Failures(), o.errors);
     bool const sync = c.call == Call::kSync || c.call == Call::kSyncAll;
@@ -231,7 +234,7 @@ TEST_F(Faults, OfTheSystemAreReported) {
     ExpectKept(way, o, flush, c.call == Call::kWrite && forever);
     return true;
   };
-  // Every way of recording, for every call until none fails any more; some of them in slow builds.
+  // Every way of recording, each call until none fails any more; a part of them in slow builds.
   int turn = 0;
   for (auto const& c : cases)
     for (int way = kPlain; way < ways; ++way)
@@ -240,8 +243,8 @@ TEST_F(Faults, OfTheSystemAreReported) {
           for (int nth = 1; fails(c, way, forever, nth);) ++nth;
 }
 
-// A disk that is full one byte before so many chunks and their index: the file ends with the chunk
-// before the last, and has its index.
+// Wherever one byte is missing for a chunk and the index, the file ends with the chunk before it
+// and has its index.
 TEST_F(Faults, FullDiskEndsWithAWholeFile) {
   auto const ignored = std::signal(SIGXFSZ, SIG_IGN);
   rlimit limit{};
@@ -257,7 +260,7 @@ TEST_F(Faults, FullDiskEndsWithAWholeFile) {
       rlimit const small{static_cast<rlim_t>(end + (first ? 0 : 8 + 16 * (n + 1)) - 1),
                          limit.rlim_max};
       setrlimit(RLIMIT_FSIZE, &small);
-      Point(true, Record(way, path).Told());
+      Point(true, Record(way, path).Reported());
       setrlimit(RLIMIT_FSIZE, &limit);
       EXPECT_EQ(fit, Delivered(Content()));
     }
@@ -265,7 +268,7 @@ TEST_F(Faults, FullDiskEndsWithAWholeFile) {
   std::signal(SIGXFSZ, ignored);
 }
 
-// Reading: a fault is reported, or shows in a packet that is short, unless nothing is missing.
+// By a message or a short packet, unless nothing is missing.
 TEST_F(Faults, OfReadingAreReported) {
   constexpr std::size_t kFew = 20;
   ASSERT_TRUE(Record(kPlain, path, kFew).Silent());
@@ -287,28 +290,28 @@ TEST_F(Faults, OfReadingAreReported) {
                                         << int(call) << " " << error << forever);
         SystemFault const fault(call, "/r.avi", nth, forever, error);
         base::ConsoleCapture console;
-        bool told, complete;
+        bool noticed, complete;
         {
           Playing p(nullptr, 0, alias);
           p.demuxer->Set("path", path);
           p.demuxer->Set("preloadsz", int64{100000});
           Messages messages(*p.demuxer);
-          told = preload && !p.demuxer->Set("vlcPreload", true);
-          told = !p.Open() || told;
+          noticed = preload && !p.demuxer->Set("vlcPreload", true);
+          noticed = !p.Open() || noticed;
           auto const media = p.outputs[0]->Media();
           bool const published = media && !media->ExtraData()->empty();
           auto const all = p.All();
           complete = published && all == whole;
           for (std::size_t i = 0; i < std::min(all.size(), kFew); ++i)
-            told |= all[i].data.size() < whole[i].data.size();
-          told = p.failures + messages.Count() > 0 || told;
-          told = !p.demuxer->StatusChange(IStatus::kClosed) || told;
-          EXPECT_TRUE(p.demuxer->StatusChange(IStatus::kClosed)) << "a second time";
+            noticed |= all[i].data.size() < whole[i].data.size();
+          noticed = p.failures + messages.Count() > 0 || noticed;
+          noticed = !p.Close() || noticed;
+          EXPECT_TRUE(p.Close()) << "a second time";
         }
         EXPECT_EQ(descriptors, Descriptors());
         bool const good = error == SystemFault::kPart || error == EINTR ||
-                          (call == Call::kRead && complete && !told);
-        if (fault.Failures() > 0) Point(!good, told);
+                          (call == Call::kRead && complete && !noticed);
+        if (fault.Failures() > 0) Point(!good, noticed);
         EXPECT_TRUE(fault.Failures() == 0 || complete || !good);
         if (fault.Failures() == 0) ++last, nth = 0;
       }

@@ -1,4 +1,4 @@
-// The bytes of whole files, and the spill file of their index.
+// The bytes of whole files, and the file that a long index is spilled to.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -14,7 +14,7 @@ namespace {
 using plugin::avi::ChunkParam;
 using plugin::avi::IListFile;
 
-// Records so many frames, each of a size of its own. The headers are in the file with the first.
+// Records frames of different sizes. The first one brings the headers into the file.
 std::vector<Chunk> RecordTo(Recording& r, MemoryIO& io, Shape const& s, int frames) {
   r.muxer->Set("constFrameRate", s.rate);
   std::vector<Chunk> chunks;
@@ -27,24 +27,25 @@ std::vector<Chunk> RecordTo(Recording& r, MemoryIO& io, Shape const& s, int fram
     if (i == 0 && s.indexFirst) {
       EXPECT_EQ("", Difference(Expected(s, {}), io.bytes));
     }
-    if (i == 2) {  // an empty packet is a chunk that is counted, and not indexed
+    if (i == 2) {  // an empty packet is counted, but has no index entry
       EXPECT_TRUE(r.Push(0, ""));
       chunks.push_back({"00dc", "", false});
     }
-    if (!s.sound || i == 0) continue;
-    std::string const sound(static_cast<std::size_t>(8 + i % 5), 's');
-    EXPECT_TRUE(r.Push(1, sound, true));
-    chunks.push_back({"01wb", sound, false});
+    if (!s.audio || i == 0) continue;
+    std::string const audio(static_cast<std::size_t>(8 + i % 5), 's');
+    EXPECT_TRUE(r.Push(1, audio, true));
+    chunks.push_back({"01wb", audio, false});
   }
-  EXPECT_TRUE(r.Close() && r.muxer->Check());
+  EXPECT_TRUE(r.Close());
+  EXPECT_TRUE(r.muxer->Check());
   return chunks;
 }
 
-// One element records all files: nothing of one is left in the next.
+// One element records all files: nothing of one may be left in the next.
 TEST(FileBytes, EveryLayoutIsExact) {
-  Shape plain, sound, ntsc, interlace, strd, junk, first, all;
-  all.sound = sound.sound = true;
-  ntsc.rate = {30000, 1001};  // stored as 29, but for the frame time
+  Shape plain, audio, ntsc, interlace, strd, junk, first, all;
+  all.audio = audio.audio = true;
+  ntsc.rate = {30000, 1001};  // stored as 29, apart from the frame time
   interlace.interlace = true;
   strd.strd = "12345678";
   junk.junk = "jjjjjj";
@@ -60,31 +61,32 @@ TEST(FileBytes, EveryLayoutIsExact) {
   MemoryIO io;
   Recording r(&io);
   r.muxer->Set("diskName", "S");
-  r.Track(VideoMedia()).Track(SoundMedia());
+  r.Track(VideoMedia()).Track(AudioMedia());
   int number = 0;
   auto const record = [&](Shape const& s, int frames, int spill = -1) {
     SCOPED_TRACE(number++);
     Tags tags(s);
-    EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()) && r.muxer->Set("listfile", spill));
+    EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
+    EXPECT_TRUE(r.muxer->Set("listfile", spill));
     r.media[0] = VideoMedia("h264", 320, 180, s.rate, s.interlace);
     r.ports[0]->Offer(r.media[0].get());
-    r.ports[1]->Offer(s.sound ? r.media[1].get() : nullptr);
+    r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr);
     auto const chunks = RecordTo(r, io, s, frames);
     EXPECT_EQ("", Difference(Expected(s, chunks), io.bytes));
   };
-  for (Shape const& s : {plain, sound, ntsc, interlace, strd, junk, first, all, strd, everything})
+  for (Shape const& s : {plain, audio, ntsc, interlace, strd, junk, first, all, strd, everything})
     record(s, 7);
-  record(sound, 6000, 1);  // two tracks share a list that both spill, the first track first
-  record(first, 2048);     // all that its room holds
+  record(audio, 6000, 1);  // two tracks spill the list that they share
+  record(first, 2048);     // as many as it has room for
   EXPECT_THAT(r.messages, testing::IsEmpty());
   record(first, 2049);
   EXPECT_THAT(r.messages, testing::ElementsAre(testing::HasSubstr("the index is full")));
   record(plain, 7);
-  EXPECT_EQ(0, rmdir(folder.c_str())) << "a spill file is left";
+  EXPECT_EQ(0, rmdir(folder.c_str())) << "a spill file was left";
   base::File::Mount('S', nullptr);
 }
 
-// On a full card the index needs the room that the spill file has taken.
+// On a full card, the index needs the space of the spill file.
 TEST(FileBytes, SpillFilesAreGoneBeforeTheIndexIsWritten) {
   struct Watch : MemoryIO {
     unsigned Write(void const* data, unsigned size) override {
@@ -102,7 +104,7 @@ TEST(FileBytes, SpillFilesAreGoneBeforeTheIndexIsWritten) {
     Recording r(&io);
     r.muxer->Set("diskName", "S");
     r.muxer->Set("listfile", 1);
-    r.Track(SoundMedia());
+    r.Track(AudioMedia());
     EXPECT_TRUE(r.Open());
     for (int i = 0; i < 9000; ++i) EXPECT_TRUE(r.Push(0, std::string(200, 's'), true, i * 40));
     EXPECT_TRUE(r.Close());
@@ -114,8 +116,8 @@ TEST(FileBytes, SpillFilesAreGoneBeforeTheIndexIsWritten) {
   base::File::Mount('S', nullptr);
 }
 
-// The spill file itself. A list goes on behind what was read back; one has nowhere to go.
-TEST(FileBytes, SpillBringsRecordsBack) {
+// A list grows on after it was read back. The other one cannot be spilled.
+TEST(FileBytes, SpilledEntriesAreReadBack) {
   std::string const folder = NewFolder();
   base::File::Mount('I', folder.c_str());
   std::vector<ChunkParam> list;
@@ -135,7 +137,9 @@ TEST(FileBytes, SpillBringsRecordsBack) {
     for (unsigned n = 0; n < count; ++n) ASSERT_EQ(n, list[n].offset);
   }
   base::ConsoleCapture console;
-  EXPECT_FALSE(nowhere.WriteTmpFile() || nowhere.ReadTmpFile() || nowhere.Lost());
+  EXPECT_FALSE(nowhere.WriteTmpFile());
+  EXPECT_FALSE(nowhere.ReadTmpFile());
+  EXPECT_FALSE(nowhere.Lost());
   EXPECT_EQ(3000u, list.size());
   EXPECT_EQ("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m", console.Text());
   std::filesystem::remove_all(folder);

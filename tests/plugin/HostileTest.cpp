@@ -1,4 +1,4 @@
-// Hostile and damaged files: what opens plays what can be played, at a cost that the file bounds.
+// Hostile and damaged files: what can be played is played, at a cost that the file size bounds.
 #include <gmock/gmock.h>
 #include <malloc.h>
 
@@ -9,11 +9,11 @@
 #include "support/HostileFiles.h"
 #include "support/Playing.h"
 
-// The most memory in use of this process. Every allocation, operator new's too, comes through here;
-// a sanitizer has its own way to say that one is absurd.
+// Memory in use by this process, and its peak. Every allocation comes through here,
+// but for builds with a sanitizer, which finds absurd ones itself.
 static std::atomic<std::int64_t> used, peak;
 
-#ifndef __has_feature  // as clang says it
+#ifndef __has_feature  // which clang has
 #define __has_feature(what) 0
 #endif
 #if !__SANITIZE_ADDRESS__ && !__SANITIZE_THREAD__ && !__has_feature(address_sanitizer) && \
@@ -43,7 +43,7 @@ using plugin::avi::IAviDemux;
 int64 bytesRead;
 void Meter(unsigned, void*, unsigned size) { bytesRead += size; }
 
-// Plays what is left. Returns the packets with data, INT_MAX for more than a file has records.
+// Plays to the end. Returns the packets with data, INT_MAX for more than the index can name.
 int Drain(Playing& p, std::size_t most) {
   std::size_t all = 0;
   int withData = 0;
@@ -54,9 +54,9 @@ int Drain(Playing& p, std::size_t most) {
   return withData;
 }
 
-// All that can be asked of a file. Returns the packets with data of normal play, kRefused, or
-// INT_MAX for play without end.
-int Ask(base::IO& io, char const* alias) {
+// Plays a file in every way. Returns the packets with data of normal play, kRefused, or INT_MAX for
+// play without end.
+int PlayEveryWay(base::IO& io, char const* alias) {
   auto const most = static_cast<std::size_t>(io.Size()) / 16;
   Playing p(&io, 0, alias);
   p.demuxer->Set("preloadsz", int64{1 << 20});
@@ -76,7 +76,7 @@ int Ask(base::IO& io, char const* alias) {
       p.demuxer->Seek(ms);
       if (Drain(p, most) == INT_MAX) packets = INT_MAX;
     }
-  return p.demuxer->StatusChange(IStatus::kClosed) ? packets : INT_MAX;
+  return p.Close() ? packets : INT_MAX;
 }
 
 void Examine(Hostile const& file, bool exactly) {
@@ -89,10 +89,10 @@ void Examine(Hostile const& file, bool exactly) {
     bool const opensAll = *alias == 'C';
     memory.position = used = peak = 0;
     testing::internal::CaptureStdout();
-    int const packets = Ask(memory, alias);
+    int const packets = PlayEveryWay(memory, alias);
     std::string const said = testing::internal::GetCapturedStdout();
-    // A record of the index takes 24 bytes instead of 16, and lists grow by doubling; an empty
-    // chunk takes ten times what it has in the file.
+    // An index entry takes 24 bytes instead of 16, lists grow by doubling, and an empty chunk takes
+    // ten times its size in the file.
     EXPECT_LE(peak, std::min(5 * size + (32 << 20), 80 * size + (2 << 20))) << alias;
     EXPECT_EQ(packets == kRefused, !opensAll && said.find("!Parse(io)") != said.npos) << said;
     if (exactly) {

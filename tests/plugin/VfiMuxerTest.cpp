@@ -1,4 +1,4 @@
-// Recording with syncs.
+// Recording with periodic syncs.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -15,13 +15,15 @@ namespace {
 
 using u64 = unsigned long long;
 
-constexpr unsigned kHeader = 1028;  // the entries start 4 bytes in front of it, in a new sector
+constexpr unsigned kHeader = 1028;  // the entries start 4 bytes before it, in a new sector
 enum Way { kInPlace, kImage, kCallback };
 
 std::vector<unsigned char> image;  // the last one handed over
 
 void Keep(unsigned id, unsigned file, unsigned char const* data, unsigned size, unsigned header) {
-  EXPECT_TRUE(id == 7 && file == ~0u && header == kHeader);
+  EXPECT_EQ(id, 7);
+  EXPECT_EQ(file, ~0u);
+  EXPECT_EQ(header, kHeader);
   image.assign(data, data + size);
 }
 
@@ -30,8 +32,8 @@ struct Rig {
     Next(way, s);
     r.muxer->Set("notifyid", 7u);
     r.muxer->Set("periodicSyncCallback", &Keep);
-    r.Track(VideoMedia()).Track(SoundMedia());
-    if (!s.sound) r.ports[1]->Offer(nullptr);
+    r.Track(VideoMedia()).Track(AudioMedia());
+    if (!s.audio) r.ports[1]->Offer(nullptr);
   }
   void Next(Way way, Shape s) {
     s.indexFirst = way != kCallback;
@@ -40,7 +42,7 @@ struct Rig {
     r.muxer->Set("vidtag", tags->object.get());
     r.muxer->Set("periodicSyncEn", way != kInPlace);
     Sizes(way == kImage ? kHeader + 8 + s.reserve : s.reserve, kHeader, s.reserve + 8);
-    if (!r.ports.empty()) r.ports[1]->Offer(s.sound ? r.media[1].get() : nullptr);
+    if (!r.ports.empty()) r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr);
   }
   void Sizes(u64 reserved, u64 header, u64 index) {
     r.muxer->Set("reservedSize", reserved);
@@ -52,12 +54,12 @@ struct Rig {
   std::unique_ptr<Tags> tags;
 };
 
-// One element records all files, one after another. Packets are times in ms, of sound with an "s",
-// of so many KiB with a ":"; with "!" a sync is due: the device then holds the file that ends with
-// this packet, or the callback has its headers and index.
+// One element records all files in turn. Packets are given by their times in ms, with an "s" for
+// audio, with ":" and a size in KiB. "!": a sync is due with this packet; then the device holds the
+// file that ends with it, or the callback gets its headers and index.
 TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
-  Shape plain, sound, rich, full;
-  sound.sound = rich.sound = true;
+  Shape plain, audio, rich, full;
+  audio.audio = rich.audio = true;
   rich.isft = "software";
   rich.junk = "junk";
   full.reserve = 5 * 16 + 4;
@@ -69,8 +71,8 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
       {kInPlace, plain, "0 40 80 3040 3080! 6080 6081!"},
       {kImage, plain, "1:300 9000 12000:400! 15000:300 18001:30!"},  // the rest carries
       {kCallback, plain, "5 4000! 6000 8000!"},
-      {kInPlace, sound, "3600000 s0 3603001! s5000 1 s3000 3002!"},  // an hour back
-      {kInPlace, sound, "5000 s100 s3200 8001!"},  // another track's clock does not count
+      {kInPlace, audio, "3600000 s0 3603001! s5000 1 s3000 3002!"},  // an hour back
+      {kInPlace, audio, "5000 s100 s3200 8001!"},  // another track's clock does not count
       {kInPlace, rich, "1 s4000! 5000:2000 s9000!"},
       {kImage, rich, "1:600 s4000! 9000:600!"},
       {kCallback, rich, "1 s4000! 9000!"},
@@ -86,7 +88,7 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
     }
     Bytes durable;
   } io;
-  Rig rig(&io, kInPlace, sound);
+  Rig rig(&io, kInPlace, audio);
   for (auto const& c : cases) {
     SCOPED_TRACE(c.packets);
     rig.Next(c.way, c.shape);
@@ -99,7 +101,7 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
     for (std::string p; packets >> p;) {
       bool const s = p[0] == 's';
       std::size_t const kib = p.find(':') < p.size() ? std::stoul(p.substr(p.find(':') + 1)) : 0;
-      std::string const data = s ? "sound samples" : Frame(std::string(kib * 1024 + 9, 'x'));
+      std::string const data = s ? "audio samples" : Frame(std::string(kib * 1024 + 9, 'x'));
       image.clear();
       EXPECT_TRUE(rig.r.Push(s, data, false, std::stoll(p.substr(s))));
       chunks.push_back({s ? "01wb" : "00dc", s ? data : data.substr(6), false});
@@ -124,8 +126,8 @@ TEST(VfiMuxer, EverySyncLeavesAnExactFile) {
   }
 }
 
-// The muxer that needs its index first says so to no other that shares its tag set. The plain one
-// opens while the first is being opened; with a wait for it, and without, for the thread sanitizer.
+// A muxer that puts its index first does not change the tag set that it shares. The plain one opens
+// while the other is being opened, with a wait and, for the thread sanitizer, without.
 TEST(VfiMuxer, LeavesASharedTagSetAlone) {
   for (bool const wait : {true, false}) {
     base::ConsoleCapture console;
@@ -143,12 +145,16 @@ TEST(VfiMuxer, LeavesASharedTagSetAlone) {
       std::thread other;
       bool wait = false;
     } io;
-    io.start = [&] { EXPECT_TRUE(plain.Open() && plain.Push(0, KeyFrame("x"), true)); };
+    io.start = [&] {
+      EXPECT_TRUE(plain.Open());
+      EXPECT_TRUE(plain.Push(0, KeyFrame("x"), true));
+    };
     io.wait = wait;
     Recording inPlace(&io, "VFIAviMuxer-avi-muxer-vfi");
     inPlace.Track(VideoMedia());
     for (auto* r : {&inPlace, &plain}) r->muxer->Set("vidtag", shared.object.get());
-    EXPECT_TRUE(inPlace.Open() && inPlace.Push(0, KeyFrame("x"), true));
+    EXPECT_TRUE(inPlace.Open());
+    EXPECT_TRUE(inPlace.Push(0, KeyFrame("x"), true));
     if (io.other.joinable()) io.other.join();
     EXPECT_TRUE(inPlace.Close());
     EXPECT_TRUE(plain.Close());
@@ -157,7 +163,7 @@ TEST(VfiMuxer, LeavesASharedTagSetAlone) {
   }
 }
 
-// When a flush has failed, nothing in front of the data is touched any more.
+// After it, nothing before the data is written any more.
 TEST(VfiMuxer, FailedFlushIsFinal) {
   for (Way way : {kInPlace, kImage, kCallback})
     for (int nth = 2; nth < 20; ++nth) {
@@ -178,9 +184,8 @@ TEST(VfiMuxer, FailedFlushIsFinal) {
     }
 }
 
-// Sizes that do not fit are an error of the settings: the application gets the reason once, and the
-// output is not touched.
-TEST(VfiMuxer, WrongSizesAreNoStreamError) {
+// The application gets the reason once, and the output is not touched.
+TEST(VfiMuxer, RefusesSizesThatDoNotFit) {
   u64 const k2G = u64{1} << 31, k4G = u64{1} << 32;
   struct Case {
     Way way;
@@ -208,7 +213,7 @@ TEST(VfiMuxer, WrongSizesAreNoStreamError) {
   }
 }
 
-// What stops the process by an assertion, and headers that are refused.
+// Some stop the process with an assertion.
 TEST(VfiMuxerDeathTest, WrongSettings) {
   struct Case {
     Way way;

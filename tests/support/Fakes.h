@@ -1,5 +1,5 @@
-// For tests of a pipeline: a sink that keeps what it gets, and a collector of messages. Both may be
-// looked at while threads run.
+// For tests of a pipeline: a sink that keeps its packets, and a collector of messages. Both may be
+// read while threads run.
 #pragma once
 
 #include <chrono>
@@ -28,7 +28,7 @@ inline std::string Text(stream::Packet const& packet) {
   return {reinterpret_cast<char const*>(packet.Data()), static_cast<std::size_t>(packet.Size())};
 }
 
-// Waits for something that another thread brings about; false when it never comes.
+// Waits for a condition that another thread fulfils; false when it does not.
 template <class Condition>
 bool Eventually(Condition condition) {
   auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -75,7 +75,7 @@ class Messages : public Lines {
   }
 };
 
-// Keeps the data of every packet as text; `hook`, if set, decides what the packet's answer is.
+// Keeps the data of every packet as text; `hook`, if set, decides whether it is accepted.
 class CaptureSink : public stream::ISink {
  public:
   explicit CaptureSink(std::function<bool(stream::Packet&)> hook = nullptr)

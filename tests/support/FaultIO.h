@@ -18,16 +18,16 @@ namespace kestro::test {
 
 using base::int64;
 
-// Passes on to memory of its own or to another IO, and fails the calls it is told. Calls may come
-// from any thread; two at a time are an error that is counted.
+// Passes calls on to its own memory or to another IO, and fails those that it should. Calls may
+// come from any thread; two at a time are counted as an error.
 class FaultIO : public base::IOFilter {
  public:
   enum Op { kRead, kWrite, kFlush, kTruncate };
   struct Fault {
     Op op;
     int nth;               // counted from 1
-    bool forever = false;  // this call only, or all from it on
-    unsigned keep = 0;     // bytes that still move; kFailed: none, and the call answers all ones
+    bool forever = false;  // or only this call
+    unsigned keep = 0;     // bytes that are still moved; kFailed: the call returns kFailed
     int error = EIO;
   };
   struct Place {
@@ -45,7 +45,7 @@ class FaultIO : public base::IOFilter {
   void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
   void Readable(int64 bytes) { _readable = bytes; }  // bad sectors follow: reads end there with EIO
 
-  // Makes reads and writes wait, or lets them go on; one that waits too long is a failure.
+  // Makes reads and writes wait, or go on; one that waits too long fails.
   void Hold(bool held) {
     std::lock_guard lock(_mutex);
     _held = held;
@@ -59,7 +59,7 @@ class FaultIO : public base::IOFilter {
   int Count(Op op) const { return static_cast<int>(Calls(op).size()); }
   int Failures() const { return _failures; }
   int Overlaps() const { return _overlaps; }
-  std::string Bytes() const { return Text(*_memory); }  // of its own memory
+  std::string Bytes() const { return Text(*_memory); }
 
   bool Seek(int64 offset, int whence) override {
     Use const use(*this);
@@ -98,7 +98,7 @@ class FaultIO : public base::IOFilter {
     FaultIO& io;
   };
 
-  // Notes a call and waits while it is held; the fault that it meets, or null.
+  // Notes a call and waits while it is held; returns its fault, or null.
   Fault const* Next(Op op, unsigned size = 0) {
     std::unique_lock lock(_mutex);
     _calls[op].push_back({_io.Tell(), size});
@@ -123,7 +123,7 @@ class FaultIO : public base::IOFilter {
   mutable std::mutex _mutex;
   std::condition_variable _released;
   bool _held = false;
-  std::deque<Fault> _faults;  // which stay where they are
+  std::deque<Fault> _faults;  // whose addresses stay
   std::vector<Place> _calls[4];
   std::atomic<int64> _capacity{INT64_MAX}, _readable{INT64_MAX};
   std::atomic<int> _error{0};

@@ -1,4 +1,4 @@
-// The bytes of whole files, from the layout's description alone.
+// The bytes of whole files, by the description of the format alone.
 #pragma once
 
 #include <memory>
@@ -14,11 +14,11 @@ namespace kestro::test {
 struct Shape {
   base::Fraction rate{25, 1};
   bool interlace = false;
-  bool sound = false;
+  bool audio = false;
   std::string strd, strn, isft, junk;
   bool indexFirst = false;
   unsigned reserve = 32768;  // of an index that is first
-  unsigned headerSize = 0;   // what JUNK fills up to, with the head of movi
+  unsigned headerSize = 0;   // up to which JUNK fills, with the header of movi
 };
 
 struct Chunk {
@@ -38,7 +38,7 @@ inline Bytes Plain(char const* id, std::string const& payload) {
 inline Bytes MainHeader(Shape const& s, unsigned frames, unsigned bytesPerSecond) {
   Bytes b = Bytes().Cc("avih").U32(56);
   b.U32(s.rate.den * 1000000 / s.rate.num, bytesPerSecond);      // microseconds per frame
-  b.U32(0, 0x10010, frames, 0, s.sound ? 2 : 1);                 // index, captured; streams
+  b.U32(0, 0x10010, frames, 0, s.audio ? 2 : 1);                 // index, captured; streams
   return b.U32(192000, 320, s.interlace ? 360 : 180).Zeros(16);  // buffer size, width, height
 }
 
@@ -55,14 +55,14 @@ inline Bytes VideoHeaders(Shape const& s, unsigned frames) {
   return List("LIST", "strl", b);
 }
 
-inline Bytes SoundHeaders(unsigned samples) {
+inline Bytes AudioHeaders(unsigned samples) {
   Bytes b = Bytes().Cc("strh").U32(56).Cc("auds").Raw(std::string("PCM\0", 4));
   b.U32(0, 0, 0, 4, 192000, 0, samples, 32000, 10000, 4).Zeros(8);  // as above
   b.Cc("strf").U32(16).U16(1, 2).U32(48000, 192000).U16(4, 16);     // rates, align, bits
   return List("LIST", "strl", b);
 }
 
-// The data and the index of chunks, the first of them at a position.
+// The data and the index of chunks, from an offset on.
 struct Body {
   Body(std::vector<Chunk> const& chunks, std::size_t at) {
     for (auto const& chunk : chunks) {
@@ -75,19 +75,18 @@ struct Body {
   Bytes movi, index;
 };
 
-// The whole file, from the layout's description alone.
 inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
   unsigned frames = 0, videoBytes = 0, samples = 0, ms = 0;
   for (auto const& chunk : chunks) {
     auto const size = static_cast<unsigned>(chunk.stored.size());
-    bool const sound = chunk.id[2] == 'w';
-    frames += !sound;
-    ms += !sound && size > 0 ? 40 : 0;
-    (sound ? samples : videoBytes) += sound ? size / 4 : size;
+    bool const audio = chunk.id[2] == 'w';
+    frames += !audio;
+    ms += !audio && size > 0 ? 40 : 0;
+    (audio ? samples : videoBytes) += audio ? size / 4 : size;
   }
   Bytes hdrl = MainHeader(s, frames, videoBytes * 1000 / std::max(ms, 1u));
   hdrl.Add(VideoHeaders(s, frames));
-  if (s.sound) hdrl.Add(SoundHeaders(samples));
+  if (s.audio) hdrl.Add(AudioHeaders(samples));
 
   Bytes riff;
   riff.Add(List("LIST", "hdrl", hdrl));
@@ -100,7 +99,7 @@ inline Bytes Expected(Shape const& s, std::vector<Chunk> const& chunks) {
   Body body(chunks, 12 + riff.size() + (s.indexFirst ? 8 + reserve : 0) + 12);
   Bytes& index = body.index;
   if (s.indexFirst) {
-    // The reserved size stays in the header, and zeros behind the entries that fit.
+    // The chunk keeps the reserved size, and zeros follow the entries that fit.
     if (index.size() > reserve) index.resize(reserve - reserve % 16);
     riff.Cc("idx1").U32(reserve).Add(index).Zeros(reserve - index.size()).Add(body.movi);
   } else {

@@ -17,30 +17,29 @@ constexpr int kRefused = -1;
 
 inline Shape HostileShape() {
   Shape shape;
-  shape.sound = true;
+  shape.audio = true;
   shape.strd = "data";
   return shape;
 }
 
-// Three frames and two sound blocks, with `streams` in hdrl, `between` hdrl and movi, and `behind`
-// the index, whose offsets are right.
-inline Bytes HostileFilm(Bytes const& streams, Bytes const& between = {},
-                         Bytes const& behind = {}) {
+// Three frames and two audio blocks, with `streams` in hdrl, `between` hdrl and movi, and `after`
+// the index.
+inline Bytes HostileFilm(Bytes const& streams, Bytes const& between = {}, Bytes const& after = {}) {
   std::vector<Chunk> const chunks = {{"00dc", StoredKeyFrame("first"), true},
-                                     {"01wb", "sound.1.", true},
+                                     {"01wb", "audio.1.", true},
                                      {"00dc", StoredFrame("next.."), false},
-                                     {"01wb", "sound.2.", true},
+                                     {"01wb", "audio.2.", true},
                                      {"00dc", StoredKeyFrame("last."), true}};
   Bytes front = List("LIST", "hdrl", MainHeader(HostileShape(), 3, 1000).Add(streams));
   front.Add(between);
   Body const body(chunks, 12 + front.size() + 12);
-  front.Add(body.movi).Add(Plain("idx1", {body.index.begin(), body.index.end()})).Add(behind);
+  front.Add(body.movi).Add(Plain("idx1", {body.index.begin(), body.index.end()})).Add(after);
   return List("RIFF", "AVI ", front);
 }
 
 inline Bytes HostileVideo() { return VideoHeaders(HostileShape(), 3); }
 inline Bytes HostileBase() {
-  return HostileFilm(HostileVideo().Add(SoundHeaders(4)), Plain("JUNK", "filler.."));
+  return HostileFilm(HostileVideo().Add(AudioHeaders(4)), Plain("JUNK", "filler.."));
 }
 
 inline std::size_t Find(Bytes const& bytes, char const* code, int nth = 0) {
@@ -66,7 +65,7 @@ inline Bytes Nested(char const* type, unsigned levels, Bytes const& content) {
   return all.Add(content);
 }
 
-// Every chunk with every suspect size. What a wrong size costs is the chunks behind it that count.
+// Every chunk with every suspect size; a wrong size hides the chunks after it.
 inline std::vector<Hostile> HostileSizes() {
   struct Row {
     char const* chunk;
@@ -91,9 +90,9 @@ inline std::vector<Hostile> HostileSizes() {
 }
 
 inline std::vector<Hostile> HostileFiles() {
-  Bytes const base = HostileBase(), video = HostileVideo(), sound = SoundHeaders(4);
-  Bytes const both = Joined({video, sound}), filler = Plain("JUNK", "");
-  Bytes const many = HostileFilm(Joined({video, video, Copies(sound, 10)}));
+  Bytes const base = HostileBase(), video = HostileVideo(), audio = AudioHeaders(4);
+  Bytes const both = Joined({video, audio}), filler = Plain("JUNK", "");
+  Bytes const many = HostileFilm(Joined({video, video, Copies(audio, 10)}));
   auto const header = [](Bytes const& strl) {
     return Bytes(std::string(strl.begin() + 12, strl.begin() + 76));
   };
@@ -101,7 +100,7 @@ inline std::vector<Hostile> HostileFiles() {
     return Bytes(std::string(strl.begin() + 76, strl.end()));
   };
   Bytes const strh = header(video), strf = format(video);
-  auto const film = [&](Bytes const& first) { return HostileFilm(Joined({first, sound})); };
+  auto const film = [&](Bytes const& first) { return HostileFilm(Joined({first, audio})); };
   auto const videoOf = [&](Bytes const& content) { return film(List("LIST", "strl", content)); };
   auto const data = [&](Bytes const& content) {
     return videoOf(Joined({strh, strf, Plain("strd", {content.begin(), content.end()})}));
@@ -119,7 +118,7 @@ inline std::vector<Hostile> HostileFiles() {
       bytes = With(bytes, Find(bytes, "idx1") + 8 + 16 * i + at, first + i * step);
     return bytes;
   };
-  // An index of so many records of both tracks, over a film without one.
+  // A film with an index of that many pairs of entries.
   auto const indexed = [&](std::size_t count, unsigned flags, unsigned size) {
     Bytes two;
     for (char const* id : {"00dc", "01wb"}) two.Cc(id).U32(flags).U32(4).U32(size);
@@ -134,7 +133,7 @@ inline std::vector<Hostile> HostileFiles() {
       {"another kind of RIFF", With(base, 8, base::Convert4("WAVE")), 5},
       {"zeros", Bytes().Zeros(4096), 0},
       {"RIFF in RIFF", List("RIFF", "AVI ", base), 5},
-      {"RIFF behind RIFF", Joined({base, base}), 5},
+      {"RIFF after RIFF", Joined({base, base}), 5},
       {"LIST of 0 bytes", HostileFilm(both, Bytes().Cc("LIST").U32(0)), 5},
       {"unknown LIST", HostileFilm(both, List("LIST", "none", Plain("avih", ""))), 5},
       {"unknown leaf in hdrl", HostileFilm(Joined({Plain("vprp", ""), both})), 0},
@@ -147,11 +146,11 @@ inline std::vector<Hostile> HostileFiles() {
            Copies(Bytes().Cc("LIST").U32(16).Cc("hdrl").Cc("LIST").U32(1 << 30).Cc("hdrl"), 5000)),
        5},
       {"a million JUNK before movi", HostileFilm(both, Copies(filler, 1000000)), 0},
-      {"a million JUNK behind the index", HostileFilm(both, {}, Copies(filler, 1000000)), 5},
-      {"30,000 JUNK before strh and 30,000 strf behind",
+      {"a million JUNK after the index", HostileFilm(both, {}, Copies(filler, 1000000)), 5},
+      {"30,000 JUNK before strh and 30,000 strf after",
        videoOf(Joined({Copies(filler, 30000), strh, Copies(Plain("strf", ""), 30000)})), 5},
       {"two hdrl", HostileFilm(both, List("LIST", "hdrl", both)), 5},
-      {"two strh", videoOf(Joined({strh, header(sound), strf})), 5},
+      {"two strh", videoOf(Joined({strh, header(audio), strf})), 5},
       {"two movi", HostileFilm(both, List("LIST", "movi", Plain("00dc", "1"))), 5},
       {"two idx1", HostileFilm(both, Plain("idx1", std::string(160, '0'))), 0},
       {"no strh", videoOf(strf), 3},
@@ -160,19 +159,19 @@ inline std::vector<Hostile> HostileFiles() {
       {"strf of 4 bytes", videoOf(Joined({strh, Plain("strf", "size")})), 5},
       {"strh of 1,000 bytes",
        videoOf(Joined({Plain("strh", "vidsH264" + std::string(992, 'h')), strf})), 5},
-      {"strl in strd", data(sound), 5},
+      {"strl in strd", data(audio), 5},
       {"idx1 in strd", data(Plain("idx1", std::string(160, '\xFF'))), 0},
-      {"video with the format of sound", videoOf(Joined({strh, format(sound)})), 5},
+      {"video with the format of audio", videoOf(Joined({strh, format(audio)})), 5},
       {"handler of a printf format", field("strh", 0, 4, base::Convert4("%n%s")), 3},
-      {"sound called H264", field("strh", 1, 4, base::Convert4("H264")), 3},
+      {"audio called H264", field("strh", 1, 4, base::Convert4("H264")), 3},
       {"video called PCM", field("strh", 0, 4, base::Convert4("PCM")), 5},
       {"scale 0", field("strh", 0, 20, 0), 5},
       {"frames of 136 years", With(field("strh", 0, 20, ~0u), Find(base, "strh") + 32, 1), 5},
       {"rate 0", field("strh", 0, 24, 0), 5},
       {"rate of 32 bits", field("strh", 0, 24, ~0u), 5},
       {"length of 32 bits", field("strh", 0, 32, ~0u), 5},
-      {"sound of length 0", field("strh", 1, 32, 0), 5},
-      {"sound of scale 0", field("strh", 1, 20, 0), 5},
+      {"audio of length 0", field("strh", 1, 32, 0), 5},
+      {"audio of scale 0", field("strh", 1, 20, 0), 5},
       {"channels 0", field("strf", 1, 0, 1), 5},
       {"65,535 channels of 65,528 bits",
        With(field("strf", 1, 0, 0xFFFF0001), Find(base, "strf", 1) + 20, 0xFFF80004), 5},
@@ -188,7 +187,7 @@ inline std::vector<Hostile> HostileFiles() {
       {"stream number of letters", entry(0, 0, base::Convert4("xydc")), 4},
       {"stream number of bytes above 0x7F", entry(0, 0, 0xFFFFFFFF), 4},
       {"1,000 strl", HostileFilm(Copies(video, 1000)), 3},
-      {"filler behind a text track",
+      {"filler after a text track",
        HostileFilm(Joined({With(video, 24, base::Convert4("txt")), filler, both})), 5},
       {"index larger than the file", With(base, Find(base, "idx1") + 4, 1 << 20), 5},
       {"index of 17 bytes", With(base, Find(base, "idx1") + 4, 17), 1},

@@ -13,7 +13,7 @@
 
 namespace kestro::test {
 
-// A new folder for a test: tests run side by side.
+// A new folder for a test; tests run in parallel.
 inline std::string NewFolder() {
   std::string name = testing::TempDir() + "kestro-XXXXXX";
   return mkdtemp(name.data()) != nullptr ? name : "";

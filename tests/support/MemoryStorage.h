@@ -45,11 +45,11 @@ class MemoryStorage : public record::Storage {
     for (auto const& [name, file] : _files) names.push_back(name);
     return names;
   }
-  // What a reader finds in a file.
+  // A reader of a file.
   std::unique_ptr<avi::AviFile> Read(std::string const& path) const {
     return std::make_unique<avi::AviFile>(std::make_unique<MemoryIO>(File(path)->Bytes()), path);
   }
-  // The payloads of a track, over all files, which are in the order of their names.
+  // The payloads of a track in all files, in the order of their names.
   std::vector<std::string> Payloads(std::size_t track) const {
     std::vector<std::string> all;
     for (std::string const& name : Names()) {

@@ -1,17 +1,18 @@
-// A demuxer element, asked for one packet after another.
+// A demuxer element that a test reads packet by packet.
 #pragma once
 
 #include <algorithm>
 #include <ostream>
 
 #include "stream/IDemuxer.h"
+#include "stream/ISink.h"
 #include "support/Recording.h"
 
 namespace kestro::test {
 
 using PlayMode = stream::IDemuxer::PlayMode;
 
-// A packet as tests speak of it.
+// A packet that was played.
 struct Got {
   int track;
   int64 pts;  // ms
@@ -27,7 +28,6 @@ inline void PrintTo(Got const& got, std::ostream* os) {
       << (got.end ? " end" : "") << ", " << got.data.size() << " bytes";
 }
 
-// A demuxer over a stream in memory, asked packet by packet.
 class Playing {
  public:
   explicit Playing(base::IO* io, unsigned video = 0, char const* alias = "AviDemuxer-avi-demuxer")
@@ -38,6 +38,12 @@ class Playing {
       outputs.push_back(demuxer->AddOutput(codecs));
   }
   bool Open() { return demuxer->StatusChange(IStatus::kOpen); }
+  bool Run() { return demuxer->StatusChange(IStatus::kRunning); }
+  bool Pause() { return demuxer->StatusChange(IStatus::kPaused); }
+  bool Close() { return demuxer->StatusChange(IStatus::kClosed); }
+  void Link(stream::ISink& sink) {  // every output
+    for (IPort* output : outputs) IPort::Link(*output, *sink.AddInput());
+  }
 
   base::Ref<Packet> Next() {
     auto* packet = demuxer->GeneratePacket(nullptr);

@@ -1,4 +1,4 @@
-// For programs that try many things in a row.
+// For programs that run the plug-in many times.
 #pragma once
 
 #include <cstdio>
@@ -7,8 +7,7 @@
 
 namespace kestro::test {
 
-// Silences host and plug-in, which tell much about themselves, and standard output. False when that
-// cannot be closed.
+// Silences the prints of host and plug-in, and standard output. False when that fails.
 inline bool Quiet() {
   static struct : base::ostream {
     void Write(char const*, std::size_t) override {}

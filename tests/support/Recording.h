@@ -18,7 +18,7 @@ using stream::IPort;
 using stream::IStatus;
 using stream::Packet;
 
-// The plug-in's objects are part of the test program: their classes register once.
+// The test program contains the plug-in's objects: their classes register once.
 inline void RegisterClasses() {
   static bool const once = (base::ReflectRun(), true);
   (void)once;
@@ -41,7 +41,7 @@ inline base::Ref<IMedia> VideoMedia(char const* codec = "h264", int width = 320,
   return media;
 }
 
-inline base::Ref<IMedia> SoundMedia(int rate = 48000, int channels = 2, int samples = 1920) {
+inline base::Ref<IMedia> AudioMedia(int rate = 48000, int channels = 2, int samples = 1920) {
   auto media = base::Ref<IMedia>::Take(IMedia::New("pcm"));
   media->Set("rate", rate);
   media->Set("channel", channels);

@@ -1,4 +1,4 @@
-// The program's functions stand in for the system's also in the shared libraries it uses.
+// The functions below replace the system's, in the shared libraries that the program uses too.
 #include "support/SystemFault.h"
 
 #include <dlfcn.h>
@@ -48,7 +48,7 @@ int Note(char call) {
   return 0;
 }
 
-// No test crashes the machine: none waits for its disks.
+// Nothing is synced: no test crashes the machine.
 int Synced(char name, Call call, int fd) {
   Note(name);
   errno = Meets(call, fd);
@@ -60,7 +60,7 @@ Function* Real(Function*, char const* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Calls the system's function of a name unless the call is to fail.
+// Calls the system's function of a name unless the call should fail.
 template <class Function, class... Arguments>
 auto Through(int error, Function* function, char const* name, Arguments... arguments)
     -> decltype(function(arguments...)) {
@@ -68,7 +68,7 @@ auto Through(int error, Function* function, char const* name, Arguments... argum
   return Real(function, name)(arguments...);
 }
 
-// A part ends with a sector: what lies within one is stored whole.
+// A part ends with a sector, which is stored as a whole.
 std::size_t Part(int error, std::size_t size, off_t at) {
   std::size_t const part = (size + 2) / 3, end = static_cast<std::size_t>(at) + part;
   return error >= 0 ? size : part > 512 ? part - end % 512 : size;
@@ -114,10 +114,10 @@ std::size_t SystemFault::Readable(std::string const& path, std::size_t size, std
 
 int SystemFault::Next(Call call, std::string const& path) {
   if (call != _call || !Names(path)) return 0;
-  int const behind = ++_count - _nth;
-  if (behind == 0 && _error < 0) return -1;
+  int const after = ++_count - _nth;
+  if (after == 0 && _error < 0) return -1;
   bool const fails =
-      behind == (_error < 0) || (_forever && behind > 0 && (_error != EINTR || behind % 2 == 0));
+      after == (_error < 0) || (_forever && after > 0 && (_error != EINTR || after % 2 == 0));
   _failures += fails;
   return !fails ? 0 : _error == kPart ? -1 : std::abs(_error);
 }
@@ -131,7 +131,7 @@ std::string FileSystem::Calls() {
   return std::exchange(fileSystem.calls, "");
 }
 
-// What the system answers, with the type and state that a test wants.
+// Changes what the system returned to the type and state that a test wants.
 template <class About>
 int Ask(int answer, About* about) {
   if (fileSystem.type == 0 || answer != 0) return answer;
@@ -150,7 +150,7 @@ int Descriptors() {
 
 }  // namespace kestro::test
 
-// With 64-bit offsets the names end so, where the headers do not say it.
+// The name of a function with 64-bit offsets.
 #define KESTRO_64(name) #name "64"
 #define KESTRO_STANDS_IN extern "C" __attribute__((visibility("default")))
 
@@ -200,7 +200,7 @@ KESTRO_STANDS_IN int rename(char const* from, char const* to) noexcept {
   return Through(Meets(Call::kRename, -1, to), &rename, "rename", from, to);
 }
 
-// The descriptor is gone, whatever is answered.
+// The descriptor is closed even where an error is returned.
 KESTRO_STANDS_IN int close(int fd) {
   int const error = Meets(Call::kClose, fd);
   int const closed = Through(0, &close, "close", fd);

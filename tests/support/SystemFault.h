@@ -1,4 +1,4 @@
-// Fails calls that the host makes of the system.
+// Fails system calls of the host.
 #pragma once
 
 #include <atomic>
@@ -10,24 +10,25 @@ namespace kestro::test {
 
 enum class Call { kOpen, kRead, kWrite, kSync, kSyncAll, kTruncate, kClose, kRename };
 
-// While it lives, the calls on files whose path ends so are counted, and some fail; one at a time.
+// While it lives, calls on files whose path has this ending are counted, and some fail. One at a
+// time.
 class SystemFault {
  public:
-  // As an error: the call succeeds and moves a part. A negative error comes with the next call
-  // then.
+  // As an error: the call succeeds and moves a part. After a negative error, the next call fails.
   static constexpr int kPart = 0;
 
-  // Counted from 1: this call only, or all from it on (of interrupted ones, every second).
+  // `nth` counts from 1. `forever`: all calls from it on fail, with EINTR every second one.
   SystemFault(Call call, std::string ending, int nth, bool forever = false, int error = EIO);
-  // Bad sectors from one byte to another: reads return what lies before them, and fail within.
+  // Bad sectors between two offsets: reads return what precedes them, and fail within.
   SystemFault(std::string ending, std::int64_t from, std::int64_t to = INT64_MAX);
   ~SystemFault();
   SystemFault(SystemFault const&) = delete;
   int Failures() const { return _failures; }
 
-  // Called by what stands in for the system's functions: 0 to go on, -1 to move a part, an error.
+  // Called by the functions that replace the system's. Returns 0 to go on, -1 to move a part, or an
+  // error.
   int Next(Call call, std::string const& path);
-  // How many bytes of a read come.
+  // How many bytes can be read.
   std::size_t Readable(std::string const& path, std::size_t size, std::int64_t at);
 
  private:
@@ -43,11 +44,10 @@ class SystemFault {
   std::atomic<int> _failures{0};
 };
 
-// While it lives, files seem to be on a file system of that type, and read-only where asked; one at
-// a time.
+// While it lives, files seem to be on a file system of that type. One at a time.
 class FileSystem {
  public:
-  explicit FileSystem(long type, bool readOnly = false);  // -1: it cannot be asked
+  explicit FileSystem(long type, bool readOnly = false);  // -1: fstatfs fails
   ~FileSystem();
   FileSystem(FileSystem const&) = delete;
   // The calls since the last time: "a" syncfs, "d" fdatasync, "f" fsync, "?" fstatfs.

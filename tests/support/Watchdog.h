@@ -1,4 +1,4 @@
-// Ends the process, naming what hangs, where a test would wait for ever.
+// Ends the process, with the name of what hangs, where a test would never end.
 #pragma once
 
 #include <chrono>

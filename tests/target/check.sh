@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks what is built for the target against its limits, and its recordings against those of this
+# Checks the sizes of what is built for the target, and compares its recordings with those of this
 # machine.
 #   check.sh ARM-BUILD NATIVE-BUILD
 # One line a check; exits 1 when one failed.
@@ -25,10 +25,10 @@ passes() { # passes NAME COMMAND...
   printf '%-5s %s\n' "$verdict" "$name"
   [[ $verdict == ok ]] || tail -5 "$work/said"
 }
-# The emulator keeps the program's 4 GiB there: pages within are the program's, others its own.
+# The emulator keeps the program's 4 GiB there; other pages are its own.
 base=100000000000
 target() { qemu-arm -L /usr/arm-linux-gnueabihf -B 0x$base "$arm/tests/target/kestro-target" "$@"; }
-# record MACHINE LAYOUT: into MACHINE/LAYOUT.avi; leaves the KiB of memory that were resident.
+# record MACHINE LAYOUT: into MACHINE/LAYOUT.avi; notes the KiB of resident memory.
 record() {
   local run=$native/tests/target/kestro-target build=$native args=()
   [[ $1 == native ]] || run=target build=$arm args=($base)

@@ -1,7 +1,7 @@
 // kestro-target: makes recordings that are the same on every machine.
 //   kestro-target PLUGIN LAYOUT OUT.avi [BASE]
-// Prints the most memory that was resident; in an emulator, of the 4 GiB from BASE on (in hex),
-// where it keeps the program's memory.
+// Prints the peak of resident memory; in an emulator, within the 4 GiB from BASE (in hex), where
+// the emulator keeps the program's memory.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,7 +35,7 @@ u64 guest = 0;  // where the emulated program's memory begins; 0: all memory cou
 long most = 0;  // KiB
 
 void MeasureMemory() {
-  // To look takes long: in large files, now and then.
+  // Reading the maps is slow: in large files, only some writes do.
   if (static int writes = 0; ++writes > 64 && writes % 64 != 0) return;
   std::FILE* const maps = std::fopen("/proc/self/smaps", "r");
   if (maps == nullptr) return;
@@ -52,7 +52,7 @@ void MeasureMemory() {
   most = std::max(most, sum);
 }
 
-// Leaves holes for what is nothing but zeros, so that large files cost nothing.
+// Leaves holes for zeros, so that large files cost nothing.
 class SparseFile : public base::FileIO {
  public:
   using FileIO::FileIO;
@@ -71,7 +71,7 @@ void KeepImage(unsigned, unsigned, unsigned char const* data, unsigned size, uns
 }
 
 bool Record(Layout const& layout, std::string const& path) {
-  std::string const folder = path + ".spill";  // made by whoever wants one
+  std::string const folder = path + ".spill";  // made by check.sh
   base::File::TemporaryFolder(folder.c_str());
   images = std::fopen((path + ".images").c_str(), "wb");
   SparseFile file(path.c_str(), "wb");
@@ -90,15 +90,15 @@ bool Record(Layout const& layout, std::string const& path) {
     r.muxer->Set("periodicSyncIdx1Size", layout.index);
     r.muxer->Set("periodicSyncCallback", &KeepImage);
   }
-  r.Track(test::VideoMedia()).Track(test::SoundMedia(8000, 1, 320));
+  r.Track(test::VideoMedia()).Track(test::AudioMedia(8000, 1, 320));
   bool ok = images != nullptr && file.Opened() && r.Open();
   for (int n = 0; ok && n < layout.frames; ++n) {
     std::string frame;
     for (int i = 0; i < n % 251; ++i) frame += static_cast<char>(1 + (n + i) % 255);
     frame.resize(frame.size() + static_cast<std::size_t>(layout.size), '\0');
     frame = n % 25 == 0 ? test::KeyFrame(frame) : test::Frame(frame);
-    std::string const sound(640, static_cast<char>(n));
-    ok = r.Push(0, frame, n % 25 == 0, n * 40) && r.Push(1, sound, true, n * 40);
+    std::string const audio(640, static_cast<char>(n));
+    ok = r.Push(0, frame, n % 25 == 0, n * 40) && r.Push(1, audio, true, n * 40);
   }
   ok = r.Close() && r.muxer->Check() && ok && std::fclose(images) == 0 && file.Close();
   std::fprintf(stderr, ok ? "\nresident: %ld\n" : "\nrecording failed\n", most);

@@ -1,4 +1,4 @@
-// The tool's own reader: files of several writers, cut off and hostile ones.
+// The reader of AVI files: files of several writers, cut off and hostile ones.
 #include "Command.h"
 #include "support/HostileFiles.h"
 
@@ -19,7 +19,7 @@ Bytes const kRest = Plain("00dc", "odd").Zeros(1).Add(Plain("00dc", "even"));
 Bytes Movi(Bytes const& data = Joined({kFirst, kRest})) { return List("LIST", "movi", data); }
 Bytes Riff(std::initializer_list<Bytes> parts) { return List("RIFF", "AVI ", Joined(parts)); }
 
-// Of that data, from the first chunk's offset.
+// The index of that data, from the offset of the first chunk.
 Bytes Index(std::size_t first) {
   Bytes index = Bytes().Cc("idx1").U32(48);
   for (unsigned i = 0; i < 3; ++i)
@@ -35,12 +35,12 @@ class AviFileTest : public Command {
   }
 };
 
-TEST_F(AviFileTest, DescribesWhatWritersDo) {
+TEST_F(AviFileTest, ReadsWhatWritersStore) {
   Bytes const head = Head();
   unsigned const movi = 12 + static_cast<unsigned>(head.size());
   test::Shape odd;
   odd.strd = "abc", odd.strn = "name";
-  // The size of movi while recording, or what a writer leaves at last.
+  // With other sizes, as while recording.
   auto const unfinished = [&](unsigned riffSize, unsigned size) {
     return test::With(test::With(Riff({head, Movi()}), 4, riffSize), movi + 4, size);
   };
@@ -72,12 +72,13 @@ TEST_F(AviFileTest, DescribesWhatWritersDo) {
               std::tuple(indexed, indexed ? 1u : 0u, c.note == cut));
     std::string notes;
     for (std::string const& text : avi.Notes()) notes += text;
-    EXPECT_TRUE(notes.find(c.note) != notes.npos && notes.empty() == c.note.empty()) << notes;
+    EXPECT_NE(notes.find(c.note), notes.npos) << notes;
+    EXPECT_EQ(notes.empty(), c.note.empty()) << notes;
   }
 }
 
-// Whether it is taken for the whole, and what there is by it and without it.
-TEST_F(AviFileTest, AnIndexMayLeaveChunksOut) {
+// Chunks found by the index and by the data.
+TEST_F(AviFileTest, FindsChunksThatTheIndexLeavesOut) {
   Bytes const a = kFirst, b = Plain("00dc", "odd").Zeros(1), c = Plain("00dc", "even");
   Bytes const empty = Plain("00dc", ""), junk = Plain("JUNK", "junk");
   Bytes const list = List("LIST", "rec ", a), garbage(std::string(16, 'g'));
@@ -120,8 +121,8 @@ TEST_F(AviFileTest, AnIndexMayLeaveChunksOut) {
   }
 }
 
-TEST_F(AviFileTest, AnExtensibleFormatTellsTheRealOne) {
-  Bytes const strl = test::SoundHeaders(1);
+TEST_F(AviFileTest, ReadsTheCodecOfAnExtensibleFormat) {
+  Bytes const strl = test::AudioHeaders(1);
   Bytes const strh(std::string(strl.begin() + 12, strl.begin() + 76));
   for (auto [real, codec] : {std::pair(1u, "pcm"), {3u, "pcm-float"}}) {
     Bytes const strf = Bytes().Cc("strf").U32(40).U16(0xFFFE).Zeros(22).U16(real).Zeros(14);

@@ -52,7 +52,7 @@ class Command : public testing::Test {
     std::ofstream(At(name), std::ios::binary) << bytes;
   }
 
-  // The payload of a track, from its index.
+  // The payload of a track, by the index.
   std::string Payload(std::string const& name, int track) {
     std::string const bytes = FileText(At(name));
     std::string payload;
@@ -64,7 +64,7 @@ class Command : public testing::Test {
     return payload;
   }
 
-  // What the verb answers: errors on the error stream only.
+  // Exit code and output of a call of the verb; errors are on the error stream only.
   struct Call {
     std::string arguments;
     int code;

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <thread>
 
 #include "base/Console.h"
@@ -15,14 +16,15 @@ namespace kestro::tool {
 namespace {
 
 using nlohmann::json;
+using testing::HasSubstr;
 
-// One picture of 16x16 plain samples, in a stream whose parameter sets tell no frame rate.
+// One picture of 16x16 plain samples, in a stream without a frame rate.
 std::string const kRateless(
     "\0\0\0\1\x67\x42\xC0\x0A\xDD\xE4\0\0\0\1\x68\xCE\x38\x80\0\0\0\1\x65\x88\x84\x86\x80", 27);
 
 using CommandTest = Command;
 
-TEST_F(CommandTest, InfoTellsExactlyTheDocument) {
+TEST_F(CommandTest, InfoPrintsTheWholeDocument) {
   ASSERT_EQ(Run("record -o a.avi --duration 1 media/clip25.h264 media/mono8k.wav").code, 0);
   Result const info = Run("info --json a.avi");
   EXPECT_EQ(info.code, 0);
@@ -42,7 +44,7 @@ TEST_F(CommandTest, InfoTellsExactlyTheDocument) {
   EXPECT_EQ(Run("info a.avi").code, 1);
 }
 
-TEST_F(CommandTest, ThePluginIsThatOfTheOptionOrTheEnvironment) {
+TEST_F(CommandTest, LoadsThePluginOfTheOptionOrTheEnvironment) {
   json const document = json::parse(Run("plugin --json").out);
   EXPECT_NE(document.dump().find(R"("name":"listfile")"), std::string::npos);
   Expect("plugin", {{"--plugin missing.so", 3, ""}, {"--plugin media", 3, ""}});
@@ -54,7 +56,7 @@ TEST_F(CommandTest, ThePluginIsThatOfTheOptionOrTheEnvironment) {
   unsetenv("KESTRO_PLUGIN_PATH");
 }
 
-TEST_F(CommandTest, OnlyInputsAndContainersNeedTheMediaModule) {
+TEST_F(CommandTest, NeedsTheMediaModuleForInputsAndContainersOnly) {
   ASSERT_EQ(
       Run("record --fps 25 -o a.avi media/clip25.h264 media/mono8k.wav media/clip15.mjpeg").code,
       0);
@@ -79,29 +81,29 @@ TEST_F(CommandTest, OnlyInputsAndContainersNeedTheMediaModule) {
   for (Call const& call : calls) {
     Result const result = Shell("bin/kestro-avi " + call.arguments);
     EXPECT_EQ(result.code, call.code) << call.arguments << "\n" << result.err;
-    EXPECT_THAT(result.err, testing::HasSubstr(call.said)) << call.arguments;
+    EXPECT_THAT(result.err, HasSubstr(call.said)) << call.arguments;
   }
   Write("bin/media/libkestromedia.so", "no module");
   Result const broken = Shell("bin/kestro-avi record -o b.avi media/clip25.mp4");
   EXPECT_EQ(broken.code, 3);
-  EXPECT_THAT(broken.err, testing::HasSubstr("bin/media/libkestromedia.so: "));
+  EXPECT_THAT(broken.err, HasSubstr("bin/media/libkestromedia.so: "));
 }
 
-// Sound begins with the key frame that was chosen, to the sample, from whatever input it comes.
-TEST_F(CommandTest, PartsStayInStep) {
+// To the sample, in either order of inputs.
+TEST_F(CommandTest, AudioOfAPartBeginsWithItsKeyFrame) {
   constexpr std::size_t kSecond = std::size_t{48000} * 4;
-  std::string const sound = FileText(At("media/stereo48k.wav")).substr(44);
+  std::string const audio = FileText(At("media/stereo48k.wav")).substr(44);
   for (std::string inputs :
        {"media/clip25.h264 media/stereo48k.wav", "media/stereo48k.wav media/clip25.h264"}) {
     Result const result = Run("record --force -o a.avi --start 1.5 --duration 0.5 " + inputs);
     ASSERT_EQ(result.code, 0) << result.err;
     int const track = inputs[6] == 'c' ? 1 : 0;
-    EXPECT_EQ(Payload("a.avi", track), sound.substr(kSecond, kSecond / 2));
+    EXPECT_EQ(Payload("a.avi", track), audio.substr(kSecond, kSecond / 2));
     avi::AviFile const avi(At("a.avi"));
     EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(1 - track)].chunks, 13u);
   }
   ASSERT_EQ(Run("record -o s.avi --start 0.1 --duration 0.1 media/stereo48k.wav").code, 0);
-  EXPECT_EQ(Payload("s.avi", 0), sound.substr(kSecond / 10, kSecond / 10));
+  EXPECT_EQ(Payload("s.avi", 0), audio.substr(kSecond / 10, kSecond / 10));
 }
 
 TEST_F(CommandTest, ExitCodes) {
@@ -168,18 +170,19 @@ TEST_F(CommandTest, MistypedNamesAreExplained) {
               {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"}});
 }
 
-TEST_F(CommandTest, OutputIsDataAlone) {
+TEST_F(CommandTest, StandardOutputHasNoMessages) {
   ASSERT_EQ(Run("record -o a.avi media/mono8k.wav").code, 0);
-  EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out)) << "messages among it";
+  EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out))
+      << "messages in the output";
 }
 
-// What the plug-in prints looks like errors.
-TEST_F(CommandTest, PrintsOfThePluginAreShownOnRequestAndOnFailure) {
+// Which look like errors.
+TEST_F(CommandTest, ShowsPrintsOfThePluginOnRequestAndOnFailure) {
   ASSERT_EQ(Run("record -o a.avi --strn name media/clip25.h264 media/mono8k.wav").code, 0);
   struct {
     std::string arguments;
     int code;
-    char const* shown;  // null: nothing of the plug-in
+    char const* shown;  // null: nothing
   } const calls[] = {
       {"record -o b.avi media/clip25.h264", 0, nullptr},
       {"record -o c.avi --duration 1 --progress json media/clip25.h264", 0, nullptr},
@@ -204,12 +207,60 @@ TEST_F(CommandTest, PrintsOfThePluginAreShownOnRequestAndOnFailure) {
       EXPECT_THAT(result.err, none) << call.arguments;
       continue;
     }
-    EXPECT_THAT(result.err, testing::HasSubstr(call.shown)) << call.arguments;
-    EXPECT_THAT(result.err, testing::HasSubstr("kestro-avi: the plug-in printed:\n"));
+    EXPECT_THAT(result.err, HasSubstr(call.shown)) << call.arguments;
+    EXPECT_THAT(result.err, HasSubstr("kestro-avi: the plug-in printed:\n"));
   }
 }
 
-// Prints from two threads at once, of which only the last fit.
+class TerminalTest : public Command {
+ protected:
+  void SetUp() override {
+    Command::SetUp();
+    ASSERT_EQ(Run("record --junk 1001 -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
+  }
+  Result OnTerminal(std::string const& variables, std::string const& arguments) {
+    return Shell("TERM=xterm " + variables + " script -qec '" TEST_TOOL " " + arguments +
+                 "' /dev/null");
+  }
+};
+
+TEST_F(TerminalTest, ColoursTreesOnTerminalsOnly) {
+  if (!Has("script")) GTEST_SKIP() << "no script";
+  std::string const plain = Run("info --tree a.avi").out;
+  EXPECT_EQ(plain.find('\033'), plain.npos);
+  std::string const coloured = OnTerminal("NO_COLOR=", "info --tree a.avi").out;
+  EXPECT_THAT(coloured, HasSubstr("\033[32mLIST movi\033[0m"));
+  EXPECT_EQ(std::regex_replace(coloured, std::regex("\033\\[\\d*m|\r"), ""), plain);
+  EXPECT_EQ(Replaced(OnTerminal("NO_COLOR=1", "info --tree a.avi").out, "\r", ""), plain);
+}
+
+TEST_F(TerminalTest, ProgressEndsWithTheTotal) {
+  auto const last = [](std::string const& text) {
+    auto const at = text.rfind("{\"verb\"");
+    return at == text.npos ? json() : json::parse(text.substr(at, text.find('\n', at) - at));
+  };
+  for (std::string verb :
+       {"record -o b.avi media/clip25.h264", "verify a.avi b.avi",
+        "record -o c.avi --duration 1 media/mono8k.wav", "extract --track 0:a.mp4 a.avi",
+        "repair -o d.avi a.avi", "play --from 1 --mode back a.avi"}) {
+    Result const result = Run(verb + " --progress json");
+    json const line = last(result.err);
+    EXPECT_EQ(line["verb"], verb.substr(0, verb.find(' '))) << result.err;
+    EXPECT_GT(line["total"], 0) << verb;
+    EXPECT_EQ(line["done"], line["total"]) << verb;
+  }
+  json const full = last(Shell("trap '' XFSZ; ulimit -f 100; " TEST_TOOL
+                               " record --progress json -o e.avi media/stereo48k.wav")
+                             .err);
+  EXPECT_LT(full["done"], full["total"]);
+  if (!Has("script")) return;
+  std::string const bar =
+      OnTerminal("", "record --realtime --duration 0.4 -o f.avi media/clip25.h264").out;
+  EXPECT_THAT(bar, HasSubstr("record [#"));
+  EXPECT_THAT(bar.substr(bar.rfind("\r\033[K")), HasSubstr("\033[Kkestro-avi: f.avi: 10 packets"));
+}
+
+// More than is kept, from two threads at once.
 static void PrintMuch() {
   auto const print = [] {
     for (int i = 0; i < 5000; ++i) {
@@ -224,7 +275,7 @@ static void PrintMuch() {
   base::ErrorLineAt("plugin", 0, "Function", "the last one");
 }
 
-TEST(PrintsTest, TheLastAreKept) {
+TEST(PrintsTest, KeepsTheLastOnes) {
   auto const end = testing::EndsWith("\n\033[31mplugin/0/Function:\tthe last one\033[0m\n");
   auto const length = testing::SizeIs(testing::AllOf(testing::Ge(65000u), testing::Le(66000u)));
   auto const begin =
@@ -237,10 +288,9 @@ TEST(PrintsTest, TheLastAreKept) {
   };
   EXPECT_EXIT(show(), testing::ExitedWithCode(0), testing::AllOf(end, length, begin));
   // After the text of the assertion.
-  EXPECT_EXIT(
-      (PrintMuch(), base::AssertFail("it holds", "file.cpp", 1, "Function")),
-      testing::KilledBySignal(SIGABRT),
-      testing::AllOf(end, testing::HasSubstr("Assertion `it holds' failed.\nkestro-avi: ")));
+  EXPECT_EXIT((PrintMuch(), base::AssertFail("it holds", "file.cpp", 1, "Function")),
+              testing::KilledBySignal(SIGABRT),
+              testing::AllOf(end, HasSubstr("Assertion `it holds' failed.\nkestro-avi: ")));
 }
 
 }  // namespace

@@ -7,13 +7,13 @@
 
 namespace kestro::tool {
 
-// Ten frames of 25 fps. Tracks: H.264, HEVC, two of sound, text, motion JPEG. Sizes are odd and
-// even; every second frame of HEVC is a key frame.
+// Ten frames of 25 fps in H.264, HEVC and motion JPEG, two audio tracks and text. Sizes are odd and
+// even; every second HEVC frame is a key frame.
 class EveryKind : public Command {
  protected:
-  enum { kH264, kHevc, kSound, kMono, kText, kJpeg, kTracks };
+  enum { kH264, kHevc, kAudio, kMono, kText, kJpeg, kTracks };
   struct Text {
-    int frame;  // in front of which it lies
+    int frame;  // that it precedes
     std::string text;
   };
   std::vector<Text> const _texts = {{0, "odd"}, {4, "zwei"}, {4, "\xC3\xA4\n\nblank"}, {10, "end"}};
@@ -25,8 +25,8 @@ class EveryKind : public Command {
     LoadAviPlugin(TEST_PLUGIN);
     MemoryIO io;
     Recording recording(&io);
-    recording.Track(VideoMedia()).Track(VideoMedia("hevc", 64, 48)).Track(SoundMedia());
-    recording.Track(SoundMedia(8000, 1, 320)).Track(VideoMedia("txt")).Track(VideoMedia("jpeg"));
+    recording.Track(VideoMedia()).Track(VideoMedia("hevc", 64, 48)).Track(AudioMedia());
+    recording.Track(AudioMedia(8000, 1, 320)).Track(VideoMedia("txt")).Track(VideoMedia("jpeg"));
     ASSERT_TRUE(recording.Open());
     auto const push = [&](int track, std::string const& data, std::string const& stored, bool key) {
       EXPECT_TRUE(recording.Push(track, data, key));
@@ -46,9 +46,9 @@ class EveryKind : public Command {
       push(kH264, i == 0 ? KeyFrame(some) : Frame(some),
            i == 0 ? StoredKeyFrame(some) : StoredFrame(some), i == 0);
       push(kHevc, delimiter + hevc, hevc, i % 2 == 0);
-      for (int track : {kSound, kMono}) {
-        std::string const sound(track == kSound ? 7680 : 640, static_cast<char>('a' + i));
-        push(track, sound, sound, false);
+      for (int track : {kAudio, kMono}) {
+        std::string const audio(track == kAudio ? 7680 : 640, static_cast<char>('a' + i));
+        push(track, audio, audio, false);
       }
       _pictures.push_back(picture);
       push(kJpeg,

@@ -1,4 +1,4 @@
-// Tracks out again: what was recorded comes back.
+// kestro-avi extract gives back what was recorded.
 #include <iterator>
 #include <sstream>
 
@@ -12,7 +12,7 @@ using testing::HasSubstr;
 
 class ExtractTest : public EveryKind {
  protected:
-  // A hash for every decoded frame, or every 1024 samples, in order of time.
+  // A hash of every decoded frame, or of every 1024 samples, in order of time.
   std::string Pictures(std::string const& name) { return Hashes(name, "-map 0:v:0"); }
   std::string Hashes(std::string const& name, std::string const& options) {
     Result const result = Shell("ffmpeg -nostdin -v error -i " + name + " " + options +
@@ -30,19 +30,19 @@ class ExtractTest : public EveryKind {
   }
 };
 
-// Delimiters and none, three-byte start codes, several slices, frames out of order.
+// With delimiters and without, three-byte start codes, several slices, reordered frames.
 TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
   struct {
-    std::string clip, ending, sound;
+    std::string clip, ending, audio;
   } const inputs[] = {{"clip25", "h264", "stereo48k"},
                       {"clip2997", "h264", "mono8k"},
                       {"clip-noaud", "h264", "mono8k"},
                       {"clip25", "h265", "mono8k"}};
   for (auto const& in : inputs) {
     std::string const video = "media/" + in.clip + "." + in.ending, raw = "out/a-0." + in.ending;
-    std::string const sound = "media/" + in.sound + ".wav";
+    std::string const audio = "media/" + in.audio + ".wav";
     SCOPED_TRACE(video);
-    Expect("", {{"record --force -o a.avi " + video + " " + sound, 0, ""},
+    Expect("", {{"record --force -o a.avi " + video + " " + audio, 0, ""},
                 {"extract --force -o out a.avi", 0, ""},
                 {"extract --force a.avi --track 0:b.mkv --track 1:b.mkv", 0, ""},
                 {"extract --force a.avi --track 0:b.mp4", 0, ""}});
@@ -50,13 +50,13 @@ TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
     Damage("v.avi", "lost.avi", 2, kOffset, 1000);
     Expect("extract --force lost.avi", {{"--track 0:lost.mkv", 1, "offset 1000: no chunk 00dc"}});
     EXPECT_TRUE(FileText(At(raw)) == Payload("a.avi", 0));
-    EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At(sound)));
+    EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At(audio)));
     if (!Has("ffmpeg")) continue;
     for (std::string const& copy :
          {std::string("a.avi"), raw, std::string("b.mp4"), std::string("b.mkv")})
       EXPECT_EQ(Pictures(copy), Pictures(video)) << copy;
     std::string const blocks = "-map 0:a:0 -af asetnsamples=n=1024:p=0 -c:a pcm_s16le";
-    EXPECT_EQ(Hashes("b.mkv", blocks), Hashes(sound, blocks));
+    EXPECT_EQ(Hashes("b.mkv", blocks), Hashes(audio, blocks));
     avi::AviTrack const track = avi::AviFile(At("a.avi")).Tracks()[0];
     for (std::string file : {"b.mp4", "b.mkv", "lost.mkv"}) {
       std::vector<double> const times = Times(file);
@@ -89,7 +89,7 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
   char const* const names[] = {"a-0.h264", "a-1.h265", "a-2.wav", "a-3.wav", "", "a-5.mjpeg"};
   avi::AviFile const avi(At("a.avi"));
   for (int i = 0; i < kTracks; ++i) {
-    bool const wave = i == kSound || i == kMono;
+    bool const wave = i == kAudio || i == kMono;
     EXPECT_EQ(avi.Tracks()[static_cast<std::size_t>(i)].bytes, _payload[i].size()) << i;
     if (i != kText) {
       EXPECT_EQ(FileText(At("out") / names[i]).substr(wave ? 44 : 0), _payload[i]) << i;
@@ -104,7 +104,7 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
   for (std::size_t i = 0; i < _pictures.size(); ++i)
     EXPECT_EQ(FileText(At((i < 9 ? "0" : "") + std::to_string(i + 1) + ".jpg")), _pictures[i]);
   EXPECT_THAT(FileText(At("out/a-4.srt")), HasSubstr("\n4\n00:00:00,400 --> 00:00:02,400\nend\n"));
-  // A reader of movi alone meets the texts in the same places.
+  // A reader of movi alone finds the texts in the same places.
   EXPECT_EQ(FileText(At("n.srt")), FileText(At("out/a-4.srt")));
 }
 
@@ -130,7 +130,7 @@ TEST_F(ExtractTest, TimesTextByFrames) {
 TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
   MakeUnusual("a.avi");
-  Damage("a.avi", "lost.avi", 2, kOffset, 1000);  // a piece of sound
+  Damage("a.avi", "lost.avi", 2, kOffset, 1000);  // a piece of audio
   Damage("a.avi", "long.avi", 2, kSize, 5000);
   std::string few = FileText(At("a.avi"));
   Put(few, few.rfind("idx1") + 4, 2 * 16);
@@ -139,27 +139,27 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
                 "media/clip25.h264 media/stereo48k.wav")
                 .code,
             1);
-  std::string const sound = Payload("a.avi", 1), rest = sound.substr(0, 3840) + sound.substr(7680);
-  ASSERT_EQ(avi::AviFile(At("a.avi")).Tracks()[1].bytes, sound.size());
+  std::string const audio = Payload("a.avi", 1), rest = audio.substr(0, 3840) + audio.substr(7680);
+  ASSERT_EQ(avi::AviFile(At("a.avi")).Tracks()[1].bytes, audio.size());
   struct {
     std::string file;
     int code;
-    std::string sound;
+    std::string audio;
     char const* said;
   } const cases[] = {
-      {"relative", 0, sound, "count from movi"},
-      {"noindex", 0, sound, "every chunk in movi"},
-      {"nowhere", 1, sound, "does not lead to chunks"},
-      {"empty", 1, sound, "index is empty"},
-      {"cut", 1, sound.substr(0, 6 * 3840), "no whole chunk"},
-      {"few", 1, sound, "the index names 2 of 250 chunks with data"},
-      {"full", 1, sound, "the index names 64 of 250 chunks with data"},
+      {"relative", 0, audio, "count from movi"},
+      {"noindex", 0, audio, "every chunk in movi"},
+      {"nowhere", 1, audio, "does not lead to chunks"},
+      {"empty", 1, audio, "index is empty"},
+      {"cut", 1, audio.substr(0, 6 * 3840), "no whole chunk"},
+      {"few", 1, audio, "the index names 2 of 250 chunks with data"},
+      {"full", 1, audio, "the index names 64 of 250 chunks with data"},
       {"lost", 1, rest, "offset 1000: no chunk 01wb of 3840 bytes"},
       {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
   };
   for (auto const& c : cases) {
     Expect("extract -o out", {{c.file + ".avi", c.code, c.said}});
-    EXPECT_EQ(FileText(At("out/" + c.file + "-1.wav")).substr(44), c.sound) << c.file;
+    EXPECT_EQ(FileText(At("out/" + c.file + "-1.wav")).substr(44), c.audio) << c.file;
   }
   EXPECT_EQ(FileText(At("out/few-0.h264")), Payload("a.avi", 0));
   Expect("info few.avi", {{"", 0, "    150 chunks (1 in the index), 576000 bytes"},
@@ -172,7 +172,7 @@ TEST_F(ExtractTest, ExitCodes) {
   Write("old.wav", "old");
   Make("b.avi");
   std::string alone = Replaced(FileText(At("b.avi")), "vids", "none");
-  Write("alone.avi", alone);  // texts that time themselves
+  Write("alone.avi", alone);  // the texts have times of their own
   Write("untimed.avi", alone.replace(alone.find("txts") + 24, 4, 4, '\0'));
   Write("text.avi", "no film");
   Expect("extract", {{"a.avi --track 0", 2, "N:OUT"},

@@ -1,5 +1,5 @@
-// Hostile and damaged files: every verb that reads ends with an exit code and, where it is not
-// done, says why.
+// Hostile and damaged files: every verb that reads ends with an exit code and, where it failed, a
+// reason.
 #include "Command.h"
 #include "cli/Errors.h"
 #include "support/HostileFiles.h"
@@ -9,7 +9,7 @@ namespace {
 
 class HostileCommand : public Command, public testing::WithParamInterface<char const*> {
  protected:
-  // A hang is told by the time that the processor was busy, whatever else the machine does.
+  // A hang is limited by processor time, as the machine may be busy.
   Result Bounded(std::string const& arguments) {
     return Shell("ulimit -t 10; timeout 300 " TEST_TOOL " " + arguments);
   }
@@ -33,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(Verbs, HostileCommand,
                          testing::Values("extract --force -o tracks", "repair --force -o whole.avi",
                                          "play"));
 
-// These take many files at a time, and tell of each.
+// These take many files at a time, and name each.
 TEST_F(HostileCommand, DescribesAndChecksAll) {
   auto files = test::HostileFiles();
   for (auto const& file : test::HostileSizes()) files.push_back(file);
@@ -50,8 +50,7 @@ TEST_F(HostileCommand, DescribesAndChecksAll) {
   }
 }
 
-// What the index promises and what the data has lost are settled without looking at all of either
-// for each of the other.
+// In time that does not grow with entries times holes.
 TEST_F(HostileCommand, RepairsManyHoles) {
   auto const film = test::HostileBase();
   test::Bytes const entry = test::Bytes().Cc("00dc").U32(0).U32(~0u).U32(4);

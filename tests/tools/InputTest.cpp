@@ -1,4 +1,4 @@
-// From a container's packets to those of a recording: start codes, frame rates, sound blocks.
+// From the packets of a container to those of a recording: start codes, frame rates, audio blocks.
 #include "Command.h"
 #include "cli/Errors.h"
 #include "cli/Text.h"
@@ -31,15 +31,15 @@ Bytes Hex(std::string const& text) {
 // Units: 09 delimiter, 06 SEI, 67 SPS, 68 PPS, 65 IDR slice, 41 slice.
 constexpr char kRecord[] = "01 42 00 0A FF E1 0002 67AA 01 0002 68BB";       // length prefixes of 4
 constexpr char kShortRecord[] = "01 42 00 0A FD E1 0002 67AA 01 0002 68BB";  // of 2
-// 40 VPS, 42 SPS, 44 PPS, 46 delimiter, 4E SEI, 26 IDR slice, 02 slice; the record's SEI is not
-// taken, and its lists come in any order.
+// 40 VPS, 42 SPS, 44 PPS, 46 delimiter, 4E SEI, 26 IDR slice, 02 slice. The SEI is left out; the
+// lists come in any order.
 constexpr char kHevcRecord[] =
     "01 01 60000000 900000000000 5A F000 FC FD F8 F8 0000 0F 04"
     "A7 0001 0002 4E11 A2 0001 0003 440133 A0 0001 0002 4001 A1 0002 0002 4201 0002 4202";
 constexpr char kStreamSets[] = ":67AA :68BB";
 
 struct UnitCase {
-  std::string name;  // those of HEVC say so
+  std::string name;  // begins with "HEVC" for that codec
   char const *extra, *in;
   bool key;
   char const* out;
@@ -54,13 +54,12 @@ struct UnitCase {
     {"length beyond the packet", kRecord, "00000002 41AA 000000FF 41", false, "|41AA", false},
     {"length cut off", kRecord, "00000002 41AA 0000", false, "|41AA", false},
     {"key frame gets its sets", kRecord, "00000002 65AA", true, "|67AA |68BB |65AA"},
-    {"sets go behind the delimiter, ahead of SEI", kRecord,
+    {"sets follow the delimiter and precede SEI", kRecord,
      "00000002 09F0 00000002 0601 00000002 65AA", true, "|09F0 |67AA |68BB |0601 |65AA"},
     {"own sets suffice", kRecord, "00000002 67CC 00000002 68DD 00000002 65AA", true,
      "|67CC |68DD |65AA"},
     {"missing PPS", kRecord, "00000002 67CC 00000002 65AA", true, "|67CC |68BB |65AA"},
-    {"missing SPS goes in front", kRecord, "00000002 68DD 00000002 65AA", true,
-     "|67AA |68DD |65AA"},
+    {"missing SPS comes first", kRecord, "00000002 68DD 00000002 65AA", true, "|67AA |68DD |65AA"},
     {"byte stream without sets", kStreamSets, "|65AA", true, "|67AA |68BB |65AA"},
     {"byte stream with sets", kStreamSets, ":67CC |65AA", true, "|67CC |65AA"},
     {"HEVC sets", kHevcRecord, "00000002 4601 00000002 4E01 00000003 260188", true,
@@ -156,10 +155,10 @@ TEST(Text, IsPlain) {
   EXPECT_EQ(PlainText("no event", true), "");
 }
 
-// Where each text lies: the number of video frames in front of it.
+// The place of a text: the number of video frames before it.
 using TextTest = Command;
 
-TEST_F(TextTest, LiesInFrontOfTheNearestFrame) {
+TEST_F(TextTest, PrecedesTheNearestFrame) {
   Write("a.jsonl",
         "{\"pts_ms\":1019,\"text\":\"c\"}\n\n{\"pts_ms\":0,\"text\":\"a\"}\n"
         "{\"pts_ms\":1021,\"text\":\"d\"}\r\n{\"pts_ms\":1000,\"text\":\"b\"}\n"
@@ -199,18 +198,18 @@ TEST_F(TextTest, LiesInFrontOfTheNearestFrame) {
   }
 }
 
-// Sound at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation
+// Audio at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation
 // "10a" is 10 ms of the first piece that was added, '-' silence; '|' ends a block.
-struct SoundCase {
+struct AudioCase {
   char const* name;
   std::vector<std::pair<int, int>> pieces;  // time and length in ms
-  char const* sound;
+  char const* audio;
   int limit_ms = -1;
   bool exact = false;
   unsigned jumps = 0;
 };
 
-SoundCase const kSounds[] = {
+AudioCase const kAudios[] = {
     {"blocks", {{0, 50}, {50, 50}}, "40a|10a30b|20b|"},
     {"begins a little late, and what follows too", {{40, 40}, {81, 40}}, "40a|40b|"},
     {"begins late", {{41, 40}}, "40-|1-39a|1a|"},
@@ -230,7 +229,7 @@ SoundCase const kSounds[] = {
 };
 
 TEST(AudioBlocks, KeepStep) {
-  for (SoundCase const& c : kSounds) {
+  for (AudioCase const& c : kAudios) {
     SCOPED_TRACE(c.name);
     constexpr std::int64_t kMs = 1000000;
     AudioBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs, c.exact);
@@ -238,7 +237,7 @@ TEST(AudioBlocks, KeepStep) {
     for (auto const& [time, length] : c.pieces)
       blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));
     blocks.End();
-    std::string sound;
+    std::string audio;
     std::int64_t samples = 0;
     while (blocks.Ready()) {
       EXPECT_EQ(blocks.NextTime_ns(), samples * kMs);
@@ -246,12 +245,12 @@ TEST(AudioBlocks, KeepStep) {
       samples += static_cast<std::int64_t>(block.size()) / 2;
       for (std::size_t i = 0, begin = 0; i < block.size(); i += 2) {
         if (i + 2 < block.size() && block[i + 2] == block[begin]) continue;
-        sound += std::to_string((i + 2 - begin) / 2) + (block[i] == 0 ? '-' : char(block[i]));
+        audio += std::to_string((i + 2 - begin) / 2) + (block[i] == 0 ? '-' : char(block[i]));
         begin = i + 2;
       }
-      sound += '|';
+      audio += '|';
     }
-    EXPECT_EQ(sound, c.sound);
+    EXPECT_EQ(audio, c.audio);
     EXPECT_EQ(blocks.Jumps(), c.jumps);
   }
 }

@@ -1,7 +1,6 @@
-// Recordings that were cut off, and what becomes of them.
+// kestro-avi repair: what it keeps of recordings that were cut off or damaged.
 #include "repair/Repair.h"
 
-#include <nlohmann/json.hpp>
 #include <random>
 
 #include "EveryKind.h"
@@ -13,12 +12,11 @@
 namespace kestro::tool {
 namespace {
 
-using nlohmann::json;
 using test::Shape;
 using testing::HasSubstr;
 
 enum Way { kPlain, kInPlace, kImage, kCallback };
-constexpr unsigned kHeader = 604;  // with the head of movi
+constexpr unsigned kHeader = 604;  // with the header of movi
 
 struct Stored {
   std::string id, payload;
@@ -34,7 +32,7 @@ void Keep(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned
 
 class RepairTest : public EveryKind {
  protected:
-  // A recording of sixteen packets that is synced at each, as it was at the eighth and is at last.
+  // A recording of sixteen packets, each followed by a sync: after the eighth, and closed.
   struct Recorded {
     std::string middle, image, closed;
     std::size_t start, end;  // of the data
@@ -43,7 +41,7 @@ class RepairTest : public EveryKind {
     LoadAviPlugin(TEST_PLUGIN);
     base::ConsoleCapture quiet;
     Shape shape;
-    shape.sound = true;
+    shape.audio = true;
     shape.isft = "soft";
     shape.strd = "data";
     shape.reserve = 20 * 16;
@@ -63,16 +61,16 @@ class RepairTest : public EveryKind {
       r.muxer->Set("periodicSyncHeaderSize", u64{kHeader});
       r.muxer->Set("periodicSyncIdx1Size", index + 8);
     }
-    r.Track(test::VideoMedia()).Track(test::SoundMedia(8000, 1, 4));
+    r.Track(test::VideoMedia()).Track(test::AudioMedia(8000, 1, 4));
     EXPECT_TRUE(r.Open());
     Recorded made;
     _stored.clear();
     for (int i = 0; i < 16; ++i) {
       std::string const some(static_cast<std::size_t>(i), 'x');
-      bool const sound = i % 2 == 1, key = i % 6 == 0;
-      std::string const data = sound ? some + "s" : key ? test::KeyFrame(some) : test::Frame(some);
-      EXPECT_TRUE(r.Push(sound, data, key, i * 40));
-      _stored.push_back({sound ? "01wb" : "00dc", sound ? data : data.substr(6), key, 0});
+      bool const audio = i % 2 == 1, key = i % 6 == 0;
+      std::string const data = audio ? some + "s" : key ? test::KeyFrame(some) : test::Frame(some);
+      EXPECT_TRUE(r.Push(audio, data, key, i * 40));
+      _stored.push_back({audio ? "01wb" : "00dc", audio ? data : data.substr(6), key, 0});
       if (i == 7) made.middle.assign(io.bytes.begin(), io.bytes.end());
       if (i == 7) made.image = handedOver;
     }
@@ -98,7 +96,7 @@ class RepairTest : public EveryKind {
     return error.Code();
   }
 
-  // What the output holds, by its data; its index agrees, as a check finds.
+  // The packets of the output, whose index must be right.
   std::vector<Stored> Mended() {
     Findings findings;
     EXPECT_TRUE(Verify(At("out.avi"), true, findings));
@@ -123,8 +121,8 @@ bool operator==(Stored const& a, Stored const& b) {
 }
 void PrintTo(Stored const& s, std::ostream* out) { *out << s.id << " of " << s.payload.size(); }
 
-// Whatever wrote it, and wherever it ends: each packet that is complete is kept, and no other.
-TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
+// Wherever the file ends.
+TEST_F(RepairTest, KeepsEveryCompletePacketAndNoOther) {
   std::string ordinary;
   for (Way way : {kPlain, kInPlace, kImage, kCallback}) {
     Recorded const made = Record(way);
@@ -132,7 +130,7 @@ TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
     std::string const cut = made.middle.substr(0, made.start) + data;
     struct State {
       std::string bytes, image;
-      long promised;  // packets that an index in front or in the side file names
+      long promised;  // packets named by an index before the data or in the side file
     };
     std::vector<State> states = {{made.closed, "", way == kInPlace || way == kImage ? 16 : 0},
                                  {cut, "", way == kInPlace ? 8 : 0}};
@@ -162,7 +160,7 @@ TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
         ASSERT_TRUE(FileText(At("in.avi")) == state.bytes.substr(0, length));
       }
     }
-    // The index goes behind the data: nothing else distinguishes this way.
+    // Only the place of the index distinguishes this way, and repair puts it after the data.
     Write("in.avi", made.closed);
     Mend();
     if (way == kInPlace) {
@@ -171,66 +169,56 @@ TEST_F(RepairTest, EveryLengthKeepsEveryWholePacket) {
   }
 }
 
-// Wherever a sector of zeros, or another's data, takes the place of one, or a chunk's header is
-// gone or tells a wrong size: what the damage spares is kept, and what the index tells in spite of
-// it.
-TEST_F(RepairTest, DamageCostsOnlyWhatItHits) {
+// Expects all packets that are spared, in their order; returns how many are not.
+template <class Spared>
+std::size_t ExpectSpared(std::vector<Stored> const& all, std::vector<Stored> const& out,
+                         Spared spared) {
+  std::size_t hit = 0;
+  auto next = out.begin();
+  for (Stored const& stored : all) {
+    if (!spared(stored)) {
+      ++hit;
+      continue;
+    }
+    while (next != out.end() && !(*next == stored)) ++next;
+    if (next == out.end()) ADD_FAILURE() << "lost " << stored.id << " at " << stored.offset;
+    if (next == out.end()) break;
+  }
+  return hit;
+}
+
+// Or has a wrong size. With an index, by which some packets are kept nevertheless, and without.
+TEST_F(RepairTest, ALostChunkHeaderCostsOnlyItsPacket) {
   Make("in.avi");
   Mend();
   std::string const bytes = FileText(At("in.avi"));
-  EXPECT_TRUE(FileText(At("out.avi")) == bytes);
+  EXPECT_TRUE(FileText(At("out.avi")) == bytes) << "an intact file was changed";
   std::vector<Stored> const all = Mended();
-  std::size_t const end = bytes.rfind("idx1");
-  struct Hole {
-    std::size_t at;
-    std::string put;
-    Stored const* header;  // of this one; null for a sector
-  };
-  std::vector<Hole> holes;
-  for (std::size_t at = bytes.find("movi") + 4, next; at < end; at = next) {
-    next = std::min(end, at / 512 * 512 + 512);
-    holes.push_back({at, std::string(next - at, at % 1024 < 512 ? '\0' : '\x7F'), nullptr});
-  }
-  // No header, a size beyond the file, and a smaller one.
-  for (std::string const& put :
-       {std::string("........"), std::string("\xFF\xFF\xFF\x01"), std::string("\4\0\0\0", 4)})
-    for (Stored const& stored : all)
-      if (put[0] != 4 || stored.payload.size() >= 4)  // would reach into the next one
-        holes.push_back({stored.offset + 8 - put.size(), put, &stored});
-  for (bool indexed : {true, false})
-    for (Hole const& hole : holes) {
-      SCOPED_TRACE(testing::Message() << hole.at << " " << hole.put.substr(0, 8) << indexed);
-      std::string damaged = bytes.substr(0, indexed ? bytes.size() : end);
-      Write("in.avi", damaged.replace(hole.at, hole.put.size(), hole.put));
-      RepairReport const report = Mend();
-      std::vector<Stored> const out = Mended();
-      bool const told =
-          hole.header && indexed && hole.header->id[3] != 'x' && hole.header->id != "05dc";
-      auto next = out.begin();
-      std::size_t hit = 0;
-      for (Stored const& stored : all) {
-        bool const spared =
-            told || stored.End() <= hole.at || stored.offset >= hole.at + hole.put.size();
-        hit += !spared;
-        while (spared && next != out.end() && !(*next == stored)) ++next;
-        ASSERT_NE(next, out.end()) << stored.id << " at " << stored.offset;
+  for (bool const indexed : {true, false})
+    // No header, a size beyond the file, and a smaller one.
+    for (std::string const& put :
+         {std::string("........"), std::string("\xFF\xFF\xFF\x01"), std::string("\4\0\0\0", 4)})
+      for (Stored const& header : all) {
+        if (put[0] == 4 && header.payload.size() < 4) continue;  // reaches into the next one
+        std::size_t const at = header.offset + 8 - put.size();
+        SCOPED_TRACE(testing::Message() << at << " " << put << indexed);
+        std::string damaged = bytes.substr(0, indexed ? bytes.size() : bytes.rfind("idx1"));
+        Write("in.avi", damaged.replace(at, put.size(), put));
+        RepairReport const report = Mend();
+        std::vector<Stored> const out = Mended();
+        bool const named = indexed && header.id[3] != 'x' && header.id != "05dc";
+        std::size_t const hit = ExpectSpared(all, out, [&](Stored const& stored) {
+          return named || stored.End() <= at || stored.offset >= at + put.size();
+        });
+        EXPECT_GE(out.size() + hit, all.size());
+        EXPECT_LE(out.size(), all.size());
+        EXPECT_EQ(report.kept.packets, out.size());
       }
-      ASSERT_GE(out.size() + hit, all.size());
-      ASSERT_LE(out.size(), all.size());
-      for (Stored const& packet : out)  // zeros are sound
-        EXPECT_TRUE(hole.header || packet.id[2] == 'w' || hole.put[0] == '\x7F' ||
-                    std::find(all.begin(), all.end(), packet) != all.end())
-            << packet.id;
-      EXPECT_EQ(report.kept.packets, out.size());
-      if (!indexed || hole.header) continue;
-      EXPECT_EQ(report.kept.packets + report.lost.packets, all.size());
-      EXPECT_EQ(report.Complete(), out.size() == all.size());
-    }
 }
 
-// Wherever the sector lies in what the tool records: every packet outside it comes back, and with a
-// head that is gone the rest is as with it.
-TEST_F(RepairTest, ASectorOfGarbageCostsWhatItHolds) {
+// Wherever it lies, of random bytes or zeros: every packet outside it is kept, and a lost head is
+// replaced from its copy.
+TEST_F(RepairTest, ALostSectorCostsOnlyWhatItHolds) {
   LoadAviPlugin(TEST_PLUGIN);
   std::mt19937 random(1);
   Write("t.srt", "1\n00:00:00,100 --> 00:00:00,200\ntext\n");
@@ -240,40 +228,35 @@ TEST_F(RepairTest, ASectorOfGarbageCostsWhatItHolds) {
         "--sync callback --fps 15 media/mono8k.wav media/clip15.mjpeg"}) {
     ASSERT_EQ(Run("record --force --duration 0.24 -o in.avi " + options).code, 0);
     std::string const bytes = FileText(At("in.avi"));
-    std::size_t const start = bytes.find("movi") + 4;
-    EXPECT_EQ(start % 4096, 0u);
+    std::size_t at = bytes.find("movi") + 4;
+    EXPECT_EQ(at % 4096, 0u);
     Mend();
     std::string const whole = FileText(At("out.avi"));
     std::vector<Stored> all = Mended();
-    std::size_t at = start;
     for (Stored& stored : all) stored.offset = at, at = stored.End() + stored.payload.size() % 2;
     for (std::size_t sector : {512, 4096})
       for (std::size_t from = 0; from < bytes.size(); from += sector) {
         SCOPED_TRACE(testing::Message() << options << ", " << sector << " at " << from);
         std::size_t const to = std::min(from + sector, bytes.size());
         std::string damaged = bytes;
-        for (std::size_t i = from; i < to; ++i) damaged[i] = static_cast<char>(random());
+        bool const zeros = from / sector % 2 == 1;
+        for (std::size_t i = from; i < to; ++i)
+          damaged[i] = static_cast<char>(zeros ? 0 : random());
         Write("in.avi", damaged);
         RepairReport const report = Mend();
-        std::vector<Stored> const out = Mended();
-        auto next = out.begin();
-        std::size_t hit = 0;
-        for (Stored const& stored : all) {
+        std::size_t const hit = ExpectSpared(all, Mended(), [&](Stored const& stored) {
           // Without its header, the size of some is not known.
           bool const sized = stored.id[3] != 'x' && stored.id != "01dc";
-          bool const spared = stored.End() <= from || stored.offset + (sized ? 8 : 0) >= to;
-          hit += !spared;
-          while (spared && next != out.end() && !(*next == stored)) ++next;
-          ASSERT_NE(next, out.end()) << stored.id << " at " << stored.offset;
-        }
+          return stored.End() <= from || stored.offset + (sized ? 8 : 0) >= to;
+        });
         EXPECT_LE(report.lost.packets, hit);
-        EXPECT_TRUE(report.headOfCopy || from != 0);
-        EXPECT_TRUE(to > 8192 || FileText(At("out.avi")) == whole);
+        EXPECT_TRUE(report.headOfCopy || from != 0) << "the copy of the head was not used";
+        EXPECT_TRUE(to > 8192 || FileText(At("out.avi")) == whole) << "another file";
       }
   }
 }
 
-// In slots, as they are now, the newest after others.
+// Stores images in the slots of a side file, the newest last.
 void PutSlots(std::string const& path, std::vector<std::string> const& images) {
   avi::SlotFile slots(path);
   for (std::string const& image : images)
@@ -334,7 +317,7 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
   EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("neither of its slots is whole")));
 }
 
-// What the muxer stores differently is told.
+// Which the muxer would store differently.
 TEST_F(RepairTest, WarnsOfWhatOtherWritersStore) {
   std::string const made = Record(kPlain).closed, head = made.substr(0, made.find("movi") - 8);
   test::Bytes data, index;
@@ -353,125 +336,6 @@ TEST_F(RepairTest, WarnsOfWhatOtherWritersStore) {
   EXPECT_EQ(report.counts.trimmed.bytes, 6u);
   EXPECT_EQ(Mended(), (std::vector<Stored>{{"00dc", test::StoredKeyFrame("x"), true, 0},
                                            {"00dc", test::StoredFrame("y"), false, 0}}));
-}
-
-// The demuxer gives numbers to the tracks that it knows only.
-TEST_F(RepairTest, PutsMotionJpegAndTextLast) {
-  LoadAviPlugin(TEST_PLUGIN);
-  test::MemoryIO io;
-  test::Recording r(&io);
-  r.Track(test::VideoMedia("txt")).Track(test::VideoMedia("jpeg")).Track(test::SoundMedia());
-  r.Track(test::VideoMedia());
-  ASSERT_TRUE(r.Open());
-  std::string const picture = "\xFF\xD8jpg", sound(7680, 's');
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(r.Push(0, "text"));
-    EXPECT_TRUE(r.Push(1, "01dc" + std::string("\5\0\0\0", 4) + picture, true));
-    EXPECT_TRUE(r.Push(2, sound));
-    EXPECT_TRUE(r.Push(3, i == 0 ? test::KeyFrame("x") : test::Frame("x"), i == 0));
-  }
-  ASSERT_TRUE(r.Close());
-  Write("in.avi", {io.bytes.begin(), io.bytes.end()});
-  Expect("verify in.avi",
-         {{"", 0, "found text before audio pcm"}, {"", 0, "found video mjpeg before audio pcm"}});
-  Expect("repair",
-         {{"in.avi -o out.avi", 0, "track 1: video mjpeg: kept 3 packets, 15 bytes (track 3"}});
-  std::vector<Stored> const out = Mended();
-  ASSERT_EQ(out.size(), 12u);
-  EXPECT_EQ(std::vector<Stored>(out.begin(), out.begin() + 4),
-            (std::vector<Stored>{{"02tx", "text", false, 0},
-                                 {"03dc", picture, true, 0},
-                                 {"00wb", sound, false, 0},
-                                 {"01dc", test::StoredKeyFrame("x"), true, 0}}));
-  Expect("verify out.avi", {{"", 0, "clean"}});
-  Expect("play out.avi", {{"", 0, "out.avi: 6 packets"}});
-}
-
-// By the rules of "record".
-TEST_F(RepairTest, SaysWhenItChangesTheSpeed) {
-  Make("all.avi");
-  std::string const all = FileText(At("all.avi"));
-  struct {
-    unsigned rate, scale, time_us;  // in the headers of H.264 and HEVC, and in the main one
-    std::string options;
-    int code;
-    char const* said;
-    unsigned whole;  // what OUT says
-  } const cases[] = {
-      {250000, 10000, 40000, "", 0, "out.avi: 54 packets", 25},
-      {290000, 10000, 33366, "", 0, "out.avi: 54 packets", 29},
-      {30000, 1001, 33366, "", 0,
-       "note: in.avi, track 0: the file says 29 fps for 30000/1001; --fps chooses another rate",
-       29},
-      {30000, 1001, 33366, "--fps 30", 0, "out.avi: 54 packets", 30},
-      {25, 1, 40000, "--fps 12.5", 0, "the file says 12 fps for 125/10", 12},
-      {1000000, 16667, 16667, "", 0, "out.avi: 54 packets", 60},
-      {0, 0, 40000, "", 0, "out.avi: 54 packets", 25},
-      {1, 2, 2000000, "", 4,
-       "track 0: a frame rate of 1/2 cannot be recorded (1 to 1000; --fps overrides it)", 0},
-      {1, 2, 2000000, "--fps 1", 0, "out.avi: 54 packets", 1},
-      {0, 0, 0, "", 2, "the input does not tell its frame rate; name it with --fps", 0},
-      {25, 1, 40000, "--fps 0.5", 2, "a frame rate of 5/10 cannot", 0},
-      {25, 1, 40000, "--fps fast", 2, "--fps: \"fast\" is not a frame rate", 0},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.said);
-    std::string in = all;
-    Put(in, in.find("avih") + 8, c.time_us);
-    std::size_t const h264 = in.find("vids"), hevc = in.find("vids", h264 + 1);
-    for (std::size_t strh : {h264, hevc}) Put(in, strh + 20, c.scale), Put(in, strh + 24, c.rate);
-    Write("in.avi", in);
-    Result const result = Run("repair --force in.avi -o out.avi " + c.options);
-    EXPECT_EQ(result.code, c.code) << result.err;
-    EXPECT_THAT(result.err, HasSubstr(c.said));
-    bool const note = std::string(c.said).find("the file says") != std::string::npos;
-    EXPECT_EQ(result.err.find("the file says") != std::string::npos, note) << result.err;
-    if (c.code != 0) continue;
-    avi::AviTrack const track = avi::AviFile(At("out.avi")).Tracks()[kHevc];
-    EXPECT_EQ(std::pair(track.rate, track.scale), std::pair(c.whole * 10000, 10000u));
-  }
-  std::string two = all;
-  Put(two, two.find("vids", two.find("vids") + 1) + 24, 200000);  // of HEVC
-  Write("two.avi", two);
-  Expect("repair --force -o out.avi two.avi",
-         {{"", 1, "track 1: 20 fps beside 25 fps"}, {"--fps 20", 0, "out.avi: 54 packets"}});
-}
-
-TEST_F(RepairTest, TellsWhatItDid) {
-  Make("all.avi");
-  Damage("all.avi", "in.avi", 1, kFlags, 0);  // a key frame
-  Damage("in.avi", "in.avi", 6, kFlags, 0x10);
-  Damage("in.avi", "in.avi", 7, kOffset, 5);
-  auto const time = fs::last_write_time(At("in.avi"));
-  Result const mended = Run("repair --json in.avi -o out.avi");
-  EXPECT_EQ(mended.code, 0) << mended.err;
-  json const document = json::parse(mended.out);
-  EXPECT_EQ(document["tracks"].size(), kTracks);
-  EXPECT_EQ(std::tuple(document["keys_corrected"], document["entries_astray"], document["found"]),
-            std::tuple(2, 1, 1));
-  EXPECT_TRUE(FileText(At("out.avi")) == FileText(At("all.avi")));
-  EXPECT_TRUE(time == fs::last_write_time(At("in.avi")));
-
-  // Key frames of video that cannot be recorded are not looked for.
-  Write("foreign.avi", Replaced(FileText(At("all.avi")), "H264", "XVID"));
-  Result const foreign = Run("repair --json foreign.avi -o foreign-out.avi");
-  EXPECT_EQ(foreign.code, 1) << foreign.err;
-  EXPECT_EQ(json::parse(foreign.out)["keys_corrected"], 0);
-
-  Write("half.avi", FileText(At("all.avi")).substr(0, 50000));
-  Write("head.avi", FileText(At("all.avi")).substr(0, 200));
-  Write("x.avi.part", "precious");
-  Expect("repair", {{"half.avi -o new.avi", 1, "lost 1 packet, "},
-                    {"half.avi -o out.avi", 2, "exists already"},
-                    {"half.avi -o out.avi --force", 1, "lost 1 packet, "},
-                    {"half.avi -o half.avi --force", 2, "would be overwritten"},
-                    {"x.avi.part -o x.avi", 2, "would be overwritten"},
-                    {"half.avi -o a.avi --image none", 3, "none: No such file"},
-                    {"half.avi -o none/a.avi", 3, "none/a.avi"},
-                    {"head.avi -o a.avi", 4, "ends within its head"},
-                    {"half.avi -o a.avi --index first", 2, "--index"}});
-  EXPECT_FALSE(fs::exists(At("a.avi")) || fs::exists(At("a.avi.part")));
-  EXPECT_EQ(FileText(At("x.avi.part")), "precious");
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class SegmentTest : public Command {
     Run("extract --track " + std::to_string(track) + ":p.mjpeg " + file);
     return FileText(At("p.mjpeg"));
   }
-  // All blocks of a sound track but the last are as long as the first.
+  // All blocks of an audio track but the last are as long as the first.
   void ExpectBlocks(std::string const& file, int track) {
     std::vector<unsigned> sizes;
     avi::AviFile(At(file)).ForEachEntry([&](avi::IndexEntry const& entry) {
@@ -26,7 +26,7 @@ class SegmentTest : public Command {
   }
 };
 
-// The files' frames are not as long as blocks of sound, so that all cuts go through blocks.
+// Frames and audio blocks differ in length, so that all cuts go through blocks.
 TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
   Write(
       "t.srt",
@@ -37,7 +37,7 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
   struct {
     std::string options, inputs;
     std::vector<std::string> files;
-    std::vector<int> sounds;  // tracks
+    std::vector<int> audios;  // tracks
   } const cases[] = {
       {"--segment-time 1 -o a%02d.avi", all, {"a01.avi", "a02.avi", "a03.avi"}, {0, 2}},
       {"--segment-size 300K -o b.avi", all, {"b.avi", "b-00002.avi", "b-00003.avi"}, {0, 2}},
@@ -74,7 +74,7 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
     for (std::string const& file : c.files) {
       EXPECT_THAT(result.err, HasSubstr(file + ": "));
       EXPECT_FALSE(fs::exists(At(file + ".sync")));
-      for (int track : c.sounds) ExpectBlocks(file, track);
+      for (int track : c.audios) ExpectBlocks(file, track);
       if (c.inputs != all || file == c.files.back()) continue;
       avi::AviFile const avi(At(file));
       double const part = double(avi.Tracks()[1].chunks) * 1001 / 30000;
@@ -82,13 +82,13 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       seconds += part;
       pictures += avi.Tracks()[3].chunks;
       EXPECT_EQ(pictures, std::min(15.0, std::ceil(seconds * 11)))
-          << "those that begin in front of the cut";
+          << "those that begin before the cut";
     }
     EXPECT_EQ(Run("verify " + c.files[1]).code, tracks == 1 ? 0 : Run("verify whole.avi").code);
   }
 }
 
-TEST_F(SegmentTest, NamesAndFilesThatGrow) {
+TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
   Write("n-00002.avi", "old");
   Write("p1.avi", "old");
   Expect("record --segment-time 1 -o n.avi media/clip25.h264", {{"", 0, "n-00005.avi"}});

@@ -1,4 +1,4 @@
-// kestro-avi verify: each kind of damage is found where it is, and nothing in sound files.
+// kestro-avi verify: each kind of damage is found where it is, and nothing in intact files.
 #include "verify/Verify.h"
 
 #include <nlohmann/json.hpp>
@@ -11,7 +11,7 @@ namespace {
 
 class VerifyTest : public Command {
  protected:
-  // A recording with sound, and where everything stands in it.
+  // A recording with audio, its index entries and its chunks.
   void SetUp() override {
     Command::SetUp();
     ASSERT_EQ(Run("record -o a.avi media/clip2997.h264 media/mono8k.wav").code, 0);
@@ -21,7 +21,7 @@ class VerifyTest : public Command {
     for (avi::Chunk const& chunk : avi.Tree())
       _chunks[avi::CodeText(chunk.type != 0 ? chunk.type : chunk.id)] = chunk.offset;
   }
-  // Ids with the offset of the first finding of each; what is above a note only, if wanted.
+  // Ids and first offsets of the findings, without notes.
   std::map<std::string, int64> Check(std::string const& bytes, bool deep = false) {
     Write("b.avi", bytes);
     Findings findings;
@@ -32,7 +32,7 @@ class VerifyTest : public Command {
         offsets[group.kind->id] = group.first.front().offset;
     return offsets;
   }
-  // The recording with other bytes in a place.
+  // The recording with other bytes at an offset.
   std::string With(int64 at, std::string const& text) const {
     return std::string(_bytes).replace(static_cast<std::size_t>(at), text.size(), text);
   }
@@ -118,8 +118,8 @@ TEST_F(VerifyTest, FindsEachDamageWhereItIs) {
   }
 }
 
-TEST_F(VerifyTest, LooksForKeyFramesInTheData) {
-  avi::IndexEntry key, other;  // one in the middle, and the video frame behind it
+TEST_F(VerifyTest, FindsWrongKeyFlagsByTheData) {
+  avi::IndexEntry key, other;  // one in the middle, and the next video frame
   for (avi::IndexEntry const& entry : _entries) {
     bool const video = avi::TrackOfCode(entry.id) == 0;
     if (video && key.id != 0 && other.id == 0) other = entry;
@@ -135,7 +135,7 @@ TEST_F(VerifyTest, LooksForKeyFramesInTheData) {
   EXPECT_THAT(Check(cleared), testing::ElementsAre(testing::Pair("no-key", _chunks["idx1"])));
 }
 
-// Other writers have flags of their own; readers may take any for that of a key frame.
+// Other writers use flags of their own; readers may take any of them for a key frame.
 TEST_F(VerifyTest, NotesAnIndexThatFlagsEveryFrame) {
   std::string flagged = _bytes, keys = _bytes.substr(0, std::size_t(_chunks["idx1"]) + 8);
   for (avi::IndexEntry const& entry : _entries) {
@@ -173,12 +173,12 @@ TEST_F(VerifyTest, KeepsTheFirstOfManyAndCountsAll) {
   EXPECT_EQ(files[2]["findings"][0]["id"], "not-avi");
 }
 
-TEST_F(VerifyTest, TellsByItsExitCode) {
+TEST_F(VerifyTest, ExitCodes) {
   MakeUnusual("a.avi");
-  ASSERT_EQ(Run("record -o sound.avi media/mono8k.wav").code, 0);
+  ASSERT_EQ(Run("record -o audio.avi media/mono8k.wav").code, 0);
   EXPECT_EQ(Run("verify a.avi").out, "a.avi: clean\n");
   std::pair<std::string, int> const cases[] = {
-      {"sound relative", 0}, {"nowhere noindex empty cut", 1}, {"none", 3}, {"nostrl text", 4}};
+      {"audio relative", 0}, {"nowhere noindex empty cut", 1}, {"none", 3}, {"nostrl text", 4}};
   for (auto const& [files, code] : cases) {
     std::istringstream names(files);
     for (std::string name; names >> name;) Expect("verify", {{name + ".avi", code, ""}});

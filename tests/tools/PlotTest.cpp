@@ -1,5 +1,4 @@
-// What people look at: pictures, colours, progress.
-#include <nlohmann/json.hpp>
+// kestro-avi info --plot: its pictures of a file.
 #include <regex>
 
 #include "Command.h"
@@ -8,10 +7,9 @@
 namespace kestro::tool {
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
 
-class LookTest : public Command {
+class PlotTest : public Command {
  protected:
   void SetUp() override {
     Command::SetUp();
@@ -27,13 +25,9 @@ class LookTest : public Command {
     std::regex const regex(pattern);
     return {std::sregex_token_iterator(text.begin(), text.end(), regex, 1), {}};
   }
-  Result OnTerminal(std::string const& variables, std::string const& arguments) {
-    return Shell("TERM=xterm " + variables + " script -qec '" TEST_TOOL " " + arguments +
-                 "' /dev/null");
-  }
 };
 
-TEST_F(LookTest, PicturesShowTheFile) {
+TEST_F(PlotTest, ShowsRatesKeyFramesAndChunks) {
   std::string const picture = Draw("a.avi");
   EXPECT_EQ(All(picture, "class=\"line t(.)\"").size(), 2u);
   EXPECT_EQ(All(picture, "class=\"band t(.)\""), std::vector<std::string>{"1"});
@@ -53,14 +47,14 @@ TEST_F(LookTest, PicturesShowTheFile) {
                   {"--force a.avi", 2, "--plot"}});
 }
 
-TEST_F(LookTest, PicturesOfUnusualFiles) {
+TEST_F(PlotTest, PlotsUnusualFiles) {
   MakeUnusual("a.avi");
   for (char const* name : {"relative.avi", "nowhere.avi", "noindex.avi", "empty.avi"}) Draw(name);
   Draw("cut.avi", 1);
   fs::copy_file(At("a.avi"), At("<&\"\x01\xFF]]>.avi"));
   EXPECT_THAT(Draw("<&\"\x01\xFF]]>.avi"), HasSubstr(">&lt;&amp;&quot;\xEF\xBF\xBD"));
 
-  // Hours: the entries of the index again and again.
+  // Hours: the index entries are repeated.
   std::string bytes = FileText(At("a.avi"));
   auto const index = bytes.rfind("idx1") + 8;
   std::string const entries = bytes.substr(index);
@@ -71,7 +65,7 @@ TEST_F(LookTest, PicturesOfUnusualFiles) {
   EXPECT_LT(Draw("long.avi").size(), 200000u);
 }
 
-TEST_F(LookTest, SurveyCountsEveryBitAndFindsTheSkew) {
+TEST_F(PlotTest, SurveyCountsEveryBitAndFindsTheSkew) {
   avi::AviFile avi(At("a.avi"));
   Survey const survey(avi);
   EXPECT_DOUBLE_EQ(survey.duration, 4);
@@ -80,46 +74,10 @@ TEST_F(LookTest, SurveyCountsEveryBitAndFindsTheSkew) {
     for (double rate : BitRates(survey, track, 0.8)) bits += rate * 0.8;
     EXPECT_NEAR(bits, static_cast<double>(avi.Tracks()[track].bytes) * 8, 1e-3) << track;
   }
-  // The sound ends a second before the video.
+  // The audio ends a second before the video.
   auto const leads = Leads(survey, 1, 0, 1);
   EXPECT_NEAR(leads.back().low, 3 - 3.96, 1e-9);
   for (Lead const& lead : leads) EXPECT_LE(lead.offset < 500000 ? std::abs(lead.low) : 0, 0.0401);
-}
-
-TEST_F(LookTest, TreesAreColouredOnTerminals) {
-  if (!Has("script")) GTEST_SKIP() << "no script";
-  std::string const plain = Run("info --tree a.avi").out;
-  EXPECT_EQ(plain.find('\033'), plain.npos);
-  std::string const coloured = OnTerminal("NO_COLOR=", "info --tree a.avi").out;
-  EXPECT_THAT(coloured, HasSubstr("\033[32mLIST movi\033[0m"));
-  EXPECT_EQ(std::regex_replace(coloured, std::regex("\033\\[\\d*m|\r"), ""), plain);
-  EXPECT_EQ(Replaced(OnTerminal("NO_COLOR=1", "info --tree a.avi").out, "\r", ""), plain);
-}
-
-TEST_F(LookTest, ProgressEndsWhenAllIsDone) {
-  auto const last = [](std::string const& text) {
-    auto const lines = All(text, "(\\{\"verb\".*\\})");
-    return lines.empty() ? json() : json::parse(lines.back());
-  };
-  for (std::string verb :
-       {"record -o b.avi media/clip25.h264", "verify a.avi b.avi",
-        "record -o c.avi --duration 1 media/mono8k.wav", "extract --track 0:a.mp4 a.avi",
-        "repair -o d.avi a.avi", "play --from 1 --mode back a.avi"}) {
-    Result const result = Run(verb + " --progress json");
-    json const line = last(result.err);
-    EXPECT_EQ(line["verb"], verb.substr(0, verb.find(' '))) << result.err;
-    EXPECT_GT(line["total"], 0) << verb;
-    EXPECT_EQ(line["done"], line["total"]) << verb;
-  }
-  json const full = last(Shell("trap '' XFSZ; ulimit -f 100; " TEST_TOOL
-                               " record --progress json -o e.avi media/stereo48k.wav")
-                             .err);
-  EXPECT_LT(full["done"], full["total"]);
-  if (!Has("script")) return;
-  std::string const bar =
-      OnTerminal("", "record --realtime --duration 0.4 -o f.avi media/clip25.h264").out;
-  EXPECT_THAT(bar, HasSubstr("record [#"));
-  EXPECT_THAT(bar.substr(bar.rfind("\r\033[K")), HasSubstr("\033[Kkestro-avi: f.avi: 10 packets"));
 }
 
 }  // namespace

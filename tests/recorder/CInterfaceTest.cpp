@@ -1,0 +1,104 @@
+// The recorder library, through its C interface.
+#include "recorder/kestro_recorder.h"
+
+#include <gtest/gtest.h>
+
+#include "recorder/RecorderSession.h"
+
+namespace kestro::test {
+namespace {
+
+base::IO& At(void* file, std::int64_t at) {
+  auto& io = *static_cast<base::IO*>(file);
+  io.Seek(at, base::IO::kBegin);
+  return io;
+}
+
+// The application's storage, in memory.
+kestro_recorder_storage StorageOver(MemoryStorage& memory) {
+  kestro_recorder_storage storage = {};
+  storage.size = sizeof storage;
+  storage.context = &memory;
+  storage.open = [](void* context, char const* path, char const* mode, void** file) {
+    *file = static_cast<MemoryStorage*>(context)->Open(path, mode).release();
+    return *file != nullptr ? 0 : -ENOENT;
+  };
+  storage.close = [](void*, void* file) { delete static_cast<base::IO*>(file); };
+  storage.read = [](void*, void* file, std::int64_t at, void* data, std::size_t n) {
+    return std::int64_t{At(file, at).Read(data, static_cast<unsigned>(n))};
+  };
+  storage.write = [](void*, void* file, std::int64_t at, void const* data, std::size_t n) {
+    return std::int64_t{At(file, at).Write(data, static_cast<unsigned>(n))};
+  };
+  storage.length = [](void*, void* file) { return std::int64_t{At(file, 0).Size()}; };
+  storage.truncate = [](void*, void* file, std::int64_t n) {
+    return At(file, 0).Truncate(n) ? 0 : -EIO;
+  };
+  storage.flush = [](void*, void*) { return 0; };
+  storage.remove = [](void* context, char const* path) {
+    return static_cast<MemoryStorage*>(context)->Remove(path) ? 0 : -ENOENT;
+  };
+  storage.exists = [](void* context, char const* path) {
+    return int{static_cast<MemoryStorage*>(context)->Exists(path)};
+  };
+  return storage;
+}
+
+TEST(CInterface, RecordsWithStructsOfOtherVersions) {
+  RegisterClasses();
+  base::ConsoleCapture console;
+  MemoryStorage memory;
+  kestro_recorder_storage const storage = StorageOver(memory);
+  struct {
+    kestro_recorder_options options;
+    std::uint64_t more;
+  } newer = {};
+  kestro_recorder_options_init(&newer.options, sizeof newer);
+  newer.options.path = "c.avi";
+  newer.options.storage = &storage;
+  newer.options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE;
+  newer.more = 1;
+  EXPECT_EQ(kestro_recorder_new(&newer.options), nullptr) << "asks for something unknown";
+  newer.more = 0;
+  kestro_recorder* const recorder = kestro_recorder_new(&newer.options);
+  ASSERT_NE(recorder, nullptr);
+
+  kestro_recorder_track video = KESTRO_RECORDER_TRACK_INIT;
+  video.width = video.height = 64;
+  EXPECT_EQ(kestro_recorder_start(recorder), KESTRO_RECORDER_INVALID) << "no tracks";
+  video.frame_rate_num = 25;
+  EXPECT_EQ(kestro_recorder_add_track(recorder, &video), 0);
+  kestro_recorder_payload frame = KESTRO_RECORDER_PAYLOAD_INIT;
+  EXPECT_EQ(kestro_recorder_push(recorder, 0, &frame), KESTRO_RECORDER_INVALID) << "not started";
+  char text[64];
+  ASSERT_EQ(kestro_recorder_start(recorder), KESTRO_RECORDER_OK)
+      << (kestro_recorder_get_text(recorder, KESTRO_RECORDER_TEXT_RESULT, text, sizeof text), text);
+  EXPECT_EQ(kestro_recorder_add_track(recorder, &video), KESTRO_RECORDER_INVALID) << "too late";
+  for (int i = 0; i < 50; ++i) {
+    std::string const data = Picture(i);
+    frame.data = data.data();
+    frame.data_size = data.size();
+    frame.time_ns = i * 40 * kMs;
+    frame.key = i % 5 == 0;
+    EXPECT_EQ(kestro_recorder_push(recorder, 0, &frame), KESTRO_RECORDER_OK) << i;
+  }
+  EXPECT_EQ(kestro_recorder_stop(recorder), KESTRO_RECORDER_OK);
+  EXPECT_EQ(kestro_recorder_push(recorder, 0, &frame), KESTRO_RECORDER_ENDED);
+  kestro_recorder_status older = KESTRO_RECORDER_STATUS_INIT;
+  older.size = offsetof(kestro_recorder_status, bytes);
+  EXPECT_EQ(kestro_recorder_get_status(recorder, &older), KESTRO_RECORDER_OK);
+  EXPECT_EQ(older.packets, 50u);
+  EXPECT_EQ(older.bytes, 0u) << "unknown to the caller";
+  EXPECT_EQ(kestro_recorder_get_text(recorder, KESTRO_RECORDER_TEXT_FILE, text, 3), 5u);
+  EXPECT_STREQ(text, "c.");
+  kestro_recorder_free(recorder);
+  EXPECT_EQ(memory.Payloads(0).size(), 50u);
+}
+
+TEST(CInterface, EveryCodeHasAText) {
+  for (int code = 0; code >= KESTRO_RECORDER_MEMORY; --code)
+    EXPECT_STRNE(kestro_recorder_code_text(code), kestro_recorder_code_text(1)) << code;
+}
+
+}  // namespace
+}  // namespace kestro::test

@@ -1,0 +1,140 @@
+// A recorder that several threads push to, query and stop.
+#include <gmock/gmock.h>
+
+#include <random>
+#include <thread>
+
+#include "recorder/RecorderSession.h"
+#include "support/Watchdog.h"
+
+namespace kestro::test {
+namespace {
+
+using record::Code;
+using record::Event;
+using record::Status;
+
+// Keeps two pushing threads within a number of frames of each other.
+class Pace {
+ public:
+  explicit Pace(int ahead) : _ahead(ahead) {}
+  void Wait(int own, int frame) {
+    _frames[own] = frame;
+    while (frame > _frames[1 - own] + _ahead) std::this_thread::yield();
+  }
+  void Done(int own) { _frames[own] = INT32_MAX / 2; }
+  int Of(int track) const { return _frames[track]; }
+
+ private:
+  int const _ahead;
+  std::atomic<int> _frames[2] = {{0}, {0}};
+};
+
+// Camera, microphone and subtitles push from their own threads, up to six seconds apart and in
+// pieces of any length, while files are split at random and the event handler calls back.
+TEST(RecorderThreads, NothingIsLostAndEveryFileIsComplete) {
+  Watchdog const watchdog("recorder");
+  constexpr int kFrames = 500, kBytes = kFrames * 640;
+  RecorderSession s({TextTrack(), VideoTrack(), AudioTrack()});
+  BufferPool pool;
+  std::string audio(kBytes, '\0');
+  for (std::size_t i = 0; i < audio.size(); ++i) audio[i] = static_cast<char>(i * 7 + i / 251);
+  Pace pace(150);
+  std::atomic<int> answered{0};
+  s.options.onEvent = [&](Event const& event) {
+    if (event.kind == Event::kOpened) answered += s.recorder->GetStatus().files > 0;
+    if (event.kind != Event::kClosed) return;
+    EXPECT_TRUE(event.complete) << event.text;
+    s.events.push_back(event);
+  };
+  s.options.segments.time_ns = 700 * kMs;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  std::atomic<bool> done{false};
+  std::thread camera([&] {
+    for (int i = 0; i < kFrames; pace.Wait(0, ++i))
+      EXPECT_EQ(s.recorder->Push(1, pool.Lend(Picture(i), i * 40 * kMs, i % 5 == 0)), Code::kOk);
+    pace.Done(0);
+  });
+  std::thread microphone([&] {
+    std::mt19937 random(3);
+    for (int at = 0; at < kBytes; pace.Wait(1, at / 640)) {
+      int const bytes = std::min<int>(kBytes - at, 2 * (1 + static_cast<int>(random() % 700)));
+      EXPECT_EQ(s.Push(2, audio.substr(at, bytes), std::int64_t{at} * kMs / 16), Code::kOk);
+      at += bytes;
+    }
+    pace.Done(1);
+  });
+  std::thread texts([&] {
+    for (int i = 0; i < kFrames; i += 10) {
+      while (pace.Of(0) < i) std::this_thread::yield();
+      EXPECT_EQ(s.Push(0, "text " + std::to_string(i), i * 40 * kMs), Code::kOk);
+    }
+  });
+  std::thread control([&] {
+    std::mt19937 random(4);
+    while (!done) {
+      if (random() % 8 == 0) s.recorder->Split();
+      EXPECT_NE(s.recorder->GetStatus().state, Status::kFailed);
+      std::this_thread::sleep_for(std::chrono::milliseconds(random() % 3));
+    }
+  });
+  for (auto* thread : {&camera, &microphone, &texts}) thread->join();
+  done = true;
+  control.join();
+  EXPECT_TRUE(s.recorder->Stop()) << s.recorder->Stop().text;
+
+  std::vector<std::string> pictures;
+  for (int i = 0; i < kFrames; ++i) pictures.push_back(Picture(i));
+  EXPECT_EQ(s.storage.Payloads(0), pictures);
+  EXPECT_TRUE(s.Payload(1) == audio) << "other audio";
+  EXPECT_EQ(s.storage.Payloads(2).size(), static_cast<std::size_t>(kFrames / 10));
+  EXPECT_EQ(pool.out, 0) << "not released";
+  auto const names = s.storage.Names();
+  EXPECT_GT(names.size(), 5u);
+  EXPECT_EQ(s.events.size(), names.size());
+  EXPECT_EQ(answered, static_cast<int>(names.size()));
+  for (std::string const& name : names) {
+    auto const file = s.storage.Read(name);
+    EXPECT_TRUE(file->Indexed()) << name;
+    EXPECT_EQ(file->Tracks()[1].bytes, file->Tracks()[0].chunks * 640) << name;
+  }
+}
+
+TEST(RecorderThreads, StopsAtAnyMoment) {
+  Watchdog const watchdog("stopping");
+  for (unsigned round = 0; round < 60; ++round) {
+    SCOPED_TRACE(round);
+    RecorderSession s({VideoTrack(), AudioTrack()});
+    BufferPool pool;
+    s.options.segments.time_ns = 200 * kMs;
+    s.options.queue.enabled = round % 2 == 0;
+    bool const byEvent = round % 3 == 0;
+    s.options.onEvent = [&](Event const& event) {
+      EXPECT_TRUE(!byEvent || event.kind != Event::kClosed || s.recorder->Stop());
+    };
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    Pace pace(25);
+    std::vector<std::thread> threads;
+    for (int track : {0, 1})
+      threads.emplace_back([&, track] {
+        Code code = Code::kOk;
+        for (int i = 0; code == Code::kOk; pace.Wait(track, ++i))
+          code = track == 0 ? s.recorder->Push(0, pool.Lend(Picture(i), i * 40 * kMs, i % 5 == 0))
+                            : s.Push(1, std::string(640, 'a'), i * 40 * kMs);
+        pace.Done(track);
+        EXPECT_EQ(code, Code::kEnded);
+      });
+    std::this_thread::sleep_for(std::chrono::microseconds(100 * round));
+    if (!byEvent) threads.emplace_back([&] { EXPECT_TRUE(s.recorder->Stop()); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
+    EXPECT_EQ(s.recorder->GetStatus().state, Status::kStopped);
+    s.recorder.reset();
+    EXPECT_EQ(pool.out, 0) << "not released";
+    for (std::string const& name : s.storage.Names())
+      EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test
