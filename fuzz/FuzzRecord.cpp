@@ -4,13 +4,11 @@
 #include <string_view>
 
 #include "base/LittleEndian.h"
+#include "crash/Image.h"
 #include "fuzz/Fuzz.h"
 #include "support/FaultIO.h"
 #include "support/FileLayout.h"
 #include "support/Playing.h"
-#ifdef KESTRO_CUSTOMIZE
-#include "crash/Image.h"
-#endif
 
 namespace kestro::fuzz {
 
@@ -47,19 +45,18 @@ void Keep(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned
 }
 
 std::string Applied(std::string const& file) {
-#ifdef KESTRO_CUSTOMIZE
   std::vector<unsigned char> bytes(file.begin(), file.end());
   crash::ApplyImage(bytes, image, kHeader);
   return {bytes.begin(), bytes.end()};
-#else
-  return file;
-#endif
 }
 
 class Recorder {
  public:
   explicit Recorder(Input input)
-      : _input(input), _way(NextWay()), _tracks(NextTracks()), _recording(&_memory, Alias()) {
+      : _input(input),
+        _way(static_cast<Way>(_input.U8() % 4)),
+        _tracks(NextTracks()),
+        _recording(&_memory, Alias()) {
     for (char kind : _tracks) _recording.Track(Media(kind));
     unsigned const spill = _input.U8();
     if (spill % 4 != 0) _recording.muxer->Set("listfile", static_cast<int>(spill % 4) - 1);
@@ -76,14 +73,6 @@ class Recorder {
   }
 
  private:
-  Way NextWay() {
-    auto const way = static_cast<Way>(_input.U8() % 4);
-#ifdef KESTRO_CUSTOMIZE
-    return way;
-#else
-    return static_cast<void>(way), kPlain;
-#endif
-  }
   // In the order in which applications add them.
   std::string NextTracks() {
     unsigned const mask = _input.U8();

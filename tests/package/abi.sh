@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Compares the interfaces of the two libraries with those they had when the version was set last:
-# symbols, and the layout of what the installed headers define.
+# Compares the interfaces of the two libraries with those of the commit that set the version: symbols,
+# and the layout of what the installed headers define.
 #   abi.sh BUILD OTHER-BUILD
 set -euo pipefail
 root=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
@@ -26,7 +26,7 @@ quietly cmake --build "$other/build" --target kestro kestrorec
 printf '%s\n' '[suppress_function]' 'symbol_name_regexp = ^_ZN?K?S' '[suppress_variable]' \
   'symbol_name_regexp = ^_ZT[ISV]N?K?S' >"$other/suppressions" # instances of the standard library
 headers=()
-for side in 1:$other/build 2:$build; do # what is installed; the rest may change
+for side in 1:$other/build 2:$build; do # only installed headers count
   quietly cmake --install "${side#*:}" --component development --prefix "$other/installed-${side%%:*}"
   headers+=("--headers-dir${side%%:*}" "$other/installed-${side%%:*}/include/kestro")
 done

@@ -16,7 +16,7 @@ die() {
   printf 'FAIL  %s\n' "$*" >&2
   exit 1
 }
-quietly() { # quietly COMMAND...: shows what it says only when it fails
+quietly() { # quietly COMMAND...: shows its output only when it fails
   "$@" >"$work/log" 2>&1 || {
     cat "$work/log" >&2
     die "$*"
@@ -39,13 +39,13 @@ if [[ $what == subdirectory ]]; then
   exit
 fi
 
-# What is installed from this build in earnest stays known.
+# Keeps the lists of what this build has really installed.
 mkdir "$work/kept"
 find "$build" -maxdepth 1 -name 'install_*.txt' -exec mv -t "$work/kept" {} +
 trap 'rm -f "$build"/install_*.txt; mv -t "$build" "$work"/kept/* 2>/dev/null || true; rm -rf "$work"' EXIT
 
 prefix="$work/opt/kestro"
-mkdir -p "$prefix/include" # is not the install's to remove
+mkdir -p "$prefix/include" # uninstall must not remove it
 quietly cmake --install "$build" --prefix "$prefix"
 config=$(dirname "$(find "$prefix" -name kestro-config.cmake)")
 lib=$(realpath "$config/../..")
@@ -88,10 +88,10 @@ echo "ok    pkg-config"
 
 if [[ $with_tool == 1 ]]; then
   mkdir "$work/moved"
-  cp -a "$prefix" "$work/moved" # finds its parts wherever it lies
+  cp -a "$prefix" "$work/moved" # the tool must find its modules anywhere
   mv "$prefix" "$prefix.away"
   tool="$work/moved/kestro/bin/kestro-avi"
-  [[ $with_media == 0 ]] || # by the installed modules
+  [[ $with_media == 0 ]] || # with the installed modules
     quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)"
   for ask in "env KESTRO_PLUGIN_PATH=/nowhere $tool plugin" "$tool plugin --plugin /nowhere"; do
     $ask >"$work/log" 2>&1 && die "$ask: took another plug-in"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The manual page and the completions know what the help knows, and the shells take them.
+# The manual page and the completions have all options of the help, and the shells load them.
 #   pages.sh TOOL
 set -euo pipefail
 export LC_ALL=C
