@@ -53,6 +53,7 @@ TEST(Class, TakenAliasIsReported) {
   IClass* const first = TClass<Gadget>::Register("Taken-alias", {});
   ASSERT_NE(first, nullptr);
   for (bool const direct : {true, false}) {
+    SCOPED_TRACE(direct ? "direct" : "by its type");
     ConsoleCapture console;
     EXPECT_EQ(direct ? IClass::Register(std::make_unique<IClass>("Taken-alias", PropertyList()))
                      : TClass<Widget>::Register("Taken-alias", {}),
@@ -140,6 +141,7 @@ int LoadTwice() {
 TEST(ModuleDeathTest, LoadingRegistersOnceOrGivesAReason) {
   EXPECT_EXIT(std::_Exit(LoadTwice()), testing::ExitedWithCode(0), "");
   for (char const* path : std::initializer_list<char const*>{"/nowhere/none.so", "", nullptr}) {
+    SCOPED_TRACE(path != nullptr ? path : "null");
     std::string why;
     EXPECT_FALSE(LoadPlugin(path, &why));
     EXPECT_FALSE(why.empty());

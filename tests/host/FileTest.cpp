@@ -88,6 +88,7 @@ TEST_F(FileTest, FlushUsesTheBarrierOfTheFileSystem) {
     EXPECT_TRUE(io.FlushData());
     EXPECT_EQ(on.Calls(), "d");
     for (auto call : {test::Call::kSyncAll, test::Call::kSync}) {
+      SCOPED_TRACE(call == test::Call::kSync ? "fdatasync fails" : "syncfs fails");
       bool const meets = call == test::Call::kSync || row.second[0] == 'a';
       {
         test::SystemFault const fault(call, "/f", 1);

@@ -184,6 +184,7 @@ void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
 
 TEST(IOCacheReader, ReadsTheStreamWhileThePreloadIsSwitched) {
   for (int blocks : {1, 2, 5, 16}) {
+    SCOPED_TRACE(blocks);
     Rig rig(10007, blocks, 4321, 64 + blocks);
     std::atomic<bool> stop{false};
     std::thread switches([&] {
@@ -198,6 +199,7 @@ TEST(IOCacheReader, ReadsTheStreamWhileThePreloadIsSwitched) {
 
 TEST(IOBlockReader, ReadsEachBlockOnce) {
   for (int blockSize : {1, 7, 4096, 20000, 0}) {
+    SCOPED_TRACE(blockSize);
     Rig rig(10007);
     rig.device.Seek(11, IO::kBegin);
     IOBlockReader reader(rig.device, blockSize);

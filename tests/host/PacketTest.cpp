@@ -35,6 +35,7 @@ TEST(Packet, OffsetMovesTheStartAndKeepsTheEnd) {
 TEST(Packet, MemoryIsAlignedAndWhole) {
   for (int align : {1, 16, 64, 4096})
     for (int size : {0, 1, 100000}) {
+      SCOPED_TRACE(testing::Message() << size << " aligned to " << align);
       PacketAlloc const alloc(size, align, 64);
       auto const packet = PacketRef::Take(new (alloc) Packet(alloc));
       EXPECT_EQ(reinterpret_cast<std::uintptr_t>(packet->Data()) % align, 0u);

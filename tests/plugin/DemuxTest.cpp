@@ -70,6 +70,7 @@ TEST(Demux, GivesParameterSetsToTheMedia) {
   } const cases[] = {{"h264", "", "\x67", "\x68", "\x06", "\x65"},
                      {"hevc", "\x40", "\x42", "\x44", "\x4E", "\x26"}};
   for (auto const& c : cases) {
+    SCOPED_TRACE(c.codec);
     std::string const vps = *c.vps == '\0' ? "" : kStart + c.vps + std::string(200, 'v');
     std::string const sps = kStart + c.sps + std::string(300, 's');
     std::string const pps = kStart + c.pps + std::string(90, 'p');
@@ -88,6 +89,7 @@ TEST(Demux, GivesParameterSetsToTheMedia) {
     EXPECT_EQ(std::string(got.data.size() - slice.size(), '\0') + slice, got.data);
     if (vps.empty()) continue;
     for (auto const& [key, set] : {std::pair{"vps", vps}, {"sps", sps}, {"pps", pps}}) {
+      SCOPED_TRACE(key);
       unsigned char* data = nullptr;
       int size = 0;
       EXPECT_TRUE(media.Get(key, data));
@@ -106,6 +108,7 @@ TEST(Demux, SeeksToTheKeyFrameAtOrBeforeATime) {
       // Beyond 35.8 minutes the clocks of the forward search do not suffice.
       {{45 * 60 * 25, 50, {25, 1}, 8000, 1, 320}, 3333}};
   for (auto const& [film, step] : films) {
+    SCOPED_TRACE(testing::Message() << film.frames << " frames of " << film.rate.Text() << " fps");
     FilmIO io(film);
     Playing p(&io);
     ASSERT_TRUE(p.Open());

@@ -44,6 +44,7 @@ TEST(Entry, RegistersItsClasses) {
   EXPECT_EQ("AviMuxer-avi-muxer", IClass::Find("avi-muxer", false)->Alias());
   for (IClass const* record : IClass::All()) {
     if (record->Module() != "pluginavi") continue;
+    SCOPED_TRACE(record->Alias());
     EXPECT_EQ(0x10001u, record->Version());
     EXPECT_EQ("Orvane", record->Vendor());
     EXPECT_FALSE(record->Author().empty());

@@ -77,6 +77,7 @@ TEST(Streams, TrimLeadingUnits) {
       {"hevc", rasl + Nal("\x10"), rasl.size()},  // type 8
   };
   for (auto const& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.codec << " case " << &c - cases);
     Muxing m(VideoMedia(c.codec), 12);
     EXPECT_TRUE(m.Add(c.data, true));
     std::string const stored = c.data.substr(c.dropped);
@@ -94,6 +95,7 @@ TEST(Streams, PcmHeaders) {
                      {8000, 1, 2, 16, 2, 16000, 16000},
                      {44100, 2, 2, 12, 2, 132300, 176400}};  // 12 / 8 is 1
   for (auto const& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.rate << " Hz of " << c.depth << " bits");
     auto media = AudioMedia(c.rate, c.channel);
     media->Set("width", c.width);
     media->Set("depth", c.depth);
@@ -212,10 +214,11 @@ TEST(Streams, MovedDataMovesPositions) {
 // Rates that a header cannot hold are refused, those without a value are stored as 0.
 TEST(Streams, ImpossibleRates) {
   for (char const* codec : {"jpeg", "txt"}) {
+    SCOPED_TRACE(codec);
     for (base::Fraction rate : {base::Fraction(-25, 1), base::Fraction(1000000000, 1)})
-      EXPECT_FALSE(Muxing(VideoMedia(codec, 64, 48, rate)).configured);
+      EXPECT_FALSE(Muxing(VideoMedia(codec, 64, 48, rate)).configured) << rate.Text();
     for (base::Fraction rate : {base::Fraction(1, 0), base::Fraction(INT64_MIN, -1)})
-      EXPECT_EQ(0u, Muxing(VideoMedia(codec, 64, 48, rate)).Header().dwRate);
+      EXPECT_EQ(0u, Muxing(VideoMedia(codec, 64, 48, rate)).Header().dwRate) << rate.Text();
   }
 }
 

@@ -230,6 +230,7 @@ TEST(VfiMuxerDeathTest, WrongSettings) {
       {kCallback, 9999, kHeader, 0, "junkEndOfs <= .*_periodicSyncHeaderSize", "junksize", 1000},
   };
   for (auto const& c : cases) {
+    SCOPED_TRACE(c.condition != nullptr ? c.condition : c.property);
     MemoryIO io("as before");
     base::ConsoleCapture console;
     Shape shape;

@@ -125,6 +125,7 @@ TEST_F(AviFileTest, ReadsTheCodecOfAnExtensibleFormat) {
   Bytes const strl = test::AudioHeaders(1);
   Bytes const strh(std::string(strl.begin() + 12, strl.begin() + 76));
   for (auto [real, codec] : {std::pair(1u, "pcm"), {3u, "pcm-float"}}) {
+    SCOPED_TRACE(codec);
     Bytes const strf = Bytes().Cc("strf").U32(40).U16(0xFFFE).Zeros(22).U16(real).Zeros(14);
     Bytes const list = List("LIST", "strl", Joined({strh, strf}));
     EXPECT_EQ(Read(Riff({List("LIST", "hdrl", list), Movi()})).Tracks()[0].codec, codec);

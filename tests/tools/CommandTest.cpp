@@ -49,6 +49,7 @@ TEST_F(CommandTest, LoadsThePluginOfTheOptionOrTheEnvironment) {
   EXPECT_NE(document.dump().find(R"("name":"listfile")"), std::string::npos);
   Expect("plugin", {{"--plugin missing.so", 3, ""}, {"--plugin media", 3, ""}});
   for (char const* path : {"missing.so", TEST_PLUGIN}) {
+    SCOPED_TRACE(path);
     setenv("KESTRO_PLUGIN_PATH", path, 1);
     Expect("plugin",
            {{"", path == std::string(TEST_PLUGIN) ? 0 : 3, ""}, {"--plugin " TEST_PLUGIN, 0, ""}});

@@ -153,6 +153,7 @@ TEST_F(OrdinaryTest, RefusesFullDevicesAndOtherFiles) {
 
   // One chunk that almost fills 4 GiB - 1.
   for (unsigned const end : {UINT32_MAX - 25, UINT32_MAX - 23}) {
+    SCOPED_TRACE(end);
     std::string const head =
         avi::Words({base::Convert4("RIFF"), end - 8, base::Convert4("AVI "), base::Convert4("idx1"),
                     16, base::Convert4("00dc"), 0, 48, end - 56, base::Convert4("LIST"), end - 44,

@@ -109,6 +109,7 @@ TEST_F(PlayTest, SwitchesBetweenVideoTracks) {
   Make("a.avi");
   Lines const all = Expected("a.avi", std::vector<std::int64_t>(kTracks, 40000));
   for (int video : {kH264, kHevc}) {
+    SCOPED_TRACE(video);
     std::string const arguments = "--video " + std::to_string(video) + " a.avi";
     auto const played = [video](Line const& line) {
       int const track = std::get<kTrack>(line);
