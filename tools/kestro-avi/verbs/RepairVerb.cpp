@@ -7,7 +7,6 @@
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
-#include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 
@@ -25,9 +24,6 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->type_name("FILE");
   app.add_option("--fps", _rate, "Frame rate of the video, overrides that of IN")
       ->type_name("N[/D]");
-  app.add_option("--index", _index, "Where OUT has its index: last, behind the data")
-      ->type_name("PLACE")
-      ->check(OneOf({"last"}));
   app.add_flag("--json", _json, "Write the report as JSON");
   app.add_flag("--force", _job.force, "Overwrite OUT");
   _progress.AddTo(app);

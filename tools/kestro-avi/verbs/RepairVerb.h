@@ -23,7 +23,7 @@ class RepairVerb {
   std::string Document(RepairReport const& report) const;
 
   RepairJob _job;
-  std::string _index = "last", _rate, _plugin;
+  std::string _rate, _plugin;
   bool _json = false;
   ProgressOption _progress;
 };
