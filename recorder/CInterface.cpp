@@ -1,13 +1,11 @@
-// The C interface, over the one for C++.
+// The C interface, on top of the C++ one.
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <mutex>
 #include <new>
 
+#include "recorder/CStorage.h"
 #include "recorder/Recorder.h"
-#include "recorder/Storage.h"
-#include "recorder/kestro_recorder.h"
 
 using namespace kestro;
 
@@ -21,10 +19,10 @@ static_assert(int(record::Status::kStopped) == KESTRO_RECORDER_STOPPED);
 
 int CodeOf(record::Code code) { return -static_cast<int>(code); }
 
-// Takes a struct of any version of the library: what the caller does not know stays as it is. False
-// when the caller asks for what this library does not know.
+// Copies a struct from a caller built for any version of the library. Fields that the caller does
+// not know keep their values. False when the caller sets fields that this library does not know.
 template <class Struct>
-bool Take(Struct const* given, Struct& own) {
+bool CopyStruct(Struct const* given, Struct& own) {
   if (given == nullptr || given->size < sizeof(std::size_t)) return false;
   auto const* const bytes = reinterpret_cast<unsigned char const*>(given);
   if (std::any_of(bytes + std::min(sizeof own, given->size), bytes + given->size,
@@ -41,94 +39,26 @@ std::vector<char> Bytes(void const* data, std::size_t size) {
   return data != nullptr ? std::vector<char>(from, from + size) : std::vector<char>();
 }
 
-// A file of the application's.
-class File : public base::IO {
- public:
-  File(kestro_recorder_storage const& storage, void* file)
-      : IO("File"), _storage(storage), _file(file) {}
-  ~File() override { _storage.close(_storage.context, _file); }
-
-  base::int64 Size() override { return Note(_storage.length(_storage.context, _file)); }
-  base::int64 Tell() override { return _position; }
-  bool Seek(base::int64 offset, int whence) override {
-    return base::SeekTarget(*this, offset, whence, _position);
-  }
-  unsigned Read(void* data, unsigned size) override {
-    auto const done = Note(_storage.read(_storage.context, _file, _position, data, size));
-    if (done > 0) _position += done;
-    return done < 0 ? kFailed : static_cast<unsigned>(done);
-  }
-  unsigned Write(void const* data, unsigned size) override {
-    auto const done = Note(_storage.write(_storage.context, _file, _position, data, size));
-    if (done > 0) _position += done;
-    return done < 0 ? 0 : static_cast<unsigned>(done);
-  }
-  bool Flush() override { return Note(_storage.flush(_storage.context, _file)) >= 0; }
-  bool Truncate(base::int64 size) override {
-    return Note(_storage.truncate(_storage.context, _file, size)) >= 0;
-  }
-  int Error() override { return _error; }
-
- private:
-  base::int64 Note(base::int64 result) {
-    if (result < 0) _error = static_cast<int>(-result);
-    return result < 0 ? -1 : result;
-  }
-
-  kestro_recorder_storage const& _storage;
-  void* const _file;
-  base::int64 _position = 0;
-  int _error = 0;
-};
-
-class CStorage : public record::Storage {
- public:
-  explicit CStorage(kestro_recorder_storage const& storage) : _storage(storage) {}
-
-  std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
-    void* file = nullptr;
-    int const error = _storage.open(_storage.context, path.c_str(), mode, &file);
-    if (error >= 0) return std::make_unique<File>(_storage, file);
-    errno = -error;
-    return nullptr;
-  }
-  bool Remove(std::string const& path) override {
-    int const error = _storage.remove(_storage.context, path.c_str());
-    errno = -error;
-    return error >= 0 || error == -ENOENT;
-  }
-  bool Exists(std::string const& path) override {
-    return _storage.exists(_storage.context, path.c_str()) > 0;
-  }
-  base::uint64 Free(std::string const& path) override {
-    return _storage.available != nullptr ? _storage.available(_storage.context, path.c_str())
-                                         : UINT64_MAX;
-  }
-
- private:
-  kestro_recorder_storage const _storage;
-};
-
 }  // namespace
 
 struct kestro_recorder {
   record::RecorderOptions options;
   record::Tracks tracks;
-  std::unique_ptr<CStorage> storage;  // null for the system's files
+  std::unique_ptr<record::CStorage> storage;  // null for the system's files
   std::unique_ptr<record::Recorder> recorder;
-  mutable std::mutex mutex;  // of what follows
+  mutable std::mutex mutex;  // protects what follows
   std::string result;
 };
 
 namespace {
 
-int Keep(kestro_recorder& recorder, record::Result const& result) {
+int SetResult(kestro_recorder& recorder, record::Result const& result) {
   std::lock_guard lock(recorder.mutex);
   recorder.result = result.text;
   return CodeOf(result.code);
 }
 
-void TakeFiles(kestro_recorder_options const& from, record::RecorderOptions& to) {
+void ConvertFileOptions(kestro_recorder_options const& from, record::RecorderOptions& to) {
   to.path = Text(from.path);
   to.overwrite = from.overwrite != 0;
   to.segments.size = from.segment_bytes;
@@ -144,7 +74,7 @@ void TakeFiles(kestro_recorder_options const& from, record::RecorderOptions& to)
   to.tags.junk = from.junk;
 }
 
-void TakeFlow(kestro_recorder_options const& from, record::RecorderOptions& to) {
+void ConvertOtherOptions(kestro_recorder_options const& from, record::RecorderOptions& to) {
   to.queue = {from.no_queue == 0, from.drop != 0, from.queue_max_time_ms, from.queue_max_bytes};
   to.cacheBlocks = from.cache_blocks;
   if (from.spill_seconds >= 0) to.spillSeconds = from.spill_seconds;
@@ -173,12 +103,12 @@ void TakeFlow(kestro_recorder_options const& from, record::RecorderOptions& to) 
 
 char const* kestro_recorder_code_text(int code) {
   static char const* const texts[] = {"no error",
-                                      "options or a call that cannot be",
+                                      "invalid options or arguments",
                                       "a track that cannot be recorded",
                                       "a file cannot be written",
-                                      "another recorder writes these files",
+                                      "another recorder is writing these files",
                                       "the plug-in cannot be used",
-                                      "recording has been stopped",
+                                      "the recorder was stopped",
                                       "out of memory"};
   return code <= 0 && code >= KESTRO_RECORDER_MEMORY ? texts[-code] : "unknown code";
 }
@@ -201,14 +131,14 @@ void kestro_recorder_options_init(kestro_recorder_options* options, size_t size)
 kestro_recorder* kestro_recorder_new(kestro_recorder_options const* options) try {
   kestro_recorder_options own;
   kestro_recorder_options_init(&own, sizeof own);
-  if (!Take(options, own) || own.path == nullptr) return nullptr;
+  if (!CopyStruct(options, own) || own.path == nullptr) return nullptr;
   auto recorder = std::make_unique<kestro_recorder>();
-  TakeFiles(own, recorder->options);
-  TakeFlow(own, recorder->options);
+  ConvertFileOptions(own, recorder->options);
+  ConvertOtherOptions(own, recorder->options);
   if (own.storage != nullptr) {
     kestro_recorder_storage storage = {};
-    if (!Take(own.storage, storage)) return nullptr;
-    recorder->storage = std::make_unique<CStorage>(storage);
+    if (!CopyStruct(own.storage, storage)) return nullptr;
+    recorder->storage = std::make_unique<record::CStorage>(storage);
     recorder->options.storage = recorder->storage.get();
   }
   return recorder.release();
@@ -218,7 +148,7 @@ kestro_recorder* kestro_recorder_new(kestro_recorder_options const* options) try
 
 int kestro_recorder_add_track(kestro_recorder* recorder, kestro_recorder_track const* track) try {
   kestro_recorder_track own = KESTRO_RECORDER_TRACK_INIT;
-  if (recorder == nullptr || recorder->recorder || !Take(track, own) || own.codec < 0 ||
+  if (recorder == nullptr || recorder->recorder || !CopyStruct(track, own) || own.codec < 0 ||
       own.codec > KESTRO_RECORDER_TEXT)
     return KESTRO_RECORDER_INVALID;
   record::TrackInfo info;
@@ -243,7 +173,7 @@ int kestro_recorder_start(kestro_recorder* recorder) try {
   if (recorder == nullptr || recorder->recorder) return KESTRO_RECORDER_INVALID;
   record::Result why;
   recorder->recorder = record::Recorder::Open(recorder->options, recorder->tracks, why);
-  return Keep(*recorder, why);
+  return SetResult(*recorder, why);
 } catch (std::exception const&) {
   return KESTRO_RECORDER_MEMORY;
 }
@@ -251,9 +181,9 @@ int kestro_recorder_start(kestro_recorder* recorder) try {
 int kestro_recorder_push(kestro_recorder* recorder, int track,
                          kestro_recorder_payload const* payload) try {
   kestro_recorder_payload own = KESTRO_RECORDER_PAYLOAD_INIT;
-  bool const taken = Take(payload, own);
-  if (!taken || recorder == nullptr || !recorder->recorder || track < 0) {
-    if (taken && own.release != nullptr) own.release(own.context);
+  bool const copied = CopyStruct(payload, own);
+  if (!copied || recorder == nullptr || !recorder->recorder || track < 0) {
+    if (copied && own.release != nullptr) own.release(own.context);
     return KESTRO_RECORDER_INVALID;
   }
   record::Payload const plain{own.data,     own.data_size, own.time_ns, own.duration_ns,
@@ -271,7 +201,7 @@ int kestro_recorder_split(kestro_recorder* recorder) {
 
 int kestro_recorder_stop(kestro_recorder* recorder) try {
   if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
-  return Keep(*recorder, recorder->recorder->Stop());
+  return SetResult(*recorder, recorder->recorder->Stop());
 } catch (std::exception const&) {
   return KESTRO_RECORDER_MEMORY;
 }

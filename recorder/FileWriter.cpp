@@ -19,9 +19,7 @@ using stream::IMuxer;
 
 static constexpr char kSpillDrive = 'S';
 
-static Refusal Unfit() {
-  return {Code::kPlugin, "the plug-in's muxer refuses what it should take"};
-}
+static Refusal Unfit() { return {Code::kPlugin, "the plug-in's muxer refuses a required setting"}; }
 
 FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
                        Tracks const& tracks, Packets const& packets)
@@ -30,7 +28,7 @@ FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
   _muxer = base::Make<IMuxer>(syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
   if (!_muxer)
     throw Refusal(Code::kPlugin,
-                  syncs ? "syncing: the plug-in is built without it" : "the plug-in has no muxer");
+                  syncs ? "the plug-in was built without syncing" : "the plug-in has no muxer");
   _muxer->OnMessage(
       [this](stream::IElement&, char const* type, char const* text, base::AttrSet const* attrs) {
         char const* const reason = attrs != nullptr ? attrs->Find("reason") : nullptr;
@@ -40,21 +38,21 @@ FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
   for (std::size_t i = 0; i < tracks.size(); ++i) {
     _ports.push_back(_muxer->AddInput());
     if (!_ports.back()->Offer(packets.Media(i)))
-      throw Refusal(Code::kUnsupported, tracks[i].name + ": the muxer does not take it");
+      throw Refusal(Code::kUnsupported, tracks[i].name + ": the muxer does not accept this track");
   }
   Configure(tracks);
   for (auto const& [name, value] : options.properties) {
     if (SyncPlan::Owns(name) && syncs)
-      throw Refusal(Code::kInvalid, name + " is for the sync mode to choose");
+      throw Refusal(Code::kInvalid, name + ": the sync mode sets this property");
     if (!_muxer->Set(name.c_str(), value))
-      throw Refusal(Code::kInvalid, "the muxer refuses " + name + "=" + value);
+      throw Refusal(Code::kInvalid, "the muxer does not accept " + name + "=" + value);
   }
   if (syncs) ConfigureSync(tracks);
 }
 
 bool FileWriter::Open() {
   if (_options.storage == nullptr) {
-    // Absolute: the host takes "S:/name" for a name on a drive.
+    // Absolute: the host would read "S:/name" as a name on a drive.
     _muxer->Set("path", std::filesystem::absolute(_path).string());
   } else {
     _output = _options.storage->Open(_path, "rwbc");
@@ -90,7 +88,7 @@ void FileWriter::Configure(Tracks const& tracks) {
     _muxer->Set("constFrameRate", video->frameRate);
   auto const tagged = first(false);
   if (tagged == tracks.end() && !(_options.tags.strd.empty() && _options.tags.strn.empty()))
-    throw Refusal(Code::kInvalid, "strd and strn need a track of H.264 or HEVC video");
+    throw Refusal(Code::kInvalid, "strd and strn need an H.264 or HEVC track");
   auto const video = static_cast<std::size_t>(tagged - tracks.begin());
   _tags = std::make_unique<Tags>(_options.tags, tracks.size(), video);
   if (_options.cacheBlocks != 0 && !_muxer->Set("cacheBlocks", _options.cacheBlocks)) throw Unfit();
@@ -116,7 +114,7 @@ void FileWriter::ConfigureSync(Tracks const& tracks) {
 
 void FileWriter::ConfigureSpill() {
   if (!_options.spillFolder.empty()) {
-    // The muxer would tell only once there is something to spill.
+    // The muxer would report this only when it first writes the file.
     if (access(_options.spillFolder.c_str(), W_OK | X_OK) != 0)
       _warnings.push_back(_options.spillFolder + ": " + std::strerror(errno) +
                           ": the index stays in memory");
@@ -146,7 +144,8 @@ std::uint64_t FileWriter::Size() {
   long long size = 0;
   _muxer->Set("sizeGet", &size);
   std::uint64_t const second = _index.at != 0 && _options.sync.ordinary ? 8 + 16 * _entries : 0;
-  return static_cast<std::uint64_t>(size) + _heads + second;  // which it leaves out, and pads
+  return static_cast<std::uint64_t>(size) + _heads +
+         second;  // the muxer leaves out headers and padding
 }
 
 bool FileWriter::Close() {
@@ -156,7 +155,7 @@ bool FileWriter::Close() {
   _index.entries = _entries - _index.beyond.size();
   if (_side && complete) _side->Remove();
   if (_side && !complete && _pushed != 0)
-    _warnings.push_back(_side->Path() + " is kept: it has the last headers and index");
+    _warnings.push_back(_side->Path() + " is kept: it contains the last headers and index");
   if (_side && !_side->Fault().empty()) _warnings.push_back(_side->Fault());
   return complete;
 }

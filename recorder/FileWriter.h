@@ -1,4 +1,4 @@
-// The plug-in's muxer with its ports and tag set.
+// Writes one file with the plug-in's muxer.
 #pragma once
 
 #include <memory>
@@ -14,31 +14,31 @@
 
 namespace kestro::record {
 
-// One file. The plug-in must be loaded. One thread at a time.
+// One file. The plug-in must be loaded. Not thread-safe.
 //
 //   FileWriter file(options, "out.avi", tracks, packets);
 //   while (...) if (!file.Push(track, packet)) break;   // Errors() say why
 //   bool ok = file.Close();
 class FileWriter {
  public:
-  // Nothing is written before the first packet. All arguments but the path outlive the writer.
+  // Nothing is written before the first packet. All arguments but the path must outlive the writer.
   // Throws Refusal.
   FileWriter(RecorderOptions const& options, std::string const& path, Tracks const& tracks,
              Packets const& packets);
   ~FileWriter();
 
-  // False when the packet, or one before, is not in the file: recording is over then. The packet's
-  // fields are the muxer's.
+  // Stores a packet, whose fields the muxer may change. False when this packet or an earlier one
+  // could not be stored; recording is over then.
   bool Push(std::size_t track, stream::Packet& packet);
-  // Writes the index and the head. False when the file is not complete.
+  // Writes the index and the headers. False when the file is incomplete.
   bool Close();
 
   std::string const& Path() const { return _path; }
-  std::uint64_t Size();  // the file's, if it were closed now: at least what it would be
+  std::uint64_t Size();  // an upper bound of the file's size if it were closed now
   std::uint64_t Written() const { return _written; }  // bytes of chunks and their index entries
-  std::uint64_t Pushed() const { return _pushed; }    // packets
+  std::uint64_t Pushed() const { return _pushed; }    // packets stored
 
-  // Of a closed file, for what follows.
+  // The index of a closed file.
   FrontIndex const& Index() const { return _index; }
   // Each names the file. Warnings say what is amiss with a file that is complete.
   std::vector<std::string> const& Errors() const { return _errors; }
@@ -59,7 +59,7 @@ class FileWriter {
   std::unique_ptr<base::IO> _output;  // null where the muxer opens the file itself
   std::unique_ptr<stream::IMuxer> _muxer;
   std::vector<stream::IPort*> _ports;
-  std::uint64_t _room = 0;  // entries that the index has room for, 0: any number
+  std::uint64_t _room = 0;  // capacity of the index in entries, 0: unlimited
   FrontIndex _index;
   std::uint64_t _entries = 0, _heads = 0, _written = 0, _pushed = 0;
   std::vector<std::string> _errors, _warnings;

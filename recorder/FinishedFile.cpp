@@ -10,7 +10,7 @@
 
 namespace kestro::record {
 
-// Empty when it is done, otherwise why not.
+// Returns the reason when it fails, else an empty text.
 static std::string MakeOrdinary(FinishedFile const& file, RecorderOptions const& options) try {
   auto const io = StorageOf(options).Open(file.path, "r+b");
   if (io == nullptr) return std::strerror(errno);
@@ -19,28 +19,28 @@ static std::string MakeOrdinary(FinishedFile const& file, RecorderOptions const&
   return error.what();
 }
 
-static void CloseOrdinarily(FinishedFile const& file, RecorderOptions const& options,
-                            std::function<void(Event)> const& report) {
+static void FinishIndex(FinishedFile const& file, RecorderOptions const& options,
+                        std::function<void(Event)> const& report) {
   if (file.index.at == 0) return;
   bool const wanted = options.sync.ordinary && file.complete;
   std::string const reason = wanted ? MakeOrdinary(file, options) : "";
   if (!reason.empty())
-    report({Event::kNote, file.path,
-            file.path + ": keeps its index before the data alone: " + reason});
+    report(
+        {Event::kNote, file.path, file.path + ": has its index before the data only: " + reason});
   if (file.index.full.empty()) return;
   std::string const reach = avi::Seconds(file.index.reach_ns / 1000000);
-  std::string const more = "; a larger reserve makes room for more";
+  std::string const more = "; reserve more space for a longer index";
   if (wanted && reason.empty())
     report({Event::kNote, file.path,
             file.path + ": the index before the data was full at " + reach +
-                ": what followed was safe only once the file was closed" + more});
+                ": later data was not safe until the file was closed" + more});
   else
     report({Event::kWarning, file.path,
             file.index.full + " (the index reaches " + reach + more + ")"});
 }
 
-// Not all that was taken is in the file when the device failed, or was full and the last packets
-// made room for the index.
+// Counts what is in an incomplete file: when the device failed or was full, packets that the muxer
+// accepted may be missing.
 static void CountKept(Event& closed, std::unique_ptr<base::IO> file) try {
   closed.packets = 0;
   closed.duration_ns = 0;
@@ -50,10 +50,10 @@ static void CountKept(Event& closed, std::unique_ptr<base::IO> file) try {
 } catch (avi::Error const&) {
 }
 
-void Conclude(FinishedFile const& file, RecorderOptions const& options,
-              std::function<void(Event)> const& report) {
+void FinishFile(FinishedFile const& file, RecorderOptions const& options,
+                std::function<void(Event)> const& report) {
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
-  if (file.packets != 0) CloseOrdinarily(file, options, report);
+  if (file.packets != 0) FinishIndex(file, options, report);
   auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (io != nullptr) {
@@ -69,7 +69,7 @@ void Conclude(FinishedFile const& file, RecorderOptions const& options,
     if (closed.bytes > options.segments.size)
       report({Event::kWarning, file.path,
               file.path + ": is larger than " + avi::ByteCount(options.segments.size) +
-                  ": no key frame came in time"});
+                  ": no key frame came early enough"});
   }
   for (std::string const& text : file.errors) report({Event::kError, file.path, text});
 }

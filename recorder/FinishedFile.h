@@ -1,4 +1,4 @@
-// What becomes of a file once the muxer has closed it.
+// The last steps for a file that the muxer has closed.
 #pragma once
 
 #include <functional>
@@ -12,16 +12,16 @@ namespace kestro::record {
 
 struct FinishedFile {
   std::string path;
-  std::uint64_t packets = 0;  // that were taken
+  std::uint64_t packets = 0;  // that the muxer accepted
   std::int64_t duration_ns = 0;
   bool complete = false;
   std::vector<std::string> errors, warnings;
   FrontIndex index;
 };
 
-// Makes an ordinary file of it where that is wanted, and reports how it ended. Takes as long as
-// reading the file's index.
-void Conclude(FinishedFile const& file, RecorderOptions const& options,
-              std::function<void(Event)> const& report);
+// Turns the file into an ordinary one if the options ask for it, and reports the outcome. Takes as
+// long as reading the file's index.
+void FinishFile(FinishedFile const& file, RecorderOptions const& options,
+                std::function<void(Event)> const& report);
 
 }  // namespace kestro::record

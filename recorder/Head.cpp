@@ -18,7 +18,7 @@ static std::string List(char const* id, char const* type, std::string const& con
   return Leaf(id, Words({Convert4(type)}) + content);
 }
 
-// strh and strf, as the plug-in's streams write them before the first packet.
+// The chunks strh and strf, as the plug-in writes them before the first packet.
 static std::string Describe(TrackInfo const& info, base::Fraction rate) {
   constexpr unsigned kScale = 10000, kQuality = 10000;
   auto const u = [](base::int64 value) { return static_cast<std::uint64_t>(value); };

@@ -1,4 +1,4 @@
-// The head of a recording, as the muxer writes it.
+// The file header, as the muxer writes it.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace kestro::record {
 
-// All that precedes JUNK when the muxer has opened a file. `rate`: its "constFrameRate";
-// without tags, strd, strn and isft are left out.
+// The bytes before JUNK in a file that the muxer has just opened. `rate`: the muxer's
+// "constFrameRate". If `tags` is null, strd, strn and isft are left out.
 std::string ComposeHead(Tracks const& tracks, base::Fraction rate, Tags const* tags);
 
 }  // namespace kestro::record

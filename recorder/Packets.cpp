@@ -10,8 +10,8 @@ namespace kestro::record {
 using base::Ref;
 using stream::IMedia;
 
-// The header of a chunk, which the stream of motion JPEG leaves to whoever makes its packets:
-// "NNdc" with the track's number, and the size, little-endian.
+// Packets of motion JPEG include the chunk header: "NNdc" with the track's number, and the size,
+// little-endian.
 static constexpr std::size_t kChunkHead = 8;
 
 static void WriteChunkHead(std::size_t track, std::size_t size, std::uint8_t* out) {
@@ -48,16 +48,16 @@ Packets::Packets(Tracks const& tracks) {
   }
 }
 
-// Memory of the application's, released with the last packet over it.
-class Packets::Foreign : public base::Reference {
+// Memory of the application, released with the last packet that uses it.
+class Packets::BorrowedMemory : public base::Reference {
  public:
-  Foreign(Payload const& payload, std::shared_ptr<std::atomic<int>> held)
+  BorrowedMemory(Payload const& payload, std::shared_ptr<std::atomic<int>> held)
       : _payload(payload), _held(std::move(held)) {
     ++*_held;
   }
 
  private:
-  ~Foreign() override {
+  ~BorrowedMemory() override {
     _payload.release(_payload.context);
     --*_held;
   }
@@ -67,7 +67,7 @@ class Packets::Foreign : public base::Reference {
 };
 
 namespace {
-// Releases a payload when nobody has taken it over.
+// Releases a payload unless a packet has taken it over.
 struct Release {
   explicit Release(Payload const& payload) : of(payload.release != nullptr ? &payload : nullptr) {}
   ~Release() {
@@ -83,7 +83,7 @@ Ref<stream::Packet> Packets::New(std::size_t track, Payload const& payload) cons
   auto const* const data = static_cast<std::uint8_t const*>(payload.data);
   Ref<stream::Packet> made;
   if (release.of != nullptr && head == 0 && _held->load() < kMostHeld) {
-    auto const owner = Ref<Foreign>::Take(new Foreign(payload, _held));
+    auto const owner = Ref<BorrowedMemory>::Take(new BorrowedMemory(payload, _held));
     release.of = nullptr;
     made = stream::Packet::Wrap(const_cast<std::uint8_t*>(data), static_cast<int>(payload.size),
                                 owner.get());

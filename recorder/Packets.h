@@ -1,4 +1,4 @@
-// From payloads to the packets of the pipeline.
+// Turns payloads into packets of the pipeline.
 #pragma once
 
 #include <atomic>
@@ -11,23 +11,23 @@
 
 namespace kestro::record {
 
-// The media of a recording's tracks, the same for all its elements and files.
+// Creates packets, and the media of the tracks, which all elements and files of a recording share.
 class Packets {
  public:
   explicit Packets(Tracks const& tracks);
 
   stream::IMedia* Media(std::size_t track) const { return _media[track].get(); }
-  // Takes the payload over, whose release function is called sooner or later, also when memory runs
-  // out. Times are the caller's to set.
+  // Takes ownership of the payload: its release function is always called, even when memory runs
+  // out. The caller sets the packet's times.
   base::Ref<stream::Packet> New(std::size_t track, Payload const& payload) const;
-  // Whether a track's packets carry their chunk's header.
+  // Whether a track's packets include the chunk header.
   bool Headed(std::size_t track) const { return _headed[track]; }
 
  private:
-  // Beyond these, payloads are copied: a camera has few buffers.
+  // If more payloads are in use, new ones are copied: a camera has few buffers.
   static constexpr int kMostHeld = 4;
 
-  class Foreign;
+  class BorrowedMemory;
 
   std::vector<base::Ref<stream::IMedia>> _media;
   std::vector<bool> _headed;

@@ -17,7 +17,7 @@ static constexpr char kModule[] = "libpluginavi.so";
 static Result Load(fs::path path) {
   std::error_code none;
   if (fs::is_directory(path, none)) path /= kModule;
-  // Absolute: a bare name would be looked up in the system's library folders.
+  // Absolute: a bare name would be searched in the system's library folders.
   path = fs::absolute(path).lexically_normal();
   std::string why;
   if (base::LoadPlugin(path.c_str(), &why)) return {};
@@ -38,7 +38,8 @@ Result LoadAviPlugin(std::string const& path) {
     for (char const* place : {".", "kestro", KESTRO_PLUGIN_BUILT})
       if (fs::exists(folder / place / kModule, none)) return Load(folder / place);
   }
-  return {Code::kPlugin, std::string(kModule) + " was not found; KESTRO_PLUGIN_PATH names it"};
+  return {Code::kPlugin,
+          std::string(kModule) + " was not found; set KESTRO_PLUGIN_PATH to its path"};
 }
 
 }  // namespace kestro::record

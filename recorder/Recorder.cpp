@@ -15,7 +15,7 @@ std::unique_ptr<Recorder> Recorder::Open(RecorderOptions const& options, Tracks 
   why = {};
   return std::unique_ptr<Recorder>(new Recorder(std::make_unique<Work>(options, tracks)));
 } catch (Refusal const& refusal) {
-  why = refusal.Says();
+  why = refusal.ToResult();
   return nullptr;
 } catch (std::bad_alloc const&) {
   why.code = Code::kMemory;
@@ -30,7 +30,7 @@ Code Recorder::Push(std::size_t track, Payload const& payload) {
 }
 void Recorder::Split() { _work->Split(); }
 Result Recorder::Stop() { return _work->Stop(); }
-Status Recorder::GetStatus() const { return _work->Now(); }
+Status Recorder::GetStatus() const { return _work->GetStatus(); }
 std::string Recorder::DescribeSync() const { return _work->DescribeSync(); }
 
 }  // namespace kestro::record

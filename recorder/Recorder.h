@@ -1,4 +1,4 @@
-// Recording for programs: tracks and packets in, AVI files out.
+// The recorder library: takes the packets of several tracks and writes AVI files.
 #pragma once
 
 #include <cstddef>
@@ -14,56 +14,57 @@ namespace kestro::record {
 
 enum class Code {
   kOk,
-  kInvalid,      // options or a call that cannot be
-  kUnsupported,  // tracks that cannot be recorded
-  kIo,           // a file that cannot be written
-  kBusy,         // another recorder writes files of this name there
-  kPlugin,       // the plug-in is not there, or lacks something
-  kEnded,        // recording has been stopped
+  kInvalid,      // invalid options or arguments
+  kUnsupported,  // a track that cannot be recorded
+  kIo,           // a file cannot be written
+  kBusy,         // another recorder is writing these files
+  kPlugin,       // the plug-in is missing, or lacks a class or property
+  kEnded,        // the recorder was stopped
   kMemory,
 };
 
-// What an operation has come to. The text is one line for people, empty for kOk.
+// The outcome of a call. The text is one line for people, empty for kOk.
 struct [[nodiscard]] Result {
   Code code = Code::kOk;
   std::string text;
   explicit operator bool() const { return code == Code::kOk; }
 };
 
-// A payload: an access unit, a JPEG picture, any amount of audio, a text.
+// The data of one packet: an access unit, a JPEG picture, any amount of audio, or a text.
 struct Payload {
   static constexpr std::int64_t kNow = INT64_MIN;
 
   void const* data = nullptr;
   std::size_t size = 0;
-  std::int64_t time_ns =
-      kNow;  // of presentation, by one clock for all tracks; kNow: by the recorder's
-  std::int64_t duration_ns = 0;  // 0: by frame rate, or number of samples
-  bool key = false;              // H.264 and HEVC: decoding can begin here
-  // Null: the bytes are copied before Push returns. Otherwise they stay as they are until this is
-  // called, once, on any thread, whatever Push returns.
+  // Presentation time, on one clock for all tracks; kNow: the recorder's clock is read.
+  std::int64_t time_ns = kNow;
+  std::int64_t duration_ns = 0;  // 0: from the frame rate or the number of samples
+  bool key = false;              // H.264 and HEVC: decoding can start here
+  // Null: Push copies the bytes before it returns. Otherwise the caller must leave them unchanged
+  // until the recorder calls this function: once, on any thread, whatever Push returns.
   void (*release)(void* context) = nullptr;
   void* context = nullptr;
 };
 
 struct Status {
   enum State {
-    kWaiting,  // for the first key frame
+    kWaiting,  // no key frame has come yet
     kRecording,
-    kFailed,  // packets are refused
+    kFailed,  // no more packets are accepted
     kStopped,
   } state = kWaiting;
-  std::string file;                                 // the current one, or the last
-  std::uint64_t files = 0, packets = 0, bytes = 0;  // begun; stored; of payload stored
-  std::int64_t duration_ns = 0;                     // recorded so far
-  // How far the tracks of the current file have come apart: what is stored has no times but those
-  // that follow from counting frames and samples.
+  std::string file;                      // the current file, or the last one
+  std::uint64_t files = 0;               // files started
+  std::uint64_t packets = 0, bytes = 0;  // packets stored, and their payload bytes
+  std::int64_t duration_ns = 0;          // recorded so far
+  // How far the tracks of the current file have drifted apart. The file stores no times: readers
+  // count frames and samples.
   std::int64_t skew_ns = 0;
   std::uint64_t skipped = 0;                     // packets before the first key frame
-  std::uint64_t waits = 0, longestWait_us = 0;   // of Push, for room in the queue
-  std::uint64_t dropped = 0, droppedGroups = 0;  // packets; groups of pictures
+  std::uint64_t waits = 0, longestWait_us = 0;   // how often and how long Push waited for the queue
+  std::uint64_t dropped = 0, droppedGroups = 0;  // packets and groups of pictures dropped
   std::uint64_t warnings = 0;
-  std::string lastError;  // or warning; empty for none
+  std::string lastError;  // the last error or warning; empty when there was none
 };
 
 // Records tracks into one AVI file after another.
@@ -73,55 +74,59 @@ struct Status {
 //   options.segments.time_ns = 600'000'000'000;
 //   options.sync.mode = SyncOptions::kInPlace;
 //   Result why;
-//   auto recorder = Recorder::Open(options, tracks, why);      // null: `why` says why not
+//   auto recorder = Recorder::Open(options, tracks, why);      // null on failure, see `why`
 //   while (...) if (recorder->Push(0, packet) != Code::kOk) break;
 //   Result const result = recorder->Stop();
 //
-// Push may be called from any thread, also from several for one track; the packets of a track come
-// in the order of their pushes. Tracks may come up to ten seconds apart. The recording begins with
-// the first key frame of the leading track: what other tracks have before it is left out.
+// Push may be called from any thread, and from several threads for the same track; a track's
+// packets are stored in the order in which they were pushed. Tracks may arrive up to ten seconds
+// apart. The recording starts with the first key frame of the leading track; earlier packets of
+// other tracks are skipped.
 //
-// What the format needs is done here: tracks that readers do not number come last in the file,
-// audio is cut into blocks of one length, a text precedes its frame, and a file's first key frame
-// that lacks parameter sets gets the last ones.
+// The recorder prepares the packets as the format requires: tracks that readers do not number come
+// last in the file, audio is cut into blocks of equal length, a text precedes its frame, and the
+// first key frame of a file gets the last parameter sets when it has none.
 //
-// A queue takes the packets: a push waits for the storage only when it is full. Payloads with a
-// release function are not copied while few are held, so that a camera's pool of buffers is not
-// drained, and copied at once beyond that.
+// Packets go into a queue: Push waits only when the queue is full. A payload with a release
+// function is used in place while few such payloads are held, and copied otherwise, so that the
+// queue does not use up a camera's buffers.
 //
-// When the storage fails, packets are refused and what was recorded stays as whole as the storage
-// allows; Stop closes the file. While a recorder lives, no other one can record to the same pattern
-// in the same folder; the lock is a hidden file there and ends with the process.
+// When the storage fails, Push accepts no more packets; what was recorded stays readable as far as
+// the storage allows, and Stop closes the file. Two recorders cannot record to the same pattern in
+// the same folder at the same time: the first holds a lock, a hidden file there, which ends with
+// its process.
 //
-// The plug-in is loaded once for a process: from RecorderOptions::plugin, or the environment
-// variable KESTRO_PLUGIN_PATH (each a file, or a folder that holds it), or the folder of this
-// library, or "kestro" next to it. It prints lines for its developers to standard output; the
+// The plug-in is loaded once per process: from RecorderOptions::plugin, or from the environment
+// variable KESTRO_PLUGIN_PATH (each a file, or the folder that contains it), or from the folder of
+// this library, or from "kestro" next to it. The plug-in prints debug lines to standard output; the
 // recorder does not redirect them.
 class KESTRO_API Recorder {
  public:
-  // Nothing is written before the first packet. Null when it cannot be, and then `why` says why.
-  // Throws nothing, as all functions here.
+  // Returns null on failure and sets `why`. Nothing is written before the first packet. No function
+  // of this class throws.
   static std::unique_ptr<Recorder> Open(RecorderOptions const& options, Tracks const& tracks,
                                         Result& why);
-  ~Recorder();  // stops
+  ~Recorder();  // calls Stop
   Recorder(Recorder const&) = delete;
   Recorder& operator=(Recorder const&) = delete;
 
-  // `track` counts the tracks given to Open. kEnded after Stop; kIo and so on: the packet is not
-  // recorded, the status says why, and so it is with those that follow.
+  // `track` is the index in the tracks given to Open. Returns kEnded after Stop. After any other
+  // error, such as kIo, this packet and all later ones are not recorded; see GetStatus for the
+  // reason.
   [[nodiscard]] Code Push(std::size_t track, Payload const& payload);
 
-  // Begins a new file at the next key frame. From any thread.
+  // Starts a new file at the next key frame. May be called from any thread.
   void Split();
 
-  // Stores what waits and closes the last file. From any thread, more than once: the result is the
-  // same. Not kOk when something that was pushed is missing; the text is the first error.
+  // Stores the packets that are still queued and closes the last file. May be called from any
+  // thread and more than once; every call returns the same result. Not kOk when a pushed packet is
+  // missing from the files; the text is then the first error.
   Result Stop();
 
-  // A snapshot; waits for nothing but a moment's lock.
+  // A snapshot. Takes a lock for a moment, and never waits for the storage.
   Status GetStatus() const;
 
-  // How the files are synced, in one line for people; empty where they are not.
+  // How the files are synced, in one line for people; empty when they are not.
   std::string DescribeSync() const;
 
  private:

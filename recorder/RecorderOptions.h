@@ -1,4 +1,4 @@
-// What an application may choose for a recording. All of it has defaults that suit, but the path.
+// The options of a recording. Only the path has no default.
 #pragma once
 
 #include <cstdint>
@@ -12,96 +12,94 @@ namespace kestro::record {
 
 class Storage;
 
-// When a new file begins: at a key frame of the leading track, which is the first video track, or
-// the first audio track where there is no video.
+// When to start a new file. A file starts at a key frame of the leading track: the first video
+// track or, without video, the first audio track.
 struct SegmentOptions {
   static constexpr std::uint64_t kDefaultSize = (std::uint64_t{1} << 31) - 1;
-  std::uint64_t size = kDefaultSize;  // bytes of a file at most, as far as key frames allow
-  std::int64_t time_ns = -1;          // of a file; negative: any
+  std::uint64_t size = kDefaultSize;  // most bytes in a file, as far as key frames allow
+  std::int64_t time_ns = -1;          // length of a file; negative: no limit
 };
 
-// How files stay playable when the recording is cut off.
+// How a file is kept playable in case the recording is cut off.
 struct SyncOptions {
   enum Mode {
     kOff,
-    kInPlace,   // an index of reserved size before the data, updated in place
-    kImage,     // the same, written as a whole with the headers, after at least 512 KiB of data
-    kCallback,  // headers and index in a file of their own, "OUT.avi.sync", until the file is
-                // closed
+    kInPlace,   // an index in reserved space before the data, updated in place
+    kImage,     // the same index, rewritten with the headers after at least 512 KiB of data
+    kCallback,  // headers and index in a separate file, "OUT.avi.sync", until the file is closed
   } mode = kOff;
-  std::int64_t interval_ns = 3000000000;    // from sync to sync
-  std::int64_t reserve_ns = 3600000000000;  // the reserve is for a file of this length ...
-  std::uint64_t reserveBytes = 0;           // ... unless its size is given
-  // In place and image: when a file is closed, it becomes an ordinary one, with its index after the
-  // data too, which all players use; while the next one is recorded. False: it keeps the index
-  // before the data alone.
+  std::int64_t interval_ns = 3000000000;    // time between syncs
+  std::int64_t reserve_ns = 3600000000000;  // reserve index space for a file of this length,
+  std::uint64_t reserveBytes = 0;           // or this many bytes, if not 0
+  // kInPlace and kImage: whether a closed file also gets an index after the data, where all players
+  // look for it. This is done while the next file is recorded.
   bool ordinary = true;
 };
 
-// Packets that wait for the storage. When the queue is full, pushing waits or, with `drop`, whole
-// groups of pictures are left out.
+// The queue of packets that wait for the storage. When it is full, Push waits or, with `drop`,
+// whole groups of pictures are dropped.
 struct QueueOptions {
   bool enabled = true;
   bool drop = false;
-  unsigned maxTime_ms = 10000;   // 0: no bound
-  unsigned maxBytes = 64 << 20;  // 0: no bound
+  unsigned maxTime_ms = 10000;   // 0: no limit
+  unsigned maxBytes = 64 << 20;  // 0: no limit
 };
 
-// Optional chunks of the head.
+// Optional chunks in the file header.
 struct TagOptions {
-  std::vector<char> strd;  // of the first H.264 or HEVC track
-  std::string strn;        // its name
-  std::string isft;        // of the recording software
+  std::vector<char> strd;  // codec data of the first H.264 or HEVC track
+  std::string strn;        // name of that track
+  std::string isft;        // name of the recording software
   unsigned junk = 0;       // bytes of JUNK before the data
-  // Contents carried over from another recording instead: strd and strn by track.
+  // Instead: contents copied from another recording, strd and strn by track.
   std::vector<std::vector<char>> strdOf, strnOf;
   std::vector<char> junkData;
 };
 
-// Something that happened. The strings are for people, in one line that names the file.
+// Something that happened. The text is one line for people and names the file.
 struct Event {
   enum Kind {
-    kOpened,   // a file has been opened
-    kClosed,   // ... and closed
-    kNote,     // worth knowing, nothing is wrong
-    kWarning,  // nothing recorded is at risk
-    kError,    // packets are refused from now on
+    kOpened,   // a file was opened
+    kClosed,   // a file was closed
+    kNote,     // worth knowing, but nothing is wrong
+    kWarning,  // a problem that does not put recorded data at risk
+    kError,    // no more packets are accepted
   } kind = kNote;
   std::string path, text;
-  // kClosed: packets that were stored, bytes of the file, its length, whether it is whole.
+  // kClosed: packets stored, size and length of the file, and whether it is complete.
   std::uint64_t packets = 0, bytes = 0;
   std::int64_t duration_ns = 0;
   bool complete = false;
 };
 
 struct RecorderOptions {
-  // "cam-%05d.avi" makes cam-00001.avi and so on, "cam.avi" makes cam.avi, cam-00002.avi. Numbers
-  // of files that exist are left out.
+  // "cam-%05d.avi" creates cam-00001.avi and so on; "cam.avi" creates cam.avi, cam-00002.avi and so
+  // on. Numbers of existing files are skipped.
   std::string path;
-  bool overwrite = false;         // existing files instead
-  std::vector<std::string> keep;  // files that are never overwritten all the same
+  bool overwrite = false;         // overwrite existing files instead of skipping their numbers
+  std::vector<std::string> keep;  // files that must never be overwritten
 
   SegmentOptions segments;
   SyncOptions sync;
   QueueOptions queue;
   TagOptions tags;
-  unsigned cacheBlocks = 0;  // of 512 KiB, which may wait for the storage; 0: as many as usual
-  std::optional<int> spillSeconds;  // of index kept in memory, the rest in a temporary file
-  std::string spillFolder;          // for it; empty: the temporary folder
-  std::vector<std::pair<std::string, std::string>> properties;  // of the muxer, as text
+  unsigned cacheBlocks = 0;         // write cache in blocks of 512 KiB; 0: the muxer's default
+  std::optional<int> spillSeconds;  // keep this much index in memory, the rest in a temporary file
+  std::string spillFolder;          // folder of that file; empty: the temporary folder
+  std::vector<std::pair<std::string, std::string>> properties;  // muxer properties, as text
 
-  // Everything happens in Push and Stop; no queue, no thread.
+  // Do all work in Push and Stop, without a queue or threads.
   bool threadless = false;
-  // One file, whose packets are stored as they come, with times from 0 on: nothing is split, cut
-  // into blocks, sorted, or waited for. For repairs.
+  // Write one file and store packets as they come, with times starting at 0: no splitting, no
+  // audio blocks, no sorting, no waiting for other tracks. Used for repairs.
   bool verbatim = false;
 
-  std::string plugin;  // the file, or its folder; empty: looked for, see Recorder
-  // Called on threads of the recorder or in Push and Stop, one call at a time and without locks. It
-  // may push packets and ask for the status; Stop called there returns at once.
+  std::string plugin;  // the plug-in or its folder; empty: search for it, see Recorder
+  // Called on the recorder's threads or in Push and Stop, one call at a time and with no lock held.
+  // It may call Push and GetStatus; Stop called from it returns at once.
   std::function<void(Event const&)> onEvent;
   std::function<std::int64_t()> clock;  // nanoseconds, for packets without a time; null: monotonic
-  Storage* storage = nullptr;           // outlives the recorder; null: the system's files
+  Storage* storage = nullptr;           // must outlive the recorder; null: the system's files
 };
 
 }  // namespace kestro::record

@@ -22,7 +22,7 @@ bool RecordingLock::Take(std::string const& pattern) {
       _file = -1;
       return !taken;
     }
-    // Whoever had it may have removed it meanwhile: then it keeps nobody out.
+    // The previous holder may have removed the file in the meantime: then try again.
     struct stat state;
     if (fstat(_file, &state) != 0 || state.st_nlink > 0) return true;
     close(_file);

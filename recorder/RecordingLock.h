@@ -1,12 +1,12 @@
-// One recorder for a pattern in a folder.
+// Allows one recorder per pattern and folder.
 #pragma once
 
 #include <string>
 
 namespace kestro::record {
 
-// Holds a hidden file next to the recording, ".cam-%05d.avi.lock", locked. The lock ends with the
-// process: a file that remains does not count.
+// Holds a lock on a hidden file next to the recording, ".cam-%05d.avi.lock". The lock ends with the
+// process, even when the file remains.
 class RecordingLock {
  public:
   RecordingLock() = default;
@@ -14,8 +14,8 @@ class RecordingLock {
   RecordingLock(RecordingLock const&) = delete;
   RecordingLock& operator=(RecordingLock const&) = delete;
 
-  // False when another recorder has it. Where no such file can be made there is no lock: recording
-  // will say what is wrong there, if anything is.
+  // False when another recorder holds the lock. Returns true without a lock when the file cannot be
+  // created: recording then reports what is wrong.
   bool Take(std::string const& pattern);
 
  private:

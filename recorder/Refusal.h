@@ -1,4 +1,4 @@
-// How the recorder's parts say that something cannot be; it ends at the recorder's own functions.
+// The exception that the recorder uses inside; its public functions turn it into a Result.
 #pragma once
 
 #include <stdexcept>
@@ -11,7 +11,7 @@ namespace kestro::record {
 class Refusal : public std::runtime_error {
  public:
   Refusal(Code code, std::string const& text) : std::runtime_error(text), _code(code) {}
-  Result Says() const { return {_code, what()}; }
+  Result ToResult() const { return {_code, what()}; }
 
  private:
   Code _code;

@@ -17,8 +17,8 @@ SegmentNames::SegmentNames(RecorderOptions const& options)
   std::string const name = fs::path(_output).filename();
   if (std::count(name.begin(), name.end(), '%') != (_numbered ? 1 : 0))
     throw Refusal(Code::kInvalid,
-                  _output + ": a % in the name stands for one number, such as %05d");
-  if (name.empty()) throw Refusal(Code::kInvalid, "\"" + _output + "\" names no file");
+                  _output + ": use % in the name only for one number, such as %05d");
+  if (name.empty()) throw Refusal(Code::kInvalid, "\"" + _output + "\" is not a file name");
   std::error_code none;
   if (options.storage == nullptr && fs::is_directory(Name(1), none))
     throw Refusal(Code::kIo, Name(1) + ": is a directory");
@@ -38,13 +38,13 @@ std::string SegmentNames::Next() {
   return Name(++_number);
 }
 
-// Why a file cannot be written; empty when it can.
+// Why a file cannot be written; empty if it can.
 std::string SegmentNames::Obstacle(std::string const& name) const {
   std::string why = Obstacle(name, "");
   if (_options.sync.mode != SyncOptions::kCallback) return why;
-  for (std::string const& beside : avi::SlotFile::Names(name + avi::SlotFile::kEnding))
+  for (std::string const& side : avi::SlotFile::Names(name + avi::SlotFile::kEnding))
     if (why.empty())
-      why = Obstacle(beside, ", the headers and index of a recording that was cut off");
+      why = Obstacle(side, ", with the headers and index of a recording that was cut off");
   return why;
 }
 

@@ -1,4 +1,4 @@
-// The names of a recording's files.
+// The file names of a recording.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 
 namespace kestro::record {
 
-// Of "cam-%05d.avi": cam-00001.avi, cam-00002.avi and so on; of "cam.avi": cam.avi, cam-00002.avi.
-// Numbers of files that exist are left out, unless they may be overwritten.
+// "cam-%05d.avi" gives cam-00001.avi, cam-00002.avi and so on; "cam.avi" gives cam.avi,
+// cam-00002.avi and so on. Numbers of existing files are skipped unless they may be overwritten.
 class SegmentNames {
  public:
-  // The options outlive it. Throws Refusal for a name with a % that is not one number, and when the
-  // first file cannot be written.
+  // `options` must outlive the object. Throws Refusal when the name has a % that is not a single
+  // number, or when the first file cannot be written.
   explicit SegmentNames(RecorderOptions const& options);
 
   std::string Next();

@@ -16,7 +16,7 @@ struct Registry {
 Registry registry;
 }  // namespace
 
-static unsigned Enter(SideFile* file) {
+static unsigned Register(SideFile* file) {
   std::lock_guard lock(registry.mutex);
   registry.files[++registry.last] = file;
   return registry.last;
@@ -45,7 +45,7 @@ class StorageFolder : public avi::SlotFile::Folder {
 SideFile::SideFile(std::string const& avi, Storage& storage)
     : _folder(std::make_unique<StorageFolder>(storage)),
       _slots(avi + avi::SlotFile::kEnding, avi::SlotFile::kFirstSlot, _folder.get()),
-      _id(Enter(this)) {}
+      _id(Register(this)) {}
 
 SideFile::~SideFile() {
   std::lock_guard lock(registry.mutex);
@@ -56,15 +56,15 @@ bool SideFile::Attach(base::Object& muxer) {
   using Callback = void (*)(unsigned, unsigned, unsigned char const*, unsigned, unsigned);
   Callback const callback = [](unsigned id, unsigned, unsigned char const* data, unsigned size,
                                unsigned) {
-    if (SideFile* file = Find(id)) file->Note(file->_slots.Store(data, size));
+    if (SideFile* file = Find(id)) file->NoteFault(file->_slots.Store(data, size));
   };
   return muxer.Set("notifyid", _id) && muxer.Set("periodicSyncCallback", callback);
 }
 
-void SideFile::Note(bool done) {
-  if (!done && _fault.empty()) _fault = _slots.Error();
+void SideFile::NoteFault(bool stored) {
+  if (!stored && _fault.empty()) _fault = _slots.Error();
 }
 
-void SideFile::Remove() { Note(_slots.Remove()); }
+void SideFile::Remove() { NoteFault(_slots.Remove()); }
 
 }  // namespace kestro::record

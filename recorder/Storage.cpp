@@ -7,18 +7,18 @@
 
 namespace kestro::record {
 
-// The host takes "S:/name" for a name on a drive.
-static std::string Place(std::string const& path) { return std::filesystem::absolute(path); }
+// An absolute path: the host would read "S:/name" as a name on a drive.
+static std::string Absolute(std::string const& path) { return std::filesystem::absolute(path); }
 
 std::unique_ptr<base::IO> Storage::Open(std::string const& path, char const* mode) {
-  auto file = std::make_unique<base::FileIO>(Place(path).c_str(), mode);
+  auto file = std::make_unique<base::FileIO>(Absolute(path).c_str(), mode);
   if (file->Opened()) return file;
   errno = file->Error();
   return nullptr;
 }
 
 bool Storage::Remove(std::string const& path) {
-  return base::File::Delete(Place(path).c_str()) || errno == ENOENT;
+  return base::File::Delete(Absolute(path).c_str()) || errno == ENOENT;
 }
 
 bool Storage::Exists(std::string const& path) {

@@ -1,4 +1,4 @@
-// Where files are kept.
+// The file system that a recorder writes to.
 #pragma once
 
 #include <memory>
@@ -8,20 +8,21 @@
 
 namespace kestro::record {
 
-// What a recorder asks of a file system. Tests, and devices without one, have their own. Called
-// from threads of the recorder and in Push and Stop, also at the same time.
+// The file operations that a recorder needs. The default uses the system's files; derive from it
+// for tests, or for devices without a file system. The recorder calls it from its own threads and
+// in Push and Stop, possibly at the same time.
 class KESTRO_API Storage {
  public:
   virtual ~Storage() = default;
 
-  // A stream over a file; `mode` is "rwbc" for a new one, in place of one of that name, "r+b" or
-  // "rb" for one that exists (see base::File). Null on failure, with errno. What fails later shows
-  // when the stream is used.
+  // Opens a file. `mode` is "rwbc" to create it or replace an existing one, and "r+b" or "rb" to
+  // open an existing one (see base::File). Returns null and sets errno on failure; later failures
+  // are reported when the stream is used.
   virtual std::unique_ptr<base::IO> Open(std::string const& path, char const* mode);
-  // False, with errno, when a file of that name is left.
+  // Returns false and sets errno when the file still exists afterwards.
   virtual bool Remove(std::string const& path);
   virtual bool Exists(std::string const& path);
-  // Bytes that could be stored yet; UINT64_MAX where that is unknown.
+  // The free space in bytes; UINT64_MAX when unknown.
   virtual base::uint64 Free(std::string const& path);
 };
 

@@ -1,4 +1,4 @@
-// The storage of a recording, whichever it is.
+// The storage of a recording: the application's or the system's.
 #pragma once
 
 #include "recorder/RecorderOptions.h"

@@ -17,9 +17,8 @@ using avi::Seconds;
 
 static constexpr std::uint64_t kEntry = 16, kChunkHead = 8, kListHead = 12;
 
-// The least number from `value` on that leaves this rest when divided by 16.
-static std::uint64_t Aligned(std::uint64_t value, std::uint64_t rest) {
-  return value + (rest + 16 - value % 16) % 16;
+static std::uint64_t RoundedUp(std::uint64_t value, std::uint64_t unit) {
+  return (value + unit - 1) / unit * unit;
 }
 
 static double EntriesPerSecond(Tracks const& tracks) {
@@ -35,32 +34,33 @@ static double EntriesPerSecond(Tracks const& tracks) {
 
 std::uint64_t SyncPlan::ReserveBytes(SyncOptions const& options, Tracks const& tracks) {
   if (options.mode != SyncOptions::kInPlace && options.mode != SyncOptions::kImage) return 0;
-  // A little more, as files end late rather than early.
+  // A little more: files tend to get longer than planned.
   double const entries = EntriesPerSecond(tracks) * static_cast<double>(options.reserve_ns) / 1e9;
   double const bytes = options.reserveBytes != 0 ? static_cast<double>(options.reserveBytes)
                                                  : kEntry * (std::ceil(entries * 1.01) + 64);
-  constexpr std::uint64_t kLargest = INT_MAX - (std::uint64_t{64} << 20);  // beside the head
+  constexpr std::uint64_t kLargest =
+      INT_MAX - (std::uint64_t{64} << 20);  // leaves room for headers
   if (bytes > static_cast<double>(kLargest))
     throw Refusal(Code::kInvalid, "a reserve for an index of " +
                                       ByteCount(static_cast<std::uint64_t>(bytes)) +
-                                      " is more than files can have");
-  return Aligned(static_cast<std::uint64_t>(bytes), 0);
+                                      " is too large for a file");
+  return RoundedUp(static_cast<std::uint64_t>(bytes), kEntry);
 }
 
 SyncPlan::SyncPlan(SyncOptions const& options, Tracks const& tracks, base::Fraction rate,
                    Tags& tags)
     : _mode(options.mode), _interval_ms(static_cast<unsigned>(options.interval_ns / 1000000)) {
   if (_mode == SyncOptions::kOff) return;
-  constexpr std::size_t kMostCopied = 1 << 16;  // tags beyond it are not worth their place
+  constexpr std::size_t kMostCopied = 1 << 16;  // larger tags are left out of the copy
   std::string const head = ComposeHead(tracks, rate, &tags);
   bool const small = head.size() <= kMostCopied;
   std::string const copied = small ? head : ComposeHead(tracks, rate, nullptr);
 
-  // From the end: the data, the head of movi, the index, JUNK. The copy shares no sector with any
-  // of them but JUNK. Of the index, 4 bytes are too few for an entry: with the heads of two chunks
-  // they make 16 from the last entry to the data.
+  // The layout, backwards: the data, the header of movi, the index, JUNK. The copy of the headers
+  // lies in sectors that contain nothing but JUNK. The index ends with 4 unused bytes: with the
+  // header of movi they make 16 bytes from the last entry to the data.
   constexpr std::uint64_t kSector = HeadCopy::kSector, kRest = 4;
-  auto const sectors = [](std::uint64_t n) { return (n + kSector - 1) / kSector * kSector; };
+  auto const sectors = [](std::uint64_t n) { return RoundedUp(n, kSector); };
   std::uint64_t const reserve = ReserveBytes(options, tracks), junk = tags.JunkBytes();
   std::uint64_t const index = reserve != 0 ? kChunkHead + reserve + kRest : 0;
   std::uint64_t const begin = head.size() + kChunkHead, at = sectors(head.size() + kSector);
@@ -92,10 +92,10 @@ bool SyncPlan::Apply(base::Object& muxer) const {
          muxer.Set("periodicSyncHeaderSize", _header) && muxer.Set("periodicSyncIdx1Size", _index);
 }
 
-std::string SyncPlan::Text(SyncOptions const& options, Tracks const& tracks) {
+std::string SyncPlan::Describe(SyncOptions const& options, Tracks const& tracks) {
   std::string const every = " every " + Seconds(options.interval_ns / 1000000);
   if (options.mode == SyncOptions::kCallback)
-    return "syncs headers and index to a file of their own" + every;
+    return "syncs headers and index to a separate file" + every;
   std::uint64_t const reserve = ReserveBytes(options, tracks);
   std::uint64_t const entries = reserve / kEntry;
   double const seconds = static_cast<double>(entries) / EntriesPerSecond(tracks);

@@ -1,4 +1,4 @@
-// Recordings that stay playable when they are cut off: which way, and with what sizes.
+// How a recording is synced while it is written: the mode, and the sizes of the reserved areas.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +9,26 @@
 
 namespace kestro::record {
 
-// The settings of the muxer that syncs. Its sizes go together: no index entry before the data
-// lies in two sectors, the data begins with one, and a copy of the head lies in JUNK, a sector
-// away.
+// The settings of the syncing muxer. The sizes are chosen so that no entry of an index before the
+// data crosses a sector, the data starts at a sector, and a copy of the headers lies in JUNK, at
+// least a sector away from the headers.
 class SyncPlan {
  public:
-  SyncPlan() = default;  // no syncs
-  // Changes the tags, whose JUNK fills what stands ahead of index or data. `rate` is the muxer's
-  // "constFrameRate". Throws Refusal.
+  // Changes the JUNK of the tags, which fills the space before the index or the data. `rate` is the
+  // muxer's "constFrameRate". Throws Refusal.
   SyncPlan(SyncOptions const& options, Tracks const& tracks, base::Fraction rate, Tags& tags);
 
-  bool Apply(base::Object& muxer) const;              // false when it refuses something
-  std::uint64_t Entries() const { return _entries; }  // that the index has room for, 0: any number
-  std::uint64_t EntriesAt() const { return _entriesAt; }  // of an index before the data, 0: none
+  bool Apply(base::Object& muxer) const;              // false when the muxer refuses a setting
+  std::uint64_t Entries() const { return _entries; }  // capacity of the index, 0: unlimited
+  // Offsets: of the entries of an index before the data (0: no such index), of the data.
+  std::uint64_t EntriesAt() const { return _entriesAt; }
   std::uint64_t DataAt() const { return _dataAt; }
 
-  // The payload of the index in front of the data; 0 where there is none. Throws Refusal.
+  // The size of an index before the data; 0 when there is none. Throws Refusal.
   static std::uint64_t ReserveBytes(SyncOptions const& options, Tracks const& tracks);
   // One line for people.
-  static std::string Text(SyncOptions const& options, Tracks const& tracks);
-  // Whether a property of the muxer is one of those above.
+  static std::string Describe(SyncOptions const& options, Tracks const& tracks);
+  // Whether this class sets a property of the muxer.
   static bool Owns(std::string const& property);
 
  private:

@@ -1,4 +1,4 @@
-// The optional chunks of a recording's head.
+// The optional chunks in the file header.
 #pragma once
 
 #include <memory>
@@ -10,15 +10,15 @@
 
 namespace kestro::record {
 
-// A tag set of the plug-in with the memory that it points to. It outlives the muxer that it is set
-// on. Values are padded with zeros: readers expect chunks of even length.
+// A tag set of the plug-in and the memory that it points to. Must outlive the muxer that uses it.
+// Values are padded with zeros, because readers expect chunks of even length.
 class Tags {
  public:
-  // `tracks`: their number; `video`: the one that strd and strn belong to. Throws Refusal.
+  // `tracks`: number of tracks; `video`: the track that strd and strn belong to. Throws Refusal.
   Tags(TagOptions const& options, std::size_t tracks, std::size_t video);
 
   base::Object* Get() const { return _tags.get(); }
-  // What the chunks hold, by track; empty where there are none.
+  // The chunks' contents, by track; empty for no chunk.
   std::vector<char> const& Strd(std::size_t track) const { return _strd.data[track]; }
   std::vector<char> const& Strn(std::size_t track) const { return _strn.data[track]; }
   std::vector<char> const& Isft() const { return _isft; }
@@ -31,7 +31,7 @@ class Tags {
   void Set(char const* name, T value);
 
   std::unique_ptr<base::Object> _tags;
-  // By track: contents, and what the tag set takes.
+  // By track: contents, and the arrays that the tag set takes.
   struct OfTracks {
     std::vector<std::vector<char>> data;
     std::vector<void*> buf;

@@ -1,12 +1,11 @@
 #include "recorder/Work.h"
 
 #include <algorithm>
-#include <chrono>
 #include <climits>
 #include <cmath>
 
-#include "avi/Text.h"
 #include "base/IClass.h"
+#include "recorder/CheckOptions.h"
 #include "recorder/Plugin.h"
 #include "recorder/Refusal.h"
 
@@ -17,35 +16,13 @@ using stream::PacketQueue;
 static constexpr std::int64_t kSecond_ns = 1000000000;
 static constexpr std::int64_t kLatest_ns = INT64_MAX / 4;
 
-static void Require(bool good, std::string const& text) {
-  if (!good) throw Refusal(Code::kInvalid, text);
-}
-
-RecorderOptions Recorder::Work::Checked(RecorderOptions options) {
-  SyncOptions const& sync = options.sync;
-  auto& segments = options.segments;
-  segments.size = std::min<std::uint64_t>(segments.size, UINT32_MAX);  // no file is larger
-  Require(segments.size != 0 && segments.time_ns != 0, "segments must be larger than nothing");
-  Require(sync.mode == SyncOptions::kOff || !options.spillSeconds,
-          "an index in a temporary file does not go with syncs, which keep it in memory");
-  Require(sync.interval_ns >= 1000000 && sync.interval_ns / 1000000 <= UINT32_MAX,
-          "the interval of syncs is from 1 ms to 49 days");
-  Require(sync.reserve_ns > 0, "the reserve must be for more than nothing");
-  if (options.threadless) {
-    options.queue.enabled = false;
-    options.cacheBlocks = 1;
-  }
-  if (!options.clock)
-    options.clock = [] {
-      return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
-    };
-  return options;
-}
-
 Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
-    : _options(Checked(options)), _worker(options.threadless), _sequence(tracks.size()) {
-  TakeTracks(tracks);
-  CheckReserve();
+    : _options(CheckedOptions(options)), _worker(options.threadless), _sequence(tracks.size()) {
+  SortTracks(tracks);
+  if (!_options.verbatim) {
+    CheckTracks(_tracks);
+    CheckReserve(_options, _tracks);
+  }
   if (Result const loaded = LoadAviPlugin(_options.plugin); !loaded)
     throw Refusal(loaded.code, loaded.text);
   bool const files = _options.storage == nullptr && !_options.verbatim;
@@ -59,15 +36,17 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
   auto const report = [this](Event event) { Report(std::move(event)); };
   _segments = std::make_unique<Segments>(
       _options, _tracks, *_packets, report, [this, report](FinishedFile file) {
-        _worker.Post([this, file = std::move(file), report] { Conclude(file, _options, report); });
+        _worker.Post(
+            [this, file = std::move(file), report] { FinishFile(file, _options, report); });
       });
   for (std::size_t i = 0; i < _tracks.size(); ++i) _inputs.push_back(&_segments->Input(i));
   if (_options.queue.enabled) MakeQueue();
 }
 
-// Sorts them as a file has them.
-void Recorder::Work::TakeTracks(Tracks const& tracks) {
-  Require(!tracks.empty() && tracks.size() <= 100, "a recording has from 1 to 100 tracks");
+// Puts the tracks into file order.
+void Recorder::Work::SortTracks(Tracks const& tracks) {
+  if (tracks.empty() || tracks.size() > 100)
+    throw Refusal(Code::kInvalid, "a recording must have 1 to 100 tracks");
   _numberOf.resize(tracks.size());
   for (bool numbered : {true, false})
     for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -76,39 +55,6 @@ void Recorder::Work::TakeTracks(Tracks const& tracks) {
       _tracks.push_back(tracks[i]);
       if (tracks[i].name.empty()) _tracks.back().name = "track " + std::to_string(i);
     }
-  if (_options.verbatim) return;
-  for (TrackInfo& info : _tracks) CheckTrack(info);
-}
-
-void Recorder::Work::CheckTrack(TrackInfo& info) const {
-  auto const require = [&info](bool good, char const* text) {
-    if (!good) throw Refusal(Code::kUnsupported, info.name + ": " + text);
-  };
-  auto const video = std::find_if(_tracks.begin(), _tracks.end(),
-                                  [](TrackInfo const& track) { return track.IsVideo(); });
-  if (info.IsAudio()) {
-    require(info.rate > 0 && info.channels > 0, "audio needs its rate and channels");
-    require(info.bits > 0 && info.bits % 8 == 0 && info.FrameBytes() <= UINT16_MAX,
-            "samples are whole bytes");
-    if (info.samples <= 0) info.samples = TrackInfo::BlockLength(info.rate);
-    return;
-  }
-  require(video != _tracks.end(), "text takes its time from video, and there is none");
-  if (info.IsText()) info.frameRate = video->frameRate;
-  require(info.frameRate.Positive(), "video needs its frame rate");
-  if (info.IsText()) return;
-  require(info.width > 0 && info.height > 0, "video needs the size of its frame");
-  // Motion JPEG keeps a rate of its own.
-  require(!info.Numbered() || info.frameRate.num * video->frameRate.den ==
-                                  video->frameRate.num * info.frameRate.den,
-          "its frame rate is not that of the first video track");
-}
-
-// Otherwise every key frame would begin a new file.
-void Recorder::Work::CheckReserve() const {
-  if (_options.verbatim) return;
-  Require(SyncPlan::ReserveBytes(_options.sync, _tracks) < _options.segments.size,
-          "the index alone is as large as a segment may be; a smaller reserve helps");
 }
 
 void Recorder::Work::MakeQueue() {
@@ -127,15 +73,16 @@ void Recorder::Work::MakeQueue() {
     throw Refusal(Code::kPlugin, "the queue cannot be started");
 }
 
-Code Recorder::Work::Refuses(std::size_t track, Payload const& payload) const {
-  auto const within = [](std::int64_t time_ns) {
+// kOk when the payload can be pushed.
+Code Recorder::Work::CheckPayload(std::size_t track, Payload const& payload) const {
+  auto const inRange = [](std::int64_t time_ns) {
     return time_ns >= -kLatest_ns && time_ns <= kLatest_ns;
   };
-  bool const good = track < _tracks.size() && payload.size <= INT_MAX - 16 &&
-                    (payload.data != nullptr || payload.size == 0) &&
-                    (payload.time_ns == Payload::kNow || within(payload.time_ns)) &&
-                    payload.duration_ns >= 0 && within(payload.duration_ns);
-  if (!good) return Code::kInvalid;
+  bool const valid = track < _tracks.size() && payload.size <= INT_MAX - 16 &&
+                     (payload.data != nullptr || payload.size == 0) &&
+                     (payload.time_ns == Payload::kNow || inRange(payload.time_ns)) &&
+                     payload.duration_ns >= 0 && inRange(payload.duration_ns);
+  if (!valid) return Code::kInvalid;
   TrackInfo const& info = _tracks[_numberOf[track]];
   if (info.IsAudio() && payload.size % static_cast<std::size_t>(info.FrameBytes()) != 0 &&
       !_options.verbatim)
@@ -143,7 +90,8 @@ Code Recorder::Work::Refuses(std::size_t track, Payload const& payload) const {
   return _ended ? Code::kEnded : Code::kOk;
 }
 
-std::int64_t Recorder::Work::Length_ns(std::size_t track, stream::Packet const& packet) const {
+std::int64_t Recorder::Work::DefaultDuration_ns(std::size_t track,
+                                                stream::Packet const& packet) const {
   TrackInfo const& info = _tracks[track];
   if (info.IsText()) return 0;
   if (info.IsAudio())
@@ -153,26 +101,27 @@ std::int64_t Recorder::Work::Length_ns(std::size_t track, stream::Packet const& 
 }
 
 Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
-  if (Code const code = Refuses(track, payload); code != Code::kOk) {
+  if (Code const code = CheckPayload(track, payload); code != Code::kOk) {
     if (payload.release != nullptr) payload.release(payload.context);
     return code;
   }
   std::size_t const number = _numberOf[track];
   auto const packet = _packets->New(number, payload);
   packet->Pts(payload.time_ns == Payload::kNow ? _options.clock() : payload.time_ns);
-  packet->Duration(payload.duration_ns != 0 ? payload.duration_ns : Length_ns(number, *packet));
+  packet->Duration(payload.duration_ns != 0 ? payload.duration_ns
+                                            : DefaultDuration_ns(number, *packet));
   packet->Seq(_sequence[number]++);
-  bool const always = _tracks[number].IsAudio() || _tracks[number].codec == TrackInfo::kMjpeg;
-  if (always && !_options.verbatim) packet->Flags(stream::Packet::kKey);
-  bool const taken = Hand(number, *packet);
+  bool const allKeys = _tracks[number].IsAudio() || _tracks[number].codec == TrackInfo::kMjpeg;
+  if (allKeys && !_options.verbatim) packet->Flags(stream::Packet::kKey);
+  bool const stored = PassOn(number, *packet);
   _worker.RunPosted();
-  if (taken) return Code::kOk;
+  if (stored) return Code::kOk;
   return _ended && !_failed ? Code::kEnded : Code::kIo;
 } catch (std::bad_alloc const&) {
   return Code::kMemory;
 }
 
-bool Recorder::Work::Hand(std::size_t track, stream::Packet& packet) {
+bool Recorder::Work::PassOn(std::size_t track, stream::Packet& packet) {
   bool taken = false;
   if (_segments) {
     taken = _inputs[track]->Push(packet);
@@ -190,15 +139,15 @@ void Recorder::Work::Split() {
   if (_segments) _segments->Split();
 }
 
-// A fault that lasts is reported once.
+// Reports each warning and error once, even when it occurs again.
 void Recorder::Work::Report(Event event) {
   constexpr std::size_t kMost = 256;
   {
     std::lock_guard lock(_mutex);
-    bool const fault = event.kind == Event::kWarning || event.kind == Event::kError;
-    if (fault && _reported.count(event.text) != 0) return;
-    if (fault && _reported.size() < kMost) _reported.insert(event.text);
-    if (fault) _last = event.text;
+    bool const problem = event.kind == Event::kWarning || event.kind == Event::kError;
+    if (problem && _reported.count(event.text) != 0) return;
+    if (problem && _reported.size() < kMost) _reported.insert(event.text);
+    if (problem) _last = event.text;
     if (event.kind == Event::kError && _error.empty()) _error = event.text;
     _warnings += event.kind == Event::kWarning;
   }
@@ -214,13 +163,13 @@ bool Recorder::Work::End() {
   FinishedFile const finished{_file->Path(),   _file->Pushed(),   _fileEnd_ns,   complete,
                               _file->Errors(), _file->Warnings(), _file->Index()};
   _file.reset();
-  Conclude(finished, _options, [this](Event event) { Report(std::move(event)); });
+  FinishFile(finished, _options, [this](Event event) { Report(std::move(event)); });
   return complete;
 }
 
 Result Recorder::Work::Stop() {
   _ended = true;
-  if (_worker.Inside()) return {};
+  if (_worker.CalledByTask()) return {};
   std::lock_guard stopping(_stopMutex);
   if (!_stopped) {
     _stopped = true;
@@ -229,13 +178,13 @@ Result Recorder::Work::Stop() {
   }
   std::lock_guard lock(_mutex);
   if (!_failed && _error.empty()) return {};
-  return {Code::kIo, _error.empty() ? _options.path + ": a packet was refused" : _error};
+  return {Code::kIo, _error.empty() ? _options.path + ": a packet was not accepted" : _error};
 }
 
-Status Recorder::Work::Now() const {
+Status Recorder::Work::GetStatus() const {
   Status status;
   if (_segments) {
-    Segments::Progress const now = _segments->Now();
+    Segments::Progress const now = _segments->GetProgress();
     status.state = now.begun ? Status::kRecording : Status::kWaiting;
     if (now.failed) status.state = Status::kFailed;
     status.file = now.file;
@@ -262,7 +211,7 @@ Status Recorder::Work::Now() const {
 
 std::string Recorder::Work::DescribeSync() const {
   if (_options.sync.mode == SyncOptions::kOff) return {};
-  return SyncPlan::Text(_options.sync, _tracks);
+  return SyncPlan::Describe(_options.sync, _tracks);
 }
 
 }  // namespace kestro::record

@@ -1,4 +1,4 @@
-// What a Recorder is made of.
+// The implementation of Recorder.
 #pragma once
 
 #include <atomic>
@@ -15,7 +15,7 @@
 
 namespace kestro::record {
 
-// From an application's packets to Segments, through a queue if one is wanted; or to one
+// Passes an application's packets to Segments, optionally through a queue, or to a single
 // FileWriter.
 class Recorder::Work {
  public:
@@ -25,27 +25,24 @@ class Recorder::Work {
   Code Push(std::size_t track, Payload const& payload);
   void Split();
   Result Stop();
-  Status Now() const;
+  Status GetStatus() const;
   std::string DescribeSync() const;
 
  private:
-  static RecorderOptions Checked(RecorderOptions options);
-  void TakeTracks(Tracks const& tracks);
-  void CheckTrack(TrackInfo& info) const;
-  void CheckReserve() const;
+  void SortTracks(Tracks const& tracks);
   void MakeQueue();
-  Code Refuses(std::size_t track, Payload const& payload) const;
-  bool Hand(std::size_t track, stream::Packet& packet);
-  std::int64_t Length_ns(std::size_t track, stream::Packet const& packet) const;
+  Code CheckPayload(std::size_t track, Payload const& payload) const;
+  bool PassOn(std::size_t track, stream::Packet& packet);
+  std::int64_t DefaultDuration_ns(std::size_t track, stream::Packet const& packet) const;
   void Report(Event event);
   bool End();
 
   RecorderOptions const _options;
-  Tracks _tracks;                      // in the order of the file
-  std::vector<std::size_t> _numberOf;  // there, by the application's number
+  Tracks _tracks;                      // in file order
+  std::vector<std::size_t> _numberOf;  // number in the file, by the application's number
   RecordingLock _lock;
 
-  mutable std::mutex _mutex;  // of what follows
+  mutable std::mutex _mutex;  // protects what follows
   std::set<std::string> _reported;
   std::string _error, _last;  // the first error; the last error or warning
   std::uint64_t _warnings = 0;
@@ -54,10 +51,10 @@ class Recorder::Work {
   Worker _worker;
   std::unique_ptr<Segments> _segments;  // null when verbatim
   std::mutex _fileMutex;
-  std::unique_ptr<FileWriter> _file;  // when verbatim
+  std::unique_ptr<FileWriter> _file;  // null unless verbatim
   std::int64_t _fileEnd_ns = 0;
-  std::unique_ptr<stream::PacketQueue> _queue;   // null without
-  std::vector<stream::IPort*> _inputs;           // by the number in the file
+  std::unique_ptr<stream::PacketQueue> _queue;   // null without a queue
+  std::vector<stream::IPort*> _inputs;           // by number in the file
   std::vector<std::atomic<unsigned>> _sequence;  // next packet number, by track
 
   std::atomic<bool> _ended{false}, _failed{false};

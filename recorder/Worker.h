@@ -1,4 +1,4 @@
-// What a recorder does besides storing packets.
+// Runs a recorder's background tasks.
 #pragma once
 
 #include <atomic>
@@ -10,28 +10,28 @@
 
 namespace kestro::record {
 
-// Runs tasks one after the other: on a thread of its own or, threadless, whenever it is told to.
+// Runs tasks one after the other: on its own thread or, if threadless, when RunPosted is called.
 class Worker {
  public:
   explicit Worker(bool threadless);
   ~Worker() { Finish(); }
 
-  void Post(std::function<void()> task);  // any thread; tasks throw nothing
-  // Threadless: runs what was posted, unless this is called by a task.
+  void Post(std::function<void()> task);  // any thread; tasks must not throw
+  // Threadless: runs the posted tasks. Does nothing when a task calls it.
   void RunPosted();
-  // Returns when all is done; nothing is posted from then on, but by tasks. Not called by a task.
+  // Waits until all tasks are done. After this only tasks may post. Must not be called by a task.
   void Finish();
-  bool Inside() const { return std::this_thread::get_id() == _runner; }  // called by a task
+  bool CalledByTask() const { return std::this_thread::get_id() == _runner; }
 
  private:
   void Run(bool wait);
 
-  std::mutex _mutex;  // of what follows
+  std::mutex _mutex;  // protects what follows
   std::condition_variable _posted;
   std::deque<std::function<void()>> _tasks;
   bool _running = false, _finishing = false;
 
-  std::atomic<std::thread::id> _runner{};  // of the task that runs
+  std::atomic<std::thread::id> _runner{};  // the thread that runs a task
   std::thread _thread;
 };
 

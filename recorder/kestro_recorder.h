@@ -1,4 +1,5 @@
-/* Recording for C programs: tracks and packets in, AVI files out. C99. Link with -lkestrorec.
+/* The recorder library for C programs (C99): takes the packets of several tracks and writes AVI
+ * files. Link with -lkestrorec.
  *
  *   kestro_recorder_options options;
  *   kestro_recorder_options_init(&options, sizeof options);
@@ -12,17 +13,17 @@
  *   code = kestro_recorder_stop(recorder);
  *   kestro_recorder_free(recorder);
  *
- * Threads: push, split, stop, status and text may be called from any thread once start has
- * returned, all at the same time; packets of a track come in the order of their pushes. Everything
- * else is for one thread, and free for when no other call is under way and not inside a callback.
- * Callbacks are called on threads of the library or inside push and stop, one at a time; there,
- * everything but free may be called, and stop returns at once.
+ * Threads: once start has returned, push, split, stop, get_status and get_text may be called from
+ * any thread at the same time; a track's packets are stored in the order in which they were pushed.
+ * Call all other functions from one thread. Call free only when no other call is running, and not
+ * from a callback. Callbacks run on threads of the library or inside push and stop, one at a time;
+ * they may call everything but free, and stop returns at once there.
  *
- * Structs begin with their size, so that they can grow: initialise them as shown and newer
- * libraries take them too. What they point to is copied before the call returns, unless it is said
- * otherwise. Times are nanoseconds, sizes bytes. See recorder/Recorder.h for what the recorder does
- * with tracks and packets; the two interfaces are the same. No C++ exception leaves these
- * functions.
+ * Structs start with their size, so that later versions can extend them: initialise them as shown,
+ * and newer libraries accept them too. What they point to is copied before the call returns, unless
+ * stated otherwise. Times are in nanoseconds, sizes in bytes. recorder/Recorder.h describes what
+ * the recorder does with tracks and packets; both interfaces behave the same. No C++ exception
+ * leaves these functions.
  */
 #ifndef KESTRO_RECORDER_H
 #define KESTRO_RECORDER_H
@@ -36,38 +37,38 @@ extern "C" {
 
 #define KESTRO_RECORDER_API __attribute__((visibility("default")))
 
-/* What functions return: one of these, negative. */
+/* Return values of the functions. */
 enum {
   KESTRO_RECORDER_OK = 0,
-  KESTRO_RECORDER_INVALID = -1,     /* options or a call that cannot be */
-  KESTRO_RECORDER_UNSUPPORTED = -2, /* tracks that cannot be recorded */
-  KESTRO_RECORDER_IO = -3,          /* a file that cannot be written */
-  KESTRO_RECORDER_BUSY = -4,        /* another recorder writes files of this name there */
-  KESTRO_RECORDER_PLUGIN = -5,      /* the plug-in is not there, or lacks something */
-  KESTRO_RECORDER_ENDED = -6,       /* recording has been stopped */
+  KESTRO_RECORDER_INVALID = -1,     /* invalid options or arguments */
+  KESTRO_RECORDER_UNSUPPORTED = -2, /* a track that cannot be recorded */
+  KESTRO_RECORDER_IO = -3,          /* a file cannot be written */
+  KESTRO_RECORDER_BUSY = -4,        /* another recorder is writing these files */
+  KESTRO_RECORDER_PLUGIN = -5,      /* the plug-in is missing, or lacks a class or property */
+  KESTRO_RECORDER_ENDED = -6,       /* the recorder was stopped */
   KESTRO_RECORDER_MEMORY = -7
 };
-/* One line for people; never null, lives for ever. */
+/* A code as one line for people; a static string, never null. */
 KESTRO_RECORDER_API const char* kestro_recorder_code_text(int code);
 
 enum {                        /* codecs */
-       KESTRO_RECORDER_H264,  /* Annex B, an access unit a packet */
+       KESTRO_RECORDER_H264,  /* Annex B, one access unit per packet */
        KESTRO_RECORDER_HEVC,  /* the same */
-       KESTRO_RECORDER_MJPEG, /* a JPEG picture a packet */
-       KESTRO_RECORDER_PCM,   /* signed integers, little-endian, interleaved; any amount a packet */
-       KESTRO_RECORDER_TEXT   /* a text a packet */
+       KESTRO_RECORDER_MJPEG, /* one JPEG picture per packet */
+       KESTRO_RECORDER_PCM,   /* signed integers, little-endian, interleaved; packets of any size */
+       KESTRO_RECORDER_TEXT   /* one text per packet */
 };
 
 typedef struct kestro_recorder_track {
   size_t size;
-  const char* name; /* for messages; null: "track N" */
+  const char* name; /* used in messages; null: "track N" */
   int32_t codec;
-  int32_t width, height;                  /* video: pixels of the frame */
-  int64_t frame_rate_num, frame_rate_den; /* video: frames a second */
-  int32_t rate, channels;                 /* audio: samples a second and channel */
-  int32_t bits;                           /* audio: of a sample; 0: 16 */
-  int32_t samples;                        /* audio: of a block and channel; 0: about 40 ms */
-  const void* parameter_sets; /* H.264, HEVC: with start codes, for a stream that lacks them */
+  int32_t width, height;                  /* video: frame size in pixels */
+  int64_t frame_rate_num, frame_rate_den; /* video: frames per second */
+  int32_t rate, channels;                 /* audio: sample rate, number of channels */
+  int32_t bits;                           /* audio: bits per sample; 0: 16 */
+  int32_t samples;            /* audio: samples per channel in a block; 0: about 40 ms */
+  const void* parameter_sets; /* H.264, HEVC: with start codes, for a stream without them */
   size_t parameter_sets_size;
 } kestro_recorder_track;
 #define KESTRO_RECORDER_TRACK_INIT \
@@ -79,58 +80,57 @@ typedef struct kestro_recorder_payload {
   size_t size;
   const void* data;
   size_t data_size;
-  int64_t time_ns;     /* of presentation, by one clock for all tracks; NOW: by the recorder's */
-  int64_t duration_ns; /* 0: by frame rate, or number of samples */
-  int32_t key;         /* H.264 and HEVC: decoding can begin here */
-  /* Null: the bytes are copied before push returns. Otherwise they stay as they are until this is
-   * called, once, on any thread, whatever push returns. */
+  int64_t time_ns;     /* presentation time, on one clock for all tracks; NOW: read the clock */
+  int64_t duration_ns; /* 0: from the frame rate or the number of samples */
+  int32_t key;         /* H.264 and HEVC: decoding can start here */
+  /* Null: push copies the bytes before it returns. Otherwise the caller must leave them unchanged
+   * until the library calls this function: once, on any thread, whatever push returns. */
   void (*release)(void* context);
   void* context;
 } kestro_recorder_payload;
 #define KESTRO_RECORDER_PAYLOAD_INIT \
   { sizeof(kestro_recorder_payload), 0, 0, KESTRO_RECORDER_NOW, 0, 0, 0, 0 }
 
-enum { /* how files stay playable when the recording is cut off */
+enum { /* how a file is kept playable in case the recording is cut off */
        KESTRO_RECORDER_SYNC_OFF,
-       KESTRO_RECORDER_SYNC_IN_PLACE, /* an index of reserved size before the data, updated in place
+       KESTRO_RECORDER_SYNC_IN_PLACE, /* index in reserved space before the data, updated in place
                                        */
-       KESTRO_RECORDER_SYNC_IMAGE,    /* the same, written as a whole with the headers */
-       KESTRO_RECORDER_SYNC_CALLBACK  /* headers and index in a file next to it, until it is closed
-                                       */
+       KESTRO_RECORDER_SYNC_IMAGE,    /* the same index, rewritten as a whole with the headers */
+       KESTRO_RECORDER_SYNC_CALLBACK  /* headers and index in a separate file until it is closed */
 };
 
 enum {                          /* kinds of events */
-       KESTRO_RECORDER_OPENED,  /* a file has been opened */
-       KESTRO_RECORDER_CLOSED,  /* ... and closed */
-       KESTRO_RECORDER_NOTE,    /* worth knowing, nothing is wrong */
-       KESTRO_RECORDER_WARNING, /* nothing recorded is at risk */
-       KESTRO_RECORDER_ERROR    /* packets are refused from now on */
+       KESTRO_RECORDER_OPENED,  /* a file was opened */
+       KESTRO_RECORDER_CLOSED,  /* a file was closed */
+       KESTRO_RECORDER_NOTE,    /* worth knowing, but nothing is wrong */
+       KESTRO_RECORDER_WARNING, /* a problem that does not put recorded data at risk */
+       KESTRO_RECORDER_ERROR    /* no more packets are accepted */
 };
 
 typedef struct kestro_recorder_event { /* valid during the call */
   size_t size;
   int32_t kind;
   const char *path, *text; /* never null */
-  uint64_t packets, bytes; /* CLOSED: stored packets, bytes of the file, ... */
-  int64_t duration_ns;     /* ... its length ... */
-  int32_t complete;        /* ... and whether it is whole */
+  uint64_t packets, bytes; /* CLOSED: packets stored, and the size of the file */
+  int64_t duration_ns;     /* CLOSED: the length of the file */
+  int32_t complete;        /* CLOSED: whether the file is complete */
 } kestro_recorder_event;
 
-/* Where files are kept, in place of the system's. Functions return a negative errno on failure;
- * they are called from threads of the library and inside push and stop, also for several files at
- * the same time, but for one file one at a time. The struct is copied; the context lives as long as
- * the recorder. */
+/* File operations to use instead of the system's files. The functions return a negative errno on
+ * failure. They are called from threads of the library and inside push and stop: for one file one
+ * call at a time, for several files possibly at the same time. The struct is copied; the context
+ * must outlive the recorder. */
 typedef struct kestro_recorder_storage {
   size_t size;
   void* context;
-  /* "rwbc": new, in place of one of that name; "r+b", "rb": one that exists. */
+  /* "rwbc": create or replace the file; "r+b", "rb": open an existing one. */
   int (*open)(void* context, const char* path, const char* mode, void** file);
   void (*close)(void* context, void* file);
   int64_t (*read)(void* context, void* file, int64_t offset, void* data, size_t bytes);
   int64_t (*write)(void* context, void* file, int64_t offset, const void* data, size_t bytes);
   int64_t (*length)(void* context, void* file);
   int (*truncate)(void* context, void* file, int64_t length);
-  int (*flush)(void* context, void* file); /* data, length and name survive the machine */
+  int (*flush)(void* context, void* file); /* data, length and name survive a power cut */
   int (*remove)(void* context, const char* path);
   int (*exists)(void* context, const char* path);         /* 1 or 0 */
   uint64_t (*available)(void* context, const char* path); /* bytes; null or UINT64_MAX: unknown */
@@ -139,58 +139,58 @@ typedef struct kestro_recorder_storage {
 typedef struct kestro_recorder_options {
   size_t size;
   const char* path;  /* "cam-%05d.avi": cam-00001.avi, ...; "cam.avi": cam.avi, cam-00002.avi */
-  int32_t overwrite; /* existing files, instead of passing over their numbers */
-  uint64_t segment_bytes;  /* a file's size at most, as far as key frames allow */
-  int64_t segment_time_ns; /* of a file; negative: any */
+  int32_t overwrite; /* overwrite existing files instead of skipping their numbers */
+  uint64_t segment_bytes;  /* most bytes in a file, as far as key frames allow */
+  int64_t segment_time_ns; /* length of a file; negative: no limit */
 
   int32_t sync_mode;
   int64_t sync_interval_ns;
-  int64_t reserve_ns;       /* in place, image: the reserve is for a file of this length ... */
-  uint64_t reserve_bytes;   /* ... unless its size is given */
-  int32_t front_index_only; /* closed files keep the index before the data alone */
+  int64_t reserve_ns;       /* in place, image: reserve index space for a file of this length, */
+  uint64_t reserve_bytes;   /* or this many bytes, if not 0 */
+  int32_t front_index_only; /* closed files get no second index after the data */
 
-  int32_t no_queue;           /* pushing waits for the storage */
-  int32_t drop;               /* leave out groups of pictures instead of waiting for room */
-  uint32_t queue_max_time_ms; /* 0: no bound */
-  uint32_t queue_max_bytes;   /* 0: no bound */
+  int32_t no_queue;           /* push waits for the storage */
+  int32_t drop;               /* drop groups of pictures when the queue is full, do not wait */
+  uint32_t queue_max_time_ms; /* 0: no limit */
+  uint32_t queue_max_bytes;   /* 0: no limit */
 
-  uint32_t cache_blocks; /* of 512 KiB, which may wait for the storage; 0: as many as usual */
-  int32_t spill_seconds; /* of index kept in memory, the rest in a temporary file; below 0: all */
-  const char* spill_folder; /* for it; null: the temporary folder */
+  uint32_t cache_blocks;    /* write cache in blocks of 512 KiB; 0: the muxer's default */
+  int32_t spill_seconds;    /* keep this much index in memory, the rest in a file; negative: all */
+  const char* spill_folder; /* folder of that temporary file; null: the temporary folder */
 
-  const void* strd; /* optional chunks of the head */
+  const void* strd; /* optional chunks in the file header */
   size_t strd_size;
   const char *strn, *isft;
   uint32_t junk;
-  const char* const* properties; /* of the muxer: "name=value", ..., null */
+  const char* const* properties; /* muxer properties: "name=value", ..., null */
 
-  int32_t threadless; /* everything happens in push and stop */
-  const char* plugin; /* the file or its folder; null: looked for */
-  void* context;      /* of the following */
+  int32_t threadless; /* do all work in push and stop */
+  const char* plugin; /* the plug-in or its folder; null: search for it */
+  void* context;      /* passed to the functions below */
   void (*on_event)(void* context, const kestro_recorder_event* event);
   int64_t (*clock)(void* context);        /* for packets without a time; null: monotonic */
   const kestro_recorder_storage* storage; /* null: the system's files */
 } kestro_recorder_options;
-/* Sets defaults; `size` is sizeof(kestro_recorder_options). */
+/* Sets the defaults; pass sizeof(kestro_recorder_options) as `size`. */
 KESTRO_RECORDER_API void kestro_recorder_options_init(kestro_recorder_options* options,
                                                       size_t size);
 
 enum {                          /* states */
-       KESTRO_RECORDER_WAITING, /* for the first key frame */
+       KESTRO_RECORDER_WAITING, /* no key frame has come yet */
        KESTRO_RECORDER_RECORDING,
-       KESTRO_RECORDER_FAILED, /* packets are refused */
+       KESTRO_RECORDER_FAILED, /* no more packets are accepted */
        KESTRO_RECORDER_STOPPED
 };
 
 typedef struct kestro_recorder_status {
   size_t size;
   int32_t state;
-  uint64_t files, packets, bytes;   /* begun; stored; of payload stored */
+  uint64_t files, packets, bytes;   /* files started; packets stored, and their payload bytes */
   int64_t duration_ns;              /* recorded so far */
-  int64_t skew_ns;                  /* how far the tracks of the current file have come apart */
+  int64_t skew_ns;                  /* how far the tracks of the current file have drifted apart */
   uint64_t skipped;                 /* packets before the first key frame */
-  uint64_t waits, longest_wait_us;  /* of push, for room in the queue */
-  uint64_t dropped, dropped_groups; /* packets; groups of pictures */
+  uint64_t waits, longest_wait_us;  /* how often and how long push waited for the queue */
+  uint64_t dropped, dropped_groups; /* packets, groups of pictures */
   uint64_t warnings;
 } kestro_recorder_status;
 #define KESTRO_RECORDER_STATUS_INIT \
@@ -198,34 +198,34 @@ typedef struct kestro_recorder_status {
 
 typedef struct kestro_recorder kestro_recorder;
 
-/* Null when memory runs out, or for options of no size or path, or of a newer library that are set.
- */
+/* Returns null when memory runs out, when the options have no size or path, or when they set fields
+ * that only a newer library has. */
 KESTRO_RECORDER_API kestro_recorder* kestro_recorder_new(const kestro_recorder_options* options);
-/* The track's number, or a negative code. Before start. */
+/* Returns the track's number, or a negative code. Call it before start. */
 KESTRO_RECORDER_API int kestro_recorder_add_track(kestro_recorder* recorder,
                                                   const kestro_recorder_track* track);
-/* Nothing is written before the first packet. After a failure it can be called again. */
+/* Nothing is written before the first packet. May be called again after a failure. */
 KESTRO_RECORDER_API int kestro_recorder_start(kestro_recorder* recorder);
 KESTRO_RECORDER_API int kestro_recorder_push(kestro_recorder* recorder, int track,
                                              const kestro_recorder_payload* payload);
-/* Begins a new file at the next key frame. */
+/* Starts a new file at the next key frame. */
 KESTRO_RECORDER_API int kestro_recorder_split(kestro_recorder* recorder);
-/* Stores what waits and closes the last file; more than once: the result is the same. */
+/* Stores the queued packets and closes the last file. Every call returns the same result. */
 KESTRO_RECORDER_API int kestro_recorder_stop(kestro_recorder* recorder);
-/* Stops. Null is ignored. */
+/* Stops the recorder and frees it. Ignores null. */
 KESTRO_RECORDER_API void kestro_recorder_free(kestro_recorder* recorder);
 
 KESTRO_RECORDER_API int kestro_recorder_get_status(const kestro_recorder* recorder,
                                                    kestro_recorder_status* status);
 
 enum {                              /* texts */
-       KESTRO_RECORDER_TEXT_RESULT, /* why start or stop has failed */
+       KESTRO_RECORDER_TEXT_RESULT, /* why start or stop failed */
        KESTRO_RECORDER_TEXT_LAST,   /* the last error or warning */
-       KESTRO_RECORDER_TEXT_FILE,   /* the current file, or the last */
+       KESTRO_RECORDER_TEXT_FILE,   /* the current file, or the last one */
        KESTRO_RECORDER_TEXT_SYNC    /* how the files are synced */
 };
-/* Copies a text, cut to the buffer and ended by a zero; returns its whole length without the zero.
- */
+/* Copies a text into the buffer, truncated to fit and zero-terminated. Returns the full length of
+ * the text without the zero. */
 KESTRO_RECORDER_API size_t kestro_recorder_get_text(const kestro_recorder* recorder, int text,
                                                     char* buffer, size_t buffer_size);
 

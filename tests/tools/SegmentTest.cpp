@@ -103,7 +103,7 @@ TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
           {"-o x%s.avi", 2, "one number"},
           {"-o x.avi --segment-size 0", 2, "more"},
           {"-o x.avi --segment-size 1T", 2, "size"},
-          {"-o x.avi --segment-size 1M --sync in-place", 2, "index alone"},
+          {"-o x.avi --segment-size 1M --sync in-place", 2, "reserved index"},
           {"-o x.avi --drop", 2, "--realtime"}});
 }
 

@@ -1,0 +1,70 @@
+#include "recorder/CheckOptions.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "recorder/Refusal.h"
+#include "recorder/SyncPlan.h"
+
+namespace kestro::record {
+
+static void Require(bool valid, std::string const& text) {
+  if (!valid) throw Refusal(Code::kInvalid, text);
+}
+
+RecorderOptions CheckedOptions(RecorderOptions options) {
+  SyncOptions const& sync = options.sync;
+  auto& segments = options.segments;
+  segments.size = std::min<std::uint64_t>(segments.size, UINT32_MAX);  // no file is larger
+  Require(segments.size != 0 && segments.time_ns != 0, "the segment size and time must not be 0");
+  Require(sync.mode == SyncOptions::kOff || !options.spillSeconds,
+          "a sync mode keeps the index in memory and cannot be combined with a temporary file");
+  Require(sync.interval_ns >= 1000000 && sync.interval_ns / 1000000 <= UINT32_MAX,
+          "the sync interval must be between 1 ms and 49 days");
+  Require(sync.reserve_ns > 0, "the reserve time must be more than 0");
+  if (options.threadless) {
+    options.queue.enabled = false;
+    options.cacheBlocks = 1;
+  }
+  if (!options.clock)
+    options.clock = [] {
+      return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+    };
+  return options;
+}
+
+// `video` is the first video track, or null.
+static void CheckTrack(TrackInfo& info, TrackInfo const* video) {
+  auto const require = [&info](bool valid, char const* text) {
+    if (!valid) throw Refusal(Code::kUnsupported, info.name + ": " + text);
+  };
+  if (info.IsAudio()) {
+    require(info.rate > 0 && info.channels > 0, "audio needs its rate and channels");
+    require(info.bits > 0 && info.bits % 8 == 0 && info.FrameBytes() <= UINT16_MAX,
+            "samples must be whole bytes");
+    if (info.samples <= 0) info.samples = TrackInfo::BlockLength(info.rate);
+    return;
+  }
+  require(video != nullptr, "text takes its times from video, and there is none");
+  if (info.IsText()) info.frameRate = video->frameRate;
+  require(info.frameRate.Positive(), "video needs its frame rate");
+  if (info.IsText()) return;
+  require(info.width > 0 && info.height > 0, "video needs its frame size");
+  // Motion JPEG may have its own rate.
+  require(!info.Numbered() || info.frameRate.num * video->frameRate.den ==
+                                  video->frameRate.num * info.frameRate.den,
+          "its frame rate differs from that of the first video track");
+}
+
+void CheckTracks(Tracks& tracks) {
+  auto const video = std::find_if(tracks.begin(), tracks.end(),
+                                  [](TrackInfo const& track) { return track.IsVideo(); });
+  for (TrackInfo& info : tracks) CheckTrack(info, video != tracks.end() ? &*video : nullptr);
+}
+
+void CheckReserve(RecorderOptions const& options, Tracks const& tracks) {
+  Require(SyncPlan::ReserveBytes(options.sync, tracks) < options.segments.size,
+          "the reserved index is as large as a segment may be; choose a smaller reserve");
+}
+
+}  // namespace kestro::record

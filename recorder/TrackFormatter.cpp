@@ -1,0 +1,141 @@
+#include "recorder/TrackFormatter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "stream/NalUnits.h"
+
+namespace kestro::record {
+
+using stream::Packet;
+
+// Audio that starts later than its file by more than this is preceded by silence.
+static constexpr std::int64_t kTolerance_ns = 40000000;
+
+TrackFormatter::TrackFormatter(Tracks const& tracks, Packets const& packets, Store store)
+    : _info(tracks), _packets(packets), _store(std::move(store)), _tracks(tracks.size()) {
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    std::string const& sets = tracks[i].parameterSets;
+    _tracks[i].sets.assign(sets.begin(), sets.end());
+  }
+}
+
+void TrackFormatter::BeginFile(std::int64_t begin_ns) {
+  _begin_ns = begin_ns;
+  _skew_ns = 0;
+  for (State& state : _tracks) {
+    state.stored_ns = state.lag_ns = 0;
+    state.fresh = true;
+  }
+}
+
+bool TrackFormatter::Write(std::size_t track, Packet& packet) {
+  if (_info[track].IsAudio()) return WriteAudio(track, packet);
+  return _info[track].TakesParameterSets() ? WriteVideo(track, packet) : _store(track, packet);
+}
+
+bool TrackFormatter::EndFile() {
+  for (std::size_t i = 0; i < _tracks.size(); ++i)
+    if (_info[i].IsAudio() && !WriteBlocks(i, true)) return false;
+  return true;
+}
+
+base::Ref<Packet> TrackFormatter::NewKeyPacket(std::size_t track, void const* data,
+                                               std::size_t size, std::int64_t time_ns,
+                                               std::int64_t duration_ns) const {
+  Payload payload;
+  payload.data = data;
+  payload.size = size;
+  payload.key = true;
+  auto packet = _packets.New(track, payload);
+  packet->Pts(time_ns);
+  packet->Duration(duration_ns);
+  return packet;
+}
+
+std::size_t TrackFormatter::BlockBytes(std::size_t track) const {
+  TrackInfo const& info = _info[track];
+  return static_cast<std::size_t>(info.samples) * static_cast<std::size_t>(info.FrameBytes());
+}
+
+// Readers assume that all blocks are as long as the first one.
+bool TrackFormatter::WriteAudio(std::size_t track, Packet& packet) {
+  State& state = _tracks[track];
+  std::int64_t const late_ns = packet.Pts() - _begin_ns;
+  if (!std::exchange(state.begun, true) && late_ns > kTolerance_ns && !WriteSilence(track, late_ns))
+    return false;
+  UpdateSkew(state, packet);
+  bool const whole = static_cast<std::size_t>(packet.Size()) == BlockBytes(track);
+  if (state.rest.empty() && whole) return _store(track, packet);
+  if (state.rest.empty()) state.rest_ns = packet.Pts();
+  state.rest.insert(state.rest.end(), packet.Data(), packet.Data() + packet.Size());
+  return WriteBlocks(track, false);
+}
+
+// Fills the beginning of the file.
+bool TrackFormatter::WriteSilence(std::size_t track, std::int64_t duration_ns) {
+  State& state = _tracks[track];
+  TrackInfo const& info = _info[track];
+  auto samples = std::llround(static_cast<double>(duration_ns) * info.rate / 1e9);
+  state.stored_ns = duration_ns;
+  state.rest_ns = _begin_ns;
+  while (samples > 0) {
+    auto const some = std::min<long long>(samples, info.samples);
+    state.rest.resize(state.rest.size() + static_cast<std::size_t>(some * info.FrameBytes()));
+    samples -= some;
+    if (!WriteBlocks(track, false)) return false;
+  }
+  return true;
+}
+
+// Writes the audio that fills blocks and, if `last`, the remainder as a shorter block.
+bool TrackFormatter::WriteBlocks(std::size_t track, bool last) {
+  State& state = _tracks[track];
+  TrackInfo const& info = _info[track];
+  std::size_t const block = BlockBytes(track);
+  std::size_t done = 0;
+  while (done < state.rest.size() && (last || state.rest.size() - done >= block)) {
+    std::size_t const size = std::min(block, state.rest.size() - done);
+    auto const samples = static_cast<std::int64_t>(size) / info.FrameBytes();
+    auto const packet = NewKeyPacket(track, state.rest.data() + done, size, state.rest_ns,
+                                     samples * 1000000000 / info.rate);
+    state.rest_ns += packet->Duration();
+    done += size;
+    if (!_store(track, *packet)) return false;
+  }
+  state.rest.erase(state.rest.begin(), state.rest.begin() + static_cast<std::ptrdiff_t>(done));
+  return true;
+}
+
+// Adds the last parameter sets to the first key frame of a file that has none.
+bool TrackFormatter::WriteVideo(std::size_t track, Packet& packet) {
+  State& state = _tracks[track];
+  UpdateSkew(state, packet);
+  if (!packet.IsKey()) return _store(track, packet);
+  bool const hevc = _info[track].codec == TrackInfo::kHevc;
+  auto const own = stream::ParameterSets(hevc, packet.Data(), packet.Size());
+  if (!own.empty()) state.sets = own;
+  if (!std::exchange(state.fresh, false) || !own.empty() || state.sets.empty())
+    return _store(track, packet);
+  Bytes bytes = state.sets;
+  bytes.insert(bytes.end(), packet.Data(), packet.Data() + packet.Size());
+  auto const longer =
+      NewKeyPacket(track, bytes.data(), bytes.size(), packet.Pts(), packet.Duration());
+  return _store(track, *longer);
+}
+
+// A file stores no times: readers add up the durations of frames and samples.
+void TrackFormatter::UpdateSkew(State& state, Packet const& packet) {
+  state.lag_ns = packet.Pts() - _begin_ns - state.stored_ns;
+  state.stored_ns += packet.Duration();
+  std::int64_t least = INT64_MAX, most = INT64_MIN;
+  for (std::size_t i = 0; i < _tracks.size(); ++i) {
+    if (_info[i].IsText() || _tracks[i].stored_ns == 0) continue;
+    least = std::min(least, _tracks[i].lag_ns);
+    most = std::max(most, _tracks[i].lag_ns);
+  }
+  _skew_ns = most - least;
+}
+
+}  // namespace kestro::record
