@@ -21,26 +21,26 @@ void AviFile::Read(std::string const& name) {
   if (riff.type != Convert4("AVI "))
     throw Error(kUnusable, name + ": a RIFF file of type \"" + CodeText(riff.type) +
                                "\" at offset 8, not AVI");
-  Walk(0, Size(), 0);
+  ReadTree(0, Size(), 0);
   ReadTracks();
   if (_tracks.empty())
-    throw Error(kUnusable, name + ": an AVI file without stream headers: " + HeaderPlace());
+    throw Error(kUnusable, name + ": an AVI file without stream headers: " + MissingHeaders());
   FindIndex();
-  Count();
-  Time();
+  CountChunks();
+  SetDurations();
 }
 
-// Where stream lists are missing.
-std::string AviFile::HeaderPlace() const {
+// Which list is missing, and where.
+std::string AviFile::MissingHeaders() const {
   for (Chunk const& chunk : _tree)
     if (chunk.type == Convert4("hdrl"))
       return "no strl in the list hdrl at offset " + std::to_string(chunk.offset);
   return "no list hdrl at offset " + std::to_string(_tree.front().Data());
 }
 
-// Sizes of a recording that was cut off are still those of its beginning: what follows belongs to
-// it all the same.
-void AviFile::Unfinished(Chunk& chunk, int64 limit) {
+// In a recording that was cut off, RIFF and movi still have their initial sizes: the chunks that
+// follow belong to them.
+void AviFile::ExtendUnfinished(Chunk& chunk, int64 limit) {
   Chunk next;
   bool const more = _reader.Header(chunk.end, limit, next);
   if (chunk.id == kRiff && more && next.id != kRiff) {
@@ -48,11 +48,11 @@ void AviFile::Unfinished(Chunk& chunk, int64 limit) {
   } else if (chunk.type == kMovi && more && (IsDataCode(next.id) || chunk.size < 4)) {
     chunk.end = std::min(limit, _reader.ScanData(chunk.end, limit, [](Chunk const&) {}));
     _cutOff = true;
-    Note("the size of movi was not written");
+    Note("the size of movi was never written");
   }
 }
 
-void AviFile::Walk(int64 begin, int64 limit, int depth) {
+void AviFile::ReadTree(int64 begin, int64 limit, int depth) {
   Chunk chunk;
   for (int64 at = begin; _reader.Header(at, limit, chunk); at = _reader.Next(chunk)) {
     if (CodeText(chunk.id).find('.') != std::string::npos || chunk.id == 0) {
@@ -60,7 +60,7 @@ void AviFile::Walk(int64 begin, int64 limit, int depth) {
       return;
     }
     if (_tree.size() == kMaxNodes || depth > kMaxDepth) {
-      Note("too many chunks: those from offset " + std::to_string(at) + " are left out");
+      Note("too many chunks: ignoring those from offset " + std::to_string(at));
       return;
     }
     chunk.depth = depth;
@@ -69,22 +69,22 @@ void AviFile::Walk(int64 begin, int64 limit, int depth) {
       Note(CodeText(chunk.id) + " at offset " + std::to_string(at) + " ends " +
            std::to_string(chunk.Payload() + chunk.size - chunk.end) + " bytes early");
     }
-    Unfinished(chunk, limit);
+    ExtendUnfinished(chunk, limit);
     _riffs += chunk.id == kRiff;
     _tree.push_back(chunk);
-    if (chunk.type != 0 && chunk.type != kMovi) Walk(chunk.Data(), chunk.end, depth + 1);
+    if (chunk.type != 0 && chunk.type != kMovi) ReadTree(chunk.Data(), chunk.end, depth + 1);
   }
 }
 
 void AviFile::ReadTracks() {
-  bool ours = false;  // inside a strl of a track that is listed
+  bool inTrack = false;  // inside the strl of a listed track
   for (Chunk const& chunk : _tree) {
     if (chunk.type != 0) {
-      ours = chunk.type == Convert4("strl") && _tracks.size() < kMaxTracks;
-      if (ours) _tracks.emplace_back();
-    } else if (ours && chunk.id == Convert4("strh")) {
+      inTrack = chunk.type == Convert4("strl") && _tracks.size() < kMaxTracks;
+      if (inTrack) _tracks.emplace_back();
+    } else if (inTrack && chunk.id == Convert4("strh")) {
       ReadStreamHeader(_reader, chunk, _tracks.back());
-    } else if (ours && chunk.id == Convert4("strf")) {
+    } else if (inTrack && chunk.id == Convert4("strf")) {
       ReadStreamFormat(_reader, chunk, _tracks.back());
     }
   }
@@ -108,26 +108,26 @@ void AviFile::FindIndex() {
   }
   if (_place == Index::kNone) return;
 
-  // The first entry shows what the offsets count from.
+  // The first entry shows what the offsets are relative to.
   unsigned first = 0;
   int64 offset = 0;
   ForEachEntry([&](IndexEntry const& entry) {
     if (first == 0) first = entry.id, offset = entry.offset;
   });
   Chunk at;
-  auto leads = [&](int64 base) {
+  auto pointsToChunk = [&](int64 base) {
     return _reader.Header(base + offset, Size(), at) && at.id == first;
   };
   if (first == 0) {
     _indexBase = -1;
     Note("the index is empty");
-  } else if (!leads(0)) {
-    if (leads(movi.Payload())) {
+  } else if (!pointsToChunk(0)) {
+    if (pointsToChunk(movi.Payload())) {
       _indexBase = movi.Payload();
-      Note("index offsets count from movi");
+      Note("index offsets are relative to movi");
     } else {
       _indexBase = -1;
-      Note("the index does not lead to chunks");
+      Note("the index does not point to chunks");
     }
   }
 }

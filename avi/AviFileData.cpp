@@ -1,4 +1,4 @@
-// What the tracks of a file hold, by its index and by its data.
+// Counts the chunks of a file, in its index and in its data.
 #include <algorithm>
 #include <cmath>
 
@@ -19,34 +19,34 @@ int64 AviFile::ForEachChunk(EntrySink const& sink) {
   DataWalk walk(_reader, DataLists(), [&](Chunk const& chunk) {
     sink({chunk.id, 0, chunk.offset, static_cast<unsigned>(chunk.size)});
   });
-  auto const named = [&](IndexEntry entry) {
+  auto const indexed = [&](IndexEntry entry) {
     Chunk chunk;
     AviTrack const* const track = TrackOf(entry.id);
-    bool const leads = track != nullptr && _reader.Header(entry.offset, Size(), chunk) &&
+    bool const valid = track != nullptr && _reader.Header(entry.offset, Size(), chunk) &&
                        chunk.id == entry.id && !chunk.Cut() && SizeAgrees(*track, entry, chunk);
-    if (!leads || !walk.Entry(chunk.offset, _reader.Next(chunk))) return;
+    if (!valid || !walk.Entry(chunk.offset, _reader.Next(chunk))) return;
     entry.size = static_cast<unsigned>(chunk.size);
     sink(entry);
   };
-  if (_indexBase >= 0) ForEachEntry(named);
-  walk.Rest();
+  if (_indexBase >= 0) ForEachEntry(indexed);
+  walk.Finish();
   return walk.Stopped();
 }
 
-// By the index, which knows key frames too, where it names all data; else by the data.
-void AviFile::Count() {
+// Counts by the index, which also marks key frames, if it covers all data; else by the data.
+void AviFile::CountChunks() {
   if (_riffs > 1) Note("the file has " + std::to_string(_riffs) + " RIFF parts");
   bool const usable = _place != Index::kNone && _indexBase >= 0 && _riffs == 1;
-  std::vector<base::uint64> named(_tracks.size());  // chunks with data
-  bool const whole = usable && CountIndex(named);
+  std::vector<base::uint64> indexed(_tracks.size());  // chunks with data and an entry, by track
+  bool const complete = usable && CountIndex(indexed);
   for (AviTrack const& track : _tracks) _hasIndex = _hasIndex || track.indexedChunks != 0;
-  bool const more = !whole && CountData(named);
+  bool const more = !complete && CountData(indexed);
   _indexed = _hasIndex && !more;
   for (AviTrack& track : _tracks) track.keysKnown = _indexed && track.type == "video";
 }
 
-// Whether the index is known to name all chunks with data: as a rule they fill movi.
-bool AviFile::CountIndex(std::vector<base::uint64>& named) {
+// Returns whether the index has entries for all chunks with data: these usually fill movi.
+bool AviFile::CountIndex(std::vector<base::uint64>& indexed) {
   int64 left = 0;
   for (Chunk const& movi : DataLists()) left += movi.end - movi.Data();
   ForEachEntry([&](IndexEntry const& entry) {
@@ -56,30 +56,31 @@ bool AviFile::CountIndex(std::vector<base::uint64>& named) {
     if (track == nullptr) return;
     track->keyChunks += (entry.flags & IndexEntry::kKey) != 0;
     track->bytes += size;
-    named[static_cast<std::size_t>(TrackOfCode(entry.id))] += size != 0;
+    indexed[static_cast<std::size_t>(TrackOfCode(entry.id))] += size != 0;
     track->indexedChunks = ++track->chunks;
   });
-  return left == 0 || NothingBetween();
+  return left == 0 || CoversAllData();
 }
 
-// Whether no chunk with data lies between those that the index names. Not known for an index that
-// is not in the order of the data.
-bool AviFile::NothingBetween() {
-  bool known = true;
+// Whether no chunk with data lies between the indexed ones. Assumes that there is one when the
+// index is not in file order.
+bool AviFile::CoversAllData() {
+  bool covers = true;
   DataWalk walk(_reader, DataLists(), [&](Chunk const& chunk) {
-    if (chunk.size != 0 && TrackOf(chunk.id) != nullptr) known = false;
+    if (chunk.size != 0 && TrackOf(chunk.id) != nullptr) covers = false;
   });
   ForEachEntry([&](IndexEntry const& entry) {
-    if (!known) return;
+    if (!covers) return;
     unsigned const size = DataSize(entry);
-    if (!walk.Entry(entry.offset, entry.offset + 8 + size + size % 2)) known = false;
+    if (!walk.Entry(entry.offset, entry.offset + 8 + size + size % 2)) covers = false;
   });
-  if (known) walk.Rest();
-  return known;
+  if (covers) walk.Finish();
+  return covers;
 }
 
-// Whether there is more than the index names; if not, what was counted before stays.
-bool AviFile::CountData(std::vector<base::uint64> const& named) {
+// Returns whether there are chunks with data that the index lacks; if not, the counts stay as they
+// are.
+bool AviFile::CountData(std::vector<base::uint64> const& indexed) {
   struct Content {
     base::uint64 chunks = 0, filled = 0, bytes = 0;
   };
@@ -91,25 +92,25 @@ bool AviFile::CountData(std::vector<base::uint64> const& named) {
     content.filled += chunk.size != 0;
     content.bytes += chunk.size;
   });
-  base::uint64 filled = 0, unnamed = 0;
+  base::uint64 filled = 0, missing = 0;
   for (std::size_t i = 0; i < found.size(); ++i) {
     filled += found[i].filled;
-    unnamed += std::max(found[i].filled, named[i]) - named[i];
+    missing += std::max(found[i].filled, indexed[i]) - indexed[i];
   }
-  if (_hasIndex && unnamed == 0) return false;
+  if (_hasIndex && missing == 0) return false;
   for (std::size_t i = 0; i < found.size(); ++i) {
     _tracks[i].chunks = found[i].chunks;
     _tracks[i].bytes = found[i].bytes;
   }
   if (_hasIndex)
-    Note("the index names " + std::to_string(filled - unnamed) + " of " +
+    Note("the index has entries for " + std::to_string(filled - missing) + " of " +
          Quantity(filled, "chunk") + " with data");
-  if (stopped >= 0) Note("no whole chunk at offset " + std::to_string(stopped));
+  if (stopped >= 0) Note("no complete chunk at offset " + std::to_string(stopped));
   return true;
 }
 
-// By the stream header; by what was counted when that was not finished.
-void AviFile::Time() {
+// Takes the length from the stream header or, if that was never written, from the counts.
+void AviFile::SetDurations() {
   constexpr double kLongest = 1e15;
   for (AviTrack& track : _tracks) {
     double seconds = 0;

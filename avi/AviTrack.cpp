@@ -9,7 +9,7 @@ namespace kestro::avi {
 
 using base::Convert4;
 
-// A chunk's first bytes, the missing ones 0.
+// The first bytes of a chunk; missing ones are 0.
 template <std::size_t N>
 struct Fields {
   std::array<unsigned char, N> bytes{};
@@ -54,7 +54,7 @@ static std::string VideoCodec(unsigned code) {
   return CodeText(code);
 }
 
-static std::string SoundCodec(unsigned tag) {
+static std::string AudioCodec(unsigned tag) {
   switch (tag) {
     case 1:
     case 0xFFFE:
@@ -85,13 +85,13 @@ void ReadStreamFormat(RiffReader& reader, Chunk const& chunk, AviTrack& track) {
   Fields<40> const fields(reader, chunk);
   if (track.type == "video") {
     track.width = fields.At32(4);
-    // Negative for pictures stored from the top.
+    // Negative for pictures stored from top to bottom.
     track.height = static_cast<unsigned>(std::llabs(static_cast<int>(fields.At32(8))));
     track.codec = VideoCodec(fields.At32(16));
   } else if (track.type == "audio") {
-    // An extensible format tells the real one in its id.
+    // An extensible format has the real one in its GUID.
     unsigned const tag = fields.At16(0), real = fields.At16(24);
-    track.codec = SoundCodec(tag == 0xFFFE && real != 0 ? real : tag);
+    track.codec = AudioCodec(tag == 0xFFFE && real != 0 ? real : tag);
     track.channels = fields.At16(2);
     track.sampleRate = fields.At32(4);
     track.bytesPerSecond = fields.At32(8);

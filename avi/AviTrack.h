@@ -12,19 +12,19 @@ struct AviTrack {
   std::string handler;  // four characters
   std::string codec;    // "h264", "hevc", "mjpeg", "pcm", ..., or the four characters of another
   unsigned width = 0, height = 0;                   // video
-  unsigned sampleRate = 0, channels = 0, bits = 0;  // sound
-  unsigned scale = 0, rate = 0, length = 0;         // of the stream header
-  unsigned bytesPerSecond = 0;                      // sound
+  unsigned sampleRate = 0, channels = 0, bits = 0;  // audio
+  unsigned scale = 0, rate = 0, length = 0;         // from the stream header
+  unsigned bytesPerSecond = 0;                      // audio
 
-  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // bytes of payload
-  base::uint64 indexedChunks = 0;                     // those that the index names
-  bool keysKnown = false;
+  base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // `bytes`: of payload
+  base::uint64 indexedChunks = 0;                     // with an index entry
+  bool keysKnown = false;                             // keyChunks counts all key frames
   int64 duration_ms = 0;
 
-  std::string Kind() const;  // for people: "video h264"
+  std::string Kind() const;  // for messages: "video h264"
 };
 
-// What the chunks strh and strf of a track say.
+// Read the chunks strh and strf of a track.
 void ReadStreamHeader(RiffReader& reader, Chunk const& chunk, AviTrack& track);
 void ReadStreamFormat(RiffReader& reader, Chunk const& chunk, AviTrack& track);
 

@@ -4,7 +4,7 @@
 
 namespace kestro::avi {
 
-static constexpr int64 kHeader = 8;  // nothing shorter is a chunk
+static constexpr int64 kHeader = 8;  // the shortest chunk
 
 bool DataWalk::Entry(int64 begin, int64 end) {
   if (begin < _position - 1) return false;  // the pad byte may be missing
@@ -13,7 +13,7 @@ bool DataWalk::Entry(int64 begin, int64 end) {
   return true;
 }
 
-void DataWalk::Rest() { Scan(INT64_MAX); }
+void DataWalk::Finish() { Scan(INT64_MAX); }
 
 void DataWalk::Scan(int64 limit) {
   for (; _list < _movis.size(); ++_list) {

@@ -1,4 +1,4 @@
-// One pass over the data together with its index: what no entry names.
+// Finds the data chunks without an index entry, in one pass over the data and the index.
 #pragma once
 
 #include <vector>
@@ -7,23 +7,22 @@
 
 namespace kestro::avi {
 
-// Where the index covers the data, nothing but the index is read: only what lies between the chunks
-// that it names is looked at.
+// Reads the data only between the chunks that have an entry.
 //
 //   DataWalk walk(reader, movis, sink);
-//   for (...) walk.Entry(begin, end);   // of an index in the order of the data, where there is one
-//   walk.Rest();
+//   for (...) walk.Entry(begin, end);   // for each entry of an index in file order
+//   walk.Finish();
 class DataWalk {
  public:
-  // `movis` are the lists of data in file order. `sink` gets the chunks without an entry.
+  // `movis`: the data lists in file order. `sink` is called for the chunks without an entry.
   DataWalk(RiffReader& reader, std::vector<Chunk> movis, RiffReader::DataSink sink)
       : _reader(reader), _movis(std::move(movis)), _sink(std::move(sink)) {}
 
-  // A chunk that an entry names, its pad byte included. False, and nothing is done, when it begins
-  // before the end of the last one.
+  // A chunk with an entry: from its header to after its pad byte. Returns false and does nothing
+  // when it begins before the end of the previous one.
   bool Entry(int64 begin, int64 end);
-  void Rest();
-  // Where bytes that are no chunk were met first; -1 where there were none.
+  void Finish();
+  // The offset of the first bytes that are not a chunk; -1 if there are none.
   int64 Stopped() const { return _stopped; }
 
  private:
@@ -32,8 +31,8 @@ class DataWalk {
   RiffReader& _reader;
   std::vector<Chunk> const _movis;
   RiffReader::DataSink const _sink;
-  std::size_t _list = 0;  // the list that was reached
-  int64 _position = 0;    // everything before it is settled
+  std::size_t _list = 0;  // the current list
+  int64 _position = 0;    // everything before it is done
   int64 _stopped = -1;
 };
 

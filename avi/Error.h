@@ -1,4 +1,4 @@
-// Why something could not be done.
+// Exit codes, and the exception that carries one.
 #pragma once
 
 #include <stdexcept>
@@ -8,17 +8,17 @@
 
 namespace kestro::avi {
 
-// The tool's exit codes, too.
+// Also the exit codes of the tool.
 enum ExitCode {
   kOk = 0,
-  kFindings = 1,       // done, but something was noticed
-  kUsage = 2,          // what was asked for cannot be
-  kIo = 3,             // a file that cannot be opened, read or written
+  kFindings = 1,       // done, with findings
+  kUsage = 2,          // invalid options or arguments
+  kIo = 3,             // a file cannot be opened, read or written
   kUnusable = 4,       // not an AVI file, or an input that cannot be recorded
-  kInterrupted = 130,  // a signal; everything was closed properly
+  kInterrupted = 130,  // ended by a signal; all files were closed properly
 };
 
-// One line for people, and a code.
+// A message of one line, and a code.
 class KESTRO_API Error : public std::runtime_error {
  public:
   Error(ExitCode code, std::string const& text) : std::runtime_error(text), _code(code) {}

@@ -1,5 +1,5 @@
-// A second copy of a recording's head, in its JUNK. Each sync rewrites the head: a power cut may
-// leave garbage there.
+// A copy of the file header in the JUNK chunk. Each sync rewrites the header, and a power cut
+// during the write may leave garbage there.
 #pragma once
 
 #include <cstdint>
@@ -11,32 +11,31 @@
 
 namespace kestro::avi {
 
-// The copy begins at a multiple of kSector, the largest sector that is torn, more than one after
-// the head:
+// The copy starts at a multiple of kSector, the largest sector size, and more than a sector after
+// the header:
 //
-//   +0  "kestroHC"   +8  size of all this   +12  CRC-32 of what follows
-//  +16  the numbers of HeadPlaces, 32 bits each
-//  +32  RIFF AVI: LIST hdrl [LIST INFO], as they are when the file is opened
+//   +0  "kestroHC"   +8  total size   +12  CRC-32 of the bytes that follow
+//  +16  the fields of HeadPlaces, 32 bits each
+//  +32  RIFF AVI: LIST hdrl [LIST INFO], as in a file that was just opened
 struct HeadPlaces {
-  unsigned data = 0;     // where the first chunk of movi stands
-  unsigned entries = 0;  // where the entries of an index before movi begin, 0 for none,
-  unsigned reserve = 0;  // ... and their bytes
-  unsigned junk = 0;     // bytes of JUNK that were asked for
+  unsigned data = 0;     // offset of the first chunk in movi
+  unsigned entries = 0;  // offset of the entries of an index before movi, 0 for none,
+  unsigned reserve = 0;  // and their size in bytes
+  unsigned junk = 0;     // requested size of JUNK
 };
 
-// Numbers as a file has them: 32 bits each, little-endian.
+// Encodes numbers as 32 bits each, little-endian.
 std::string Words(std::initializer_list<std::uint64_t> values);
 
 struct HeadCopy {
   static constexpr unsigned kSector = 4096, kFront = 32;
 
   HeadPlaces places;
-  int64 at;          // where it stands
-  std::string head;  // from RIFF on
+  int64 at;          // offset of the copy
+  std::string head;  // starts with RIFF
 
   static std::string Compose(std::string const& head, HeadPlaces const& places);
-  // The first one that is whole, between two offsets and in the first 32 MiB, which is further than
-  // a head reaches.
+  // The first intact copy between two offsets; searches no further than the first 32 MiB.
   static std::optional<HeadCopy> Find(RiffReader& file, int64 from = 0, int64 to = INT64_MAX);
 };
 

@@ -1,4 +1,4 @@
-// The names of files that are counted.
+// Names of numbered files.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 namespace kestro::avi {
 
-// A pattern holds %d or, with leading zeros, %04d in its last part.
+// A pattern has %d or, for leading zeros, %04d in its last part.
 bool Numbered(std::string const& path);  // whether a path is a pattern
 std::string NumberedName(std::string const& pattern, std::uint64_t number);
 

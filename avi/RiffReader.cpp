@@ -13,7 +13,7 @@ namespace kestro::avi {
 
 using base::Convert4;
 
-// Headers lie tens of kilobytes apart: more than a page would be read in vain.
+// Headers are tens of kilobytes apart: reading more than a page would be wasted.
 static constexpr int kBlock = 4096;
 
 std::string CodeText(unsigned code) {
@@ -31,7 +31,7 @@ bool IsDataCode(unsigned code) {
          at(3) < 0x80 && std::isalnum(at(3));
 }
 
-// For the host "S:/name" would be a name on a drive. Opening a pipe would wait for its other end.
+// The host would read "S:/name" as a name on a drive. Opening a pipe would block.
 static std::unique_ptr<base::IO> OpenFile(std::string const& path) {
   std::error_code failed;
   auto const status = std::filesystem::status(path, failed);

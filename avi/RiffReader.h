@@ -1,10 +1,9 @@
-// Chunks of a RIFF file, read without trusting it.
+// Reads the chunks of a RIFF file that may be damaged.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/FourCC.h"
 #include "base/IO.h"
@@ -13,10 +12,11 @@ namespace kestro::avi {
 
 using base::int64;
 
-// A code as text; what cannot be printed becomes '.', zeros and blanks at the end are left out.
+// A four-character code as text; unprintable characters become '.', trailing zeros and blanks are
+// dropped.
 std::string CodeText(unsigned code);
 
-// A chunk of track data: two digits and two letters, such as "00dc".
+// Whether it is the id of a chunk of track data: two digits and two letters, such as "00dc".
 bool IsDataCode(unsigned code);
 inline int TrackOfCode(unsigned code) {
   return static_cast<int>((code & 0xFF) - '0') * 10 + static_cast<int>((code >> 8 & 0xFF) - '0');
@@ -24,10 +24,10 @@ inline int TrackOfCode(unsigned code) {
 
 struct Chunk {
   unsigned id = 0;
-  unsigned type = 0;  // of a list, 0 for any other chunk
+  unsigned type = 0;  // of a list; 0 for other chunks
   int64 offset = 0;   // of the header
-  int64 size = 0;     // as the header says
-  int64 end = 0;      // of the content, as far as there is room for it
+  int64 size = 0;     // from the header
+  int64 end = 0;      // of the content, at most the end of the list or file
   int depth = 0;
 
   int64 Payload() const { return offset + 8; }
@@ -35,24 +35,26 @@ struct Chunk {
   bool Cut() const { return end < Payload() + size; }
 };
 
-// Offsets and sizes are checked against the file before they are used, and nothing is allocated by
-// what the file says.
+// Checks offsets and sizes against the file before using them, and never allocates memory by a size
+// in the file.
 class RiffReader {
  public:
   explicit RiffReader(std::string const& path);  // throws Error
   RiffReader(std::unique_ptr<base::IO> file, std::string const& name);
 
   int64 Size() const { return _size; }
-  // Reads up to `size` bytes; returns how many there were.
+  // Reads up to `size` bytes; returns the number read.
   unsigned Read(int64 offset, void* data, unsigned size);
 
-  // The chunk at an offset. False when its header does not fit before `limit`.
+  // Reads the header of the chunk at an offset. False when it does not fit before `limit`.
   bool Header(int64 offset, int64 limit, Chunk& chunk);
-  // Where the next one begins. Chunks of odd size are followed by a zero, but not everywhere.
+  // The offset of the next chunk. A chunk of odd size should be followed by a zero byte, but some
+  // writers omit it.
   int64 Next(Chunk const& chunk);
 
-  // The chunks of track data between two offsets, those in "rec " lists too, in file order.
-  // Returns where the first other thing stands, which is `end` or beyond when all is well.
+  // Calls `sink` for the chunks of track data between two offsets in file order, including those in
+  // "rec " lists. Returns the offset of the first bytes that are anything else; at least `end` when
+  // there are none.
   using DataSink = std::function<void(Chunk const&)>;
   int64 ScanData(int64 begin, int64 end, DataSink const& sink);
 

@@ -17,13 +17,13 @@ using base::Store32;
 
 namespace {
 
-// The file: magic, version, bytes of a slot, zeros up to kHead, slots. A slot: generation, length,
+// The file: magic, version, slot size, zeros up to kHead, slots. A slot: generation, length,
 // checksum of both and the image, 0, image.
 constexpr unsigned char kMagic[] = {'k', 'e', 's', 't', 's', 'l', 'o', 't'};
 constexpr unsigned kVersion = 1;
-constexpr unsigned kHead = 4096;  // as large as the largest sector: written once, torn never
+constexpr unsigned kHead = 4096;  // the largest sector size; written only once
 constexpr unsigned kSlotHead = 16;
-constexpr unsigned kBlock = 4096;  // of an image, written as a whole or left out
+constexpr unsigned kBlock = 4096;  // part of an image that is written if it has changed
 
 constexpr std::array<unsigned, 256> kCrcTable = [] {
   std::array<unsigned, 256> table{};
@@ -70,7 +70,7 @@ bool SlotFile::Fail(std::string const& path, int error) {
   return false;
 }
 
-// What a failed attempt has left has a generation of its own, too.
+// A failed attempt uses up a generation, because it may have written it.
 bool SlotFile::Store(unsigned char const* data, unsigned size) {
   ++_generation;
   if (_file == nullptr || size > _slotSize - kSlotHead) return Grow(data, size);
@@ -82,7 +82,7 @@ bool SlotFile::Store(unsigned char const* data, unsigned size) {
   return true;
 }
 
-// An index only grows: most of it is in the slot since the image before the last.
+// An index only grows: most of it is already in the slot, from the image before the last.
 bool SlotFile::WriteSlot(IO& file, unsigned slot, unsigned char const* data, unsigned size) {
   unsigned char head[kSlotHead] = {};
   Store32(head, _generation);
@@ -94,7 +94,7 @@ bool SlotFile::WriteSlot(IO& file, unsigned slot, unsigned char const* data, uns
   std::vector<unsigned>& held = _held[slot];
   std::size_t const before = held.size();
   held.resize((size + kBlock - 1) / kBlock);
-  unsigned changed = 0, end = 0;  // what is to be written up to here
+  unsigned changed = 0, end = 0;  // the range still to be written
   for (std::size_t i = 0; end < size; ++i) {
     unsigned const from = end, length = std::min(kBlock, size - from);
     end += length;
@@ -111,7 +111,7 @@ bool SlotFile::WriteSlot(IO& file, unsigned slot, unsigned char const* data, uns
   return true;
 }
 
-// A file of two slots that has all its blocks and holds the image in its first slot.
+// Writes all blocks of a new file, with the image in the first slot.
 bool SlotFile::Create(IO& file, unsigned char const* data, unsigned size) {
   std::vector<unsigned char> zeros(64 * 1024);
   int64 const end = SlotAt(2, _slotSize);

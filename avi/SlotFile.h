@@ -1,4 +1,4 @@
-// Images in a file that power cuts leave readable on every file system.
+// Stores images so that the last one survives a power cut on any file system.
 #pragma once
 
 #include <array>
@@ -10,56 +10,55 @@
 
 namespace kestro::avi {
 
-// Keeps the last image that it was given. Two slots of a file whose blocks are all written
-// beforehand take the images in turn, each with a generation number, its length and a checksum: a
-// crash spoils at most the slot that is being written, and the other one holds the image before it.
-// Nothing is renamed and no size changes: FAT does not store either with the data
-// (docs/format.md draws the file). Blocks of 4 KiB that a slot holds already are not written again.
+// Stores images alternately in two slots of one file, each with a generation number, its length and
+// a checksum. A crash damages at most the slot that is being written; the other one holds the
+// previous image. All blocks of the file are written when it is created, and it is never renamed or
+// resized, because FAT does not store name and size together with the data (docs/format.md shows
+// the layout). Blocks of 4 KiB that have not changed are not written again.
 //
-// An image that has outgrown its slot goes into a new file with slots twice as large, which is
-// durable before the old one is removed. The two names take turns; after a crash both may exist,
-// and the newer image counts.
+// When an image does not fit a slot, it goes into a new file with larger slots, which is durable
+// before the old file is removed. The files use two names alternately; after a crash both may
+// exist, and the newer image is valid.
 //
 //   SlotFile slots("OUT.avi.sync");
-//   if (!slots.Store(data, size)) ...;   // Error() says why; the last image is still there
+//   if (!slots.Store(data, size)) ...;   // see Error(); the previous image is still there
 //   slots.Remove();                      // otherwise the file stays
 //
-// One thread at a time. Needs the host's base and nothing else.
+// Not thread-safe. Uses only the host's base library.
 class SlotFile {
  public:
-  static constexpr char kEnding[] = ".sync";  // of the file next to a recording
-  static constexpr unsigned kFirstSlot =
-      256 * 1024;  // bytes: nearly four minutes of video with audio
+  static constexpr char kEnding[] = ".sync";          // appended to the name of a recording
+  static constexpr unsigned kFirstSlot = 256 * 1024;  // bytes: about 4 minutes of video with audio
 
-  // Makes and removes files; tests have their own.
+  // Creates and removes files; tests derive from it.
   class Folder {
    public:
     virtual ~Folder() = default;
-    // A new file, in place of one of that name. Null, with errno, or what fails shows when it is
-    // written.
+    // Creates or replaces a file. Returns null and sets errno on failure, or reports the failure
+    // when the file is written.
     virtual std::unique_ptr<base::IO> Create(std::string const& path);
-    // False, with errno, when a file of that name is left.
+    // Returns false and sets errno when the file still exists afterwards.
     virtual bool Remove(std::string const& path);
   };
 
-  // The folder is null for the system's, or outlives the object.
+  // `folder` must outlive the object; null: the system's files.
   explicit SlotFile(std::string const& path, unsigned firstSlot = kFirstSlot,
                     Folder* folder = nullptr);
 
   // The image is durable when this returns true.
   bool Store(unsigned char const* data, unsigned size);
-  bool Remove();  // the file, if there is one
+  bool Remove();  // removes the file, if there is one
 
   std::string const& Path() const { return _names[_current]; }
-  std::string const& Error() const { return _error; }  // of the last failure, with the file's name
+  std::string const& Error() const { return _error; }  // of the last failure; names the file
 
   struct Image {
-    unsigned generation = 0;  // counted from 1; 0 for no image
+    unsigned generation = 0;  // from 1 on; 0 for no image
     std::vector<unsigned char> bytes;
   };
-  // The newest whole image of a file. False when it is no file of slots.
+  // Reads the newest intact image. False when the file has no slots.
   static bool Read(base::IO& file, Image& image);
-  // The names under which the file of a path may be found.
+  // The names that the file for a path may have.
   static std::array<std::string, 2> Names(std::string const& path) { return {path, path + "2"}; }
 
  private:
@@ -73,14 +72,14 @@ class SlotFile {
   Folder& _folder;
   std::unique_ptr<base::IO> _file;  // null before the first image
   unsigned _slotSize;               // bytes
-  unsigned _current = 0;            // name
-  unsigned _next = 0;               // slot, never the one with the last image
+  unsigned _current = 0;            // index of the current name
+  unsigned _next = 0;               // the slot to write: not the one with the last image
   unsigned _generation = 0;
-  std::array<std::vector<unsigned>, 2> _held;  // by slot: checksums of the image's blocks
+  std::array<std::vector<unsigned>, 2> _held;  // by slot: checksums of its blocks
   std::string _error;
 };
 
-// As zlib and Ethernet have it (polynomial 0xEDB88320); goes on from the sum of what precedes.
+// The CRC-32 of zlib and Ethernet (polynomial 0xEDB88320). `sum`: the checksum of the bytes before.
 unsigned Crc32(void const* data, std::size_t size, unsigned sum = 0);
 
 }  // namespace kestro::avi

@@ -1,4 +1,4 @@
-// Values as people read them.
+// Formats values for people.
 #pragma once
 
 #include <cstdint>

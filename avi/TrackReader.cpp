@@ -6,8 +6,8 @@
 
 namespace kestro::avi {
 
-static constexpr unsigned kMaxFrame = 256 << 20;  // nothing larger is a frame
-static constexpr unsigned kSoundPiece = 1 << 16;
+static constexpr unsigned kMaxFrame = 256 << 20;
+static constexpr unsigned kAudioPiece = 1 << 16;
 static constexpr std::size_t kMaxFaults = 10;
 
 void TrackReader::ForEach(Sink const& sink) {
@@ -15,63 +15,63 @@ void TrackReader::ForEach(Sink const& sink) {
   _faults.clear();
   _faultCount = 0;
   bool more = true;
-  auto const take = [&](IndexEntry const& entry) { more = more && Take(entry, sink); };
+  auto const read = [&](IndexEntry const& entry) { more = more && ReadChunk(entry, sink); };
   if (_avi.Indexed())
-    _avi.ForEachEntry(take);
+    _avi.ForEachEntry(read);
   else
-    _avi.ForEachChunk(take);
+    _avi.ForEachChunk(read);
 }
 
-bool TrackReader::Take(IndexEntry const& listed, Sink const& sink) {
+bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   auto const track = static_cast<std::size_t>(TrackOfCode(listed.id));
   if (track >= _position.size()) return true;
   AviTrack const& info = _avi.Tracks()[track];
   bool const whole = info.type != "audio";
   bool more = true;
-  if (track < _wanted.size() && _wanted[track]) {
+  if (track < _selected.size() && _selected[track]) {
     IndexEntry entry = listed;
     entry.size = _avi.DataSize(listed);
-    more = !Whole(entry, whole) || Pieces(entry, track, sink);
+    more = !CheckChunk(entry, whole) || ReadPieces(entry, track, sink);
   }
-  // Tracks that nobody wants may be clocks.
+  // Also for other tracks: they may give a selected one its times.
   _position[track] += whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
   return more;
 }
 
-bool TrackReader::Whole(IndexEntry const& entry, bool whole) {
+bool TrackReader::CheckChunk(IndexEntry const& entry, bool whole) {
   Chunk chunk;
-  std::string const said = CodeText(entry.id) + " of " + std::to_string(entry.size) + " bytes";
+  std::string const expected = CodeText(entry.id) + " of " + std::to_string(entry.size) + " bytes";
   if (!_avi.Reader().Header(entry.offset, _avi.Size(), chunk) || chunk.id != entry.id)
-    Fault(entry, "no chunk " + said);
+    AddFault(entry, "no chunk " + expected);
   else if (chunk.size != entry.size)
-    Fault(entry, "a chunk of " + std::to_string(chunk.size) + " bytes, not " + said);
+    AddFault(entry, "a chunk of " + std::to_string(chunk.size) + " bytes, not " + expected);
   else if (chunk.Cut())
-    Fault(entry, "the chunk " + said + " goes beyond the end of the file");
+    AddFault(entry, "the chunk " + expected + " extends beyond the end of the file");
   else if (whole && entry.size > kMaxFrame)
-    Fault(entry, said + " are too much for one frame or text");
+    AddFault(entry, expected + " is too large for one frame or text");
   else
     return true;
   return false;
 }
 
-void TrackReader::Fault(IndexEntry const& entry, std::string const& what) {
+void TrackReader::AddFault(IndexEntry const& entry, std::string const& what) {
   if (++_faultCount <= kMaxFaults)
-    _faults.push_back("offset " + std::to_string(entry.offset) + ": " + what + "; left out");
+    _faults.push_back("offset " + std::to_string(entry.offset) + ": " + what + "; skipped");
 }
 
 std::vector<std::string> TrackReader::Faults() const {
   auto faults = _faults;
   if (_faultCount > kMaxFaults)
-    faults.push_back("and " + std::to_string(_faultCount - kMaxFaults) + " more of the kind");
+    faults.push_back("and " + std::to_string(_faultCount - kMaxFaults) + " more faults");
   return faults;
 }
 
-bool TrackReader::Pieces(IndexEntry const& entry, std::size_t track, Sink const& sink) {
+bool TrackReader::ReadPieces(IndexEntry const& entry, std::size_t track, Sink const& sink) {
   AviTrack const& info = _avi.Tracks()[track];
   unsigned const frame = std::max(1u, info.channels * info.bits / 8);
   bool const whole = info.type != "audio";
   std::uint64_t const position = _position[_avi.ClockOf(track)];
-  unsigned const most = whole ? entry.size : std::max(1u, kSoundPiece / frame) * frame;
+  unsigned const most = whole ? entry.size : std::max(1u, kAudioPiece / frame) * frame;
   if (_buffer.size() < std::min(most, entry.size)) _buffer.resize(std::min(most, entry.size));
   unsigned done = 0;
   do {

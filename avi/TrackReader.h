@@ -1,4 +1,4 @@
-// The data of chosen tracks, checked against the index.
+// Reads the data of selected tracks and checks it against the index.
 #pragma once
 
 #include <cstdint>
@@ -10,39 +10,40 @@
 
 namespace kestro::avi {
 
-// A whole frame or text, or some sound.
+// A whole frame or text, or a piece of audio.
 struct Piece {
   std::uint8_t const* data;
   std::size_t size;
-  // Video: number of the frame; sound: of the first sample; text: of the frame of its clock's track
-  // that follows it, which is its own number when it is its own clock.
+  // Video: frame number; audio: number of the first sample; text: number of the next frame in the
+  // track that gives it its times (AviFile::ClockOf).
   std::uint64_t position;
 };
 
-// Reads the chunks that the index names, or, where it does not name all, every chunk of movi. A
-// chunk that is not what the index says is left out, and its time stays empty.
+// Reads the chunks that have an index entry or, if some have none, all chunks in movi. Skips a
+// chunk that does not match its entry, but counts its frame.
 class TrackReader {
  public:
-  // Both outlive the reader.
-  TrackReader(AviFile& avi, std::vector<bool> const& wanted) : _avi(avi), _wanted(wanted) {}
+  // `avi` must outlive the reader. `selected`: by track.
+  TrackReader(AviFile& avi, std::vector<bool> const& selected) : _avi(avi), _selected(selected) {}
 
-  // Video frame by frame, empty ones too; texts one by one; sound in pieces. False from the sink
-  // ends it.
+  // Calls `sink` for each video frame (also empty ones), each text, and pieces of audio, until it
+  // returns false.
   using Sink = std::function<bool(std::size_t track, Piece const& piece)>;
   void ForEach(Sink const& sink);
 
-  // What was wrong the last time, one line each; those beyond the first few are only counted.
+  // What was wrong in the last ForEach, one line each; after the first few the rest is only
+  // counted.
   std::vector<std::string> Faults() const;
 
  private:
-  bool Take(IndexEntry const& entry, Sink const& sink);
-  bool Whole(IndexEntry const& entry, bool whole);
-  bool Pieces(IndexEntry const& entry, std::size_t track, Sink const& sink);
-  void Fault(IndexEntry const& entry, std::string const& what);
+  bool ReadChunk(IndexEntry const& entry, Sink const& sink);
+  bool CheckChunk(IndexEntry const& entry, bool whole);
+  bool ReadPieces(IndexEntry const& entry, std::size_t track, Sink const& sink);
+  void AddFault(IndexEntry const& entry, std::string const& what);
 
   AviFile& _avi;
-  std::vector<bool> _wanted;
-  std::vector<std::uint64_t> _position;  // by track: frames, texts or sample frames so far
+  std::vector<bool> _selected;
+  std::vector<std::uint64_t> _position;  // by track: frames, texts or samples so far
   std::vector<std::uint8_t> _buffer;
   std::vector<std::string> _faults;
   std::uint64_t _faultCount = 0;

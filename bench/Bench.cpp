@@ -9,7 +9,7 @@ namespace kestro::bench {
 
 namespace {
 
-// The seconds of all repetitions, by contender.
+// Collects the times of all repetitions, by contender.
 class Collector : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(Context const&) override { return true; }
@@ -22,7 +22,7 @@ class Collector : public benchmark::BenchmarkReporter {
     }
   }
 
-  // Sorted; empty for a contender that did not run.
+  // Sorted; empty if the contender did not run.
   std::vector<double> Seconds(std::string const& name) const {
     auto const found = _seconds.find(name);
     if (found == _seconds.end()) return {};
@@ -39,7 +39,7 @@ class Collector : public benchmark::BenchmarkReporter {
       all[i].second.push_back(figures[i].value);
     }
   }
-  // The medians of a contender.
+  // The medians of a contender's figures.
   std::vector<Figure> Figures(std::string const& name) const {
     std::vector<Figure> medians;
     auto const found = _figures.find(name);
@@ -80,8 +80,8 @@ void Register(Case const& c, Contender const& contender, Collector& collector) {
   if (c.repetitions > 0) entry->Repetitions(c.repetitions);
 }
 
-// Prints a line with what a contender has told besides, and adds it to the results of the case,
-// which stand at the end.
+// Prints a line with the figures of a contender, and adds them to the results of the case, which
+// are the last ones.
 void ReportFigures(Case const& c, std::vector<Figure> const& figures, bool ours,
                    std::string const& contender, std::FILE* out, std::vector<Result>& results) {
   if (figures.empty()) return;
@@ -145,10 +145,10 @@ std::int64_t Laps::Above(double seconds) const {
   return std::count_if(_seconds.begin(), _seconds.end(), [=](double lap) { return lap > seconds; });
 }
 
-void Laps::Tell(Stopwatch& watch) {
+void Laps::AddFigures(Stopwatch& watch) {
   for (auto const& [name, q] :
        {std::pair{"p50", 0.5}, {"p99", 0.99}, {"p999", 0.999}, {"max", 1.0}})
-    watch.Tell({name, Quantile(q) * 1e6, "us"});
+    watch.AddFigure({name, Quantile(q) * 1e6, "us"});
 }
 
 double Stopwatch::Now() const {

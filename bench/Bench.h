@@ -1,10 +1,10 @@
 // The benchmark harness: cases, their measurement, and the report.
 //
-// One source file per family of cases (MuxBench.cpp ...) makes Cases; main() collects them:
+// One source file per group of cases (MuxBench.cpp ...) creates Cases; main() collects them:
 //
-//   std::vector<Case> cases = MuxCases(mix);
-//   std::vector<Result> results = Measure(cases, repetitions, out);   // prints the table
-//   WriteReport("build/bench", results);                          // Report.h
+//   std::vector<Case> cases = MuxCases(mix, packets);
+//   std::vector<Result> results = Measure(cases, out);   // prints the table
+//   WriteReport("build/bench", results);                 // Report.h
 #pragma once
 
 #include <chrono>
@@ -18,25 +18,25 @@
 
 namespace kestro::bench {
 
-// A further figure of a run, beside its time: a result "case/name" of its own.
+// An additional value of a run, reported as a separate result "case/name".
 struct Figure {
   std::string name;
   double value;
   std::string unit;
 };
 
-// Collects the CPU time, of user and kernel, that the process spends between Start and Stop; after
-// Wall, the time that passes.
+// Measures the CPU time, user and kernel, that the process uses between Start and Stop or, after
+// UseWallTime, the wall-clock time.
 class Stopwatch {
  public:
-  void Wall() { _wall = true; }
+  void UseWallTime() { _wall = true; }
   void Start() { _since = Now(); }
   void Stop() { _seconds += Now() - _since; }
   double Seconds() const { return _seconds; }
-  // Makes this what the run reports.
+  // Overrides the result of the run.
   void Seconds(double seconds) { _seconds = seconds; }
-  // Every run of a case tells the same figures in the same order.
-  void Tell(Figure figure) { _figures.push_back(std::move(figure)); }
+  // Every run of a case must add the same figures in the same order.
+  void AddFigure(Figure figure) { _figures.push_back(std::move(figure)); }
   std::vector<Figure> const& Figures() const { return _figures; }
 
  private:
@@ -46,7 +46,7 @@ class Stopwatch {
   std::vector<Figure> _figures;
 };
 
-// The times of many steps that are alike, by the clock on the wall.
+// The wall-clock times of many similar steps.
 class Laps {
  public:
   template <class Step>
@@ -58,15 +58,15 @@ class Laps {
   }
   double Quantile(double q);
   std::int64_t Above(double seconds) const;
-  // Tells median, 99th and 99.9th percentile, and the longest.
-  void Tell(Stopwatch& watch);
+  // Adds the median, the 99th and 99.9th percentile, and the maximum.
+  void AddFigures(Stopwatch& watch);
 
  private:
   std::vector<double> _seconds;
 };
 
-// One way of doing the work of a case. `run` does it once, with the stopwatch running for the part
-// that counts; it throws when the work did not succeed.
+// One implementation that a case measures. `run` does the work once, with the stopwatch running for
+// the part to measure; it throws on failure.
 struct Contender {
   std::string name;
   std::function<void(Stopwatch&)> run;
@@ -75,17 +75,17 @@ struct Contender {
 struct Case {
   std::string name;                   // "family/case"
   std::string unit;                   // of the reported value
-  double scale;                       // the value is CPU seconds of one run × scale
+  double scale;                       // the value is the CPU seconds of one run × scale
   int64_t packets;                    // in one run
   std::vector<Contender> contenders;  // ours, then the baselines
-  int repetitions = 0;                // 0: as many as are asked for
+  int repetitions = 0;                // 0: the number from the command line
 };
 
-// What ours is measured against, in the unit of ours.
+// A result to compare with, in the same unit.
 struct Baseline {
   std::string name;
   double value;
-  double spread = 0;  // between the quartiles, as a fraction of the median; 0: not known
+  double spread = 0;  // between the quartiles, as a fraction of the median; 0: unknown
 };
 
 struct Result {
@@ -98,17 +98,17 @@ struct Result {
   double Ratio(Baseline const& baseline) const { return value / baseline.value; }
 };
 
-// Throws unless the work has succeeded.
+// Throws if `ok` is false.
 inline void Require(bool ok, char const* what) {
   if (!ok) throw std::runtime_error(what);
 }
 
-// At a fraction of the way through sorted values.
+// The quantile `q`, from 0 to 1, of sorted values.
 double Quantile(std::vector<double> const& sorted, double q);
 
-// Runs every contender of every case so many times, in random order so that a disturbance of the
-// machine meets all alike, and prints the medians. Cases that the filter of Google Benchmark leaves
-// out have no result. Throws when a run failed.
+// Runs every contender of every case several times, in random order so that disturbances of the
+// machine affect all equally, and prints the medians. Cases that the filter of Google Benchmark
+// excludes have no result. Throws when a run fails.
 std::vector<Result> Measure(std::vector<Case> const& cases, std::FILE* out);
 
 }  // namespace kestro::bench

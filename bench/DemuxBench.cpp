@@ -28,7 +28,7 @@ Contender Reader(SharedRecording const& file) {
           }};
 }
 
-// The least that any reader does: one positioned read of each chunk, into a buffer of its own.
+// The least work of any reader: one positioned read of each chunk, into a separate buffer.
 Contender PlainReader(SharedRecording const& file) {
   return {"pread", [file](Stopwatch& watch) {
             auto const chunks = file->Chunks();
@@ -62,7 +62,7 @@ Contender Seeker(SharedRecording const& file, std::vector<int> const& times) {
             watch.Start();
             for (int const ms : times) {
               player.Seek(ms);
-              Require(player.Next(), "a seek leads to the end");
+              Require(player.Next(), "a seek goes to the end");
             }
             watch.Stop();
           }};
@@ -79,7 +79,7 @@ Case ReadCase(std::int64_t packets) {
 }
 
 Case SeekCase() {
-  // Frames can be small; sound has as many bytes as its time takes.
+  // Frames can be small; audio has a fixed number of bytes per second.
   constexpr std::int64_t kSeconds = std::int64_t{60} * kSeekMinutes;
   constexpr std::int64_t kPackets = kSeconds * Mix::kFps + kSeconds * Mix::kRate / Mix::kSamples;
   auto const file = std::make_shared<Recording>("seek", Mix::Sizes{256, 1024, 4096}, kPackets);

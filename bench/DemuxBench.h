@@ -1,4 +1,4 @@
-// What playing back costs, beside plain reads and another demuxer.
+// Measures playing, compared with plain reads and another demuxer.
 #pragma once
 
 #include <memory>
@@ -14,15 +14,15 @@ namespace kestro::bench {
 using SharedRecording = std::shared_ptr<Recording>;
 using NewIO = std::function<std::unique_ptr<base::IO>(std::string const& path)>;
 
-// "demux/read", with so many packets, "demux/open" and "demux/seek".
+// "demux/read", with this many packets, "demux/open" and "demux/seek".
 std::vector<Case> DemuxCases(std::int64_t packets);
 
-// "slow/open_preloaded" and "slow/play": a device that takes 20 ms for every read, by the clock on
-// the wall; few repetitions.
+// "slow/open_preloaded" and "slow/play": a device that takes 20 ms for each read; wall-clock time,
+// few repetitions.
 std::vector<Case> SlowCases();
 
-// The file of "demux/open", and the ways of opening it: what they count is what opens the file, up
-// to where it can be read and sought in, and not what closes it again.
+// The file of "demux/open", and the contenders that open it. They measure opening until the file
+// can be read and seeked in, without closing it.
 SharedRecording OpenRecording();
 std::vector<Contender> Openers(SharedRecording const& file);
 
@@ -30,7 +30,7 @@ std::vector<Contender> Openers(SharedRecording const& file);
 Contender LavfReader(SharedRecording const& file);
 Contender LavfOpener(SharedRecording const& file);
 Contender LavfSeeker(SharedRecording const& file, std::vector<int> const& times);
-// Opening through an IO, by the clock on the wall.
+// Opening through an IO, in wall-clock time.
 Contender LavfOpener(SharedRecording const& file, NewIO const& open);
 
 }  // namespace kestro::bench

@@ -1,5 +1,5 @@
-// libavformat's AVI demuxer on the same files, as it is when nothing is set: its parser takes a
-// short look into each frame. Streams are not probed, so that opening reads headers and index only.
+// libavformat's AVI demuxer on the same files, with default settings: its parser reads the start of
+// each frame. Streams are not probed, so that opening reads only headers and index.
 extern "C" {
 #include <libavformat/avformat.h>
 }
@@ -12,7 +12,7 @@ namespace {
 
 class Demuxer {
  public:
-  // Quiet: a parser has something to say of random bytes.
+  // Quiet: parsers complain about random bytes.
   Demuxer() : _packet(av_packet_alloc()) { av_log_set_level(AV_LOG_QUIET); }
   ~Demuxer() {
     av_packet_free(&_packet);
@@ -91,7 +91,7 @@ Contender LavfOpener(SharedRecording const& file, NewIO const& open) {
   return {"libavformat", [file, open](Stopwatch& watch) {
             auto const io = open(file->Path());
             Demuxer demuxer;
-            watch.Wall();
+            watch.UseWallTime();
             watch.Start();
             demuxer.Open(*io);
             watch.Stop();
@@ -105,7 +105,7 @@ Contender LavfSeeker(SharedRecording const& file, std::vector<int> const& times)
             watch.Start();
             for (int const ms : times) {
               demuxer.Seek(ms);
-              Require(demuxer.Next(), "a seek of libavformat leads to the end");
+              Require(demuxer.Next(), "a seek of libavformat goes to the end");
             }
             watch.Stop();
           }};

@@ -1,6 +1,6 @@
-// libavformat's AVI muxer on the same packets, set up so that it does no more than it must: packets
-// over the mix's memory, written in order without its interleaving queue, large buffers, no flush
-// after each packet.
+// libavformat's AVI muxer on the same packets, set up to do as little as possible: packets refer to
+// the mix's memory and are written in order without its interleaving queue, with large buffers and
+// without a flush after each packet.
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
@@ -29,7 +29,7 @@ std::int64_t Seek(void* opaque, std::int64_t offset, int whence) {
   return io.Seek(offset, whence) ? io.Tell() : AVERROR(EIO);
 }
 
-// One AVPacket for each unit of the mix, made once.
+// One AVPacket for each unit of the mix, created once.
 class Packets {
  public:
   explicit Packets(Mix const& mix) {
@@ -63,12 +63,12 @@ class Muxer {
     video->codecpar->width = 1920;
     video->codecpar->height = 1080;
     video->avg_frame_rate = {Mix::kFps, 1};
-    AVStream* sound = AddStream(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_PCM_S16LE, {1, Mix::kRate});
-    sound->codecpar->sample_rate = Mix::kRate;
-    av_channel_layout_default(&sound->codecpar->ch_layout, 2);
-    sound->codecpar->bits_per_coded_sample = 16;
-    sound->codecpar->block_align = 4;
-    sound->codecpar->bit_rate = std::int64_t{32} * Mix::kRate;
+    AVStream* audio = AddStream(AVMEDIA_TYPE_AUDIO, AV_CODEC_ID_PCM_S16LE, {1, Mix::kRate});
+    audio->codecpar->sample_rate = Mix::kRate;
+    av_channel_layout_default(&audio->codecpar->ch_layout, 2);
+    audio->codecpar->bits_per_coded_sample = 16;
+    audio->codecpar->block_align = 4;
+    audio->codecpar->bit_rate = std::int64_t{32} * Mix::kRate;
   }
   ~Muxer() { avformat_free_context(_context); }
   Muxer(Muxer const&) = delete;
@@ -112,7 +112,7 @@ class Muxer {
   }
 
   AVFormatContext* _context = nullptr;
-  bool _owned = false;  // the file is libavformat's own
+  bool _owned = false;  // libavformat opened the file
 };
 
 }  // namespace

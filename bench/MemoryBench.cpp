@@ -20,7 +20,7 @@ namespace {
 constexpr int kSpillSeconds = 10;
 constexpr int kBlock = 512 << 10;  // as the muxer's
 
-// Slower than whoever writes, so that all blocks are in use.
+// Slower than the caller, so that all blocks are in use.
 struct BusyIO : NullIO {
   unsigned Write(void const* data, unsigned size) override {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -28,7 +28,7 @@ struct BusyIO : NullIO {
   }
 };
 
-// A folder that goes away with the object.
+// A temporary folder, which the destructor removes.
 struct ScratchFolder {
   std::string path = (std::filesystem::temp_directory_path() / "kestro-bench-XXXXXX").string();
   ScratchFolder() { Require(mkdtemp(path.data()) != nullptr, "cannot make a temporary folder"); }
@@ -38,7 +38,7 @@ struct ScratchFolder {
   }
 };
 
-// A line of the process's status, such as "VmHWM:", in KiB.
+// A value of the process's status, such as "VmHWM:", in KiB.
 std::int64_t StatusKiB(std::string const& field, char const* file = "/proc/self/status") {
   std::ifstream status(file);
   std::string name;
@@ -49,8 +49,8 @@ std::int64_t StatusKiB(std::string const& field, char const* file = "/proc/self/
   return kib;
 }
 
-// The number that this program prints when it is run with these arguments.
-double NumberOfSelf(std::vector<std::string> arguments) {
+// Runs this program with the arguments and returns the number that it prints.
+double RunSelf(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/proc/self/exe");
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
@@ -97,7 +97,7 @@ void MemoryChild(std::int64_t packets, int spillSeconds, std::FILE* out) {
 }
 
 void WriterChild(int blocks, std::FILE* out) {
-  // Exact, what "status" says lags behind; and without the pages of the program itself.
+  // Exact, while "status" is delayed; and without the pages of the program itself.
   auto const resident = [] { return StatusKiB("Anonymous:", "/proc/self/smaps_rollup"); };
   constexpr int kPiece = 32 << 10;
   std::vector<char> const piece(kPiece, 'x');
@@ -107,7 +107,7 @@ void WriterChild(int blocks, std::FILE* out) {
   for (int i = 0; i < 8 * kBlock / kPiece * blocks; ++i)
     Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
   std::int64_t most = resident();
-  for (int i = 0; i < 2; ++i) {  // as many patches as it gathers
+  for (int i = 0; i < 2; ++i) {  // the most patches that it collects
     writer.Seek(std::int64_t{2} * i * kPiece, base::IO::kBegin);
     Require(writer.Write(piece.data(), kPiece) == kPiece, "the writer fails");
     most = std::max(most, resident());
@@ -141,14 +141,14 @@ std::vector<Result> MeasureRecording(std::string const& plugin, std::FILE* out) 
                          Row{"plain", "index in memory", -1}}) {
     std::fprintf(out, "%-34s", row.text);
     for (Column const& column : columns) {
-      double const kib = NumberOfSelf({"--plugin", plugin, "--memory-child",
-                                       std::to_string(column.packets), std::to_string(row.spill)});
+      double const kib = RunSelf({"--plugin", plugin, "--memory-child",
+                                  std::to_string(column.packets), std::to_string(row.spill)});
       results.push_back({std::string("memory/") + row.name + "_" + column.name, kib, "KiB"});
       std::fprintf(out, " %12.0f", kib);
     }
     std::fprintf(out, "\n");
   }
-  // Each way beside the other: two columns of either row.
+  // Compare the rows: each has two columns.
   for (std::size_t i = 0; i < 4; ++i)
     results[i].baselines = {{i < 2 ? "plain" : "spill", results[(i + 2) % 4].value}};
   return results;
@@ -161,7 +161,7 @@ Result MeasureOpening(std::string const& plugin, std::FILE* out) {
   std::fprintf(out, "%-34s %12s %12s\n", "peak of opening 1e6 packets, KiB", "", "ours/it");
   for (std::size_t i = 0; i < openers.size(); ++i) {
     double const kib =
-        NumberOfSelf({"--plugin", plugin, "--open-child", file->Path(), std::to_string(i)});
+        RunSelf({"--plugin", plugin, "--open-child", file->Path(), std::to_string(i)});
     std::fprintf(out, "%-34s %12.0f", openers[i].name.c_str(), kib);
     if (i == 0) {
       result.value = kib;
@@ -179,7 +179,7 @@ std::vector<Result> MeasureWriter(std::string const& plugin, std::FILE* out) {
   std::vector<Result> results;
   for (int blocks : {3, 8}) {
     std::string const count = std::to_string(blocks);
-    double const kib = NumberOfSelf({"--plugin", plugin, "--writer-child", count});
+    double const kib = RunSelf({"--plugin", plugin, "--writer-child", count});
     double const allowed = blocks * (kBlock >> 10) + 64;
     std::fprintf(out, "%-34s %12.0f %12.0f\n", (count + " blocks of 512 KiB").c_str(), kib,
                  allowed);

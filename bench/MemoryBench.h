@@ -1,5 +1,4 @@
-// The memory that a recording takes before it is closed, its cache at most, and opening a file.
-// opening
+// Measures memory: of a recording before it is closed, of its write cache, and of opening a file.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +10,19 @@
 
 namespace kestro::bench {
 
-// Records so many tiny packets and prints the process's resident memory, in KiB, just before the
+// Records this many tiny packets and prints the process's resident memory, in KiB, just before the
 // file is closed. With `spillSeconds` ≥ 0 the index is spilled to a temporary folder.
 void MemoryChild(std::int64_t packets, int spillSeconds, std::FILE* out);
 
-// Fills the blocks of a caching writer and what else it gathers, and prints by how much, in KiB,
-// the process's resident memory has risen.
+// Fills all buffers of a caching writer and prints by how much, in KiB, the process's resident
+// memory has grown.
 void WriterChild(int blocks, std::FILE* out);
 
-// Opens a file the way of the opener with this number and prints by how much, in KiB, the process's
-// resident memory has risen at its peak.
+// Opens a file with the opener of this number and prints by how much, in KiB, the peak of the
+// process's resident memory has grown.
 void OpenChild(std::string const& path, std::size_t opener, std::FILE* out);
 
-// Runs these in processes of their own, through "--memory-child PACKETS SECONDS", "--writer-child
+// Runs these in separate processes, with "--memory-child PACKETS SECONDS", "--writer-child
 // BLOCKS" and "--open-child PATH OPENER" of this program, and prints the tables.
 std::vector<Result> MeasureMemory(std::string const& plugin, std::FILE* out);
 

@@ -22,19 +22,18 @@ constexpr unsigned char kParameterSets[] = {
 constexpr unsigned char kKeySlice[] = {0, 0, 0, 1, 0x65, 0x88, 0x84};
 constexpr unsigned char kSlice[] = {0, 0, 0, 1, 0x41, 0x9A};
 
-// The shortest time in which whole numbers of frames and of sound packets fit.
+// The shortest time that is a whole number of frames and of audio packets.
 constexpr int kRoundSeconds = 8;
 constexpr int kRoundFrames = kRoundSeconds * Mix::kFps;
-constexpr int kRoundSounds = kRoundSeconds * Mix::kRate / Mix::kSamples;
-static_assert(kRoundSounds * Mix::kSamples == kRoundSeconds * Mix::kRate);
+constexpr int kRoundAudio = kRoundSeconds * Mix::kRate / Mix::kSamples;
+static_assert(kRoundAudio * Mix::kSamples == kRoundSeconds * Mix::kRate);
 
 std::size_t RoundBytes(Mix::Sizes sizes) {
   std::int64_t const second = std::int64_t{Mix::kFps - 1} * sizes.frame + sizes.key;
-  return static_cast<std::size_t>(kRoundSeconds * second +
-                                  std::int64_t{kRoundSounds} * sizes.sound);
+  return static_cast<std::size_t>(kRoundSeconds * second + std::int64_t{kRoundAudio} * sizes.audio);
 }
 
-// Random bytes without start codes: of two neighbours one is not zero.
+// Random bytes without start codes: of two adjacent bytes at least one is not zero.
 void FillRandom(std::vector<unsigned char>& memory) {
   Random random;
   for (std::size_t i = 0; i + 8 <= memory.size(); i += 8) {
@@ -65,7 +64,7 @@ Ref<IMedia> VideoMedia() {
   return media;
 }
 
-Ref<IMedia> SoundMedia() {
+Ref<IMedia> AudioMedia() {
   auto media = Ref<IMedia>::Take(IMedia::New("pcm"));
   media->Set("rate", Mix::kRate);
   media->Set("channel", 2);
@@ -77,7 +76,7 @@ Ref<IMedia> SoundMedia() {
 
 }  // namespace
 
-Mix::Mix(std::size_t bytes, Sizes sizes) : _video(VideoMedia()), _sound(SoundMedia()) {
+Mix::Mix(std::size_t bytes, Sizes sizes) : _video(VideoMedia()), _audio(AudioMedia()) {
   std::size_t const round = RoundBytes(sizes);
   std::size_t const rounds = std::max<std::size_t>((bytes + round - 1) / round, 1);
   _bytes = rounds * round;
@@ -88,8 +87,8 @@ std::vector<Mix::Unit> const& Mix::Units() const {
   if (!_units.empty()) return _units;
   _memory.resize(_bytes);
   FillRandom(_memory);
-  // Payloads lie here and there. Were they neighbours in memory, the processor would have the next
-  // one ready for whoever does nothing but copy.
+  // Payloads are in random order in memory. In sequence, the processor would prefetch the next one
+  // for a plain copy.
   std::vector<std::size_t> order(_plan.size());
   std::iota(order.begin(), order.end(), 0);
   std::shuffle(order.begin(), order.end(), std::mt19937(1));
@@ -111,12 +110,12 @@ std::int64_t Mix::Bytes(std::int64_t packets) const {
 }
 
 void Mix::PlanRound(Sizes sizes, std::vector<Plan>& plan) {
-  for (int frame = 0, sound = 0; frame < kRoundFrames || sound < kRoundSounds;) {
+  for (int frame = 0, audio = 0; frame < kRoundFrames || audio < kRoundAudio;) {
     bool const video =
-        sound == kRoundSounds || (frame < kRoundFrames && frame * kRate <= sound * kSamples * kFps);
+        audio == kRoundAudio || (frame < kRoundFrames && frame * kRate <= audio * kSamples * kFps);
     bool const key = video && frame % kFps == 0;
-    plan.push_back({video, key, !video ? sizes.sound : key ? sizes.key : sizes.frame});
-    ++(video ? frame : sound);
+    plan.push_back({video, key, !video ? sizes.audio : key ? sizes.key : sizes.frame});
+    ++(video ? frame : audio);
   }
 }
 
@@ -124,7 +123,7 @@ Mix::Unit Mix::MakeUnit(Plan const& plan, unsigned char* data) const {
   if (plan.video) WriteHead(data, plan.key);
   auto packet = Packet::Wrap(data, plan.size);
   if (plan.key) packet->Flags(Packet::kKey);
-  packet->Media(plan.video ? _video.get() : _sound.get());
+  packet->Media(plan.video ? _video.get() : _audio.get());
   constexpr base::int64 kSecond = 1000000000;
   packet->Duration(plan.video ? kSecond / kFps : kSecond * kSamples / kRate);
   return {packet, plan.video};

@@ -1,4 +1,4 @@
-// The packets that the benchmarks feed: one camera with sound, held in memory.
+// The packets that the benchmarks use: a camera with audio, in memory.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace kestro::bench {
 
-// Numbers that look random, the same ones each time, and cost next to nothing: splitmix64.
+// Fast pseudo-random numbers, the same in each run: splitmix64.
 class Random {
  public:
   std::uint64_t operator()() {
@@ -23,18 +23,18 @@ class Random {
   std::uint64_t _state = 1;
 };
 
-// Video of 30 frames a second with a key frame every second, and 16-bit stereo sound at 48 kHz in
+// Video of 30 frames per second with a key frame every second, and 16-bit stereo audio at 48 kHz in
 // packets of 1024 samples, in time order. A video packet is one H.264 access unit: a delimiter,
 // for key frames the parameter sets, and one slice of random bytes that holds no start code.
 class Mix {
  public:
   static constexpr int kFps = 30, kRate = 48000, kSamples = 1024;
 
-  // Bytes of the packets. By default those of a 1080p recording.
+  // Packet sizes in bytes; by default those of a 1080p recording.
   struct Sizes {
-    int frame = 34 << 10, key = 150 << 10, sound = 4 << 10;
+    int frame = 34 << 10, key = 150 << 10, audio = 4 << 10;
   };
-  // A packet with everything set but its time. Whoever has moved its start puts it back.
+  // A packet without a time. Restore its offset after changing it.
   struct Unit {
     base::Ref<stream::Packet> packet;
     bool video;
@@ -43,22 +43,22 @@ class Mix {
     int Size() const { return packet->Size(); }
   };
 
-  // Plans packets for as many seconds as it takes to fill `bytes` with them.
+  // Plans packets of at least this total size.
   Mix(std::size_t bytes, Sizes sizes);
   Mix(Mix const&) = delete;
   Mix& operator=(Mix const&) = delete;
 
-  // Made when they are first asked for, which takes its time: a run does so before its stopwatch.
+  // Created by the first call, which is slow: call it before starting the stopwatch.
   std::vector<Unit> const& Units() const;
   std::size_t Count() const { return _plan.size(); }
   std::size_t Bytes() const { return _bytes; }
-  // Those of so many packets.
+  // The bytes of this many packets.
   std::int64_t Bytes(std::int64_t packets) const;
   stream::IMedia* Video() const { return _video.get(); }
-  stream::IMedia* Sound() const { return _sound.get(); }
+  stream::IMedia* Audio() const { return _audio.get(); }
 
-  // Hands out so many packets, starting again from the first unit when the last is reached, each
-  // with its number on its track: take(unit, index, number) with `index` that of the unit.
+  // Calls take(unit, index, number) for this many packets, starting again at the first unit after
+  // the last one. `index`: of the unit; `number`: of the packet in its track.
   template <class Take>
   void Play(std::int64_t packets, Take take) const {
     std::int64_t next[2] = {};
@@ -78,7 +78,7 @@ class Mix {
 
   std::size_t _bytes;
   std::vector<Plan> _plan;
-  base::Ref<stream::IMedia> _video, _sound;
+  base::Ref<stream::IMedia> _video, _audio;
   mutable std::vector<unsigned char> _memory;
   mutable std::vector<Unit> _units;
 };

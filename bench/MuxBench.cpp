@@ -31,7 +31,7 @@ Contender Ours(Mix const& mix, std::int64_t packets, Target const& target) {
           }};
 }
 
-// The least that any writer does: each payload and a chunk header before it go through one buffer.
+// The least work of any writer: copies a chunk header and the payload through one buffer.
 class CopyWriter {
  public:
   using Sink = bool (*)(int fd, unsigned char const* data, std::size_t size);
@@ -64,7 +64,7 @@ class CopyWriter {
 };
 
 bool Drop(int, unsigned char const* data, std::size_t) {
-  // The compiler must believe that the bytes are looked at.
+  // Keeps the compiler from removing the copy.
   asm volatile("" : : "r"(data) : "memory");
   return true;
 }

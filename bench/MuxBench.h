@@ -1,4 +1,4 @@
-// What recording costs, beside a plain copy and another muxer.
+// Measures recording, compared with a plain copy and another muxer.
 #pragma once
 
 #include <memory>
@@ -11,22 +11,22 @@
 
 namespace kestro::bench {
 
-// Where the contenders of a mux case write: nowhere, or into a new file.
+// Where the contenders of a mux case write: to a new file, or nowhere.
 struct Target {
   std::string path;  // empty: the bytes are dropped
-  // Removes what a run left, so that no run pays for the file of another.
+  // Removes the file, so that it does not slow down the next run.
   void Clear() const;
 };
 
-// "mux/null" and "mux/tmpfs". The mix outlives the cases.
+// "mux/null" and "mux/tmpfs". The mix must outlive the cases.
 std::vector<Case> MuxCases(Mix const& mix, std::int64_t packets);
 
 // libavformat's AVI muxer as a contender.
 Contender LavfMuxer(Mix const& mix, std::int64_t packets, Target const& target);
 
-// Takes a packet of a mix, as Mix::Play hands it out.
+// Called for each packet, as by Mix::Play.
 using Feed = std::function<void(Mix::Unit const& unit, std::size_t index, std::int64_t number)>;
-// Records with libavformat what `play` feeds.
+// Records the packets from `play` with libavformat.
 void LavfRecord(Mix const& mix, base::IO& io, std::function<void(Feed const&)> const& play);
 
 }  // namespace kestro::bench

@@ -1,4 +1,4 @@
-// The demuxer element, driven by hand: no thread runs, nothing is linked.
+// Calls the demuxer element directly, without threads and links.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// What whoever delivers packets to a muxer waits for, and what syncs cost.
+// Measures how long the caller of a muxer waits, and the cost of syncs.
 #pragma once
 
 #include <vector>
@@ -7,15 +7,15 @@
 
 namespace kestro::bench {
 
-// In step with time, once each: what recording onto a device that stalls makes a camera wait.
+// In real time, once each: how long a camera waits while recording to a device that stalls.
 //   "slow/push_p999_ms"    12 Mbit/s, 500 ms every 4 MiB
-//   "slow/push24_p999_ms"  24 Mbit/s, with as many blocks as the device asks for
+//   "slow/push24_p999_ms"  24 Mbit/s, with as many cache blocks as the device requests
 //   "slow/stall_p999_ms"   12 Mbit/s, 2 s: longer than the cache lasts; all four times as fast
 //   "sync/queue_p999_ms"   a sync every second on a device whose flush takes 100 ms
 std::vector<Case> StallCases();
 
-// As fast as packets are taken, the times of the packets deciding about syncs: 30 frames of 34 KiB
-// a second, with sound, onto tmpfs and a disk, synced every second or three.
+// As fast as possible, with syncs by the times of the packets: 30 frames of 34 KiB per second with
+// audio, to tmpfs and to a disk, synced every one or three seconds.
 std::vector<Case> SyncCases();
 
 }  // namespace kestro::bench

@@ -25,7 +25,7 @@ Recorder::Recorder(Mix const& mix, char const* muxer, std::nullptr_t) : _mix(mix
   Require(_muxer != nullptr, "the plug-in has no such muxer");
   Require(_muxer->Set("constFrameRate", base::Fraction(Mix::kFps, 1)), "no frame rate");
   _video = _muxer->AddInput();
-  _sound = _muxer->AddInput();
+  _audio = _muxer->AddInput();
 }
 
 Recorder::Recorder(Mix const& mix, base::IO& io, char const* muxer)
@@ -37,10 +37,10 @@ Recorder::Recorder(Mix const& mix, char const* path) : Recorder(mix, "avi-muxer"
   Require(_muxer->Set("path", path), "the muxer takes no path");
 }
 
-void Recorder::Queue() {
+void Recorder::AddQueue() {
   _queue = base::Make<stream::PacketQueue>("packet-queue");
   Require(_queue != nullptr, "the host has no queue");
-  for (stream::IPort** port : {&_video, &_sound}) {
+  for (stream::IPort** port : {&_video, &_audio}) {
     auto const track = _queue->AddTrack();
     Require(stream::IPort::Link(*track.output, **port), "the queue cannot be linked");
     *port = track.input;
@@ -48,7 +48,7 @@ void Recorder::Queue() {
 }
 
 void Recorder::Start() {
-  Require(_video->Offer(_mix.Video()) && _sound->Offer(_mix.Sound()), "a track is refused");
+  Require(_video->Offer(_mix.Video()) && _audio->Offer(_mix.Audio()), "a track is refused");
   Require(_muxer->StatusChange(IStatus::kRunning), "the muxer does not start");
   Require(!_queue || _queue->StatusChange(IStatus::kRunning), "the queue does not start");
 }
@@ -56,7 +56,7 @@ void Recorder::Start() {
 void Recorder::Push(Mix::Unit const& unit, std::int64_t number) {
   stream::Packet& packet = *unit.packet;
   packet.Pts(number * packet.Duration());
-  Require((unit.video ? _video : _sound)->Push(packet), "the muxer refuses a packet");
+  Require((unit.video ? _video : _audio)->Push(packet), "the muxer refuses a packet");
   packet.Offset(0);
 }
 

@@ -1,4 +1,4 @@
-// The muxer element as the benchmarks use it.
+// Runs the muxer element for the benchmarks.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace kestro::bench {
 
-// A stream that counts what is written and keeps nothing.
+// A stream that drops what is written.
 class NullIO : public base::IO {
  public:
   NullIO() : IO("NullIO") {}
@@ -30,13 +30,13 @@ class NullIO : public base::IO {
 // Records a mix: a muxer with a video and a sound input. Throws when the element refuses something.
 //
 //   Recorder recorder(mix, io or path);
-//   recorder.Queue();                     // if a queue shall stand before the muxer
+//   recorder.AddQueue();                  // optional, before the muxer
 //   recorder.Start();
 //   mix.Play(packets, [&](auto& unit, auto, auto number) { recorder.Push(unit, number); });
 //   recorder.Close();
 class Recorder {
  public:
-  Recorder(Mix const& mix, base::IO& io, char const* muxer = "avi-muxer");  // lent
+  Recorder(Mix const& mix, base::IO& io, char const* muxer = "avi-muxer");  // `io` must outlive it
   Recorder(Mix const& mix, char const* path);
 
   // An element property, before Start.
@@ -44,9 +44,9 @@ class Recorder {
   void Set(char const* name, T value) {
     Require(_muxer->Set(name, value), name);
   }
-  void Queue();
+  void AddQueue();
   void Start();
-  // Sets the packet's time; `number` counts the units of its track. Its start is put back after.
+  // Sets the packet's time from `number`, its number in the track. Restores its offset afterwards.
   void Push(Mix::Unit const& unit, std::int64_t number);
   void Close();
 
@@ -55,8 +55,8 @@ class Recorder {
 
   Mix const& _mix;
   std::unique_ptr<stream::IMuxer> _muxer;
-  std::unique_ptr<stream::PacketQueue> _queue;  // goes before the muxer
-  stream::IPort *_video, *_sound;               // where the packets go in
+  std::unique_ptr<stream::PacketQueue> _queue;  // destroyed before the muxer
+  stream::IPort *_video, *_audio;               // inputs for the packets
 };
 
 }  // namespace kestro::bench

@@ -56,18 +56,18 @@ std::string const& Recording::Path() {
 std::vector<Recording::Chunk> Recording::Chunks() {
   constexpr std::uint32_t kIndex = 'i' | 'd' << 8 | 'x' << 16 | '1' << 24;
   std::ifstream file(Path(), std::ios::binary);
-  file.seekg(12);  // behind RIFF, its size and AVI
+  file.seekg(12);  // after RIFF, its size and AVI
   auto head = Words<2>(file);
   for (; file && head[0] != kIndex; head = Words<2>(file))
     file.seekg(head[1] + head[1] % 2, std::ios::cur);
   std::vector<Chunk> chunks;
   for (std::uint32_t left = file ? head[1] / 16 : 0; left > 0; --left) {
     auto const [id, flags, at, bytes] = Words<4>(file);
-    if (id == 0) break;  // a reserve that is not full
+    if (id == 0) break;  // unused reserved space
     chunks.push_back({std::int64_t{at} + 8, bytes});
   }
   bool const whole = _packets == 0 || static_cast<std::int64_t>(chunks.size()) == _packets;
-  Require(file && whole, "the index is not whole");
+  Require(file && whole, "the index is incomplete");
   return chunks;
 }
 

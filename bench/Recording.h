@@ -1,4 +1,4 @@
-// Files in memory, to write to and to read from.
+// Recordings in memory and on disk.
 #pragma once
 
 #include <string>
@@ -10,14 +10,14 @@ namespace kestro::bench {
 
 // A path on tmpfs that no other process uses.
 std::string TmpfsPath(char const* name);
-// And on a disk.
+// The same on a disk.
 std::string DiskPath(char const* name);
 
-// An AVI file on tmpfs with so many packets of a mix of these sizes. It is recorded when its path
-// is first asked for, and goes away with the object.
+// An AVI file on tmpfs with packets of a mix. It is recorded by the first call of Path, and the
+// destructor removes it.
 class Recording {
  public:
-  // A chunk that the index names: its payload.
+  // The payload of an indexed chunk.
   struct Chunk {
     std::int64_t at;
     std::size_t size;
@@ -25,7 +25,7 @@ class Recording {
 
   Recording(char const* name, Mix::Sizes sizes, std::int64_t packets)
       : _path(TmpfsPath(name)), _sizes(sizes), _packets(packets) {}
-  // A file that another process has recorded, and keeps.
+  // A file that another process has recorded, and will remove.
   explicit Recording(std::string path) : _path(std::move(path)) {}
   ~Recording();
   Recording(Recording const&) = delete;
@@ -33,7 +33,7 @@ class Recording {
 
   std::string const& Path();
   std::int64_t Packets() const { return _packets; }
-  // In the order of the index. All packets of a file that was recorded here must be there.
+  // In the order of the index. Throws when the index is incomplete.
   std::vector<Chunk> Chunks();
 
  private:

@@ -1,4 +1,3 @@
-// What the results look like in files: JSON for programs, a table and a chart for people.
 #include "Report.h"
 
 #include <algorithm>
@@ -32,7 +31,7 @@ std::string Number(double value, std::string const& unit) {
   return Text(value < 1000 ? "%.4g %s" : "%.0f %s", value, unit.c_str());
 }
 
-// One repetition has no spread.
+// A single repetition has no spread.
 std::string Percent(double spread) { return spread > 0 ? Text("%.1f %%", spread * 100) : "-"; }
 
 std::string Markdown(std::vector<Result> const& results) {
@@ -62,10 +61,10 @@ constexpr char kStyle[] =
     "@media(prefers-color-scheme:dark){text{fill:#e6edf3}.page{fill:#0d1117}.less{fill:#4fb8a3}"
     ".more{fill:#e08e4f}.line{stroke:#30363d}.one{stroke:#e6edf3}}</style>\n";
 
-// Bars from 1 to the ratio, on a logarithmic scale; what lies outside of it ends at its edge.
+// Bars from 1 to the ratio, on a logarithmic scale, cut at its ends.
 std::string Svg(std::vector<Result> const& results) {
   constexpr int kLeft = 270, kWidth = 480, kRow = 18, kTop = 56;
-  constexpr double kDecades = 2;  // to either side of 1
+  constexpr double kDecades = 2;  // on each side of 1
   auto const x = [](double ratio) {
     double const log = std::log10(std::clamp(ratio, 1e-9, 1e9));
     return kLeft + kWidth * (std::clamp(log / kDecades, -1.0, 1.0) + 1) / 2;
@@ -74,7 +73,7 @@ std::string Svg(std::vector<Result> const& results) {
   int y = kTop;
   std::string family;
   for (Result const& result : results) {
-    // Not the figures that a case tells besides.
+    // Without additional figures.
     if (std::count(result.name.begin(), result.name.end(), '/') > 1) continue;
     for (Baseline const& b : result.baselines) {
       if (!family.empty() && family != Family(result)) y += kRow / 2;
@@ -130,7 +129,7 @@ void WriteReport(std::string const& folder, std::vector<Result> const& results) 
   std::filesystem::create_directories(folder, failed);
   if (failed) throw std::runtime_error("cannot make " + folder + ": " + failed.message());
   WriteJson(folder + "/results.json", results);
-  // A family stands together, though its parts were measured at different times.
+  // Keep the results of a family together, even if they were measured at different times.
   std::vector<Result> grouped;
   for (Result const& result : results) {
     auto const last = std::find_if(grouped.rbegin(), grouped.rend(), [&](Result const& other) {

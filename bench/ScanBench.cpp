@@ -14,8 +14,8 @@ constexpr int kFrame = 34 << 10;
 constexpr int kLarge = 4 << 20;
 constexpr unsigned char kAbsent = 0xFF;
 
-// Random bytes, so many in four of them zero, without the absent byte and, unless every frame shall
-// begin with one, without a start code. Made when they are first asked for.
+// Random bytes without kAbsent; `zeros` of four are zero. If `coded`, every frame begins with a
+// start code, else there are none. Created by the first call of Data.
 struct Noise {
   std::size_t size;
   unsigned zeros;
@@ -26,7 +26,7 @@ struct Noise {
     if (!bytes.empty()) return bytes.data();
     bytes.resize(size);
     Random random;
-    int run = 0;  // of zero bytes
+    int run = 0;  // number of zero bytes
     for (unsigned char& byte : bytes) {
       auto const value = static_cast<std::uint32_t>(random());
       byte = value % 4 < zeros ? 0 : static_cast<unsigned char>((value >> 8) % kAbsent);
@@ -49,7 +49,7 @@ bool Memchr(unsigned char const* data, int size) {
   return std::memchr(data, kAbsent, static_cast<std::size_t>(size)) != nullptr;
 }
 
-// Goes over the frames that begin one behind the other, each `size` bytes long: they may overlap.
+// Searches frames that begin kFrame bytes apart; longer ones overlap.
 template <bool (*find)(unsigned char const*, int)>
 Contender Over(char const* name, Memory const& memory, int size, bool found) {
   return {name, [memory, size, found](Stopwatch& watch) {

@@ -1,4 +1,4 @@
-// What looking for a start code costs.
+// Measures the search for start codes.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace kestro::bench {
 
-// "scan/random" and "scan/zeros": packets without a start code, beside memchr that finds nothing in
-// the same bytes. "scan/first": packets that begin with one, of two sizes. Over so many bytes.
+// "scan/random" and "scan/zeros": packets without a start code, compared with a memchr that finds
+// nothing. "scan/first": packets of two sizes that begin with a start code. `bytes`: total size.
 std::vector<Case> ScanCases(std::size_t bytes);
 
 }  // namespace kestro::bench

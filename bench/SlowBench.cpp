@@ -1,4 +1,4 @@
-// Playing back from a device that takes its time for every read, with and without the cache.
+// Measures playing from a device with slow reads, with and without the cache.
 #include "DemuxBench.h"
 #include "Player.h"
 #include "SlowFile.h"
@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 
 constexpr std::int64_t kEntries = 100000, kPlayed = 100;
 constexpr auto kRead = milliseconds(20);
-constexpr auto kPace = milliseconds(5);  // a packet: 2.5 times as fast as it was recorded
+constexpr auto kPace = milliseconds(5);  // per packet: 2.5 times the recorded speed
 
 std::unique_ptr<SlowFile> OpenSlowly(std::string const& path) {
   SlowFile::Delays delays;
@@ -21,7 +21,7 @@ std::unique_ptr<SlowFile> OpenSlowly(std::string const& path) {
 
 enum Cache { kNone, kCached, kPreloaded };
 
-// A player of a slow file; with the preload, when all of it is there.
+// A player of a slow file. With the preload, waits until it is complete.
 struct SlowPlayer {
   SlowPlayer(std::string const& path, Cache cache) : file(OpenSlowly(path)) {
     player.Set("io", static_cast<base::IO*>(file.get()));
@@ -41,20 +41,20 @@ struct SlowPlayer {
 Contender Opener(char const* name, SharedRecording const& file, Cache cache) {
   return {name, [file, cache](Stopwatch& watch) {
             SlowPlayer slow(file->Path(), cache);
-            watch.Wall();
+            watch.UseWallTime();
             watch.Start();
             slow.player.Open();
             watch.Stop();
           }};
 }
 
-// Counts what a player waits for packets that it asks for in step, but for the first.
+// Measures how long a player waits for packets at a constant pace, without the first one.
 Contender PacedPlayer(char const* name, SharedRecording const& file, Cache cache) {
   return {name, [file, cache](Stopwatch& watch) {
             SlowPlayer slow(file->Path(), cache);
             slow.player.Open();
             Require(slow.player.Next(), "no packets");
-            watch.Wall();
+            watch.UseWallTime();
             for (std::int64_t i = 1; i < kPlayed; ++i) {
               std::this_thread::sleep_for(kPace);
               watch.Start();

@@ -1,4 +1,4 @@
-// A file on a device that takes its time.
+// A file that behaves as on a slow device.
 #pragma once
 
 #include <chrono>
@@ -15,8 +15,8 @@ class SlowFile : public base::IOFilter {
  public:
   struct Delays {
     std::chrono::milliseconds read{0}, flush{0};
-    std::chrono::milliseconds stall{0};  // of the write that crosses a multiple of kStride bytes
-    int blocks = 0;                      // that a cache before it should have; 0: as it likes
+    std::chrono::milliseconds stall{0};  // for a write that crosses a multiple of kStride bytes
+    int blocks = 0;                      // requested size of the write cache; 0: none requested
   };
   static constexpr base::int64 kStride = 4 << 20;
 
@@ -34,24 +34,24 @@ class SlowFile : public base::IOFilter {
     return true;
   }
   unsigned Read(void* data, unsigned size) override {
-    Pass(_delays.read);
+    Sleep(_delays.read);
     return _io.Read(data, size);
   }
   unsigned Write(void const* data, unsigned size) override {
     base::int64 const before = _written;
     _written += size;
-    if (before / kStride != _written / kStride) Pass(_delays.stall);
+    if (before / kStride != _written / kStride) Sleep(_delays.stall);
     return _io.Write(data, size);
   }
   bool Flush() override {
-    Pass(_delays.flush);
+    Sleep(_delays.flush);
     return _io.Flush();
   }
 
  private:
   SlowFile(std::unique_ptr<base::FileIO> file, Delays const& delays)
       : IOFilter("SlowFile", *file), _file(std::move(file)), _delays(delays) {}
-  static void Pass(std::chrono::milliseconds time) {
+  static void Sleep(std::chrono::milliseconds time) {
     if (time.count() > 0) std::this_thread::sleep_for(time);
   }
 

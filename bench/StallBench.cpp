@@ -1,4 +1,4 @@
-// A camera that delivers in step with time, on devices that do not keep up at every moment.
+// Measures a camera that delivers in real time, recorded to devices that stall.
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -16,23 +16,23 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-// 15.6 s: the 99.9th percentile means something, and the packets bring 22 MiB or more.
+// 15.6 s: enough for a 99.9th percentile, and at least 22 MiB.
 constexpr std::int64_t kPackets = 1200;
-constexpr int kBlockBytes = 512 << 10;  // of the muxer's cache
+constexpr int kBlockBytes = 512 << 10;  // in the muxer's cache
 constexpr double kLate = 1e-3;          // seconds
 
 struct Scene {
   char const* name;
-  int mbit;  // a second, of packets
+  int mbit;  // per second
   milliseconds stall;
-  bool fits;      // the device asks for as many blocks as its stalls take
-  int speed = 1;  // so many times as fast, the packets and the stalls alike
+  bool fits;      // the device requests enough cache blocks for its stalls
+  int speed = 1;  // speed-up of both packets and stalls
 
-  std::int64_t Bytes() const { return std::int64_t{mbit} * 1000000 / 8; }  // a second
+  std::int64_t Bytes() const { return std::int64_t{mbit} * 1000000 / 8; }  // per second
   Mix::Sizes Sizes() const {
     Mix::Sizes sizes;
-    auto const sound = std::int64_t{sizes.sound} * Mix::kRate / Mix::kSamples;
-    sizes.frame = static_cast<int>((Bytes() - sound - sizes.key) / (Mix::kFps - 1));
+    auto const audio = std::int64_t{sizes.audio} * Mix::kRate / Mix::kSamples;
+    sizes.frame = static_cast<int>((Bytes() - audio - sizes.key) / (Mix::kFps - 1));
     return sizes;
   }
   SlowFile::Delays Delays() const {
@@ -44,7 +44,7 @@ struct Scene {
   }
 };
 
-// Hands out packets when a camera would, and times how long each is taken.
+// Delivers packets at the times of a camera, and measures how long each push takes.
 void PlayInTime(Mix const& mix, int speed, Feed const& push, Laps& laps) {
   auto const begin = std::chrono::steady_clock::now();
   mix.Play(kPackets, [&](Mix::Unit const& unit, std::size_t index, std::int64_t number) {
@@ -54,7 +54,7 @@ void PlayInTime(Mix const& mix, int speed, Feed const& push, Laps& laps) {
   });
 }
 
-// Throws unless a file holds exactly the packets of the mix, but for the delimiters before them.
+// Throws unless the file has exactly the packets of the mix, without the delimiters.
 void RequireAll(std::string const& path, Mix const& mix) {
   auto const chunks = Recording(path).Chunks();
   Require(chunks.size() == kPackets, "packets were lost");
@@ -76,8 +76,8 @@ void RequireAll(std::string const& path, Mix const& mix) {
 // A run reports the 99.9th percentile.
 void Finish(Stopwatch& watch, Laps& laps) {
   watch.Seconds(laps.Quantile(0.999));
-  laps.Tell(watch);
-  watch.Tell({"late", static_cast<double>(laps.Above(kLate)), "packets"});
+  laps.AddFigures(watch);
+  watch.AddFigure({"late", static_cast<double>(laps.Above(kLate)), "packets"});
 }
 
 using Play = std::function<void(Feed const&)>;
@@ -118,7 +118,7 @@ template <bool queue>
 void RecordSynced(Mix const& mix, base::IO& io, Play const& play) {
   Recorder recorder(mix, io, "avi-muxer-vfi");
   recorder.Set("flushtime", 1000);
-  if (queue) recorder.Queue();
+  if (queue) recorder.AddQueue();
   RecordWith(recorder, play);
 }
 

@@ -1,4 +1,4 @@
-// What bringing a file up to date while it is recorded costs, beside a muxer that does not.
+// Measures the cost of syncs while recording, compared with a muxer without syncs.
 #include "MuxBench.h"
 #include "RecordBench.h"
 #include "Recorder.h"
@@ -16,7 +16,7 @@ constexpr std::int64_t kPackets = kSeconds * (Mix::kFps + Mix::kRate / Mix::kSam
 constexpr Mix::Sizes kSizes{34 << 10, 34 << 10, 4 << 10};
 constexpr unsigned kNever = 0xFFFFFFFF;
 
-// Room for ten minutes, as a recorder that splits its files there would leave.
+// Space for ten minutes, as for files that are split after that time.
 constexpr Size kIndex = 8 + kPackets * 16 * 6, kHeader = 1028;
 
 enum Way { kPlain, kInPlace, kImage, kCallback };
@@ -60,8 +60,8 @@ Contender Synced(char const* name, std::string const& path, Way way, unsigned in
             recorder.Close();
             watch.Stop();
             target.Clear();
-            laps.Tell(watch);
-            watch.Tell({"written", static_cast<double>(file.Written()) / 1e6, "MB"});
+            laps.AddFigures(watch);
+            watch.AddFigure({"written", static_cast<double>(file.Written()) / 1e6, "MB"});
           }};
 }
 

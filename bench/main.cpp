@@ -1,4 +1,4 @@
-// kestro-bench: measures the plug-in and prints what it costs.
+// kestro-bench: measures the plug-in.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,20 +21,20 @@ namespace {
 constexpr char kUsage[] =
     "usage: kestro-bench [OPTION...]\n"
     "\n"
-    "  --json FILE        write the results there too\n"
-    "  --out DIR          and there: results.json, results.md, results.svg\n"
-    "  --memory           measure memory only; with a filter it is left out otherwise\n"
-    "  --repetitions N    of each contender (21)\n"
+    "  --json FILE        also write the results to FILE\n"
+    "  --out DIR          also write results.json, results.md and results.svg to DIR\n"
+    "  --memory           measure only memory; with a filter, memory is not measured without it\n"
+    "  --repetitions N    repetitions of each contender [21]\n"
     "  --plugin PATH      measure this plug-in\n"
     "  --benchmark_...    options of Google Benchmark, such as --benchmark_filter=mux/null\n";
 
 struct Options {
   std::string json, out, plugin, repetitions = "21";
   bool memoryOnly = false, filtered = false, help = false;
-  std::int64_t childPackets = 0;  // more than 0: this is a child that measures memory
+  std::int64_t childPackets = 0;  // not 0: child process that measures memory
   int childSpill = -1;
-  int childBlocks = 0;    // more than 0: this is a child that measures the caching writer
-  std::string childPath;  // not empty: this is a child that opens a file
+  int childBlocks = 0;    // not 0: child process that measures the caching writer
+  std::string childPath;  // not empty: child process that opens a file
   std::size_t childOpener = 0;
   std::vector<char*> forwarded;  // to Google Benchmark
 };
@@ -74,8 +74,8 @@ bool Parse(int argc, char** argv, Options& options) {
   return true;
 }
 
-// Bytes that no cache of this machine holds at once. What the system says of the last-level cache
-// can be that of many processors, hence the limit.
+// More bytes than the caches of this machine can hold. The system may report the last-level cache
+// of many processors, hence the limit.
 std::size_t ColdBytes() {
   long const cache = std::max(sysconf(_SC_LEVEL3_CACHE_SIZE), sysconf(_SC_LEVEL2_CACHE_SIZE));
   return static_cast<std::size_t>(std::clamp(2 * cache, 128L << 20, 512L << 20));
@@ -95,8 +95,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   auto const packets = static_cast<std::int64_t>(rounds * mix.Count());
   std::fprintf(out,
                "%s interleaved repetitions; mux and read: %lld packets, %zu MB; medians of CPU "
-               "time, slow: of "
-               "passing time\n",
+               "time, slow: of wall-clock time\n",
                options.repetitions.c_str(), static_cast<long long>(packets),
                rounds * mix.Bytes() / 1000000);
   std::fflush(out);
@@ -143,7 +142,7 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, options.help ? stdout : stderr);
     return options.help ? 0 : 2;
   }
-  // The plug-in prints for people who look at one recording, to standard output: out of the way.
+  // Hides the plug-in's output, which goes to standard output.
   std::FILE* out = fdopen(dup(STDOUT_FILENO), "w");
   if (out == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) return 3;
   try {

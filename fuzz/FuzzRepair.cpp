@@ -63,7 +63,7 @@ bool Repair(tool::RepairJob job, tool::RepairReport& report) {
 
 // Missing in the input, or a fault of the data itself, which repair does not change.
 bool OfInput(tool::Kind const* kind) {
-  return kind == &found::kRate || kind == &found::kNoKey || kind == &found::kSoundFrame;
+  return kind == &found::kRate || kind == &found::kNoKey || kind == &found::kAudioFrame;
 }
 
 void CheckOutput(std::string const& path) {

@@ -44,7 +44,7 @@ TEST_F(AviFileTest, ReadsWhatWritersStore) {
   auto const unfinished = [&](unsigned riffSize, unsigned size) {
     return test::With(test::With(Riff({head, Movi()}), 4, riffSize), movi + 4, size);
   };
-  std::string const cut = "was not written";
+  std::string const cut = "was never written";
   struct {
     char const* name;
     Bytes bytes;

@@ -133,7 +133,7 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
           {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
           {"record -o x.avi --start " + std::string(400, '9') + " media/clip25.h264", 2, "--start"},
-          {"record -o '' media/clip25.h264", 2, "names no file"},
+          {"record -o '' media/clip25.h264", 2, "is not a file name"},
           {"record -o x.avi --start 9 media/clip25.h264", 4, "nothing was recorded"},
           {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
           {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
@@ -269,7 +269,7 @@ static void PrintMuch() {
       base::ErrorLineAt("plugin", i, "Function", "a red line");
     }
   };
-  CatchPrints();
+  CapturePrints();
   std::thread other(print);
   print();
   other.join();
@@ -283,7 +283,7 @@ TEST(PrintsTest, KeepsTheLastOnes) {
       testing::MatchesRegex("kestro-avi: the plug-in printed:\n(\n|print|.\\[31mplugin/).*");
   auto const show = [] {
     PrintMuch();
-    ShowCaughtPrints();
+    ShowCapturedPrints();
     struct stat file {};
     std::_Exit(fstat(STDOUT_FILENO, &file) == 0 && file.st_blocks < 1024 ? 0 : 1);
   };

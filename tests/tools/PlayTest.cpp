@@ -123,12 +123,13 @@ TEST_F(PlayTest, SwitchesBetweenVideoTracks) {
   }
   // The demuxer knows this handler, but has no media for it.
   Write("known.avi", Replaced(FileText(At("a.avi")), "vidsMJPG", "vidsmjpg"));
-  Expect("play --video 2",
-         {{"a.avi", 2,
-           "2 video tracks that can be played; track 5 (video, handler \"MJPG\") is left out: the "
-           "demuxer plays no motion JPEG"},
-          {"a.avi", 2, "track 4 (text, handler \"\") is left out: the demuxer plays no"},
-          {"known.avi", 2, ""}});
+  Expect(
+      "play --video 2",
+      {{"a.avi", 2,
+        "2 video tracks that can be played; track 5 (video, handler \"MJPG\") is not played: the "
+        "demuxer does not play motion JPEG"},
+       {"a.avi", 2, "track 4 (text, handler \"\") is not played: the demuxer does not play"},
+       {"known.avi", 2, ""}});
   EXPECT_EQ(Play("--video 1 known.avi").size(), 30u);
 }
 
@@ -175,12 +176,12 @@ TEST_F(PlayTest, SaysWhyAFileCannotBePlayed) {
           {"wave.avi", 4, "\"WAVE\" at offset 8, not AVI"},
           {"nostrl.avi", 4, "no strl in the list hdrl at offset 12"},
           {"noindex.avi", 4, "no index (idx1) at offset 645812"},
-          {"cut.avi", 4, "no index (idx1) at offset 30320, behind the data: the recording was cut"},
+          {"cut.avi", 4, "no index (idx1) at offset 30320, after the data: the recording was cut"},
           {"empty.avi", 4, "the index at offset 645812 is empty"},
           {"nowhere.avi", 4, "index at offset 645812: its first entry"},
-          {"relative.avi", 4, "count from the movi list at offset 312"},
+          {"relative.avi", 4, "relative to the movi list at offset 312"},
           {"foreign.avi", 4, "track 0 (video, handler \"XVID\") is unknown"},
-          {"lost.avi", 1, "the chunk at offset 1000 is not one of this track"},
+          {"lost.avi", 1, "the chunk at offset 1000 does not belong to this track"},
           {"long.avi", 1, "has 3025 bytes, 5000 were delivered"},
           {"far.avi", 1, "reading failed at offset 4026531848"},
           {"missing.avi", 3, "missing.avi: No such file"},

@@ -297,7 +297,7 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
   EXPECT_EQ(kUnusable, Refusal()) << "without a side file";
   Write("in.avi", cut);
   Write("in.avi.sync", other);
-  EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("it is not used")));
+  EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("not using it")));
   EXPECT_EQ(Mended(), _stored);
 
   // Two side files: the one with the newer image serves.
@@ -314,7 +314,7 @@ TEST_F(RepairTest, SideFilesServeTheirOwnRecordingOnly) {
     }
   fs::remove(At("in.avi.sync"));
   Write("in.avi.sync2", spoilt);
-  EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("neither of its slots is whole")));
+  EXPECT_THAT(Mend().warnings, testing::ElementsAre(HasSubstr("both of its slots are damaged")));
 }
 
 // Which the muxer would store differently.

@@ -20,7 +20,7 @@
 
 using namespace kestro::tool;
 
-// Every footer begins with examples: they are shown before the options, the rest behind them.
+// Shows the examples, with which every footer begins, before the options and the rest after them.
 class ExamplesFirst : public CLI::Formatter {
  public:
   std::string make_usage(CLI::App const* app, std::string name) const override {
@@ -37,9 +37,9 @@ class ExamplesFirst : public CLI::Formatter {
 
 class CommandLine {
  public:
-  // `verbose` becomes whether to show what the plug-in prints; it outlives the object.
+  // Sets `verbose` when the plug-in's output should be shown; it must outlive the object.
   explicit CommandLine(bool& verbose);
-  // The exit code. Throws Error.
+  // Returns the exit code. Throws Error.
   int Run(int argc, char** argv);
 
  private:
@@ -47,13 +47,13 @@ class CommandLine {
   void Add(char const* name, char const* text, Verb& verb) {
     CLI::App* const sub = _app.add_subcommand(name, text);
     verb.AddTo(*sub);
-    sub->add_flag("--verbose", _verbose, "Show what the plug-in prints, too");
+    sub->add_flag("--verbose", _verbose, "Also show what the plug-in prints");
     sub->callback([this, &verb] { _run = [&verb] { return verb.Run(); }; });
   }
 
   CLI::App _app{
-      "Records video, sound and text into AVI files, plays, extracts, describes, checks and "
-      "repairs\nthem.",
+      "Records video, audio and text into AVI files, and plays, extracts, describes, checks and\n"
+      "repairs them.",
       "kestro-avi"};
   bool& _verbose;
   RecordVerb _record;
@@ -64,11 +64,11 @@ class CommandLine {
   RepairVerb _repair;
   PluginVerb _plugin;
   PagesVerb _pages{_app};
-  std::function<int()> _run;  // the verb that is asked for
+  std::function<int()> _run;  // the selected command
 };
 
 CommandLine::CommandLine(bool& verbose) : _verbose(verbose) {
-  _app.formatter(std::make_shared<ExamplesFirst>());  // the verbs inherit it
+  _app.formatter(std::make_shared<ExamplesFirst>());  // the commands inherit it
   _app.set_version_flag("--version", "kestro-avi " KESTRO_VERSION);
   _app.require_subcommand(1);
   _app.footer(
@@ -76,18 +76,18 @@ CommandLine::CommandLine(bool& verbose) : _verbose(verbose) {
       "  kestro-avi record -o out.avi movie.mp4\n"
       "  kestro-avi info out.avi\n"
       "  kestro-avi repair cut.avi -o whole.avi\n"
-      "  kestro-avi extract --track 0:video.h264 --track 1:sound.wav out.avi\n\n"
-      "kestro-avi VERB --help tells more. Exit codes: 0 ok, 1 done with findings, 2 usage, 3 "
-      "cannot\n"
-      "open or I/O error, 4 not an AVI file or cannot be recorded, 130 interrupted.");
+      "  kestro-avi extract --track 0:video.h264 --track 1:audio.wav out.avi\n\n"
+      "\"kestro-avi COMMAND --help\" describes a command. Exit codes: 0 success, 1 done with\n"
+      "findings, 2 usage error, 3 I/O error, 4 not an AVI file or cannot be recorded, 130\n"
+      "interrupted.");
   Add("record", "Record inputs into an AVI file", _record);
   Add("play", "Play an AVI file and list its packets", _play);
   Add("extract", "Write tracks of an AVI file to other files", _extract);
   Add("info", "Describe AVI files", _info);
   Add("verify", "Check AVI files", _verify);
-  Add("repair", "Make a playable file of a recording that was cut off", _repair);
+  Add("repair", "Make a playable file from a recording that was cut off", _repair);
   Add("plugin", "List the plug-in's classes and properties", _plugin);
-  Add("generate", "Write the manual page or a completion", _pages);
+  Add("generate", "Write the manual page or shell completions", _pages);
 }
 
 int CommandLine::Run(int argc, char** argv) {
@@ -109,7 +109,7 @@ int main(int argc, char** argv) {
   int code = kOk;
   std::string why;
   try {
-    CatchPrints();
+    CapturePrints();
     code = CommandLine(verbose).Run(argc, argv);
   } catch (Error const& error) {
     code = error.Code();
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
     why = error.what();
   }
   bool const failed = code >= kUsage && code != kInterrupted;
-  if (failed || verbose) ShowCaughtPrints();
+  if (failed || verbose) ShowCapturedPrints();
   if (!why.empty()) Report(why);
   return code;
 }

@@ -19,15 +19,15 @@
 
 namespace kestro::tool {
 
-static constexpr off_t kKept = 64 << 10;  // of what is caught
-static constexpr std::string_view kCaught = "kestro-avi: the plug-in printed:\n";
+static constexpr off_t kKept = 64 << 10;  // bytes of captured text
+static constexpr std::string_view kHeading = "kestro-avi: the plug-in printed:\n";
 
-// A status stands on the terminal. Reports come from several threads.
-static bool statusShown = false;
+// Reports come from several threads.
 static std::mutex terminal;
+static bool statusShown = false;
 
 static int standardOutput = STDOUT_FILENO;
-static int caught = -1;  // a file in memory, which descriptor 1 leads to
+static int captured = -1;  // the memory file that descriptor 1 now refers to
 
 void FillStandardStreams() {
   int file;
@@ -36,7 +36,7 @@ void FillStandardStreams() {
   if (file >= 0) close(file);
 }
 
-// False, with errno, when it fails.
+// Returns false and sets errno on failure.
 static bool WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
     ssize_t const n = write(file, text.data(), text.size());
@@ -47,27 +47,27 @@ static bool WriteAll(int file, std::string_view text) {
   return true;
 }
 
-// The whole lines among the last that was caught. For signal handlers, too.
-static std::string_view CaughtPrints() {
+// The complete lines of the captured text. Safe in signal handlers.
+static std::string_view CapturedPrints() {
   static char text[kKept];
   struct stat file {};
-  if (caught < 0 || fstat(caught, &file) != 0) return {};
+  if (captured < 0 || fstat(captured, &file) != 0) return {};
   off_t const begin = std::max<off_t>(0, file.st_size - kKept);
-  ssize_t const size = pread(caught, text, sizeof text, begin);
+  ssize_t const size = pread(captured, text, sizeof text, begin);
   std::string_view prints(text, static_cast<std::size_t>(std::max<ssize_t>(0, size)));
   if (begin > 0) prints.remove_prefix(prints.find('\n') + 1);  // npos + 1 is 0
   return prints;
 }
 
-// Gives memory back. Threads that print meanwhile are not disturbed, as nothing moves.
-static void ForgetOldPrints() {
+// Frees memory. Other threads may print at the same time, because the text does not move.
+static void DropOldPrints() {
   struct stat file {};
-  if (fstat(caught, &file) == 0 && off_t{file.st_blocks} * 512 > 4 * kKept)
-    fallocate(caught, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, file.st_size - kKept);
+  if (fstat(captured, &file) == 0 && off_t{file.st_blocks} * 512 > 4 * kKept)
+    fallocate(captured, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, file.st_size - kKept);
 }
 
-// The plug-in's red lines go back to plain at the beginning of the next line, which may be one of
-// the tool's: they do so at their own end instead.
+// The plug-in resets the colour of its red lines at the start of the next line, which may belong to
+// the tool: this moves the reset to the end of the red line.
 class PluginLines : public base::ostream {
  public:
   void Write(char const* text, std::size_t size) override {
@@ -76,14 +76,14 @@ class PluginLines : public base::ostream {
     if (size >= kEnd.size() && line.compare(size - kEnd.size(), kEnd.size(), kEnd) == 0)
       line.replace(size - kEnd.size(), kEnd.size(), "\033[0m\n");
     std::fwrite(line.data(), 1, line.size(), stdout);
-    ForgetOldPrints();
+    DropOldPrints();
   }
 };
 
-// Standard error gets what was printed before the crash, which then takes its course.
+// Shows what was printed before the crash, and then raises the signal again.
 static void OnCrash(int signal) {
-  if (std::string_view const prints = CaughtPrints(); !prints.empty()) {
-    WriteAll(STDERR_FILENO, kCaught);
+  if (std::string_view const prints = CapturedPrints(); !prints.empty()) {
+    WriteAll(STDERR_FILENO, kHeading);
     WriteAll(STDERR_FILENO, prints);
   }
   std::raise(signal);
@@ -94,33 +94,34 @@ static void WatchForCrashes() {
   struct sigaction now {};
   action.sa_handler = OnCrash;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (int const signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL})  // unless a sanitizer does
+  for (int const signal :
+       {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL})  // unless a sanitizer handles it
     if (sigaction(signal, nullptr, &now) == 0 && now.sa_handler == SIG_DFL)
       sigaction(signal, &action, nullptr);
 }
 
-void CatchPrints() {
+void CapturePrints() {
   std::fflush(stdout);
   std::signal(SIGXFSZ, SIG_IGN);
   standardOutput = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  caught = memfd_create("kestro-avi prints", MFD_CLOEXEC);
-  // Systems without such files have the prints among the messages.
-  if (standardOutput < 0 || dup2(caught < 0 ? STDERR_FILENO : caught, STDOUT_FILENO) < 0)
+  captured = memfd_create("kestro-avi prints", MFD_CLOEXEC);
+  // Without memory files the plug-in prints to standard error.
+  if (standardOutput < 0 || dup2(captured < 0 ? STDERR_FILENO : captured, STDOUT_FILENO) < 0)
     throw Error(kIo, std::string("standard output: ") + std::strerror(errno));
-  std::setvbuf(stdout, nullptr, _IONBF, 0);    // a crash would lose what is buffered
-  static auto* const lines = new PluginLines;  // for as long as the plug-in stays loaded
+  std::setvbuf(stdout, nullptr, _IONBF, 0);    // a crash would lose a buffer
+  static auto* const lines = new PluginLines;  // lives as long as the plug-in
   base::cout.Redirect(lines);
   WatchForCrashes();
 }
 
-void ShowCaughtPrints() {
-  std::string text(CaughtPrints());
+void ShowCapturedPrints() {
+  std::string text(CapturedPrints());
   if (text.empty()) return;
   if (text.back() == '\n') text.pop_back();
-  WriteErrorLine(std::string(kCaught) + text);
+  WriteErrorLine(std::string(kHeading) + text);
 }
 
-// Under the lock: takes the status away.
+// Removes the status line. Call with the lock held.
 static void ClearStatus() {
   if (statusShown) std::fputs("\r\033[K", stderr);
   statusShown = false;
@@ -129,7 +130,7 @@ static void ClearStatus() {
 void WriteData(std::string const& text) {
   if (std::lock_guard lock(terminal); statusShown && isatty(standardOutput) == 1) ClearStatus();
   if (WriteAll(standardOutput, text)) return;
-  if (errno == EPIPE) {  // as where signals are not caught
+  if (errno == EPIPE) {  // die as other programs do
     std::signal(SIGPIPE, SIG_DFL);
     std::raise(SIGPIPE);
   }

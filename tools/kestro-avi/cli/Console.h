@@ -1,38 +1,38 @@
-// The two roads to the user: data on standard output, everything else on standard error.
+// Output of the tool: data on standard output, everything else on standard error.
 #pragma once
 
 #include <string>
 
 namespace kestro::tool {
 
-// Standard streams that the caller has closed stay without use: a file must not take their places.
-// Called first.
+// Opens /dev/null for standard streams that the caller has closed, so that no file gets their
+// descriptors. Call this first.
 void FillStandardStreams();
 
-// Whatever else prints to standard output, as a plug-in and the host's console do, is caught from
-// here on, and the last 64 KiB of it are kept in memory: WriteData alone reaches the real one. A
-// crash writes them to standard error. A file that reaches the system's size limit, which holds for
-// memory files too, is a failed write from here on instead of a signal. Called once, before a
-// plug-in is loaded. Throws Error.
-void CatchPrints();
+// Redirects standard output, to which the plug-in and the host's console print, into memory, where
+// the last 64 KiB are kept; only WriteData still writes to the real standard output. After a crash
+// the captured text goes to standard error. Also turns SIGXFSZ into a failed write, because file
+// size limits apply to memory files too. Call this once, before a plug-in is loaded. Throws Error.
+void CapturePrints();
 
-// Writes to standard error what was caught, if anything.
-void ShowCaughtPrints();
+// Writes the captured text to standard error, if there is any.
+void ShowCapturedPrints();
 
-// Writes to standard output. Throws Error when that fails; a pipe without a reader ends the
-// process.
+// Writes to standard output. Throws Error on failure; ends the process when the reader of a pipe
+// has gone.
 void WriteData(std::string const& text);
 
-// One line "kestro-avi: text" on standard error.
+// Writes the line "kestro-avi: text" to standard error.
 void Report(std::string const& text);
 
-// Whether standard output is a terminal whose user has not asked for plain text (NO_COLOR).
+// Whether standard output is a terminal and colours are not turned off (NO_COLOR).
 bool ColouredOutput();
 
-// A line on standard error, a terminal, that the next one takes the place of; empty for none.
+// Shows a status line on standard error, which must be a terminal; the next one replaces it. Empty:
+// removes it.
 void ShowStatus(std::string const& text);
 
-// A line on standard error as it is, not mixed with others.
+// Writes a line to standard error as it is, not mixed with others.
 void WriteErrorLine(std::string const& line);
 
 }  // namespace kestro::tool

@@ -6,7 +6,7 @@
 
 namespace kestro::tool {
 
-// How many letters are missing, too many, wrong, or swapped with the next one.
+// The number of letters that are missing, extra, wrong, or swapped with the next one.
 static std::size_t Distance(std::string const& a, std::string const& b) {
   std::vector<std::size_t> before, last(b.size() + 1), now(b.size() + 1);
   std::iota(last.begin(), last.end(), std::size_t{0});
@@ -23,7 +23,7 @@ static std::size_t Distance(std::string const& a, std::string const& b) {
 }
 
 std::string DidYouMean(std::string const& word, std::vector<std::string> const& candidates) {
-  constexpr std::size_t kShortest = 3;  // less resembles anything
+  constexpr std::size_t kShortest = 3;  // shorter words resemble anything
   std::string const* best = nullptr;
   std::size_t least = word.size() / 4 + 2;  // too far
   for (std::string const& candidate : candidates) {

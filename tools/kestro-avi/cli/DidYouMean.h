@@ -1,4 +1,4 @@
-// Suggestions for mistyped words.
+// Suggests corrections for mistyped words.
 #pragma once
 
 #include <string>
@@ -6,7 +6,8 @@
 
 namespace kestro::tool {
 
-// "; did you mean 'record'?" for the candidate that `word` begins or resembles most, or nothing.
+// Returns "; did you mean 'record'?" for the candidate that starts with `word` or resembles it
+// most, or an empty text if there is none.
 std::string DidYouMean(std::string const& word, std::vector<std::string> const& candidates);
 
 }  // namespace kestro::tool

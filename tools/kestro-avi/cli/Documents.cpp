@@ -11,13 +11,13 @@ std::string DocumentText(Json const& json) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-int TellOfEach(std::vector<std::string> const& files, bool json,
-               std::function<int(std::string const& path, Json& array)> const& tell) {
+int ForEachFile(std::vector<std::string> const& files, bool json,
+                std::function<int(std::string const& path, Json& array)> const& process) {
   int worst = kOk;
   Json array = Json::array();
   for (std::string const& path : files) {
     try {
-      worst = std::max(worst, tell(path, array));
+      worst = std::max(worst, process(path, array));
     } catch (Error const& error) {
       Report(error.what());
       worst = std::max<int>(worst, error.Code());

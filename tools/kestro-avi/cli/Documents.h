@@ -1,4 +1,4 @@
-// JSON documents, and what the verbs over several files have in common.
+// JSON documents, and the loop of commands that take several files.
 #pragma once
 
 #include <functional>
@@ -10,13 +10,13 @@ namespace kestro::tool {
 
 using Json = nlohmann::ordered_json;
 
-// A document as text. What is not UTF-8, such as a file's name, is mended.
+// A document as text. Bytes that are not UTF-8, as in a file name, are replaced.
 std::string DocumentText(Json const& json);
 
-// Tells of one file after the other; an Error is reported and ends its file only. `tell` returns
-// the file's exit code and writes about it or, with `json`, adds to the array from which one
-// document is written at the end. Returns the worst exit code.
-int TellOfEach(std::vector<std::string> const& files, bool json,
-               std::function<int(std::string const& path, Json& array)> const& tell);
+// Calls `process` for each file and returns the highest exit code. `process` returns the file's
+// exit code, and writes text or, with `json`, adds to the array, which is written as one document
+// at the end. If it throws an Error, that is reported and the next file follows.
+int ForEachFile(std::vector<std::string> const& files, bool json,
+                std::function<int(std::string const& path, Json& array)> const& process);
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// What the tool's verbs return to their caller, or throw.
+// The exit codes of the tool, and the exception that its commands throw.
 #pragma once
 
 #include "avi/Error.h"

@@ -16,7 +16,7 @@ void CatchSignals() {
   sigaction(SIGTERM, &action, nullptr);
   struct sigaction hangup {};
   sigaction(SIGHUP, nullptr, &hangup);
-  action.sa_flags = 0;  // shells and the system send more than one
+  action.sa_flags = 0;  // shells and the system may send it twice
   if (hangup.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // nohup ignores it
   std::signal(SIGPIPE, SIG_IGN);
 }
@@ -24,7 +24,7 @@ void CatchSignals() {
 bool Interrupted() { return interrupted != 0; }
 
 void SleepUntil(std::chrono::steady_clock::time_point then) {
-  // In slices: a signal may come just before the wait begins.
+  // In slices, because a signal may come just before the sleep begins.
   auto const slice = std::chrono::milliseconds(50);
   for (auto now = std::chrono::steady_clock::now(); now < then && !Interrupted();
        now = std::chrono::steady_clock::now())

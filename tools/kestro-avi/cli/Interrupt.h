@@ -1,17 +1,17 @@
-// SIGINT, SIGTERM and SIGHUP as a request to finish.
+// Handles SIGINT, SIGTERM and SIGHUP as a request to finish.
 #pragma once
 
 #include <chrono>
 
 namespace kestro::tool {
 
-// From here on the first SIGINT or SIGTERM is a request, the second one kills; a terminal that goes
-// away is a request. Nobody needs to read the messages.
+// From now on the first SIGINT or SIGTERM only makes Interrupted() true, and the second one kills
+// the process. SIGHUP makes Interrupted() true every time. SIGPIPE is ignored.
 void CatchSignals();
 
 bool Interrupted();
 
-// Waits until then, or until interrupted.
+// Returns at that time, or earlier when interrupted.
 void SleepUntil(std::chrono::steady_clock::time_point then);
 
 }  // namespace kestro::tool

@@ -1,23 +1,25 @@
-// A file that is not there before it is complete.
+// Creates files that get their name only when they are complete.
 #pragma once
 
 #include <string>
 
 namespace kestro::tool {
 
-// A file that takes its name when it is finished; until then, and when it never is, nothing of that
-// name is touched. The errors thrown name the file.
+// A file that is written under a temporary name, and renamed when it is complete. Until then an
+// existing file of that name stays as it is. Errors name the file.
 class NewFile {
  public:
   explicit NewFile(std::string const& path) : _path(path), _temporary(TemporaryOf(path)) {}
   ~NewFile();
 
-  // Refuses a name that stands for something else than a file, or, unless `force` is set, for one.
+  // Throws Error when the name belongs to something that is not a file or, unless `force` is set,
+  // to an existing file.
   static void Check(std::string const& path, bool force);
   static std::string TemporaryOf(std::string const& path) { return path + ".part"; }
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }
-  // Returns its size, for people. What has been made durable can get a durable name.
+  // Gives the file its name; `durably`: so that data and name survive a power cut. Returns the
+  // size, formatted for people.
   std::string Keep(bool durably = false);
 
  private:
@@ -25,7 +27,7 @@ class NewFile {
   bool _kept = false;
 };
 
-// Writes a whole file. Returns its size, for people. Throws Error.
+// Writes a whole file. Returns its size, formatted for people. Throws Error.
 std::string WriteFile(std::string const& path, void const* data, unsigned size);
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// Finding and loading the plug-in.
+// Loads the plug-in and creates its objects.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ namespace kestro::tool {
 // Loads the plug-in and registers its classes, as record::LoadAviPlugin does. Throws Error.
 void LoadAviPlugin(std::string const& path);
 
-// A demuxer of the loaded plug-in by its alias. Throws Error.
+// Creates a demuxer of the loaded plug-in by its alias. Throws Error.
 std::unique_ptr<stream::IDemuxer> NewDemuxer(char const* alias);
 
 }  // namespace kestro::tool

@@ -17,8 +17,8 @@ namespace kestro::tool {
 
 void ProgressOption::AddTo(CLI::App& app) {
   app.add_option("--progress", _text,
-                 "How far it has come, on standard error: a bar, or one JSON object a line; auto: "
-                 "a bar on a terminal")
+                 "Show progress on standard error: a bar, or one JSON object per line; auto: a bar "
+                 "on a terminal")
       ->type_name("FORM")
       ->check(OneOf({"auto", "bar", "json", "none"}));
 }
@@ -78,7 +78,7 @@ std::string Progress::Amount(std::uint64_t amount) const {
   return _unit == kBytes ? ByteCount(amount) : tool::Seconds(static_cast<std::int64_t>(amount));
 }
 
-// As wide as the terminal at most: a longer line could not be taken away.
+// At most as wide as the terminal, because a longer line could not be removed.
 std::string Progress::Bar() const {
   constexpr std::size_t kCells = 20;
   std::string text = _verb;

@@ -1,4 +1,4 @@
-// How far a verb has come, on standard error.
+// Shows the progress of a command on standard error.
 #pragma once
 
 #include <chrono>
@@ -11,10 +11,10 @@ class App;
 
 namespace kestro::tool {
 
-// What people ask for with --progress: "auto" is a bar on a terminal and nothing elsewhere.
+// The option --progress. "auto" is a bar on a terminal, and nothing otherwise.
 class ProgressOption {
  public:
-  void AddTo(CLI::App& app);  // the object outlives the app's use
+  void AddTo(CLI::App& app);  // the object must outlive the app
   enum Kind { kNone, kBar, kJson };
   Kind Chosen() const;
 
@@ -22,30 +22,30 @@ class ProgressOption {
   std::string _text = "auto";
 };
 
-// A bar, or a JSON object a line, ten times a second at most, and once more at the end:
+// A bar, or one JSON object per line, at most ten times a second and once at the end:
 //
 //   Progress progress(option, "verify", Progress::kBytes, size);
-//   while (...) progress.At(position);
-//   progress.End();   // all is done; without it the last line tells how far it came
+//   while (...) progress.Update(position);
+//   progress.End();   // done; without it the last line shows the last position
 class Progress {
  public:
   enum Unit { kBytes, kTime_ms };
-  // `total` is what will be done, 0 where that is unknown. It may be an estimate.
+  // `total` may be an estimate; 0: unknown.
   Progress(ProgressOption const& option, char const* verb, Unit unit, std::uint64_t total);
   ~Progress();
   Progress(Progress const&) = delete;
   Progress& operator=(Progress const&) = delete;
 
-  void At(std::uint64_t done) {
+  void Update(std::uint64_t done) {
     _done = done;
     if (Due()) Show(done);
   }
-  // For those whose numbers cost something: whether Show shows anything now.
+  // Whether it is time to call Show; for callers whose values are expensive to compute.
   bool Due();
-  // `more`: further text for the bar.
+  // `more`: additional text for the bar.
   void Show(std::uint64_t done, std::string const& more = "");
   void End();
-  // Of a file, as a total: 0 when it cannot be told.
+  // The size of a file as a total; 0 when unknown.
   static std::uint64_t SizeOf(std::string const& path);
   Unit CountedUnit() const { return _unit; }
   double Seconds() const { return std::chrono::duration<double>(Clock::now() - _begin).count(); }

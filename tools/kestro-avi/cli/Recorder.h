@@ -1,4 +1,4 @@
-// The recorder library, as the tool's verbs use it.
+// Opens recorders, with errors as the tool throws them.
 #pragma once
 
 #include "cli/Errors.h"

@@ -14,11 +14,11 @@ CLI::Validator OneOf(std::vector<std::string> const& choices) {
     return "unknown value '" + value + "'" +
            (meant.empty() ? "; choose from " + CLI::detail::join(choices, ", ") : meant);
   };
-  // The description is what pages are made of.
+  // The manual page and the completions use the description.
   return {check, "{" + CLI::detail::join(choices, ",") + "}"};
 }
 
-// The names of the options, or of the verbs that the help shows.
+// The names of the options, or of the commands that the help shows.
 static std::vector<std::string> Names(CLI::App const& app, bool options) {
   std::vector<std::string> names;
   if (options)
@@ -30,10 +30,10 @@ static std::vector<std::string> Names(CLI::App const& app, bool options) {
   return names;
 }
 
-// What is wrong with the first word that nobody took; empty if there is none.
-static std::string Unknown(CLI::App const& app, std::string const& command) {
+// Explains what is wrong with the first word that was not parsed; empty if there is none.
+static std::string ExplainRest(CLI::App const& app, std::string const& command) {
   auto const words = app.remaining();
-  bool const ended = !words.empty() && words[0] == "--";  // no option follows
+  bool const ended = !words.empty() && words[0] == "--";  // no options follow
   if (words.size() <= std::size_t{ended}) return "";
   std::string word = words[ended];
   bool const option = !ended && word.size() > 1 && word[0] == '-';
@@ -48,10 +48,10 @@ static std::string Unknown(CLI::App const& app, std::string const& command) {
 }
 
 std::string Explain(CLI::App const& app, CLI::ParseError const& error) {
-  std::string why = Unknown(app, app.get_name());
+  std::string why = ExplainRest(app, app.get_name());
   auto const verbs = app.get_subcommands();
   for (CLI::App const* verb : verbs)
-    if (why.empty()) why = Unknown(*verb, app.get_name() + " " + verb->get_name());
+    if (why.empty()) why = ExplainRest(*verb, app.get_name() + " " + verb->get_name());
   if (!why.empty()) return why;
   if (!verbs.empty()) return error.what();
   auto const names = Names(app, false);

@@ -1,4 +1,4 @@
-// What was meant by a mistyped command line.
+// Explains errors in the command line.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ class Validator;
 
 namespace kestro::tool {
 
-// A check that an option's value is one of these.
+// Checks that an option's value is one of these.
 CLI::Validator OneOf(std::vector<std::string> const& choices);
 
-// Why `app` could not parse its command line, in one line. An unknown name counts more than what
-// else is wrong: it may be the cause.
+// Explains in one line why `app` could not parse its command line. An unknown name is reported
+// first, because it may cause the other errors.
 std::string Explain(CLI::App const& app, CLI::ParseError const& error);
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// Values as people write them.
+// Reads values that people write.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +12,12 @@ using avi::ByteCount;
 using avi::Quantity;
 using avi::Seconds;
 
-// "90", "1.5", "1:30", "1:02:03.5" to nanoseconds. Throws Error naming the option.
+// Converts "90", "1.5", "1:30" or "1:02:03.5" to nanoseconds. Throws an Error that names the
+// option.
 std::int64_t ParseTime_ns(std::string const& option, std::string const& text);
 
-// "500000", "700M", "1.5G", with K, M and G as powers of 1024, to bytes. Throws Error naming the
-// option.
+// Converts "500000", "700M" or "1.5G" to bytes; K, M and G are powers of 1024. Throws an Error that
+// names the option.
 std::uint64_t ParseSize(std::string const& option, std::string const& text);
 
 }  // namespace kestro::tool

@@ -16,14 +16,14 @@ void AppendUnit(std::uint8_t const* data, std::size_t size, Bytes& out) {
   out.insert(out.end(), data, data + size);
 }
 
-// What a wide access unit begins with, up to its first slice.
+// The start of an access unit, up to its first slice.
 struct Head {
-  std::array<bool, 3> found{};  // the kinds of parameter sets
-  std::size_t sets = 0;         // where parameter sets belong: behind the delimiter
-  std::size_t slice = 0;        // the first slice
+  std::array<bool, 3> found{};  // which kinds of parameter sets it has
+  std::size_t sets = 0;         // where parameter sets belong: after the delimiter
+  std::size_t slice = 0;        // offset of the first slice
 };
 
-Head Look(Bytes const& wide, NalCodec codec) {
+Head ReadHead(Bytes const& wide, NalCodec codec) {
   Head head;
   bool leading = true;
   for (stream::NalUnits<AllCodes> unit(codec, wide.data(), wide.size()); unit.More(); unit.Next()) {
@@ -41,18 +41,19 @@ Head Look(Bytes const& wide, NalCodec codec) {
   return head;
 }
 
-// Reads a big-endian number of a record; false at its end.
+// Reads a record. Functions return false at its end.
 struct RecordReader {
   std::uint8_t const* data;
   std::size_t left;
 
+  // A big-endian number.
   bool Number(std::size_t bytes, std::size_t& value) {
     if (left < bytes) return false;
     value = 0;
     for (; bytes > 0; --bytes, --left) value = value << 8 | *data++;
     return true;
   }
-  // {16-bit size, unit} `count` times; a null `out` passes over them.
+  // {16-bit size, unit} `count` times; skips them if `out` is null.
   bool Units(std::size_t count, Bytes* out) {
     for (std::size_t length = 0; count > 0; --count) {
       if (!Number(2, length) || length > left) return false;
@@ -82,35 +83,35 @@ void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out) {
 bool AnnexB::Configure(std::uint8_t const* extra, std::size_t size) {
   for (Bytes& sets : _sets) sets.clear();
   _lengthBytes = 0;
-  if (_codec == NalCodec::kH264 && size >= 7 && extra[0] == 1) return AvcRecord(extra, size);
-  // The version of an "hvcC" may be 0, but not what follows it, as in a start code.
+  if (_codec == NalCodec::kH264 && size >= 7 && extra[0] == 1) return ReadAvcRecord(extra, size);
+  // The first byte of an "hvcC" may be 0, but it does not start like a start code.
   bool const record = size >= 3 && (extra[0] != 0 || extra[1] != 0 || extra[2] > 1);
-  if (_codec == NalCodec::kHevc && record) return HevcRecord(extra, size);
-  AppendWide(extra, size, _sets[0]);  // all kinds, in their order
+  if (_codec == NalCodec::kHevc && record) return ReadHevcRecord(extra, size);
+  AppendWide(extra, size, _sets[0]);  // all kinds
   return true;
 }
 
 // The record: version, profile, compatibility, level, 6 bits + length size - 1, 3 bits + count of
 // SPS, {16-bit size, SPS}..., count of PPS, {16-bit size, PPS}...
-bool AnnexB::AvcRecord(std::uint8_t const* extra, std::size_t size) {
+bool AnnexB::ReadAvcRecord(std::uint8_t const* extra, std::size_t size) {
   _lengthBytes = (extra[4] & 3u) + 1;
   RecordReader reader{extra + 5, size - 5};
   std::size_t count = 0;
   if (!reader.Number(1, count) || !reader.Units(count & 0x1F, &_sets[0])) return false;
-  if (!reader.Number(1, count)) return true;  // writers leave out an empty PPS list
+  if (!reader.Number(1, count)) return true;  // writers omit an empty PPS list
   return reader.Units(count, &_sets[1]);
 }
 
-// The record: 21 bytes of profile and the like, 6 bits + length size - 1, count of lists, lists of
+// The record: 21 bytes of profile and more, 6 bits + length size - 1, count of lists, lists of
 // {2 bits + type of unit, 16-bit count, {16-bit size, unit}...}
-bool AnnexB::HevcRecord(std::uint8_t const* extra, std::size_t size) {
+bool AnnexB::ReadHevcRecord(std::uint8_t const* extra, std::size_t size) {
   if (size < 23) return false;
   _lengthBytes = (extra[21] & 3u) + 1;
   RecordReader reader{extra + 23, size - 23};
   for (unsigned lists = extra[22]; lists > 0; --lists) {
     std::size_t type = 0, count = 0;
     if (!reader.Number(1, type) || !reader.Number(2, count)) return false;
-    // A unit's header has a bit after the type.
+    // In a unit's header, the type is followed by one bit.
     stream::NalHeader const header(NalCodec::kHevc, static_cast<std::uint8_t>(type << 1));
     int const kind = header.ParameterSet();
     if (!reader.Units(count, kind >= 0 ? &_sets[static_cast<std::size_t>(kind)] : nullptr))
@@ -145,11 +146,11 @@ bool AnnexB::AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& o
 }
 
 void AnnexB::AddParameterSets(Bytes& unit) {
-  Head const head = Look(unit, _codec);
+  Head const head = ReadHead(unit, _codec);
   if (head.found[0]) _setsInStream = true;
-  // A byte stream that brings its own sets is recorded as it is.
+  // A byte stream with its own sets is recorded unchanged.
   if (_lengthBytes == 0 && _setsInStream) return;
-  // Those that others refer to go in front, the rest behind what they refer to.
+  // Sets that others refer to go first, and the rest after those that they refer to.
   auto const first = static_cast<std::size_t>(
       std::find(head.found.begin(), head.found.end(), true) - head.found.begin());
   for (auto kind = static_cast<std::size_t>(ParameterSetKinds(_codec)); kind-- > 0;) {

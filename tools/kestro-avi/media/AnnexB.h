@@ -1,4 +1,5 @@
-// H.264 and HEVC access units in the form that recording takes: Annex B, four-byte start codes.
+// Converts H.264 and HEVC access units to the form that is recorded: Annex B with four-byte start
+// codes.
 #pragma once
 
 #include <array>
@@ -12,7 +13,7 @@ namespace kestro::tool {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Appends a byte stream, widening its three-byte start codes to four bytes.
+// Appends a byte stream and extends its three-byte start codes to four bytes.
 void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out);
 
 // Converts the access units of one track.
@@ -24,26 +25,27 @@ class AnnexB {
  public:
   explicit AnnexB(stream::NalCodec codec) : _codec(codec) {}
 
-  // Takes the container's parameter sets: an "avcC" or "hvcC" record, whose access units are then
-  // length-prefixed, or a byte stream. False for a damaged record.
+  // Sets the container's parameter sets: an "avcC" or "hvcC" record, which means that access units
+  // are length-prefixed, or a byte stream. Returns false for a damaged record.
   bool Configure(std::uint8_t const* extra, std::size_t size);
 
-  // Puts the access unit into `out`. Key frames get the container's parameter sets where the
-  // stream has none of its own. False for damaged data; `out` then holds what is whole.
+  // Converts an access unit. Adds the container's parameter sets to key frames if the stream itself
+  // has none. Returns false for damaged data; `out` then has the intact part.
   bool Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out);
 
  private:
   static constexpr std::size_t kMostKinds = 3;
 
-  bool AvcRecord(std::uint8_t const* extra, std::size_t size);
-  bool HevcRecord(std::uint8_t const* extra, std::size_t size);
+  bool ReadAvcRecord(std::uint8_t const* extra, std::size_t size);
+  bool ReadHevcRecord(std::uint8_t const* extra, std::size_t size);
   bool AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const;
   void AddParameterSets(Bytes& unit);
 
   stream::NalCodec _codec;
-  std::size_t _lengthBytes = 0;         // of a length prefix; 0: the track is a byte stream
-  bool _setsInStream = false;           // the byte stream carries its own
-  std::array<Bytes, kMostKinds> _sets;  // by kind, with start codes; a byte stream's in the first
+  std::size_t _lengthBytes = 0;  // size of a length prefix; 0: the track is a byte stream
+  bool _setsInStream = false;    // the stream has its own parameter sets
+  std::array<Bytes, kMostKinds>
+      _sets;  // by kind, with start codes; all in the first for a byte stream
 };
 
 }  // namespace kestro::tool

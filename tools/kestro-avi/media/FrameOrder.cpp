@@ -6,7 +6,7 @@
 namespace kestro::tool {
 
 void FrameOrder::Add(std::uint8_t const* data, std::size_t size) {
-  // What cannot be understood is shown behind the frame that it follows.
+  // A frame that cannot be parsed is shown after the previous one.
   Frame frame{{_frames.empty() ? 0 : _frames.back().place, false}, 0};
   if (size != 0 && _parser) {
     static_cast<FrameParser::Frame&>(frame) = _parser->Parse(data, size);

@@ -1,4 +1,4 @@
-// When coded frames are shown.
+// Finds the order in which coded frames are shown.
 #pragma once
 
 #include <cstdint>
@@ -9,25 +9,25 @@
 
 namespace kestro::tool {
 
-// Looks at a track's frames in the order of the file and works out in which order they are shown.
+// Takes a track's frames in file order and determines the order in which they are shown.
 //
 //   for (...) order.Add(data, size);
 //   order.Sort();
 //   dts = n - order.Delay(); pts = order.Shown(n);    // in frames
 class FrameOrder {
  public:
-  // Without a parser, frames are shown as they come.
+  // Without a parser, frames are shown in file order.
   explicit FrameOrder(std::unique_ptr<FrameParser> parser) : _parser(std::move(parser)) {}
 
-  void Add(std::uint8_t const* data, std::size_t size);  // size 0: a frame that is missing
+  void Add(std::uint8_t const* data, std::size_t size);  // size 0: a missing frame
   void Sort();
 
   std::size_t Count() const { return _frames.size(); }
   std::int64_t Shown(std::size_t frame) const { return _frames[frame].shown; }
   bool Key(std::size_t frame) const { return _frames[frame].key; }
-  // The least by which decoding goes ahead of showing, for every frame to be there in time.
+  // The least number of frames by which decoding must be ahead of showing.
   std::int64_t Delay() const { return _delay; }
-  // The parameter sets of the first frame that has some; empty if none has.
+  // The parameter sets of the first frame with parameter sets; empty if there is none.
   Bytes const& ParameterSets() const { return _sets; }
 
  private:

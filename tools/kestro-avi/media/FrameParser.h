@@ -1,4 +1,4 @@
-// What coded frames say of themselves.
+// Parses coded frames.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,17 @@
 
 namespace kestro::tool {
 
-// Looks at the frames of one track, in the order of the file.
+// Parses the frames of one track in file order.
 class KESTRO_API FrameParser {
  public:
   struct Frame {
-    std::int32_t place;  // in the order of showing, within its period
-    bool key;            // begins a period: what comes before is shown before
+    std::int32_t place;  // when it is shown, within its period
+    bool key;            // starts a period: all earlier frames are shown before it
   };
 
   virtual ~FrameParser() = default;
   virtual Frame Parse(std::uint8_t const* data, std::size_t size) = 0;
-  // Those in a key frame; empty where it has none.
+  // The parameter sets in a key frame; empty if it has none.
   virtual Bytes ParameterSets(std::uint8_t const* data, std::size_t size) = 0;
 };
 

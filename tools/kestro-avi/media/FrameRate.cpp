@@ -15,7 +15,7 @@ Fraction ChooseRate(RateSources const& sources, std::string const& track) {
                         : sources.container.Positive() ? sources.container
                                                        : sources.stream;
   if (!rate.Positive())
-    throw Error(kUsage, track + ": the input does not tell its frame rate; name it with --fps");
+    throw Error(kUsage, track + ": the frame rate of the input is unknown; set it with --fps");
   if (rate.Whole() < 1 || rate.Whole() > kHighestRate)
     throw Error(given ? kUsage : kUnusable,
                 track + ": a frame rate of " + rate.Text() + " cannot be recorded (1 to " +
@@ -33,8 +33,8 @@ Fraction NearWhole(Fraction const& rate) {
 
 std::string SpeedNote(std::string const& track, Fraction const& rate) {
   if (!rate.Positive() || rate.num % rate.den == 0) return "";
-  return track + ": the file says " + std::to_string(rate.Whole()) + " fps for " + rate.Text() +
-         "; --fps chooses another rate";
+  return track + ": the file stores " + std::to_string(rate.Whole()) + " fps for " + rate.Text() +
+         "; --fps sets another rate";
 }
 
 bool SameRate(Fraction const& a, Fraction const& b) {
@@ -45,7 +45,7 @@ bool SameRate(Fraction const& a, Fraction const& b) {
 }
 
 std::string RatesDiffer(std::string const& track, Fraction const& rate, Fraction const& other) {
-  return track + ": " + rate.Text() + " fps beside " + other.Text() +
+  return track + ": " + rate.Text() + " fps, but another track has " + other.Text() +
          " fps; a file has one frame rate (--fps sets it)";
 }
 

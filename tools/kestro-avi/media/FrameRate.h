@@ -1,4 +1,4 @@
-// Which frame rate a recording has.
+// Chooses the frame rate of a recording.
 #pragma once
 
 #include <cstdint>
@@ -10,21 +10,21 @@ namespace kestro::tool {
 
 inline constexpr int kHighestRate = 1000;  // frames per second
 
-// What is known about a track's rate; 0/1 for nothing.
+// The frame rates from all sources; 0/1 for unknown.
 struct RateSources {
   base::Fraction option;     // --fps
-  base::Fraction container;  // told by the container
-  base::Fraction stream;     // told by the parameter sets; used for elementary streams only
+  base::Fraction container;  // from the container
+  base::Fraction stream;     // from the parameter sets; used only for elementary streams
 };
 
-// The rate to record with. Throws Error for one that is unknown or not between 1 and 1000; `track`
-// names the track in the message.
+// The rate to record with. Throws Error for a rate that is unknown or not between 1 and 1000;
+// `track` is used in the message.
 base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 
-// A rate as containers write it: one very near a whole number is that number.
+// Rounds a rate that is very close to a whole number: containers store rates inexactly.
 base::Fraction NearWhole(base::Fraction const& rate);
 
-// What to say of a rate that a file holds the whole part of; empty for a whole one.
+// A note that a file stores only the whole part of a rate; empty for a whole rate.
 std::string SpeedNote(std::string const& track, base::Fraction const& rate);
 
 bool SameRate(base::Fraction const& a, base::Fraction const& b);

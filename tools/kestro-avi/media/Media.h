@@ -1,4 +1,4 @@
-// What the tool takes from libavformat and its kin, which a module of its own brings: see
+// The interface of the media module, which uses libavformat and related libraries: see
 // MediaModule.h.
 #pragma once
 
@@ -14,31 +14,30 @@
 namespace kestro::tool {
 
 struct ContainerTrack {
-  std::string name;  // for messages
+  std::string name;  // used in messages
   avi::AviTrack const* track;
-  FrameOrder const* order;  // kept until Finish; null where frames are shown as they come
+  FrameOrder const* order;  // must live until Finish; null when frames are shown in file order
 };
 
-// All throw Error.
+// All functions throw Error.
 class KESTRO_API Media {
  public:
   virtual ~Media() = default;
 
-  // Opens file names, addresses and devices, whatever they hold. `timeline` says what part is
-  // wanted.
+  // Opens file names, addresses and devices. `timeline`: the part to record.
   virtual std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
                                               InputOptions const& options,
                                               Timeline const& timeline) = 0;
 
-  // Whether a file's ending names a container.
+  // Whether a file name has the extension of a container.
   virtual bool KnowsContainer(std::string const& path) = 0;
-  // For video; null where its frames cannot be looked at.
+  // A parser for a video track; null if there is none for its codec.
   virtual std::unique_ptr<FrameParser> NewFrameParser(avi::AviTrack const& track) = 0;
   virtual std::unique_ptr<Output> NewContainer(std::string const& path,
                                                std::vector<ContainerTrack> const& tracks) = 0;
 };
 
-// The module's one entry. Null for a tool of another version.
+// The only symbol that the module exports. Returns null if the tool has another version.
 inline constexpr char kMediaEntry[] = "kestro_media";
 using MediaEntry = Media*(char const* version);
 

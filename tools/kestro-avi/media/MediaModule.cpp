@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 static constexpr char kModule[] = "libkestromedia.so";
 
-// From the program's folder, as built and as installed.
+// Searches relative to the program's folder, in the build tree and as installed.
 static std::string Find() {
   std::error_code none;
   fs::path const folder = fs::canonical("/proc/self/exe", none).parent_path();
@@ -20,17 +20,17 @@ static std::string Find() {
     if (fs::path const path = folder / place / kModule; fs::exists(path, none))
       return path.lexically_normal();
   throw Error(kIo, std::string(kModule) +
-                       " was not found: it reads inputs and writes containers, by libavformat");
+                       " was not found; it is needed to read inputs and to write containers");
 }
 
 static Media& Load(std::string const& path) {
-  // Lazily: to look up all that the libraries may call takes longer than to record a short clip.
+  // Lazy: resolving all symbols of the libraries takes longer than recording a short clip.
   void* const module = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL);
   auto* const entry =
       module == nullptr ? nullptr : reinterpret_cast<MediaEntry*>(dlsym(module, kMediaEntry));
   if (entry == nullptr) throw Error(kIo, std::string("cannot load ") + dlerror());
   Media* const media = entry(KESTRO_VERSION);
-  if (media == nullptr) throw Error(kIo, path + ": is of another version");
+  if (media == nullptr) throw Error(kIo, path + ": has another version");
   return *media;
 }
 

@@ -1,12 +1,12 @@
-// Finding and loading the module that knows libavformat.
+// Loads the media module.
 #pragma once
 
 #include "media/Media.h"
 
 namespace kestro::tool {
 
-// The module, loaded by the first call: it brings two hundred libraries, and most verbs do without.
-// Throws Error where it is missing.
+// The module, which the first call loads: it pulls in two hundred libraries, and most commands do
+// not need it. Throws Error when it is missing.
 Media& LoadMedia();
 
 }  // namespace kestro::tool

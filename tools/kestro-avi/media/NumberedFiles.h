@@ -1,4 +1,4 @@
-// A file for each frame or text, as it is.
+// Writes each frame or text to its own file.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace kestro::tool {
 
-// Named by a pattern (avi/NumberedName.h); they count from 1. Those that are written stay when the
-// others cannot be.
+// The files are named by a pattern (avi/NumberedName.h) and numbered from 1. When one cannot be
+// written, the earlier ones stay.
 class NumberedFiles : public Output {
  public:
   explicit NumberedFiles(std::string const& pattern) : _pattern(pattern) {}

@@ -1,4 +1,4 @@
-// Where extracted tracks go.
+// The interface of files that extracted tracks are written to.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +8,16 @@
 
 namespace kestro::tool {
 
-// Usage: Write the pieces of each track in order, then Finish. All throw Error.
+// Call Write for the pieces of each track in order, and Finish at the end. All functions throw
+// Error.
 class KESTRO_API Output {
  public:
   virtual ~Output() = default;
-  // `track`: counted in the order in which the output was given its tracks.
+  // `track`: index in the tracks that the output was created with.
   virtual void Write(std::size_t track, avi::Piece const& piece) = 0;
-  // Returns how much was written, for people.
+  // Returns the size, formatted for people.
   virtual std::string Finish() = 0;
-  // What people should know about the output; empty for nothing.
+  // Problems that the user should know about; empty for none.
   virtual std::string Findings() const { return ""; }
 };
 

@@ -1,4 +1,4 @@
-// Whole numbers times a ratio.
+// Multiplies whole numbers by a ratio.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@ namespace kestro::tool {
 
 enum class Rounding { kNearest, kTowardsZero };
 
-// value * num / den; INT64_MIN for a ratio that is none, and for more than 64 bits hold.
+// value * num / den; INT64_MIN for an invalid ratio and on overflow.
 constexpr std::int64_t Scaled(std::int64_t value, std::int64_t num, std::int64_t den,
                               Rounding rounding = Rounding::kNearest) {
   if (num < 0 || den <= 0) return INT64_MIN;

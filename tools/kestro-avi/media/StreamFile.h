@@ -1,4 +1,4 @@
-// Data as it is, in a file.
+// Writes data to a file as it is.
 #pragma once
 
 #include <cstddef>

@@ -9,12 +9,12 @@ namespace kestro::tool {
 
 static constexpr std::int64_t kLongestCue_ms = 2000;
 
-// When a frame begins. Rounded down: the frame is then the first that does not begin earlier.
+// When a frame begins. Rounded down, so that no earlier frame begins at or after this time.
 static std::int64_t Time_ms(avi::AviTrack const& clock, std::uint64_t frame) {
   constexpr std::int64_t kLatest = std::int64_t{1} << 40;
   std::int64_t const ms = Scaled(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000,
                                  clock.rate, Rounding::kTowardsZero);
-  return ms < 0 ? kLatest : std::min(ms, kLatest);  // negative when it cannot be told
+  return ms < 0 ? kLatest : std::min(ms, kLatest);  // negative on overflow
 }
 
 static std::string Stamp(std::int64_t ms) {
@@ -25,7 +25,7 @@ static std::string Stamp(std::int64_t ms) {
   return text;
 }
 
-// An empty line would end the cue: it gets a blank.
+// An empty line would end the cue, so a blank is added.
 static std::string Lines(std::string const& text) {
   std::string lines;
   for (std::size_t at = 0; at < text.size();) {
@@ -43,12 +43,12 @@ SrtFile::SrtFile(std::string const& path, avi::AviTrack const& clock)
 void SrtFile::Write(std::size_t, avi::Piece const& piece) {
   if (piece.size == 0) return;
   std::int64_t const start = Time_ms(_clock, piece.position);
-  if (start != _start_ms) Show(start);
+  if (start != _start_ms) WriteWaiting(start);
   _start_ms = start;
   _waiting.emplace_back(piece.data, piece.data + piece.size);
 }
 
-void SrtFile::Show(std::int64_t next_ms) {
+void SrtFile::WriteWaiting(std::int64_t next_ms) {
   std::int64_t end = std::min(_start_ms + kLongestCue_ms, next_ms);
   if (_end_ms > _start_ms) end = std::min(end, _end_ms);
   for (std::string const& text : _waiting) {
@@ -61,7 +61,7 @@ void SrtFile::Show(std::int64_t next_ms) {
 }
 
 std::string SrtFile::Finish() {
-  Show(INT64_MAX);
+  WriteWaiting(INT64_MAX);
   return StreamFile::Finish();
 }
 
@@ -82,7 +82,7 @@ void JsonLinesFile::Write(std::size_t, avi::Piece const& piece) {
 
 std::string JsonLinesFile::Findings() const {
   if (_foreign == 0) return "";
-  return std::to_string(_foreign) + " texts are not UTF-8: what JSON cannot hold was replaced";
+  return std::to_string(_foreign) + " texts are not UTF-8: invalid bytes were replaced";
 }
 
 }  // namespace kestro::tool

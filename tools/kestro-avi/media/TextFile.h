@@ -1,4 +1,4 @@
-// Text tracks as files that players and scripts read.
+// Writes text tracks to files for players and scripts.
 #pragma once
 
 #include <string>
@@ -8,24 +8,24 @@
 
 namespace kestro::tool {
 
-// SubRip. A text is shown until the next one comes, but not for long and not beyond the video.
+// SubRip. A text is shown until the next one, but not for long and not after the end of the video.
 class SrtFile : public StreamFile {
  public:
-  // `clock`: the track that times the texts.
+  // `clock`: the track that gives the texts their times.
   SrtFile(std::string const& path, avi::AviTrack const& clock);
   void Write(std::size_t track, avi::Piece const& piece) override;
   std::string Finish() override;
 
  private:
-  void Show(std::int64_t next_ms);  // what waits
+  void WriteWaiting(std::int64_t next_ms);
 
   avi::AviTrack _clock;
-  std::int64_t _start_ms = 0, _end_ms;  // of what waits, of the video
-  std::vector<std::string> _waiting;    // texts of one time
+  std::int64_t _start_ms = 0, _end_ms;  // start of the waiting texts, end of the video
+  std::vector<std::string> _waiting;    // texts with the same time
   unsigned _number = 0;
 };
 
-// A JSON object a line: {"pts_ms": 40, "text": "..."}.
+// One JSON object per line: {"pts_ms": 40, "text": "..."}.
 class JsonLinesFile : public StreamFile {
  public:
   JsonLinesFile(std::string const& path, avi::AviTrack const& clock)

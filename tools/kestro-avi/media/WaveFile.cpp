@@ -12,7 +12,7 @@ static constexpr unsigned kWaveHead = 44;
 WaveFile::WaveFile(std::string const& path, avi::AviTrack const& track)
     : StreamFile(path), _track(track) {
   if (track.bytes > UINT32_MAX - kWaveHead)
-    throw Error(kUnusable, path + ": the audio is larger than the 4 GiB that a WAV file can hold");
+    throw Error(kUnusable, path + ": the audio is larger than 4 GiB, the limit of a WAV file");
   StoreHead();
 }
 

@@ -1,4 +1,4 @@
-// PCM in a file.
+// Writes PCM audio to a WAV file.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,6 @@
 
 namespace kestro::tool {
 
-// PCM as RIFF/WAVE.
 class WaveFile : public StreamFile {
  public:
   WaveFile(std::string const& path, avi::AviTrack const& track);

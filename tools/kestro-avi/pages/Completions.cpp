@@ -4,7 +4,7 @@ namespace kestro::tool {
 
 using Value = HelpOption::Value;
 
-// Puts a backslash in front of those characters.
+// Puts a backslash before the special characters.
 static std::string Escape(std::string const& text, char const* special) {
   std::string escaped;
   for (char const c : text) {
@@ -21,7 +21,7 @@ static std::string Names(std::vector<HelpOption> const& options) {
   return names;
 }
 
-// The pattern VERB:-o|VERB:--output.
+// A pattern such as record:-o|record:--output.
 static std::string BashPattern(HelpVerb const& verb, HelpOption const& option) {
   return verb.name + ":" + Join(option.names, "|" + verb.name + ":");
 }
@@ -88,7 +88,7 @@ std::string BashCompletion(Help const& help) {
          "complete -o default -F _kestro_avi kestro-avi\n";
 }
 
-// Text in single quotes.
+// Quotes text with single quotes.
 static std::string ZshQuote(std::string const& text) {
   std::string quoted;
   for (char const c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);

@@ -1,4 +1,4 @@
-// Completions of the command line for three shells.
+// Command line completions for three shells.
 #pragma once
 
 #include <string>

@@ -4,7 +4,7 @@
 
 namespace kestro::tool {
 
-// The type of a value, as "MODE:{normal,fast}", "N:UINT in [1 - 9]", "N:OUT" or "FILE".
+// Parses the type of a value, such as "MODE:{normal,fast}", "N:UINT in [1 - 9]", "N:OUT" or "FILE".
 static void ReadType(std::string const& type, HelpOption& option) {
   using Value = HelpOption::Value;
   std::size_t end = type.size();

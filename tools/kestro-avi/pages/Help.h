@@ -1,4 +1,4 @@
-// What the command line says of itself, for those who write pages of it.
+// Reads the help of the command line, for the manual page and the completions.
 #pragma once
 
 #include <string>
@@ -13,23 +13,23 @@ namespace kestro::tool {
 struct HelpOption {
   enum class Value { kNone, kText, kChoice, kFile, kFolder };
 
-  std::vector<std::string> names;  // with their dashes, short ones first
+  std::vector<std::string> names;  // with dashes, short ones first
   Value value = Value::kNone;
   std::string placeholder;  // of the value: OUT.avi
   std::string limits;       // of the value: UINT in [1 - 2000]
   std::vector<std::string> choices;
   std::string text;
-  bool many = false;  // may be given more than once
+  bool many = false;  // may be repeated
 };
 
 struct HelpVerb {
   std::string name, text, footer;
   std::vector<HelpOption> options;
-  HelpOption argument;  // without a name; without a placeholder where the verb takes none
+  HelpOption argument;  // has no name; no placeholder if the command takes no argument
 };
 
 struct Help : HelpVerb {
-  std::vector<HelpVerb> verbs;  // without those that the help does not show
+  std::vector<HelpVerb> verbs;  // without hidden ones
 };
 
 Help ReadHelp(CLI::App const& app);

@@ -5,10 +5,10 @@
 
 namespace kestro::tool {
 
-// Text as roff prints it. In `code`, and where an option begins, a dash is no hyphen.
+// Escapes text for roff. In `code`, and at the start of an option, a dash is not a hyphen.
 static std::string Roff(std::string const& text, bool code = false) {
   std::string out;
-  bool word = false;  // inside one
+  bool word = false;  // inside a word
   for (char const c : text) {
     if (c == '\\')
       out += "\\e";
@@ -17,7 +17,7 @@ static std::string Roff(std::string const& text, bool code = false) {
     else if (c == '\'' && code)
       out += "\\(aq";
     else if ((c == '.' || c == '\'') && (out.empty() || out.back() == '\n'))
-      out += std::string("\\&") + c;  // else a request
+      out += std::string("\\&") + c;  // else it would be a request
     else
       out += c;
     word = std::isalnum(static_cast<unsigned char>(c)) != 0;
@@ -41,7 +41,7 @@ static std::string Option(HelpOption const& option) {
   return lines + ".\n";
 }
 
-// The paragraphs of a footer; examples, and what else has lines of its own, keep them.
+// The paragraphs of a footer. Examples keep their lines.
 static std::string Footer(std::string const& footer) {
   std::istringstream lines(footer);
   std::string page = ".PP\n", line;
@@ -78,16 +78,16 @@ std::string ManPage(Help const& help) {
                      ".SH NAME\n"
                      "kestro\\-avi \\- record, play, check and repair AVI files\n"
                      ".SH SYNOPSIS\n" +
-                     Bold("kestro-avi") + " " + Italic("VERB") + " [" + Italic("OPTIONS") + "] [" +
-                     Italic("FILE") + " ...]\n.SH DESCRIPTION\n" + Roff(help.text) + "\n";
+                     Bold("kestro-avi") + " " + Italic("COMMAND") + " [" + Italic("OPTIONS") +
+                     "] [" + Italic("FILE") + " ...]\n.SH DESCRIPTION\n" + Roff(help.text) + "\n";
   for (HelpOption const& option : help.options) page += Option(option);
-  page += Footer(help.footer) + ".SH VERBS\n";
+  page += Footer(help.footer) + ".SH COMMANDS\n";
   for (HelpVerb const& verb : help.verbs) page += Verb(verb);
   return page +
          ".SH ENVIRONMENT\n"
          ".TP\n\\fBKESTRO_PLUGIN_PATH\\fR\n"
-         "The plug\\-in, or its folder, where \\fB\\-\\-plugin\\fR does not name it. Without both, "
-         "it is looked for\nnext to the tool, and where it was installed with the tool.\n";
+         "The plug\\-in or its folder, used without \\fB\\-\\-plugin\\fR. Without both, the tool "
+         "searches\nfor the plug\\-in next to itself and where both were installed.\n";
 }
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// The manual page.
+// Writes the manual page.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace kestro::tool {
 
-// In the macros of man(7).
+// Uses the macros of man(7).
 std::string ManPage(Help const& help);
 
 }  // namespace kestro::tool

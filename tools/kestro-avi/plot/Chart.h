@@ -1,4 +1,4 @@
-// A field with two axes.
+// Draws charts with two axes.
 #pragma once
 
 #include <string>
@@ -8,7 +8,8 @@
 
 namespace kestro::tool {
 
-// The smallest of 1, 2 and 5 times a power of ten that is not below `least`, which is positive.
+// The smallest number of the form 1, 2 or 5 times a power of ten that is at least `least`, which
+// must be positive.
 double RoundStep(double least);
 
 struct Unit {
@@ -16,10 +17,10 @@ struct Unit {
   char const* name;
 };
 
-// What an axis shows, in the unit of its values, and where its ticks are: at round numbers of the
-// unit that people read.
+// The range of an axis, in the unit of the values, and its ticks, at round numbers of the displayed
+// unit.
 struct Axis {
-  // `units` from small to large. `whole`: the ends are ticks too; otherwise they are as given.
+  // `units`: from small to large. `whole`: extend the range to whole steps.
   Axis(std::string const& what, double low, double high, std::vector<Unit> const& units, int ticks,
        bool whole);
 
@@ -35,17 +36,17 @@ struct Axis {
 class Chart {
  public:
   static constexpr double kWidth = 960, kLeft = 84, kRight = 936;
-  static constexpr double kLetter = 7.2;  // width of a common one, for legends
+  static constexpr double kLetter = 7.2;  // average width of a letter, for legends
 
-  // Draws the field, with ticks and numbers where it will be `filled`. `top`: of its heading;
-  // `gap`: room between heading and field.
+  // Draws heading and background, and the grid with numbers if the chart has data (`filled`).
+  // `top`: top of the heading; `gap`: space between heading and chart.
   Chart(Svg& svg, double top, double gap, double height, std::string const& heading, Axis const& x,
         Axis const& y, bool filled);
 
   double X(double value) const { return kLeft + _x.Share(value) * (kRight - kLeft); }
   double Y(double value) const { return _bottom - _y.Share(value) * (_bottom - _top); }
-  double Bottom() const { return _bottom; }  // of the field
-  void Message(std::string const& text);     // instead of data
+  double Bottom() const { return _bottom; }  // of the chart area
+  void Message(std::string const& text);     // shown instead of data
 
  private:
   Svg& _svg;

@@ -6,10 +6,10 @@
 
 namespace kestro::tool {
 
-// Small parts lie on top of large ones, beside each other as far as that is nearly their place.
+// Draws small parts over large ones, moved a little where they would overlap.
 static void DrawParts(Svg& svg, std::vector<Survey::Part> const& parts, Axis const& place, double y,
                       double height) {
-  constexpr double kLeast = 2, kNear = 8;  // what is narrower could not be seen
+  constexpr double kLeast = 2, kNear = 8;  // the least visible width, the most to move
   double const field = Chart::kRight - Chart::kLeft;
   for (bool large : {true, false}) {
     double drawn = 0;

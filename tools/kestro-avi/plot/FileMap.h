@@ -1,4 +1,4 @@
-// A bar of what lies where in a file.
+// Draws the layout of a file as a bar.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@
 
 namespace kestro::tool {
 
-// Draws heading, bar, axis and legend from `y` on; returns where that ends.
+// Draws heading, bar, axis and legend from `y` on; returns the bottom.
 double DrawMap(Svg& svg, std::vector<Survey::Part> const& parts, Axis const& place, double y);
 
 }  // namespace kestro::tool

@@ -10,8 +10,8 @@
 
 namespace kestro::tool {
 
-static constexpr std::size_t kMostTracks = 8;  // that colours tell apart
-static constexpr int kStretches = 240;         // of a line
+static constexpr std::size_t kMostTracks = 8;  // number of distinct colours
+static constexpr int kIntervals = 240;         // in a chart
 
 static std::vector<Unit> const kTimes{{1, "s"}, {60, "min"}, {3600, "h"}};
 static std::vector<Unit> const kLags{{0.001, "ms"}, {1, "s"}, {60, "min"}, {3600, "h"}};
@@ -23,7 +23,7 @@ static std::string Colour(std::size_t track) { return " t" + std::to_string(trac
 
 static std::string Point(double x, double y) { return Coordinate(x) + " " + Coordinate(y); }
 
-// A name that fits the picture's width, whole characters of it.
+// Shortens a name to fit the picture, without splitting UTF-8 characters.
 static std::string Shortened(std::string text) {
   constexpr std::size_t kMost = 80, kTail = 20;
   if (text.size() <= kMost) return text;
@@ -45,10 +45,10 @@ Plot::Plot(avi::AviFile& avi, std::string const& path)
     for (std::size_t i = 0; i < _drawn && _reference == _drawn; ++i)
       if (avi.Tracks()[i].chunks != 0 && (!video || avi.Tracks()[i].type == "video"))
         _reference = i;
-  Head();
-  Legend();
-  Rates();
-  Skew();
+  DrawHead();
+  DrawLegend();
+  DrawRates();
+  DrawSkew();
   _y = DrawMap(_svg, _survey.parts, _place, _y);
 }
 
@@ -60,12 +60,12 @@ std::string Plot::Document() const {
   std::string const about = "Tracks: " + std::to_string(_avi.Tracks().size()) +
                             ", packets: " + std::to_string(_survey.packets.size()) + ", " +
                             Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) +
-                            " bytes: bit rate and key frames over time, how far tracks are ahead "
-                            "of each other over the file, and what lies where in it.";
+                            " bytes: bit rate and key frames over time, skew between tracks over "
+                            "the file, and layout of the file.";
   return _svg.Document(Chart::kWidth, _y, _path, about, kStyle);
 }
 
-void Plot::Head() {
+void Plot::DrawHead() {
   _svg.Text(24, 36, "title", Shortened(std::filesystem::path(_path).filename().string()));
   _svg.Text(24, 58, "dim",
             Seconds(_avi.Duration_ms()) + ", " + std::to_string(_avi.Size()) + " bytes, " +
@@ -73,7 +73,7 @@ void Plot::Head() {
   _y = 84;
 }
 
-void Plot::Legend() {
+void Plot::DrawLegend() {
   double x = 24;
   auto const room = [&](std::string const& text) {
     double const width = 36 + Chart::kLetter * static_cast<double>(text.size());
@@ -92,9 +92,9 @@ void Plot::Legend() {
   _y += 24;
 }
 
-void Plot::Rates() {
+void Plot::DrawRates() {
   bool const timed = _survey.duration > 0;
-  double const step = RoundStep(std::max(0.1, _survey.duration / kStretches));
+  double const step = RoundStep(std::max(0.1, _survey.duration / kIntervals));
   std::vector<std::vector<double>> rates(_drawn);
   double largest = 1;
   for (std::size_t i = 0; timed && i < _drawn; ++i) {
@@ -110,26 +110,31 @@ void Plot::Rates() {
   for (std::size_t i = 0; i < _drawn; ++i) gap += _avi.Tracks()[i].keysKnown ? 12 : 0;
   Chart chart(_svg, _y, gap, 180, heading, x, y, timed);
   for (std::size_t i = 0; timed && i < _drawn; ++i) {
-    if (_avi.Tracks()[i].chunks == 0) continue;
-    std::string line = "M" + Point(chart.X(0), chart.Y(rates[i][0]));
-    for (std::size_t n = 0; n < rates[i].size(); ++n) {
-      if (n != 0 && rates[i][n] != rates[i][n - 1]) line += "V" + Coordinate(chart.Y(rates[i][n]));
-      bool const level = n + 1 < rates[i].size() && rates[i][n + 1] == rates[i][n];
-      double const end = std::min(static_cast<double>(n + 1) * step, _survey.duration);
-      if (!level) line += "H" + Coordinate(chart.X(end));
-    }
-    _svg.Path(line, "line" + Colour(i), TrackName(i));
+    if (_avi.Tracks()[i].chunks != 0) DrawRate(chart, i, rates[i], step);
   }
   if (timed)
-    Keys(chart, keys);
+    DrawKeys(chart, keys);
   else
-    chart.Message(_survey.packets.empty() ? "no packets" : "the tracks tell no times");
+    chart.Message(_survey.packets.empty() ? "no packets" : "the tracks have no times");
   if (timed) DrawBelow(_svg, x, chart.Bottom());
   _y = chart.Bottom() + (timed ? 64 : 28);
 }
 
-// A row of marks for each video track. Those that would touch are one.
-void Plot::Keys(Chart const& chart, double top) {
+// A line that has one level per interval.
+void Plot::DrawRate(Chart const& chart, std::size_t track, std::vector<double> const& rates,
+                    double step) {
+  std::string line = "M" + Point(chart.X(0), chart.Y(rates[0]));
+  for (std::size_t i = 0; i < rates.size(); ++i) {
+    if (i != 0 && rates[i] != rates[i - 1]) line += "V" + Coordinate(chart.Y(rates[i]));
+    bool const level = i + 1 < rates.size() && rates[i + 1] == rates[i];
+    double const end = std::min(static_cast<double>(i + 1) * step, _survey.duration);
+    if (!level) line += "H" + Coordinate(chart.X(end));
+  }
+  _svg.Path(line, "line" + Colour(track), TrackName(track));
+}
+
+// A row of marks for each video track. Marks that would touch are drawn as one.
+void Plot::DrawKeys(Chart const& chart, double top) {
   for (std::size_t i = 0; i < _drawn; ++i) {
     if (!_avi.Tracks()[i].keysKnown) continue;
     std::string marks;
@@ -147,21 +152,21 @@ void Plot::Keys(Chart const& chart, double top) {
   }
 }
 
-// Whether a track has a time of its own and data to be compared with another's.
-bool Plot::Compared(std::size_t track) const {
+// Whether the chart compares a track with the reference track: text has no times of its own.
+bool Plot::IsCompared(std::size_t track) const {
   avi::AviTrack const& info = _avi.Tracks()[track];
   return track != _reference && info.chunks != 0 && info.type != "text";
 }
 
-void Plot::Skew() {
+void Plot::DrawSkew() {
   std::vector<std::vector<Lead>> leads(_drawn);
   double low = 0, high = 0;
   bool any = false;
-  int64 const stretch = std::max<int64>(1, _avi.Size() / kStretches);
+  int64 const interval = std::max<int64>(1, _avi.Size() / kIntervals);
   for (std::size_t i = 0; i < _drawn && _survey.duration > 0; ++i) {
-    if (!Compared(i)) continue;
+    if (!IsCompared(i)) continue;
     any = true;
-    leads[i] = Leads(_survey, i, _reference, stretch);
+    leads[i] = Leads(_survey, i, _reference, interval);
     for (Lead const& lead : leads[i]) {
       low = std::min(low, lead.low);
       high = std::max(high, lead.high);
@@ -178,7 +183,7 @@ void Plot::Skew() {
   _y = chart.Bottom() + 24;
 }
 
-// A line that is as thick as the lead varies.
+// A band between the least and the greatest lead.
 void Plot::DrawLeads(Chart const& chart, std::size_t track, std::vector<Lead> const& leads) {
   std::string high, low;
   for (Lead const& lead : leads) {

@@ -1,4 +1,4 @@
-// A picture of an AVI file: bit rate, key frames, skew between tracks, and what lies where.
+// Draws a picture of an AVI file: bit rate, key frames, skew between tracks, and layout.
 #pragma once
 
 #include <string>
@@ -9,31 +9,33 @@
 
 namespace kestro::tool {
 
-// Usage: Plot(avi, path).Document(), an SVG document for light and dark pages. However long the
-// recording is, it stays small: the data are gathered into stretches.
+// Plot(avi, path).Document() is an SVG document for light and dark pages. It stays small for long
+// recordings, because the data is combined into intervals.
 class Plot {
  public:
   Plot(avi::AviFile& avi, std::string const& path);
   std::string Document() const;
 
  private:
-  void Head();
-  void Legend();
-  void Rates();
-  void Keys(Chart const& chart, double top);
-  void Skew();
+  void DrawHead();
+  void DrawLegend();
+  void DrawRates();
+  void DrawRate(Chart const& chart, std::size_t track, std::vector<double> const& rates,
+                double step);
+  void DrawKeys(Chart const& chart, double top);
+  void DrawSkew();
   void DrawLeads(Chart const& chart, std::size_t track, std::vector<Lead> const& leads);
-  bool Compared(std::size_t track) const;
+  bool IsCompared(std::size_t track) const;
   std::string TrackName(std::size_t track) const;
 
   avi::AviFile const& _avi;
   std::string const _path;
   Survey const _survey;
-  Axis const _place;       // of the lower two fields
-  std::size_t _drawn;      // tracks; the others are too many
+  Axis const _place;       // horizontal axis of the lower two charts
+  std::size_t _drawn;      // number of tracks that are drawn
   std::size_t _reference;  // the track that the others are compared with
   Svg _svg;
-  double _y = 0;  // drawn down to here
+  double _y = 0;  // bottom of what is drawn
 };
 
 }  // namespace kestro::tool

@@ -1,9 +1,9 @@
-// Colours and letters of the pictures.
+// Colours and fonts of the pictures.
 #pragma once
 
 namespace kestro::tool {
 
-// The classes of the shapes. A track's colour, and a part's, is the colour of what is drawn for it.
+// The CSS classes of the shapes. A track or part has one colour everywhere.
 inline constexpr char kStyle[] = R"(
 text{font:12px system-ui,"DejaVu Sans",sans-serif;fill:#1f2328}
 .title{font-size:18px;font-weight:600}.h{font-size:14px;font-weight:600}

@@ -13,8 +13,8 @@ Survey::Survey(avi::AviFile& avi) {
   AddParts(avi);
 }
 
-// Where a track's time stands after some of its chunks. Sound counts bytes, unless its header
-// counts chunks; text has the time of the frame that it lies beside.
+// The time of a track after some of its chunks. Audio is timed by bytes, unless its header counts
+// chunks.
 static double TimeOf(avi::AviTrack const& track, base::uint64 chunks, base::uint64 bytes) {
   bool const byBytes =
       track.type == "audio" && track.bytesPerSecond != 0 && track.length != track.chunks;
@@ -74,7 +74,7 @@ void Survey::AddPart(char const* kind, int64 begin, int64 end) {
 }
 
 void Survey::AddParts(avi::AviFile const& avi) {
-  std::vector<Part> open{{"other", 0, avi.Size()}};  // lists around the place that was reached
+  std::vector<Part> open{{"other", 0, avi.Size()}};  // the lists around the current offset
   int64 at = 0;
   auto const advance = [&](int64 to) {
     for (; open.size() > 1 && open.back().end <= to; open.pop_back()) {
@@ -115,9 +115,10 @@ std::vector<double> BitRates(Survey const& survey, std::size_t track, double ste
   return rates;
 }
 
-std::vector<Lead> Leads(Survey const& survey, std::size_t track, std::size_t other, int64 stretch) {
+std::vector<Lead> Leads(Survey const& survey, std::size_t track, std::size_t other,
+                        int64 interval) {
   std::vector<Lead> leads;
-  double own = 0, others = 0;  // begin of the packet that stands here, else end of the last one
+  double own = 0, others = 0;  // begin of the current packet, else end of the last one
   double ownEnd = 0, othersBegin = 0;
   for (Survey::Packet const& packet : survey.packets) {
     if (packet.track != track && packet.track != other) continue;
@@ -129,7 +130,7 @@ std::vector<Lead> Leads(Survey const& survey, std::size_t track, std::size_t oth
       own = ownEnd;
     }
     double const lead = own - others;
-    if (leads.empty() || packet.offset / stretch != leads.back().offset / stretch) {
+    if (leads.empty() || packet.offset / interval != leads.back().offset / interval) {
       leads.push_back({packet.offset, lead, lead});
     } else {
       leads.back().low = std::min(leads.back().low, lead);

@@ -1,4 +1,4 @@
-// What a picture of a file shows, gathered from its index and its chunks.
+// Collects the data for the picture of a file from its index and chunks.
 #pragma once
 
 #include <string>
@@ -13,8 +13,8 @@ using base::int64;
 struct Survey {
   struct Packet {
     int64 offset;
-    double begin, end;  // seconds in its track
-    unsigned size;      // of the payload
+    double begin, end;  // seconds, in its track
+    unsigned size;      // payload bytes
     unsigned track;
     bool key;
   };
@@ -23,11 +23,11 @@ struct Survey {
     int64 begin, end;
   };
 
-  // By the index where it tells all, which knows key frames too, else by the data.
+  // Uses the index, which also marks key frames, if it is complete; else the data.
   explicit Survey(avi::AviFile& avi);
 
   std::vector<Packet> packets;  // in file order
-  std::vector<Part> parts;      // ... which together are the file
+  std::vector<Part> parts;      // in file order; together they cover the file
   double duration = 0;          // seconds
 
  private:
@@ -36,15 +36,15 @@ struct Survey {
   void AddPart(char const* kind, int64 begin, int64 end);
 };
 
-// Bits of a track in each stretch of `step` seconds, a packet's spread over its duration; as a rate
-// in bit/s. The last stretch may be shorter.
+// The bit rate of a track in bit/s for each interval of `step` seconds. The bits of a packet are
+// spread over its duration. The last interval may be shorter.
 std::vector<double> BitRates(Survey const& survey, std::size_t track, double step);
 
-// How far a track's data is ahead of another's at places of the file, in seconds.
+// How far a track's data is ahead of another's, in seconds, by offset in the file.
 struct Lead {
   int64 offset;
-  double low, high;  // the least and the most in a stretch of the file
+  double low, high;  // least and greatest value in an interval of the file
 };
-std::vector<Lead> Leads(Survey const& survey, std::size_t track, std::size_t other, int64 stretch);
+std::vector<Lead> Leads(Survey const& survey, std::size_t track, std::size_t other, int64 interval);
 
 }  // namespace kestro::tool

@@ -8,13 +8,13 @@
 namespace kestro::tool {
 
 std::string Escaped(std::string const& text) {
-  // JSON's writer mends what is not UTF-8.
+  // The JSON writer replaces bytes that are not UTF-8.
   std::string const mended =
       Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
   std::string escaped;
   for (std::size_t i = 0; i < mended.size(); ++i) {
     char const c = mended[i];
-    bool const none = mended.compare(i, 3, "\xEF\xBF\xBE") == 0 ||  // no characters
+    bool const none = mended.compare(i, 3, "\xEF\xBF\xBE") == 0 ||  // not characters
                       mended.compare(i, 3, "\xEF\xBF\xBF") == 0;
     if (none) i += 2;
     if (none || static_cast<unsigned char>(c) < 0x20)

@@ -19,8 +19,8 @@ static std::vector<char> Content(avi::AviFile& avi, avi::Chunk const& chunk) {
   return data;
 }
 
-// False for a track that the plug-in cannot record.
-static bool Describe(avi::AviTrack const& track, TrackInfo& info) {
+// Returns false when the plug-in cannot record the track.
+static bool ConvertTrack(avi::AviTrack const& track, TrackInfo& info) {
   static constexpr std::pair<char const*, TrackInfo::Codec> kCodecs[] = {
       {"h264", TrackInfo::kH264},
       {"hevc", TrackInfo::kHevc},
@@ -36,13 +36,13 @@ static bool Describe(avi::AviTrack const& track, TrackInfo& info) {
   info.rate = static_cast<int>(track.sampleRate);
   info.channels = static_cast<int>(track.channels);
   info.bits = static_cast<int>(track.bits);
-  // The fields of a sound format have 16 and 32 bits.
+  // The fields of an audio format have 16 and 32 bits.
   auto const frame = base::uint64{track.channels} * track.bits / 8;
   return !info.IsAudio() || (track.sampleRate != 0 && track.bits % 8 == 0 && frame != 0 &&
                              frame <= UINT16_MAX && frame * track.sampleRate <= UINT32_MAX);
 }
 
-static void CarryTags(avi::AviFile& avi, Head& head) {
+static void CopyTags(avi::AviFile& avi, Head& head) {
   auto of = [&head](std::vector<std::vector<char>>& list, int track) -> std::vector<char>& {
     list.resize(head.recorded.size());
     return list.at(static_cast<std::size_t>(track));
@@ -62,7 +62,7 @@ static void CarryTags(avi::AviFile& avi, Head& head) {
       head.tags.isft.assign(text.begin(), text.end());
     }
     if (chunk.id != Convert4("JUNK") || chunk.depth != 1 || !head.tags.junkData.empty()) continue;
-    // Where it has a copy of the head, it is as large as that wants it.
+    // With a copy of the header in it, JUNK is larger than requested.
     if (auto const copy = avi::HeadCopy::Find(avi.Reader(), chunk.Payload(), chunk.end))
       head.tags.junk = copy->places.junk;
     else
@@ -78,12 +78,12 @@ Head ReadHead(avi::AviFile& avi, std::string const& path, int64 data) {
     if (chunk.id == Convert4("avih")) head.frameTime_us = Field32(avi.Reader(), chunk, 0);
     if (chunk.type == Convert4("movi") && head.data == 0) head.data = chunk.Data();
   }
-  if (head.data == 0) throw Error(kUnusable, path + ": no movi list: it ends within its head");
+  if (head.data == 0) throw Error(kUnusable, path + ": no movi list: it ends within its header");
   std::vector<TrackInfo> infos(head.tracks.size());
   head.numbers.assign(infos.size(), -1);
   for (std::size_t i = 0; i < infos.size(); ++i) {
     infos[i].name = path + ", track " + std::to_string(i);
-    if (Describe(head.tracks[i], infos[i])) head.numbers[i] = 0;
+    if (ConvertTrack(head.tracks[i], infos[i])) head.numbers[i] = 0;
   }
   for (bool numbered : {true, false})
     for (std::size_t i = 0; i < infos.size(); ++i) {
@@ -92,7 +92,7 @@ Head ReadHead(avi::AviFile& avi, std::string const& path, int64 data) {
       head.recorded.push_back(infos[i]);
     }
   if (head.recorded.empty()) throw Error(kUnusable, path + ": no track can be recorded");
-  CarryTags(avi, head);
+  CopyTags(avi, head);
   return head;
 }
 

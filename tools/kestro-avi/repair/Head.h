@@ -1,4 +1,4 @@
-// What the head of a recording tells to make it again.
+// Reads from the header of a recording what is needed to record it again.
 #pragma once
 
 #include <string>
@@ -15,19 +15,19 @@ using base::int64;
 using record::TrackInfo;
 
 struct Head {
-  std::vector<avi::AviTrack> tracks;  // as they stand there
-  std::vector<int> numbers;           // ... and are recorded, -1 for those that cannot be
-  record::Tracks recorded;            // in the order of a file, without frame rates
-  unsigned frameTime_us = 0;          // of the main header
+  std::vector<avi::AviTrack> tracks;  // as in the header
+  std::vector<int> numbers;           // by track: its index in `recorded`, -1: cannot be recorded
+  record::Tracks recorded;            // in file order, without frame rates
+  unsigned frameTime_us = 0;          // from the main header
   record::TagOptions tags;
-  int64 data = 0;  // where the first chunk of movi stands
+  int64 data = 0;  // offset of the first chunk in movi
 };
 
-// `path` is for messages. Where the first chunk of movi stands is looked up unless it is known.
-// Throws Error where there is no movi list, or no track can be recorded.
+// `path`: used in messages. `data`: the offset of the first chunk in movi, 0 to look it up. Throws
+// Error when there is no movi list, or when no track can be recorded.
 Head ReadHead(avi::AviFile& avi, std::string const& path, int64 data = 0);
 
-// Whether two heads tell of the same tracks, with the data at the same place.
+// Whether two headers have the same tracks, and the data at the same offset.
 bool SameTracks(Head const& a, Head const& b);
 
 }  // namespace kestro::tool

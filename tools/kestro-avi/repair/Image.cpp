@@ -11,7 +11,7 @@ namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
-// False when it is no file of slots.
+// Returns false when the file has no slots.
 static bool ReadSlots(std::string const& path, avi::SlotFile::Image& image) {
   std::error_code none;
   if (!fs::is_regular_file(path, none)) return false;  // opening a pipe would wait
@@ -22,11 +22,11 @@ static bool ReadSlots(std::string const& path, avi::SlotFile::Image& image) {
 static avi::AviFile OpenImage(std::string const& path) {
   avi::SlotFile::Image image;
   if (!ReadSlots(path, image)) return avi::AviFile(path);
-  if (image.generation == 0) throw Error(kUnusable, path + ": neither of its slots is whole");
+  if (image.generation == 0) throw Error(kUnusable, path + ": both of its slots are damaged");
   auto const size = static_cast<unsigned>(image.bytes.size());
   auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(size), false);
   if (memory->Write(image.bytes.data(), size) != size)
-    throw Error(kIo, path + ": no memory for it");
+    throw Error(kIo, path + ": not enough memory");
   return avi::AviFile(std::move(memory), path);
 }
 
@@ -60,18 +60,18 @@ void Image::ForEachEntry(avi::EntrySink const& sink) {
 
 std::string Image::Mismatch(avi::RiffReader& file, Head const* head) {
   if (head != nullptr && !SameTracks(*head, _head))
-    return "its headers are those of another recording";
-  base::uint64 entries = 0, leading = 0;
+    return "its headers belong to another recording";
+  base::uint64 entries = 0, valid = 0;
   ForEachEntry([&](avi::IndexEntry const& entry) {
     avi::Chunk chunk;
     if (entry.offset + 8 + int64{entry.size} > file.Size()) return;  // the file was cut
     ++entries;
-    leading += Salvage::Leads(file, _head.tracks, entry, chunk);
+    valid += Salvage::PointsToChunk(file, _head.tracks, entry, chunk);
   });
-  // Some may be damaged; sizes of another recording's packets agree by chance only.
-  if (leading * 2 > entries || (entries == 0 && head != nullptr)) return "";
-  return "only " + std::to_string(leading) + " of its " + std::to_string(entries) +
-         " index entries lead to packets";
+  // Some may be damaged; those of another recording match only by chance.
+  if (valid * 2 > entries || (entries == 0 && head != nullptr)) return "";
+  return "only " + std::to_string(valid) + " of its " + std::to_string(entries) +
+         " index entries point to packets";
 }
 
 }  // namespace kestro::tool

@@ -8,17 +8,18 @@ namespace kestro::tool {
 
 using base::Fraction;
 
-// What the stream header says: in this system's files the whole part, while the main header has the
-// time of a frame. A rate that nobody records is damage.
-static Fraction Declared(avi::AviTrack const& track, unsigned time_us) {
-  auto const good = [](Fraction const& rate) {
+// The rate in the headers. In files of this system the stream header has only the whole part, and
+// the main header the frame time. Ignores rates that cannot be recorded, because they must be
+// damaged.
+static Fraction HeaderRate(avi::AviTrack const& track, unsigned time_us) {
+  auto const valid = [](Fraction const& rate) {
     return rate.Positive() && rate.Whole() <= kHighestRate;
   };
   unsigned const common = std::gcd(1000000u, time_us);
   Fraction const stream(track.rate, track.scale), main(1000000 / common, time_us / common);
-  bool const whole = good(stream) && stream.num % stream.den == 0;
-  if (good(main) && (!good(stream) || (whole && main.Whole() == stream.Whole()))) return main;
-  return good(stream) ? NearWhole(stream) : Fraction();
+  bool const whole = valid(stream) && stream.num % stream.den == 0;
+  if (valid(main) && (!valid(stream) || (whole && main.Whole() == stream.Whole()))) return main;
+  return valid(stream) ? NearWhole(stream) : Fraction();
 }
 
 namespace {
@@ -30,65 +31,65 @@ class Rates {
   SpeedReport Set();
 
  private:
-  bool Shares(TrackInfo const& info) const { return info.IsVideo() && info.Numbered(); }
-  void Share();
-  void Note();
+  bool SharesRate(TrackInfo const& info) const { return info.IsVideo() && info.Numbered(); }
+  void UseOneRate();
+  void AddNotes();
 
   Head& _head;
   Fraction const _option;
-  std::vector<Fraction> _declared;  // by the number of what is recorded
+  std::vector<Fraction> _rates;  // from the headers, by recorded track
   SpeedReport _report;
 };
 
 SpeedReport Rates::Set() {
   auto& recorded = _head.recorded;
-  _declared.resize(recorded.size());
+  _rates.resize(recorded.size());
   for (std::size_t i = 0; i < _head.tracks.size(); ++i)
     if (_head.numbers[i] >= 0)
-      _declared[static_cast<std::size_t>(_head.numbers[i])] =
-          Declared(_head.tracks[i], _head.frameTime_us);
-  Share();
+      _rates[static_cast<std::size_t>(_head.numbers[i])] =
+          HeaderRate(_head.tracks[i], _head.frameTime_us);
+  UseOneRate();
   TrackInfo const* video = nullptr;
   for (std::size_t i = 0; i < recorded.size(); ++i) {
     if (!recorded[i].IsVideo()) continue;
-    recorded[i].frameRate = ChooseRate({_option, _declared[i], {}}, recorded[i].name);
+    recorded[i].frameRate = ChooseRate({_option, _rates[i], {}}, recorded[i].name);
     if (video == nullptr) video = &recorded[i];
   }
   for (std::size_t i = 0; i < recorded.size(); ++i) {
     if (!recorded[i].IsText()) continue;
-    bool const own = !_option.Positive() && _declared[i].Whole() >= 1;
-    recorded[i].frameRate = own || video == nullptr ? _declared[i] : video->frameRate;
+    bool const own = !_option.Positive() && _rates[i].Whole() >= 1;
+    recorded[i].frameRate = own || video == nullptr ? _rates[i] : video->frameRate;
   }
-  Note();
+  AddNotes();
   return _report;
 }
 
-// The muxer has one rate for all video: where damage tells several, one that the main header has
-// too, or the first.
-void Rates::Share() {
+// The muxer has one rate for all H.264 and HEVC tracks. If the headers are damaged and have
+// several, uses one that equals that of the main header, or else the first.
+void Rates::UseOneRate() {
   if (_option.Positive()) return;
   Fraction const main(1000000, _head.frameTime_us);
   Fraction chosen;
-  for (std::size_t i = 0; i < _declared.size(); ++i)
-    if (Shares(_head.recorded[i]) && (!chosen.Positive() || SameRate(_declared[i], main)))
-      chosen = _declared[i];
-  for (std::size_t i = 0; i < _declared.size(); ++i) {
-    if (!Shares(_head.recorded[i])) continue;
-    if (_declared[i].Positive() && !SameRate(_declared[i], chosen))
-      _report.warnings.push_back(RatesDiffer(_head.recorded[i].name, _declared[i], chosen));
-    _declared[i] = chosen;
+  for (std::size_t i = 0; i < _rates.size(); ++i)
+    if (SharesRate(_head.recorded[i]) && (!chosen.Positive() || SameRate(_rates[i], main)))
+      chosen = _rates[i];
+  for (std::size_t i = 0; i < _rates.size(); ++i) {
+    if (!SharesRate(_head.recorded[i])) continue;
+    if (_rates[i].Positive() && !SameRate(_rates[i], chosen))
+      _report.warnings.push_back(RatesDiffer(_head.recorded[i].name, _rates[i], chosen));
+    _rates[i] = chosen;
   }
 }
 
-// Of a file that says a whole rate already, the speed stays.
-void Rates::Note() {
+// The speed does not change if the header already has the whole rate.
+void Rates::AddNotes() {
   for (std::size_t i = 0; i < _head.tracks.size(); ++i) {
     avi::AviTrack const& track = _head.tracks[i];
     if (_head.numbers[i] < 0 || track.type != "video") continue;
     TrackInfo const& info = _head.recorded[static_cast<std::size_t>(_head.numbers[i])];
-    bool const said = track.scale != 0 && track.rate % track.scale == 0 &&
+    bool const same = track.scale != 0 && track.rate % track.scale == 0 &&
                       track.rate / track.scale == info.frameRate.Whole();
-    std::string const note = said ? "" : SpeedNote(info.name, info.frameRate);
+    std::string const note = same ? "" : SpeedNote(info.name, info.frameRate);
     if (!note.empty()) _report.notes.push_back(note);
   }
 }

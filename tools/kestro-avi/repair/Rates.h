@@ -1,4 +1,4 @@
-// Which frame rates a recording gets when it is made again.
+// Chooses the frame rates of a repaired recording.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@
 namespace kestro::tool {
 
 struct SpeedReport {
-  std::vector<std::string> notes;     // of rates that a file does not hold as they are
-  std::vector<std::string> warnings;  // of tracks that go at another speed than before
+  std::vector<std::string> notes;     // rates that a file cannot store exactly
+  std::vector<std::string> warnings;  // tracks whose speed changes
 };
 
-// Sets the rates of what is recorded, by the rules of "record". `option` replaces what the headers
-// say; 0/1 for none. Throws Error for a rate that is unknown or cannot be recorded.
+// Sets the rates of the recorded tracks by the rules of "record". `option` overrides the headers;
+// 0/1 for none. Throws Error for a rate that is unknown or cannot be recorded.
 SpeedReport SetRates(Head& head, base::Fraction const& option);
 
 }  // namespace kestro::tool

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Before a temporary file of the output's is made, or removed.
+// Throws Error if the output or its temporary file is one of the files to read.
 void CheckPaths(RepairJob const& job) {
   std::error_code none;
   auto const [side, twin] = avi::SlotFile::Names(job.input + avi::SlotFile::kEnding);
@@ -35,22 +35,27 @@ class Repairer {
   Repairer(RepairJob const& job, RepairReport& report) : _job(job), _report(report) {}
 
   void Open();
-  void Copy(std::string const& output);
+  void CopyPackets(std::string const& output);
 
  private:
   void OpenCopy(std::string const& why);
   void OpenImage(std::string const& why);
   void ForEachEntry(avi::EntrySink const& sink);
-  void Sum(Salvage const& salvage);
-  void Warn();
+  bool PushPacket(record::Recorder& recorder, std::size_t from,
+                  std::vector<std::uint8_t> const& data, bool key);
+  void Finish(record::Recorder& recorder, std::string const& path);
+  void AddCounts(Salvage const& salvage);
+  void AddWarnings();
 
   RepairJob const& _job;
   RepairReport& _report;
-  std::unique_ptr<avi::AviFile> _avi;  // null when its head is beyond use
-  std::optional<avi::HeadCopy> _copy;  // used in place of it
+  std::unique_ptr<avi::AviFile> _avi;  // null when its header is unusable
+  std::optional<avi::HeadCopy> _copy;  // of the header, used instead
   std::unique_ptr<Image> _image;       // null when there is none
   std::unique_ptr<avi::RiffReader> _file;
   Head _head;
+  std::vector<TrackClock> _clocks;  // of the recorded tracks
+  std::vector<std::string> _recorderWarnings;
 };
 
 void Repairer::Open() {
@@ -71,7 +76,7 @@ void Repairer::Open() {
   if (!head) {
     _head = _image->Headers();
     _report.headOfImage = true;
-    _report.notes.push_back(why + "; the head of " + _report.image + " is taken");
+    _report.notes.push_back(why + "; using the header in " + _report.image);
   }
   _report.tracks = _head.tracks;
   _report.numbers = _head.numbers;
@@ -84,7 +89,8 @@ void Repairer::Open() {
                              : RepairReport::Source::kNothing;
 }
 
-// The copy of the head is taken where the head itself is beyond use, or tells something else.
+// Uses the copy of the header if the header itself is unusable or has other tracks.
+// `why`: what is wrong with the header.
 void Repairer::OpenCopy(std::string const& why) {
   auto const copy = avi::HeadCopy::Find(*_file);
   if (!copy) return;
@@ -95,7 +101,7 @@ void Repairer::OpenCopy(std::string const& why) {
     avi::AviFile avi(std::move(memory), _job.input);
     head = ReadHead(avi, _job.input, copy->places.data);
   } catch (Error const&) {
-    return;  // it comes from elsewhere
+    return;  // not a copy of this header
   }
   if (_avi && SameTracks(head, _head)) return;
   _avi.reset();
@@ -103,15 +109,15 @@ void Repairer::OpenCopy(std::string const& why) {
   _head = std::move(head);
   _head.tags.junk = copy->places.junk;
   _report.headOfCopy = true;
-  _report.notes.push_back((why.empty() ? _job.input + ": its head is damaged" : why) +
-                          "; its copy at offset " + std::to_string(copy->at) + " is taken");
+  _report.notes.push_back((why.empty() ? _job.input + ": its header is damaged" : why) +
+                          "; using its copy at offset " + std::to_string(copy->at));
 }
 
-// `why`: what is wrong with the recording's own head.
+// `why`: what is wrong with the header.
 void Repairer::OpenImage(std::string const& why) {
-  bool const asked = !_job.image.empty();
-  if (!asked && _avi && _avi->Indexed()) return;
-  std::string const path = asked ? _job.image : Image::Find(_job.input);
+  bool const given = !_job.image.empty();
+  if (!given && _avi && _avi->Indexed()) return;
+  std::string const path = given ? _job.image : Image::Find(_job.input);
   if (path.empty()) return;
   std::string mismatch;
   try {
@@ -120,16 +126,16 @@ void Repairer::OpenImage(std::string const& why) {
     if (!mismatch.empty())
       mismatch = path + ": not the side file of " + _job.input + ": " + mismatch;
   } catch (Error const& error) {
-    if (asked) throw;
+    if (given) throw;
     mismatch = error.what();
   }
   if (mismatch.empty()) {
     _report.image = path;
     return;
   }
-  if (asked) throw Error(kUnusable, mismatch + (why.empty() ? "" : "; " + why));
+  if (given) throw Error(kUnusable, mismatch + (why.empty() ? "" : "; " + why));
   _image.reset();
-  _report.warnings.push_back(mismatch + "; it is not used");
+  _report.warnings.push_back(mismatch + "; not using it");
 }
 
 void Repairer::ForEachEntry(avi::EntrySink const& sink) {
@@ -144,52 +150,60 @@ void Repairer::ForEachEntry(avi::EntrySink const& sink) {
                      0, sink);
 }
 
-void Repairer::Copy(std::string const& output) {
-  std::vector<TrackClock> clocks(_head.recorded.begin(), _head.recorded.end());
+bool Repairer::PushPacket(record::Recorder& recorder, std::size_t from,
+                          std::vector<std::uint8_t> const& data, bool key) {
+  int const number = _head.numbers[from];
+  if (number < 0) return true;
+  auto const track = static_cast<std::size_t>(number);
+  record::Payload packet;
+  packet.data = data.data();
+  packet.size = data.size();
+  packet.time_ns = _clocks[track].Now_ns();
+  _clocks[track].Advance(data.size());
+  packet.duration_ns = _clocks[track].Now_ns() - packet.time_ns;
+  packet.key = key;
+  return recorder.Push(track, packet) == record::Code::kOk;
+}
+
+void Repairer::CopyPackets(std::string const& output) {
+  _clocks = {_head.recorded.begin(), _head.recorded.end()};
   record::RecorderOptions options;
   options.path = fs::absolute(output);
   options.tags = _head.tags;
   options.overwrite = options.verbatim = options.threadless = true;
-  std::vector<std::string> warnings;
-  options.onEvent = [&warnings](record::Event const& event) {
-    if (event.kind == record::Event::kWarning) warnings.push_back(event.text);
+  options.onEvent = [this](record::Event const& event) {
+    if (event.kind == record::Event::kWarning) _recorderWarnings.push_back(event.text);
   };
   auto const recorder = OpenRecorder(options, _head.recorded);
   bool pushed = true;
   Salvage salvage(*_file, _head.data, _head.tracks,
-                  [&](std::size_t from, std::vector<std::uint8_t>& data, bool key) {
-                    if (int const number = _head.numbers[from]; number >= 0) {
-                      auto const track = static_cast<std::size_t>(number);
-                      record::Payload packet;
-                      packet.data = data.data();
-                      packet.size = data.size();
-                      packet.time_ns = clocks[track].Now_ns();
-                      clocks[track].Pass(data.size());
-                      packet.duration_ns = clocks[track].Now_ns() - packet.time_ns;
-                      packet.key = key;
-                      pushed = recorder->Push(track, packet) == record::Code::kOk;
-                    }
+                  [&](std::size_t from, std::vector<std::uint8_t> const& data, bool key) {
+                    pushed = PushPacket(*recorder, from, data, key);
                     _job.advance(salvage.Position());
                     return pushed && !Interrupted();
                   });
-  ForEachEntry([&salvage](avi::IndexEntry const& entry) { salvage.Entry(entry); });
-  salvage.Rest();
+  ForEachEntry([&salvage](avi::IndexEntry const& entry) { salvage.AddEntry(entry); });
+  salvage.Finish();
   _report.interrupted = Interrupted();
   if (_report.interrupted) return;
-  Sum(salvage);
+  AddCounts(salvage);
   if (_report.kept.bytes == 0 && pushed)
-    throw Error(kUnusable, _job.input + ": there is no whole packet with data behind its head");
-  record::Result const result = recorder->Stop();
-  // The recorder names the file as it is called until it is finished.
-  auto const named = [&](std::string const& text) {
-    return _job.output + text.substr(text.rfind(options.path, 0) == 0 ? options.path.size() : 0);
-  };
-  if (!result) throw Error(kIo, named(result.text));
-  for (std::string const& text : warnings) _report.warnings.push_back(named(text));
-  Warn();
+    throw Error(kUnusable, _job.input + ": no complete packet with data after its header");
+  Finish(*recorder, options.path);
 }
 
-void Repairer::Sum(Salvage const& salvage) {
+// `path`: the temporary name, which the recorder uses in its messages.
+void Repairer::Finish(record::Recorder& recorder, std::string const& path) {
+  record::Result const result = recorder.Stop();
+  auto const renamed = [&](std::string const& text) {
+    return _job.output + text.substr(text.rfind(path, 0) == 0 ? path.size() : 0);
+  };
+  if (!result) throw Error(kIo, renamed(result.text));
+  for (std::string const& text : _recorderWarnings) _report.warnings.push_back(renamed(text));
+  AddWarnings();
+}
+
+void Repairer::AddCounts(Salvage const& salvage) {
   SalvageCounts& counts = _report.counts = salvage.Counts();
   for (std::size_t i = 0; i < _head.numbers.size(); ++i) {
     if (_head.numbers[i] < 0) {
@@ -202,16 +216,15 @@ void Repairer::Sum(Salvage const& salvage) {
   _report.lost += counts.unknown;
 }
 
-void Repairer::Warn() {
+void Repairer::AddWarnings() {
   SalvageCounts const& counts = _report.counts;
   auto const warn = [this](base::uint64 count, std::string const& what) {
     if (count != 0) _report.warnings.push_back(std::to_string(count) + " " + what);
   };
-  warn(counts.trimmed.packets,
-       "packet(s) are stored without what stands in front of their parameter "
-       "sets or first slice, " +
-           std::to_string(counts.trimmed.bytes) + " bytes");
-  warn(counts.empty, "empty packet(s) get no index entries: what follows comes earlier");
+  warn(counts.trimmed.packets, "packet(s) are stored without the " +
+                                   std::to_string(counts.trimmed.bytes) +
+                                   " bytes before their parameter sets or first slice");
+  warn(counts.empty, "empty packet(s) get no index entries: later packets move forward in time");
 }
 
 }  // namespace
@@ -222,9 +235,9 @@ RepairReport Repair(RepairJob const& job) {
   NewFile made(job.output);
   Repairer repairer(job, report);
   repairer.Open();
-  repairer.Copy(made.Temporary());
+  repairer.CopyPackets(made.Temporary());
   if (report.interrupted) return report;
-  made.Keep(true);  // the input may be removed now
+  made.Keep(true);  // durable, as the user may now delete the input
   std::error_code none;
   report.size = fs::file_size(job.output, none);
   return report;

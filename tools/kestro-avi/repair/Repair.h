@@ -1,4 +1,4 @@
-// Makes an ordinary file of a recording that was cut off or damaged.
+// Makes an ordinary file from a recording that was cut off or damaged.
 #pragma once
 
 #include <functional>
@@ -14,19 +14,19 @@ using base::int64;
 
 struct RepairJob {
   std::string input, output;
-  std::string image;         // the side file; empty: that of INPUT, where it fits
-  bool force = false;        // overwrites the output
-  base::Fraction rate = {};  // of the video, instead of what the input says; 0/1: as it says
-  std::function<void(int64 position)> advance = [](int64) {};  // is told how far the input is read
+  std::string image;         // the side file; empty: that of the input if it matches
+  bool force = false;        // overwrite the output
+  base::Fraction rate = {};  // frame rate of the video; 0/1: that of the input
+  std::function<void(int64 position)> advance = [](int64) {};  // called with the position reached
 };
 
 struct RepairReport {
   enum class Source { kNothing, kIndex, kImage } source = Source::kNothing;
-  std::string image;  // where it was used
-  bool headOfImage = false;
-  bool headOfCopy = false;  // in the recording's JUNK
+  std::string image;         // the side file, if it was used
+  bool headOfImage = false;  // the header is that of the side file
+  bool headOfCopy = false;   // the header is the copy in the recording's JUNK
   std::vector<avi::AviTrack> tracks;
-  std::vector<int> numbers;  // of the tracks in the output; -1: it cannot be recorded
+  std::vector<int> numbers;  // track numbers in the output; -1: cannot be recorded
   SalvageCounts counts;
   Counted kept, lost;
   std::vector<std::string> notes, warnings;
@@ -36,7 +36,7 @@ struct RepairReport {
   bool Complete() const { return lost.packets == 0 && counts.skipped.bytes == 0; }
 };
 
-// The input is only read; the output takes its name when it is finished. The plug-in must be
+// Does not change the input. The output gets its name when it is complete. The plug-in must be
 // loaded. Throws Error.
 RepairReport Repair(RepairJob const& job);
 

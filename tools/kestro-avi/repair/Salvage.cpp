@@ -11,7 +11,7 @@ namespace kestro::tool {
 
 using base::Convert4;
 
-static constexpr std::size_t kNamed = 20;  // holes and losses
+static constexpr std::size_t kMaxListed = 20;  // holes, and losses
 
 Salvage::Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> const& tracks,
                  Sink sink)
@@ -24,7 +24,7 @@ Salvage::Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> 
   _counts.lost.resize(tracks.size());
 }
 
-bool Salvage::Known(std::vector<avi::AviTrack> const& tracks, unsigned id) {
+bool Salvage::IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id) {
   if (!avi::IsDataCode(id)) return false;
   auto const number = static_cast<std::size_t>(avi::TrackOfCode(id));
   if (number >= tracks.size()) return false;
@@ -36,111 +36,111 @@ bool Salvage::Known(std::vector<avi::AviTrack> const& tracks, unsigned id) {
   return type == "video" ? is("dc") || is("db") : type == "audio" ? is("wb") : is("tx");
 }
 
-// What stands at an offset.
-Salvage::Sight Salvage::Look(int64 at, int64 limit, avi::Chunk& chunk) {
-  if (!_file.Header(at, limit, chunk)) return Sight::kNothing;
+// Reads the chunk at an offset.
+Salvage::ChunkKind Salvage::ReadChunk(int64 at, int64 limit, avi::Chunk& chunk) {
+  if (!_file.Header(at, limit, chunk)) return ChunkKind::kNone;
   bool const cut = chunk.Cut() || chunk.size > kMaxPacket;
-  if (Known(chunk.id)) return cut ? Sight::kCut : Sight::kData;
+  if (IsTrackData(chunk.id)) return cut ? ChunkKind::kCut : ChunkKind::kData;
   if (chunk.type == Convert4("rec ") || chunk.type == Convert4("movi") ||
       chunk.type == Convert4("AVIX"))
-    return Sight::kList;
-  if (chunk.id == Convert4("idx1")) return Sight::kOther;
+    return ChunkKind::kList;
+  if (chunk.id == Convert4("idx1")) return ChunkKind::kOther;
   bool const other = chunk.id == Convert4("JUNK") || chunk.type == Convert4("INFO") ||
                      (chunk.id & 0xFFFF) == Convert4("ix") || avi::IsDataCode(chunk.id);
-  return other && !chunk.Cut() ? Sight::kOther : Sight::kNothing;
+  return other && !chunk.Cut() ? ChunkKind::kOther : ChunkKind::kNone;
 }
 
-bool Salvage::Follows(int64 at, int64 limit) {
+bool Salvage::IsChunk(int64 at, int64 limit) {
   avi::Chunk chunk;
-  return at >= limit || Look(at, limit, chunk) != Sight::kNothing;
+  return at >= limit || ReadChunk(at, limit, chunk) != ChunkKind::kNone;
 }
 
-void Salvage::Rest() {
+void Salvage::Finish() {
   int64 const end = _file.Size();
-  if (_waiting && !_stopped) Settle(nullptr);
+  if (_waiting && !_stopped) ProcessWaiting(nullptr);
   Scan(end);
-  if (!_stopped) LoseMissing(end - 7, INT64_MAX);  // promised, but beyond the end
+  if (!_stopped) LoseMissing(end - 7, INT64_MAX);  // entries beyond the end
 }
 
-// Everything from the position up to a limit.
+// Reads the data from the current position up to a limit.
 void Salvage::Scan(int64 limit) {
   avi::Chunk chunk;
   while (_position < limit && !_stopped) {
-    switch (Look(_position, limit, chunk)) {
-      case Sight::kData:
-        Take(chunk, nullptr);
+    switch (ReadChunk(_position, limit, chunk)) {
+      case ChunkKind::kData:
+        KeepPacket(chunk, nullptr);
         _position = _file.Next(chunk);
         break;
-      case Sight::kList:
+      case ChunkKind::kList:
         _position = chunk.Data();
         break;
-      case Sight::kOther:
+      case ChunkKind::kOther:
         _indexSeen = _indexSeen || chunk.id == Convert4("idx1");
-        if (avi::IsDataCode(chunk.id)) Lose(chunk.id, chunk.offset, chunk.size);
+        if (avi::IsDataCode(chunk.id)) AddLoss(chunk.id, chunk.offset, chunk.size);
         _position = _file.Next(chunk);
         break;
-      case Sight::kCut:
+      case ChunkKind::kCut:
         Skip(limit, &chunk);
         break;
-      case Sight::kNothing:
+      case ChunkKind::kNone:
         Skip(limit, nullptr);
         break;
     }
   }
 }
 
-// Whether the file ends with the first bytes of an index.
-bool Salvage::BeginsIndex(int64 at) {
+// Whether the last bytes of the file are the start of an index.
+bool Salvage::StartsIndex(int64 at) {
   unsigned char bytes[8];
   unsigned const n = _file.Read(at, bytes, sizeof bytes);
   return n < sizeof bytes && std::memcmp(bytes, "idx1", std::min(n, 4u)) == 0;
 }
 
-// Goes on where packets follow again. `cut`: the header of a packet that is not whole stands here.
+// Skips to the next packet. `cut`: the packet at the current position is cut.
 void Salvage::Skip(int64 limit, avi::Chunk const* cut) {
   int64 const from = _position;
-  _position = Find(from + (cut != nullptr ? 8 : 1), limit);
+  _position = FindPacket(from + (cut != nullptr ? 8 : 1), limit);
   if (cut != nullptr) {
-    Lose(cut->id, cut->offset, _position - cut->Payload());
+    AddLoss(cut->id, cut->offset, _position - cut->Payload());
     _missing.erase(from);
   }
   LoseMissing(from, _position);
-  if (cut != nullptr || (_position == limit && (_indexSeen || BeginsIndex(from)))) return;
+  if (cut != nullptr || (_position == limit && (_indexSeen || StartsIndex(from)))) return;
   _counts.skipped.packets += 1;
   _counts.skipped.bytes += static_cast<base::uint64>(_position - from);
-  if (_counts.holes.size() < kNamed) _counts.holes.push_back({from, _position - from});
+  if (_counts.holes.size() < kMaxListed) _counts.holes.push_back({from, _position - from});
 }
 
-// The first packet with another behind it, or the limit.
-int64 Salvage::Find(int64 from, int64 limit) {
+// The offset of the next packet that is followed by another chunk, or the limit.
+int64 Salvage::FindPacket(int64 from, int64 limit) {
   constexpr int64 kCode = 4;
   unsigned char block[1 << 16];
   while (limit - from >= 8) {
     auto const want = static_cast<unsigned>(std::min<int64>(sizeof block, limit - from));
     int64 const n = _file.Read(from, block, want);
     for (int64 i = 0; i + kCode <= n; ++i) {
-      unsigned char const c = block[i];  // most bytes begin no code
+      unsigned char const c = block[i];  // most bytes cannot start a code
       if (c > '9' ? c != 'i' && c != 'R' : c < '0') continue;
       unsigned const id = base::Load32(block + i);
-      if (!Known(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
+      if (!IsTrackData(id) && id != Convert4("idx1") && id != Convert4("RIFF")) continue;
       avi::Chunk chunk;
-      Sight const sight = Look(from + i, limit, chunk);
-      if (sight == Sight::kList ||
-          ((sight == Sight::kData || sight == Sight::kOther) && Follows(_file.Next(chunk), limit)))
+      ChunkKind const kind = ReadChunk(from + i, limit, chunk);
+      if (kind == ChunkKind::kList || ((kind == ChunkKind::kData || kind == ChunkKind::kOther) &&
+                                       IsChunk(_file.Next(chunk), limit)))
         return from + i;
     }
-    // What cannot be read is passed over.
+    // Skips a sector that cannot be read.
     from += n < kCode ? kSector : n - (kCode - 1);
   }
   return limit;
 }
 
-void Salvage::Take(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool torn) {
+void Salvage::KeepPacket(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool damaged) {
   auto const track = static_cast<std::size_t>(avi::TrackOfCode(chunk.id));
   auto const size = static_cast<unsigned>(chunk.size);
   _data.resize(size);
-  if (torn || _file.Read(chunk.Payload(), _data.data(), size) != size || !Whole(chunk)) {
-    Lose(chunk.id, chunk.offset, chunk.size);
+  if (damaged || _file.Read(chunk.Payload(), _data.data(), size) != size || !IsIntact(chunk)) {
+    AddLoss(chunk.id, chunk.offset, chunk.size);
     return;
   }
   Trim(_tracks[track], entry != nullptr);
@@ -151,8 +151,8 @@ void Salvage::Take(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool t
   _stopped = !_sink(track, _data, key);
 }
 
-// Takes off what the muxer does not store, before the rest is looked at. Packets of this system's
-// files were trimmed.
+// Removes the first bytes if the muxer would not store them. Packets in files of this system do not
+// have any.
 void Salvage::Trim(avi::AviTrack const& track, bool indexed) {
   _counts.empty += track.type == "video" && _data.empty() && indexed;
   auto const codec = stream::NalCodecOf(track.codec);
@@ -163,8 +163,8 @@ void Salvage::Trim(avi::AviTrack const& track, bool indexed) {
   _data.erase(_data.begin(), _data.begin() + static_cast<std::ptrdiff_t>(front));
 }
 
-// Whether the data is what it should be. Where sectors are lost, zeros are read.
-bool Salvage::Whole(avi::Chunk const& chunk) {
+// Whether the data looks right. Lost sectors read as zeros.
+bool Salvage::IsIntact(avi::Chunk const& chunk) {
   avi::AviTrack const& track = _tracks[static_cast<std::size_t>(avi::TrackOfCode(chunk.id))];
   if (_data.empty() || track.type == "audio") return true;  // zeros are silence
   auto const first = static_cast<std::size_t>(
@@ -175,14 +175,14 @@ bool Salvage::Whole(avi::Chunk const& chunk) {
     return first == 0 && _data.size() > 1 && _data[0] == 0xFF && _data[1] == 0xD8;
   bool const started = first >= 2 && _data[first] == 1;
   if ((track.codec == "h264" || track.codec == "hevc") && !started) return false;
-  // Zeros may stand at the end of a packet, but with lost sectors they begin where one does, and
-  // nothing follows.
+  // A packet may end with zeros. Zeros of lost sectors start at a sector, and no chunk follows
+  // them.
   auto const tail = static_cast<std::size_t>((chunk.Payload() + chunk.size) % kSector);
   if (tail == 0 || tail >= _data.size()) return true;
   bool const zeros = std::all_of(_data.end() - static_cast<std::ptrdiff_t>(tail), _data.end(),
                                  [](std::uint8_t b) { return b == 0; });
   int64 const next = _file.Next(chunk);
-  return !zeros || (next < _file.Size() && Follows(next, _file.Size()));
+  return !zeros || (next < _file.Size() && IsChunk(next, _file.Size()));
 }
 
 bool Salvage::IsKey(std::size_t track, avi::IndexEntry const* entry) {
@@ -190,7 +190,7 @@ bool Salvage::IsKey(std::size_t track, avi::IndexEntry const* entry) {
   if (info.type != "video") return false;
   bool const marked = entry != nullptr && (entry->flags & avi::IndexEntry::kKey) != 0;
   bool key = info.codec == "mjpeg";
-  // Of other video, which cannot be recorded, key frames are not known.
+  // Key frames of other video, which cannot be recorded, are not detected.
   if (!key && info.codec != "h264" && info.codec != "hevc") return marked;
   if (!key) {
     Picture const picture = PictureKind(info.codec, _data.data(), _data.size());
@@ -201,12 +201,12 @@ bool Salvage::IsKey(std::size_t track, avi::IndexEntry const* entry) {
   return key;
 }
 
-void Salvage::Lose(unsigned id, int64 offset, int64 bytes) {
-  Counted& lost =
-      Known(id) ? _counts.lost[static_cast<std::size_t>(avi::TrackOfCode(id))] : _counts.unknown;
+void Salvage::AddLoss(unsigned id, int64 offset, int64 bytes) {
+  Counted& lost = IsTrackData(id) ? _counts.lost[static_cast<std::size_t>(avi::TrackOfCode(id))]
+                                  : _counts.unknown;
   auto const count = static_cast<base::uint64>(std::max<int64>(bytes, 0));
   lost += {1, count};
-  if (_counts.losses.size() < kNamed) _counts.losses.push_back({id, offset, count});
+  if (_counts.losses.size() < kMaxListed) _counts.losses.push_back({id, offset, count});
 }
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// What a damaged recording still holds: its packets, found by the index and from chunk to chunk.
+// Finds the packets in a damaged recording, by its index and by searching the data.
 #pragma once
 
 #include <functional>
@@ -26,7 +26,7 @@ struct Hole {
   int64 offset, size;
 };
 
-// A packet of which some bytes are gone.
+// A packet that lost some of its bytes.
 struct Loss {
   unsigned id;
   int64 offset;  // of its header
@@ -35,76 +35,77 @@ struct Loss {
 
 struct SalvageCounts {
   std::vector<Counted> kept, lost;  // by track
-  std::vector<Loss> losses;         // the first of those that are lost
-  Counted unknown;                  // data of tracks that have no stream header
-  base::uint64 indexed = 0;         // packets kept that the index names,
-  base::uint64 found = 0;           // ... and those without an entry
-  base::uint64 misled = 0;          // entries that lead to no chunk
-  base::uint64 corrected = 0;       // key flags that the data contradicts
-  base::uint64 empty = 0;           // video packets without data that the index names
-  Counted trimmed;                  // packets whose front the muxer does not store
-  std::vector<Hole> holes;          // bytes that are no chunk: the first of them,
-  Counted skipped;                  // ... and all
+  std::vector<Loss> losses;         // the first lost packets
+  Counted unknown;                  // data of tracks without a stream header
+  base::uint64 indexed = 0;         // kept packets with an index entry,
+  base::uint64 found = 0;           // and without one
+  base::uint64 misled = 0;          // entries that do not point to a chunk
+  base::uint64 corrected = 0;       // key flags that contradict the data
+  base::uint64 empty = 0;           // empty video packets with an index entry
+  Counted trimmed;                  // packets whose first bytes the muxer does not store
+  std::vector<Hole> holes;          // bytes that are not part of a chunk: the first ones,
+  Counted skipped;                  // and all
 };
 
 // One pass over the data, in file order:
 //
 //   Salvage salvage(file, begin, tracks, sink);
-//   for (...) salvage.Entry(entry);   // of an index, where there is one
-//   salvage.Rest();
+//   for (...) salvage.AddEntry(entry);   // for each index entry, if there is an index
+//   salvage.Finish();
 class Salvage {
  public:
-  // Takes a whole packet; what it leaves in `data` is memory for the next one. False ends the pass.
-  using Sink = std::function<bool(std::size_t track, std::vector<std::uint8_t>& data, bool key)>;
-  // `begin`: where the first chunk stands. `file` and `tracks` outlive the object.
+  // Called for each complete packet; false ends the pass.
+  using Sink =
+      std::function<bool(std::size_t track, std::vector<std::uint8_t> const& data, bool key)>;
+  // `begin`: offset of the first chunk. `file` and `tracks` must outlive the object.
   Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> const& tracks, Sink sink);
 
-  // Entries that lead to no chunk are passed over, and so are those of chunks that were met.
-  void Entry(avi::IndexEntry const& entry);
-  void Rest();
-  int64 Position() const { return _position; }  // everything in front is settled
+  // Ignores entries that do not point to a chunk, or to one that was already read.
+  void AddEntry(avi::IndexEntry const& entry);
+  void Finish();
+  int64 Position() const { return _position; }  // everything before it is done
   SalvageCounts const& Counts() const { return _counts; }
 
-  // Whether an entry leads to a chunk of a track that has a stream header.
-  static bool Leads(avi::RiffReader& file, std::vector<avi::AviTrack> const& tracks,
-                    avi::IndexEntry const& entry, avi::Chunk& chunk);
+  // Whether an entry points to a chunk of a track that has a stream header.
+  static bool PointsToChunk(avi::RiffReader& file, std::vector<avi::AviTrack> const& tracks,
+                            avi::IndexEntry const& entry, avi::Chunk& chunk);
 
  private:
-  static constexpr int64 kMaxPacket = 256 << 20;  // nothing larger is a packet
-  static constexpr int64 kSector = 512;           // media lose whole ones
+  static constexpr int64 kMaxPacket = 256 << 20;  // larger chunks are damage
+  static constexpr int64 kSector = 512;           // storage devices lose whole sectors
 
-  enum class Sight { kData, kCut, kList, kOther, kNothing };
+  enum class ChunkKind { kData, kCut, kList, kOther, kNone };
 
-  Sight Look(int64 at, int64 limit, avi::Chunk& chunk);
-  static bool Known(std::vector<avi::AviTrack> const& tracks, unsigned id);
-  bool Known(unsigned id) const { return Known(_tracks, id); }
-  bool Follows(int64 at, int64 limit);
-  int64 End(avi::IndexEntry const& entry) const;
-  bool Adjoins(avi::IndexEntry const& entry) const;
-  bool Headless(avi::IndexEntry const& entry, avi::Chunk& chunk);
-  void Settle(avi::IndexEntry const* next);
-  bool Torn(avi::Chunk const& chunk, avi::IndexEntry const* next);
+  ChunkKind ReadChunk(int64 at, int64 limit, avi::Chunk& chunk);
+  static bool IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id);
+  bool IsTrackData(unsigned id) const { return IsTrackData(_tracks, id); }
+  bool IsChunk(int64 at, int64 limit);
+  int64 ChunkEnd(avi::IndexEntry const& entry) const;
+  bool IsAdjacent(avi::IndexEntry const& entry) const;
+  bool LostOnlyHeader(avi::IndexEntry const& entry, avi::Chunk& chunk);
+  void ProcessWaiting(avi::IndexEntry const* next);
+  bool EndsInGarbage(avi::Chunk const& chunk, avi::IndexEntry const* next);
   void Scan(int64 limit);
-  bool BeginsIndex(int64 at);
+  bool StartsIndex(int64 at);
   void Skip(int64 limit, avi::Chunk const* cut);
-  int64 Find(int64 from, int64 limit);
-  void Take(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool torn = false);
-  bool Whole(avi::Chunk const& chunk);
+  int64 FindPacket(int64 from, int64 limit);
+  void KeepPacket(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool damaged = false);
+  bool IsIntact(avi::Chunk const& chunk);
   void Trim(avi::AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, avi::IndexEntry const* entry);
-  void Lose(unsigned id, int64 offset, int64 bytes);
+  void AddLoss(unsigned id, int64 offset, int64 bytes);
   void LoseMissing(int64 begin, int64 end);
 
   avi::RiffReader& _file;
   std::vector<avi::AviTrack> const& _tracks;
   Sink _sink;
-  int64 _position;                          // everything in front is settled
-  std::optional<avi::IndexEntry> _waiting;  // an entry that waits for the next one
-  int64 _told = 0;                          // where the entries that lead nowhere end, one by one
-  std::multimap<int64, avi::IndexEntry> _missing;  // entries that lead nowhere, by where they lead
-  std::vector<bool> _openKeys;  // by track: the index takes open starts for key frames
+  int64 _position;                                 // everything before it is done
+  std::optional<avi::IndexEntry> _waiting;         // the last entry, until the next one is known
+  int64 _missingEnd = 0;                           // end of the chunk of the last missing entry
+  std::multimap<int64, avi::IndexEntry> _missing;  // entries that point to no chunk, by offset
+  std::vector<bool> _openKeys;  // by track: the index marks open starts as key frames
   std::vector<std::uint8_t> _data;
-  bool _indexSeen = false;  // an index stood in the way: the data may end anywhere
+  bool _indexSeen = false;  // an index was found in the data: the data may end anywhere
   bool _stopped = false;
   SalvageCounts _counts;
 };

@@ -1,4 +1,4 @@
-// The times of packets that are recorded again.
+// Computes the times of packets that are recorded again.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,7 @@
 
 namespace kestro::tool {
 
-// Those that packets would have been recorded with: each frame and each sample follows the one
-// before.
+// Each frame or sample follows the one before without a gap.
 class TrackClock {
  public:
   explicit TrackClock(record::TrackInfo const& info) : _info(info) {}
@@ -18,9 +17,9 @@ class TrackClock {
     base::Fraction const rate = _info.IsAudio() ? base::Fraction(_info.rate, 1) : _info.frameRate;
     if (!rate.Positive()) return 0;
     std::int64_t const time = FrameTime_ns(rate, _position);
-    return time < 0 ? INT64_MAX / 4 : time;  // beyond what can be said
+    return time < 0 ? INT64_MAX / 4 : time;  // overflow
   }
-  void Pass(std::size_t bytes) {
+  void Advance(std::size_t bytes) {
     _position += _info.IsAudio() ? static_cast<std::int64_t>(bytes) / _info.FrameBytes() : 1;
   }
 

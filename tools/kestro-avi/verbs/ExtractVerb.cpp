@@ -17,8 +17,8 @@
 namespace kestro::tool {
 
 void ExtractVerb::AddTo(CLI::App& app) {
-  app.add_option("FILE", _file, "An AVI file")->required()->type_name("");
-  auto* track = app.add_option("--track", _wishes, "Write a track; tracks may share a container")
+  app.add_option("FILE", _file, "The AVI file")->required()->type_name("");
+  auto* track = app.add_option("--track", _tracks, "Write a track; several may go to one container")
                     ->type_name("N:OUT")
                     ->take_all()
                     ->expected(1)
@@ -26,9 +26,9 @@ void ExtractVerb::AddTo(CLI::App& app) {
   app.add_option("-o,--output", _folder, "Write every track into this folder")
       ->type_name("DIR")
       ->excludes(track);
-  app.add_option("--strd", _streamData, "Write what the first video track's strd chunk holds")
+  app.add_option("--strd", _streamData, "Write the content of the first video track's strd chunk")
       ->type_name("FILE");
-  app.add_option("--plugin", _plugin, "The plug-in, or its folder, for --strd")->type_name("PATH");
+  app.add_option("--plugin", _plugin, "The plug-in or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
   _progress.AddTo(app);
   app.footer(
@@ -37,14 +37,16 @@ void ExtractVerb::AddTo(CLI::App& app) {
       "  kestro-avi extract -o tracks out.avi\n"
       "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
       "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n\n"
-      "Nothing is encoded. The ending of OUT decides: .h264 or .264, .h265 or .hevc, .mjpeg or\n"
-      ".mjpg for a video stream, .wav for sound, .srt or .jsonl for text, a pattern such as\n"
-      "shot-%04d.jpg for one file a picture (.txt: a text), anything else a container that\n"
-      "libavformat writes. Without --track, -o and --strd the tracks are listed.\n\n"
-      "Text and motion JPEG do not come through \"play\", as the demuxer makes no tracks of them:\n"
-      "they are read from the chunks that the index names. A text carries no time: it gets that\n"
-      "of the next frame of the first video track; without video, the rate of its own track\n"
-      "counts.");
+      "Nothing is encoded. The extension of OUT selects the format: .h264 or .264, .h265 or "
+      ".hevc,\n"
+      ".mjpeg or .mjpg for a video stream, .wav for audio, .srt or .jsonl for text, a pattern "
+      "such\n"
+      "as shot-%04d.jpg for one file per picture (.txt: per text), any other extension for a\n"
+      "container of libavformat. Without --track, -o and --strd the tracks are listed.\n\n"
+      "\"play\" does not show text and motion JPEG, which the demuxer does not read; \"extract\" "
+      "reads\n"
+      "them from the file. The file stores no time for a text: it gets the time of the next frame\n"
+      "of the first video track or, without video, a time from the rate of its own track.");
 }
 
 void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
@@ -56,55 +58,56 @@ void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
     text += name.empty() ? "    cannot be extracted\n"
                          : "    --track " + std::to_string(i) + ":" + name + "\n";
   }
-  WriteData(text + "Several tracks may share a container, such as .mkv; -o DIR writes all.\n");
+  WriteData(text +
+            "Several tracks may go to one container, such as .mkv; -o DIR writes all tracks.\n");
 }
 
 static bool NeedsOrder(avi::AviTrack const& track, Target const& target) {
   return target.form == Target::kContainer && (track.codec == "h264" || track.codec == "hevc");
 }
 
-// Bytes of tracks to be read.
-std::uint64_t ExtractVerb::Work(avi::AviFile const& avi, Targets const& targets) const {
+// The total for the progress. Tracks whose frames are ordered first are read twice.
+std::uint64_t ExtractVerb::BytesToRead(avi::AviFile const& avi, Targets const& targets) const {
   std::uint64_t bytes = 0;
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
-    bool wanted = false, ordered = false;
+    bool selected = false, ordered = false;
     for (Target const& target : targets.List()) {
       bool const here =
           std::find(target.tracks.begin(), target.tracks.end(), i) != target.tracks.end();
-      wanted = wanted || here;
+      selected = selected || here;
       ordered = ordered || (here && NeedsOrder(avi.Tracks()[i], target));
     }
-    bytes += avi.Tracks()[i].bytes * (std::uint64_t{wanted} + std::uint64_t{ordered});
+    bytes += avi.Tracks()[i].bytes * (std::uint64_t{selected} + std::uint64_t{ordered});
   }
   return bytes;
 }
 
-// Containers want to know when each frame is shown, before the first one is written.
+// Containers store when each frame is shown, which must be known before the first one is written.
 void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress) {
   _orders.resize(avi.Tracks().size());
-  std::vector<bool> wanted(avi.Tracks().size());
+  std::vector<bool> selected(avi.Tracks().size());
   for (Target const& target : targets.List())
     for (std::size_t track : target.tracks) {
       if (!NeedsOrder(avi.Tracks()[track], target)) continue;
-      wanted[track] = true;
+      selected[track] = true;
       if (!_orders[track])
         _orders[track] =
             std::make_unique<FrameOrder>(LoadMedia().NewFrameParser(avi.Tracks()[track]));
     }
-  if (std::count(wanted.begin(), wanted.end(), true) == 0) return;
-  avi::TrackReader(avi, wanted).ForEach([&](std::size_t track, avi::Piece const& piece) {
+  if (std::count(selected.begin(), selected.end(), true) == 0) return;
+  avi::TrackReader(avi, selected).ForEach([&](std::size_t track, avi::Piece const& piece) {
     FrameOrder& order = *_orders[track];
     while (order.Count() < piece.position) order.Add(nullptr, 0);
     order.Add(piece.data, piece.size);
-    progress.At(_done += piece.size);
+    progress.Update(_done += piece.size);
     return !Interrupted();
   });
   for (auto const& order : _orders)
     if (order) order->Sort();
 }
 
-std::unique_ptr<Output> ExtractVerb::Open(avi::AviFile const& avi, Targets const& targets,
-                                          Target const& target) const {
+std::unique_ptr<Output> ExtractVerb::OpenOutput(avi::AviFile const& avi, Targets const& targets,
+                                                Target const& target) const {
   avi::AviTrack const& clock = avi.Tracks()[avi.ClockOf(target.tracks[0])];
   std::vector<ContainerTrack> tracks;
   for (std::size_t track : target.tracks)
@@ -141,18 +144,18 @@ int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& 
 
 int ExtractVerb::Copy(avi::AviFile& avi, Targets const& targets, Progress& progress) {
   std::vector<std::vector<std::pair<Output*, std::size_t>>> sinks(avi.Tracks().size());
-  std::vector<bool> wanted(avi.Tracks().size());
+  std::vector<bool> selected(avi.Tracks().size());
   for (Target const& target : targets.List()) {
-    _outputs.push_back(Open(avi, targets, target));
+    _outputs.push_back(OpenOutput(avi, targets, target));
     for (std::size_t n = 0; n < target.tracks.size(); ++n) {
       sinks[target.tracks[n]].emplace_back(_outputs.back().get(), n);
-      wanted[target.tracks[n]] = true;
+      selected[target.tracks[n]] = true;
     }
   }
-  avi::TrackReader reader(avi, wanted);
+  avi::TrackReader reader(avi, selected);
   reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
     for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
-    progress.At(_done += piece.size);
+    progress.Update(_done += piece.size);
     return !Interrupted();
   });
   if (Interrupted()) return kInterrupted;
@@ -160,7 +163,7 @@ int ExtractVerb::Copy(avi::AviFile& avi, Targets const& targets, Progress& progr
   return Finish(targets, reader.Faults());
 }
 
-// As an application gets it, from the demuxer.
+// Gets the chunk from the demuxer, as an application would.
 void ExtractVerb::WriteStreamData() {
   LoadAviPlugin(_plugin);
   auto const demuxer = NewDemuxer("CusAviDemuxer");
@@ -168,7 +171,7 @@ void ExtractVerb::WriteStreamData() {
   unsigned size = 0;
   if (!demuxer->StatusChange(stream::IStatus::kOpen) || !demuxer->Get("strdsize", size) ||
       size == 0)
-    throw Error(kUnusable, _file + ": no strd chunk with data in front of the tracks' data");
+    throw Error(kUnusable, _file + ": no strd chunk with content before the data");
   std::vector<std::uint8_t> data(size);
   unsigned char* buffer = data.data();
   if (!demuxer->Get("strddata", buffer))
@@ -181,30 +184,30 @@ int ExtractVerb::Run() {
   if (!_streamData.empty()) {
     Targets(avi, _file).CheckPath(_streamData, _force);
     WriteStreamData();
-    if (_wishes.empty() && _folder.empty()) return kOk;
+    if (_tracks.empty() && _folder.empty()) return kOk;
   }
-  if (_wishes.empty() && _folder.empty()) {
+  if (_tracks.empty() && _folder.empty()) {
     ListTracks(avi);
     return kOk;
   }
   Targets targets(avi, _file);
   if (_folder.empty())
-    targets.Ask(_wishes);
+    targets.AddSelected(_tracks);
   else
-    for (std::string const& left : targets.All(_folder)) {
-      Report("warning: " + left);
+    for (std::string const& skipped : targets.AddAll(_folder)) {
+      Report("warning: " + skipped);
       _findings = true;
     }
   targets.Check(_force);
   CatchSignals();
   for (std::string const& note : avi.Notes()) Report("note: " + _file + ": " + note);
   if (!avi.Indexed()) {
-    bool const amiss = avi.HasIndex() || avi.CutOff() || avi.IndexBase() < 0;
-    Report((amiss ? "warning: " : "note: ") + _file +
-           ": the index is missing or does not name all; every chunk in movi is taken");
-    _findings = _findings || amiss;
+    bool const damaged = avi.HasIndex() || avi.CutOff() || avi.IndexBase() < 0;
+    Report((damaged ? "warning: " : "note: ") + _file +
+           ": the index is missing or incomplete; reading every chunk in movi");
+    _findings = _findings || damaged;
   }
-  Progress progress(_progress, "extract", Progress::kBytes, Work(avi, targets));
+  Progress progress(_progress, "extract", Progress::kBytes, BytesToRead(avi, targets));
   OrderFrames(avi, targets, progress);
   return Interrupted() ? kInterrupted : Copy(avi, targets, progress);
 }

@@ -1,4 +1,4 @@
-// kestro-avi extract: tracks out of an AVI file.
+// kestro-avi extract: writes tracks of an AVI file to other files.
 #pragma once
 
 #include <memory>
@@ -24,22 +24,22 @@ class ExtractVerb {
 
  private:
   void ListTracks(avi::AviFile const& avi) const;
-  std::uint64_t Work(avi::AviFile const& avi, Targets const& targets) const;
+  std::uint64_t BytesToRead(avi::AviFile const& avi, Targets const& targets) const;
   void OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress);
-  std::unique_ptr<Output> Open(avi::AviFile const& avi, Targets const& targets,
-                               Target const& target) const;
+  std::unique_ptr<Output> OpenOutput(avi::AviFile const& avi, Targets const& targets,
+                                     Target const& target) const;
   void WriteStreamData();
   int Copy(avi::AviFile& avi, Targets const& targets, Progress& progress);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
   std::string _file, _folder, _streamData, _plugin;
-  std::vector<std::string> _wishes;
+  std::vector<std::string> _tracks;  // "N:OUT"
   bool _force = false;
   ProgressOption _progress;
 
-  std::vector<std::unique_ptr<FrameOrder>> _orders;  // by track, where needed
+  std::vector<std::unique_ptr<FrameOrder>> _orders;  // by track; null where not needed
   std::vector<std::unique_ptr<Output>> _outputs;     // by target
-  std::uint64_t _done = 0;                           // bytes of tracks
+  std::uint64_t _done = 0;                           // bytes read
   bool _findings = false;
 };
 

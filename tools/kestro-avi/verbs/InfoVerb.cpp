@@ -18,7 +18,7 @@ void InfoVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   app.add_flag("--json", _json, "Write JSON");
   app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
-  auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and a map of FILE")
+  auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and layout of FILE")
                    ->type_name("OUT.svg");
   app.add_flag("--force", _force, "Overwrite OUT.svg")->needs(plot);
   app.footer(
@@ -85,7 +85,7 @@ static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree
   return json;
 }
 
-// Escape sequences: of what says where a chunk is, and of its name.
+// Escape sequences for the columns and for the name of a chunk.
 static char const kFaint[] = "\033[2m";
 static char const* ColourOf(avi::Chunk const& chunk) {
   using base::Convert4;
@@ -95,7 +95,7 @@ static char const* ColourOf(avi::Chunk const& chunk) {
   return chunk.id == Convert4("JUNK") ? kFaint : "";
 }
 
-// The tree in lines, or its outermost chunks in one.
+// The tree, one chunk per line, or only the outermost chunks in one line.
 static std::string TreeText(avi::AviFile const& avi, bool whole) {
   std::string text = whole ? "" : "  layout:";
   auto const coloured = [on = ColouredOutput()](std::string const& plain, char const* colour) {
@@ -134,8 +134,8 @@ void InfoVerb::Draw(avi::AviFile& avi, std::string const& path) const {
 }
 
 int InfoVerb::Run() {
-  if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: one FILE is drawn");
-  return TellOfEach(_files, _json, [this](std::string const& path, Json& array) {
+  if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: takes only one FILE");
+  return ForEachFile(_files, _json, [this](std::string const& path, Json& array) {
     avi::AviFile avi(path);
     if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
     if (_json)

@@ -1,4 +1,4 @@
-// kestro-avi info: what AVI files hold.
+// kestro-avi info: describes AVI files.
 #pragma once
 
 #include <string>

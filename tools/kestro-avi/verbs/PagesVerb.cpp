@@ -12,7 +12,7 @@ namespace kestro::tool {
 
 void PagesVerb::AddTo(CLI::App& app) {
   app.group("");
-  app.add_option("KIND", _kind, "The shell to complete for, or man for the manual page")
+  app.add_option("KIND", _kind, "The shell for the completions, or man for the manual page")
       ->required()
       ->check(OneOf({"bash", "zsh", "fish", "man"}));
   app.footer(

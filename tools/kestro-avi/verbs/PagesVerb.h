@@ -1,4 +1,4 @@
-// kestro-avi generate: the manual page and the completions, for the build.
+// kestro-avi generate: writes the manual page and the shell completions. The build uses it.
 #pragma once
 
 #include <string>
@@ -11,9 +11,9 @@ namespace kestro::tool {
 
 class PagesVerb {
  public:
-  // `root` is the whole command line.
+  // `root`: the app with all commands.
   explicit PagesVerb(CLI::App const& root) : _root(root) {}
-  // The help does not show the verb.
+  // Adds the command without showing it in the help.
   void AddTo(CLI::App& app);
   int Run();
 

@@ -1,4 +1,4 @@
-// What people ask of the verb play.
+// The options of the command play.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +19,8 @@ class PlayOptions {
  public:
   using Mode = stream::IDemuxer::PlayMode;
 
-  void AddTo(CLI::App& app);  // the object outlives the app's use
-  // Turns the command line into what stands below. Throws Error.
+  void AddTo(CLI::App& app);  // the object must outlive the app
+  // Sets the members below from the command line. Throws Error.
   void Check();
 
   std::string file, plugin;

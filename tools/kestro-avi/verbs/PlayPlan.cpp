@@ -10,7 +10,7 @@ namespace kestro::tool {
 
 using Mode = PlayOptions::Mode;
 
-// The demuxer takes the index as it is.
+// The demuxer does not check the index itself.
 void PlayPlan::CheckIndex(PlayOptions const& options, avi::AviFile const& avi) {
   auto const refuse = [&options](std::string const& why) {
     throw Error(kUnusable, options.file + ": " + why);
@@ -21,24 +21,24 @@ void PlayPlan::CheckIndex(PlayOptions const& options, avi::AviFile const& avi) {
     for (avi::Chunk const& chunk : avi.Tree())
       if (avi::CodeText(chunk.type) == "movi") end = std::min(end, chunk.end);
     refuse(
-        "no index (idx1) at offset " + std::to_string(end) + ", behind the data: " +
-        (avi.CutOff() ? "the recording was cut off before it was closed" : "its writer made none"));
+        "no index (idx1) at offset " + std::to_string(end) + ", after the data: " +
+        (avi.CutOff() ? "the recording was cut off before it was closed" : "it was not written"));
   }
   if (avi.IndexBase() > 0)
-    refuse("the offsets in the index" + at + " count from the movi list at offset " +
-           std::to_string(avi.IndexBase() - 8) +
-           ", as other writers do it, and the demuxer counts from the beginning of the file; "
-           "\"extract\" can read it");
+    refuse(
+        "the offsets in the index" + at + " are relative to the movi list at offset " +
+        std::to_string(avi.IndexBase() - 8) +
+        ", but the demuxer needs offsets from the beginning of the file; \"extract\" can read it");
   if (avi.IndexBase() < 0)
     refuse(
         "the index" + at +
-        (avi.IndexChunk().size < 16 ? " is empty" : ": its first entry does not lead to a chunk"));
+        (avi.IndexChunk().size < 16 ? " is empty" : ": its first entry does not point to a chunk"));
 }
 
-static std::string WhyNot(avi::AviTrack const& track) {
-  if (track.type == "text") return "the demuxer plays no text (\"extract\" reads it)";
-  if (track.codec == "mjpeg") return "the demuxer plays no motion JPEG (\"extract\" reads it)";
-  return track.codec == "aac" ? "the demuxer plays no AAC" : "the demuxer does not know it";
+static std::string WhyNotPlayed(avi::AviTrack const& track) {
+  if (track.type == "text") return "the demuxer does not play text (\"extract\" reads it)";
+  if (track.codec == "mjpeg") return "the demuxer does not play motion JPEG (\"extract\" reads it)";
+  return track.codec == "aac" ? "the demuxer does not play AAC" : "the demuxer does not support it";
 }
 
 std::string PlayPlan::Name(std::size_t track) const {
@@ -51,14 +51,14 @@ PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& 
     : _options(options), _avi(avi) {
   std::vector<std::size_t> const videos = player.Videos();
   _tracks = player.Published();
-  NoteTheRest(videos);
-  for (auto const& [track, taken] : player.TakenFor())
-    if (taken != track)
-      throw Error(kUnusable, options.file + ": " + Name(taken) +
-                                 " is unknown to the demuxer, which would take its packets for "
-                                 "those of the tracks behind it");
+  ReportSkipped(videos);
+  for (auto const& [track, source] : player.PacketSources())
+    if (source != track)
+      throw Error(kUnusable, options.file + ": " + Name(source) +
+                                 " is unknown to the demuxer, which would mix up its packets with "
+                                 "those of the tracks after it");
   if (_tracks.empty() && videos.empty())
-    throw Error(kUnusable, options.file + ": no track that the demuxer knows");
+    throw Error(kUnusable, options.file + ": no track that the demuxer supports");
   if (options.video >= std::max<std::size_t>(videos.size(), 1)) {
     std::string others;
     for (std::string const& note : _notes)
@@ -68,26 +68,26 @@ PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& 
                             others);
   }
   ChooseLeader();
-  if (options.mode != Mode::kNormal && !_leads)
+  if (options.mode != Mode::kNormal && !_hasLeader)
     throw Error(kUsage, "--mode " + options.modeName + ": " + options.file + " has no such track");
 }
 
-void PlayPlan::NoteTheRest(std::vector<std::size_t> const& videos) {
+void PlayPlan::ReportSkipped(std::vector<std::size_t> const& videos) {
   auto const has = [](std::vector<std::size_t> const& list, std::size_t track) {
     return std::find(list.begin(), list.end(), track) != list.end();
   };
   for (std::size_t i = 0; i < _avi.Tracks().size(); ++i)
     if (!has(_tracks, i) && !has(videos, i)) {
-      _notes.push_back(Name(i) + " is left out: " + WhyNot(_avi.Tracks()[i]));
+      _notes.push_back(Name(i) + " is not played: " + WhyNotPlayed(_avi.Tracks()[i]));
       Report("note: " + _options.file + ": " + _notes.back());
     }
 }
 
 void PlayPlan::ChooseLeader() {
-  for (std::size_t i = 0; i < _tracks.size() && !_leads; ++i) {
+  for (std::size_t i = 0; i < _tracks.size() && !_hasLeader; ++i) {
     avi::AviTrack const& track = _avi.Tracks()[_tracks[i]];
     if ((track.type == "video") == (_options.mode == Mode::kAudio)) continue;
-    _leads = true;
+    _hasLeader = true;
     _leader = i;
     _length_ms = track.duration_ms;
   }

@@ -1,4 +1,4 @@
-// Which tracks of a file are played, as the demuxer says.
+// Decides which tracks of a file are played.
 #pragma once
 
 #include <string>
@@ -15,20 +15,20 @@ class PlayPlan {
   // Throws Error for an index that the demuxer cannot use.
   static void CheckIndex(PlayOptions const& options, avi::AviFile const& avi);
 
-  // Asks the demuxer, which has opened the file, and reports what is left out. Throws Error where
-  // what is asked cannot be played.
+  // Gets the tracks from the player's demuxer, and reports those that are not played. Throws Error
+  // when the options cannot be met.
   PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player);
 
-  std::size_t Track(std::size_t output) const { return _tracks[output]; }  // its number in the file
+  std::size_t Track(std::size_t output) const { return _tracks[output]; }  // number in the file
   bool Plays(std::size_t track) const;
-  std::size_t Leader() const { return _leader; }         // the output whose times count
+  std::size_t Leader() const { return _leader; }         // the output that --from and --to refer to
   std::int64_t Length_ms() const { return _length_ms; }  // of the leader
-  // How much of its time is played; 0 where seeks make that unknown.
+  // How much of the leader is played; 0 when seeks make that unknown.
   std::int64_t Expected_ms() const;
 
  private:
   std::string Name(std::size_t track) const;
-  void NoteTheRest(std::vector<std::size_t> const& videos);
+  void ReportSkipped(std::vector<std::size_t> const& videos);
   void ChooseLeader();
 
   PlayOptions const& _options;
@@ -36,8 +36,8 @@ class PlayPlan {
   std::vector<std::size_t> _tracks;
   std::size_t _leader = 0;
   std::int64_t _length_ms = 0;
-  bool _leads = false;
-  std::vector<std::string> _notes;  // what is left out
+  bool _hasLeader = false;
+  std::vector<std::string> _notes;  // about tracks that are not played
 };
 
 }  // namespace kestro::tool

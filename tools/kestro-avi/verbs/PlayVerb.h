@@ -1,4 +1,4 @@
-// kestro-avi play: what the demuxer delivers.
+// kestro-avi play: lists the packets that the demuxer delivers.
 #pragma once
 
 #include <chrono>
@@ -22,24 +22,25 @@ class PlayVerb {
 
  private:
   void CheckKeys(avi::AviFile& avi);
-  void Position(Player& player);
+  void SetStart(Player& player);
   Player::Event Next(Player& player, Delivered& packet);
-  Player::Event Go(Player& player, int64 ms);
-  int List(Player& player, avi::AviFile& avi);
-  bool Beyond(Delivered const& packet) const;
-  bool NextSeek();
-  void Pace(Delivered const& packet);
+  Player::Event SeekTo(Player& player, int64 ms);
+  int ListPackets(Player& player, avi::AviFile& avi);
+  bool IsPastEnd(Delivered const& packet) const;
+  bool StartNextSeek();
+  void ReportFailure(Player const& player, std::uint64_t packets) const;
+  void WaitFor(Delivered const& packet);
   void Print(Delivered const& packet) const;
-  std::string Fault(avi::AviFile& avi, Delivered const& packet) const;
+  std::string CheckPacket(avi::AviFile& avi, Delivered const& packet) const;
   void Warn(std::string const& what);
 
   PlayOptions _options;
   std::optional<PlayPlan> _plan;
-  std::optional<int64> _goTo_ms;  // before the next packet
+  std::optional<int64> _seek_ms;  // seek there before the next packet
   std::size_t _seeksDone = 0;
-  int _code = 0;  // what is returned so far
+  int _code = 0;  // exit code so far
 
-  bool _paced = false;  // the two below are set
+  bool _paced = false;  // the two members below are set
   int64 _origin_ms = 0;
   std::chrono::steady_clock::time_point _begin;
 };

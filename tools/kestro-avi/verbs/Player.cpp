@@ -27,20 +27,20 @@ Player::Player(std::string const& path, std::size_t outputs, unsigned video,
   _demuxer = NewDemuxer(preload ? "CusAviDemuxer" : "avi-demuxer");
   _demuxer->OnMessage(
       [this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {
-        if (std::strcmp(type, "eos") == 0) Happened(kEnd);
-        if (std::strcmp(type, "error") == 0) Happened(kFailed);
+        if (std::strcmp(type, "eos") == 0) SetEvent(kEnd);
+        if (std::strcmp(type, "error") == 0) SetEvent(kFailed);
         return true;
       });
   _demuxer->Set("io", static_cast<base::IO*>(&_io));
   if (video != 0) _demuxer->Set("plyVidCtrl", video);
   if (preload && !(_demuxer->Set("preloadsz", *preload) && _demuxer->Set("vlcPreload", true)))
-    throw Error(kIo, path + ": no cache can be made");
+    throw Error(kIo, path + ": the cache cannot be created");
   for (std::size_t i = 0; i < outputs; ++i) {
     _inputs.push_back(AddInput());
     if (!stream::IPort::Link(*_demuxer->AddOutput(), *_inputs.back()))
       throw Error(kIo, path + ": the demuxer cannot be linked");
   }
-  // The demuxer with a cache opens what it cannot play, too.
+  // The demuxer with a cache also opens files that it cannot play.
   if (!_demuxer->StatusChange(IStatus::kOpen))
     throw Error(kUnusable, path + ": the demuxer cannot open it");
   _opened = !std::exchange(_waiting, false);
@@ -61,7 +61,7 @@ std::size_t Player::TrackOf(stream::IMedia& media) {
   int track = 0, id = 0;
   media.Get("track", track);
   media.Get("id", id);
-  _takenFor[static_cast<std::size_t>(track)] = static_cast<std::size_t>(id);
+  _packetSources[static_cast<std::size_t>(track)] = static_cast<std::size_t>(id);
   return static_cast<std::size_t>(track);
 }
 
@@ -72,16 +72,16 @@ std::vector<std::size_t> Player::Published() {
   return tracks;
 }
 
-// Chooses one after the other, until there is no other.
+// Selects one after the other until the last one.
 std::vector<std::size_t> Player::Videos() {
   std::vector<std::size_t> tracks;
   for (unsigned video = 0;; ++video) {
     _demuxer->Set("plyVidCtrl", video);
-    auto const carries = std::find_if(_inputs.begin(), _inputs.end(), [](stream::IPort* input) {
+    auto const found = std::find_if(_inputs.begin(), _inputs.end(), [](stream::IPort* input) {
       return input->Media() && input->Media()->IsVideo();
     });
-    if (carries == _inputs.end()) break;
-    std::size_t const track = TrackOf(*(*carries)->Media());
+    if (found == _inputs.end()) break;
+    std::size_t const track = TrackOf(*(*found)->Media());
     if (!tracks.empty() && tracks.back() == track) break;
     tracks.push_back(track);
   }
@@ -112,7 +112,7 @@ int64 Player::FailedAt() const {
   return refused >= 0 ? refused : _demuxer->Stream()->Tell();
 }
 
-void Player::Happened(Event event) {
+void Player::SetEvent(Event event) {
   std::lock_guard lock(_mutex);
   _event = event;
   _waiting = true;
@@ -124,7 +124,7 @@ Player::Event Player::Next(Delivered& packet) {
   constexpr auto kSlice = std::chrono::milliseconds(50);
   if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
   std::unique_lock lock(_mutex);
-  // Only what was handed out: another one may wait already, after a seek at the end.
+  // Release only a packet that was returned: after a seek at the end another one may wait already.
   if (!_waiting) _held = false;
   _changed.notify_all();
   while (!_changed.wait_for(lock, kSlice, [this] { return _waiting; }))

@@ -16,8 +16,8 @@ using base::IProperty;
 
 void PluginVerb::AddTo(CLI::App& app) {
   auto* const json = app.add_flag("--json", _json, "Write JSON");
-  app.add_flag("--markdown", _markdown, "Write a page of tables")->excludes(json);
-  app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
+  app.add_flag("--markdown", _markdown, "Write a page of Markdown tables")->excludes(json);
+  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
   app.footer("Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
 }
 
@@ -26,7 +26,7 @@ static std::string Version(unsigned version) {
          std::to_string(version & 0xFF);
 }
 
-// The value on a fresh object; empty where there is none or it has no text form.
+// The value on a new object; empty when it has none or no text form.
 static std::string Default(base::Object* fresh, IProperty const& property) {
   std::string text;
   if (fresh == nullptr || !property.CanRead() || !property.Get(*fresh, &text, typeid(text)))
@@ -87,7 +87,7 @@ static std::string Text(Json const& classes) {
   return text;
 }
 
-// A table cell: a bar would end it.
+// Escapes a table cell: a bar would end it.
 static std::string Cell(std::string text) {
   for (std::size_t at = 0; (at = text.find('|', at)) != text.npos; at += 2) text.insert(at, "\\");
   return text;

@@ -1,4 +1,4 @@
-// kestro-avi plugin: what the plug-in registers.
+// kestro-avi plugin: lists the classes and properties of the plug-in.
 #pragma once
 
 #include <string>

@@ -15,7 +15,7 @@
 namespace kestro::tool {
 
 static constexpr unsigned kMaxJunk = 64 << 20;
-static constexpr unsigned kMaxCacheBlocks = 2000;  // not quite 1 GiB
+static constexpr unsigned kMaxCacheBlocks = 2000;  // just below 1 GiB
 
 static constexpr char kHelp[] =
     "Examples:\n"
@@ -24,32 +24,36 @@ static constexpr char kHelp[] =
     "  kestro-avi record -o cam-%05d.avi --segment-time 10:00 --sync in-place "
     "rtsp://camera/stream\n"
     "  kestro-avi record -o out.avi --sync image --reserve-time 4:00:00 v4l2:/dev/video0\n\n"
-    "Times are seconds or [h:]m:s, sizes are bytes or have K, M or G behind them. Video is H.264,\n"
-    "HEVC or motion JPEG, also a numbered series of JPEG files, and is recorded as it is. Sound "
-    "is\n"
-    "recorded as 16-bit PCM. The whole part of the frame rate is stored: 30000/1001 becomes 29.\n\n"
-    "Text is SRT, WebVTT, ASS, a container's text subtitles, or a file .jsonl with a line\n"
-    "{\"pts_ms\": 1500, \"text\": \"hello\"} for each. It is recorded without styles and without "
-    "times:\n"
-    "each text lies directly in front of the frame of the first video track that is nearest to "
-    "its\n"
-    "time, and readers take that frame's time for its own.\n\n"
-    "Tracks have the order of the inputs; those of motion JPEG and text come last.\n\n"
-    "A new file begins at the first key frame that would otherwise carry the file beyond its size\n"
-    "or its time. OUT.avi is followed by OUT-00002.avi, cam-%05d.avi is cam-00001.avi and so on;\n"
-    "numbers that exist are left out. Nothing is lost between the files.\n\n"
-    "With --sync, what is recorded stays playable when the recording is cut off: in-place keeps "
-    "the\n"
-    "index up to date in front of the data; image writes it there at once with the headers, after\n"
-    "at least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is complete.\n"
-    "In-place and image write the index after the data, too, when a file is closed: most players\n"
-    "look only there.\n\n"
-    "With --realtime a queue of 10 s and 64 MiB keeps stalls of the medium from the inputs. A "
-    "block\n"
-    "of the cache is 512 KiB: to bridge a stall takes bytes per second * seconds / 512 KiB + 1.";
+    "Times are seconds or [h:]m:s; sizes are bytes, or end with K, M or G. Video may be H.264, "
+    "HEVC\n"
+    "or motion JPEG, also a numbered series of JPEG files, and is recorded unchanged. Audio is\n"
+    "recorded as 16-bit PCM. Only the whole part of the frame rate is stored: 30000/1001 becomes\n"
+    "29.\n\n"
+    "Text may be SRT, WebVTT, ASS, text subtitles in a container, or a .jsonl file with lines "
+    "such\n"
+    "as {\"pts_ms\": 1500, \"text\": \"hello\"}. It is recorded without styles and times: each "
+    "text is\n"
+    "stored directly before the frame of the first video track that is nearest to its time, and\n"
+    "readers give it the time of that frame.\n\n"
+    "Tracks are in the order of the inputs; motion JPEG and text come last.\n\n"
+    "A new file starts at a key frame: the first one after the time limit, or the last one before\n"
+    "the file would exceed its size limit. OUT.avi is followed by OUT-00002.avi; cam-%05d.avi "
+    "creates\n"
+    "cam-00001.avi and so on. Numbers of existing files are skipped. Nothing is lost between the\n"
+    "files.\n\n"
+    "With --sync, the file stays playable when the recording is cut off: in-place keeps an index\n"
+    "before the data up to date; image rewrites that index together with the headers after at\n"
+    "least 512 KiB of data; callback keeps both in OUT.avi.sync until the file is closed. "
+    "In-place\n"
+    "and image also write an index after the data when a file is closed, because most players "
+    "look\n"
+    "only there.\n\n"
+    "With --realtime, a queue of 10 s and 64 MiB decouples the inputs from stalls of the storage.\n"
+    "A cache block is 512 KiB; bridging a stall takes bytes per second * seconds / 512 KiB + 1\n"
+    "blocks.";
 
 void RecordOptions::AddTo(CLI::App& app) {
-  app.add_option("INPUT", addresses, "Files or addresses: their video, sound and text")
+  app.add_option("INPUT", addresses, "Files or addresses to record video, audio and text from")
       ->required()
       ->type_name("");
   app.add_option("-o,--output", recorder.path, "The AVI file to write")
@@ -65,25 +69,25 @@ void RecordOptions::AddTo(CLI::App& app) {
 }
 
 void RecordOptions::AddTracks(CLI::App& app) {
-  app.add_option("--fps", _rate, "Frame rate of the video, overrides the input's")
+  app.add_option("--fps", _rate, "Frame rate of the video, instead of the input's")
       ->type_name("N[/D]");
-  app.add_flag("--no-audio", _noAudio, "Leave out the sound");
-  app.add_flag("--no-video", _noVideo, "Leave out the video");
-  app.add_flag("--no-text", _noText, "Leave out the text");
-  app.add_option("--start", _start, "Begin with the key frame at or before this time")
+  app.add_flag("--no-audio", _noAudio, "Do not record audio");
+  app.add_flag("--no-video", _noVideo, "Do not record video");
+  app.add_flag("--no-text", _noText, "Do not record text");
+  app.add_option("--start", _start, "Start at the key frame at or before this time")
       ->type_name("T");
-  app.add_option("--duration", _duration, "Record this much")->type_name("T");
-  auto* pace = app.add_flag("--realtime", realtime, "Pace by the packets' times");
+  app.add_option("--duration", _duration, "Record only this long")->type_name("T");
+  auto* pace = app.add_flag("--realtime", realtime, "Record in real time");
   app.add_flag("--drop", recorder.queue.drop,
-               "Leave out groups of pictures rather than wait while OUT stalls")
+               "Drop groups of pictures instead of waiting while OUT stalls")
       ->needs(pace);
 }
 
 void RecordOptions::AddFiles(CLI::App& app) {
   app.add_flag("--force", recorder.overwrite, "Overwrite OUT");
-  app.add_option("--segment-size", _segmentSize, "Begin a new file before this size [2G]")
+  app.add_option("--segment-size", _segmentSize, "Start a new file before this size [2G]")
       ->type_name("BYTES");
-  app.add_option("--segment-time", _segmentTime, "Begin a new file after this time")
+  app.add_option("--segment-time", _segmentTime, "Start a new file after this time")
       ->type_name("T");
 }
 
@@ -91,11 +95,13 @@ void RecordOptions::AddSyncs(CLI::App& app) {
   app.add_option("--sync", _sync, "Keep the file playable while it is recorded")
       ->type_name("MODE")
       ->check(OneOf({"in-place", "image", "callback", "off"}));
-  app.add_option("--sync-interval", _interval, "From sync to sync [3]")->type_name("T");
-  app.add_option("--reserve-time", _reserveTime, "Reserve an index for files this long [1:00:00]")
+  app.add_option("--sync-interval", _interval, "Time between syncs [3]")->type_name("T");
+  app.add_option("--reserve-time", _reserveTime,
+                 "Reserve index space for files of this length [1:00:00]")
       ->type_name("T");
-  app.add_option("--reserve", _reserve, "The size of that reserve instead")->type_name("BYTES");
-  app.add_flag("--front-index-only", _frontOnly, "Keep the index before the data alone");
+  app.add_option("--reserve", _reserve, "Reserve this much index space instead")
+      ->type_name("BYTES");
+  app.add_flag("--front-index-only", _frontOnly, "Do not add an index after the data");
 }
 
 void RecordOptions::AddTags(CLI::App& app) {
@@ -105,32 +111,33 @@ void RecordOptions::AddTags(CLI::App& app) {
   app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
       ->type_name("TEXT");
   app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
-  app.add_option("--junk", tags.junk, "Bytes of JUNK ahead of the data")
+  app.add_option("--junk", tags.junk, "Bytes of JUNK before the data")
       ->type_name("BYTES")
       ->check(CLI::Range(0u, kMaxJunk));
 }
 
 void RecordOptions::AddSettings(CLI::App& app) {
   auto* spill = app.add_option("--index-spill", _spillSeconds,
-                               "Keep this much index in memory, the rest in a temporary file")
+                               "Keep this much index in memory and the rest in a temporary file")
                     ->type_name("SECONDS")
                     ->check(CLI::Range(0, 1 << 24));
-  app.add_option("--spill-dir", recorder.spillFolder, "Where that file lies")
+  app.add_option("--spill-dir", recorder.spillFolder, "Folder of that temporary file")
       ->type_name("DIR")
       ->needs(spill);
-  app.add_option("--cache", recorder.cacheBlocks, "Blocks that may wait for the medium [3]")
+  app.add_option("--cache", recorder.cacheBlocks, "Number of write cache blocks [3]")
       ->type_name("BLOCKS")
       ->check(CLI::Range(1u, kMaxCacheBlocks));
-  app.add_option("--set", _settings, "Set a property of the muxer; the verb plugin lists them")
+  app.add_option("--set", _settings,
+                 "Set a property of the muxer (\"kestro-avi plugin\" lists them)")
       ->type_name("NAME=VALUE")
       ->take_all()
       ->expected(1)
       ->allow_extra_args(false);
-  app.add_option("--plugin", plugin, "The plug-in, or its folder")->type_name("PATH");
+  app.add_option("--plugin", plugin, "The plug-in or its folder")->type_name("PATH");
 }
 
 static std::vector<char> ReadFile(std::string const& path) {
-  constexpr std::size_t kMost = 16 << 20;  // the head of a file is rewritten whole at its end
+  constexpr std::size_t kMost = 16 << 20;  // closing a file rewrites its whole header
   std::error_code none;
   std::ifstream file(path, std::ios::binary);
   if (!file || std::filesystem::is_directory(path, none))
@@ -184,12 +191,13 @@ void RecordOptions::CheckSync() {
     throw Error(kUsage, "--front-index-only: needs --sync in-place or image");
   sync.ordinary = !_frontOnly;
   if (syncs && recorder.spillSeconds)
-    throw Error(kUsage, "--index-spill: does not go with --sync, which keeps the index in memory");
+    throw Error(kUsage,
+                "--index-spill: cannot be used with --sync, which keeps the index in memory");
 
   if (!_interval.empty()) sync.interval_ns = ParseTime_ns("--sync-interval", _interval);
   if (sync.interval_ns < 1000000 || sync.interval_ns / 1000000 > UINT32_MAX)
-    throw Error(kUsage, "--sync-interval: is from 1 ms to 49 days");
-  // The longest that a file can be, as far as that was said; it ends with a group of pictures.
+    throw Error(kUsage, "--sync-interval: must be between 1 ms and 49 days");
+  // By default for the longest possible file, which ends with a whole group of pictures.
   if (timeline.duration_ns > 0) sync.reserve_ns = timeline.duration_ns;
   std::int64_t const file_ns = recorder.segments.time_ns;
   if (file_ns > 0)

@@ -1,4 +1,4 @@
-// What people ask of the verb record.
+// The options of the command record.
 #pragma once
 
 #include <string>
@@ -16,8 +16,8 @@ namespace kestro::tool {
 
 class RecordOptions {
  public:
-  void AddTo(CLI::App& app);  // the object outlives the app's use
-  // Turns the command line into what stands below. Throws Error.
+  void AddTo(CLI::App& app);  // the object must outlive the app
+  // Sets the members below from the command line. Throws Error.
   void Check();
 
   std::vector<std::string> addresses;

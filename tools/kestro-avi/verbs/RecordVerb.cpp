@@ -18,17 +18,17 @@ namespace kestro::tool {
 
 using Clock = std::chrono::steady_clock;
 
-// Progress is that of reading the inputs, where their sizes tell all, or that of recorded time.
-Progress RecordVerb::Watch(Session const& session) const {
+// Counts bytes of the inputs if their sizes are known and all is recorded, else recorded time.
+Progress RecordVerb::NewProgress(Session const& session) const {
   std::int64_t const duration_ns = _options.timeline.duration_ns;
-  std::int64_t const size = duration_ns < 0 ? session.Reach().size : 0;
+  std::int64_t const size = duration_ns < 0 ? session.ReadSoFar().size : 0;
   if (size > 0)
     return {_options.progress, "record", Progress::kBytes, static_cast<std::uint64_t>(size)};
   return {_options.progress, "record", Progress::kTime_ms,
           static_cast<std::uint64_t>(std::max<std::int64_t>(0, duration_ns / 1000000))};
 }
 
-// Moves packets until the end, a signal or an error. False when recording ended for an error.
+// Records packets until the end, a signal or an error. Returns false after an error.
 bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) const {
   bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
@@ -52,15 +52,15 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
     std::snprintf(speed, sizeof speed, "%.1fx",
                   static_cast<double>(end_ns) / 1e9 / progress.Seconds());
     std::int64_t const end_ms = end_ns / 1000000;
-    progress.Show(static_cast<std::uint64_t>(byBytes ? session.Reach().position : end_ms),
+    progress.Show(static_cast<std::uint64_t>(byBytes ? session.ReadSoFar().position : end_ms),
                   Quantity(packets, "packet") + ", " +
                       (byBytes ? Seconds(end_ms) + ", " : std::string()) + speed);
   }
   return true;
 }
 
-// What happened to the files; nothing else reports while the recorder does.
-void RecordVerb::Heed(record::Event const& event) {
+// Called by the recorder. Nothing else is reported at the same time.
+void RecordVerb::HandleEvent(record::Event const& event) {
   if (event.kind == record::Event::kClosed) Report(event.text);
   if (event.kind == record::Event::kNote) Report("note: " + event.text);
   if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
@@ -76,14 +76,14 @@ static std::vector<std::string> Stalls(record::Status const& status) {
 static std::vector<std::string> Losses(record::Status const& status) {
   if (status.dropped == 0) return {};
   return {"the output stalled: " + Quantity(status.dropped, "packet") + " of " +
-          Quantity(status.droppedGroups, "group") + " of pictures are left out"};
+          Quantity(status.droppedGroups, "group") + " of pictures were dropped"};
 }
 
 static void ReportAll(char const* what, std::vector<std::string> const& texts) {
   for (std::string const& text : texts) Report(what + text);
 }
 
-// Ends the last file, says what is amiss and chooses the exit code.
+// Ends the last file, reports all problems and returns the exit code.
 int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progress& progress,
                        bool complete) const {
   record::Result const result = recorder.Stop();
@@ -103,12 +103,13 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
   if (!complete) return kIo;
   if (Interrupted()) return kInterrupted;
   if (status.packets == 0)
-    throw Error(kUnusable, "nothing was recorded: no key frame, sound or text in the wanted part");
+    throw Error(kUnusable,
+                "nothing was recorded: no key frame, audio or text in the selected part");
   if (!failures.empty()) return kIo;
   return _warnings.empty() && findings.empty() && losses.empty() ? kOk : kFindings;
 }
 
-void RecordVerb::Announce(Session const& session, record::Recorder const& recorder) const {
+void RecordVerb::ReportNotes(Session const& session, record::Recorder const& recorder) const {
   ReportAll("note: ", session.Notes());
   for (record::TrackInfo const& info : session.Tracks()) {
     std::string const note = info.IsVideo() ? SpeedNote(info.name, info.frameRate) : "";
@@ -119,7 +120,7 @@ void RecordVerb::Announce(Session const& session, record::Recorder const& record
   if (std::string const sync = recorder.DescribeSync(); !sync.empty()) Report("note: " + sync);
 }
 
-// The recorder would only say that it is refused.
+// The recorder only reports that a property is not accepted. This also suggests a name.
 void RecordVerb::CheckProperties() const {
   bool const syncs = _options.recorder.sync.mode != record::SyncOptions::kOff;
   auto const* muxer =
@@ -133,7 +134,7 @@ void RecordVerb::CheckProperties() const {
       for (auto const& property : *list) names.push_back(property->Name());
     std::string const meant = DidYouMean(name, names);
     throw Error(kUsage, "--set: the muxer has no property '" + name + "'" +
-                            (meant.empty() ? " (the verb plugin lists them)" : meant));
+                            (meant.empty() ? " (\"kestro-avi plugin\" lists them)" : meant));
   }
 }
 
@@ -145,10 +146,10 @@ int RecordVerb::Run() {
   _options.input.interrupted = Interrupted;
   auto const session =
       LoadMedia().OpenInputs(_options.addresses, _options.input, _options.timeline);
-  _options.recorder.onEvent = [this](record::Event const& event) { Heed(event); };
+  _options.recorder.onEvent = [this](record::Event const& event) { HandleEvent(event); };
   auto const recorder = OpenRecorder(_options.recorder, session->Tracks());
-  Announce(*session, *recorder);
-  Progress progress = Watch(*session);
+  ReportNotes(*session, *recorder);
+  Progress progress = NewProgress(*session);
   bool const complete = Record(*session, *recorder, progress);
   return Finish(*session, *recorder, progress, complete);
 }

@@ -1,4 +1,4 @@
-// kestro-avi record: real video and audio into AVI files.
+// kestro-avi record: records inputs into AVI files.
 #pragma once
 
 #include <string>
@@ -13,19 +13,19 @@ namespace kestro::tool {
 class RecordVerb {
  public:
   void AddTo(CLI::App& app) { _options.AddTo(app); }
-  int Run();  // an ExitCode; throws Error
+  int Run();  // returns an ExitCode; throws Error
 
  private:
   void CheckProperties() const;
-  void Heed(record::Event const& event);
-  void Announce(Session const& session, record::Recorder const& recorder) const;
-  Progress Watch(Session const& session) const;
+  void HandleEvent(record::Event const& event);
+  void ReportNotes(Session const& session, record::Recorder const& recorder) const;
+  Progress NewProgress(Session const& session) const;
   bool Record(Session& session, record::Recorder& recorder, Progress& progress) const;
   int Finish(Session const& session, record::Recorder& recorder, Progress& progress,
              bool complete) const;
 
   RecordOptions _options;
-  std::vector<std::string> _warnings, _errors;  // of the recorder, which calls Heed
+  std::vector<std::string> _warnings, _errors;  // from HandleEvent
 };
 
 }  // namespace kestro::tool

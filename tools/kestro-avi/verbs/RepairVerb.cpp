@@ -15,35 +15,33 @@ namespace kestro::tool {
 using Source = RepairReport::Source;
 
 void RepairVerb::AddTo(CLI::App& app) {
-  app.add_option("IN", _job.input, "A recording, which is only read")->required()->type_name("");
+  app.add_option("IN", _job.input, "The recording; it is not changed")->required()->type_name("");
   app.add_option("-o,--output", _job.output, "The AVI file to write")
       ->required()
       ->type_name("OUT.avi");
-  app.add_option("--image", _job.image,
-                 "The side file of headers and index; that of IN is found by itself")
+  app.add_option("--image", _job.image, "The side file with headers and index [IN.sync]")
       ->type_name("FILE");
-  app.add_option("--fps", _rate, "Frame rate of the video, overrides that of IN")
+  app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
       ->type_name("N[/D]");
   app.add_flag("--json", _json, "Write the report as JSON");
   app.add_flag("--force", _job.force, "Overwrite OUT");
   _progress.AddTo(app);
-  app.add_option("--plugin", _plugin, "The plug-in, or its folder")->type_name("PATH");
+  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
   app.footer(
       "Examples:\n"
       "  kestro-avi repair cut.avi -o whole.avi\n"
       "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
       "  kestro-avi repair --fps 30 camera.avi -o whole.avi\n"
       "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n\n"
-      "Packets are taken as they are, in the order of IN: first those that the side file or the\n"
-      "index of IN names, then those that stand in the data itself, also behind damaged parts. A\n"
-      "packet that is cut or whose beginning is gone is dropped. Key frames are told by the coded\n"
-      "data. OUT is an ordinary recording with the index behind the data, which also makes an\n"
-      "undamaged file with its index in front one that every player seeks in. As \"record\" does,\n"
-      "it stores the whole part of the frame rate and puts motion JPEG and text last.\n\n"
-      "Exit codes: 0 OUT holds all that is in IN, 1 something of it was lost or left out, 3 "
-      "cannot\n"
-      "be read or written, 4 beyond use (no stream headers, no whole packet, the side file of\n"
-      "another recording).");
+      "Packets are copied unchanged and in the order of IN. They are found with the side file or\n"
+      "the index of IN, and by searching the data, also after damaged parts. Packets that are cut\n"
+      "or whose start is lost are dropped. Key frames are detected in the coded data. OUT is an\n"
+      "ordinary recording with the index after the data: repairing an undamaged file with its\n"
+      "index before the data makes it seekable in every player. Like \"record\", it stores the\n"
+      "whole part of the frame rate and puts motion JPEG and text last.\n\n"
+      "Exit codes: 0 OUT has everything that is in IN, 1 something was lost or left out, 3 I/O\n"
+      "error, 4 not repairable (no stream headers, no complete packet, the side file of another\n"
+      "recording).");
 }
 
 static std::string Packets(Counted const& count) {
@@ -76,9 +74,9 @@ std::string RepairVerb::Text(RepairReport const& report) const {
     if (count != 0) text += "  " + std::to_string(count) + " " + what + "\n";
   };
   line(counts.unknown.packets, "packets of tracks without a stream header");
-  line(counts.misled, "index entries lead to no packet");
+  line(counts.misled, "index entries do not point to a packet");
   line(counts.corrected, "key frame marks of the index were wrong");
-  line(counts.skipped.bytes, "bytes are no packet:");
+  line(counts.skipped.bytes, "bytes are not part of a packet:");
   for (Hole const& hole : counts.holes)
     text += "    " + std::to_string(hole.size) + " at offset " + std::to_string(hole.offset) + "\n";
   if (counts.skipped.packets > counts.holes.size())
@@ -132,10 +130,10 @@ std::string RepairVerb::Document(RepairReport const& report) const {
   return DocumentText(json);
 }
 
-RepairReport RepairVerb::WatchedRepair() const {
+RepairReport RepairVerb::RepairWithProgress() const {
   RepairJob job = _job;
   Progress progress(_progress, "repair", Progress::kBytes, Progress::SizeOf(job.input));
-  job.advance = [&](int64 position) { progress.At(static_cast<std::uint64_t>(position)); };
+  job.advance = [&](int64 position) { progress.Update(static_cast<std::uint64_t>(position)); };
   RepairReport report = Repair(job);
   if (!report.interrupted) progress.End();
   return report;
@@ -145,7 +143,7 @@ int RepairVerb::Run() {
   if (!_rate.empty()) _job.rate = ParseRate(_rate);
   LoadAviPlugin(_plugin);
   CatchSignals();
-  RepairReport const report = WatchedRepair();
+  RepairReport const report = RepairWithProgress();
   for (std::string const& note : report.notes) Report("note: " + note);
   for (std::string const& warning : report.warnings) Report("warning: " + warning);
   if (report.interrupted) return kInterrupted;

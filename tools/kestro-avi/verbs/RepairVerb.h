@@ -1,4 +1,4 @@
-// kestro-avi repair: playable files of recordings that were cut off.
+// kestro-avi repair: makes playable files from recordings that were cut off.
 #pragma once
 
 #include <string>
@@ -14,11 +14,11 @@ namespace kestro::tool {
 
 class RepairVerb {
  public:
-  void AddTo(CLI::App& app);  // describes the verb; the object outlives the app's use
-  int Run();                  // an ExitCode; throws Error
+  void AddTo(CLI::App& app);  // the object must outlive the app
+  int Run();                  // returns an ExitCode; throws Error
 
  private:
-  RepairReport WatchedRepair() const;
+  RepairReport RepairWithProgress() const;
   std::string Text(RepairReport const& report) const;
   std::string Document(RepairReport const& report) const;
 

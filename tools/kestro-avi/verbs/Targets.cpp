@@ -12,12 +12,13 @@ namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
-// The endings that are no container's, and the codec each is for, its usual one first.
+// The extensions that are not containers, and their codecs. The first one of a codec is its
+// default.
 static constexpr struct {
-  char const* ending;
+  char const* extension;
   char const* codec;
   Target::Form form;
-} kEndings[] = {
+} kFormats[] = {
     {".h264", "h264", Target::kStream},    {".264", "h264", Target::kStream},
     {".h265", "hevc", Target::kStream},    {".265", "hevc", Target::kStream},
     {".hevc", "hevc", Target::kStream},    {".mjpeg", "mjpeg", Target::kStream},
@@ -27,18 +28,18 @@ static constexpr struct {
     {".txt", "text", Target::kNumbered},
 };
 
-static std::string Ending(std::string const& path) {
-  std::string ending = fs::path(path).extension();
-  for (char& c : ending)
+static std::string Extension(std::string const& path) {
+  std::string extension = fs::path(path).extension();
+  for (char& c : extension)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 'a' - 'A');
-  return ending;
+  return extension;
 }
 
 std::string Targets::TrackName(std::size_t track) const {
   return _file + ", track " + std::to_string(track);
 }
 
-// Whether files can hold what the track is made of; text aside.
+// Whether a track that is not text can be extracted.
 static bool Extractable(avi::AviTrack const& track) {
   if (track.codec != "pcm")
     return track.codec == "h264" || track.codec == "hevc" || track.codec == "mjpeg";
@@ -46,95 +47,96 @@ static bool Extractable(avi::AviTrack const& track) {
   return track.channels != 0 && track.sampleRate != 0 && bits % 8 == 0 && bits >= 8 && bits <= 32;
 }
 
-// Why a track cannot be extracted; empty when it can.
+// Why a track cannot be extracted; empty if it can.
 std::string Targets::Obstacle(std::size_t track) const {
   avi::AviTrack const& info = _avi.Tracks()[track];
   avi::AviTrack const& clock = _avi.Tracks()[_avi.ClockOf(track)];
   bool const text = info.codec == "text";
   if (!text && !Extractable(info)) return info.Kind() + " cannot be extracted";
-  if (info.chunks == 0) return info.Kind() + " holds no data";
+  if (info.chunks == 0) return info.Kind() + " has no data";
   if (text && (clock.rate == 0 || clock.scale == 0))
     return "its texts have no times: " +
-           std::string(&clock == &info ? "there is no video, and the track tells no rate"
-                                       : "the video tells no frame rate");
+           std::string(&clock == &info ? "there is no video, and the track has no rate"
+                                       : "the video has no frame rate");
   return "";
 }
 
 std::string Targets::NameFor(std::size_t track) const {
   if (!Obstacle(track).empty()) return "";
   auto const* const row =
-      std::find_if(std::begin(kEndings), std::end(kEndings),
+      std::find_if(std::begin(kFormats), std::end(kFormats),
                    [&](auto const& e) { return _avi.Tracks()[track].codec == e.codec; });
-  return fs::path(_file).stem().string() + "-" + std::to_string(track) + row->ending;
+  return fs::path(_file).stem().string() + "-" + std::to_string(track) + row->extension;
 }
 
 static bool Same(fs::path const& a, fs::path const& b) {
   return fs::absolute(a).lexically_normal() == fs::absolute(b).lexically_normal();
 }
 
-void Targets::Ask(std::vector<std::string> const& wishes) {
-  for (std::string const& wish : wishes) {
-    std::size_t const sign = wish.find(':');
-    std::string const number = wish.substr(0, sign);
-    if (sign == std::string::npos || sign + 1 == wish.size() || number.empty() ||
+void Targets::AddSelected(std::vector<std::string> const& texts) {
+  for (std::string const& text : texts) {
+    std::size_t const sign = text.find(':');
+    std::string const number = text.substr(0, sign);
+    if (sign == std::string::npos || sign + 1 == text.size() || number.empty() ||
         number.size() > 3 || number.find_first_not_of("0123456789") != std::string::npos)
-      throw Error(kUsage, "--track: \"" + wish + "\" is not N:OUT");
+      throw Error(kUsage, "--track: \"" + text + "\" is not N:OUT");
     std::size_t const track = std::stoul(number);
     if (track >= _avi.Tracks().size())
       throw Error(kUsage, "--track: " + _file + " has tracks 0 to " +
                               std::to_string(_avi.Tracks().size() - 1));
-    std::string const path = wish.substr(sign + 1);
+    std::string const path = text.substr(sign + 1);
     auto target = std::find_if(_list.begin(), _list.end(),
                                [&path](Target const& known) { return Same(known.path, path); });
     if (target == _list.end()) target = _list.insert(target, {path, {}});
     if (std::count(target->tracks.begin(), target->tracks.end(), track) != 0)
-      throw Error(kUsage, "--track: \"" + wish + "\" is there twice");
+      throw Error(kUsage, "--track: \"" + text + "\" is given twice");
     target->tracks.push_back(track);
   }
   for (Target& target : _list) target.form = FormOf(target);
 }
 
-std::vector<std::string> Targets::All(std::string const& folder) {
-  std::vector<std::string> left;
+std::vector<std::string> Targets::AddAll(std::string const& folder) {
+  std::vector<std::string> skipped;
   for (std::size_t i = 0; i < _avi.Tracks().size(); ++i) {
     if (std::string const name = NameFor(i); name.empty())
-      left.push_back(TrackName(i) + ": " + Obstacle(i));
+      skipped.push_back(TrackName(i) + ": " + Obstacle(i));
     else
       _list.push_back({(fs::path(folder) / name).string(), {i}});
   }
   if (_list.empty()) {
     std::string why = _file + ": no track can be extracted";
-    for (std::string const& track : left) why += "; " + track;
+    for (std::string const& track : skipped) why += "; " + track;
     throw Error(kUnusable, why);
   }
   for (Target& target : _list) target.form = FormOf(target);
   std::error_code failed;
   fs::create_directories(folder, failed);
   if (failed) throw Error(kIo, folder + ": " + failed.message());
-  return left;
+  return skipped;
 }
 
 Target::Form Targets::FormOf(Target const& target) const {
-  std::string const ending = Ending(target.path);
-  auto const* const row = std::find_if(std::begin(kEndings), std::end(kEndings),
-                                       [&](auto const& e) { return ending == e.ending; });
+  std::string const extension = Extension(target.path);
+  auto const* const row = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                       [&](auto const& e) { return extension == e.extension; });
   auto const refuse = [&target](std::string const& why) {
     throw Error(kUsage, target.path + ": " + why);
   };
-  if (row == std::end(kEndings)) {
-    if (!LoadMedia().KnowsContainer(target.path)) refuse("its ending names no file format");
+  if (row == std::end(kFormats)) {
+    if (!LoadMedia().KnowsContainer(target.path)) refuse("unknown file name extension");
     for (std::size_t track : target.tracks)
       if (_avi.Tracks()[track].codec == "text")
-        refuse(TrackName(track) + " is text, which goes to .srt, .jsonl or numbered .txt files");
+        refuse(TrackName(track) +
+               " is text, which can be written to .srt, .jsonl or numbered .txt files");
     return Target::kContainer;
   }
   avi::AviTrack const& track = _avi.Tracks()[target.tracks[0]];
-  if (target.tracks.size() > 1) refuse("a file of this kind holds one track");
+  if (target.tracks.size() > 1) refuse("this file format holds only one track");
   if (track.codec != row->codec)
     refuse(TrackName(target.tracks[0]) + " is " + track.Kind() +
-           ", which does not go with this ending");
+           ", which this file format cannot hold");
   if (row->form == Target::kNumbered && !avi::Numbered(target.path))
-    refuse("one file is written for each chunk: the name needs a number, such as %04d" + ending);
+    refuse("one file is written per chunk: the name needs a number, such as %04d" + extension);
   return row->form;
 }
 

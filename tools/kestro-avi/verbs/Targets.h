@@ -1,4 +1,4 @@
-// The files that extracting writes.
+// Decides which files "extract" writes.
 #pragma once
 
 #include <string>
@@ -16,23 +16,24 @@ struct Target {
   Form form = kStream;
 };
 
-// Plans what is written of one AVI file: Ask or All, then Check. These throw Error.
+// The files to write for one AVI file. Call AddSelected or AddAll, then Check; all throw Error.
 class Targets {
  public:
-  // Both outlive this.
+  // Both must outlive the object.
   Targets(avi::AviFile const& avi, std::string const& file) : _avi(avi), _file(file) {}
 
-  // Those of "N:OUT".
-  void Ask(std::vector<std::string> const& wishes);
-  // Every track, into a folder that is made. Returns what is left out, one line each.
-  std::vector<std::string> All(std::string const& folder);
-  // Refuses what cannot be written, and files that exist unless `force` is set.
+  // Adds files from texts "N:OUT".
+  void AddSelected(std::vector<std::string> const& texts);
+  // Adds a file in the folder for every track, and creates the folder. Returns the tracks that
+  // cannot be extracted, one line each.
+  std::vector<std::string> AddAll(std::string const& folder);
+  // Throws when a file cannot be written, or when it exists and `force` is not set.
   void Check(bool force) const;
   void CheckPath(std::string const& path, bool force) const;
 
   std::vector<Target> const& List() const { return _list; }
   std::string TrackName(std::size_t track) const;  // for messages
-  // What a track would be called; empty when it cannot be extracted.
+  // The default file name for a track; empty when it cannot be extracted.
   std::string NameFor(std::size_t track) const;
 
  private:

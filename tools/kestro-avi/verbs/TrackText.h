@@ -1,4 +1,4 @@
-// Tracks of an AVI file, described for people.
+// Describes tracks of an AVI file for people.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace kestro::tool {
 
-// Whether the headers give a video track a frame rate.
+// Whether it is a video track with a frame rate in its headers.
 bool HasFrameRate(avi::AviTrack const& track);
 
-// What a track is, in lines.
+// A description of the track in two lines.
 std::string TrackText(avi::AviFile const& avi, std::size_t number);
 
 }  // namespace kestro::tool

@@ -13,14 +13,15 @@ namespace kestro::tool {
 void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   app.add_flag("--json", _json, "Write JSON");
-  app.add_flag("--deep", _deep, "Look for key frames in H.264 and HEVC data too");
+  app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
   _progress.AddTo(app);
   app.footer(
       "Examples:\n"
       "  kestro-avi verify out.avi\n"
       "  kestro-avi verify --deep --json *.avi | jq '.files[] | {file, errors, warnings}'\n\n"
-      "Exit codes: 0 clean or nothing but notes, 1 errors or warnings, 3 cannot be read, 4 beyond\n"
-      "use (no AVI file, no stream headers, no data list).");
+      "Exit codes: 0 clean or only notes, 1 errors or warnings, 3 cannot be read, 4 unusable (not "
+      "an\n"
+      "AVI file, no stream headers, no data list).");
 }
 
 static char const* Text(Severity severity) {
@@ -59,7 +60,7 @@ static std::string ValueText(Value const& value) {
 }
 
 static std::string Summary(bool usable, Findings const& findings) {
-  std::string text = usable ? "" : "beyond use";
+  std::string text = usable ? "" : "unusable";
   for (Severity severity : {Severity::kError, Severity::kWarning, Severity::kNote}) {
     uint64 const count = findings.Count(severity);
     if (count == 0) continue;
@@ -69,7 +70,7 @@ static std::string Summary(bool usable, Findings const& findings) {
   return text.empty() ? "clean" : text;
 }
 
-// A paragraph for each kind, its offsets, expected and found values in columns.
+// A paragraph for each kind of finding, with offsets, expected and found values in columns.
 static std::string FileText(std::string const& path, bool usable, Findings const& findings) {
   std::string text = path + ": " + Summary(usable, findings) + "\n";
   for (auto const& group : findings.Groups()) {
@@ -87,7 +88,7 @@ static std::string FileText(std::string const& path, bool usable, Findings const
     }
     if (group.count > group.first.size())
       text += "                and " + std::to_string(group.count - group.first.size()) +
-              " more of the kind\n";
+              " more like these\n";
   }
   return text;
 }
@@ -96,10 +97,10 @@ int VerifyVerb::Run() {
   std::uint64_t all = 0, before = 0;
   for (std::string const& path : _files) all += Progress::SizeOf(path);
   Progress progress(_progress, "verify", Progress::kBytes, all);
-  int const worst = TellOfEach(_files, _json, [&](std::string const& path, Json& array) {
+  int const worst = ForEachFile(_files, _json, [&](std::string const& path, Json& array) {
     Findings findings;
     bool const usable = Verify(path, _deep, findings, [&](int64 position) {
-      progress.At(before + static_cast<std::uint64_t>(position));
+      progress.Update(before + static_cast<std::uint64_t>(position));
     });
     before += Progress::SizeOf(path);
     if (_json)

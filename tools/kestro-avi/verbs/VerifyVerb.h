@@ -1,4 +1,4 @@
-// kestro-avi verify: whether AVI files are what they should be.
+// kestro-avi verify: checks AVI files.
 #pragma once
 
 #include <string>

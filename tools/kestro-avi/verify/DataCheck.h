@@ -1,6 +1,5 @@
-// Checks the movi lists and the index against each other: every entry against its chunk, every
-// chunk for its entry. One pass over the index; what lies between the chunks that it names is
-// searched as it is passed.
+// Checks the movi lists and the index against each other, in one pass over the index: each entry
+// against its chunk, and the data between indexed chunks for chunks without an entry.
 #pragma once
 
 #include <functional>
@@ -14,28 +13,30 @@ using base::int64;
 
 class DataCheck {
  public:
-  // All outlive the check, which counts into the streams. `deep` looks into the video data too;
-  // `advance` is told how far the check has come.
+  // All references must outlive the object. Counts into `streams`. `deep`: also check the video
+  // data; `advance` is called with the position reached.
   DataCheck(avi::AviFile& avi, std::vector<Stream>& streams, bool deep, Findings& findings,
             std::function<void(int64)> const& advance);
   void Run();
 
  private:
-  // The index.
+  // The index: IndexCheck.cpp.
   bool FindBase();
-  void Entry(avi::IndexEntry entry);
-  bool Known(avi::IndexEntry const& entry);
+  void CheckEntry(avi::IndexEntry entry);
+  void CheckHole();
+  bool CheckFields(avi::IndexEntry const& entry);
+  bool FindChunk(avi::IndexEntry const& entry, avi::Chunk& chunk);
   Stream* StreamOf(unsigned id, int64 offset);
-  void Resized(avi::IndexEntry const& entry, avi::Chunk& chunk);
-  void Key(avi::IndexEntry const& entry, Stream& stream);
+  void CheckSize(avi::IndexEntry const& entry, avi::Chunk& chunk);
+  void CheckKey(avi::IndexEntry const& entry, Stream& stream);
 
-  // The data of the first movi list, which is what an index covers.
-  bool Cover(avi::IndexEntry const& entry, avi::Chunk const& chunk);
-  void Gap(int64 end, bool indexed);
-  void Stopped(int64 at, int64 end);
-  void Data(avi::Chunk const& chunk);
-  int64 Pad(int64 end);
-  bool Follows(int64 at);
+  // The data. An index covers that of the first movi list.
+  bool CheckIndexedChunk(avi::IndexEntry const& entry, avi::Chunk const& chunk);
+  void CheckGap(int64 end, bool indexed);
+  void ReportStop(int64 at, int64 end);
+  void CheckChunk(avi::Chunk const& chunk);
+  int64 CheckPad(int64 end);
+  bool IsChunk(int64 at);
   void ReportUnindexed();
 
   avi::AviFile& _avi;
@@ -46,13 +47,14 @@ class DataCheck {
   std::function<void(int64)> const& _advance;
 
   std::vector<avi::Chunk> _movis;
-  avi::Chunk _movi;       // the one under check
-  int64 _base = 0;        // added to offsets where the reader did not find out what they count from
-  int64 _hole = -1;       // the first empty entry
+  avi::Chunk _movi;  // the current list
+  int64 _base =
+      0;  // added to offsets when the reader could not determine what they are relative to
+  int64 _hole = -1;       // offset of the first of the last empty entries
   int64 _position = 0;    // movi is checked up to here
-  bool _complete = true;  // every chunk without an entry is listed
+  bool _complete = true;  // _unindexed has every chunk without an entry
   struct Unindexed {
-    int64 offset, size;  // -1 once an entry has come
+    int64 offset, size;  // -1 once its entry was found
     unsigned id;
   };
   std::vector<Unindexed> _unindexed;  // in file order

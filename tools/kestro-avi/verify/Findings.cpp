@@ -8,10 +8,10 @@ void Findings::Add(Kind const& kind, int64 offset, Value expected, Value found) 
   auto group = std::find_if(_groups.begin(), _groups.end(),
                             [&](Group const& other) { return other.kind == &kind; });
   if (group == _groups.end()) {
-    auto const behind = std::find_if(_groups.begin(), _groups.end(), [&](Group const& other) {
+    auto const next = std::find_if(_groups.begin(), _groups.end(), [&](Group const& other) {
       return other.kind->severity > kind.severity;
     });
-    group = _groups.insert(behind, {&kind});
+    group = _groups.insert(next, {&kind});
   }
   if (++group->count <= kKept)
     group->first.push_back({offset, std::move(expected), std::move(found)});

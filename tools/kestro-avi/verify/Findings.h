@@ -1,4 +1,4 @@
-// What a check of an AVI file found.
+// Collects the findings about an AVI file.
 #pragma once
 
 #include <string>
@@ -16,11 +16,11 @@ using base::uint64;
 using Value = std::variant<int64, std::string>;
 
 struct Finding {
-  int64 offset;  // of the chunk, header field or index entry in question
+  int64 offset;  // of the chunk, header field or index entry
   Value expected, found;
 };
 
-// Keeps the first findings of each kind and counts the others.
+// Keeps the first findings of each kind and counts the rest.
 class Findings {
  public:
   static constexpr std::size_t kKept = 20;
@@ -32,7 +32,7 @@ class Findings {
   };
 
   void Add(Kind const& kind, int64 offset, Value expected, Value found);
-  // By severity, those of one severity as they were found.
+  // Sorted by severity, then in the order in which they were found.
   std::vector<Group> const& Groups() const { return _groups; }
   uint64 Count(Severity severity) const;
 

@@ -6,13 +6,13 @@
 
 namespace kestro::tool {
 
-static constexpr unsigned kMostFrames = 64;  // looked at: a second key frame comes much later
+static constexpr unsigned kMostFrames = 64;  // to check: the second key frame comes much later
 
 std::vector<avi::IndexEntry> FlaggedFrames(avi::AviFile& avi) {
   struct State {
-    bool all;  // as far as the index was read
+    bool all;  // all entries so far have flags
     unsigned frames = 0;
-    avi::IndexEntry other = {};  // the first that is no key frame; of id 0 for none
+    avi::IndexEntry other = {};  // the first that is not a key frame; id 0 for none
   };
   std::vector<State> states;
   for (avi::AviTrack const& track : avi.Tracks())
@@ -23,7 +23,7 @@ std::vector<avi::IndexEntry> FlaggedFrames(avi::AviFile& avi) {
     State& state = states[number];
     state.all = state.all && entry.flags != 0;
     if (!state.all || state.other.id != 0 || ++state.frames > kMostFrames) return;
-    unsigned char start[4096];  // parameter sets and the like stand before the first slice
+    unsigned char start[4096];  // enough for what precedes the first slice
     unsigned const n = avi.Reader().Read(entry.offset + 8, start, std::min(entry.size, 4096u));
     if (PictureKind(avi.Tracks()[number].codec, start, n) == Picture::kOther) state.other = entry;
   });

@@ -1,4 +1,4 @@
-// Video tracks of which the demuxer takes every frame for a key frame.
+// Finds video tracks in which the demuxer treats every frame as a key frame.
 #pragma once
 
 #include <vector>
@@ -7,9 +7,9 @@
 
 namespace kestro::tool {
 
-// Readers may take any flag of an index entry for that of a key frame, and some writers flag every
-// frame. Of each H.264 and HEVC track whose entries all have flags, the first one whose frame is no
-// key frame by its data; none of a track of key frames only.
+// Some readers treat any flag of an index entry as a key frame flag, and some writers set a flag
+// for every frame. For each H.264 and HEVC track whose entries all have flags, returns the first
+// entry whose data is not a key frame, if there is one.
 std::vector<avi::IndexEntry> FlaggedFrames(avi::AviFile& avi);
 
 }  // namespace kestro::tool

@@ -9,9 +9,9 @@ using base::Convert4;
 
 namespace {
 
-struct MainHeader {  // places of fields
+struct MainHeader {  // offsets of fields
   static constexpr int64 kFrameTime = 0, kFrames = 16, kStreams = 24, kWidth = 32, kHeight = 36;
-  static constexpr int64 kSize = 40;  // of those that matter
+  static constexpr int64 kSize = 40;  // up to the last of these fields
 };
 struct StreamHeader {
   static constexpr int64 kScale = 20, kLength = 32;
@@ -29,16 +29,16 @@ class Check {
   Check(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings)
       : _avi(avi), _streams(streams), _findings(findings) {}
 
-  void Main();
-  void OfStream(Stream const& stream);
-  void Skew();
-  void Order();
+  void CheckMain();
+  void CheckStream(Stream const& stream);
+  void CheckSkew();
+  void CheckOrder();
 
  private:
-  void Picture(avi::Chunk const& avih, Stream const& video);
-  void Pcm(Stream const& stream);
-  void Length(Stream const& stream);
-  // Whether a test holds for one video track at least.
+  void CheckPicture(avi::Chunk const& avih, Stream const& video);
+  void CheckPcm(Stream const& stream);
+  void CheckLength(Stream const& stream);
+  // Whether a test is true for at least one video track.
   template <class Test>
   bool AnyVideo(Test const& test) const {
     return std::any_of(_streams.begin(), _streams.end(),
@@ -50,7 +50,7 @@ class Check {
   Findings& _findings;
 };
 
-void Check::Main() {
+void Check::CheckMain() {
   avi::Chunk avih, hdrl;
   int64 lists = 0;
   bool parts = false;
@@ -68,12 +68,12 @@ void Check::Main() {
   }
   int64 const streams = Field32(_avi.Reader(), avih, MainHeader::kStreams);
   auto const video = std::find_if(_streams.begin(), _streams.end(), IsVideo);
-  // The muxer fills the main header by its video only.
+  // The muxer fills in the main header only if there is video.
   if (streams != lists && (streams != 0 || video != _streams.end()))
     _findings.Add(found::kStreamCount, avih.Payload() + MainHeader::kStreams, lists, streams);
   if (video == _streams.end()) return;
-  Picture(avih, *video);
-  // Of several parts it counts the first one's.
+  CheckPicture(avih, *video);
+  // With several parts, it counts the frames of the first one.
   unsigned const frames = Field32(_avi.Reader(), avih, MainHeader::kFrames);
   if (!parts && !AnyVideo([=](Stream const& stream) {
         return stream.track->length == frames || stream.chunks == frames;
@@ -82,7 +82,7 @@ void Check::Main() {
                   static_cast<int64>(video->chunks), int64{frames});
 }
 
-void Check::Picture(avi::Chunk const& avih, Stream const& video) {
+void Check::CheckPicture(avi::Chunk const& avih, Stream const& video) {
   unsigned const width = Field32(_avi.Reader(), avih, MainHeader::kWidth),
                  height = Field32(_avi.Reader(), avih, MainHeader::kHeight);
   if (!AnyVideo([=](Stream const& stream) {
@@ -90,8 +90,8 @@ void Check::Picture(avi::Chunk const& avih, Stream const& video) {
       }))
     _findings.Add(found::kPictureSize, avih.Payload() + MainHeader::kWidth,
                   Size(video.track->width, video.track->height), Size(width, height));
-  // The stream header's rate is a whole number where the frame time is not, and a frame time of 0
-  // tells nothing.
+  // The rate in the stream header is a whole number even if the frame time is not; a frame time of
+  // 0 means unknown.
   unsigned const time_us = Field32(_avi.Reader(), avih, MainHeader::kFrameTime);
   auto rate = [](Stream const& stream) {
     return stream.track->scale == 0 ? 0
@@ -105,9 +105,9 @@ void Check::Picture(avi::Chunk const& avih, Stream const& video) {
                   std::llround(1e6 / rate(video)), int64{time_us});
 }
 
-void Check::OfStream(Stream const& stream) {
+void Check::CheckStream(Stream const& stream) {
   avi::AviTrack const& track = *stream.track;
-  bool const sound = track.type == "audio";
+  bool const audio = track.type == "audio";
   auto chunk = [&](char const* name, avi::Chunk const& chunk, int64 least) {
     if (chunk.end - chunk.Payload() >= least) return true;
     _findings.Add(found::kStreamHeader, chunk.id != 0 ? chunk.offset : stream.list.Data(),
@@ -116,38 +116,39 @@ void Check::OfStream(Stream const& stream) {
     return false;
   };
   bool const header = chunk("strh", stream.header, StreamHeader::kSize);
-  bool const format = chunk("strf", stream.format, sound ? 14 : IsVideo(stream) ? 40 : 0);
+  bool const format = chunk("strf", stream.format, audio ? 14 : IsVideo(stream) ? 40 : 0);
   if (!header) return;
   int64 const at = stream.header.Payload();
-  if ((sound || IsVideo(stream)) && (track.rate == 0 || track.scale == 0))
+  if ((audio || IsVideo(stream)) && (track.rate == 0 || track.scale == 0))
     _findings.Add(found::kRate, at + StreamHeader::kScale, "a rate",
                   std::to_string(track.rate) + "/" + std::to_string(track.scale));
   else if (format && track.codec == "pcm" && stream.sampleSize != 0)
-    Pcm(stream);
-  Length(stream);
+    CheckPcm(stream);
+  CheckLength(stream);
 }
 
-void Check::Pcm(Stream const& stream) {
+void Check::CheckPcm(Stream const& stream) {
   avi::AviTrack const& track = *stream.track;
   uint64 const frame = uint64{track.channels} * track.bits / 8;
   if (frame != stream.sampleSize || frame * track.sampleRate != track.bytesPerSecond)
-    _findings.Add(found::kSoundFormat, stream.format.offset,
-                  std::to_string(stream.sampleSize) + " bytes a sample frame, " +
-                      std::to_string(track.bytesPerSecond) + " a second",
+    _findings.Add(found::kAudioFormat, stream.format.offset,
+                  std::to_string(stream.sampleSize) + " bytes per sample frame, " +
+                      std::to_string(track.bytesPerSecond) + " per second",
                   std::to_string(frame) + ", " + std::to_string(frame * track.sampleRate));
   uint64 const bytes = uint64{track.rate} * stream.sampleSize / track.scale;
   if (bytes != track.bytesPerSecond)
-    _findings.Add(found::kSoundRate, stream.header.Payload() + StreamHeader::kScale,
-                  std::to_string(track.bytesPerSecond) + " bytes a second", std::to_string(bytes));
+    _findings.Add(found::kAudioRate, stream.header.Payload() + StreamHeader::kScale,
+                  std::to_string(track.bytesPerSecond) + " bytes per second",
+                  std::to_string(bytes));
 }
 
-void Check::Length(Stream const& stream) {
+void Check::CheckLength(Stream const& stream) {
   avi::AviTrack const& track = *stream.track;
   uint64 const length = track.length;
   bool right = length == stream.chunks || length == stream.entries;
   uint64 expected = stream.chunks;
   if (track.type == "audio" && stream.sampleSize != 0) {
-    // Chunks may end inside a sample, and writers round in ways of their own.
+    // Chunks may end inside a sample, and writers round differently.
     expected = stream.samples;
     right = length + 1 >= stream.samples && length <= stream.bytes / stream.sampleSize + 1;
   }
@@ -157,7 +158,7 @@ void Check::Length(Stream const& stream) {
                   static_cast<int64>(expected), static_cast<int64>(length));
 }
 
-void Check::Skew() {
+void Check::CheckSkew() {
   int64 const longest = _avi.Duration_ms();
   for (Stream const& stream : _streams) {
     avi::AviTrack const& track = *stream.track;
@@ -169,9 +170,9 @@ void Check::Skew() {
   }
 }
 
-// The demuxer makes no stream of text, nor of motion JPEG by the name that most writers give it,
-// and takes the packets of a later track for those of the one after that.
-void Check::Order() {
+// The demuxer does not count text tracks, nor motion JPEG with the handler that most writers use,
+// so it mixes up the packets of the tracks after them.
+void Check::CheckOrder() {
   auto const counted = [](avi::AviTrack const& track) {
     if (track.codec != "mjpeg") return track.type != "text";
     return track.handler == "mjpg" || track.handler == "jpeg" || track.handler == "jpg";
@@ -191,10 +192,10 @@ void Check::Order() {
 
 void CheckHeaders(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings) {
   Check check(avi, streams, findings);
-  check.Main();
-  for (Stream const& stream : streams) check.OfStream(stream);
-  check.Skew();
-  check.Order();
+  check.CheckMain();
+  for (Stream const& stream : streams) check.CheckStream(stream);
+  check.CheckSkew();
+  check.CheckOrder();
 }
 
 }  // namespace kestro::tool

@@ -1,4 +1,4 @@
-// Checks the headers once the data is counted.
+// Checks the headers against the data.
 #pragma once
 
 #include "verify/Findings.h"
@@ -6,7 +6,8 @@
 
 namespace kestro::tool {
 
-// Counts, rates, lengths and picture sizes of the headers, and the durations of the tracks.
+// Checks counts, rates, lengths and picture sizes in the headers, and the durations of the tracks.
+// Needs the counts from DataCheck.
 void CheckHeaders(avi::AviFile& avi, std::vector<Stream> const& streams, Findings& findings);
 
 }  // namespace kestro::tool

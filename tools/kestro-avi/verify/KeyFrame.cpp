@@ -8,12 +8,12 @@ namespace {
 
 using stream::NalHeader;
 
-// Bits from the highest on.
-class Bits {
+// Reads bits, the highest first.
+class BitReader {
  public:
-  Bits(unsigned char const* data, std::size_t size) : _data(data), _size(size * 8) {}
+  BitReader(unsigned char const* data, std::size_t size) : _data(data), _size(size * 8) {}
   unsigned One() {
-    if (_at >= _size) return 1;  // ends every number
+    if (_at >= _size) return 1;  // ends any number
     unsigned const bit = _data[_at / 8] >> (7 - _at % 8) & 1;
     ++_at;
     return bit;
@@ -32,15 +32,15 @@ class Bits {
   std::size_t _size, _at = 0;
 };
 
-// kUnknown for what is no slice.
-Picture OfH264(NalHeader header, unsigned char const* nal, std::size_t size) {
+// kUnknown if it is not a slice.
+Picture PictureOfH264(NalHeader header, unsigned char const* nal, std::size_t size) {
   if (header.IsKeySlice()) return Picture::kKey;
   switch (header.Type()) {
     case 6:  // a recovery point
       return size > 1 && nal[1] == 6 ? Picture::kOpen : Picture::kUnknown;
     case 1:
     case 2: {
-      Bits bits(nal + 1, size - 1);
+      BitReader bits(nal + 1, size - 1);
       bits.Number();  // first macroblock
       unsigned const type = bits.Number() % 5;
       return type == 2 || type == 4 ? Picture::kOpen : Picture::kOther;
@@ -50,7 +50,7 @@ Picture OfH264(NalHeader header, unsigned char const* nal, std::size_t size) {
   }
 }
 
-Picture OfHevc(NalHeader header) {
+Picture PictureOfHevc(NalHeader header) {
   if (header.IsKeySlice()) return Picture::kKey;
   return header.Type() < 16 ? Picture::kOther : Picture::kUnknown;
 }
@@ -61,9 +61,10 @@ Picture PictureKind(std::string const& codec, unsigned char const* data, std::si
   auto const known = stream::NalCodecOf(codec);
   if (!known) return Picture::kUnknown;
   for (stream::NalUnits<stream::AllCodes> unit(*known, data, size); unit.More(); unit.Next()) {
-    Picture const picture = *known == stream::NalCodec::kHevc
-                                ? OfHevc(unit.Header())
-                                : OfH264(unit.Header(), data + unit.Begin(), size - unit.Begin());
+    Picture const picture =
+        *known == stream::NalCodec::kHevc
+            ? PictureOfHevc(unit.Header())
+            : PictureOfH264(unit.Header(), data + unit.Begin(), size - unit.Begin());
     if (picture != Picture::kUnknown) return picture;
   }
   return Picture::kUnknown;

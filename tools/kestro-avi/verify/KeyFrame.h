@@ -1,4 +1,4 @@
-// Whether coded data is a key frame, from its first bytes.
+// Detects key frames in the first bytes of coded data.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +7,13 @@
 namespace kestro::tool {
 
 enum class Picture {
-  kKey,      // decoding can begin here
-  kOpen,     // only intra coded, or a recovery point: a writer may count it as either
-  kOther,    // needs earlier ones
-  kUnknown,  // not a stream that can be told, or no slice among these bytes
+  kKey,      // decoding can start here
+  kOpen,     // intra coded or a recovery point: writers may or may not call it a key frame
+  kOther,    // depends on earlier pictures
+  kUnknown,  // unsupported codec, or no slice in these bytes
 };
 
-// Of "h264" and "hevc", with start codes.
+// `codec`: "h264" or "hevc"; the data has start codes.
 Picture PictureKind(std::string const& codec, unsigned char const* data, std::size_t size);
 
 }  // namespace kestro::tool

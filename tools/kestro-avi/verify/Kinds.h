@@ -1,11 +1,11 @@
-// All that can be found, each with its id, severity and meaning.
+// All kinds of findings, with id, severity and meaning.
 #pragma once
 
 namespace kestro::tool {
 
 enum class Severity { kError, kWarning, kNote };
 
-// Told apart by address.
+// Kinds are compared by address.
 struct Kind {
   char const* id;
   Severity severity;
@@ -14,108 +14,110 @@ struct Kind {
 
 namespace found {
 
-// Beyond use
+// The file is unusable
 inline constexpr Kind kNotRiff{"not-riff", Severity::kError,
                                "the file does not begin with a RIFF header"};
-inline constexpr Kind kNotAvi{"not-avi", Severity::kError, "a RIFF file of another type"};
+inline constexpr Kind kNotAvi{"not-avi", Severity::kError, "a RIFF file, but not an AVI file"};
 inline constexpr Kind kNoStreams{"no-streams", Severity::kError,
-                                 "no stream headers: what the data is cannot be known"};
+                                 "no stream headers: the kind of data is unknown"};
 inline constexpr Kind kNoMovi{"no-movi", Severity::kError, "no movi list: there is no data"};
 
 // Chunks and lists
 inline constexpr Kind kRiffSize{"riff-size", Severity::kError,
-                                "the size of RIFF does not reach to the end of what belongs to it"};
-inline constexpr Kind kTrailing{"trailing-bytes", Severity::kNote, "bytes behind the end of RIFF"};
+                                "the size of RIFF does not cover all of its content"};
+inline constexpr Kind kTrailing{"trailing-bytes", Severity::kNote, "bytes after the end of RIFF"};
 inline constexpr Kind kChunkCut{"chunk-cut", Severity::kError,
-                                "a chunk is larger than what is left of its list or of the file"};
+                                "a chunk extends beyond the end of its list or of the file"};
 inline constexpr Kind kListRest{"list-rest", Severity::kWarning,
-                                "bytes in a list that are no chunk"};
+                                "bytes in a list that are not a chunk"};
 
 // Headers
 inline constexpr Kind kMainHeader{"main-header", Severity::kError, "avih is missing or too short"};
 inline constexpr Kind kStreamHeader{"stream-header", Severity::kError,
                                     "strh or strf of a track is missing or too short"};
-inline constexpr Kind kStreamCount{"stream-count", Severity::kWarning,
-                                   "avih counts other than the stream headers that are there"};
+inline constexpr Kind kStreamCount{
+    "stream-count", Severity::kWarning,
+    "avih has a different number of streams than there are stream headers"};
 inline constexpr Kind kFrameCount{"frame-count", Severity::kWarning,
-                                  "avih counts other frames than the video track has"};
+                                  "avih has a different number of frames than the video track"};
 inline constexpr Kind kFrameTime{"frame-time", Severity::kWarning,
-                                 "the frame times of avih and of the video track differ"};
+                                 "avih and the video track have different frame times"};
 inline constexpr Kind kPictureSize{"picture-size", Severity::kWarning,
-                                   "the picture sizes of avih and of the video track differ"};
+                                   "avih and the video track have different picture sizes"};
 inline constexpr Kind kRate{"rate", Severity::kWarning, "a track without a rate"};
-inline constexpr Kind kSoundRate{"sound-rate", Severity::kWarning,
-                                 "strh and strf of PCM sound tell different rates"};
-inline constexpr Kind kSoundFormat{"sound-format", Severity::kWarning,
-                                   "the numbers in the format of PCM sound contradict each other"};
+inline constexpr Kind kAudioRate{"sound-rate", Severity::kWarning,
+                                 "strh and strf of PCM audio have different rates"};
+inline constexpr Kind kAudioFormat{"sound-format", Severity::kWarning,
+                                   "the fields of a PCM audio format contradict each other"};
 inline constexpr Kind kLength{"length", Severity::kWarning,
-                              "strh tells another length than the track's data has"};
+                              "the length in strh differs from the length of the track's data"};
 inline constexpr Kind kSkew{"track-skew", Severity::kNote,
-                            "a track is shorter than the longest by over a second and a twentieth"};
+                            "a track is over 1 s and over 5 % shorter than the longest one"};
 
 // Data and index
 inline constexpr Kind kMoviSize{"movi-size", Severity::kError,
-                                "the size of movi does not reach to the end of its data"};
+                                "the size of movi does not cover all of its data"};
 inline constexpr Kind kNoIndex{"no-index", Severity::kError, "there is no index"};
 inline constexpr Kind kIndexEmpty{"index-empty", Severity::kError, "the index has no entries"};
 inline constexpr Kind kIndexLength{"index-length", Severity::kWarning,
                                    "the length of the index is not a multiple of 16"};
 inline constexpr Kind kIndexHole{"index-hole", Severity::kError,
-                                 "empty entries stand where there should be none"};
+                                 "the index has empty entries between others"};
 inline constexpr Kind kIndexAstray{"index-astray", Severity::kError,
-                                   "the index does not lead to chunks"};
+                                   "the index does not point to chunks"};
 inline constexpr Kind kEntryId{"entry-id", Severity::kError,
-                               "an index entry's id is not that of track data"};
-inline constexpr Kind kEntryTrack{
-    "entry-track", Severity::kError,
-    "data of a track that has no stream header, or is of another kind"};
+                               "the id of an index entry is not one of track data"};
+inline constexpr Kind kEntryTrack{"entry-track", Severity::kError,
+                                  "data of a track without a stream header, or of another type"};
 inline constexpr Kind kEntryFlags{"entry-flags", Severity::kWarning,
-                                  "an index entry has flags without a meaning"};
+                                  "an index entry has undefined flags"};
 inline constexpr Kind kEntryOffset{"entry-offset", Severity::kError,
-                                   "an index entry does not lead to a chunk of its id"};
+                                   "an index entry does not point to a chunk with its id"};
 inline constexpr Kind kEntryOutside{"entry-outside", Severity::kError,
-                                    "an index entry leads to a chunk outside movi"};
+                                    "an index entry points to a chunk outside movi"};
 inline constexpr Kind kEntrySize{"entry-size", Severity::kError,
-                                 "an index entry's size is not that of its chunk"};
+                                 "an index entry has another size than its chunk"};
 inline constexpr Kind kEntryOrder{"entry-order", Severity::kWarning,
-                                  "an index entry stands behind that of a later chunk"};
+                                  "an index entry comes after that of a later chunk"};
 inline constexpr Kind kEntryTwice{"entry-twice", Severity::kError, "a chunk has two index entries"};
 inline constexpr Kind kChunkId{"chunk-id", Severity::kError,
-                               "a chunk's id is not the one that the index gives"};
+                               "a chunk has another id than its index entry"};
 inline constexpr Kind kChunkSize{"chunk-size", Severity::kError,
-                                 "a chunk's size is not what the index and the next chunk tell"};
+                                 "a chunk's size contradicts its index entry and the next chunk"};
 inline constexpr Kind kDataCut{"data-cut", Severity::kError,
-                               "a data chunk goes beyond the end of movi or of the file"};
-inline constexpr Kind kNoChunk{"no-chunk", Severity::kError, "bytes in movi that are no chunk"};
+                               "a data chunk extends beyond the end of movi or of the file"};
+inline constexpr Kind kNoChunk{"no-chunk", Severity::kError, "bytes in movi that are not a chunk"};
 inline constexpr Kind kNotIndexed{"not-indexed", Severity::kError,
                                   "a data chunk without an index entry"};
 inline constexpr Kind kPadMissing{"pad-missing", Severity::kWarning,
-                                  "the next chunk follows one of odd size without a pad byte"};
+                                  "no pad byte after a chunk of odd size"};
 inline constexpr Kind kPadValue{"pad-value", Severity::kWarning, "a pad byte is not zero"};
-inline constexpr Kind kSoundFrame{"sound-frame", Severity::kWarning,
-                                  "a chunk of PCM sound ends inside a sample frame"};
+inline constexpr Kind kAudioFrame{"sound-frame", Severity::kWarning,
+                                  "a chunk of PCM audio ends inside a sample frame"};
 inline constexpr Kind kNoKey{"no-key", Severity::kWarning,
-                             "no key frame is marked in a video track"};
+                             "the index marks no key frame of a video track"};
 inline constexpr Kind kFirstNotKey{"first-not-key", Severity::kNote,
                                    "a video track does not begin with a key frame"};
 inline constexpr Kind kKeyUnmarked{"key-unmarked", Severity::kWarning,
                                    "a key frame is not marked in the index"};
 inline constexpr Kind kKeyFalse{"key-false", Severity::kWarning,
-                                "the index marks a frame that is no key frame"};
+                                "the index marks a frame as a key frame that is not one"};
 
-// What readers will make of it
-inline constexpr Kind kFromMovi{"offsets-from-movi", Severity::kNote,
-                                "index offsets count from movi: the demuxer takes absolute ones"};
+// Limits of readers
+inline constexpr Kind kFromMovi{
+    "offsets-from-movi", Severity::kNote,
+    "index offsets are relative to movi: the demuxer needs absolute ones"};
 inline constexpr Kind kParts{"several-parts", Severity::kNote,
-                             "several RIFF parts: the demuxer plays the first"};
+                             "several RIFF parts: the demuxer plays only the first"};
 inline constexpr Kind kTrackOrder{
     "track-order", Severity::kNote,
-    "motion JPEG or text before another track: the demuxer counts only the tracks that it knows"};
+    "motion JPEG or text before another track: the demuxer counts only tracks that it supports"};
 inline constexpr Kind kAllKeys{
     "all-keys", Severity::kNote,
-    "the index flags every frame of a track: the demuxer takes any flag for that of a key frame"};
-inline constexpr Kind kLarge{"beyond-2gib", Severity::kNote,
-                             "larger than 2 GiB: the demuxer and many players read no further"};
+    "the index flags every frame of a track: for the demuxer any flag means a key frame"};
+inline constexpr Kind kLarge{
+    "beyond-2gib", Severity::kNote,
+    "larger than 2 GiB: the demuxer and many players do not read the rest"};
 
 }  // namespace found
 }  // namespace kestro::tool

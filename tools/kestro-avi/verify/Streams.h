@@ -1,4 +1,4 @@
-// The tracks of a file as a check sees them: their headers, and what is counted meanwhile.
+// The tracks of a file under check: their headers, and the counts of their data.
 #pragma once
 
 #include <vector>
@@ -11,11 +11,11 @@ using base::int64;
 
 struct Stream {
   avi::AviTrack const* track;
-  avi::Chunk list = {}, header = {}, format = {};  // strl, strh, strf; of size 0 where missing
+  avi::Chunk list = {}, header = {}, format = {};  // strl, strh, strf; size 0 if missing
   unsigned sampleSize = 0, blockAlign = 0;
 
-  base::uint64 chunks = 0, bytes = 0, samples = 0;  // found in movi
-  base::uint64 entries = 0, keys = 0;               // of the index
+  base::uint64 chunks = 0, bytes = 0, samples = 0;  // counted in movi
+  base::uint64 entries = 0, keys = 0;               // counted in the index
 };
 
 // A 32-bit field of a chunk; 0 when the chunk ends before it.

@@ -10,8 +10,8 @@ namespace {
 
 using Tree = std::vector<avi::Chunk>;
 
-// Whether a list is longer than its header says: the reader goes on where more of it follows.
-void CheckOutgrown(avi::AviFile& avi, std::size_t at, Findings& findings) {
+// A list whose chunks continue after the end in its header: the reader has included them.
+void CheckTooSmall(avi::AviFile& avi, std::size_t at, Findings& findings) {
   Tree const& tree = avi.Tree();
   avi::Chunk const& chunk = tree[at];
   int64 const end = chunk.Payload() + chunk.size;
@@ -25,8 +25,8 @@ void CheckOutgrown(avi::AviFile& avi, std::size_t at, Findings& findings) {
   if (real > end) findings.Add(found::kRiffSize, chunk.offset, real - chunk.Payload(), chunk.size);
 }
 
-// Whether a list is full of chunks. What is left of RIFF may belong to nobody.
-void CheckFull(avi::AviFile& avi, std::size_t at, Findings& findings) {
+// A list that ends with bytes that are not a chunk.
+void CheckRest(avi::AviFile& avi, std::size_t at, Findings& findings) {
   Tree const& tree = avi.Tree();
   avi::Chunk const& list = tree[at];
   int64 filled = list.Data();
@@ -41,7 +41,7 @@ void CheckFull(avi::AviFile& avi, std::size_t at, Findings& findings) {
 
 void CheckTree(avi::AviFile& avi, Findings& findings) {
   Tree const& tree = avi.Tree();
-  int64 last = 0;  // where the last thing ends that belongs to the file
+  int64 last = 0;  // the end of the last chunk or list
   int riffs = 0;
   for (std::size_t i = 0; i < tree.size(); ++i) {
     avi::Chunk const& chunk = tree[i];
@@ -53,8 +53,8 @@ void CheckTree(avi::AviFile& avi, Findings& findings) {
     else if (chunk.Cut())
       findings.Add(found::kChunkCut, chunk.offset, chunk.size, chunk.end - chunk.Payload());
     else if (chunk.type != 0 && chunk.end > chunk.Payload() + std::max<int64>(chunk.size, 4))
-      CheckOutgrown(avi, i, findings);
-    if (chunk.type != 0 && chunk.type != Convert4("movi")) CheckFull(avi, i, findings);
+      CheckTooSmall(avi, i, findings);
+    if (chunk.type != 0 && chunk.type != Convert4("movi")) CheckRest(avi, i, findings);
   }
   if (avi.Size() - last > 1)
     findings.Add(found::kTrailing, last, "the end of the file",

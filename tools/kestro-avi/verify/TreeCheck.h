@@ -6,7 +6,7 @@
 
 namespace kestro::tool {
 
-// Compares the sizes of lists and chunks with the file's, and with each other.
+// Checks the sizes of lists and chunks against the file and each other.
 void CheckTree(avi::AviFile& avi, Findings& findings);
 
 }  // namespace kestro::tool

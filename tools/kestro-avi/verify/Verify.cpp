@@ -12,7 +12,7 @@ namespace kestro::tool {
 
 using base::Convert4;
 
-// The file, or null when it is beyond use.
+// Returns null when the file is unusable.
 static std::unique_ptr<avi::AviFile> Open(std::string const& path, Findings& findings) {
   try {
     auto avi = std::make_unique<avi::AviFile>(path);

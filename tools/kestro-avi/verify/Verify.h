@@ -1,4 +1,4 @@
-// The check of an AVI file as a whole.
+// Checks an AVI file.
 #pragma once
 
 #include <functional>
@@ -10,9 +10,9 @@ namespace kestro::tool {
 
 using base::int64;
 
-// Whether the file can be used at all; what is wrong with it goes to `findings`. `deep` also looks
-// into the video data. `advance` is told how far the file is checked. Throws Error when the file
-// cannot be read.
+// Adds what is wrong with the file to `findings`; returns false when the file is unusable. `deep`:
+// also check the video data. `advance` is called with the position reached. Throws Error when the
+// file cannot be read.
 bool Verify(
     std::string const& path, bool deep, Findings& findings,
     std::function<void(int64)> const& advance = [](int64) {});

@@ -8,7 +8,7 @@
 namespace kestro::tool {
 
 static constexpr std::int64_t kSecond_ns = 1000000000;
-// Clocks that jump further are broken: forward by an hour, back by ten seconds.
+// Larger jumps of a clock are ignored: forward by an hour, back by ten seconds.
 static constexpr std::int64_t kLongestGap_ns = 3600 * kSecond_ns;
 static constexpr std::int64_t kLongestOverlap_ns = 10 * kSecond_ns;
 
@@ -17,18 +17,18 @@ AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns, bool exa
       _channels(channels),
       _block(record::TrackInfo::BlockLength(rate)),
       _exact(exact),
-      _limit(limit_ns < 0 ? INT64_MAX : At(limit_ns)) {}
+      _limit(limit_ns < 0 ? INT64_MAX : SampleAt(limit_ns)) {}
 
 std::int64_t AudioBlocks::Time_ns(std::int64_t samples) const {
   return av_rescale(samples, kSecond_ns, _rate);
 }
 
-std::int64_t AudioBlocks::At(std::int64_t time_ns) const {
+std::int64_t AudioBlocks::SampleAt(std::int64_t time_ns) const {
   return av_rescale(time_ns, _rate, kSecond_ns);
 }
 
-// Where sound of that time goes: the place behind what is there, or another one.
-std::int64_t AudioBlocks::Place(std::int64_t time_ns) {
+// The sample where audio with this time starts: normally after the last one.
+std::int64_t AudioBlocks::StartSample(std::int64_t time_ns) {
   bool const first = _added == 0;
   std::int64_t const off_ns = time_ns - _shift_ns - Time_ns(_added);
   if (off_ns > kLongestGap_ns || (!first && off_ns < -kLongestOverlap_ns)) {
@@ -37,7 +37,7 @@ std::int64_t AudioBlocks::Place(std::int64_t time_ns) {
     return _added;
   }
   bool const jitter = off_ns >= -kTolerance_ns && off_ns <= kTolerance_ns;
-  if (!jitter || (first && _exact)) return At(time_ns - _shift_ns);
+  if (!jitter || (first && _exact)) return SampleAt(time_ns - _shift_ns);
   if (first) _shift_ns = off_ns;
   return _added;
 }
@@ -45,7 +45,7 @@ std::int64_t AudioBlocks::Place(std::int64_t time_ns) {
 void AudioBlocks::Add(std::int64_t time_ns, Samples samples) {
   auto const count = static_cast<std::int64_t>(samples.size()) / _channels;
   if (count == 0) return;
-  std::int64_t const gap = Place(time_ns) - _added;
+  std::int64_t const gap = StartSample(time_ns) - _added;
   std::int64_t const cut = std::clamp<std::int64_t>(-gap, 0, count);
   if (cut == count) {
     _exact |= _added == 0;  // the beginning is being cut

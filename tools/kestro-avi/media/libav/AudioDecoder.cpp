@@ -12,7 +12,7 @@ AudioDecoder::AudioDecoder(AVStream const& stream, Sink sink)
   AVCodec const* codec = avcodec_find_decoder(stream.codecpar->codec_id);
   _codec.reset(avcodec_alloc_context3(codec));
   if (codec == nullptr || avcodec_parameters_to_context(_codec.get(), stream.codecpar) < 0)
-    throw Error(kUnusable, std::string("no decoder for the sound codec ") +
+    throw Error(kUnusable, std::string("no decoder for the audio codec ") +
                                avcodec_get_name(stream.codecpar->codec_id));
   _codec->pkt_timebase = stream.time_base;
   if (int const failed = avcodec_open2(_codec.get(), codec, nullptr); failed < 0)
@@ -35,19 +35,19 @@ void AudioDecoder::Decode(AVPacket const* packet) {
   if (damaged) ++_damaged;
 }
 
-// Makes the converter for the frame's form. False if there is no way to convert it.
+// Creates the converter for the frame's format. Returns false if it cannot be converted.
 bool AudioDecoder::Prepare(AVFrame const& frame) {
   if (_swr && frame.format == _swrFormat && frame.sample_rate == _swrRate &&
       av_channel_layout_compare(&frame.ch_layout, &_layout) == 0)
     return true;
   AVChannelLayout out{};
-  // The same layout when the count is the same: nothing is mixed then.
+  // With the same channel count, keep the layout: nothing is mixed.
   if (frame.ch_layout.nb_channels != _channels)
     av_channel_layout_default(&out, _channels);
   else if (av_channel_layout_copy(&out, &frame.ch_layout) < 0)
     return false;
   SwrContext* swr = nullptr;
-  auto* in = const_cast<AVChannelLayout*>(&frame.ch_layout);  // it is copied
+  auto* in = const_cast<AVChannelLayout*>(&frame.ch_layout);  // the function copies it
   int const made =
       swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, _rate, in,
                           static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);

@@ -1,4 +1,4 @@
-// Any sound that libavcodec decodes, as 16-bit samples of one rate and channel count.
+// Decodes audio with libavcodec to 16-bit samples with a fixed rate and channel count.
 #pragma once
 
 #include <functional>
@@ -10,13 +10,13 @@ namespace kestro::tool {
 
 class AudioDecoder {
  public:
-  // Called with each piece of sound; `pts` is in the stream's time base, or AV_NOPTS_VALUE.
+  // Called with each piece of audio; `pts` is in the stream's time base, or AV_NOPTS_VALUE.
   using Sink = std::function<void(std::int64_t pts, Samples samples)>;
 
-  // Throws Error for a codec that has no decoder.
+  // Throws Error if there is no decoder.
   AudioDecoder(AVStream const& stream, Sink sink);
 
-  void Decode(AVPacket const* packet);  // null: what the decoder still holds
+  void Decode(AVPacket const* packet);  // null: flush the decoder
   unsigned Damaged() const { return _damaged; }
 
  private:
@@ -25,9 +25,9 @@ class AudioDecoder {
 
   CodecPtr _codec;
   FramePtr _frame;
-  SwrPtr _swr;  // null while frames come as they are wanted
+  SwrPtr _swr;  // null while frames need no conversion
   int _rate, _channels;
-  AVChannelLayout _layout{};  // what _swr was made for
+  AVChannelLayout _layout{};  // _swr was created for this input
   int _swrRate = 0, _swrFormat = AV_SAMPLE_FMT_NONE;
   Sink _sink;
   unsigned _damaged = 0;

@@ -6,14 +6,14 @@
 
 namespace kestro::tool {
 
-// Sound that waits for the first picture: more than this is never needed from a sane input.
+// Limits the audio that waits for the first picture.
 static constexpr std::size_t kMaxHeld = 64 << 20;
 
 static AVStream const& Checked(AVStream const& stream, std::string const& name) {
   AVCodecParameters const& codec = *stream.codecpar;
   if (codec.sample_rate <= 0 || codec.ch_layout.nb_channels <= 0 ||
       codec.ch_layout.nb_channels > std::numeric_limits<std::int16_t>::max() / 2)
-    throw Error(kUnusable, name + ": no sound was found in it");
+    throw Error(kUnusable, name + ": no audio was found in it");
   return stream;
 }
 
@@ -24,7 +24,7 @@ AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timel
       _clock(clock),
       _lead(lead),
       _decoder(Checked(stream, name),
-               [this](std::int64_t pts, Samples samples) { Decoded(pts, std::move(samples)); }) {
+               [this](std::int64_t pts, Samples samples) { AddSamples(pts, std::move(samples)); }) {
   _info.name = std::move(name);
   _info.codec = TrackInfo::kPcm;
   _info.rate = stream.codecpar->sample_rate;
@@ -37,18 +37,18 @@ std::int64_t AudioTrack::Duration_ns(Samples const& samples) const {
                     _info.rate);
 }
 
-void AudioTrack::Decoded(std::int64_t pts, Samples samples) {
+void AudioTrack::AddSamples(std::int64_t pts, Samples samples) {
   std::int64_t const time_ns =
       pts == AV_NOPTS_VALUE ? _next_ns : av_rescale_q(pts, _timeBase, kNanoseconds);
   _next_ns = time_ns + Duration_ns(samples);
   if (_lead && !_clock.known) _clock = {time_ns, true};
   _heldBytes += samples.size() * sizeof(samples[0]);
   _held.push_back({time_ns, std::move(samples)});
-  Settle();
+  PassOn();
 }
 
-// Places the sound on the recording's clock as soon as that is known.
-void AudioTrack::Settle() {
+// Passes the held audio on when the start of the recording is known; drops what is too early.
+void AudioTrack::PassOn() {
   bool const known = _timeline.known && _clock.known;
   std::int64_t const begin_ns = _clock.origin_ns + _timeline.offset_ns;
   if (known && !_blocks)
@@ -71,7 +71,7 @@ void AudioTrack::End() {
 }
 
 bool AudioTrack::Ready() {
-  Settle();
+  PassOn();
   if (_blocks && _ended) _blocks->End();
   return _blocks && _blocks->Ready();
 }
@@ -102,7 +102,7 @@ std::string AudioTrack::Findings() const {
   if (_decoder.Damaged() != 0)
     text = std::to_string(_decoder.Damaged()) + " damaged packets are left out";
   if (_blocks && _blocks->Jumps() != 0)
-    text += (text.empty() ? "" : "; ") + std::string("its clock jumps, sound may drift");
+    text += (text.empty() ? "" : "; ") + std::string("its clock jumps; audio may get out of sync");
   return text;
 }
 

@@ -1,4 +1,4 @@
-// Sound, decoded to 16-bit PCM.
+// An audio track, decoded to 16-bit PCM.
 #pragma once
 
 #include <deque>
@@ -11,8 +11,8 @@ namespace kestro::tool {
 
 class AudioTrack : public Track {
  public:
-  // `lead`: the input has no video, so that its first sound is its beginning. Throws Error for a
-  // stream that cannot be recorded.
+  // `lead`: the input has no video, so it starts with this audio. Throws Error for a stream that
+  // cannot be recorded.
   AudioTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
              bool lead);
 
@@ -31,18 +31,18 @@ class AudioTrack : public Track {
     std::int64_t time_ns;
     Samples samples;
   };
-  void Decoded(std::int64_t pts, Samples samples);
-  void Settle();
+  void AddSamples(std::int64_t pts, Samples samples);
+  void PassOn();
   std::int64_t Duration_ns(Samples const& samples) const;
 
   AVRational const _timeBase;
   Timeline& _timeline;
   InputClock& _clock;
   bool const _lead;
-  std::int64_t _next_ns = 0;  // where sound without a time goes
-  std::deque<Piece> _held;    // until the recording's beginning is known
+  std::int64_t _next_ns = 0;  // time of audio without a time
+  std::deque<Piece> _held;    // until the start of the recording is known
   std::size_t _heldBytes = 0;
-  std::unique_ptr<AudioBlocks> _blocks;  // from then on
+  std::unique_ptr<AudioBlocks> _blocks;  // after that
   bool _ended = false;
   AudioDecoder _decoder;
 };

@@ -1,4 +1,4 @@
-// Coded frames, looked at by libavcodec.
+// Parses coded frames with libavcodec.
 #pragma once
 
 #include "media/FrameParser.h"
@@ -8,7 +8,7 @@ namespace kestro::tool {
 
 class CodecParser : public FrameParser {
  public:
-  // Null for a codec that libavcodec has no parser for.
+  // Returns null if libavcodec has no parser for the codec.
   static std::unique_ptr<CodecParser> For(AVCodecID codec);
 
   Frame Parse(std::uint8_t const* data, std::size_t size) override;

@@ -26,29 +26,29 @@ AVCodecID CodecOf(avi::AviTrack const& track) {
   }
 }
 
-bool ContainerFile::Known(std::string const& path) {
+bool ContainerFile::IsContainer(std::string const& path) {
   return av_guess_format(nullptr, path.c_str(), nullptr) != nullptr;
 }
 
-void ContainerFile::Must(int result, std::string const& what) const {
-  if (result < 0) throw Error(kIo, _new.Path() + ": " + what + LibavError(result));
+void ContainerFile::Require(int result) const {
+  if (result < 0) throw Error(kIo, _new.Path() + ": " + LibavError(result));
 }
 
 ContainerFile::ContainerFile(std::string const& path, std::vector<ContainerTrack> const& tracks)
     : _new(path) {
   AVFormatContext* made = nullptr;
-  Must(avformat_alloc_output_context2(&made, av_guess_format(nullptr, path.c_str(), nullptr),
-                                      nullptr, path.c_str()));
+  Require(avformat_alloc_output_context2(&made, av_guess_format(nullptr, path.c_str(), nullptr),
+                                         nullptr, path.c_str()));
   _format.reset(made);
   if ((_format->oformat->flags & AVFMT_NOFILE) != 0)
-    throw Error(kUsage, path + ": its ending names no file format");
+    throw Error(kUsage, path + ": unknown file name extension");
   for (ContainerTrack const& track : tracks) AddTrack(track);
-  Must(avio_open(&_format->pb, ("file:" + _new.Temporary()).c_str(), AVIO_FLAG_WRITE));
+  Require(avio_open(&_format->pb, ("file:" + _new.Temporary()).c_str(), AVIO_FLAG_WRITE));
   int const headed = avformat_write_header(_format.get(), nullptr);
   if (headed < 0)
     throw Error(headed == AVERROR(EINVAL) ? kUnusable : kIo,
                 path + ": " + _format->oformat->name +
-                    " does not take these tracks: " + LibavError(headed));
+                    " does not accept these tracks: " + LibavError(headed));
 }
 
 ContainerFile::~ContainerFile() {
@@ -58,17 +58,17 @@ ContainerFile::~ContainerFile() {
 void ContainerFile::AddTrack(ContainerTrack const& from) {
   AVCodecID const codec = CodecOf(*from.track);
   if (avformat_query_codec(_format->oformat, codec, FF_COMPLIANCE_NORMAL) == 0)
-    throw Error(kUnusable, _new.Path() + ": " + _format->oformat->name + " does not take " +
+    throw Error(kUnusable, _new.Path() + ": " + _format->oformat->name + " does not accept " +
                                avcodec_get_name(codec) + " (" + from.name + ")");
   AVStream* const stream = avformat_new_stream(_format.get(), nullptr);
   if (stream == nullptr) throw std::bad_alloc();
   stream->codecpar->codec_id = codec;
-  Describe(*stream, from);
+  SetParameters(*stream, from);
   _tracks.push_back(from);
   _units.push_back(stream->time_base);
 }
 
-void ContainerFile::Describe(AVStream& stream, ContainerTrack const& from) {
+void ContainerFile::SetParameters(AVStream& stream, ContainerTrack const& from) {
   AVCodecParameters& par = *stream.codecpar;
   avi::AviTrack const& track = *from.track;
   if (track.type == "audio") {
@@ -84,7 +84,7 @@ void ContainerFile::Describe(AVStream& stream, ContainerTrack const& from) {
   AVRational rate{0, 1};
   av_reduce(&rate.num, &rate.den, track.rate, track.scale, 1 << 30);
   if (rate.num <= 0 || rate.den <= 0)
-    throw Error(kUnusable, _new.Path() + ": the AVI tells no frame rate (" + from.name + ")");
+    throw Error(kUnusable, _new.Path() + ": the AVI file has no frame rate (" + from.name + ")");
   par.codec_type = AVMEDIA_TYPE_VIDEO;
   par.width = static_cast<int>(track.width);
   par.height = static_cast<int>(track.height);
@@ -120,13 +120,13 @@ void ContainerFile::Write(std::size_t track, avi::Piece const& piece) {
         static_cast<std::int64_t>(piece.size * 8 / from.track->bits / from.track->channels);
   }
   av_packet_rescale_ts(packet.get(), _units[track], _format->streams[track]->time_base);
-  Must(av_interleaved_write_frame(_format.get(), packet.get()));
+  Require(av_interleaved_write_frame(_format.get(), packet.get()));
 }
 
 std::string ContainerFile::Finish() {
-  Must(av_write_trailer(_format.get()));
-  Must(_format->pb->error);
-  Must(avio_closep(&_format->pb));
+  Require(av_write_trailer(_format.get()));
+  Require(_format->pb->error);
+  Require(avio_closep(&_format->pb));
   return _new.Keep();
 }
 

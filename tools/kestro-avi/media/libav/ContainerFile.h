@@ -1,4 +1,4 @@
-// Tracks in a container of libavformat, as they are.
+// Writes tracks to a container of libavformat without changing them.
 #pragma once
 
 #include <string>
@@ -10,13 +10,13 @@
 
 namespace kestro::tool {
 
-// The codec of a track as libavcodec names it; AV_CODEC_ID_NONE when it cannot be extracted.
+// The libavcodec id of a track's codec; AV_CODEC_ID_NONE if the track cannot be extracted.
 AVCodecID CodecOf(avi::AviTrack const& track);
 
 class ContainerFile : public Output {
  public:
-  // Whether a file's ending names a container.
-  static bool Known(std::string const& path);
+  // Whether a file name has the extension of a container.
+  static bool IsContainer(std::string const& path);
 
   ContainerFile(std::string const& path, std::vector<ContainerTrack> const& tracks);
   ~ContainerFile() override;
@@ -25,9 +25,9 @@ class ContainerFile : public Output {
 
  private:
   void AddTrack(ContainerTrack const& from);
-  void Describe(AVStream& stream, ContainerTrack const& from);
-  // Throws Error unless all is well.
-  void Must(int result, std::string const& what = "") const;
+  void SetParameters(AVStream& stream, ContainerTrack const& from);
+  // Throws Error if the result is negative.
+  void Require(int result) const;
 
   struct ContextDelete {
     void operator()(AVFormatContext* p) const { avformat_free_context(p); }
@@ -35,7 +35,7 @@ class ContainerFile : public Output {
   NewFile _new;
   std::unique_ptr<AVFormatContext, ContextDelete> _format;
   std::vector<ContainerTrack> _tracks;
-  std::vector<AVRational> _units;  // what a piece's position counts, by track
+  std::vector<AVRational> _units;  // time base of a piece's position, by track
 };
 
 }  // namespace kestro::tool

@@ -16,17 +16,18 @@ using nlohmann::json;
 
 static constexpr double kLongest_ms = 1e12;
 
-bool CueFile::Knows(std::string const& path) {
-  auto const ending = std::filesystem::path(path).extension();
-  return ending == ".jsonl" || ending == ".ndjson" || ending == ".json";
+bool CueFile::IsCueFile(std::string const& path) {
+  auto const extension = std::filesystem::path(path).extension();
+  return extension == ".jsonl" || extension == ".ndjson" || extension == ".json";
 }
 
-static std::pair<std::int64_t, std::string> Cue(std::string const& line, std::string const& place) {
+static std::pair<std::int64_t, std::string> ParseCue(std::string const& line,
+                                                     std::string const& place) {
   json const cue = json::parse(line, nullptr, false);
   bool const good = cue.is_object() && cue.contains("pts_ms") && cue["pts_ms"].is_number() &&
                     cue.contains("text") && cue["text"].is_string();
   if (!good || std::abs(cue["pts_ms"].get<double>()) > kLongest_ms)
-    throw Error(kUnusable, place + ": is not {\"pts_ms\": NUMBER, \"text\": TEXT}");
+    throw Error(kUnusable, place + ": not of the form {\"pts_ms\": NUMBER, \"text\": TEXT}");
   return {std::llround(cue["pts_ms"].get<double>() * 1e6), cue["text"].get<std::string>()};
 }
 
@@ -40,9 +41,9 @@ CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline 
   std::string line;
   for (unsigned number = 1; std::getline(file, line); ++number)
     if (line.find_first_not_of(" \t\r") != line.npos)
-      cues.push_back(Cue(line, path + ", line " + std::to_string(number)));
+      cues.push_back(ParseCue(line, path + ", line " + std::to_string(number)));
   if (file.bad()) throw Error(kIo, path + ": cannot be read");
-  if (cues.empty()) throw Error(kUnusable, path + ": holds no text");
+  if (cues.empty()) throw Error(kUnusable, path + ": contains no text");
   if (!options.text) return;
 
   std::stable_sort(cues.begin(), cues.end(),

@@ -1,4 +1,4 @@
-// Text in a file of JSON lines.
+// Reads text from a file of JSON lines.
 #pragma once
 
 #include "media/libav/Input.h"
@@ -6,17 +6,17 @@
 
 namespace kestro::tool {
 
-// One track out of lines such as {"pts_ms": 1500, "text": "hello"}, in any order.
+// One text track from lines such as {"pts_ms": 1500, "text": "hello"}, in any order.
 class CueFile : public Input {
  public:
-  // Whether the name is that of such a file.
-  static bool Knows(std::string const& path);
+  // Whether the file name has a matching extension.
+  static bool IsCueFile(std::string const& path);
 
-  // Reads all of it. Throws Error naming the line that is wrong.
+  // Reads the whole file. Throws an Error that names an invalid line.
   CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline);
 
   bool Read() override { return false; }  // the track has everything
-  Extent Reach() const override { return {0, 0}; }
+  ReadExtent ReadSoFar() const override { return {0, 0}; }
 
  private:
   InputClock _clock;

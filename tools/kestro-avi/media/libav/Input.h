@@ -1,4 +1,4 @@
-// Where tracks come from.
+// The interface of inputs.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace kestro::tool {
 
-// A source of packets for its tracks, which are complete from its construction on.
+// Reads packets and passes them to its tracks. The constructor creates all tracks.
 class Input {
  public:
   virtual ~Input() = default;
@@ -18,14 +18,14 @@ class Input {
   std::vector<std::unique_ptr<Track>> const& Tracks() const { return _tracks; }
   bool HasVideo() const { return _hasVideo; }
 
-  // Hands one packet to its track. False at the end, which the tracks were told.
+  // Passes one packet to its track. Returns false at the end, after calling End on the tracks.
   virtual bool Read() = 0;
-  virtual Extent Reach() const { return {}; }
+  virtual ReadExtent ReadSoFar() const { return {}; }
 
-  // Why reading stopped before the end, empty when it did not: an error of the system, or damage.
+  // Why reading stopped before the end: a system error, or damage. Empty if it did not.
   std::string const& Failure() const { return _failure; }
   std::string const& Damage() const { return _damage; }
-  // What of the input is left out, one line each.
+  // Streams that are left out, one line each.
   std::vector<std::string> const& Notes() const { return _notes; }
 
  protected:
@@ -35,9 +35,8 @@ class Input {
   std::vector<std::string> _notes;
 };
 
-// Opens a file name or an address, whatever it holds. `timeline` outlives the input. `lead`: the
-// input's first video track begins the recording. Throws Error when it cannot be opened or holds
-// something that cannot be recorded.
+// Opens a file name or an address. `timeline` must outlive the input. `lead`: the recording starts
+// with the input's first video track. Throws Error when it cannot be opened or recorded.
 std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
                                  Timeline& timeline, bool lead);
 

@@ -7,7 +7,7 @@
 
 namespace kestro::tool {
 
-// A track without packets holds the others of its input back only this far.
+// How much the other tracks of an input may hold while one has no packets.
 static constexpr std::int64_t kMaxAhead_ns = 5000000000;
 static constexpr std::size_t kMaxAheadBytes = 32 << 20;
 
@@ -26,9 +26,9 @@ InputSession::InputSession(std::vector<std::string> const& addresses, InputOptio
         _tracks.push_back(track.get());
         _inputOf.push_back(i);
       }
-  if (_tracks.empty()) throw Error(kUnusable, "the inputs hold no track that is wanted");
+  if (_tracks.empty()) throw Error(kUnusable, "the inputs have no tracks to record");
   CheckRates();
-  if (_video == nullptr) {  // sound can begin anywhere
+  if (_video == nullptr) {  // audio can start anywhere
     _timeline.offset_ns = _timeline.start_ns;
     _timeline.known = true;
   }
@@ -45,19 +45,19 @@ void InputSession::CheckRates() {
     TrackInfo const& info = track->Info();
     if (info.IsText() && _video == nullptr)
       throw Error(kUnusable, info.name +
-                                 ": text takes its time from the video beside it, and "
-                                 "there is none (--no-text leaves it out)");
+                                 ": text takes its times from video, and there is none "
+                                 "(--no-text leaves it out)");
     if (info.IsText()) track->FrameRate(_video->Info().frameRate);
     if (!info.IsVideo()) continue;
     if (_video == nullptr) _video = track;
-    // Motion JPEG keeps a rate of its own.
+    // Motion JPEG may have its own rate.
     if (info.Numbered() && !SameRate(info.frameRate, _video->Info().frameRate))
       throw Error(kUnusable, RatesDiffer(info.name, info.frameRate, _video->Info().frameRate));
   }
 }
 
-// Reads the leading input until the beginning of the recording is known.
-bool InputSession::Begin() {
+// Reads the leading input until the start of the recording is known.
+bool InputSession::FindStart() {
   auto const lead = std::find_if(_inputs.begin(), _inputs.end(),
                                  [](auto const& input) { return input->HasVideo(); });
   while (!_timeline.known && !_interrupted())
@@ -65,8 +65,8 @@ bool InputSession::Begin() {
   return _timeline.known;
 }
 
-// Whether the other tracks of the track's input hold so much that it is not waited for.
-bool InputSession::RunsAhead(std::size_t track) const {
+// Whether the other tracks of the same input hold so much that this one is skipped.
+bool InputSession::OthersRunAhead(std::size_t track) const {
   std::size_t bytes = 0;
   std::int64_t longest_ns = 0;
   for (auto const& other : _inputs[_inputOf[track]]->Tracks()) {
@@ -77,20 +77,21 @@ bool InputSession::RunsAhead(std::size_t track) const {
   return bytes > kMaxAheadBytes || longest_ns > kMaxAhead_ns;
 }
 
-// Text lies in front of its frame.
-static bool Earlier(Track const& a, Track const& b) {
+// At the same time, text comes before its frame.
+static bool IsEarlier(Track const& a, Track const& b) {
   if (a.NextTime_ns() != b.NextTime_ns()) return a.NextTime_ns() < b.NextTime_ns();
   return a.Info().IsText() && !b.Info().IsText();
 }
 
 bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
-  if (!Begin()) return false;
+  if (!FindStart()) return false;
   while (!_interrupted()) {
-    // The track whose packet is due; times are counted, so they are known before the packet is.
+    // The track whose packet is next. Its time is known before the packet, because times are
+    // counted.
     std::size_t best = _tracks.size();
     for (std::size_t i = 0; i < _tracks.size(); ++i) {
-      if (_tracks[i]->Done() || (!_tracks[i]->Ready() && RunsAhead(i))) continue;
-      if (best == _tracks.size() || Earlier(*_tracks[i], *_tracks[best])) best = i;
+      if (_tracks[i]->Done() || (!_tracks[i]->Ready() && OthersRunAhead(i))) continue;
+      if (best == _tracks.size() || IsEarlier(*_tracks[i], *_tracks[best])) best = i;
     }
     if (best == _tracks.size()) return false;
     if (_tracks[best]->Ready()) {
@@ -105,10 +106,10 @@ bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
   return false;
 }
 
-Extent InputSession::Reach() const {
-  Extent all{0, 0};
+ReadExtent InputSession::ReadSoFar() const {
+  ReadExtent all{0, 0};
   for (auto const& input : _inputs) {
-    Extent const one = input->Reach();
+    ReadExtent const one = input->ReadSoFar();
     if (one.size < 0) return {};
     all.size += one.size;
     all.position += one.position;
@@ -138,8 +139,9 @@ std::vector<std::string> InputSession::Findings() const {
     if (std::string const text = track->Findings(); !text.empty())
       findings.push_back(track->Info().name + ": " + text);
   if (_misplaced != 0)
-    findings.push_back(std::to_string(_misplaced) +
-                       " texts lie behind the video or came too late: their times are lost");
+    findings.push_back(
+        std::to_string(_misplaced) +
+        " texts are after the end of the video or came too late: their times are lost");
   return findings;
 }
 

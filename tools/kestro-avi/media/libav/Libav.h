@@ -1,4 +1,4 @@
-// The C interfaces of libavformat and its kin, with owning pointers.
+// Includes libavformat and related libraries, and defines owning pointers for their types.
 #pragma once
 
 extern "C" {

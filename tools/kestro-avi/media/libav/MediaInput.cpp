@@ -13,7 +13,7 @@
 
 namespace kestro::tool {
 
-// Packets looked at for a key frame with parameter sets.
+// How many packets are searched for a key frame with parameter sets.
 static constexpr std::size_t kMaxAhead = 256;
 
 MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
@@ -40,7 +40,8 @@ static ExitCode CodeOf(int failed) {
   }
 }
 
-// Takes the name of a device's kind off an address such as "v4l2:/dev/video0"; null for others.
+// Removes the type of a device from an address such as "v4l2:/dev/video0" and returns it; null for
+// other addresses.
 static AVInputFormat const* TakeDevice(std::string& url) {
 #ifdef KESTRO_DEVICES
   static bool const registered = (avdevice_register_all(), true);
@@ -59,7 +60,8 @@ static AVInputFormat const* TakeDevice(std::string& url) {
 #endif
 }
 
-// Opens an address; the rate, where it is given, and the form of pictures are asked of a device.
+// Opens an address. Requests the frame rate and the picture format from a device, if they are
+// given.
 int MediaInput::OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
                            char const* form) {
   AVDictionary* settings = nullptr;
@@ -88,53 +90,54 @@ void MediaInput::Open(std::string const& address, InputOptions const& options) {
   else
     device = TakeDevice(url);
 
-  // Cameras give raw pictures unless they are asked for others.
+  // Cameras deliver raw pictures by default.
   bool const camera = device != nullptr && std::strstr(device->name, "v4l2") != nullptr;
   int failed = OpenFormat(url, device, options.rate, camera ? "mjpeg" : nullptr);
   if (failed < 0 && camera) failed = OpenFormat(url, device, options.rate, nullptr);
   if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
   if (failed < 0)
-    throw Error(CodeOf(failed), address + ": " +
-                                    (CodeOf(failed) == kUnusable ? "holds nothing in a known form"
-                                                                 : LibavError(failed)));
+    throw Error(CodeOf(failed),
+                address + ": " +
+                    (CodeOf(failed) == kUnusable ? "has an unknown format" : LibavError(failed)));
 }
 
-// Whether the stream can be a track. Codecs of video are looked at later: they are refused.
-static bool Fits(AVStream const& stream) {
+// Whether the stream can be a track. Video codecs are checked later, where an unsupported one is an
+// error.
+static bool IsSupported(AVStream const& stream) {
   switch (stream.codecpar->codec_type) {
     case AVMEDIA_TYPE_VIDEO:
       return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
     case AVMEDIA_TYPE_AUDIO:
       return true;
     case AVMEDIA_TYPE_SUBTITLE:
-      return SubtitleDecoder::Knows(stream);
+      return SubtitleDecoder::Supports(stream);
     default:
       return false;
   }
 }
 
 void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool lead) {
-  std::vector<AVStream*> wanted;
+  std::vector<AVStream*> selected;
   bool any = false;
   for (unsigned i = 0; i < _format->nb_streams; ++i) {
     AVStream* stream = _format->streams[i];
     stream->discard = AVDISCARD_ALL;
     auto const type = stream->codecpar->codec_type;
     bool const text = type == AVMEDIA_TYPE_SUBTITLE && options.text;
-    if (text && !Fits(*stream))
-      _notes.push_back(Name(*stream) + ": holds no text in a known form and is left out");
-    if (!Fits(*stream)) continue;
+    if (text && !IsSupported(*stream))
+      _notes.push_back(Name(*stream) + ": is not text in a known format; left out");
+    if (!IsSupported(*stream)) continue;
     any = true;
     bool const video = type == AVMEDIA_TYPE_VIDEO && options.video;
-    bool const sound = type == AVMEDIA_TYPE_AUDIO && options.audio;
+    bool const audio = type == AVMEDIA_TYPE_AUDIO && options.audio;
     _hasVideo |= video;
-    _hasAudio |= sound;
-    if (video || sound || text) wanted.push_back(stream);
+    _hasAudio |= audio;
+    if (video || audio || text) selected.push_back(stream);
   }
-  if (!any) throw Error(kUnusable, _address + ": holds no video, sound or text");
+  if (!any) throw Error(kUnusable, _address + ": contains no video, audio or text");
 
   _byStream.resize(_format->nb_streams);
-  for (AVStream* stream : wanted) {
+  for (AVStream* stream : selected) {
     stream->discard = AVDISCARD_DEFAULT;
     _tracks.push_back(NewTrack(*stream, options, timeline, lead));
     if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) lead = false;
@@ -147,9 +150,9 @@ std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const
   std::string const name = Name(stream);
   switch (stream.codecpar->codec_type) {
     case AVMEDIA_TYPE_VIDEO: {
-      bool const clocked = !options.rate.Positive();
-      auto video = std::make_unique<VideoTrack>(stream, name, timeline, _clock, lead, clocked);
-      video->FrameRate(Rate(stream, options, name));
+      bool const checkRate = !options.rate.Positive();
+      auto video = std::make_unique<VideoTrack>(stream, name, timeline, _clock, lead, checkRate);
+      video->FrameRate(ChooseFrameRate(stream, options, name));
       return video;
     }
     case AVMEDIA_TYPE_AUDIO:
@@ -160,12 +163,12 @@ std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const
   }
 }
 
-base::Fraction MediaInput::Rate(AVStream& stream, InputOptions const& options,
-                                std::string const& name) {
+base::Fraction MediaInput::ChooseFrameRate(AVStream& stream, InputOptions const& options,
+                                           std::string const& name) {
   RateSources sources;
   sources.option = options.rate;
-  // Demuxers that can be told a rate make one up: those of elementary streams and of series of
-  // pictures. Devices know better.
+  // Demuxers with an option for the rate use a default: those of elementary streams and of series
+  // of pictures. Devices report their real rate.
   AVClass const* settings = _format->iformat->priv_class;
   bool const elementary =
       settings != nullptr && !AV_IS_INPUT_DEVICE(settings->category) &&
@@ -173,13 +176,13 @@ base::Fraction MediaInput::Rate(AVStream& stream, InputOptions const& options,
   if (!elementary)
     sources.container = ContainerRate(*_format, stream);
   else if (!options.rate.Positive())
-    if (PacketPtr const key = FirstKey(stream.index))
+    if (PacketPtr const key = FindFirstKey(stream.index))
       sources.stream = StreamRate(*stream.codecpar, *key);
   return ChooseRate(sources, name);
 }
 
-// The stream's first key frame; it and what precedes it is read again later.
-PacketPtr MediaInput::FirstKey(int stream) {
+// The stream's first key frame. It and the packets before it are kept for ReadPacket.
+PacketPtr MediaInput::FindFirstKey(int stream) {
   while (_ahead.size() < kMaxAhead) {
     PacketPtr packet(av_packet_alloc());
     if (av_read_frame(_format.get(), packet.get()) < 0) break;
@@ -190,7 +193,7 @@ PacketPtr MediaInput::FirstKey(int stream) {
   return nullptr;
 }
 
-int MediaInput::Next(AVPacket& packet) {
+int MediaInput::ReadPacket(AVPacket& packet) {
   if (!_ahead.empty()) {
     av_packet_move_ref(&packet, _ahead.front().get());
     _ahead.pop_front();
@@ -202,7 +205,7 @@ int MediaInput::Next(AVPacket& packet) {
   return got;
 }
 
-Extent MediaInput::Reach() const {
+ReadExtent MediaInput::ReadSoFar() const {
   AVIOContext* const io = _format->pb;  // devices and series of pictures have none
   if (io == nullptr) return {};
   return {avio_size(io), avio_tell(io)};
@@ -210,7 +213,7 @@ Extent MediaInput::Reach() const {
 
 bool MediaInput::Read() {
   if (_ended) return false;
-  int const got = Next(*_packet);
+  int const got = ReadPacket(*_packet);
   if (got < 0) {
     if (got != AVERROR_EOF && !_interrupted())
       (CodeOf(got) == kUnusable ? _damage : _failure) = _address + ": " + LibavError(got);
@@ -219,7 +222,7 @@ bool MediaInput::Read() {
     return false;
   }
   auto const stream = static_cast<std::size_t>(_packet->stream_index);
-  // Some containers find further streams on the way: those are not recorded.
+  // Some containers add streams later: those are not recorded.
   Track* track = stream < _byStream.size() ? _byStream[stream] : nullptr;
   if (track != nullptr && !track->Done()) track->Take(*_packet);
   av_packet_unref(_packet.get());

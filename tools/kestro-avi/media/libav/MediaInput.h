@@ -1,4 +1,4 @@
-// One input, opened by libavformat.
+// Reads an input with libavformat.
 #pragma once
 
 #include <deque>
@@ -10,15 +10,15 @@
 
 namespace kestro::tool {
 
-// A file name or an address that libavformat knows; "-" is standard input. Its video, audio and
-// text streams are its tracks, in the container's order.
+// Opens a file name or an address that libavformat supports; "-" is standard input. The video,
+// audio and text streams become tracks, in the container's order.
 class MediaInput : public Input {
  public:
   MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
              bool lead);
 
   bool Read() override;
-  Extent Reach() const override;
+  ReadExtent ReadSoFar() const override;
 
  private:
   void Open(std::string const& address, InputOptions const& options);
@@ -30,17 +30,18 @@ class MediaInput : public Input {
   void AddTracks(InputOptions const& options, Timeline& timeline, bool lead);
   std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options, Timeline& timeline,
                                   bool lead);
-  base::Fraction Rate(AVStream& stream, InputOptions const& options, std::string const& name);
-  PacketPtr FirstKey(int stream);
-  int Next(AVPacket& packet);
+  base::Fraction ChooseFrameRate(AVStream& stream, InputOptions const& options,
+                                 std::string const& name);
+  PacketPtr FindFirstKey(int stream);
+  int ReadPacket(AVPacket& packet);
 
   std::string _address;
   bool (*const _interrupted)();
   FormatPtr _format;
   PacketPtr _packet;
-  std::deque<PacketPtr> _ahead;  // read while looking for the frame rate
+  std::deque<PacketPtr> _ahead;  // read while determining the frame rate
   InputClock _clock;
-  std::vector<Track*> _byStream;  // null for streams that are not wanted
+  std::vector<Track*> _byStream;  // null for streams that are not recorded
   bool _hasAudio = false, _ended = false;
 };
 

@@ -1,4 +1,4 @@
-// The module's entry, and what stands for the interface.
+// The module's entry point and its implementation of Media.
 #include <cstring>
 
 #include "media/Media.h"
@@ -12,7 +12,7 @@ namespace {
 
 class LibavMedia : public Media {
  public:
-  // The tool reports faults itself, in one line.
+  // The tool reports errors itself.
   LibavMedia() { av_log_set_level(AV_LOG_QUIET); }
 
   std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
@@ -20,7 +20,7 @@ class LibavMedia : public Media {
                                       Timeline const& timeline) override {
     return std::make_unique<InputSession>(addresses, options, timeline);
   }
-  bool KnowsContainer(std::string const& path) override { return ContainerFile::Known(path); }
+  bool KnowsContainer(std::string const& path) override { return ContainerFile::IsContainer(path); }
   std::unique_ptr<FrameParser> NewFrameParser(avi::AviTrack const& track) override {
     return CodecParser::For(CodecOf(track));
   }

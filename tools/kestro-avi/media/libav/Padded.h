@@ -1,4 +1,4 @@
-// Packets of libavcodec over copies of data.
+// Creates packets of libavcodec.
 #pragma once
 
 #include <cstring>
@@ -8,7 +8,7 @@
 
 namespace kestro::tool {
 
-// A packet with its own copy, and the zeros behind it that parsers count on.
+// A packet with a copy of the data, followed by the zeros that parsers need.
 inline PacketPtr Padded(std::uint8_t const* data, std::size_t size) {
   PacketPtr packet(av_packet_alloc());
   if (!packet || av_new_packet(packet.get(), static_cast<int>(size)) < 0) throw std::bad_alloc();

@@ -9,7 +9,7 @@ using base::Fraction;
 Fraction ContainerRate(AVFormatContext& format, AVStream& stream) {
   AVRational rate = av_guess_frame_rate(&format, &stream, nullptr);
   AVRational const average = stream.avg_frame_rate;
-  // The guess is the finest grid that all times lie on: far off for times that jitter.
+  // The guess is the finest grid that all times fit, which is far too high when times jitter.
   if (average.num > 0 && average.den > 0 && av_q2d(rate) > 1.5 * av_q2d(average)) rate = average;
   return NearWhole(Fraction(rate.num, rate.den));
 }
@@ -19,7 +19,7 @@ Fraction StreamRate(AVCodecParameters const& parameters, AVPacket const& key) {
   CodecPtr decoder(avcodec_alloc_context3(codec));
   FramePtr frame(av_frame_alloc());
   if (codec == nullptr || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return {};
-  decoder->framerate = {0, 1};  // libavformat puts its default there
+  decoder->framerate = {0, 1};  // libavformat sets its default
   decoder->thread_count = 1;
   if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return {};
   avcodec_send_packet(decoder.get(), &key);

@@ -1,4 +1,4 @@
-// The frame rates that inputs tell.
+// Reads the frame rates of inputs.
 #pragma once
 
 #include "base/Fraction.h"
@@ -6,10 +6,10 @@
 
 namespace kestro::tool {
 
-// The rate that the container tells.
+// The rate from the container.
 base::Fraction ContainerRate(AVFormatContext& format, AVStream& stream);
 
-// The rate in the parameter sets of a key frame; 0/1 where there is none.
+// The rate from the parameter sets of a key frame; 0/1 if there is none.
 base::Fraction StreamRate(AVCodecParameters const& codec, AVPacket const& key);
 
 }  // namespace kestro::tool

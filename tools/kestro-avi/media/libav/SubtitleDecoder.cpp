@@ -4,8 +4,8 @@
 
 namespace kestro::tool {
 
-// Where the text of an event begins.
-static std::size_t TextOf(std::string const& event) {
+// The offset of the text in an event.
+static std::size_t TextStart(std::string const& event) {
   std::size_t at = 0;
   for (int field = 0; field < 8; ++field) {
     std::size_t const comma = event.find(',', at);
@@ -16,9 +16,9 @@ static std::size_t TextOf(std::string const& event) {
 }
 
 std::string PlainText(std::string const& event, bool comments) {
-  static std::string const kJoiner = "\xE2\x81\xA0";  // decoders put it behind a plain backslash
+  static std::string const kJoiner = "\xE2\x81\xA0";  // decoders add it after a literal backslash
   std::string text;
-  for (std::size_t i = TextOf(event); i < event.size(); ++i) {
+  for (std::size_t i = TextStart(event); i < event.size(); ++i) {
     char const next = i + 1 < event.size() ? event[i + 1] : '\0';
     if (event[i] == '{' && (comments || next == '\\' || next == '}')) {
       std::size_t const end = event.find('}', i);
@@ -44,7 +44,7 @@ std::string PlainText(std::string const& event, bool comments) {
   return text;
 }
 
-bool SubtitleDecoder::Knows(AVStream const& stream) {
+bool SubtitleDecoder::Supports(AVStream const& stream) {
   AVCodecID const id = stream.codecpar->codec_id;
   AVCodecDescriptor const* known = avcodec_descriptor_get(id);
   return known != nullptr && (known->props & AV_CODEC_PROP_TEXT_SUB) != 0 &&
@@ -66,7 +66,7 @@ bool SubtitleDecoder::Decode(AVPacket const& packet, std::int64_t& time_ns, std:
   time_ns = av_rescale_q(packet.pts, _timeBase, kNanoseconds);
   AVSubtitle subtitle{};
   int got = 0;
-  auto* in = const_cast<AVPacket*>(&packet);  // older libraries do not promise to leave it alone
+  auto* in = const_cast<AVPacket*>(&packet);  // not const in older libraries
   if (avcodec_decode_subtitle2(_codec.get(), &subtitle, &got, in) < 0) ++_damaged;
   text.clear();
   for (unsigned i = 0; got != 0 && i < subtitle.num_rects; ++i) {

@@ -1,4 +1,4 @@
-// Subtitles of any form that libavcodec knows, as plain text.
+// Decodes subtitles to plain text with libavcodec.
 #pragma once
 
 #include <cstdint>
@@ -9,19 +9,19 @@
 namespace kestro::tool {
 
 // The text of an ASS event ("order,layer,style,name,margins...,effect,text") without its overrides,
-// one line for each of its lines. `comments`: braces without a backslash are comments as well, as
-// in scripts; in what decoders of other forms make they are text.
+// with the same lines. `comments`: braces without a backslash are comments, as in scripts; decoders
+// of other formats write them as text.
 std::string PlainText(std::string const& event, bool comments);
 
 class SubtitleDecoder {
  public:
-  // Whether the stream is made of text, not of pictures, and there is a decoder for it.
-  static bool Knows(AVStream const& stream);
+  // Whether the stream is text, not pictures, and there is a decoder for it.
+  static bool Supports(AVStream const& stream);
 
   // Throws Error.
   explicit SubtitleDecoder(AVStream const& stream);
 
-  // False for a packet that holds no text.
+  // Returns false for a packet without text.
   bool Decode(AVPacket const& packet, std::int64_t& time_ns, std::string& text);
   unsigned Damaged() const { return _damaged; }
 

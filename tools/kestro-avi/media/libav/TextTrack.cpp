@@ -31,7 +31,7 @@ std::int64_t TextTrack::Frame(Cue const& cue) const {
 }
 
 bool TextTrack::Ready() {
-  if (!Known()) return false;
+  if (!StartKnown()) return false;
   while (!_cues.empty() && Frame(_cues.front()) < 0) _cues.pop_front();
   return !_cues.empty() && !Full();
 }
@@ -41,7 +41,7 @@ bool TextTrack::Full() const {
 }
 
 std::int64_t TextTrack::NextTime_ns() const {
-  if (!Known() || _cues.empty()) return _next_ns;
+  if (!StartKnown() || _cues.empty()) return _next_ns;
   return std::max(_next_ns, FrameTime_ns(_info.frameRate, Frame(_cues.front())));
 }
 

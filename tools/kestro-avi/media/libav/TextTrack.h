@@ -1,4 +1,4 @@
-// Text beside video.
+// A text track.
 #pragma once
 
 #include <deque>
@@ -9,17 +9,17 @@
 
 namespace kestro::tool {
 
-// A recording stores no time with a text: its time is that of the next frame of the first video
-// track. So each lies directly in front of the frame that is nearest to its time, and comes with
-// that frame's time. What lies before the recording's beginning is left out.
+// A recording stores no times of texts: a text has the time of the next frame of the first video
+// track. So each text is stored directly before the frame that is nearest to its time, and gets
+// that frame's time. Texts before the start of the recording are left out.
 class TextTrack : public Track {
  public:
-  // `decoder` is null for text that is added by hand. `lead`: the input's times count from its
-  // beginning, as it has no other tracks. The frame rate is set before the first packet is popped.
+  // `decoder`: null if Add is used instead. `lead`: the input has no other tracks, so its times
+  // count from 0. Set the frame rate before the first Pop.
   TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder, Timeline const& timeline,
             InputClock& clock, bool lead);
 
-  void Add(std::int64_t time_ns, std::string text);  // on the input's clock
+  void Add(std::int64_t time_ns, std::string text);  // `time_ns`: on the input's clock
 
   void Take(AVPacket const& packet) override;
   void End() override { _ended = true; }
@@ -27,7 +27,7 @@ class TextTrack : public Track {
   TimedPacket Pop() override;
   bool Done() override { return (_ended && !Ready()) || Full(); }
   std::int64_t NextTime_ns() const override;
-  // Text is small, and rare: it never makes others wait.
+  // Text is small and rare: other tracks never wait for it.
   std::int64_t Waiting_ns() const override { return 0; }
   std::size_t WaitingBytes() const override { return 0; }
   std::string Findings() const override;
@@ -37,7 +37,7 @@ class TextTrack : public Track {
     std::int64_t time_ns;
     std::string text;
   };
-  bool Known() const { return _timeline.known && _clock.known; }
+  bool StartKnown() const { return _timeline.known && _clock.known; }
   bool Full() const;
   std::int64_t Frame(Cue const& cue) const;
 
@@ -45,7 +45,7 @@ class TextTrack : public Track {
   Timeline const& _timeline;
   InputClock& _clock;
   std::deque<Cue> _cues;
-  std::int64_t _next_ns = 0;  // no text comes before this
+  std::int64_t _next_ns = 0;  // no earlier text follows
   bool _ended = false;
 };
 

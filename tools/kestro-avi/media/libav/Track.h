@@ -1,4 +1,4 @@
-// One track of a recording: packets as recording takes them, out of those of a container.
+// The interface of tracks, which convert packets of a container to packets of a recording.
 #pragma once
 
 #include <cstdint>
@@ -14,11 +14,12 @@ using record::TrackInfo;
 
 // The clock of an input.
 struct InputClock {
-  std::int64_t origin_ns = 0;  // the time of the input's first picture, else of its first sound
+  std::int64_t origin_ns =
+      0;  // the time of the input's first picture or, without video, first audio
   bool known = false;
 };
 
-// Usage: Take each packet of the container, End after the last one; Pop while Ready.
+// Call Take for each packet of the container and End after the last one, and Pop while Ready.
 class Track {
  public:
   virtual ~Track() = default;
@@ -29,13 +30,13 @@ class Track {
   virtual void End() = 0;
   virtual bool Ready() = 0;  // whether Pop has a packet
   virtual TimedPacket Pop() = 0;
-  virtual bool Done() = 0;  // no packet comes any more
+  virtual bool Done() = 0;  // there will be no more packets
 
-  virtual std::int64_t NextTime_ns() const = 0;  // of the next packet, also before it is ready
-  virtual std::int64_t Waiting_ns() const = 0;   // ready packets, as time ...
-  virtual std::size_t WaitingBytes() const = 0;  // ... and as memory
+  virtual std::int64_t NextTime_ns() const = 0;  // time of the next packet, also before it is ready
+  virtual std::int64_t Waiting_ns() const = 0;   // duration of the ready packets,
+  virtual std::size_t WaitingBytes() const = 0;  // and their memory
 
-  // What people should know about the track after recording; empty for nothing.
+  // Problems that the user should know about after recording; empty for none.
   virtual std::string Findings() const = 0;
 
  protected:

@@ -7,12 +7,12 @@
 namespace kestro::tool {
 
 VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timeline,
-                       InputClock& clock, bool lead, bool clocked)
+                       InputClock& clock, bool lead, bool checkRate)
     : _timeBase(stream.time_base),
       _timeline(timeline),
       _clock(clock),
       _lead(lead),
-      _clocked(clocked) {
+      _checkRate(checkRate) {
   AVCodecParameters const& codec = *stream.codecpar;
   switch (codec.codec_id) {
     case AV_CODEC_ID_H264:
@@ -44,7 +44,7 @@ bool VideoTrack::Full() const {
   return _timeline.duration_ns >= 0 && NextTime_ns() >= _timeline.duration_ns;
 }
 
-// A packet without a time follows the one before.
+// A packet without a time directly follows the previous one.
 std::int64_t VideoTrack::PacketTime_ns(AVPacket const& packet) {
   std::int64_t const stamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
   if (stamp != AV_NOPTS_VALUE)
@@ -60,10 +60,10 @@ void VideoTrack::Take(AVPacket const& packet) {
   auto const* sets = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &extra);
   if (_converter && sets != nullptr) _converter->Configure(sets, extra);
   std::int64_t const time_ns = PacketTime_ns(packet);
-  _latest_ns = std::max(_latest_ns, time_ns);  // frames come reordered
+  _latest_ns = std::max(_latest_ns, time_ns);  // frames may be reordered
   bool const key = !_converter || (packet.flags & AV_PKT_FLAG_KEY) != 0;
   if (!_clock.known) _clock = {time_ns, true};
-  if (!_started && !Hold(time_ns, key)) return;
+  if (!_started && !KeepBeforeStart(time_ns, key)) return;
 
   Unit unit{{}, key};
   auto const size = static_cast<std::size_t>(std::max(packet.size, 0));
@@ -75,18 +75,18 @@ void VideoTrack::Take(AVPacket const& packet) {
   _units.push_back(std::move(unit));
 
   if (!_started && time_ns - _clock.origin_ns >= _timeline.start_ns) Start();
-  // Reordered frames are a few apart from their count; more is another rate.
+  // Reordering moves a frame by a few frames; more means another rate.
   auto const frame = _frames + static_cast<std::int64_t>(_units.size()) - 1;
   auto const off_ns = Time_ns(frame) - (time_ns - _begin_ns);
-  if (_started && _clocked && std::abs(off_ns) > std::max<std::int64_t>(500000000, Time_ns(16)))
+  if (_started && _checkRate && std::abs(off_ns) > std::max<std::int64_t>(500000000, Time_ns(16)))
     _drifts = true;
 }
 
-// Before the start: whether the packet may belong to the first group of pictures.
-bool VideoTrack::Hold(std::int64_t time_ns, bool key) {
-  bool const wanted = time_ns - _clock.origin_ns <= _timeline.start_ns;
-  if (key && (wanted || _units.empty())) {
-    Drop();
+// Before the start: keeps a packet that may belong to the first group of pictures.
+bool VideoTrack::KeepBeforeStart(std::int64_t time_ns, bool key) {
+  bool const early = time_ns - _clock.origin_ns <= _timeline.start_ns;
+  if (key && (early || _units.empty())) {
+    DropUnits();
     _begin_ns = time_ns;
     if (_lead) _timeline.offset_ns = time_ns - _clock.origin_ns;
   }
@@ -100,7 +100,7 @@ void VideoTrack::Start() {
   if (_lead) _timeline.known = true;
 }
 
-void VideoTrack::Drop() {
+void VideoTrack::DropUnits() {
   _units.clear();
   _bytes = 0;
 }
@@ -111,7 +111,7 @@ void VideoTrack::End() {
   if (!_started && !_units.empty() && _timeline.start_ns < end_ns)
     Start();
   else if (!_started)
-    Drop();
+    DropUnits();
 }
 
 TimedPacket VideoTrack::Pop() {
@@ -139,7 +139,8 @@ std::string VideoTrack::Findings() const {
   if (_skipped != 0)
     add(std::to_string(_skipped) + " packets before the first key frame are left out");
   if (_damaged != 0) add(std::to_string(_damaged) + " damaged packets are recorded in part");
-  if (_drifts) add("its frames do not keep to " + _info.frameRate.Text() + " fps, sound may drift");
+  if (_drifts)
+    add("its frames do not keep to " + _info.frameRate.Text() + " fps; audio may get out of sync");
   return text;
 }
 

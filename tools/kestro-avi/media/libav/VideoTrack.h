@@ -1,4 +1,4 @@
-// H.264, HEVC or motion JPEG video with a constant frame rate.
+// A video track: H.264, HEVC or motion JPEG with a constant frame rate.
 #pragma once
 
 #include <deque>
@@ -12,10 +12,10 @@ namespace kestro::tool {
 
 class VideoTrack : public Track {
  public:
-  // `lead`: the track whose key frame begins the recording. `clocked`: the packets' times are worth
-  // comparing with the frame rate. Throws Error for a stream that cannot be recorded.
+  // `lead`: the recording starts with a key frame of this track. `checkRate`: compare the packets'
+  // times with the frame rate. Throws Error for a stream that cannot be recorded.
   VideoTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
-             bool lead, bool clocked);
+             bool lead, bool checkRate);
 
   void Take(AVPacket const& packet) override;
   void End() override;
@@ -35,16 +35,16 @@ class VideoTrack : public Track {
   std::int64_t Time_ns(std::int64_t frame) const { return FrameTime_ns(_info.frameRate, frame); }
   std::int64_t PacketTime_ns(AVPacket const& packet);
   bool Full() const;
-  bool Hold(std::int64_t time_ns, bool key);
+  bool KeepBeforeStart(std::int64_t time_ns, bool key);
   void Start();
-  void Drop();
+  void DropUnits();
 
   AVRational const _timeBase;
   Timeline& _timeline;
   InputClock& _clock;
-  bool const _lead, _clocked;
-  std::optional<AnnexB> _converter;  // none: packets are stored as they are
-  std::deque<Unit> _units;           // until started, the group of pictures that may be the first
+  bool const _lead, _checkRate;
+  std::optional<AnnexB> _converter;  // none: packets are stored unchanged
+  std::deque<Unit> _units;  // before the start: the group of pictures that may be the first
   std::size_t _bytes = 0;
   std::int64_t _frames = 0;  // popped
   std::int64_t _taken = 0;   // packets of the container
