@@ -62,7 +62,7 @@ bool AviFile::CountIndex(std::vector<base::uint64>& indexed) {
   return left == 0 || CoversAllData();
 }
 
-// Whether no chunk with data lies between the indexed ones. Assumes that there is one when the
+// Whether there is no chunk with data between the indexed ones. Assumes that there is one when the
 // index is not in file order.
 bool AviFile::CoversAllData() {
   bool covers = true;

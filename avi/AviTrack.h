@@ -1,4 +1,4 @@
-// A track of an AVI file, as its headers describe it.
+// Reads the headers of a track.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 namespace kestro::avi {
 
 struct AviTrack {
-  std::string type;     // "video", "audio", "text", or the four characters of another one
-  std::string handler;  // four characters
-  std::string codec;    // "h264", "hevc", "mjpeg", "pcm", ..., or the four characters of another
-  unsigned width = 0, height = 0;                   // video
+  std::string type;                // "video", "audio", "text", or the type code itself
+  std::string handler;             // four characters
+  std::string codec;               // "h264", "hevc", "mjpeg", "pcm", ..., or the codec's own code
+  unsigned width = 0, height = 0;  // video
   unsigned sampleRate = 0, channels = 0, bits = 0;  // audio
   unsigned scale = 0, rate = 0, length = 0;         // from the stream header
   unsigned bytesPerSecond = 0;                      // audio

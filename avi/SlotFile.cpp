@@ -140,10 +140,10 @@ bool SlotFile::Grow(unsigned char const* data, unsigned size) {
     _held = {};
     return Fail(_names[name], error);
   }
-  _file = std::move(file);  // the old one is closed: its room is free once its name is gone
+  _file = std::move(file);  // closes the old file, so that removing it frees its space
   _current = name;
   _next = 1;
-  // At first, what an older recording has left.
+  // Or, the first time, a file that an earlier recording left.
   return _folder.Remove(_names[1 - name]) || Fail(_names[1 - name], errno);
 }
 

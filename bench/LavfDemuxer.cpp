@@ -74,7 +74,7 @@ Contender LavfReader(SharedRecording const& file) {
             watch.Start();
             while (demuxer.Next()) ++count;
             watch.Stop();
-            Require(count == file->Packets(), "libavformat misses packets");
+            Require(count == file->Packets(), "libavformat lost packets");
           }};
 }
 

@@ -175,7 +175,7 @@ Result MeasureOpening(std::string const& plugin, std::FILE* out) {
 }
 
 std::vector<Result> MeasureWriter(std::string const& plugin, std::FILE* out) {
-  std::fprintf(out, "%-34s %12s %12s\n", "caching writer at most, KiB", "taken", "allowed");
+  std::fprintf(out, "%-34s %12s %12s\n", "caching writer at most, KiB", "used", "allowed");
   std::vector<Result> results;
   for (int blocks : {3, 8}) {
     std::string const count = std::to_string(blocks);

@@ -25,7 +25,7 @@ class Random {
 
 // Video of 30 frames per second with a key frame every second, and 16-bit stereo audio at 48 kHz in
 // packets of 1024 samples, in time order. A video packet is one H.264 access unit: a delimiter,
-// for key frames the parameter sets, and one slice of random bytes that holds no start code.
+// for key frames the parameter sets, and one slice of random bytes without a start code.
 class Mix {
  public:
   static constexpr int kFps = 30, kRate = 48000, kSamples = 1024;

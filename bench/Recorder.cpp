@@ -30,11 +30,11 @@ Recorder::Recorder(Mix const& mix, char const* muxer, std::nullptr_t) : _mix(mix
 
 Recorder::Recorder(Mix const& mix, base::IO& io, char const* muxer)
     : Recorder(mix, muxer, nullptr) {
-  Require(_muxer->Set("io", &io), "the muxer takes no stream");
+  Require(_muxer->Set("io", &io), "the muxer does not accept a stream");
 }
 
 Recorder::Recorder(Mix const& mix, char const* path) : Recorder(mix, "avi-muxer", nullptr) {
-  Require(_muxer->Set("path", path), "the muxer takes no path");
+  Require(_muxer->Set("path", path), "the muxer does not accept a path");
 }
 
 void Recorder::AddQueue() {

@@ -27,7 +27,8 @@ class NullIO : public base::IO {
   base::int64 _size = 0, _position = 0;
 };
 
-// Records a mix: a muxer with a video and a sound input. Throws when the element refuses something.
+// Records a mix: a muxer with a video and an audio input. Throws when the element refuses
+// something.
 //
 //   Recorder recorder(mix, io or path);
 //   recorder.AddQueue();                  // optional, before the muxer

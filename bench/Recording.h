@@ -39,7 +39,7 @@ class Recording {
  private:
   std::string const _path;
   Mix::Sizes const _sizes;
-  std::int64_t const _packets = 0;  // 0: of another process
+  std::int64_t const _packets = 0;  // 0: the file is of another process
   bool _recorded = false;
 };
 

@@ -59,7 +59,7 @@ Contender Over(char const* name, Memory const& memory, int size, bool found) {
             for (std::size_t at = 0; at + kLarge <= memory->size; at += kFrame, ++frames)
               as += find(data + at, size) == found;
             watch.Stop();
-            Require(as == frames, "start codes are missed, or found where there are none");
+            Require(as == frames, "start codes were missed, or found where there are none");
           }};
 }
 

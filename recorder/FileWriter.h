@@ -40,7 +40,7 @@ class FileWriter {
 
   // The index of a closed file.
   FrontIndex const& Index() const { return _index; }
-  // Each names the file. Warnings say what is amiss with a file that is complete.
+  // One line each, which names the file. Warnings are about files that are complete all the same.
   std::vector<std::string> const& Errors() const { return _errors; }
   std::vector<std::string> const& Warnings() const { return _warnings; }
 
@@ -54,9 +54,9 @@ class FileWriter {
   RecorderOptions const& _options;
   std::string const _path;
   Packets const& _packets;
-  std::unique_ptr<Tags> _tags;        // outlives the muxer, as the next three
+  std::unique_ptr<Tags> _tags;        // this and the next two must outlive the muxer
   std::unique_ptr<SideFile> _side;    // null without one
-  std::unique_ptr<base::IO> _output;  // null where the muxer opens the file itself
+  std::unique_ptr<base::IO> _output;  // null if the muxer opens the file itself
   std::unique_ptr<stream::IMuxer> _muxer;
   std::vector<stream::IPort*> _ports;
   std::uint64_t _room = 0;  // capacity of the index in entries, 0: unlimited

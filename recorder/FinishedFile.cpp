@@ -22,15 +22,15 @@ static std::string MakeOrdinary(FinishedFile const& file, RecorderOptions const&
 static void FinishIndex(FinishedFile const& file, RecorderOptions const& options,
                         std::function<void(Event)> const& report) {
   if (file.index.at == 0) return;
-  bool const wanted = options.sync.ordinary && file.complete;
-  std::string const reason = wanted ? MakeOrdinary(file, options) : "";
+  bool const makeOrdinary = options.sync.ordinary && file.complete;
+  std::string const reason = makeOrdinary ? MakeOrdinary(file, options) : "";
   if (!reason.empty())
     report(
         {Event::kNote, file.path, file.path + ": has its index before the data only: " + reason});
   if (file.index.full.empty()) return;
   std::string const reach = avi::Seconds(file.index.reach_ns / 1000000);
   std::string const more = "; reserve more space for a longer index";
-  if (wanted && reason.empty())
+  if (makeOrdinary && reason.empty())
     report({Event::kNote, file.path,
             file.path + ": the index before the data was full at " + reach +
                 ": later data was not safe until the file was closed" + more});

@@ -1,4 +1,4 @@
-// Finding and loading the plug-in.
+// Finds and loads the plug-in.
 #pragma once
 
 #include <string>

@@ -41,7 +41,7 @@ std::uint64_t SyncPlan::ReserveBytes(SyncOptions const& options, Tracks const& t
   constexpr std::uint64_t kLargest =
       INT_MAX - (std::uint64_t{64} << 20);  // leaves room for headers
   if (bytes > static_cast<double>(kLargest))
-    throw Refusal(Code::kInvalid, "a reserve for an index of " +
+    throw Refusal(Code::kInvalid, "a reserved index of " +
                                       ByteCount(static_cast<std::uint64_t>(bytes)) +
                                       " is too large for a file");
   return RoundedUp(static_cast<std::uint64_t>(bytes), kEntry);

@@ -38,7 +38,7 @@ std::string SpeedNote(std::string const& track, Fraction const& rate) {
 }
 
 bool SameRate(Fraction const& a, Fraction const& b) {
-  auto const product = [](base::int64 x, base::int64 y) {  // of numbers of 32 bits
+  auto const product = [](base::int64 x, base::int64 y) {  // the values have 32 bits
     return static_cast<base::uint64>(x) * static_cast<base::uint64>(y);
   };
   return product(a.num, b.den) == product(b.num, a.den);

@@ -28,14 +28,14 @@ base::Fraction NearWhole(base::Fraction const& rate);
 std::string SpeedNote(std::string const& track, base::Fraction const& rate);
 
 bool SameRate(base::Fraction const& a, base::Fraction const& b);
-// What to say of a track of H.264 or HEVC that has another rate than one before it.
+// The message about an H.264 or HEVC track that has another rate than an earlier one.
 std::string RatesDiffer(std::string const& track, base::Fraction const& rate,
                         base::Fraction const& other);
 
-// A rate on the command line: "25", "30000/1001", "29.97". Throws Error.
+// Parses a rate from the command line: "25", "30000/1001", "29.97". Throws Error.
 base::Fraction ParseRate(std::string const& text);
 
-// When a frame of a constant rate is due.
+// The time of a frame at a constant rate.
 std::int64_t FrameTime_ns(base::Fraction rate, std::int64_t frame);
 
 }  // namespace kestro::tool

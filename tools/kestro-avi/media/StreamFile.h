@@ -10,7 +10,7 @@
 
 namespace kestro::tool {
 
-// An elementary stream of video.
+// Used directly for elementary streams of video.
 class StreamFile : public Output {
  public:
   explicit StreamFile(std::string const& path);

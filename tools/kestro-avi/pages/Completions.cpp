@@ -60,7 +60,7 @@ std::string BashCompletion(Help const& help) {
          "_kestro_avi() {\n"
          "  local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} kind= words=\n"
          "  COMPREPLY=()\n"
-         "  # --option=value comes as three words.\n"
+         "  # bash splits --option=value into three words.\n"
          "  if [[ $prev == = ]]; then prev=${COMP_WORDS[COMP_CWORD - 2]}; fi\n"
          "  if [[ $cur == = ]]; then cur=; fi\n"
          "  case ${COMP_WORDS[1]}:$prev in\n" +

@@ -33,7 +33,7 @@ void Salvage::ProcessWaiting(avi::IndexEntry const* next) {
     _missingEnd = _position = _file.Next(chunk);
   } else if (IsTrackData(entry.id) && entry.size <= kMaxPacket &&
              entry.offset - std::max(_position, _missingEnd) <= kMaxPacket &&
-             _missing.size() < kMostMissing) {  // and not half an entry
+             _missing.size() < kMostMissing) {  // else the entry itself is damaged
     _missingEnd = ChunkEnd(entry);
     _missing.emplace(entry.offset, entry);
   } else {

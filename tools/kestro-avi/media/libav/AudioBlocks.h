@@ -34,7 +34,7 @@ class AudioBlocks {
 
  private:
   struct Piece {
-    std::int64_t silence;  // samples per channel ahead of the data
+    std::int64_t silence;  // samples per channel before the data
     Samples samples;
     std::size_t used = 0;
   };

@@ -13,7 +13,7 @@ static AVStream const& Checked(AVStream const& stream, std::string const& name) 
   AVCodecParameters const& codec = *stream.codecpar;
   if (codec.sample_rate <= 0 || codec.ch_layout.nb_channels <= 0 ||
       codec.ch_layout.nb_channels > std::numeric_limits<std::int16_t>::max() / 2)
-    throw Error(kUnusable, name + ": no audio was found in it");
+    throw Error(kUnusable, name + ": has no audio");
   return stream;
 }
 

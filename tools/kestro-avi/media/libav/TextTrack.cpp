@@ -24,7 +24,7 @@ void TextTrack::Take(AVPacket const& packet) {
   if (_decoder->Decode(packet, time_ns, text)) Add(time_ns, std::move(text));
 }
 
-// The number of the nearest frame.
+// The number of the frame that is nearest to the cue.
 std::int64_t TextTrack::Frame(Cue const& cue) const {
   std::int64_t const time_ns = cue.time_ns - _clock.origin_ns - _timeline.offset_ns;
   return av_rescale(time_ns, _info.frameRate.num, 1000000000 * _info.frameRate.den);

@@ -12,7 +12,7 @@ namespace kestro::tool {
 
 using record::TrackInfo;
 
-// The clock of an input.
+// Where the times of an input start.
 struct InputClock {
   std::int64_t origin_ns =
       0;  // the time of the input's first picture or, without video, first audio

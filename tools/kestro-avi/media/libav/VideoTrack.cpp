@@ -30,8 +30,7 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timel
       throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
                                  " cannot be recorded (h264, hevc and mjpeg can)");
   }
-  if (codec.width <= 0 || codec.height <= 0)
-    throw Error(kUnusable, name + ": no picture was found in it");
+  if (codec.width <= 0 || codec.height <= 0) throw Error(kUnusable, name + ": has no picture");
   auto const extra = static_cast<std::size_t>(std::max(codec.extradata_size, 0));
   if (_converter && !_converter->Configure(codec.extradata, extra))
     throw Error(kUnusable, name + ": its parameter sets are damaged");
@@ -138,7 +137,7 @@ std::string VideoTrack::Findings() const {
   };
   if (_skipped != 0)
     add(std::to_string(_skipped) + " packets before the first key frame are left out");
-  if (_damaged != 0) add(std::to_string(_damaged) + " damaged packets are recorded in part");
+  if (_damaged != 0) add(std::to_string(_damaged) + " damaged packets are recorded partly");
   if (_drifts)
     add("its frames do not keep to " + _info.frameRate.Text() + " fps; audio may get out of sync");
   return text;
