@@ -147,13 +147,13 @@ TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
     std::string audio;
     char const* said;
   } const cases[] = {
-      {"relative", 0, audio, "count from movi"},
+      {"relative", 0, audio, "relative to movi"},
       {"noindex", 0, audio, "every chunk in movi"},
-      {"nowhere", 1, audio, "does not lead to chunks"},
+      {"nowhere", 1, audio, "does not point to chunks"},
       {"empty", 1, audio, "index is empty"},
-      {"cut", 1, audio.substr(0, 6 * 3840), "no whole chunk"},
-      {"few", 1, audio, "the index names 2 of 250 chunks with data"},
-      {"full", 1, audio, "the index names 64 of 250 chunks with data"},
+      {"cut", 1, audio.substr(0, 6 * 3840), "no complete chunk"},
+      {"few", 1, audio, "the index has entries for 2 of 250 chunks with data"},
+      {"full", 1, audio, "the index has entries for 64 of 250 chunks with data"},
       {"lost", 1, rest, "offset 1000: no chunk 01wb of 3840 bytes"},
       {"long", 1, rest, "a chunk of 3840 bytes, not 01wb of 5000 bytes"},
   };

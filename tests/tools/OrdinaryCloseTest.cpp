@@ -140,10 +140,10 @@ TEST_F(OrdinaryTest, RefusesFullDevicesAndOtherFiles) {
     record::FrontIndex const& index;
     std::uint64_t free;
     char const* reason;
-  } const table[] = {{known, bytes - 1, "no space"},
+  } const table[] = {{known, bytes - 1, "no free space"},
                      {known, bytes, ""},
                      {missing, UINT64_MAX, "cannot be written"},
-                     {other, UINT64_MAX, "not where they were expected"}};
+                     {other, UINT64_MAX, "not at the expected offsets"}};
   for (auto const& row : table) {
     test::MemoryIO file(closed);
     std::string const reason = record::OrdinaryClose(file, row.index).Run(row.free);
@@ -167,7 +167,7 @@ TEST_F(OrdinaryTest, RefusesFullDevicesAndOtherFiles) {
     index.entries = 1;
     bool const fits = end <= UINT32_MAX - 24;
     EXPECT_EQ(record::OrdinaryClose(file, index).Run(UINT64_MAX),
-              fits ? "" : "it would pass 4 GiB");
+              fits ? "" : "the file would exceed 4 GiB");
     EXPECT_EQ(file.Size(), fits ? end + 24 : end);
   }
 }
