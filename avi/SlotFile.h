@@ -46,7 +46,7 @@ class SlotFile {
                     Folder* folder = nullptr);
 
   // The image is durable when this returns true.
-  bool Store(unsigned char const* data, unsigned size);
+  [[nodiscard]] bool Store(unsigned char const* data, unsigned size);
   bool Remove();  // removes the file, if there is one
 
   std::string const& Path() const { return _names[_current]; }

@@ -14,7 +14,7 @@ namespace {
 thread_local avi::SlotFile* handedTo = nullptr;
 
 void OnImage(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned) {
-  handedTo->Store(data, size);
+  KESTRO_ASSERT(handedTo->Store(data, size));
 }
 
 constexpr unsigned kSlot = 20480;  // is outgrown halfway

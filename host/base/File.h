@@ -44,7 +44,7 @@ class KESTRO_API File {
   // itself is made durable first, by Sync. Whenever the machine crashes, one of the two files has
   // the name, whole; but on FAT a crash before this returns may leave it to an empty file. On
   // failure errno tells why; the file may have its new name then, but not durably.
-  static bool Rename(char const* from, char const* to);
+  [[nodiscard]] static bool Rename(char const* from, char const* to);
 
   // Mounts a folder for a drive letter, null unmounts. Of all threads.
   static void Mount(char letter, char const* folder);

@@ -39,7 +39,7 @@ class KESTRO_API IPort : public base::object {
   // input takes it, an input when its codec matches and its element accepts it. An output keeps its
   // first media until it is withdrawn. Offers to one port happen one after the other; one from
   // inside the AcceptMedia that another has called is refused.
-  bool Offer(IMedia* media);
+  [[nodiscard]] bool Offer(IMedia* media);
   void Withdraw() { static_cast<void>(Offer(nullptr)); }
   base::Ref<IMedia> Media() const;
   bool Carries(IMedia const* media) const;  // false for null
@@ -51,7 +51,7 @@ class KESTRO_API IPort : public base::object {
 
   // Connects an output with an input of another element, which has no other link. The media that
   // the output has is offered along.
-  static bool Link(IPort& output, IPort& input);
+  [[nodiscard]] static bool Link(IPort& output, IPort& input);
   // Waits for calls under way, but not from inside a packet or message handler: then they may still
   // finish, and only the destructor waits for them.
   void Unlink();
@@ -60,7 +60,7 @@ class KESTRO_API IPort : public base::object {
   // Hands a packet on; see ISink::Deliver for what the answer means. The caller keeps its
   // reference. An output with several links delivers a packet of its own to each. The packet's
   // media must be the port's.
-  bool Push(Packet& packet);
+  [[nodiscard]] bool Push(Packet& packet);
   // Whether the linked sinks are ready for a first packet.
   bool Ready() const;
 

@@ -41,7 +41,7 @@ class KESTRO_API ISink : public IElement {
   // Waits for a packet under way. Refused, with an error line, from inside the sink's own calls,
   // while another thread changes the state, and from inside any handler while a packet is under
   // way.
-  bool StatusChange(int status) override;
+  [[nodiscard]] bool StatusChange(int status) override;
 
  protected:
   void Detach();  // unlinks the inputs and waits for a packet under way

@@ -26,7 +26,7 @@ class KESTRO_API ISource : public IElement, public IElementWithThread {
 
   // Refused, with an error line, from inside a packet or message handler of any element, and while
   // another thread changes the state.
-  bool StatusChange(int status) override;
+  [[nodiscard]] bool StatusChange(int status) override;
   bool Open() override;
   bool Start() override;
   bool Pause() override;

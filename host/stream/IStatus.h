@@ -25,7 +25,7 @@ class KESTRO_API IStatus {
 
   // False at the first step that fails; the state is then the last one reached. On the way down
   // every step is taken, and a failure is returned at the end.
-  virtual bool StatusChange(int status);
+  [[nodiscard]] virtual bool StatusChange(int status);
   int CurrentStatus() const { return _status; }  // any thread
 
  protected:

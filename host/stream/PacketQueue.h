@@ -51,7 +51,7 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   Track AddTrack(char const* codecs = "*");
 
   // Refused, as ISink's, and from inside a packet or message handler of any element.
-  bool StatusChange(int status) override;
+  [[nodiscard]] bool StatusChange(int status) override;
   bool AcceptMedia(IPort& port, IMedia* media) override;
   bool ReceivePacket(Packet& packet, void* context) override;
 

@@ -55,11 +55,11 @@ class Promiser : public stream::ISink {
       : ISink("Promiser"), _plan(plan), _tracks(tracks), _packets(packets) {
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       inputs.push_back(AddInput());
-      inputs[i]->Offer(packets.Media(i));
+      KESTRO_ASSERT(inputs[i]->Offer(packets.Media(i)));
     }
     _disk = open(plan.disk.c_str(), O_WRONLY | O_DIRECT);
     Promised(0, false);
-    ISink::StatusChange(kRunning);
+    KESTRO_ASSERT(ISink::StatusChange(kRunning));
   }
   ~Promiser() override { Detach(); }
 
@@ -167,8 +167,8 @@ int Run(Plan const& plan) {
     queue = test::Make<stream::PacketQueue>("packet-queue");
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       auto const track = queue->AddTrack();
-      stream::IPort::Link(*track.output, *sink.inputs[i]);
-      track.input->Offer(packets.Media(i));
+      KESTRO_ASSERT(stream::IPort::Link(*track.output, *sink.inputs[i]));
+      KESTRO_ASSERT(track.input->Offer(packets.Media(i)));
       inputs[i] = track.input;
     }
     queue->StatusChange(stream::IStatus::kRunning);

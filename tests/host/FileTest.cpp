@@ -98,7 +98,7 @@ TEST_F(FileTest, FlushUsesTheBarrierOfTheFileSystem) {
       EXPECT_EQ(io.Flush(), row.done);
     }
     on.Calls();
-    File::Rename(path.c_str(), (folder / "g").c_str());
+    static_cast<void>(File::Rename(path.c_str(), (folder / "g").c_str()));
     EXPECT_EQ(on.Calls(), row.second[0] == 'a' ? row.done ? "?a?f" : "?a?" : "?f");
   }
 }

@@ -194,7 +194,7 @@ TEST(Sink, OnePacketAtATimeAndNoneAfterClose) {
     return true;
   });
   auto const media = NewMedia("h264");
-  for (int i = 0; i < 2; ++i) sink.AddInput()->Offer(media.get());
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(sink.AddInput()->Offer(media.get()));
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t)
     threads.emplace_back([&, t] {

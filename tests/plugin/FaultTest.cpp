@@ -76,8 +76,8 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
     auto const queue = Make<stream::PacketQueue>("packet-queue");
     for (std::size_t i = 0; way == kQueue && i < 2; ++i) {
       auto const track = queue->AddTrack();
-      IPort::Link(*track.output, *r.ports[i]);
-      track.input->Offer(r.media[i].get());
+      EXPECT_TRUE(IPort::Link(*track.output, *r.ports[i]));
+      EXPECT_TRUE(track.input->Offer(r.media[i].get()));
       r.ports[i] = track.input;
     }
     EXPECT_TRUE(r.Open());

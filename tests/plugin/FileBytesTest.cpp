@@ -69,8 +69,8 @@ TEST(FileBytes, EveryLayoutIsExact) {
     EXPECT_TRUE(r.muxer->Set("vidtag", tags.object.get()));
     EXPECT_TRUE(r.muxer->Set("listfile", spill));
     r.media[0] = VideoMedia("h264", 320, 180, s.rate, s.interlace);
-    r.ports[0]->Offer(r.media[0].get());
-    r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr);
+    EXPECT_TRUE(r.ports[0]->Offer(r.media[0].get()));
+    EXPECT_TRUE(r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr));
     auto const chunks = RecordTo(r, io, s, frames);
     EXPECT_EQ("", Difference(Expected(s, chunks), io.bytes));
   };

@@ -104,7 +104,7 @@ void Examine(Hostile const& file, bool exactly) {
   IAviDemux demux;
   bytesRead = 0;
   testing::internal::CaptureStdout();
-  demux.Open(io);
+  EXPECT_TRUE(demux.Open(io));
   testing::internal::GetCapturedStdout();
   EXPECT_LE(bytesRead, 2 * size + (64 << 10));
 }

@@ -126,7 +126,7 @@ TEST_F(Muxer, ReportsSizesWhileItRecords) {
   long long before = 0, after = 0;
   r.muxer->Set("sizeGet", &before);
   EXPECT_EQ(224 + int64(stored) + 16 + 32768, before);
-  r.ports[1]->Offer(nullptr);
+  r.ports[1]->Withdraw();
   r.media.clear();
   EXPECT_TRUE(r.Close());
   EXPECT_TRUE(r.muxer->Set("sizeGet", &after));

@@ -33,11 +33,11 @@ TEST(Threads, AFullQueueWithAWaitingSinkCanBeStopped) {
     auto queue = std::make_unique<PacketQueue>();
     queue->Set("maxPackets", 2);
     auto const track = queue->AddTrack();
-    IPort::Link(*track.output, *sink.AddInput());
+    EXPECT_TRUE(IPort::Link(*track.output, *sink.AddInput()));
     PacketQueue never;
     auto const other = never.AddTrack();
-    IPort::Link(*other.output, *sink.AddInput());  // gets no media
-    IPort::Link(*p.outputs[0], *track.input);
+    EXPECT_TRUE(IPort::Link(*other.output, *sink.AddInput()));  // gets no media
+    EXPECT_TRUE(IPort::Link(*p.outputs[0], *track.input));
     ASSERT_TRUE(queue->StatusChange(IStatus::kRunning));
     ASSERT_TRUE(p.Run());
     std::this_thread::sleep_for(std::chrono::milliseconds(30));  // it fills up
@@ -76,8 +76,10 @@ TEST(Threads, APacketHandlerControlsItsPipeline) {
     });
     for (IPort* output : p.outputs) {
       auto const track = queued ? queue.AddTrack() : PacketQueue::Track{sink.AddInput(), nullptr};
-      if (queued) IPort::Link(*track.output, *sink.AddInput());
-      IPort::Link(*output, *track.input);
+      if (queued) {
+        EXPECT_TRUE(IPort::Link(*track.output, *sink.AddInput()));
+      }
+      EXPECT_TRUE(IPort::Link(*output, *track.input));
     }
     ASSERT_TRUE(queue.StatusChange(IStatus::kRunning));
     ASSERT_TRUE(p.Run());
@@ -144,7 +146,8 @@ TEST(Threads, MediaOutliveTheirDemuxer) {
     Recording copy(&to);
     bool const cached = HasCache() && i % 2 != 0;
     auto p = std::make_unique<Playing>(&from, 0, cached ? "CusAviDemuxer" : "avi-demuxer");
-    for (std::size_t k : {0u, 1u}) IPort::Link(*p->outputs[k], *copy.muxer->AddInput());
+    for (std::size_t k : {0u, 1u})
+      EXPECT_TRUE(IPort::Link(*p->outputs[k], *copy.muxer->AddInput()));
     ASSERT_TRUE(copy.Open());
     ASSERT_TRUE(p->Run());
     std::thread reader([media = p->outputs[0]->Media()] {
@@ -188,7 +191,9 @@ TEST(Threads, EverythingAtOnce) {
         [&](unsigned r) { queue->StatusChange(static_cast<int>(r % 4)); },
         [&](unsigned r) { copy.muxer->StatusChange(static_cast<int>(r % 4)); },
         [&](unsigned r) { p.outputs[r % 2]->Unlink(); },
-        [&](unsigned r) { IPort::Link(*p.outputs[r % 2], *queue->Ports()[r / 2 % 2 * 2]); },
+        [&](unsigned r) {
+          static_cast<void>(IPort::Link(*p.outputs[r % 2], *queue->Ports()[r / 2 % 2 * 2]));
+        },
         [&](unsigned) { p.Run(); },
         [&](unsigned) { queue->StatusChange(IStatus::kRunning); },
         [&](unsigned) { copy.muxer->StatusChange(IStatus::kRunning); },
@@ -202,7 +207,9 @@ TEST(Threads, EverythingAtOnce) {
         },
         [&](unsigned) {
           auto const media = queue->Ports()[0]->Media();
-          if (media) queue->Ports()[0]->Push(*MakePacket(media.get(), KeyFrame("x"), true));
+          if (media)
+            static_cast<void>(
+                queue->Ports()[0]->Push(*MakePacket(media.get(), KeyFrame("x"), true)));
         }};
     auto const control = [&](std::mt19937& random) {
       calls[random() % std::size(calls)](static_cast<unsigned>(random()));
@@ -215,8 +222,9 @@ TEST(Threads, EverythingAtOnce) {
     CaptureSink handler([&](Packet&) { return inside(); });
     for (int k = 0; k < 2; ++k) {
       auto const track = queue->AddTrack();
-      IPort::Link(*p.outputs[k], *track.input);
-      IPort::Link(*track.output, *(round % 2 ? copy.muxer->AddInput() : handler.AddInput()));
+      EXPECT_TRUE(IPort::Link(*p.outputs[k], *track.input));
+      EXPECT_TRUE(
+          IPort::Link(*track.output, *(round % 2 ? copy.muxer->AddInput() : handler.AddInput())));
     }
     d.OnMessage([&](auto&&...) { return inside(); });
     std::atomic<bool> stop{false};

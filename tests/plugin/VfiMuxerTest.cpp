@@ -33,7 +33,7 @@ struct Rig {
     r.muxer->Set("notifyid", 7u);
     r.muxer->Set("periodicSyncCallback", &Keep);
     r.Track(VideoMedia()).Track(AudioMedia());
-    if (!s.audio) r.ports[1]->Offer(nullptr);
+    if (!s.audio) r.ports[1]->Withdraw();
   }
   void Next(Way way, Shape s) {
     s.indexFirst = way != kCallback;
@@ -42,7 +42,9 @@ struct Rig {
     r.muxer->Set("vidtag", tags->object.get());
     r.muxer->Set("periodicSyncEn", way != kInPlace);
     Sizes(way == kImage ? kHeader + 8 + s.reserve : s.reserve, kHeader, s.reserve + 8);
-    if (!r.ports.empty()) r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr);
+    if (!r.ports.empty()) {
+      EXPECT_TRUE(r.ports[1]->Offer(s.audio ? r.media[1].get() : nullptr));
+    }
   }
   void Sizes(u64 reserved, u64 header, u64 index) {
     r.muxer->Set("reservedSize", reserved);

@@ -80,7 +80,7 @@ class CaptureSink : public stream::ISink {
  public:
   explicit CaptureSink(std::function<bool(stream::Packet&)> hook = nullptr)
       : ISink("CaptureSink"), _hook(std::move(hook)) {
-    StatusChange(kRunning);
+    EXPECT_TRUE(StatusChange(kRunning));
   }
   ~CaptureSink() override { Detach(); }
 

@@ -42,7 +42,7 @@ class Playing {
   bool Pause() { return demuxer->StatusChange(IStatus::kPaused); }
   bool Close() { return demuxer->StatusChange(IStatus::kClosed); }
   void Link(stream::ISink& sink) {  // every output
-    for (IPort* output : outputs) IPort::Link(*output, *sink.AddInput());
+    for (IPort* output : outputs) EXPECT_TRUE(IPort::Link(*output, *sink.AddInput()));
   }
 
   base::Ref<Packet> Next() {

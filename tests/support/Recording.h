@@ -89,7 +89,7 @@ class Recording {
 
   Recording& Track(base::Ref<IMedia> track) {
     ports.push_back(muxer->AddInput());
-    ports.back()->Offer(track.get());
+    EXPECT_TRUE(ports.back()->Offer(track.get()));
     media.push_back(std::move(track));
     return *this;
   }

@@ -22,7 +22,7 @@ class IAviDemux : public IAvi {
  public:
   using PlayProcess = Packet* (IAviDemux::*)(IO&);
 
-  virtual bool Open(IO& io);
+  [[nodiscard]] virtual bool Open(IO& io);
   virtual bool Close(IO& io);
   // Plays all tracks in file order, but only the chosen one of the video tracks.
   virtual Packet* ProcessNormal(IO& io);
@@ -38,7 +38,7 @@ class IAviDemux : public IAvi {
   virtual Packet* ProcessVideo(IO& io);
   virtual Packet* ProcessAudio(IO& io);
   virtual bool ParseIdx(IO& io);
-  virtual bool Parse(IO& io);
+  [[nodiscard]] virtual bool Parse(IO& io);
   virtual bool Update(IO& io);
   virtual bool RestStream();  // moves every track to its first packet
 
