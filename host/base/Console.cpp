@@ -58,7 +58,7 @@ void ErrorLine(char const* file, int line, char const* function, std::string_vie
 }
 
 void ErrorLineAt(char const* path, int line, char const* function, std::string_view text) {
-  // One piece, so that the lines of several threads stay whole.
+  // A single write, so that the lines of several threads are not mixed.
   std::string whole;
   ostream_string(whole) << "\033[31m" << path << "/" << line << "/" << function << ":\t" << text
                         << "\n\033[0m";

@@ -1,4 +1,4 @@
-// Text output of the host: streams with <<, the console `cout`, error lines and hard assertions.
+// Text output of the host: streams with <<, the console `cout`, error lines and assertions.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 #include "base/Types.h"
 
-// Leading characters of a compiled-in source path that error lines leave out, so that they show
-// paths relative to the source root. The build already maps paths, so it starts at 0; an
-// application whose plug-ins are compiled with absolute paths sets it.
+// Number of leading characters of a compiled-in source path that error lines leave out, so that
+// they show paths relative to the source root. It starts at 0 because the build already maps paths.
+// An application whose plug-ins are compiled with absolute paths sets it.
 extern "C" KESTRO_API int __root_path_offset;
 
 namespace kestro::base {
 
-// A text sink. Not synchronised, unless a subclass says so.
+// A text sink. Not thread-safe, unless a subclass documents that it is.
 class KESTRO_API ostream {
  public:
   virtual ~ostream() = default;
@@ -29,14 +29,14 @@ class KESTRO_API ostream {
     return *this << std::string_view(text ? text : "(null)");
   }
   ostream& operator<<(char c) { return *this << std::string_view(&c, 1); }
-  ostream& operator<<(void const* pointer);  // as %p prints it
+  ostream& operator<<(void const* pointer);  // formatted like %p
   template <class T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
   ostream& operator<<(T value) {
     return *this << std::to_string(value);
   }
 };
 
-// Appends to a string that the caller owns and that outlives the stream.
+// Appends to a string, which the caller owns and which must outlive the stream.
 class KESTRO_API ostream_string : public ostream {
  public:
   explicit ostream_string(std::string& text) : _text(text) {}
@@ -46,18 +46,19 @@ class KESTRO_API ostream_string : public ostream {
   std::string& _text;
 };
 
-// The console: standard output (through stdio, so that it keeps its order with printf), unless
-// redirected. One Write is one piece of output: those of several threads do not mix.
+// The console. Unless redirected, it writes to standard output through stdio, which keeps the order
+// with printf. The text of one Write is never mixed with that of another thread.
 class KESTRO_API Console : public ostream {
  public:
   void Write(char const* text, std::size_t size) override;
-  // Sends everything to `target` from now on, null for standard output; returns the one before.
+  // Sends all further output to `target`, or to standard output if it is null. Returns the previous
+  // target.
   ostream* Redirect(ostream* target);
 };
 
 extern KESTRO_API Console cout;
 
-// Collects what the console gets during the object's life.
+// Captures console output for as long as the object exists.
 class KESTRO_API ConsoleCapture {
  public:
   ConsoleCapture() : _stream(_text), _before(cout.Redirect(&_stream)) {}
@@ -72,11 +73,11 @@ class KESTRO_API ConsoleCapture {
   ostream* _before;
 };
 
-// The readable name of a type, such as "unsigned int" or "kestro::base::Fraction".
+// Returns the readable name of a type, such as "unsigned int" or "kestro::base::Fraction".
 KESTRO_API std::string TypeName(std::type_info const& type);
 
-// The generic pointer printer: the pointee's dynamic type and "(unknow)", or the pointer's type and
-// "(nullptr)". It does not look into the pointee.
+// Prints any pointer: the dynamic type of the object followed by "(unknow)", or for null the
+// pointer's type followed by "(nullptr)". It does not print the object itself.
 template <class T>
 ostream& operator>>(T* pointer, ostream& os) {
   if (pointer == nullptr) return os << TypeName(typeid(T*)) << "(nullptr)";
@@ -84,22 +85,23 @@ ostream& operator>>(T* pointer, ostream& os) {
 }
 
 // Writes one red line to the console: path/line/function:<tab>text. `file` is a compiled-in source
-// path; the line shows it less __root_path_offset characters and without its extension.
+// path. The line shows it without its first __root_path_offset characters and without its
+// extension.
 KESTRO_API void ErrorLine(char const* file, int line, char const* function,
                           std::string_view text = {});
-// The same for a path that is printed as it stands.
+// The same, but prints the path as given.
 KESTRO_API void ErrorLineAt(char const* path, int line, char const* function,
                             std::string_view text = {});
 
-// Prints the standard assertion text to standard error and aborts, in every build type.
+// Prints the standard assertion message to standard error and aborts, in every build type.
 [[noreturn]] KESTRO_API void AssertFail(char const* condition, char const* file, int line,
                                         char const* function);
 
 }  // namespace kestro::base
 
 #define KESTRO_ERROR(text) ::kestro::base::ErrorLine(__FILE__, __LINE__, __func__, text)
-// For code that does part of another file's or function's work: applications know its lines by the
-// path and the function given here.
+// For code that does part of the work of another file or function. Applications recognise its error
+// lines by the path and function given here.
 #define KESTRO_ERROR_AT(path, function, text) \
   ::kestro::base::ErrorLineAt(path, __LINE__, function, text)
 

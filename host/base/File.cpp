@@ -22,8 +22,8 @@ namespace {
 struct OpenFile {
   int fd;
   int64 position;
-  std::string unsynced = {};       // the path of a new file until its name is durable
-  std::optional<bool> onFat = {};  // known once it has been synced
+  std::string unsynced = {};       // path of a new file until its name is durable
+  std::optional<bool> onFat = {};  // set by the first Sync
 };
 
 OpenFile& Of(void* file) { return *static_cast<OpenFile*>(file); }
@@ -39,7 +39,7 @@ Folders& TheFolders() {
   return *folders;
 }
 
-// The system's path for one of ours; empty for a drive that is not mounted.
+// Translates one of our paths to a system path. Empty if the drive is not mounted.
 std::string Resolve(char const* path) {
   if (path == nullptr) return {};
   auto& folders = TheFolders();
@@ -63,7 +63,7 @@ int OpenRetrying(std::string const& path, int flags) {
   return fd;
 }
 
-// Repeats a positioned transfer until all is moved, it fails, or the file ends.
+// Repeats a positioned transfer until all bytes are transferred, it fails, or the file ends.
 template <class Transfer>
 unsigned Whole(unsigned size, bool& failed, Transfer transfer) {
   unsigned done = 0;
@@ -78,7 +78,7 @@ unsigned Whole(unsigned size, bool& failed, Transfer transfer) {
   return done;
 }
 
-// The bytes that came, also where the rest cannot be read.
+// If a later part of the read fails, returns the bytes read before it.
 unsigned ReadAt(int fd, int64 at, void* data, unsigned size, bool& failed) {
   unsigned const done = Whole(size, failed, [&](unsigned from, unsigned n) {
     return pread(fd, static_cast<char*>(data) + from, n, at + from);
@@ -90,7 +90,7 @@ unsigned WriteAt(int fd, int64 at, void const* data, unsigned size) {
   bool failed;
   return Whole(size, failed, [&](unsigned from, unsigned n) {
     ssize_t const written = pwrite(fd, static_cast<char const*>(data) + from, n, at + from);
-    if (written == 0) errno = ENOSPC;  // no progress and no reason given
+    if (written == 0) errno = ENOSPC;  // no progress and no error code
     return written;
   });
 }
@@ -103,13 +103,14 @@ int Retrying(Call call) {
   return result;
 }
 
-// In doubt it is: the barrier there is good everywhere.
+// If the type is unknown, assume FAT: its sync calls work on every file system.
 bool OnFat(int fd) {
   struct statfs about = {};
   return Retrying([&] { return fstatfs(fd, &about); }) != 0 || about.f_type == MSDOS_SUPER_MAGIC;
 }
 
-// What an error has made read-only is not written any more: syncfs succeeds and does nothing.
+// After an error, the kernel may make the file system read-only. syncfs then succeeds without
+// writing anything.
 bool SyncFileSystem(int fd) {
   if (Retrying([fd] { return syncfs(fd); }) != 0) return false;
   struct statfs about = {};
@@ -119,16 +120,17 @@ bool SyncFileSystem(int fd) {
   return false;
 }
 
-// On FAT the system may have moved a new size to the block of the directory that holds it, which
-// neither fsync nor fdatasync writes then. syncfs does, but there it does not make the device empty
-// its cache, as the other two do.
+// On FAT, the kernel may have copied a new file size to the block of the directory entry already.
+// fsync and fdatasync do not write that block then, but syncfs does. On FAT, however, syncfs does
+// not flush the device's write cache as the other two do, so both calls are needed.
 bool Durable(int fd, bool onFat, int (*sync)(int)) {
   if (onFat && !SyncFileSystem(fd)) return false;
-  // A pipe or device has nothing to make durable.
+  // A pipe or device fails with EINVAL: it has nothing to make durable.
   return Retrying([=] { return sync(fd); }) == 0 || errno == EINVAL;
 }
 
-// Makes the names in a file's folder durable. A folder that may not be read cannot be synced.
+// Makes the names in a file's folder durable. A folder that we may not read cannot be synced, which
+// is not an error.
 bool SyncFolder(std::string const& path) {
   auto const slash = path.rfind('/');
   int const folder =
@@ -158,7 +160,7 @@ void* File::Open(char const* path, char const* mode) {
   } else if (how == "wb") {
     flags = O_RDWR | O_CREAT | O_TRUNC;
   } else if (how == "rwbc") {
-    // A new file, never one that another process has just made under the same name.
+    // Create a new file; never open one that another process has just created with this name.
     unlink(resolved.c_str());
     flags = O_RDWR | O_CREAT | O_EXCL;
   } else {
@@ -225,7 +227,7 @@ bool File::Flush(void*) { return true; }
 bool File::Sync(void* file) {
   OpenFile& open = Of(file);
   if (!open.onFat) open.onFat = OnFat(open.fd);
-  bool const onFat = *open.onFat;  // where syncfs writes names, too
+  bool const onFat = *open.onFat;  // on which syncfs also writes the name
   if (!Durable(open.fd, onFat, fdatasync)) return false;
   if (!open.unsynced.empty() && !onFat && !SyncFolder(open.unsynced)) return false;
   open.unsynced.clear();

@@ -1,4 +1,4 @@
-// Files of the operating system, and the byte stream over one.
+// Operating system files, and a byte stream over a file.
 #pragma once
 
 #include <string>
@@ -7,63 +7,64 @@
 
 namespace kestro::base {
 
-// Static functions on opaque handles. Interruptions and partial transfers are handled below: fewer
-// bytes than asked for are moved at the end of the file, or where the rest failed. Offsets are
-// 64-bit.
+// Static functions on opaque handles. Interrupted calls and partial transfers are retried. Fewer
+// bytes than requested are transferred only at the end of the file, or if the rest failed. Offsets
+// are 64-bit.
 //
-// Paths: "X:/name" lies in the folder mounted for the drive letter X, and fails to open when none
-// is; ":/name" lies in the temporary folder; everything else is the system's path.
+// Paths: "X:/name" is in the folder mounted for drive letter X, and fails to open if none is
+// mounted. ":/name" is in the temporary folder. Everything else is a system path.
 //
-// Modes: "rb" reads; "r+b" reads and writes an existing file; "wb" also creates or empties it;
-// "rwbc" reads and writes a file that is new: one that stood there is removed first, and keeps its
-// content for whoever has it open.
+// Modes: "rb" reads. "r+b" reads and writes an existing file. "wb" reads and writes, and creates or
+// empties the file. "rwbc" reads and writes a new file: an existing file is removed first, and
+// programs that have it open keep its content.
 class KESTRO_API File {
  public:
   enum Position { kBegin = 0, kCurrent = 1, kEnd = 2 };
 
   [[nodiscard]] static void* Open(char const* path,
-                                  char const* mode);  // null on failure, errno tells why
+                                  char const* mode);  // null on failure; see errno
   static bool Close(void* file);
-  static unsigned Read(void* file, void* data, unsigned size);         // as IO::Read
-  static unsigned Write(void* file, void const* data, unsigned size);  // as IO::Write
+  static unsigned Read(void* file, void* data, unsigned size);         // like IO::Read
+  static unsigned Write(void* file, void const* data, unsigned size);  // like IO::Write
   static bool Seek(void* file, int64 offset, Position whence);
   static int64 Tell(void* file);
   static int64 Size(void* file);  // -1 on failure
   static bool Truncate(void* file, int64 size);
-  // Nothing is buffered here: after Write the data survives the process. Sync makes data, size and,
-  // of a new file, name durable: they then survive the machine. On FAT that takes syncfs, which
-  // writes what others have written to the same file system, too (and whose errors Linux reports
-  // from 5.8 on), followed by fdatasync; elsewhere fdatasync. SyncData is enough, and cheaper on
-  // FAT, while the size is that of the last Sync.
+  // Nothing is buffered here: written data survives a crash of the process even without Flush. Sync
+  // makes the data, the size and, for a new file, the name durable, so that they also survive a
+  // crash of the machine. On FAT, Sync calls syncfs and then fdatasync. syncfs also writes what
+  // other programs have written to the same file system, and Linux reports its errors only since
+  // 5.8. On other file systems, Sync calls fdatasync and, for a new file, syncs its folder.
+  // SyncData is enough, and cheaper on FAT, if the size has not changed since the last Sync.
   static bool Flush(void* file);
   [[nodiscard]] static bool Sync(void* file);
   [[nodiscard]] static bool SyncData(void* file);
   static int Handle(void* file);
   static bool Delete(char const* path);
-  // Renames a file, in place of one that has the new name, and makes the new name durable. The file
-  // itself is made durable first, by Sync. Whenever the machine crashes, one of the two files has
-  // the name, whole; but on FAT a crash before this returns may leave it to an empty file. On
-  // failure errno tells why; the file may have its new name then, but not durably.
+  // Renames a file and makes the new name durable. A file that already has the new name is
+  // replaced. Call Sync on the file first. Whenever the machine crashes, the new name belongs to
+  // the old or the new file, complete; but on FAT, a crash before Rename returns may leave an empty
+  // file with that name. On failure, errno holds the reason; the file may have its new name
+  // already, but not durably.
   [[nodiscard]] static bool Rename(char const* from, char const* to);
 
-  // Mounts a folder for a drive letter, null unmounts. Of all threads.
+  // Mounts a folder for a drive letter; null unmounts it. Applies to all threads.
   static void Mount(char letter, char const* folder);
-  // The temporary folder; TMPDIR or /tmp unless set.
+  // Sets the temporary folder. Null restores the default: TMPDIR, or /tmp.
   static void TemporaryFolder(char const* folder);
 };
 
-// A byte stream over a file. What was written survives a crash of the process; Flush makes it
-// durable, as File::Sync does: it then survives a crash of the machine and a power cut. A failed
-// Flush may have lost what it should have stored: a later one that succeeds proves nothing about
-// it.
+// A byte stream over a file. Written data survives a crash of the process. Flush makes it durable
+// like File::Sync, so that it also survives a crash of the machine and a power cut. If Flush fails,
+// the data may be lost, even if a later Flush succeeds.
 class KESTRO_API FileIO : public IO {
  public:
-  // Opens; Opened() tells whether it worked, Error() why not.
+  // Opens the file. On failure, Opened() is false and Error() holds the reason.
   FileIO(char const* path, char const* mode);
   ~FileIO() override;
 
   bool Opened() const { return _file != nullptr; }
-  [[nodiscard]] bool Close();  // false when the system reports a late error
+  [[nodiscard]] bool Close();  // false if the system reports a late error
 
   int64 Size() override;
   int64 Tell() override { return _position; }
@@ -71,7 +72,7 @@ class KESTRO_API FileIO : public IO {
   unsigned Read(void* data, unsigned size) override;
   unsigned Write(void const* data, unsigned size) override;
   bool Flush() override;
-  bool FlushData() override;  // as File::SyncData
+  bool FlushData() override;  // like File::SyncData
   int Handle() override;
   bool Truncate(int64 size) override;
   int Error() override { return _error; }

@@ -19,12 +19,12 @@ bool ParseWhole(char const*& text, int64& value) {
 
 bool Fraction::Parse(char const* text, Fraction& value) {
   Fraction f;
-  bool const negative = text != nullptr && *text == '-';  // "-0.5" has a zero before its point
+  bool const negative = text != nullptr && *text == '-';  // num of "-0.5" is 0, without a sign
   if (text == nullptr || !ParseWhole(text, f.num)) return false;
   if (*text == '/') {
     if (!ParseWhole(++text, f.den)) return false;
   } else if (*text == '.') {
-    // "29.97" is 2997/100; nine decimals are more than any rate needs.
+    // "29.97" is 2997/100. No frame rate needs more than nine decimals.
     for (++text; *text >= '0' && *text <= '9' && f.den < 1000000000; ++text, f.den *= 10)
       if (__builtin_mul_overflow(f.num, 10, &f.num) ||
           __builtin_add_overflow(f.num, negative ? '0' - *text : *text - '0', &f.num))

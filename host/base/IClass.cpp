@@ -14,7 +14,7 @@ struct Registry {
 };
 
 Registry& TheRegistry() {
-  // Never destroyed: objects of late static destructors may still look classes up.
+  // Never destroyed: static destructors that run late may still look up classes.
   static auto* registry = new Registry;
   return *registry;
 }
@@ -29,7 +29,7 @@ std::vector<std::string> Split(char const* alias) {
   return names;
 }
 
-// Whether `wanted` occurs in `names` in order, each matched once.
+// Whether `names` contains the names of `wanted` in order, each matched once.
 bool InOrder(std::vector<std::string> const& wanted, std::vector<std::string> const& names) {
   auto at = names.begin();
   for (auto const& name : wanted) {

@@ -1,4 +1,4 @@
-// The class registry: classes by alias, and objects made from them.
+// The class registry: finds classes by alias and creates their objects.
 #pragma once
 
 #include <functional>
@@ -12,30 +12,32 @@
 
 namespace kestro::base {
 
-// One registered class. Records live as long as the process.
+// One registered class. Classes stay registered until the process ends.
 //
-// An alias is a class name and further names joined with "-". A look-up finds the exact alias, else
-// the first registered class whose names contain the look-up's names in order, each matched once:
-// "avi-muxer" finds "AviMuxer-avi-muxer". Matching is case-sensitive.
+// An alias is a class name followed by further names, joined with "-". A lookup finds the class
+// with exactly that alias. If there is none, it finds the first registered class whose names
+// contain the names of the lookup in the same order, each matched once: "avi-muxer" finds
+// "AviMuxer-avi-muxer". Names are case-sensitive.
 //
-// Registering happens while modules load, on one thread; the rest may be called from any thread.
+// Classes are registered while modules load, on one thread. All other functions may be called from
+// any thread.
 class KESTRO_API IClass {
  public:
   IClass(char const* alias, PropertyList properties);
 
-  // Enters a class into the registry. A taken alias is refused with the line "class existed:", and
-  // the first registration stays; null then.
+  // Registers a class. If its alias is taken, this prints the line "class existed:", keeps the
+  // first registration and returns null.
   static IClass* Register(std::unique_ptr<IClass> record);
-  // Completes the registration with the module record.
+  // Completes the registration with information about the module.
   void Init(char const* module, unsigned version, char const* vendor, char const* author);
 
   static IClass* Find(char const* alias, bool exact);
-  static std::vector<IClass const*> All();  // in order of registration
+  static std::vector<IClass const*> All();  // in registration order
 
-  // An object of the class under the key "Register", made with the constructor arguments that
-  // follow; null for an unknown alias, an object that is not an R, or arguments that the class has
-  // no constructor for (the types must be exactly the registered ones). The attributes are not
-  // applied yet: that is Configure. The caller owns the object.
+  // Creates an object of the class that the attribute "Register" names, with the constructor
+  // arguments that follow. Returns null if the alias is unknown, if the object is not an R, or if
+  // the class has no constructor with exactly these argument types. The attributes are not applied;
+  // call Configure for that. The caller owns the object.
   [[nodiscard]] static object* New(AttrSet& attrs);
   template <class R, class... A>
   [[nodiscard]] static R* New(AttrSet& attrs, A... args) {
@@ -49,7 +51,7 @@ class KESTRO_API IClass {
     return result;
   }
 
-  // Adds a constructor by its argument types.
+  // Registers the constructor with these argument types.
   template <class T, class... A>
   void Constructor() {
     _factories.emplace_back(typeid(void (*)(A...)), std::make_shared<std::function<object*(A...)>>(
@@ -75,8 +77,8 @@ class KESTRO_API IClass {
   std::vector<std::pair<std::type_index, std::shared_ptr<void const>>> _factories;
 };
 
-// An object of a registered class, made and configured: IClass::New with nothing but the alias.
-// Null as IClass::New, or when the object refuses its configuration.
+// Creates an object of a registered class and configures it; the alias is the only attribute.
+// Returns null if IClass::New or Configure fails.
 template <class R, class... A>
 [[nodiscard]] std::unique_ptr<R> Make(char const* alias, A... args) {
   AttrSet attrs;
@@ -86,7 +88,7 @@ template <class R, class... A>
   return made;
 }
 
-// Registers class T under an alias with its default constructor; null as IClass::Register.
+// Registers class T with its default constructor. Returns null if IClass::Register does.
 template <class T>
 struct TClass {
   static IClass* Register(char const* alias, PropertyList properties) {

@@ -94,7 +94,7 @@ unsigned IOBlockReader::Read(void* data, unsigned size) {
 
 IOBuffer::IOBuffer(int size, bool zero) : IO("IOBuffer"), _data(nullptr, std::free) {
   auto const bytes = static_cast<std::size_t>(std::max(size, 0));
-  // Cleared memory costs nothing until it is used.
+  // Memory from calloc costs nothing until it is used.
   _data.reset(static_cast<unsigned char*>(zero ? std::calloc(bytes, 1) : std::malloc(bytes)));
   _max = _data != nullptr ? static_cast<int64>(bytes) : 0;
 }

@@ -67,7 +67,7 @@ unsigned IOCacheReader::Read(void* data, unsigned size) {
   return done;
 }
 
-// The block stays while the reader is in it.
+// The block is not removed while the reader is in it.
 IOCacheReader::Block const& IOCacheReader::Await(Lock& lock, int64 block) {
   MoveTo(block);
   _waiting = true;
@@ -139,7 +139,8 @@ void IOCacheReader::Run() {
   }
 }
 
-// The block to fetch next: the reader's, one ahead of it, one of the preload; -1 for none.
+// Returns the block to fetch next: the one that the reader waits for, then blocks ahead of it, then
+// blocks of the preload. -1 if there is none.
 int64 IOCacheReader::NextBlock() {
   if (_waiting && !Has(_at)) return _at;
   for (int64 block = _at + 1; block <= _at + _ahead && block <= (_end - 1) / _blockSize; ++block)
@@ -158,8 +159,9 @@ void IOCacheReader::FetchBlock(Lock& lock, int64 block) {
   if (bytes != nullptr)
     got = Fetch(lock, start, bytes.get(), _blockSize);
   else if (kept)
-    _preloadBytes = start;  // as much as there is memory for
-  // The stream may end early; what came before a fault is asked for again.
+    _preloadBytes = start;  // out of memory: end the preload here
+  // A read of 0 bytes means that the stream ends early. A short read means an error after these
+  // bytes: the block counts as failed, and the bytes are read again when they are needed.
   if (got > 0 && got < _blockSize && start + got < _end) got = kFailed;
   if (got == kFailed) bytes.reset();
   if (got < _blockSize) _end = std::min(_end, start + got);
@@ -179,18 +181,19 @@ unsigned IOCacheReader::Fetch(Lock& lock, int64 at, unsigned char* data, unsigne
   return kFailed;
 }
 
-// Leaves no more than so many blocks besides the preload: what lies behind the reader goes first,
-// or what is farther away beyond what it is to have. Returns memory that became free, or null.
+// Removes blocks until at most `blocks` are left outside the preload: each time the first one, or
+// the last one if it is beyond the read-ahead and at least as far from the reader. Returns the
+// memory of a removed block, or null.
 IOCacheReader::Bytes IOCacheReader::Trim(int64 blocks) {
   Bytes freed;
   for (;;) {
     auto const low = _blocks.lower_bound(PreloadBlocks());
     if (std::distance(low, _blocks.end()) <= blocks) return freed;
     auto const high = std::prev(_blocks.end());
-    bool const behind = high->first <= _at + _ahead || _at - low->first > high->first - _at;
-    auto const gone = behind ? low : high;
-    freed = std::move(gone->second.bytes);
-    _blocks.erase(gone);
+    bool const removeLow = high->first <= _at + _ahead || _at - low->first > high->first - _at;
+    auto const removed = removeLow ? low : high;
+    freed = std::move(removed->second.bytes);
+    _blocks.erase(removed);
   }
 }
 
@@ -204,7 +207,7 @@ PropertyList IOCacheReader::Properties() {
       },
       [](IOCacheReader& io, bool const& on) { return io.Preload(on); });
   list.Getter<IOCacheReader>("preloaded", &IOCacheReader::Preloaded,
-                             "bytes of the preload that are in memory by now");
+                             "bytes of the preload that are in memory");
   return list;
 }
 

@@ -11,33 +11,34 @@
 
 namespace kestro::base {
 
-// Reads a slow IO in large blocks on a thread of its own.
+// Reads a slow IO in large blocks on a separate thread.
 //
-// Whatever is read comes from memory: the block that a read needs is fetched when it is not there,
-// and the blocks behind it ahead of the reader. How far ahead doubles with every block passed in
-// order, up to three quarters of the blocks, and starts again from one where a read leads to a
-// block that is not there: trick play costs little more than the blocks it touches. Seeking moves a
-// number. The preload keeps the first bytes of the stream besides; it is fetched when there is
-// nothing else to do.
+// All reads are served from memory. If the block that a read needs is not in memory, it is fetched,
+// and the blocks after it are read ahead. The read-ahead doubles with every block read in order, up
+// to three quarters of the blocks. It restarts at one block when a read needs a block that is not
+// in memory, so trick play costs little more than the blocks it touches. A seek only changes the
+// position. The preload additionally keeps the first bytes of the stream in memory. It is fetched
+// when there is nothing else to fetch.
 //
-// A block that cannot be read whole does not stop the reading ahead; what a read wants of it is
-// asked of the source again, those bytes alone, and a failure then is the read's: the bytes that
-// came, or all ones, and the position stays.
+// A block that cannot be read completely does not stop the read-ahead. A read from such a block
+// asks the source again, for only the bytes it needs. If that fails, the read fails: it returns the
+// bytes read before the failure or, if there are none, kFailed without changing the position.
 //
-// The source is touched by the thread only, one call at a time, from the construction to the end of
-// the destruction, which waits for the call under way and no more. Its size is what it was at the
-// construction. One thread reads and seeks; properties may be used from any.
+// Only the reader's thread uses the source, one call at a time, from construction to the end of
+// destruction. The destructor waits for the call in progress and for nothing else. The size of the
+// source is read once, during construction. One thread reads and seeks; properties may be used from
+// any thread.
 //
-// Parameters: "preload" (bool: keep the preload; off frees its memory), "preloaded" (int64, read
-// only: how many bytes from the start the preload has by now).
+// Parameters: "preload" (bool: keep the preload in memory; false frees it), "preloaded" (int64,
+// read only: how many bytes of the preload, from the start, are in memory).
 class KESTRO_API IOCacheReader : public IO {
  public:
-  // The source outlives the reader. Memory is at most so many blocks of so many bytes, and the
-  // preload rounded up to whole blocks, of what the stream has.
+  // The source must outlive the reader. The reader uses at most `blocks` blocks of `blockSize`
+  // bytes, plus the preload, which is rounded up to whole blocks and never exceeds the stream.
   IOCacheReader(IO* source, int blockSize, int blocks, int64 preloadBytes);
   ~IOCacheReader() override;
 
-  bool Configure(AttrSet& attrs) override;  // false also when there is no thread to be had
+  bool Configure(AttrSet& attrs) override;  // also false if no thread could be started
 
   int64 Size() override { return _size; }
   int64 Tell() override { return _position; }
@@ -58,7 +59,7 @@ class KESTRO_API IOCacheReader : public IO {
   using Lock = std::unique_lock<std::mutex>;
   struct Block {
     Bytes bytes;
-    unsigned fill;  // kFailed: could not be read whole
+    unsigned fill;  // kFailed: could not be read completely
   };
   struct Request {
     int64 at;
@@ -81,22 +82,22 @@ class KESTRO_API IOCacheReader : public IO {
 
   IO* const _source;
   unsigned const _blockSize;
-  int64 const _limit;     // blocks besides the preload
-  int64 const _maxAhead;  // of these, ahead of the reader
+  int64 const _limit;     // maximum number of blocks outside the preload
+  int64 const _maxAhead;  // how many of these may be ahead of the reader
   int64 const _size;
   int const _handle;
   int64 _position;
 
-  std::mutex _mutex;                        // guards what follows
-  std::condition_variable _work, _fetched;  // for the thread, for the reader
-  std::map<int64, Block> _blocks;           // by number
-  int64 _at = -1;                           // the block that the reader is in
-  int64 _ahead = 0;                         // blocks to have behind it
-  bool _waiting = false;                    // for the block it is in
-  Request* _request = nullptr;              // a read around the blocks
-  int64 _end;                               // of the stream, as far as it is known
+  std::mutex _mutex;                        // guards the members below
+  std::condition_variable _work, _fetched;  // notify the thread, the reader
+  std::map<int64, Block> _blocks;           // by block number
+  int64 _at = -1;                           // block that the reader is in
+  int64 _ahead = 0;                         // number of blocks to read ahead
+  bool _waiting = false;                    // the reader waits for its block
+  Request* _request = nullptr;              // a read that bypasses the blocks
+  int64 _end;                               // end of the stream, as far as it is known
   int64 _preloadBytes;
-  int64 _preloadNext = 0;  // the first block of the preload that may be missing
+  int64 _preloadNext = 0;  // first block of the preload that may be missing
   bool _preload = false, _stop = false;
   int _error = 0;
   std::thread _thread;

@@ -14,7 +14,7 @@ namespace kestro::base {
 using Lock = std::unique_lock<std::mutex>;
 using Clock = std::chrono::steady_clock;
 
-static constexpr unsigned kPatchBytes = 1 << 13;  // gathered at most
+static constexpr unsigned kPatchBytes = 1 << 13;  // collected at most
 static constexpr std::size_t kPatchPlaces = 16;
 static constexpr std::chrono::milliseconds kLinger{10}, kQuick{1};
 
@@ -31,7 +31,7 @@ IOCacheWriter::IOCacheWriter(IO* target, int blockSize, int blocks)
       _position(target->Tell()),
       _blocks(1),
       _current(&_blocks.back()),
-      _most(BlockCount(*target, blocks)),
+      _maxBlocks(BlockCount(*target, blocks)),
       _targetPosition(_position) {
   _current->start = std::max<int64>(target->Size(), 0);
 }
@@ -89,7 +89,7 @@ unsigned IOCacheWriter::Append(unsigned char const* data, unsigned size) {
     if (!_current->bytes) {
       _error = ENOMEM;
       _failed = true;
-      ++_untold;
+      ++_unreported;
       break;
     }
     unsigned const part = std::min(size - done, capacity - _current->fill);
@@ -105,12 +105,12 @@ unsigned IOCacheWriter::Append(unsigned char const* data, unsigned size) {
   return done;
 }
 
-// Hands the full block over and begins the next: the lock is then given up, for the thread to find
-// it free. False when no further block is free.
+// Hands the full block to the thread and starts the next one. It then releases the lock, so that
+// the thread finds it free. Returns false if no block is free.
 bool IOCacheWriter::NextBlock(Lock& lock) {
-  if (_most > 1 && !_thread.joinable()) StartThread();
-  if (_most == 1) return StoreBlocks();
-  if (_failed || _blocks.size() >= _most) return false;
+  if (_maxBlocks > 1 && !_thread.joinable()) StartThread();
+  if (_maxBlocks == 1) return StoreBlocks();
+  if (_failed || _blocks.size() >= _maxBlocks) return false;
   int64 const end = _current->End();
   _blocks.emplace_back();
   _current = &_blocks.back();
@@ -126,10 +126,10 @@ bool IOCacheWriter::NextBlock(Lock& lock) {
 }
 
 void IOCacheWriter::AwaitRoom(Lock& lock) {
-  if (_most == 1) return;
+  if (_maxBlocks == 1) return;
   auto const begin = Clock::now();
   if (_busy)
-    _rests.wait(lock, [this] { return _failed || _blocks.size() < _most; });
+    _blockStored.wait(lock, [this] { return _failed || _blocks.size() < _maxBlocks; });
   else
     StoreBlocks();
   auto const waited = Clock::now() - begin;
@@ -138,18 +138,18 @@ void IOCacheWriter::AwaitRoom(Lock& lock) {
       static_cast<uint64>(std::chrono::duration_cast<std::chrono::microseconds>(waited).count());
 }
 
-// Without a thread the caller stores its blocks itself.
+// If no thread can be started, the caller stores its blocks itself.
 void IOCacheWriter::StartThread() {
   try {
     _thread = std::thread([this] { Work(); });
   } catch (std::system_error const&) {
-    _most = 1;
+    _maxBlocks = 1;
   }
 }
 
-// To wake a thread for a block costs as much as copying the block. While blocks fill quickly and
-// the target takes them as quickly, the thread looks by itself now and then instead; a caller that
-// has filled all blocks meanwhile stores them.
+// Waking a thread for a block costs as much as copying the block. While blocks fill quickly and the
+// target stores them as quickly, the thread therefore polls instead. If the caller fills all blocks
+// in the meantime, it stores them itself.
 void IOCacheWriter::Work() {
   Lock lock(_mutex);
   auto last = Clock::now() - kLinger;
@@ -169,19 +169,19 @@ void IOCacheWriter::Work() {
     lock.lock();
     _busy = false;
     Stored(stored);
-    _rests.notify_one();
+    _blockStored.notify_one();
     if (begin - last < kLinger && end - begin < kQuick)
       _full.wait_until(lock, end + kLinger, [this] { return _stop; });
     last = end;
   }
 }
 
-// Takes what was stored off the first block. False when something of it is left.
+// Removes the stored bytes from the first block. Returns false if the block has bytes left.
 bool IOCacheWriter::Stored(unsigned bytes) {
   Block& block = _blocks.front();
   block.start += bytes;
   block.fill -= bytes;
-  // What could not be stored stays at the front of the block.
+  // Move the bytes that could not be stored to the front of the block.
   if (block.fill > 0) std::memmove(block.bytes.get(), block.bytes.get() + bytes, block.fill);
   if (block.fill > 0) return false;
   if (_blocks.size() > 1) {
@@ -191,14 +191,14 @@ bool IOCacheWriter::Stored(unsigned bytes) {
   return true;
 }
 
-// Waits until the thread rests, which it then does until the lock is given up.
+// Waits until the thread is idle. It stays idle until the caller releases the lock.
 Lock IOCacheWriter::Drain() {
   Lock lock(_mutex);
-  _rests.wait(lock, [this] { return !_busy; });
+  _blockStored.wait(lock, [this] { return !_busy; });
   return lock;
 }
 
-// On the caller's thread, drained.
+// Called on the caller's thread, with the lock held and the writer's thread idle.
 bool IOCacheWriter::StoreBlocks() {
   for (;;) {
     Block const& block = _blocks.front();
@@ -219,8 +219,8 @@ unsigned IOCacheWriter::Patch(unsigned char const* data, unsigned size) {
   return done;
 }
 
-// Applies as much as lies in one block. False where the data is in the target already or on its way
-// there; `size` is then what lies below the blocks.
+// Applies the part of a patch that lies in one block. Returns false if the data is in the target
+// already, or being written to it; `size` is then the part before the blocks.
 bool IOCacheWriter::PatchMemory(int64 at, unsigned char const* data, unsigned& size) {
   Lock lock(_mutex, std::defer_lock);
   Block* block = _current;
@@ -239,7 +239,7 @@ bool IOCacheWriter::PatchMemory(int64 at, unsigned char const* data, unsigned& s
   return true;
 }
 
-// Small patches of one place, such as the fields of a header, go to the target together.
+// Small patches of the same place, such as the fields of a header, are stored together.
 bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned size) {
   auto const touches = [at](Run const& run) {
     return at >= run.start && at <= run.start + static_cast<int64>(run.bytes.size());
@@ -262,12 +262,14 @@ bool IOCacheWriter::GatherPatch(int64 at, unsigned char const* data, unsigned si
   return true;
 }
 
-// Never over data that is still in memory after a failure: storing that later would undo it.
+// Never overwrites data that is still in memory after a failure: storing that data later would undo
+// the patch.
 bool IOCacheWriter::StorePatch(int64 at, unsigned char const* data, unsigned size) {
   return size == 0 || (at + size <= _blocks.front().start && Store(at, data, size) == size);
 }
 
-// In the order in which they were made; what fails stays, with those behind it. Drained.
+// Stores patches in the order they were made. The first that fails and those after it are kept.
+// Called with the writer's thread idle.
 bool IOCacheWriter::StorePatches() {
   auto run = _patches.begin();
   for (; run != _patches.end(); ++run) {
@@ -292,18 +294,18 @@ unsigned IOCacheWriter::Store(int64 at, unsigned char const* data, unsigned size
   if (size == 0) return 0;
   unsigned stored = 0;
   if (_targetPosition == at || _target->Seek(at, kBegin)) stored = _target->Write(data, size);
-  if (stored > size) stored = 0;  // all ones, as a failed read tells it
+  if (stored > size) stored = 0;  // all ones, as from a failed read
   _targetPosition = stored == size ? at + stored : -1;
   if (stored == size) return stored;
   _error = _target->Error();
   _failed = true;
-  ++_untold;
+  ++_unreported;
   return stored;
 }
 
 void IOCacheWriter::Report() {
-  if (_untold.load(std::memory_order_relaxed) == 0) return;
-  for (unsigned n = _untold.exchange(0); n > 0; --n)
+  if (_unreported.load(std::memory_order_relaxed) == 0) return;
+  for (unsigned n = _unreported.exchange(0); n > 0; --n)
     if (_onError) _onError(this);
 }
 
@@ -342,7 +344,7 @@ bool IOCacheWriter::Truncate(int64 size) {
     }
     stored = StoreBlocks() && StorePatches();
     if (stored) {
-      // A target that cannot be cut keeps a tail that nothing refers to.
+      // If the target cannot be truncated, its tail remains, but nothing refers to it.
       static_cast<void>(_target->Truncate(size));
       _targetPosition = -1;
       _current->start = size;
@@ -356,18 +358,18 @@ bool IOCacheWriter::Truncate(int64 size) {
 PropertyList IOCacheWriter::Properties() {
   using W = IOCacheWriter;
   PropertyList list;
-  list.Member<W>("func_error", &W::_onError, "function told of every failed write");
+  list.Member<W>("func_error", &W::_onError, "function called for every failed write");
   list.Add<W, unsigned>(
-      "blocks", "blocks of memory that may be held; can be raised",
+      "blocks", "maximum number of blocks in memory; can be raised",
       [](W& w, unsigned& blocks) {
         std::lock_guard lock(w._mutex);
-        blocks = static_cast<unsigned>(w._most);
+        blocks = static_cast<unsigned>(w._maxBlocks);
         return true;
       },
       [](W& w, unsigned const& blocks) {
         std::lock_guard lock(w._mutex);
-        if (blocks < w._most) return false;
-        w._most = blocks;
+        if (blocks < w._maxBlocks) return false;
+        w._maxBlocks = blocks;
         return true;
       });
   list.Add<W, uint64>(
@@ -378,7 +380,7 @@ PropertyList IOCacheWriter::Properties() {
       },
       nullptr);
   list.Add<W, uint64>(
-      "waited_us", "how long in all, in microseconds",
+      "waited_us", "total waiting time in microseconds",
       [](W& w, uint64& waited_us) {
         waited_us = w._waited_us;
         return true;

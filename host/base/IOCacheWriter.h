@@ -16,47 +16,48 @@ namespace kestro::base {
 
 using FuncIO = std::function<bool(IO*)>;
 
-// Gathers small writes into large, aligned ones and stores them behind the caller's back.
+// Collects small writes into large, aligned ones and stores them in the background.
 //
-// Writes at the end are appended to a block of memory. A full block goes to the target on a thread
-// of the writer, in order, while the caller fills the next; only when all blocks are full does
-// Write wait, or store them itself. (Blocks that fill every few milliseconds may lie for 10 ms
-// before the thread takes them, which spares waking it for each.) So that a medium that stalls is
-// never felt:
+// Writes at the end of the stream are appended to a block in memory. The writer's thread stores
+// full blocks in the target, in order, while the caller fills the next one. Only if all blocks are
+// full does Write wait, or store them itself. (If blocks fill every few milliseconds, they may wait
+// 10 ms for the thread, which saves waking it for each.) For Write never to wait when the storage
+// device stalls:
 //
 //   blocks >= ceil((bytes per second * longest stall in seconds + burst) / bytes of a block) + 1
 //
-// where the burst is what comes at once beyond that rate: the largest packet, at the least.
+// where the burst is the amount that arrives at once on top of that rate, at least the largest
+// packet.
 //
-// A write below the end is a patch: applied in memory where the block is still there, otherwise
-// gathered with its neighbours and stored behind all data by the next Flush. Size, Tell and
-// Seek(0, kEnd) count bytes still in memory.
+// A write before the end is a patch. It is applied in memory if the block is still there. Otherwise
+// it is collected with its neighbours and stored after all data by the next Flush, or earlier if
+// too many are collected. Size, Tell and Seek(0, kEnd) include bytes that are still in memory.
 //
-// Flush returns when everything has been handed to the target, and goes no further: the data then
-// survives a crash of this process's code, not of the machine. Destruction flushes.
+// Flush returns when everything has been written to the target, but does not flush the target: the
+// data then survives a crash of this process's code, not of the machine. The destructor flushes.
 //
-// Errors are latched. A failed write is remembered and told through "func_error" on the caller's
-// thread: at once when the caller was waiting for it, else by its next call, at the latest by Flush
-// or destruction. From then on appends fail. What was stored before stays good: GoodEnd is its end,
-// and patches below it still work. Truncate makes the writer go on, from any point up to the end:
-// it first stores what is still in memory, patches too, once more.
+// Errors are latched. A failed write is reported through "func_error" on the caller's thread:
+// immediately if the caller was waiting for it, otherwise by its next call, at the latest by Flush
+// or the destructor. From then on, appends fail. Data stored earlier remains good: GoodEnd is its
+// end, and patches before it still work. Truncate, to any position up to the end, clears the error:
+// it first tries again to store what is still in memory, including patches.
 //
-// One thread calls the writer. The target belongs to the writer meanwhile, whose thread may use it
-// at any time except between a Flush and the next Write.
+// Call the writer from one thread. Do not use the target while the writer exists: the writer's
+// thread may use it at any time, except between a Flush and the next Write.
 //
 // Parameters:
 //   "func_error"  FuncIO: called with this writer for every failed write to the target; its result
-//                 is not used
-//   "blocks"      how many blocks may be held; it can be raised at any time
-//   "waits"       how often Write has had to wait for a free block (read only)
-//   "waited_us"   how long in all, in microseconds (read only)
+//                 is ignored
+//   "blocks"      maximum number of blocks in memory; can be raised at any time
+//   "waits"       how often Write had to wait for a free block (read only)
+//   "waited_us"   total time of these waits in microseconds (read only)
 //
-// Memory is taken as it is needed: at most the blocks, and 8 KiB of patches.
+// Memory is allocated as needed: at most the blocks, and 8 KiB of patches.
 class KESTRO_API IOCacheWriter : public IO {
  public:
-  // The target outlives the writer; where it has a property "cacheBlocks", that is the least number
-  // of blocks. The arguments are the bytes of a block and how many blocks may be held; with one,
-  // the caller's thread stores it.
+  // The target must outlive the writer. If it has a property "cacheBlocks", that is the minimum for
+  // `blocks`, the maximum number of blocks in memory. `blockSize` is in bytes. If there is only one
+  // block, the caller's thread stores it.
   IOCacheWriter(IO* target, int blockSize, int blocks);
   ~IOCacheWriter() override;
 
@@ -77,7 +78,7 @@ class KESTRO_API IOCacheWriter : public IO {
   using Bytes = std::unique_ptr<unsigned char[]>;
   struct Block {
     Bytes bytes;
-    int64 start = 0;  // its place in the stream
+    int64 start = 0;  // position in the stream
     unsigned fill = 0;
     int64 End() const { return start + fill; }
   };
@@ -109,28 +110,28 @@ class KESTRO_API IOCacheWriter : public IO {
   unsigned const _blockSize;
   int64 _position;
 
-  // Oldest first and without gaps; below the first one all is in the target. The last one is the
-  // caller's alone, the others wait for the thread.
+  // Oldest first, without gaps; everything before the first block is in the target. The last block
+  // is used only by the caller, the others wait for the thread.
   std::deque<Block> _blocks;
   Block* _current;            // the last block
-  std::vector<Bytes> _spare;  // memory of blocks that were stored
-  std::size_t _most;          // blocks
-  bool _busy = false;         // the thread is storing the first block
-  bool _asleep = false;       // the thread is, and must be told of a full block
+  std::vector<Bytes> _spare;  // memory of stored blocks, for reuse
+  std::size_t _maxBlocks;
+  bool _busy = false;    // the thread is storing the first block
+  bool _asleep = false;  // the thread is waiting; notify it when a block is full
   bool _stop = false;
-  std::mutex _mutex;               // of the list of blocks and what stands above
-  std::condition_variable _full;   // for the thread: a block is, or it shall stop
-  std::condition_variable _rests;  // for the caller: the thread has stored a block
+  std::mutex _mutex;                     // guards the members above, from _blocks on
+  std::condition_variable _full;         // notifies the thread: a block is full, or it must stop
+  std::condition_variable _blockStored;  // notifies the caller: the thread has stored a block
   std::thread _thread;
 
-  std::vector<Run> _patches;  // of stored data, not yet in the target
+  std::vector<Run> _patches;  // for stored data, not yet in the target
   std::size_t _patchBytes = 0;
-  int64 _patchFloor = 0;  // below it patches were gathered, and must be from now on
-  int64 _targetPosition;  // spares the target a seek per block
+  int64 _patchFloor = 0;  // patches before it were collected, so later ones must be too
+  int64 _targetPosition;  // saves a seek for every block
 
   std::atomic<bool> _failed{false};
   std::atomic<int> _error{0};
-  std::atomic<unsigned> _untold{0};  // failed writes that "func_error" has not been told
+  std::atomic<unsigned> _unreported{0};  // failed writes not yet reported to "func_error"
   FuncIO _onError;
   uint64 _waits = 0, _waited_us = 0;
 };

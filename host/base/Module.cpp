@@ -16,7 +16,7 @@ struct Registration {
   char const* name;
 };
 
-std::mutex loading;  // one module at a time; its initialisers hand over under it
+std::mutex loading;  // held while a module loads and its initialisers run
 std::mutex pendingMutex;
 
 std::vector<Registration*>& Pending() {
@@ -44,7 +44,7 @@ void ReflectRun() {
 
 bool LoadPlugin(char const* path, std::string* error) {
   std::lock_guard lock(loading);
-  // No name at all would stand for the program itself.
+  // Without a name, dlopen would open the program itself.
   bool const named = path != nullptr && *path != '\0';
   if (named && dlopen(path, RTLD_NOW | RTLD_LOCAL) != nullptr) {
     ReflectRun();

@@ -1,4 +1,4 @@
-// The root of every named host object, and objects with named parameters.
+// The base class of all host objects, and objects with named parameters.
 #pragma once
 
 #include <initializer_list>
@@ -20,24 +20,24 @@ struct KeyValuePair {
   char const* value;
 };
 
-// An ordered list of text pairs. "Register" names the class alias to instantiate; "Name", "Mode"
-// and "Owner" describe the new object; every other key is a property to set on it.
+// An ordered list of text pairs. "Register" is the alias of the class to create. "Name", "Mode" and
+// "Owner" describe the new object. Every other key is a property to set on it.
 class KESTRO_API AttrSet {
  public:
   struct Pair {
     std::string key, value;
   };
-  void Add(char const* key, char const* value) {  // null is the empty text
+  void Add(char const* key, char const* value) {  // null counts as empty
     _pairs.push_back({key != nullptr ? key : "", value != nullptr ? value : ""});
   }
-  char const* Find(char const* key) const;  // the first value under the key, null if there is none
+  char const* Find(char const* key) const;  // the first value of the key, or null
   std::vector<Pair> const& Pairs() const { return _pairs; }
 
  private:
   std::vector<Pair> _pairs;
 };
 
-// Memory of host objects comes from the ordinary allocator.
+// Host objects use the ordinary allocator.
 class KESTRO_API object_base {
  public:
   virtual ~object_base() = default;
@@ -45,24 +45,24 @@ class KESTRO_API object_base {
 
 class KESTRO_API object : public object_base {
  public:
-  // The name is not copied: a literal, or text that outlives the object. Null is allowed.
+  // The name is not copied: pass a literal, text that outlives the object, or null.
   explicit object(char const* name) : _name(name) {}
   object(object const&) = delete;
   object& operator=(object const&) = delete;
 
   char const* Name() const { return _name != nullptr ? _name : ""; }
 
-  // Applies the attributes of a new object. A plain object knows the describing keys only.
+  // Applies the attributes of a new object. A plain object accepts only the describing keys.
   [[nodiscard]] virtual bool Configure(AttrSet& attrs);
-  // Prints the object for people.
+  // Prints the object in readable form.
   virtual void operator>>(ostream& os) const;
 
  private:
   char const* _name;
 };
 
-// Named parameters with run-time types. `Set` and `Get` are false for an unknown name or an
-// impossible conversion, and change nothing then.
+// Named parameters with run-time types. `Set` and `Get` return false and change nothing if the name
+// is unknown or the value cannot be converted.
 class KESTRO_API IParam {
  public:
   virtual ~IParam() = default;
@@ -73,7 +73,7 @@ class KESTRO_API IParam {
   bool Set(char const* name, T value) {
     return Set(name, const_cast<std::remove_const_t<T>*>(&value), &typeid(T));
   }
-  // As Set, with the type spelt out: SetWithType<FuncIO>("func_error", [..]{..}).
+  // Like Set, with an explicit type: SetWithType<FuncIO>("func_error", [..]{..}).
   template <class T>
   bool SetWithType(char const* name, std::common_type_t<T> value) {
     return Set(name, &value, &typeid(T));
@@ -89,8 +89,8 @@ class KESTRO_API IParam {
   }
 };
 
-// An object whose parameters are the properties that its class registered. Which thread may set a
-// property is said by the class that has it.
+// An object whose parameters are the properties registered for its class. Each class documents
+// which thread may set a property.
 class KESTRO_API Object : public object, public IParam {
  public:
   explicit Object(char const* name) : object(name) {}
@@ -101,18 +101,18 @@ class KESTRO_API Object : public object, public IParam {
   bool Set(char const* name, void* value, std::type_info const* type) override;
   bool Get(char const* name, void* value, std::type_info const* type) override;
 
-  // Sets every attribute that is not a describing one as text; false when one is refused.
+  // Sets every attribute, except the describing ones, from its text. False if one is refused.
   bool Configure(AttrSet& attrs) override;
 
-  // The registered class that made this object; null for one made with `new`.
+  // The registered class that created this object; null if it was created with `new`.
   IClass const* Class() const { return _class; }
 
-  // An object of a registered class, by any look-up name; null when there is none. The caller
-  // deletes it.
+  // Creates an object of a registered class, found by any lookup name. Null if there is none. The
+  // caller deletes it.
   [[nodiscard]] static object* New(char const* name);
 
-  // Fills the attributes for IClass::New: the class alias, the extra pairs, and the describing
-  // keys that are not null ("Owner" is the owner's name).
+  // Fills the attributes for IClass::New: the class alias, the extra pairs, and the describing keys
+  // that are not null. "Owner" is set to the owner's name.
   static void AttrSetInit(AttrSet& attrs, std::initializer_list<KeyValuePair>* pairs,
                           char const* alias, char const* name, char const* mode, object* owner);
 

@@ -14,7 +14,7 @@
 
 namespace kestro::base {
 
-// One property of a class. Values come in any type that converts (see Value).
+// One property of a class. Accepts every type of value that converts (see Value).
 class KESTRO_API IProperty {
  public:
   IProperty(char const* name, std::type_info const& type, char const* help)
@@ -22,7 +22,7 @@ class KESTRO_API IProperty {
   virtual ~IProperty() = default;
 
   char const* Name() const { return _name; }
-  char const* Help() const { return _help; }  // one line for people
+  char const* Help() const { return _help; }  // one line of help
   std::type_info const& Type() const { return _type; }
 
   virtual bool CanRead() const = 0;
@@ -36,7 +36,7 @@ class KESTRO_API IProperty {
   std::type_info const& _type;
 };
 
-// A property of class C with values of type T, bound to functions.
+// A property of class C with values of type T, read and written by functions.
 template <class C, class T>
 class TProperty : public IProperty {
  public:
@@ -60,7 +60,7 @@ class TProperty : public IProperty {
   bool Get(Object& object, void* value, std::type_info const& type) const override {
     auto* self = dynamic_cast<C*>(&object);
     if (self == nullptr || !_read) return false;
-    // Of the property's own type, the variable itself is passed on: a pointer is where to copy to.
+    // If the types match, pass the variable itself: a pointer in it says where to copy to.
     if (type == typeid(T)) return _read(*self, *static_cast<T*>(value));
     T own{};
     if (!_read(*self, own)) return false;
@@ -71,7 +71,7 @@ class TProperty : public IProperty {
   }
 
  private:
-  // Applications know objects of a plug-in's classes as Object only.
+  // Applications see objects of a plug-in's classes only as Object.
   static constexpr bool kObject =
       std::is_pointer_v<T> && std::is_base_of_v<Object, std::remove_pointer_t<T>>;
 

@@ -9,7 +9,8 @@
 
 namespace kestro::base {
 
-// The properties of a class in registration order, and those it inherits. Built once, then shared.
+// The properties of a class in registration order, and those it inherits. It is built once and then
+// shared.
 //
 //   PropertyList list;
 //   list.Member<AviMuxer>("mode", &AviMuxer::_mode, "counts end-of-stream packets");
@@ -36,7 +37,7 @@ class KESTRO_API PropertyList {
   void Setter(char const* name, bool (C::*set)(T), char const* help) {
     Add<C, T>(name, help, nullptr, [set](C& c, T const& value) { return (c.*set)(value); });
   }
-  // Reads through a function.
+  // Reads through a member function.
   template <class C, class T>
   void Getter(char const* name, T (C::*get)(), char const* help) {
     Add<C, T>(
@@ -55,7 +56,7 @@ class KESTRO_API PropertyList {
   }
   void Inherit(PropertyList const& base);
 
-  IProperty const* Find(char const* name) const;  // own ones go first; null if there is none
+  IProperty const* Find(char const* name) const;  // searches its own first; null if none
   std::vector<std::shared_ptr<IProperty const>> const& Own() const { return _own; }
   std::vector<std::shared_ptr<IProperty const>> const& Inherited() const { return _inherited; }
 

@@ -8,8 +8,8 @@
 
 namespace kestro::base {
 
-// An object that frees itself with its last reference. It is born with one, its creator's.
-// Hold and Release may be called from any thread.
+// An object that deletes itself when its last reference is released. It starts with one reference,
+// which belongs to its creator. Hold and Release may be called from any thread.
 class KESTRO_API Reference {
  public:
   void Hold() const { _count.fetch_add(1, std::memory_order_relaxed); }
@@ -31,7 +31,7 @@ class KESTRO_API Reference {
   mutable std::atomic<int> _count{1};
 };
 
-// A reference held for a scope or by a member.
+// Holds a reference, in a scope or as a member.
 template <class T>
 class Ref {
  public:
@@ -41,7 +41,7 @@ class Ref {
     r._p = p;
     return r;
   }
-  static Ref Share(T* p) {  // adds one
+  static Ref Share(T* p) {  // adds a reference
     if (p != nullptr) p->Hold();
     return Take(p);
   }
@@ -54,7 +54,7 @@ class Ref {
   ~Ref() {
     if (_p != nullptr) _p->Release();
   }
-  // Gives the reference to the caller, who releases it.
+  // Gives the reference to the caller, who must release it.
   [[nodiscard]] T* Detach() { return std::exchange(_p, nullptr); }
   T* get() const { return _p; }
   T& operator*() const { return *_p; }

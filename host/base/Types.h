@@ -1,10 +1,10 @@
-// Fixed names for the integers that cross the host's interfaces, and the export mark.
+// Fixed names for the integers of the host's interfaces, and the export macro.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// Everything marked is visible to plug-ins and applications; the rest of the library is hidden.
+// Only names marked with it are visible to plug-ins and applications.
 #define KESTRO_API __attribute__((visibility("default")))
 
 namespace kestro::base {

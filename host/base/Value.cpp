@@ -10,7 +10,7 @@ namespace kestro::base {
 
 namespace {
 
-// The type that a Value keeps a variable of type T in.
+// The type in which Value stores a variable of type T.
 template <class T>
 struct Kept {
   using type = std::conditional_t<std::is_signed_v<T>, int64, uint64>;
@@ -29,7 +29,7 @@ struct Tag {
   using type = T;
 };
 
-// Calls visit(Tag<T>) with the integer type T that `type` stands for.
+// Calls visit(Tag<T>) for the integer type T that `type` describes.
 template <class Visit, class... T>
 bool ForInteger(std::type_info const& type, Visit visit, Tag<T>... tags) {
   bool result = false;

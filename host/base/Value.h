@@ -1,4 +1,4 @@
-// One value of a named parameter, and the conversions between the types that callers use.
+// The value of a named parameter, and conversions between the types that callers use.
 #pragma once
 
 #include <string>
@@ -9,13 +9,12 @@
 
 namespace kestro::base {
 
-// A number, text, fraction or byte pointer, taken from and given to variables of any related type.
+// A number, text, fraction or byte pointer, read from and written to variables of any related type.
 //
-// Numbers convert to every integer width, bool and whole fractions as long as the value survives;
-// text converts to and from all of them ("unsigned char" is a number in text, "char" a character,
-// the empty text the character 0; bool is "true"/"false", "1"/"0", "on"/"off", "yes"/"no").
-// Pointers convert to nothing but themselves. What cannot be converted is `false`, and the
-// destination stays as it was.
+// Numbers convert to every integer width, bool and whole fractions if the value fits. Text converts
+// to and from all of these: "unsigned char" is a number in text, "char" is a character (empty text
+// is character 0), and bool is "true"/"false", "1"/"0", "on"/"off" or "yes"/"no". Pointers convert
+// only to pointers. A failed conversion returns false and leaves the destination unchanged.
 class KESTRO_API Value {
  public:
   bool From(void const* variable, std::type_info const& type);

@@ -1,13 +1,13 @@
-// Marks where the host calls an element's or the application's code.
+// Marks code of an element or the application that the host calls.
 #pragma once
 
 #include "base/Types.h"
 
 namespace kestro::stream {
 
-// While one exists, its thread runs a packet handler, a message handler, AcceptMedia, or the loop
-// of an element's own thread. No lock of the host is held there, and what is called from there
-// never waits for another packet or thread to finish: it is refused where it would have to.
+// While a Callout exists, its thread runs a packet handler, a message handler, AcceptMedia, or the
+// loop of an element's own thread. The host holds no lock meanwhile. Functions called from there
+// never wait for another packet or thread: where they would have to, they refuse.
 class KESTRO_API Callout {
  public:
   Callout() { ++Depth(); }

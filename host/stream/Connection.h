@@ -1,4 +1,4 @@
-// What two linked ports share.
+// The state that two linked ports share.
 #pragma once
 
 #include <atomic>
@@ -9,13 +9,13 @@ namespace kestro::stream {
 
 class IPort;
 
-// Keeps both ports alive while a call goes from the output to the input: whoever destroys one cuts
-// the connection first and waits until the calls under way have ended.
+// Keeps both ports alive while a call goes from the output to the input: to destroy a port, first
+// cut the connection and wait until the calls in progress have returned.
 class Connection {
  public:
   explicit Connection(IPort& input) : _input(input) {}
 
-  // A call through the connection, for as long as the object exists.
+  // A call through the connection, in progress for as long as the object exists.
   class Call {
    public:
     explicit Call(Connection& connection) : _connection(connection), _open(connection.Enter()) {}
@@ -24,7 +24,7 @@ class Connection {
     }
     Call(Call const&) = delete;
     Call& operator=(Call const&) = delete;
-    explicit operator bool() const { return _open; }  // false: it was cut
+    explicit operator bool() const { return _open; }  // false if cut
     IPort* operator->() const { return &_connection._input; }
 
    private:
@@ -36,7 +36,7 @@ class Connection {
     std::lock_guard lock(_mutex);
     return !_cut;
   }
-  // Whether it was cut and no call is left.
+  // Whether the connection was cut and no call is in progress.
   bool Dead() const {
     std::lock_guard lock(_mutex);
     return _cut && _calls == 0;
@@ -47,7 +47,7 @@ class Connection {
     if (wait) _left.wait(lock, [this] { return _calls == 0; });
   }
   void Interrupt(bool on) { _interrupted = on; }
-  // Whether calls under way are not to wait for what may never come.
+  // Whether calls in progress must stop waiting for something that may never happen.
   bool Interrupted() const {
     std::lock_guard lock(_mutex);
     return _calls > 0 && (_cut || _interrupted);

@@ -1,4 +1,4 @@
-// The base of everything in a pipeline.
+// The base class of all pipeline elements.
 #pragma once
 
 #include <functional>
@@ -22,28 +22,31 @@ class KESTRO_API IElement : public base::Object, public IStatus {
     kDemuxer = 0x400,
   };
 
-  // An element's message: `type` is "error", "warning" or "eos"; `text` and `attrs` may be null.
-  // Called on the thread on which it happened, which may be in the middle of the element's work:
-  // note it and return. Changes of state from here are refused where they would have to wait. A
-  // muxer sends "eos" and warnings, and errors of its stream, with its mutex held: from these the
-  // element is not called at all. Returns whether the message was taken.
+  // Handles a message of an element. `type` is "error", "warning" or "eos"; `text` and `attrs` may
+  // be null. The handler runs on the thread that sends the message, possibly in the middle of the
+  // element's work: it should only note the message and return. Changes of state from here are
+  // refused if they would have to wait. A muxer holds its mutex while it sends "eos", warnings and
+  // errors of its stream: a handler of these must not call the element at all. Returns whether the
+  // message was accepted.
   using MessageHandler = std::function<bool(IElement&, char const* type, char const* text,
                                             base::AttrSet const* attrs)>;
 
   explicit IElement(char const* name);
   ~IElement() override;
 
-  // Any thread. A message under way may still reach the handler that was replaced.
+  // May be called from any thread. A message in progress may still reach the previous handler.
   void OnMessage(MessageHandler handler);
   bool SendMessageUp(char const* type, char const* text, base::AttrSet* attrs);
 
   std::vector<std::unique_ptr<IPort>> const& Ports() const { return _ports; }
   unsigned ElementFlags() const { return _flags; }
 
-  // Asked before an input takes a media whose codec matches; null withdraws. On the thread that
-  // offers, for which a demuxer may hold its lock: it notes what it needs and returns.
+  // Called before an input accepts a media whose codec matches; null withdraws the media. It runs
+  // on the thread that makes the offer. A demuxer may hold its lock then, so note what is needed
+  // and return.
   virtual bool AcceptMedia(IPort&, IMedia*) { return true; }
-  // What a packet pushed into an input meets, and whether a first one may come: see ISink.
+  // Deliver takes a packet pushed into an input; Ready is whether a first packet may come. See
+  // ISink.
   virtual bool Deliver(Packet&, IPort&) { return false; }
   virtual bool Ready() const { return true; }
 

@@ -9,7 +9,7 @@
 namespace kestro::stream {
 
 namespace {
-// How long a thread without work sleeps before it looks again by itself.
+// How long a thread without work sleeps before it checks for work again.
 constexpr auto kPoll = std::chrono::milliseconds(20);
 }  // namespace
 

@@ -1,4 +1,4 @@
-// A loop on a thread of its own.
+// A loop on its own thread.
 #pragma once
 
 #include <atomic>
@@ -10,26 +10,27 @@
 
 namespace kestro::stream {
 
-// Calls Loop again and again on its own thread, between Start and Stop. The class that
-// defines Loop stops the thread in its destructor. The operations are for one control thread and
-// wait for the turn under way; from inside Loop they do nothing and return false.
+// Calls Loop repeatedly on its own thread, between Start and Stop. The class that defines Loop must
+// stop the thread in its destructor. Start, Stop, Pause and Resume are for one control thread and
+// wait for the current turn of the loop to end. From inside Loop they do nothing and return false.
 class KESTRO_API IElementWithThread {
  public:
   virtual ~IElementWithThread();
 
  protected:
-  bool Start();  // false when it runs already, or there is no thread to be had
-  bool Stop();   // true without a thread
+  bool Start();  // false if it is running already or no thread could be started
+  bool Stop();   // true if there is no thread
   bool Pause();
   bool Resume();
-  void Wake();  // ends a wait for work, from any thread
+  void Wake();  // ends a wait for work; any thread may call it
 
-  // Whether the state of an element with a thread may not be changed from here, with an error line:
-  // inside a packet or message handler, where waiting for the thread could wait for ever.
+  // Returns true, and prints an error line, inside a packet or message handler. The state of an
+  // element with a thread must not be changed there, because waiting for the thread could deadlock.
   static bool Refused();
-  bool Inside() const { return _self == std::this_thread::get_id(); }  // of the element's thread
+  bool Inside() const { return _self == std::this_thread::get_id(); }  // called on the thread
 
-  // One turn. False: nothing to do until Wake, or for a few milliseconds.
+  // One turn of the loop. Returns false if there is nothing to do until Wake, or for a few
+  // milliseconds.
   virtual bool Loop() = 0;
 
  private:

@@ -10,28 +10,28 @@
 
 namespace kestro::stream {
 
-// Either a file named by a path, opened and closed here, or an IO that the application lends and
-// that outlives the element's use of it.
+// Either a file named by a path, which is opened and closed here, or an IO that the application
+// lends. A lent IO must outlive the element's use of it.
 class KESTRO_API IIO {
  public:
   virtual ~IIO() = default;
 
-  // "rb" or "wb"; false with Why() set when it cannot be opened. A lent IO is rewound, and emptied
-  // for "wb".
+  // `mode` is "rb" or "wb". If the stream cannot be opened, returns false and sets Why(). A lent IO
+  // is rewound and, for "wb", emptied.
   bool Open(char const* mode);
-  // False when the system reports a late error. Closing what is not open does nothing.
+  // False if the system reports a late error. True if nothing is open.
   bool Close();
   std::string const& Why() const { return _why; }
   base::IO* Stream() const { return _io; }
 
  protected:
-  // Puts an IO that reads or writes through the open one over it: Stream() is that IO then, and
-  // Close deletes it first. Null: Stream() is null until the next Open.
+  // Replaces Stream() with an IO that reads or writes through the open one. Close deletes it before
+  // it closes the stream. With null, Stream() is null until the next Open.
   void Cover(std::unique_ptr<base::IO> cover);
-  // Whether there is such an IO, over what the path or the lent IO names now.
+  // Whether Cover has set such an IO, for the path or lent IO that is set now.
   bool Covered() const;
 
-  // What every element over a stream has, as properties of its base class C.
+  // The properties of every element with a stream, for its base class C.
   template <class C>
   static base::PropertyList const& PropertiesOf();
 
@@ -39,7 +39,7 @@ class KESTRO_API IIO {
   base::IO* _lent = nullptr;
   base::IO* _io = nullptr;  // null unless open
 
-  // For IOCallBack: reports every transfer of the element.
+  // For IOCallBack, which reports every transfer of the element.
   unsigned _notifyId = 0;
   base::IOCallBack::Notify _notify = nullptr;
 
@@ -53,13 +53,13 @@ class KESTRO_API IIO {
 
 template <class C>
 base::PropertyList const& IIO::PropertiesOf() {
-  // Never destroyed: class records refer to it.
+  // Never destroyed: registered classes refer to it.
   static auto const* const made = [] {
     auto* list = new base::PropertyList;
     list->Member<C>("path", &C::_path, "file to open");
     list->Member<C>("io", &C::_lent, "stream to use instead of a file; the application owns it");
     list->Member<C>("notifyid", &C::_notifyId, "first argument of the notification function");
-    list->Member<C>("notify", &C::_notify, "function told of every transfer: id, data, bytes");
+    list->Member<C>("notify", &C::_notify, "function called for every transfer: id, data, bytes");
     return list;
   }();
   return *made;

@@ -13,23 +13,24 @@
 
 namespace kestro::stream {
 
-// A codec name and typed keys, set and read through the parameter interface with conversion; a key
-// that nobody has set is unknown. Reference-counted and shared: media are compared by pointer.
+// A codec name and typed keys. Keys are set and read through the parameter interface, with
+// conversion; a key that was never set is unknown. Media are reference-counted, shared and compared
+// by pointer.
 //
 // Keys and parameter sets may be set and read from any thread, since a source may learn parameter
-// sets after it has published a track. Bytes that were handed out stay valid as long as the media,
-// also after they were replaced.
+// sets after it has published a track. Bytes returned from here stay valid for the lifetime of the
+// media, even after they were replaced.
 //
-// Video: "width", "height" (pixels, int; of one field when "interlace" is true), "interlace"
-// (bool), "framerate" (Fraction, per second), "gop" (int64, packets from key to key). Audio: "rate"
-// (samples per second), "channel", "width" (bytes per sample), "depth" (bits per sample), "samples"
-// (per packet and channel), all int. Parameter sets: "vps"/"ivps", "sps"/"isps", "pps"/"ipps"
-// (unsigned char* and bytes). Of a demuxer: "track", which of the file's tracks it is, and "id",
-// the number by which its packets are found (int), which differ when the demuxer does not know a
-// track before it.
+// Video: "width", "height" (pixels, int; of one field if "interlace" is true), "interlace" (bool),
+// "framerate" (Fraction, per second), "gop" (int64, packets from one key packet to the next).
+// Audio: "rate" (samples per second), "channel", "width" (bytes per sample), "depth" (bits per
+// sample), "samples" (per packet and channel), all int. Parameter sets: "vps"/"ivps", "sps"/"isps",
+// "pps"/"ipps" (unsigned char* and bytes). From a demuxer: "track", the number of the track in the
+// file, and "id", the number that identifies its packets (both int). They differ if the demuxer
+// skips an earlier track, whose codec it does not know.
 class KESTRO_API IMedia : public base::Object, public base::Reference {
  public:
-  // The creator's reference is the caller's. Null for a null or empty codec name.
+  // Returns null for a null or empty codec name. The caller owns the first reference.
   [[nodiscard]] static IMedia* New(char const* codec);
 
   char const* Codec() const { return _codec.c_str(); }
@@ -38,8 +39,8 @@ class KESTRO_API IMedia : public base::Object, public base::Reference {
 
   using Bytes = std::shared_ptr<std::vector<unsigned char> const>;
 
-  // Stores a copy of the codec's parameter sets; pointer keys into `data` then point into the copy,
-  // and those into an earlier copy are unknown. False for no data.
+  // Stores a copy of the codec's parameter sets. Pointer keys into `data` then point into the copy,
+  // and those into the previous copy become unknown. False if there is no data.
   [[nodiscard]] bool Extra(void const* data, unsigned size);
   Bytes ExtraData() const;  // never null
 
@@ -55,7 +56,7 @@ class KESTRO_API IMedia : public base::Object, public base::Reference {
 
   std::string const _codec;
   Kind const _kind;
-  mutable std::mutex _mutex;  // of what follows
+  mutable std::mutex _mutex;  // guards the members below
   std::vector<std::pair<std::string, base::Value>> _keys;
   std::vector<Bytes> _extras{std::make_shared<std::vector<unsigned char> const>()};
 };

@@ -30,7 +30,7 @@ bool IPort::Match(char const* codec) const {
   return false;
 }
 
-// One offer at a time.
+// Lets one offer to a port run at a time.
 class IPort::OfferTurn {
  public:
   explicit OfferTurn(IPort& port) : _port(port) {
@@ -66,7 +66,7 @@ bool IPort::Offer(IMedia* media) {
   } else if (!OfferToLinks(media)) {
     return false;
   }
-  auto held = base::Ref<IMedia>::Share(media);  // the last one is released without the lock
+  auto held = base::Ref<IMedia>::Share(media);  // the previous media is released without the lock
   std::lock_guard lock(_mutex);
   std::swap(_media, held);
   _silent = false;
@@ -84,7 +84,7 @@ bool IPort::OfferToLinks(IMedia* media) {
   };
   auto const refuses = std::find_if_not(links->begin(), links->end(),
                                         [&](auto const& link) { return takes(link, media); });
-  // Those before it get back what they had.
+  // Give the inputs before it their previous media back.
   if (refuses != links->end())
     std::for_each(links->begin(), refuses, [&](auto const& link) { takes(link, held.get()); });
   return refuses == links->end();
@@ -123,7 +123,7 @@ bool IPort::Link(IPort& output, IPort& input) {
   if (output._input || !input._input || &output._owner == &input._owner) return false;
   auto const link = std::make_shared<Connection>(input);
   {
-    OfferTurn const turn(output);  // what is offered meanwhile comes before the link or after it
+    OfferTurn const turn(output);  // other offers run before or after linking
     if (!turn || !Connect(output, input, link)) return false;
     auto const media = output.Media();
     if (!media || input.Offer(media.get())) return true;
@@ -173,7 +173,7 @@ bool IPort::Push(Packet& packet) {
     Connection::Call const call(*link);
     if (!call) continue;
     reached = true;
-    // A sink may move the packet's start: each of several gets a packet of its own.
+    // A sink may move the packet's start, so each of several sinks gets its own packet.
     if (link == links->back()) {
       taken = call->Push(packet) && taken;
     } else {

@@ -1,4 +1,4 @@
-// Where elements meet.
+// The connection points of elements.
 #pragma once
 
 #include <condition_variable>
@@ -17,17 +17,18 @@ namespace kestro::stream {
 class Connection;
 class IElement;
 
-// An input or output of an element, owned by it. Carries one track: first its media, then packets.
+// An input or output of an element, which owns it. It carries one track: first the media, then
+// packets.
 //
-//   source->Outputs: Offer(media) by the element, Push(packet) by its thread
-//   sink->Inputs:    Offer(media) and Push(packet) by a linked output, or by the application
+//   outputs of a source: the element offers the media, its thread pushes the packets
+//   inputs of a sink:    a linked output or the application offers the media and pushes the packets
 //
-// Every operation may be called from any thread, and none holds a lock of the port while it calls
-// an element. A port lives as long as its element; destroying an element waits for calls that go
-// through its links. Elements are not linked in circles.
+// All functions may be called from any thread, and none holds a lock of the port while it calls an
+// element. A port lives as long as its element. Destroying an element waits for calls in progress
+// through its links. Elements must not be linked in circles.
 class KESTRO_API IPort : public base::object {
  public:
-  // `codecs`: the codec names it takes, separated by commas, or "*".
+  // `codecs` is the list of accepted codec names, separated by commas, or "*".
   IPort(IElement& owner, bool input, char const* codecs);
   ~IPort() override;
 
@@ -35,39 +36,40 @@ class KESTRO_API IPort : public base::object {
   bool IsInput() const { return _input; }
   bool Match(char const* codec) const;
 
-  // Offers a track; null withdraws it. An output takes it when its codec matches and every linked
-  // input takes it, an input when its codec matches and its element accepts it. An output keeps its
-  // first media until it is withdrawn. Offers to one port happen one after the other; one from
-  // inside the AcceptMedia that another has called is refused.
+  // Offers a track; null withdraws it. An output accepts it if its codec matches and every linked
+  // input accepts it. An input accepts it if its codec matches and its element accepts it. An
+  // output keeps its first media until it is withdrawn. Offers to one port run one at a time. From
+  // inside an AcceptMedia that an offer to this port has called, another offer is refused.
   [[nodiscard]] bool Offer(IMedia* media);
   void Withdraw() { static_cast<void>(Offer(nullptr)); }
   base::Ref<IMedia> Media() const;
   bool Carries(IMedia const* media) const;  // false for null
-  // Announces that no track will come through this output, so that sinks do not wait for one; a
-  // media that is taken later ends it.
+  // Announces that no track will come through this output, so that sinks do not wait for one.
+  // Accepting a media later cancels this.
   void Silence();
-  // Whether packets may be expected, or have been ruled out.
+  // Whether it is clear if packets will come: the port has a media, is silent, or is not linked.
   bool Settled() const;
 
-  // Connects an output with an input of another element, which has no other link. The media that
-  // the output has is offered along.
+  // Connects an output to an input of another element. The input must have no other link. If the
+  // output has a media, it is offered to the input; if that is refused, the ports are not linked.
   [[nodiscard]] static bool Link(IPort& output, IPort& input);
-  // Waits for calls under way, but not from inside a packet or message handler: then they may still
-  // finish, and only the destructor waits for them.
+  // Waits for calls in progress, but not from inside a packet or message handler: there they may
+  // still be running after Unlink, and only the destructor waits for them.
   void Unlink();
   bool Linked() const;
 
-  // Hands a packet on; see ISink::Deliver for what the answer means. The caller keeps its
-  // reference. An output with several links delivers a packet of its own to each. The packet's
-  // media must be the port's.
+  // Passes a packet on; see ISink::Deliver for the result. The caller keeps its reference. An
+  // output with several links delivers a separate packet to each, with the same payload. The
+  // packet's media must be the port's.
   [[nodiscard]] bool Push(Packet& packet);
   // Whether the linked sinks are ready for a first packet.
   bool Ready() const;
 
-  // For elements. While an output is interrupted, a packet pushed through it gives up waiting for
-  // what may never come: room in a queue whose sink is not ready. So is one whose link is cut.
+  // For elements. While an output is interrupted, a packet pushed through it stops waiting for
+  // something that may never happen: room in a queue whose sink is not ready. The same happens if
+  // the link is cut.
   void Interrupt(bool on);
-  bool Interrupted() const;  // of an input
+  bool Interrupted() const;  // for inputs
 
  private:
   using Links = std::vector<std::shared_ptr<Connection>>;
@@ -84,14 +86,14 @@ class KESTRO_API IPort : public base::object {
   bool const _input;
   std::string const _codecs;
 
-  mutable std::mutex _mutex;  // of what follows; held for a few instructions, never during a call
+  mutable std::mutex _mutex;  // guards the members below; held briefly, never during a call
   base::Ref<IMedia> _media;
   bool _silent = false;
-  // Replaced, never changed. Those that were cut stay until the calls through them have ended.
+  // Replaced as a whole, never modified. Cut links stay until the calls through them have returned.
   std::shared_ptr<Links const> _links;
 
   std::condition_variable _offered;
-  std::thread::id _offerer;  // the thread whose offer is under way
+  std::thread::id _offerer;  // thread whose offer is in progress
 };
 
 }  // namespace kestro::stream

@@ -16,7 +16,7 @@ bool ISink::Mine() const {
   return self == _deliverer || self == _changer || OwnThread();
 }
 
-// Null when a packet may be delivered now, or why it is refused.
+// Returns null if a packet may be delivered now, otherwise why it is refused.
 char const* ISink::Enter(IPort const& port) {
   std::unique_lock lock(_mutex);
   if (Mine()) return "Mine(),a packet from inside the sink's own calls";
@@ -53,7 +53,7 @@ bool ISink::Deliver(Packet& packet, IPort& port) {
   return taken;
 }
 
-// Null when the state may be changed now, with no packet under way, or why not.
+// Returns null if the state may be changed now, with no packet in progress, otherwise why not.
 char const* ISink::Hold(int status) {
   std::unique_lock lock(_mutex);
   if (Mine()) return "Mine(),a change of state from inside the sink's own calls";

@@ -1,4 +1,4 @@
-// Elements that take packets.
+// Elements that receive packets.
 #pragma once
 
 #include <atomic>
@@ -11,52 +11,53 @@
 
 namespace kestro::stream {
 
-// Packets come in through the input ports, from any thread; the host passes them on one at a time,
-// from the moment StatusChange has opened the sink until it closes it. Packets and changes of state
-// keep each other out, and no lock is held during either. The class that defines ReceivePacket
-// calls Detach in its destructor.
+// Packets come in through the input ports, from any thread. The host passes them on one at a time,
+// after StatusChange has opened the sink and until it closes it. A packet and a change of state
+// never run at the same time, and no lock is held during either. The class that defines
+// ReceivePacket must call Detach in its destructor.
 class KESTRO_API ISink : public IElement {
  public:
   using IElement::IElement;
 
-  // A new input, valid until the sink is destroyed. Before the first packet.
+  // Adds an input, valid until the sink is destroyed. Call it before the first packet.
   IPort* AddInput(char const* codecs = "*") { return AddPort(true, codecs); }
 
-  // Takes one packet; `context` is the port. False: the packet was refused, or is known to be lost.
-  // The element may move the packet's offset. It may call any element from here, but not push into
-  // itself.
+  // Takes one packet; `context` is the port. Returns false if the packet is refused or known to be
+  // lost. The element may change the packet's offset. It may call any element from here, but must
+  // not push into itself.
   virtual bool ReceivePacket(Packet& packet, void* context) = 0;
 
-  // Waits for its turn, then calls ReceivePacket. Refused, with an error line, before every linked
-  // input has its media, after the sink was closed, and from inside the sink's own calls.
+  // Waits for its turn, then calls ReceivePacket. Refuses the packet, with an error line, before
+  // every linked input has its media, after the sink was closed, and from inside the sink's own
+  // calls.
   bool Deliver(Packet& packet, IPort& port) final;
   // Whether every linked input has its media.
   bool Ready() const override;
 
   // False while the element is in its error state.
   bool Check() const { return !_failed; }
-  // False when the error is one of the stream below.
+  // False if the error is one of the stream, not of the element itself.
   bool CheckIO() const { return !_ioFailed; }
 
-  // Waits for a packet under way. Refused, with an error line, from inside the sink's own calls,
-  // while another thread changes the state, and from inside any handler while a packet is under
-  // way.
+  // Waits for a packet in progress. Refused, with an error line, from inside the sink's own calls,
+  // while another thread changes the state, and from inside any handler while a packet is in
+  // progress.
   [[nodiscard]] bool StatusChange(int status) override;
 
  protected:
-  void Detach();  // unlinks the inputs and waits for a packet under way
+  void Detach();  // unlinks the inputs and waits for a packet in progress
 
-  // How often a wait for what may never come looks whether it is to be given up.
+  // How often a wait for something that may never happen checks whether to give up.
   static constexpr std::chrono::milliseconds kPoll{20};
-  // Whether a packet from this port is not to wait any longer: the sink is being closed, or the
-  // source stopped.
+  // Whether a packet from this port must stop waiting: the sink is being closed, or the source
+  // stopped.
   bool GivesUp(IPort const& port) const { return _leaving || port.Interrupted(); }
-  // Whether a packet under way may never end by itself.
+  // Whether a packet in progress may never finish by itself.
   virtual bool Stuck() const { return false; }
-  // Whether packets are taken in a state; those that wait for the end of a change to another are
-  // refused at once.
+  // Whether the sink takes packets in this state. On a change to a state in which it does not,
+  // packets that wait for the end of the change are refused immediately.
   virtual bool Takes(int status) const { return status != kClosed; }
-  // Whether this thread is one of the sink's own, which never waits for it.
+  // Whether the current thread is one of the sink's own, which must never wait for the sink.
   virtual bool OwnThread() const { return false; }
 
   std::atomic<bool> _failed{false}, _ioFailed{false};
@@ -66,12 +67,12 @@ class KESTRO_API ISink : public IElement {
   char const* Hold(int status);
   bool Mine() const;
 
-  std::mutex _mutex;  // of what follows; never held during a call
+  std::mutex _mutex;  // guards the members below; never held during a call
   std::condition_variable _freed;
   bool _delivering = false, _changing = false;
   std::thread::id _deliverer, _changer;
   bool _detached = true;
-  bool _ready = false;  // for whoever delivers or changes the state
+  bool _ready = false;  // used only while delivering or changing the state
   std::atomic<bool> _leaving{false};
 };
 

@@ -6,7 +6,7 @@ namespace kestro::stream {
 
 ISource::~ISource() { IElementWithThread::Stop(); }
 
-// While one exists, a packet that waits for what may never come gives up.
+// While one exists, packets stop waiting for something that may never happen.
 class ISource::Interruption {
  public:
   explicit Interruption(ISource& source) : _source(source) { Interrupt(true); }
@@ -69,7 +69,7 @@ bool ISource::Loop() {
     bool const failed = packet != nullptr;
     {
       std::lock_guard lock(_endMutex);
-      _ended = !_goesOn;
+      _ended = !_resumed;
     }
     if (failed || _ended)
       SendMessageUp(failed ? "error" : "eos", failed ? "reading failed" : nullptr, nullptr);
@@ -79,7 +79,7 @@ bool ISource::Loop() {
   auto const port = std::find_if(_ports.begin(), _ports.end(), [packet](auto const& candidate) {
     return !candidate->IsInput() && candidate->Carries(packet->Media());
   });
-  // A sink that refuses a packet reports why itself.
+  // A sink that refuses a packet reports the reason itself.
   if (port != _ports.end()) static_cast<void>((*port)->Push(*packet));
   return true;
 }
@@ -87,7 +87,7 @@ bool ISource::Loop() {
 void ISource::ClearEnd() {
   {
     std::lock_guard lock(_endMutex);
-    _goesOn = true;
+    _resumed = true;
     _ended = false;
   }
   Wake();

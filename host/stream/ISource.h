@@ -9,19 +9,19 @@
 
 namespace kestro::stream {
 
-// Between Start and Stop a thread of the element asks GeneratePacket for one packet after another
-// and pushes each through the output that has its media. Null is the end of the stream: the message
-// "eos" is sent and the thread waits until the end flag is cleared. The read-failure marker ends
-// the stream too, after the message "error". No lock is held while a packet is pushed.
+// Between Start and Stop, a thread of the element calls GeneratePacket repeatedly and pushes each
+// packet through the output that has its media. Null is the end of the stream: the thread sends the
+// message "eos" and waits until the end flag is cleared. The read-failure marker also ends the
+// stream, after the message "error". No lock is held while a packet is pushed.
 //
-// The class that defines GeneratePacket stops the thread in its destructor. The first packet is
-// asked for when every sink linked to the outputs has all of its media.
+// The class that defines GeneratePacket must stop the thread in its destructor. GeneratePacket is
+// called for the first time when every sink linked to the outputs has all of its media.
 class KESTRO_API ISource : public IElement, public IElementWithThread {
  public:
   using IElement::IElement;
   ~ISource() override;
 
-  // A new output, before Open.
+  // Adds an output. Call it before Open.
   IPort* AddOutput(char const* codecs = "*") { return AddPort(false, codecs); }
 
   // Refused, with an error line, from inside a packet or message handler of any element, and while
@@ -33,8 +33,8 @@ class KESTRO_API ISource : public IElement, public IElementWithThread {
   bool Resume() override;
   bool Stop() override;
 
-  // The next packet, whose reference is the caller's; null at the end, Packet::ReadFailure() when
-  // reading failed. The argument is not used.
+  // Returns the next packet, whose reference the caller owns; null at the end of the stream, and
+  // Packet::ReadFailure() if reading failed. The argument is not used.
   virtual Packet* GeneratePacket(void*) = 0;
 
   // Whether the end of the stream has been reached.
@@ -42,17 +42,18 @@ class KESTRO_API ISource : public IElement, public IElementWithThread {
 
  protected:
   bool Loop() override;
-  // For an element whose packets and seeks exclude each other by a lock, both under it: a packet is
-  // asked for; the stream goes on, after a seek or a change of direction, whatever that packet was.
-  void BeginTurn() { _goesOn = false; }
+  // For an element that excludes seeks from its packets with a lock. Call both with the lock held:
+  // BeginTurn before a packet is generated, and ClearEnd after a seek or a change of direction,
+  // which makes the stream continue even if that packet was the end.
+  void BeginTurn() { _resumed = false; }
   void ClearEnd();
 
  private:
   class Interruption;
 
   std::atomic<bool> _changing{false};
-  std::mutex _endMutex;  // of the end flag and the one that overrules it
-  std::atomic<bool> _ended{false}, _goesOn{false};
+  std::mutex _endMutex;  // guards the end flag and the flag that overrides it
+  std::atomic<bool> _ended{false}, _resumed{false};
   bool _ready = false;
 };
 

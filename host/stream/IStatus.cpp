@@ -9,7 +9,7 @@ struct Step {
   bool (IStatus::*take)();
 };
 
-// The next step from one state (the row) towards another (the column).
+// The next step from a state (row) towards another (column).
 constexpr Step kClose{IStatus::kClosed, &IStatus::Close}, kOpen{IStatus::kOpen, &IStatus::Open},
     kStart{IStatus::kRunning, &IStatus::Start}, kPause{IStatus::kPaused, &IStatus::Pause},
     kResume{IStatus::kRunning, &IStatus::Resume}, kStop{IStatus::kOpen, &IStatus::Stop}, kNone{};

@@ -7,10 +7,10 @@
 
 namespace kestro::stream {
 
-// Closed, open, running or paused. StatusChange takes an element from any state to any other, and
-// is what applications call, from one control thread; what else it allows and refuses, the
-// elements' headers say. Open, Start, Pause, Resume, Stop and Close are the steps between
-// neighbours that it takes: elements override them, and only StatusChange calls them.
+// Closed, open, running or paused. Applications call StatusChange, from one control thread, to take
+// an element from any state to any other. The elements' headers document what else it allows and
+// refuses. Open, Start, Pause, Resume, Stop and Close are the steps between adjacent states.
+// Elements override them, and only StatusChange calls them.
 class KESTRO_API IStatus {
  public:
   enum Status { kClosed = 0, kOpen = 1, kRunning = 2, kPaused = 3 };
@@ -23,8 +23,8 @@ class KESTRO_API IStatus {
   virtual bool Stop() { return Enter(kOpen); }
   virtual bool Close() { return Enter(kClosed); }
 
-  // False at the first step that fails; the state is then the last one reached. On the way down
-  // every step is taken, and a failure is returned at the end.
+  // On the way up, stops at the first step that fails and returns false; the state is then the last
+  // one reached. On the way down, takes every step and returns false if any of them failed.
   [[nodiscard]] virtual bool StatusChange(int status);
   int CurrentStatus() const { return _status; }  // any thread
 

@@ -14,8 +14,8 @@ std::size_t Alignment(PacketAlloc const& alloc) {
 }
 }  // namespace
 
-// The header where malloc puts it, and room to align the payload behind it: aligned allocation
-// costs more than the room, and leaves pieces behind that make every free slower.
+// Allocates the header with malloc, plus room to align the payload after it. Aligned allocation
+// costs more than that room and leaves fragments that make every free slower.
 void* Packet::operator new(std::size_t header, PacketAlloc const& alloc) {
   void* const memory =
       std::malloc(header + Alignment(alloc) - 1 + static_cast<std::size_t>(alloc.size) +
@@ -28,8 +28,8 @@ void Packet::operator delete(void* memory) { std::free(memory); }
 
 Packet::Packet(PacketAlloc const& alloc) : _size(alloc.size), _capacity(alloc.size) {
   auto const align = Alignment(alloc);
-  auto const behind = reinterpret_cast<std::uintptr_t>(this + 1);
-  _base = reinterpret_cast<unsigned char*>(this + 1) + (align - behind % align) % align;
+  auto const headerEnd = reinterpret_cast<std::uintptr_t>(this + 1);
+  _base = reinterpret_cast<unsigned char*>(this + 1) + (align - headerEnd % align) % align;
 }
 
 Packet::Packet(unsigned char* data, int size, base::Reference const* owner)

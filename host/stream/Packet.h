@@ -8,16 +8,17 @@
 
 namespace kestro::stream {
 
-// What a packet's memory is made of: payload bytes, the alignment of their start (a power of two)
-// and bytes of slack behind them.
+// The sizes of a packet's memory: payload bytes, alignment of the start of the payload (a power of
+// two), and unused bytes after the payload.
 struct PacketAlloc {
   PacketAlloc(int payload, int alignment, int slack)
       : size(payload), align(alignment), pad(slack) {}
   int size, align, pad;
 };
 
-// Header and payload in one allocation, or a header over another's payload. Reference-counted; the
-// fields belong to whoever handles the packet at the moment. Holds its media.
+// Header and payload in one allocation, or a header for a payload in other memory.
+// Reference-counted. The fields belong to whoever handles the packet at the moment. The packet
+// holds a reference to its media.
 //
 //   PacketAlloc alloc(bytes, 64, 64);
 //   auto* packet = new (alloc) Packet(alloc);      // one reference, the caller's
@@ -27,7 +28,7 @@ class KESTRO_API Packet final : public base::Reference {
   enum Flag : unsigned {
     kKey = 1,            // decoding can start here
     kEndOfStream = 2,    // the last packet of its track
-    kDiscontinuity = 4,  // the first after a seek
+    kDiscontinuity = 4,  // the first packet after a seek
   };
 
   explicit Packet(PacketAlloc const& alloc);
@@ -35,29 +36,29 @@ class KESTRO_API Packet final : public base::Reference {
   static void operator delete(void* memory, PacketAlloc const&) { operator delete(memory); }
   static void operator delete(void* memory);
 
-  // A packet with `size` bytes of its own, uninitialised unless `data` is given.
+  // Creates a packet with `size` bytes of its own, uninitialised unless `data` is given.
   [[nodiscard]] static base::Ref<Packet> New(int size, void const* data = nullptr);
-  // A packet over memory that `owner` keeps alive: it takes a reference on it, and null means that
-  // the memory outlives every packet over it.
+  // Creates a packet for memory that `owner` keeps alive; the packet takes a reference to it. If
+  // `owner` is null, the memory must outlive every packet that uses it.
   [[nodiscard]] static base::Ref<Packet> Wrap(void* data, int size,
                                               base::Reference* owner = nullptr);
-  // A second packet over the same payload, with fields of its own, copied from this one.
+  // Creates a second packet with the same payload and its own copy of the fields.
   [[nodiscard]] base::Ref<Packet> Share();
 
-  // Asks for the memory that whoever takes the packet looks at first: its beginning, and a line of
-  // each of the next pages. A payload is cold when it comes from a device.
+  // Prefetches the memory that the receiver of the packet reads first: its beginning, and one cache
+  // line of each of the next pages. A payload that comes from a device is not in the cache.
   void Prefetch() const;
 
-  // Whether nobody else can see the payload.
+  // Whether nobody else can access the payload.
   bool Exclusive() const { return _owner == nullptr && Count() == 1; }
 
-  // What a source returns when reading failed, as opposed to null, the end of the stream.
+  // Returned by a source if reading failed, as opposed to null, the end of the stream.
   static Packet* ReadFailure() { return reinterpret_cast<Packet*>(-1); }
 
   unsigned char* Data() { return _base + _offset; }
   unsigned char const* Data() const { return _base + _offset; }
   int Size() const { return _size; }
-  void Size(int size);  // up to what the memory holds behind the start
+  void Size(int size);  // limited by the memory after the start
   int Offset() const { return _offset; }
   void Offset(int offset);  // moves the start of the data and keeps its end
 

@@ -53,17 +53,17 @@ bool PacketQueue::Stop() {
   bool const ready = SinksReady();
   {
     Lock lock(_queueMutex);
-    // A sink that still waits for another track takes nothing any more.
+    // A sink that still waits for another track will not take packets any more.
     if (!_queue.empty() && !ready) _failed = true;
-    _handedOn.wait(lock, [this] { return _queue.empty() || _failed; });
+    _passedOn.wait(lock, [this] { return _queue.empty() || _failed; });
     _counts.dropped += _queue.size();
     _queue.clear();
     _bytes = 0;
   }
-  return IElementWithThread::Stop() && IStatus::Stop();  // waits for the last one under way
+  return IElementWithThread::Stop() && IStatus::Stop();  // waits for a packet in progress
 }
 
-// With the first packet every input has its media, or has been said to get none.
+// When the first packet arrives, every input has its media or will not get one.
 void PacketQueue::Prepare() {
   _lead = _tracks.size();
   for (std::size_t i = _tracks.size(); i-- > 0;) {
@@ -100,7 +100,7 @@ bool PacketQueue::ReceivePacket(Packet& packet, void* context) {
   return true;
 }
 
-// Whether one more packet would exceed a bound. A packet always fits into an empty queue.
+// Whether one more packet would exceed a limit. A packet always fits into an empty queue.
 bool PacketQueue::Full(Packet const& packet) const {
   if (_queue.empty()) return false;
   int64 const held_ns = packet.Pts() - _queue.front().packet->Pts();
@@ -109,13 +109,13 @@ bool PacketQueue::Full(Packet const& packet) const {
          (_maxTime_ms != 0 && held_ns / 1000000 > static_cast<int64>(_maxTime_ms));
 }
 
-// False when there never will be room.
+// Returns false if there will never be room.
 bool PacketQueue::AwaitRoom(Lock& lock, Packet const& packet, IPort const& input) {
   if (!Full(packet)) return true;
   auto const begin = std::chrono::steady_clock::now();
   while (!_failed && Full(packet)) {
     if (Stuck() && GivesUp(input)) return false;
-    _handedOn.wait_for(lock, kPoll);
+    _passedOn.wait_for(lock, kPoll);
   }
   auto const waited = std::chrono::steady_clock::now() - begin;
   auto const waited_us =
@@ -126,7 +126,7 @@ bool PacketQueue::AwaitRoom(Lock& lock, Packet const& packet, IPort const& input
   return true;
 }
 
-// Whether a packet is queued; otherwise it was dropped.
+// Returns whether to queue the packet; otherwise it was dropped.
 bool PacketQueue::Admit(Packet const& packet, std::size_t track) {
   State& state = _tracks[track];
   bool const begins = _lead == _tracks.size() || (track == _lead && packet.IsKey());
@@ -139,14 +139,14 @@ bool PacketQueue::Admit(Packet const& packet, std::size_t track) {
   } else if (!_dropping && packet.Pts() >= _resume_ns && packet.IsKey()) {
     state.awaitsKey = false;
   }
-  // Of the other tracks the stretch ends where the leading one goes on.
+  // On other tracks, the dropped period ends where the leading track resumes.
   bool const late = track != _lead && packet.Pts() < _resume_ns;
   if (!_dropping && !late && !state.awaitsKey) return true;
   ++_counts.dropped;
   return false;
 }
 
-// Drops the group that a packet belongs to, as far as it is queued.
+// Drops the queued packets of the group that this packet belongs to.
 void PacketQueue::Drop(Packet const& packet, std::size_t track) {
   _dropping = true;
   ++_counts.groups;
@@ -155,7 +155,7 @@ void PacketQueue::Drop(Packet const& packet, std::size_t track) {
   auto const key = std::find_if(_queue.rbegin(), _queue.rend(), [this](Item const& item) {
     return item.track == _lead && item.packet->IsKey();
   });
-  if (key == _queue.rend()) return;  // its beginning has been handed on: what follows it is dropped
+  if (key == _queue.rend()) return;  // its start was passed on: only the rest is dropped
   int64 const from_ns = key->packet->Pts();
   auto const place = key.base() - 1;
   auto const belongs = [&](Item const& item) {
@@ -190,7 +190,7 @@ bool PacketQueue::Loop() {
     Lock lock(_queueMutex);
     _failed = true;
   }
-  _handedOn.notify_all();
+  _passedOn.notify_all();
   if (_failed) SendMessageUp("error", "a packet was refused", nullptr);
   return true;
 }
@@ -198,10 +198,12 @@ bool PacketQueue::Loop() {
 base::PropertyList PacketQueue::Properties() {
   using Q = PacketQueue;
   base::PropertyList list;
-  list.Member<Q>("maxPackets", &Q::_maxPackets, "most packets held, 0 for no bound");
-  list.Member<Q>("maxBytes", &Q::_maxBytes, "most bytes held, 0 for no bound");
-  list.Member<Q>("maxTime_ms", &Q::_maxTime_ms, "longest time held, 0 for no bound");
-  list.Member<Q>("drop", &Q::_drop, "whether a full queue drops groups of pictures; else it waits");
+  list.Member<Q>("maxPackets", &Q::_maxPackets, "maximum number of packets held, 0 for no limit");
+  list.Member<Q>("maxBytes", &Q::_maxBytes, "maximum number of bytes held, 0 for no limit");
+  list.Member<Q>("maxTime_ms", &Q::_maxTime_ms,
+                 "maximum time held in milliseconds, 0 for no limit");
+  list.Member<Q>("drop", &Q::_drop,
+                 "whether a full queue drops groups of pictures; otherwise it waits");
   auto const count = [&list](char const* name, uint64 Counts::*member, char const* help) {
     list.Add<Q, uint64>(
         name, help,
@@ -213,10 +215,10 @@ base::PropertyList PacketQueue::Properties() {
         nullptr);
   };
   count("dropped", &Counts::dropped, "packets dropped");
-  count("droppedGroups", &Counts::groups, "groups of pictures dropped, in part or whole");
-  count("waits", &Counts::waits, "how often a deliverer had to wait");
-  count("waited_us", &Counts::waited_us, "how long in all, in microseconds");
-  count("longestWait_us", &Counts::longest_us, "how long at most, in microseconds");
+  count("droppedGroups", &Counts::groups, "groups of pictures dropped, completely or in part");
+  count("waits", &Counts::waits, "how often a delivering thread had to wait");
+  count("waited_us", &Counts::waited_us, "total waiting time in microseconds");
+  count("longestWait_us", &Counts::longest_us, "longest wait in microseconds");
   return list;
 }
 

@@ -11,32 +11,34 @@
 
 namespace kestro::stream {
 
-// Registered as "PacketQueue-packet-queue". Takes packets and hands them on, in order, on a thread
-// of its own, so that whoever delivers them never waits for what the sink does: a camera's thread
-// does not wait for a flush of the card.
+// Registered as "PacketQueue-packet-queue". Takes packets and passes them on, in order, on its own
+// thread, so that the thread that delivers them never waits for the sink. A camera's thread, for
+// example, does not wait for a flush of the card.
 //
 //   auto* queue = IClass::New<PacketQueue>(attrs);
 //   PacketQueue::Track track = queue->AddTrack();       // for each, before the first packet
 //   IPort::Link(*track.output, *muxer->AddInput());
-//   track.input->Offer(media);                          // is offered on to the muxer
+//   track.input->Offer(media);                          // also offers it to the muxer
 //   muxer->StatusChange(kRunning); queue->StatusChange(kRunning);
 //   while (...) track.input->Push(*packet);
-//   queue->StatusChange(kClosed);                       // returns when all has been handed on
+//   queue->StatusChange(kClosed);                       // returns when all packets are passed on
 //   muxer->StatusChange(kClosed);
 //
-// The queue is full when one more packet would exceed a bound. Then it waits for room or, with
-// "drop", throws away the newest group of pictures, whole: what of it is queued, from its key frame
-// on, and what comes of it until a key frame finds room. Of the other tracks it throws away the
-// same stretch of time, so that the recording is shorter and stays in step. The first video track's
-// groups count; without video every packet is a group of its own. What is dropped was not refused.
+// The queue is full if one more packet would exceed a limit. It then waits for room or, with
+// "drop", drops the newest group of pictures completely: its packets in the queue, from the key
+// frame on, and those that follow until there is room for a key frame. On the other tracks it drops
+// the same period, so that the recording is shorter but stays in sync. The groups are those of the
+// first video track; without video, every packet is a group of its own. A dropped packet does not
+// count as refused.
 //
-// A packet holds its payload until it has been handed on. Pausing has no effect. When the sink
-// refuses one, the queue enters its error state and refuses what follows. While its sinks still
-// wait for media, what waits for room gives up when the queue is closed or its source stopped.
+// The queue holds a packet's payload until it has passed the packet on. Pausing has no effect. If
+// the sink refuses a packet, the queue enters its error state and refuses all further packets.
+// While its sinks still wait for media, packets that wait for room give up when the queue is closed
+// or its source stopped.
 //
-// Properties: "maxPackets", "maxBytes", "maxTime_ms" are the bounds (0 for none); "drop" as above;
-// read only, for one recording: "dropped" packets, "droppedGroups", and how often and how long
-// deliverers had to wait: "waits", "waited_us", "longestWait_us".
+// Properties: "maxPackets", "maxBytes" and "maxTime_ms" are the limits (0 for none); "drop" as
+// above. Read only, for one recording: "dropped" packets, "droppedGroups", and how often and how
+// long delivering threads had to wait: "waits", "waited_us", "longestWait_us".
 class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
  public:
   struct Track {
@@ -47,17 +49,17 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   PacketQueue() : ISink("PacketQueue") {}
   ~PacketQueue() override;
 
-  // Valid until the queue is destroyed.
+  // The ports are valid until the queue is destroyed.
   Track AddTrack(char const* codecs = "*");
 
-  // Refused, as ISink's, and from inside a packet or message handler of any element.
+  // Refused where ISink refuses it, and from inside a packet or message handler of any element.
   [[nodiscard]] bool StatusChange(int status) override;
   bool AcceptMedia(IPort& port, IMedia* media) override;
   bool ReceivePacket(Packet& packet, void* context) override;
 
   bool Open() override;
   bool Start() override;
-  bool Stop() override;  // hands on what is queued
+  bool Stop() override;  // first passes on the queued packets
 
   static base::PropertyList Properties();
 
@@ -76,7 +78,7 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   struct State {
     Track ports;
     bool video = false;
-    bool awaitsKey = false;  // something of its current group was dropped
+    bool awaitsKey = false;  // part of its current group was dropped
   };
   struct Counts {
     base::uint64 dropped = 0, groups = 0, waits = 0, waited_us = 0, longest_us = 0;
@@ -91,17 +93,17 @@ class KESTRO_API PacketQueue : public ISink, public IElementWithThread {
   bool SinksReady();
 
   std::vector<State> _tracks;
-  std::size_t _lead = 0;  // the track whose groups count; none without video
+  std::size_t _lead = 0;  // track whose groups count; _tracks.size() without video
   bool _prepared = false;
 
-  std::atomic<bool> _ready{false};  // the sinks take packets
+  std::atomic<bool> _ready{false};  // the sinks are ready for packets
 
-  mutable std::mutex _queueMutex;  // of what follows
-  std::condition_variable _handedOn;
+  mutable std::mutex _queueMutex;  // guards the members below
+  std::condition_variable _passedOn;
   std::deque<Item> _queue;
   base::uint64 _bytes = 0;
   bool _dropping = false;
-  base::int64 _resume_ns = INT64_MIN;  // other tracks' packets before this time were dropped
+  base::int64 _resume_ns = INT64_MIN;  // other tracks' packets before it are dropped
   Counts _counts;
 
   base::uint64 _maxPackets = 0, _maxBytes = 0, _maxTime_ms = 0;

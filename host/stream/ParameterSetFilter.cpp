@@ -12,7 +12,7 @@ ParameterSetFilter::Track ParameterSetFilter::AddTrack(char const* codecs) {
   return {input, AddPort(false, codecs)};
 }
 
-// Ports come in pairs.
+// Inputs and outputs alternate.
 IPort* ParameterSetFilter::OutputOf(IPort const* input) const {
   for (std::size_t i = 0; i + 1 < _ports.size(); i += 2)
     if (_ports[i].get() == input) return _ports[i + 1].get();
@@ -43,7 +43,8 @@ bool ParameterSetFilter::ReceivePacket(Packet& packet, void* context) {
   unsigned char const* const end = data + packet.Size();
   auto const zeros =
       static_cast<int>(std::find_if(data, end, [](auto b) { return b != 0; }) - data);
-  // The last three zeros are the slice's start code. A frame that still has its sets has no more.
+  // The last three zeros are the slice's start code. A frame that still has its sets has no other
+  // zeros.
   int const room = zeros - 3;
   if (room <= 0) return output->Push(packet);
   auto const bytes = static_cast<int>(sets.size());

@@ -1,14 +1,14 @@
-// Puts parameter sets back in front of key frames.
+// Inserts parameter sets before key frames.
 #pragma once
 
 #include "stream/ISink.h"
 
 namespace kestro::stream {
 
-// Stands between a demuxer and a muxer or decoder. A demuxer blanks what precedes the first slice
-// of a frame; this filter drops the zeros and puts the parameter sets of the media's Extra there
-// for key packets, in the packet's own memory where there is room for them. Other packets, and
-// tracks without parameter sets, pass as they are.
+// Use it between a demuxer and a muxer or decoder. A demuxer blanks what precedes the first slice
+// of a frame. In key packets, this filter replaces the zeros with the parameter sets of the media's
+// Extra, in the packet's own memory if there is room. Other packets, and tracks without parameter
+// sets, pass unchanged.
 //
 //   auto [in, out] = filter.AddTrack();
 //   IPort::Link(*demuxer->AddOutput("h264"), *in);
@@ -25,7 +25,7 @@ class KESTRO_API ParameterSetFilter : public ISink {
   Track AddTrack(char const* codecs = "*");  // before the first packet
 
   bool AcceptMedia(IPort& input, IMedia* media) override;
-  bool Ready() const override;  // when what follows is ready too
+  bool Ready() const override;  // if the elements after it are ready, too
   bool ReceivePacket(Packet& packet, void* context) override;
 
  private:
