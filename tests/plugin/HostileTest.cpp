@@ -104,7 +104,7 @@ void Examine(Hostile const& file, bool exactly) {
   IAviDemux demux;
   bytesRead = 0;
   testing::internal::CaptureStdout();
-  EXPECT_TRUE(demux.Open(io));
+  static_cast<void>(demux.Open(io));  // what it could read is played
   testing::internal::GetCapturedStdout();
   EXPECT_LE(bytesRead, 2 * size + (64 << 10));
 }
