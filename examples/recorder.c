@@ -54,7 +54,7 @@ static int fail(kestro_recorder *recorder, const char *what, int code) {
 int main(int argc, char **argv) {
   kestro_recorder_options options;
   kestro_recorder_track video = KESTRO_RECORDER_TRACK_INIT, audio = KESTRO_RECORDER_TRACK_INIT;
-  kestro_recorder_payload frame = KESTRO_RECORDER_PAYLOAD_INIT, sound = frame;
+  kestro_recorder_payload frame = KESTRO_RECORDER_PAYLOAD_INIT, audio_chunk = frame;
   kestro_recorder_status status = KESTRO_RECORDER_STATUS_INIT;
   kestro_recorder *recorder;
   unsigned char *stream, *wave;
@@ -97,12 +97,12 @@ int main(int argc, char **argv) {
     code = kestro_recorder_push(recorder, video_track, &frame);
     while (code == 0 && played < wave_size) {
       const size_t bytes = (size_t)audio.channels * 2, left = (wave_size - played) / bytes;
-      sound.time_ns = (int64_t)((played - 44) / bytes) * 1000000000 / audio.rate;
-      if (left == 0 || sound.time_ns > frame.time_ns) break;
-      sound.data = wave + played;
-      sound.data_size = (left < AUDIO_FRAMES ? left : AUDIO_FRAMES) * bytes;
-      code = kestro_recorder_push(recorder, audio_track, &sound);
-      played += sound.data_size;
+      audio_chunk.time_ns = (int64_t)((played - 44) / bytes) * 1000000000 / audio.rate;
+      if (left == 0 || audio_chunk.time_ns > frame.time_ns) break;
+      audio_chunk.data = wave + played;
+      audio_chunk.data_size = (left < AUDIO_FRAMES ? left : AUDIO_FRAMES) * bytes;
+      code = kestro_recorder_push(recorder, audio_track, &audio_chunk);
+      played += audio_chunk.data_size;
     }
   }
   if (code != KESTRO_RECORDER_OK) return fail(recorder, "a packet was refused", code);
