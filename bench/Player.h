@@ -19,7 +19,7 @@ class Player {
     _demuxer->AddOutput("pcm");
   }
   explicit Player(std::string const& path) : Player() { Set("path", path.c_str()); }
-  ~Player() { _demuxer->StatusChange(stream::IStatus::kClosed); }
+  ~Player() { static_cast<void>(_demuxer->StatusChange(stream::IStatus::kClosed)); }
 
   template <class T>
   void Set(char const* name, T value) {

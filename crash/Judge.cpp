@@ -69,7 +69,7 @@ Verdict Judge::Deliver(base::IO& file, int64 promised) {
   verdict.opened = _playing.Open();
   if (verdict.opened)
     while (auto const packet = _playing.Next()) Compare(*packet, promised, verdict);
-  _playing.demuxer->StatusChange(stream::IStatus::kClosed);
+  static_cast<void>(_playing.demuxer->StatusChange(stream::IStatus::kClosed));
 
   for (std::size_t t = 0; t < _seen.size(); ++t)
     for (std::size_t i = 0; i < _seen[t].size(); ++i) {

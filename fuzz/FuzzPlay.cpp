@@ -25,7 +25,7 @@ class Player {
       unsigned const step = script.U8();
       Step(step, script.U8());
     }
-    _playing.demuxer->StatusChange(stream::IStatus::kClosed);
+    static_cast<void>(_playing.demuxer->StatusChange(stream::IStatus::kClosed));
   }
   void Preload(unsigned bytes, bool on) {
     _playing.demuxer->Set("preloadsz", int64(bytes));
@@ -40,7 +40,7 @@ class Player {
   void PlayAll();
   void Play(std::size_t most);
   bool Open() {
-    _playing.demuxer->StatusChange(stream::IStatus::kClosed);
+    static_cast<void>(_playing.demuxer->StatusChange(stream::IStatus::kClosed));
     return _playing.Open();
   }
   void ReadStreamData();

@@ -98,10 +98,10 @@ bool AviDemuxer::ParseFile(std::function<bool(IMedia*)> callback) {
     }
   }
   ReportFault();
-  if (parsed && callback)
-    std::all_of(reported.begin(), reported.end(),
-                [&](auto& media) { return callback(media.get()); });
-  return parsed;
+  if (!parsed || !callback) return parsed;
+  for (auto const& media : reported)
+    if (!callback(media.get())) break;
+  return true;
 }
 
 // Reads the first packet of each video track: its data completes what the headers say.

@@ -171,7 +171,7 @@ int Run(Plan const& plan) {
       KESTRO_ASSERT(track.input->Offer(packets.Media(i)));
       inputs[i] = track.input;
     }
-    queue->StatusChange(stream::IStatus::kRunning);
+    KESTRO_ASSERT(queue->StatusChange(stream::IStatus::kRunning));
   }
   auto const begin = Clock::now();
   std::vector<int64> us;

@@ -102,7 +102,9 @@ TEST(IOCacheWriter, WritesAlignedBlocksAndGatheredPatches) {
   Rig rig(64);
   for (int i = 0; i < 100; ++i) {
     rig.Append("seven b");
-    if (i == 50) rig.writer->Flush();
+    if (i == 50) {
+      EXPECT_TRUE(rig.writer->Flush());
+    }
   }
   rig.Append(std::string(1000, 'x'));
   EXPECT_TRUE(rig.writer->Flush());

@@ -145,7 +145,8 @@ TEST_P(BadSectors, AfterTheCoveredDataAreNotReported) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, BadSectors, testing::Values("AviDemuxer-avi-demuxer", "CusAviDemuxer"));
+INSTANTIATE_TEST_SUITE_P(Demuxers, BadSectors,
+                         testing::Values("AviDemuxer-avi-demuxer", "CusAviDemuxer"));
 
 }  // namespace
 }  // namespace kestro::test

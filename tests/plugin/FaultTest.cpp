@@ -88,7 +88,7 @@ Outcome Record(int way, std::string const& path, int packets = 0) {
       if (!taken && o.check) o.check = m.Check(), o.checkIO = m.CheckIO();
       EXPECT_TRUE(way == kQueue || taken == m.CheckIO()) << "packet " << i;
     }
-    queue->StatusChange(IStatus::kClosed);
+    static_cast<void>(queue->StatusChange(IStatus::kClosed));  // false after a fault
     base::uint64 dropped = 0;
     EXPECT_TRUE(queue->Get("dropped", dropped));
     o.taken.resize(o.taken.size() - dropped - !queue->Check());  // one was refused by the muxer

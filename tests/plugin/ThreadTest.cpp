@@ -187,16 +187,16 @@ TEST(Threads, EverythingAtOnce) {
     queue->Set("drop", round % 5 == 0);
     auto& d = *p.demuxer;
     std::function<void(unsigned)> const calls[] = {
-        [&](unsigned r) { d.StatusChange(static_cast<int>(r % 4)); },
-        [&](unsigned r) { queue->StatusChange(static_cast<int>(r % 4)); },
-        [&](unsigned r) { copy.muxer->StatusChange(static_cast<int>(r % 4)); },
+        [&](unsigned r) { static_cast<void>(d.StatusChange(static_cast<int>(r % 4))); },
+        [&](unsigned r) { static_cast<void>(queue->StatusChange(static_cast<int>(r % 4))); },
+        [&](unsigned r) { static_cast<void>(copy.muxer->StatusChange(static_cast<int>(r % 4))); },
         [&](unsigned r) { p.outputs[r % 2]->Unlink(); },
         [&](unsigned r) {
           static_cast<void>(IPort::Link(*p.outputs[r % 2], *queue->Ports()[r / 2 % 2 * 2]));
         },
         [&](unsigned) { p.Run(); },
-        [&](unsigned) { queue->StatusChange(IStatus::kRunning); },
-        [&](unsigned) { copy.muxer->StatusChange(IStatus::kRunning); },
+        [&](unsigned) { static_cast<void>(queue->StatusChange(IStatus::kRunning)); },
+        [&](unsigned) { static_cast<void>(copy.muxer->StatusChange(IStatus::kRunning)); },
         [&](unsigned r) { d.Set("plyVidCtrl", r % 3); },
         [&](unsigned r) { d.PlayModeSwitch(static_cast<PlayMode>(r % 6)); },
         [&](unsigned r) { d.Set("vlcPreload", r % 2 != 0), d.Get("strdsize", r); },
@@ -238,7 +238,7 @@ TEST(Threads, EverythingAtOnce) {
     stop = true;
     for (auto& thread : threads) thread.join();
     EXPECT_TRUE(p.Close());
-    queue->StatusChange(IStatus::kClosed);
+    static_cast<void>(queue->StatusChange(IStatus::kClosed));
     if (round % 3 == 0) queue.reset();
     EXPECT_EQ(0, device.Overlaps()) << "reads at a time, round " << round;
     EXPECT_TRUE(p.Open()) << "afterwards, round " << round;

@@ -122,7 +122,8 @@ void Player::SetEvent(Event event) {
 Player::Event Player::Next(Delivered& packet) {
   // A signal does not wake a waiting thread.
   constexpr auto kSlice = std::chrono::milliseconds(50);
-  if (_demuxer->CurrentStatus() == IStatus::kOpen) _demuxer->StatusChange(IStatus::kRunning);
+  if (_demuxer->CurrentStatus() == IStatus::kOpen && !_demuxer->StatusChange(IStatus::kRunning))
+    return kFailed;
   std::unique_lock lock(_mutex);
   // Release only a packet that was returned: after a seek at the end another one may wait already.
   if (!_waiting) _held = false;
