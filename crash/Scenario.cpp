@@ -60,8 +60,58 @@ static bool CloseOrdinarily(LogIO& file, Recorded const& recorded, std::vector<b
   avi::Chunk const& last = avi.Tree().back();
   bool const first = avi.IndexPlace() == avi::AviFile::Index::kFirst;
   return last.id == base::Convert4("idx1") && first != recorded.scenario.full &&
-         last.size == static_cast<int64>(16 * keys.size()) && !avi.CutOff();
+         last.size == 16 * static_cast<int64>(keys.size()) && !avi.CutOff();
 }
+
+// Pushes a film and notes what each packet is, where it lies, and which syncs were promised.
+struct Session {
+  Recorded& recorded;
+  CrashLog& log;
+  test::Recording& recording;
+  std::vector<bool> keys = {};
+  int64 size = 0;
+  bool ok = true;
+
+  // What the index has no room for plays only once there is an index after the data.
+  void Promise() {
+    bool const all = recorded.scenario.mode == Mode::kCallback;
+    int64 const number = recorded.packets;
+    log.Add({Op::kPromise, 0, all ? number : std::min<int64>(number, recorded.scenario.room)});
+  }
+
+  void Push(unsigned track, int64 duration, std::string const& data, bool key,
+            std::string const& delivered) {
+    auto& samples = recorded.tracks[track];
+    int64 const ms = static_cast<int64>(samples.size()) * duration;
+    samples.push_back({recorded.packets++, ms, key, delivered, size});
+    keys.push_back(key && track == 0);
+    size += 8 + static_cast<int64>(delivered.size() + delivered.size() % 2);
+    auto const packet = test::MakePacket(recording.media[track].get(), data, key, duration);
+    packet->Pts(ms * 1000000);
+    int const before = log.Barriers();
+    ok = recording.ports[track]->Push(*packet) && ok;
+    if (log.Barriers() == before || recorded.packets == 1) return;  // the first opens the file
+    Promise();
+    ++recorded.syncs;
+  }
+
+  void PushFilm() {
+    std::mt19937 random(7);
+    bool const image = recorded.scenario.mode == Mode::kImage;
+    std::size_t const large = image ? 52000 : 200;
+    for (int frame = 0; frame < (image ? 36 : 125); ++frame) {
+      std::string const payload = Payload(large + random() % (large * 8 / 9), random);
+      bool const key = frame % 5 == 0;
+      Push(0, 40, key ? test::KeyFrame(payload) : test::Frame(payload), key,
+           Delivered(key ? test::StoredKeyFrame(payload) : test::StoredFrame(payload),
+                     payload.size()));
+      for (unsigned track : {1, 1, 2}) {
+        std::string const audio = Payload(320, random);
+        Push(track, track == 1 ? 20 : 40, audio, true, audio);
+      }
+    }
+  }
+};
 
 Recorded Record(Scenario const& scenario) {
   Mode const mode = scenario.mode;
@@ -71,56 +121,18 @@ Recorded Record(Scenario const& scenario) {
   LogFolder folder(log);
   avi::SlotFile slots("sync", kSlot, &folder);
   handedTo = &slots;
-  std::mt19937 random(7);
   test::RegisterClasses();
   Setup setup;
-  int& number = recorded.packets;
-  std::vector<bool> keys;
-  int64 size = 0;
-  // What the index has no room for plays only once there is an index after the data.
-  auto const promise = [&] {
-    bool const all = mode == Mode::kCallback;
-    log.Add({Op::kPromise, 0, all ? number : std::min<int64>(number, scenario.room)});
-  };
-  bool ok = true;
-  {
-    test::Recording recording(&file, "VFIAviMuxer-avi-muxer-vfi");
-    setup = Configure(*recording.muxer, scenario);
-    if (mode == Mode::kCallback) recording.muxer->Set("periodicSyncCallback", &OnImage);
-    recording.Track(test::VideoMedia("h264", 320, 180));
-    recording.Track(test::AudioMedia(8000, 1, 160)).Track(test::AudioMedia(4000, 1, 160));
-    ok = recording.Open();
-
-    auto const push = [&](unsigned track, int64 duration, std::string const& data, bool key,
-                          std::string const& delivered) {
-      auto& samples = recorded.tracks[track];
-      int64 const ms = static_cast<int64>(samples.size()) * duration;
-      samples.push_back({number++, ms, key, delivered, size});
-      keys.push_back(key && track == 0);
-      size += 8 + static_cast<int64>(delivered.size() + delivered.size() % 2);
-      auto const packet = test::MakePacket(recording.media[track].get(), data, key, duration);
-      packet->Pts(ms * 1000000);
-      int const before = log.Barriers();
-      ok = recording.ports[track]->Push(*packet) && ok;
-      if (log.Barriers() == before || number == 1) return;  // the first packet opens the file
-      promise();
-      ++recorded.syncs;
-    };
-    std::size_t const large = mode == Mode::kImage ? 52000 : 200;
-    for (int frame = 0; frame < (mode == Mode::kImage ? 36 : 125); ++frame) {
-      std::string const payload = Payload(large + random() % (large * 8 / 9), random);
-      bool const key = frame % 5 == 0;
-      push(0, 40, key ? test::KeyFrame(payload) : test::Frame(payload), key,
-           Delivered(key ? test::StoredKeyFrame(payload) : test::StoredFrame(payload),
-                     payload.size()));
-      for (unsigned track : {1, 1, 2}) {
-        std::string const audio = Payload(320, random);
-        push(track, track == 1 ? 20 : 40, audio, true, audio);
-      }
-    }
-    ok = (recording.Close() || scenario.full) && ok;
-  }
-  promise();
+  test::Recording recording(&file, "VFIAviMuxer-avi-muxer-vfi");
+  setup = Configure(*recording.muxer, scenario);
+  if (mode == Mode::kCallback) recording.muxer->Set("periodicSyncCallback", &OnImage);
+  recording.Track(test::VideoMedia("h264", 320, 180));
+  recording.Track(test::AudioMedia(8000, 1, 160)).Track(test::AudioMedia(4000, 1, 160));
+  Session session{recorded, log, recording};
+  bool ok = recording.Open();
+  session.PushFilm();
+  ok = (recording.Close() || scenario.full) && session.ok && ok;
+  session.Promise();
   slots.Remove();
 
   std::string const bytes(file.bytes.begin(), file.bytes.end());
@@ -131,8 +143,8 @@ Recorded Record(Scenario const& scenario) {
   ok = ok && recorded.syncs >= 3 && (mode == Mode::kCallback || recorded.entries % 16 == 0);
   if (mode != Mode::kCallback) {
     recorded.closed = log.Size();
-    ok = ok && CloseOrdinarily(file, recorded, keys);
-    log.Add({Op::kPromise, 0, number});
+    ok = ok && CloseOrdinarily(file, recorded, session.keys);
+    log.Add({Op::kPromise, 0, recorded.packets});
   }
   if (ok) recorded.ops = log.Take();
   return recorded;

@@ -72,7 +72,7 @@ bool OrdinaryClose::AppendIndex() {
 
 bool OrdinaryClose::CopyEntries() {
   std::string block;
-  int64 const all = static_cast<int64>(_index.entries * kEntry);
+  int64 const all = static_cast<int64>(_index.entries) * kEntry;
   for (int64 done = 0; done < all; done += kBlock) {
     block.resize(static_cast<std::size_t>(std::min<int64>(kBlock, all - done)));
     auto const size = static_cast<unsigned>(block.size());
@@ -127,7 +127,7 @@ bool OrdinaryClose::AddMissingEntries() {
 // Writes the headers of the second and later JUNK chunks or, unless `split`, the entries that were
 // there.
 bool OrdinaryClose::WritePieceHeaders(bool split) {
-  int64 const held = static_cast<int64>(_index.entries * kEntry);
+  int64 const held = static_cast<int64>(_index.entries) * kEntry;
   for (int64 at = _piece; at < held; at += _piece) {
     int64 const next = at + _piece < held ? at + _piece : _room;
     std::string bytes = Words({kJunk, static_cast<std::uint64_t>(next - at - kHead)});
