@@ -99,7 +99,8 @@ bool SlotFile::WriteSlot(IO& file, unsigned slot, unsigned char const* data, uns
     unsigned const from = end, length = std::min(kBlock, size - from);
     end += length;
     unsigned const sum = Crc32(data + from, length);
-    bool const same = std::exchange(held[i], sum) == sum && i < before;
+    unsigned const was = std::exchange(held[i], sum);
+    bool const same = i < before && was == sum;
     if (same || end == size) {
       unsigned const upTo = same ? from : end;
       if (upTo > changed &&

@@ -34,8 +34,8 @@ Tags::OfTracks Tags::ByTrack(std::vector<std::vector<char>> data, std::size_t tr
   return all;
 }
 
-Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video) {
-  _tags = base::Make<base::Object>("AviVideoTags");
+Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
+    : _tags(base::Make<base::Object>("AviVideoTags")) {
   if (!_tags) throw Refusal(Code::kPlugin, "the plug-in has no tag set");
   auto strd = options.strdOf, strn = options.strnOf;
   strd.resize(tracks);

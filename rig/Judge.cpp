@@ -18,11 +18,11 @@ std::string Judge::Faults(std::string const& folder, Promise const& promise, boo
   std::string faults;
   for (int begin = 0; begin < promise.packets; begin += perFile) {
     auto const key = std::make_pair(begin, promise.scale);
-    if (_expected.count(key) == 0)
-      _expected[key] = Film{promise.scale}.Expected(begin, begin + perFile);
+    auto const [expected, missing] = _expected.try_emplace(key);
+    if (missing) expected->second = Film{promise.scale}.Expected(begin, begin + perFile);
     bool const closed = begin + perFile <= promise.packets || promise.closed != 0;
     std::string const number = promise.perFile != 0 ? "-" + std::to_string(begin / perFile) : "";
-    faults += File(folder + "/a" + number + ".avi", _expected[key], promise.packets,
+    faults += File(folder + "/a" + number + ".avi", expected->second, promise.packets,
                    closed || !_callback, withTool);
   }
   return faults;

@@ -82,6 +82,7 @@ class KESTRO_API IParam {
   bool Get(char const* name, T& value) {
     return Get(name, &value, &typeid(T));
   }
+  // Compatibility: plug-ins call it; nothing here does.
   template <class T>
   bool GetIntT(char const* name, T& value) {
     static_assert(std::is_integral_v<T>);

@@ -21,8 +21,8 @@ struct Rig {
       : sink([this, refuse](Packet&) {
           go.wait();
           return !refuse;
-        }) {
-    queue = base::Make<PacketQueue>("packet-queue");
+        }),
+        queue(base::Make<PacketQueue>("packet-queue")) {
     std::istringstream words(codecs);
     for (std::string codec; words >> codec;) {
       tracks.push_back(queue->AddTrack());

@@ -24,10 +24,8 @@ struct Losing : VFIAviMuxer {
 
 struct Rig {
   explicit Rig(Way way, base::IO* to, base::Ref<IMedia> media = VideoMedia())
-      : r(to, way == kPlain ? "AviMuxer-avi-muxer" : Registered()) {
-    Shape shape;
-    shape.indexFirst = way == kImage;
-    tags = std::make_unique<Tags>(shape);
+      : tags(std::make_unique<Tags>(ShapeOf(way))),
+        r(to, way == kPlain ? "AviMuxer-avi-muxer" : Registered()) {
     auto& m = *r.muxer;
     m.Set("vidtag", tags->object.get());
     m.Set("periodicSyncEn", way == kImage);
@@ -36,6 +34,11 @@ struct Rig {
     m.Set("periodicSyncIdx1Size", 24);
     if (media) r.Track(std::move(media));
     r.Open();
+  }
+  static Shape ShapeOf(Way way) {
+    Shape shape;
+    shape.indexFirst = way == kImage;
+    return shape;
   }
   static char const* Registered() {
     RegisterClasses();

@@ -12,7 +12,7 @@ namespace kestro::test {
 
 class Watchdog {
  public:
-  explicit Watchdog(std::string what, int seconds = 300)
+  explicit Watchdog(std::string const& what, int seconds = 300)
       : _thread([this, what, seconds] {
           if (_done.get_future().wait_for(std::chrono::seconds(seconds)) ==
               std::future_status::ready)

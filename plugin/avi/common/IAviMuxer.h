@@ -76,8 +76,6 @@ class IAviMuxer : public IAvi {
   bool RetryIdx1(IO& io);
 
   std::vector<ChunkParam>* _list = nullptr;  // the idx1 node's
-  base::uint64 _createTime = 0;
-  base::uint64 _streamBase = 0;
   IList* _riff = nullptr;
   IList* _hdrl = nullptr;
   IList* _movi = nullptr;
@@ -85,15 +83,12 @@ class IAviMuxer : public IAvi {
   cjunk* _junk = nullptr;
   IList* _info = nullptr;
   int64 _idx1Pos = 0;              // of its tag
-  int64 _moviPos = 0;              // of its tag
   int64 _keptEnd = 0;              // of the chunks whose entries are already in the file's index
   unsigned _idx1RsvdSize = 32768;  // payload bytes reserved when idx1 comes first
   unsigned _fileSize = 0;
-  unsigned _openCounter = 0;
   MuxerParam _para;
   Object* _vidtag;
   Fraction _frameRate;
-  bool _streamFlag0 = false, _streamFlag1 = false, _streamFlag2 = false;
   bool _hasInfo = false;
   bool _hasJunk = false;
   bool _idx1First = false;  // of the current file; the tag set may change in the meantime
@@ -101,8 +96,15 @@ class IAviMuxer : public IAvi {
   int64 _periodicSyncHeaderSize = 0;  // with periodic sync: where movi's contents begin
   int64 _periodicSyncJunkSize = -1;   // payload of the padding JUNK, -1 without one
   int64 _totalSize = 0;
-  int _hasAudio = 0;
   std::mutex _mutex;
+
+  // Compatibility: subclasses outside know these. Here they are set and passed on, never read.
+  base::uint64 _createTime = 0;
+  base::uint64 _streamBase = 0;
+  int64 _moviPos = 0;  // of its tag
+  unsigned _openCounter = 0;
+  int _hasAudio = 0;
+  bool _streamFlag0 = false, _streamFlag1 = false, _streamFlag2 = false;
 
  private:
   bool PadHead(IO& io);
