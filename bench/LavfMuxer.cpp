@@ -8,7 +8,7 @@ extern "C" {
 
 #include <optional>
 
-#include "MuxBench.h"
+#include "LavfMuxer.h"
 #include "Recorder.h"
 
 namespace kestro::bench {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "LavfMuxer.h"
 #include "Recorder.h"
 #include "Recording.h"
 
@@ -104,10 +105,6 @@ Contender Copy(Mix const& mix, std::int64_t packets, Target const& target) {
 }
 
 }  // namespace
-
-void Target::Clear() const {
-  if (!path.empty()) unlink(path.c_str());
-}
 
 std::vector<Case> MuxCases(Mix const& mix, std::int64_t packets) {
   auto const bytes = static_cast<double>(mix.Bytes(packets));

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "MuxBench.h"
+#include "LavfMuxer.h"
 #include "RecordBench.h"
 #include "Recorder.h"
 #include "Recording.h"

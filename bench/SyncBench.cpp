@@ -1,9 +1,9 @@
 // Measures the cost of syncs while recording, compared with a muxer without syncs.
-#include "MuxBench.h"
 #include "RecordBench.h"
 #include "Recorder.h"
 #include "Recording.h"
 #include "SlowFile.h"
+#include "Target.h"
 
 namespace kestro::bench {
 
