@@ -133,7 +133,7 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
           {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
           {"record -o x.avi --start " + std::string(400, '9') + " media/clip25.h264", 2, "--start"},
-          {"record -o '' media/clip25.h264", 2, "is not a file name"},
+          {"record -o folder/ media/clip25.h264", 2, "is not a file name"},
           {"record -o x.avi --start 9 media/clip25.h264", 4, "nothing was recorded"},
           {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
           {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
@@ -168,7 +168,20 @@ TEST_F(CommandTest, MistypedNamesAreExplained) {
               {"play -- a.avi -b", 2, "unexpected argument '-b' (see kestro-avi play --help)\n"},
               {"play --mode fsat a.avi", 2, "--mode: unknown value 'fsat'; did you mean 'fast'?\n"},
               {"record --set listfil=2 -o x media/mono8k.wav", 2, "did you mean 'listfile'?\n"},
-              {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"}});
+              {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"},
+              {"record -i in -o x", 2, "unknown option '-i'; inputs are named without an option\n"},
+              {"record -y in -o x", 2, "unknown option '-y'; use --force\n"}});
+}
+
+TEST_F(CommandTest, ValuesThatCannotBeMeantAreRefused) {
+  Expect("", {{"record -o '' in", 2, "--output: the value is empty\n"},
+              {"info ''", 2, "FILE: the value is empty\n"},
+              {"record -o - in", 2, "--output: standard output is not seekable"},
+              {"repair -o - in", 2, "--output: standard output is not seekable"},
+              {"record --segment-size 1x -o x in", 2, "\"1x\" is not a size"},
+              {"record --segment-size 100m -o a.avi media/mono8k.wav", 0, "a.avi: "},
+              {"play --from 9 a.avi", 1, "a.avi: --from is after the end, "}});
+  EXPECT_FALSE(fs::exists(At("-")));
 }
 
 TEST_F(CommandTest, StandardOutputHasNoMessages) {

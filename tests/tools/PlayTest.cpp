@@ -138,12 +138,13 @@ TEST_F(PlayTest, PartsAndSeeks) {
   struct {
     char const* arguments;
     std::vector<std::int64_t> times;  // of the video packets
+    int code = 0;
   } const cases[] = {
       {"--mode video --from 1.9 --to 1.12", {1000, 1040, 1080, 1120}},
       {"--from 2 --to 2.1", {2000, 2040, 2080}},
       {"--from 3.5 --to 3.0", {3000}},
       {"--mode fast --from 0.5 --to 2.5", {0, 1000, 2000}},
-      {"--mode fast --from 99", {3000}},
+      {"--mode fast --from 99", {3000}, 1},
       {"--mode back --from 2.5", {2000, 1000, 0}},
       {"--mode back --from 3 --to 1", {3000, 2000, 1000}},
       {"--mode back --to 2.5", {3000}},
@@ -156,7 +157,7 @@ TEST_F(PlayTest, PartsAndSeeks) {
   };
   for (auto const& c : cases) {
     std::vector<std::int64_t> times;
-    for (Line const& line : Play(std::string(c.arguments) + " a.avi"))
+    for (Line const& line : Play(std::string(c.arguments) + " a.avi", c.code))
       if (IsVideo(line)) times.push_back(std::get<kTime>(line));
     EXPECT_EQ(times, c.times) << c.arguments;
   }

@@ -47,6 +47,8 @@ class CommandLine {
   void Add(char const* name, char const* text, Verb& verb) {
     CLI::App* const sub = _app.add_subcommand(name, text);
     verb.AddTo(*sub);
+    for (CLI::Option* const option : sub->get_options())
+      if (option->get_items_expected_max() > 0) option->check(NotEmpty());
     sub->add_flag("--verbose", _verbose, "Also show what the plug-in prints");
     sub->callback([this, &verb] { _run = [&verb] { return verb.Run(); }; });
   }

@@ -18,6 +18,26 @@ CLI::Validator OneOf(std::vector<std::string> const& choices) {
   return {check, "{" + CLI::detail::join(choices, ",") + "}"};
 }
 
+CLI::Validator NotEmpty() {
+  return {[](std::string const& value) { return value.empty() ? "the value is empty" : ""; }, ""};
+}
+
+CLI::Validator Seekable() {
+  return {[](std::string const& value) {
+            return value == "-"
+                       ? "standard output is not seekable, as an AVI file must be (./- is a "
+                         "file of that name)"
+                       : "";
+          },
+          ""};
+}
+
+// What takes the place of options that other programs have.
+static std::string Elsewhere(std::string const& option) {
+  if (option == "-i") return "; inputs are named without an option";
+  return option == "-y" ? "; use --force" : "";
+}
+
 // The names of the options, or of the commands that the help shows.
 static std::vector<std::string> Names(CLI::App const& app, bool options) {
   std::vector<std::string> names;
@@ -39,7 +59,8 @@ static std::string ExplainRest(CLI::App const& app, std::string const& command) 
   bool const option = !ended && word.size() > 1 && word[0] == '-';
   if (option) word.resize(std::min(word.size(), word.find('=')));
   bool const verb = app.get_parent() == nullptr;
-  std::string const meant = option || verb ? DidYouMean(word, Names(app, option)) : "";
+  std::string meant = option ? Elsewhere(word) : "";
+  if (meant.empty() && (option || verb)) meant = DidYouMean(word, Names(app, option));
   char const* const what = option ? "unknown option"
                            : verb ? "unknown command"
                                   : "unexpected argument";

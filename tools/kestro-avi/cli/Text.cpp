@@ -1,5 +1,6 @@
 #include "cli/Text.h"
 
+#include <cctype>
 #include <cmath>
 
 #include "cli/Errors.h"
@@ -33,7 +34,8 @@ std::uint64_t ParseSize(std::string const& option, std::string const& text) {
   std::string const units = "KMG";
   std::size_t const end = text.find_first_not_of("0123456789.");
   std::string const number = text.substr(0, end), unit = end == text.npos ? "" : text.substr(end);
-  std::size_t const power = unit.empty() ? 0 : units.find(unit) + 1;
+  char const letter = unit.empty() ? '\0' : static_cast<char>(std::toupper(unit[0]));
+  std::size_t const power = unit.empty() ? 0 : units.find(letter) + 1;
   bool const good = unit.size() < 2 && (unit.empty() || power != 0) && !number.empty() &&
                     number.size() < 20 && number != "." && number.find('.') == number.rfind('.');
   double const bytes = good ? std::ldexp(std::stod(number), static_cast<int>(10 * power)) : -1;

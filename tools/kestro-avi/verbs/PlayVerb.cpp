@@ -186,6 +186,8 @@ int PlayVerb::Run() {
   Player player(_options.file, avi.Tracks().size(), _options.video, _options.preload);
   _plan.emplace(_options, avi, player);
   if (!player.Opened()) Warn("a part that is needed for opening could not be read");
+  if (_options.from_ms > avi.Duration_ms())
+    Warn("--from is after the end, " + Seconds(avi.Duration_ms()));
   CheckKeys(avi);
   SetStart(player);
   return ListPackets(player, avi);

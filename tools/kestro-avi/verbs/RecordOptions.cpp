@@ -58,7 +58,8 @@ void RecordOptions::AddTo(CLI::App& app) {
       ->type_name("");
   app.add_option("-o,--output", recorder.path, "The AVI file to write")
       ->required()
-      ->type_name("OUT.avi");
+      ->type_name("OUT.avi")
+      ->check(Seekable());
   AddTracks(app);
   AddFiles(app);
   AddSyncs(app);

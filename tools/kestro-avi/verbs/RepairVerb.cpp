@@ -7,6 +7,7 @@
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
+#include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 
@@ -18,7 +19,8 @@ void RepairVerb::AddTo(CLI::App& app) {
   app.add_option("IN", _job.input, "The recording; it is not changed")->required()->type_name("");
   app.add_option("-o,--output", _job.output, "The AVI file to write")
       ->required()
-      ->type_name("OUT.avi");
+      ->type_name("OUT.avi")
+      ->check(Seekable());
   app.add_option("--image", _job.image, "The side file with headers and index [IN.sync]")
       ->type_name("FILE");
   app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
