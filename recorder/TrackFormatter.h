@@ -33,7 +33,7 @@ class TrackFormatter {
   struct State {
     bool begun = false;          // something was written, to any file
     std::int64_t stored_ns = 0;  // current file: total duration of the packets
-    std::int64_t lag_ns = 0;     // ... and how far that is behind their times
+    std::int64_t lag_ns = 0;     // ... and how much less that is than their times
     bool fresh = true;           // no key frame was written to the current file
     Bytes rest;                  // audio that does not fill a block yet
     std::int64_t rest_ns = 0;    // its time
