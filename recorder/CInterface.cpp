@@ -63,6 +63,7 @@ void ConvertFileOptions(kestro_recorder_options const& from, record::RecorderOpt
   to.overwrite = from.overwrite != 0;
   to.segments.size = from.segment_bytes;
   to.segments.time_ns = from.segment_time_ns;
+  to.segments.maxSkew_ns = from.max_skew_ns;
   to.sync.mode = static_cast<record::SyncOptions::Mode>(from.sync_mode);
   to.sync.interval_ns = from.sync_interval_ns;
   to.sync.reserve_ns = from.reserve_ns;
@@ -90,9 +91,9 @@ void ConvertOtherOptions(kestro_recorder_options const& from, record::RecorderOp
   void* const context = from.context;
   if (auto* const call = from.on_event; call != nullptr)
     to.onEvent = [call, context](record::Event const& event) {
-      kestro_recorder_event const plain{sizeof plain,       event.kind,    event.path.c_str(),
-                                        event.text.c_str(), event.packets, event.bytes,
-                                        event.duration_ns,  event.complete};
+      kestro_recorder_event const plain{sizeof plain,       event.kind,     event.path.c_str(),
+                                        event.text.c_str(), event.packets,  event.bytes,
+                                        event.duration_ns,  event.complete, event.time_ns};
       call(context, &plain);
     };
   if (auto* const call = from.clock; call != nullptr)
@@ -123,6 +124,7 @@ void kestro_recorder_options_init(kestro_recorder_options* options, size_t size)
   own.queue_max_time_ms = defaults.queue.maxTime_ms;
   own.queue_max_bytes = defaults.queue.maxBytes;
   own.spill_seconds = -1;
+  own.max_skew_ns = defaults.segments.maxSkew_ns;
   own.size = size;
   std::memset(options, 0, size);
   std::memcpy(options, &own, std::min(size, sizeof own));
@@ -194,9 +196,15 @@ int kestro_recorder_push(kestro_recorder* recorder, int track,
 }
 
 int kestro_recorder_split(kestro_recorder* recorder) {
+  return kestro_recorder_split_at(recorder, INT64_MIN);
+}
+
+int kestro_recorder_split_at(kestro_recorder* recorder, int64_t time_ns) try {
   if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
-  recorder->recorder->Split();
+  recorder->recorder->SplitAt(time_ns);
   return KESTRO_RECORDER_OK;
+} catch (std::exception const&) {
+  return KESTRO_RECORDER_MEMORY;
 }
 
 int kestro_recorder_stop(kestro_recorder* recorder) try {

@@ -28,7 +28,8 @@ std::unique_ptr<Recorder> Recorder::Open(RecorderOptions const& options, Tracks 
 Code Recorder::Push(std::size_t track, Payload const& payload) {
   return _work->Push(track, payload);
 }
-void Recorder::Split() { _work->Split(); }
+void Recorder::Split() { _work->SplitAt(INT64_MIN); }
+void Recorder::SplitAt(std::int64_t time_ns) { _work->SplitAt(time_ns); }
 Result Recorder::Stop() { return _work->Stop(); }
 Status Recorder::GetStatus() const { return _work->GetStatus(); }
 std::string Recorder::DescribeSync() const { return _work->DescribeSync(); }

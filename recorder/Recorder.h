@@ -57,8 +57,9 @@ struct Status {
   std::uint64_t files = 0;               // files started
   std::uint64_t packets = 0, bytes = 0;  // packets stored, and their payload bytes
   std::int64_t duration_ns = 0;          // recorded so far
-  // How far the tracks of the current file have drifted apart. The file stores no times: readers
-  // count frames and samples.
+  // How far the tracks of the current file have drifted apart: the file stores no times, and
+  // readers count frames and samples. Single packets that are reordered or late do not count. See
+  // SegmentOptions::maxSkew_ns.
   std::int64_t skew_ns = 0;
   std::uint64_t skipped = 0;                     // packets before the first key frame
   std::uint64_t waits = 0, longestWait_us = 0;   // how often and how long Push waited for the queue
@@ -115,8 +116,10 @@ class KESTRO_API Recorder {
   // reason.
   [[nodiscard]] Code Push(std::size_t track, Payload const& payload);
 
-  // Starts a new file at the next key frame. May be called from any thread.
+  // Starts a new file at the next key frame, or at the first one from a time on. Several times may
+  // be pending. May be called from any thread.
   void Split();
+  void SplitAt(std::int64_t time_ns);
 
   // Stores the packets that are still queued and closes the last file. May be called from any
   // thread and more than once; every call returns the same result. Not kOk when a pushed packet is

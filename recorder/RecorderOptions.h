@@ -18,6 +18,9 @@ struct SegmentOptions {
   static constexpr std::uint64_t kDefaultSize = (std::uint64_t{1} << 31) - 1;
   std::uint64_t size = kDefaultSize;  // most bytes in a file, as far as key frames allow
   std::int64_t time_ns = -1;          // length of a file; negative: no limit
+  // Files store no times, so that tracks drift apart when frames are lost or clocks differ. Beyond
+  // this a new file starts, in which they are in sync again; 0: never.
+  std::int64_t maxSkew_ns = 200000000;
 };
 
 // How a file is kept playable in case the recording is cut off.
@@ -70,6 +73,7 @@ struct Event {
   std::uint64_t packets = 0, bytes = 0;
   std::int64_t duration_ns = 0;
   bool complete = false;
+  std::int64_t time_ns = 0;  // kOpened: when the file starts, on the packets' clock
 };
 
 struct RecorderOptions {

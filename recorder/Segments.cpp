@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "avi/Text.h"
 #include "recorder/Refusal.h"
 
 namespace kestro::record {
@@ -12,6 +13,8 @@ using stream::Packet;
 
 // Times that differ by less are equal: applications round them.
 static constexpr std::int64_t kRounding_ns = 1000;
+// Tracks that are further apart are mentioned.
+static constexpr std::int64_t kMentionedSkew_ns = 40000000;
 // How far another track may run ahead of the leading one before its packets are written anyway.
 static constexpr std::int64_t kMaxWait_ns = 1000000000;
 // A key frame that starts a file waits for tracks that lag by less than this, ...
@@ -183,12 +186,27 @@ bool Segments::StartsFile(Packet const& key) const {
   std::int64_t const time_ns = key.Pts();
   if (!_leadWritten || _others_ns > time_ns + kRounding_ns) return false;
   SegmentOptions const& options = _options.segments;
-  if (_split) return true;
+  if (SplitRequested(time_ns) || TooSkewed()) return true;
   if (options.time_ns >= 0 && time_ns + kRounding_ns >= _begin_ns + options.time_ns) return true;
   std::uint64_t waiting = 0;
   for (Held const& held : _held) waiting += static_cast<std::uint64_t>(held.packet->Size()) + 32;
   std::uint64_t const largest = std::max(_largest, _file->Written() - _atKey);
   return _file->Size() + waiting + largest / 4 * 5 > options.size;
+}
+
+bool Segments::SplitRequested(std::int64_t time_ns) const {
+  std::lock_guard lock(_mutex);
+  return !_splits.empty() && *_splits.begin() <= time_ns + kRounding_ns;
+}
+
+bool Segments::TooSkewed() const {
+  std::int64_t const most_ns = _options.segments.maxSkew_ns;
+  return most_ns > 0 && _formatter.Skew_ns() > most_ns;
+}
+
+void Segments::SplitAt(std::int64_t time_ns) {
+  std::lock_guard lock(_mutex);
+  _splits.insert(time_ns);
 }
 
 // Whether the other tracks have packets up to a time. Ignores tracks that lag too far.
@@ -225,6 +243,10 @@ bool Segments::StartNextFile(std::int64_t time_ns) {
     if (PacketRef const first = CutAt(held, time_ns); first && !Write(held.track, *first))
       return false;
   if (!WriteHeld(time_ns, StartsBefore) || !EndFile()) return false;
+  {
+    std::lock_guard lock(_mutex);
+    _splits.erase(_splits.begin(), _splits.upper_bound(time_ns + kRounding_ns));
+  }
   BeginFile();
   _begin_ns = _end_ns = time_ns;
   _formatter.BeginFile(time_ns);
@@ -252,7 +274,11 @@ bool Segments::Store(std::size_t track, Packet& packet) {
     _progress.bytes += size;
     _progress.duration_ns = _before_ns + _end_ns - _begin_ns;
   }
-  if (first) _report({Event::kOpened, _file->Path(), {}});
+  if (first) {
+    Event opened{Event::kOpened, _file->Path(), {}};
+    opened.time_ns = _begin_ns;
+    _report(std::move(opened));
+  }
   return true;
 }
 
@@ -260,7 +286,6 @@ void Segments::BeginFile() {
   _file = std::make_unique<FileWriter>(_options, _names.Next(), _info, _packets);
   _atKey = 0;
   _leadWritten = false;
-  _split = false;
   std::lock_guard lock(_mutex);
   _progress.file = _file->Path();
   _progress.skew_ns = 0;
@@ -268,10 +293,16 @@ void Segments::BeginFile() {
 
 // Closes the current file and reports the outcome.
 bool Segments::EndFile() {
+  bool const splits = TooSkewed();
   bool const written = _formatter.EndFile();
   bool const complete = _file->Close() && written;
   FinishedFile finished{_file->Path(),   _file->Pushed(),   _end_ns - _begin_ns, complete,
                         _file->Errors(), _file->Warnings(), _file->Index()};
+  if (auto const skew = _formatter.Worst(); skew.length_ns > kMentionedSkew_ns)
+    finished.warnings.push_back(finished.path + ": its tracks are up to " +
+                                avi::Seconds(skew.length_ns / 1000000) + " apart, most at " +
+                                avi::Seconds(skew.time_ns / 1000000) +
+                                (splits ? "; the next file is in sync again" : ""));
   _complete = _complete && complete;
   _file.reset();
   _finish(std::move(finished));

@@ -1,11 +1,11 @@
 // Splits a recording into files.
 #pragma once
 
-#include <atomic>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,7 +40,7 @@ class Segments : public stream::ISink {
   ~Segments() override;
 
   stream::IPort& Input(std::size_t track) { return *_tracks[track].input; }
-  void Split() { _split = true; }  // at the next key frame; any thread
+  void SplitAt(std::int64_t time_ns);  // at the first key frame from this time on; any thread
 
   // Ends the last file; no packets are accepted after this. False when a file is incomplete.
   bool End();
@@ -72,6 +72,8 @@ class Segments : public stream::ISink {
   bool WriteLeading(PacketRef const& packet, bool startsFile);
   bool WriteHeld(std::int64_t time_ns, bool (*isDue)(stream::Packet const&, std::int64_t));
   bool StartsFile(stream::Packet const& key) const;
+  bool SplitRequested(std::int64_t time_ns) const;
+  bool TooSkewed() const;
   bool OthersCaughtUp(std::int64_t time_ns) const;
   bool StartNextFile(std::int64_t time_ns);
   PacketRef CutAt(Held& held, std::int64_t time_ns);
@@ -89,8 +91,6 @@ class Segments : public stream::ISink {
   TrackFormatter _formatter;
   std::vector<State> _tracks;
   std::size_t _lead = 0;
-  std::atomic<bool> _split{false};
-
   std::unique_ptr<FileWriter> _file;  // null when recording is over
   std::deque<PacketRef> _waiting;     // leading track: packets from a file's first key frame on
   std::uint64_t _waitingBytes = 0;
@@ -104,7 +104,8 @@ class Segments : public stream::ISink {
   bool _leadWritten = false;                // the current file has a frame of the leading track
   bool _complete = true;                    // all files so far are
 
-  mutable std::mutex _mutex;  // protects what follows
+  mutable std::mutex _mutex;            // protects what follows
+  std::multiset<std::int64_t> _splits;  // pending requests
   Progress _progress;
   std::int64_t _before_ns = 0;  // total length of the previous files
 };

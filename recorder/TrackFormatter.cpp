@@ -24,8 +24,10 @@ TrackFormatter::TrackFormatter(Tracks const& tracks, Packets const& packets, Sto
 void TrackFormatter::BeginFile(std::int64_t begin_ns) {
   _begin_ns = begin_ns;
   _skew_ns = 0;
+  _worst = {};
   for (State& state : _tracks) {
-    state.stored_ns = state.lag_ns = 0;
+    state.stored_ns = 0;
+    state.times.added = state.lags.added = 0;
     state.fresh = true;
   }
 }
@@ -127,15 +129,18 @@ bool TrackFormatter::WriteVideo(std::size_t track, Packet& packet) {
 
 // A file stores no times: readers add up the durations of frames and samples.
 void TrackFormatter::UpdateSkew(State& state, Packet const& packet) {
-  state.lag_ns = packet.Pts() - _begin_ns - state.stored_ns;
+  std::int64_t const time_ns = packet.Pts() - _begin_ns;
+  state.times.Add(time_ns);
+  state.lags.Add(state.times.Most() - state.stored_ns);
   state.stored_ns += packet.Duration();
   std::int64_t least = INT64_MAX, most = INT64_MIN;
-  for (std::size_t i = 0; i < _tracks.size(); ++i) {
-    if (_info[i].IsText() || _tracks[i].stored_ns == 0) continue;
-    least = std::min(least, _tracks[i].lag_ns);
-    most = std::max(most, _tracks[i].lag_ns);
+  for (State const& one : _tracks) {
+    if (one.lags.added == 0) continue;
+    least = std::min(least, one.lags.Least());
+    most = std::max(most, one.lags.Least());
   }
   _skew_ns = most - least;
+  if (_skew_ns > _worst.length_ns) _worst = {_skew_ns, time_ns};
 }
 
 }  // namespace kestro::record

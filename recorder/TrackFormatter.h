@@ -1,6 +1,8 @@
 // Prepares packets as the file format requires.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -27,17 +29,34 @@ class TrackFormatter {
 
   // How far the tracks of the current file have drifted apart.
   std::int64_t Skew_ns() const { return _skew_ns; }
+  // Where in the current file this is most.
+  struct Skew {
+    std::int64_t length_ns = 0, time_ns = 0;
+  };
+  Skew Worst() const { return _worst; }
 
  private:
   using Bytes = std::vector<std::uint8_t>;
+  // The last values of a sequence.
+  template <std::size_t size>
+  struct Window {
+    std::array<std::int64_t, size> values;
+    std::size_t added = 0;
+
+    void Add(std::int64_t value) { values[added++ % size] = value; }
+    auto End() const { return values.begin() + std::min(added, size); }
+    std::int64_t Least() const { return *std::min_element(values.begin(), End()); }
+    std::int64_t Most() const { return *std::max_element(values.begin(), End()); }
+  };
   struct State {
     bool begun = false;          // something was written, to any file
     std::int64_t stored_ns = 0;  // current file: total duration of the packets
-    std::int64_t lag_ns = 0;     // ... and how much less that is than their times
-    bool fresh = true;           // no key frame was written to the current file
-    Bytes rest;                  // audio that does not fill a block yet
-    std::int64_t rest_ns = 0;    // its time
-    Bytes sets;                  // the last parameter sets
+    Window<8> times;    // of the packets; the latest counts, because frames may be reordered
+    Window<16> lags;    // how much less is stored then; the least counts, as packets may be late
+    bool fresh = true;  // no key frame was written to the current file
+    Bytes rest;         // audio that does not fill a block yet
+    std::int64_t rest_ns = 0;  // its time
+    Bytes sets;                // the last parameter sets
   };
 
   base::Ref<stream::Packet> NewKeyPacket(std::size_t track, void const* data, std::size_t size,
@@ -55,6 +74,7 @@ class TrackFormatter {
   std::vector<State> _tracks;
   std::int64_t _begin_ns = 0;  // when the current file begins
   std::int64_t _skew_ns = 0;
+  Skew _worst;
 };
 
 }  // namespace kestro::record

@@ -1,6 +1,7 @@
 // The description of one track of a recording.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,10 @@ struct TrackInfo {
 
   std::string name;  // used in messages, such as "clip.mp4, track 0"; empty: "track N"
   Codec codec = kH264;
-  int width = 0, height = 0;   // video: frame size in pixels
-  base::Fraction frameRate;    // frames per second; must be the same for all H.264 and HEVC tracks
+  int width = 0, height = 0;  // video: frame size in pixels
+  // Frames per second; must be the same for all H.264 and HEVC tracks. A file stores the nearest
+  // whole rate.
+  base::Fraction frameRate;
   int rate = 0, channels = 0;  // audio: sample rate and number of channels
   int bits = 16;               // audio: bits per sample
   int samples = 0;             // audio: samples per channel in a block; 0: BlockLength(rate)
@@ -41,6 +44,10 @@ struct TrackInfo {
     int length = rate / 25;
     while (length > 1024) length /= 2;
     return length > 0 ? length : 1;
+  }
+  base::Fraction StoredRate() const {
+    if (!frameRate.Positive()) return frameRate;
+    return {std::max<base::int64>(1, (frameRate.num + frameRate.den / 2) / frameRate.den), 1};
   }
   int FrameBytes() const { return channels * bits / 8; }  // audio: one sample of each channel
 };

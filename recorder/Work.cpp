@@ -23,6 +23,7 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
     CheckTracks(_tracks);
     CheckReserve(_options, _tracks);
   }
+  UseStoredRates();
   if (Result const loaded = LoadAviPlugin(_options.plugin); !loaded)
     throw Refusal(loaded.code, loaded.text);
   bool const files = _options.storage == nullptr && !_options.verbatim;
@@ -55,6 +56,17 @@ void Recorder::Work::SortTracks(Tracks const& tracks) {
       _tracks.push_back(tracks[i]);
       if (tracks[i].name.empty()) _tracks.back().name = "track " + std::to_string(i);
     }
+}
+
+// Remembers how long frames last, and makes the rates those that files store.
+void Recorder::Work::UseStoredRates() {
+  _frame_ns.resize(_tracks.size());
+  for (std::size_t i = 0; i < _tracks.size(); ++i) {
+    base::Fraction const rate = _tracks[i].frameRate;
+    if (!rate.Positive()) continue;
+    _frame_ns[i] =
+        std::llround(1e9 * static_cast<double>(rate.den) / static_cast<double>(rate.num));
+  }
 }
 
 void Recorder::Work::MakeQueue() {
@@ -96,8 +108,7 @@ std::int64_t Recorder::Work::DefaultDuration_ns(std::size_t track,
   if (info.IsText()) return 0;
   if (info.IsAudio())
     return std::int64_t{packet.Size() / info.FrameBytes()} * kSecond_ns / info.rate;
-  return std::llround(1e9 * static_cast<double>(info.frameRate.den) /
-                      static_cast<double>(info.frameRate.num));
+  return _frame_ns[track];
 }
 
 Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
@@ -135,8 +146,8 @@ bool Recorder::Work::PassOn(std::size_t track, stream::Packet& packet) {
   return taken;
 }
 
-void Recorder::Work::Split() {
-  if (_segments) _segments->Split();
+void Recorder::Work::SplitAt(std::int64_t time_ns) {
+  if (_segments) _segments->SplitAt(time_ns);
 }
 
 // Reports each warning and error once, even when it occurs again.

@@ -23,13 +23,14 @@ class Recorder::Work {
   ~Work() { static_cast<void>(Stop()); }
 
   Code Push(std::size_t track, Payload const& payload);
-  void Split();
+  void SplitAt(std::int64_t time_ns);
   Result Stop();
   Status GetStatus() const;
   std::string DescribeSync() const;
 
  private:
   void SortTracks(Tracks const& tracks);
+  void UseStoredRates();
   void MakeQueue();
   Code CheckPayload(std::size_t track, Payload const& payload) const;
   bool PassOn(std::size_t track, stream::Packet& packet);
@@ -38,8 +39,9 @@ class Recorder::Work {
   bool End();
 
   RecorderOptions const _options;
-  Tracks _tracks;                      // in file order
-  std::vector<std::size_t> _numberOf;  // number in the file, by the application's number
+  Tracks _tracks;                       // in file order
+  std::vector<std::int64_t> _frame_ns;  // how long a frame lasts, by track
+  std::vector<std::size_t> _numberOf;   // number in the file, by the application's number
   RecordingLock _lock;
 
   mutable std::mutex _mutex;  // protects what follows

@@ -114,6 +114,7 @@ typedef struct kestro_recorder_event { /* valid during the call */
   uint64_t packets, bytes; /* CLOSED: packets stored, and the size of the file */
   int64_t duration_ns;     /* CLOSED: the length of the file */
   int32_t complete;        /* CLOSED: whether the file is complete */
+  int64_t time_ns;         /* OPENED: when the file starts, on the packets' clock */
 } kestro_recorder_event;
 
 /* File operations to use instead of the system's files. The functions return a negative errno on
@@ -170,6 +171,9 @@ typedef struct kestro_recorder_options {
   void (*on_event)(void* context, const kestro_recorder_event* event);
   int64_t (*clock)(void* context);        /* for packets without a time; null: monotonic */
   const kestro_recorder_storage* storage; /* null: the system's files */
+  /* Beyond this distance between tracks, after lost frames or with clocks that differ, a new file
+   * starts; 0: never. */
+  int64_t max_skew_ns;
 } kestro_recorder_options;
 /* Sets the defaults; pass sizeof(kestro_recorder_options) as `size`. */
 KESTRO_RECORDER_API void kestro_recorder_options_init(kestro_recorder_options* options,
@@ -185,10 +189,10 @@ enum {                          /* states */
 typedef struct kestro_recorder_status {
   size_t size;
   int32_t state;
-  uint64_t files, packets, bytes;   /* files started; packets stored, and their payload bytes */
-  int64_t duration_ns;              /* recorded so far */
-  int64_t skew_ns;                  /* how far the tracks of the current file have drifted apart */
-  uint64_t skipped;                 /* packets before the first key frame */
+  uint64_t files, packets, bytes; /* files started; packets stored, and their payload bytes */
+  int64_t duration_ns;            /* recorded so far */
+  int64_t skew_ns;  /* how far the tracks of the current file have drifted apart; see max_skew_ns */
+  uint64_t skipped; /* packets before the first key frame */
   uint64_t waits, longest_wait_us;  /* how often and how long push waited for the queue */
   uint64_t dropped, dropped_groups; /* packets, groups of pictures */
   uint64_t warnings;
@@ -210,6 +214,8 @@ KESTRO_RECORDER_API int kestro_recorder_push(kestro_recorder* recorder, int trac
                                              const kestro_recorder_payload* payload);
 /* Starts a new file at the next key frame. */
 KESTRO_RECORDER_API int kestro_recorder_split(kestro_recorder* recorder);
+/* ... or at the first key frame from a time on. */
+KESTRO_RECORDER_API int kestro_recorder_split_at(kestro_recorder* recorder, int64_t time_ns);
 /* Stores the queued packets and closes the last file. Every call returns the same result. */
 KESTRO_RECORDER_API int kestro_recorder_stop(kestro_recorder* recorder);
 /* Stops the recorder and frees it. Ignores null. */

@@ -67,6 +67,66 @@ TEST(Recorder, FillsLateAudioWithSilenceAndReportsMissingAudio) {
   EXPECT_EQ(s.Payload(1), std::string(5 * 640, '\0') + std::string(44 * 640, 'a'));
 }
 
+// 100 frames of 40 ms with a key frame every 200 ms, and audio on the same clock. `lost`: that many
+// frames are missing in the middle; `late`: one frame comes late by this.
+TEST(Recorder, StartsAFileWhereTracksDriftApart) {
+  struct {
+    char const* name;
+    int lost = 0, late_ms = 0;
+    std::int64_t maxSkew_ms = 200;
+    int files = 1;
+    char const* said = "";
+    bool reordered = false;
+  } const cases[] = {
+      {"in sync"},
+      {"a second late once", 0, 1000},
+      {"reordered", 0, 0, 200, 1, "", true},
+      {"within the limit", 4, 0, 200, 1, "up to 0.160 s apart"},
+      {"beyond the limit", 7, 0, 200, 2, "up to 0.280 s apart"},
+      {"another limit", 4, 0, 100, 2, "the next file is in sync again"},
+      {"no limit", 20, 0, 0, 1, "up to 0.800 s apart"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecorderSession s({VideoTrack(), AudioTrack()}, true);
+    s.options.segments.maxSkew_ns = c.maxSkew_ms * kMs;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 100; ++i) {
+      std::int64_t const time = i * 40 * kMs;
+      bool const missing = i > 50 && i <= 50 + c.lost;
+      static constexpr int kTurn_ms[] = {0, 80, -40, -40, 0};
+      std::int64_t const jitter = (c.reordered ? kTurn_ms[i % 5] : i == 33 ? c.late_ms : 0) * kMs;
+      EXPECT_TRUE(missing || s.Push(0, Picture(i), time + jitter, i % 5 == 0) == Code::kOk) << i;
+      EXPECT_EQ(s.Push(1, std::string(640, 'a'), time), Code::kOk) << i;
+    }
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(s.Count(Event::kOpened), c.files);
+    std::string warnings;
+    std::vector<std::int64_t> starts;
+    for (Event const& event : s.events) {
+      if (event.kind == Event::kWarning) warnings += event.text + "\n";
+      if (event.kind == Event::kOpened) starts.push_back(event.time_ns / kMs % 200);
+    }
+    EXPECT_THAT(warnings, HasSubstr(c.said));
+    EXPECT_EQ(warnings.empty(), *c.said == '\0') << warnings;
+    EXPECT_THAT(starts, testing::Each(0)) << "files start with key frames";
+    EXPECT_EQ(s.storage.Payloads(0).size(), 100u - static_cast<unsigned>(c.lost));
+  }
+}
+
+TEST(Recorder, SplitsAtTimesThatAreStillQueued) {
+  RecorderSession s({VideoTrack()}, true);
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  for (std::int64_t time : {1500, 410, 420, 99999}) s.recorder->SplitAt(time * kMs);
+  for (int i = 0; i < 50; ++i)
+    EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+  EXPECT_TRUE(s.recorder->Stop());
+  std::vector<std::int64_t> starts;
+  for (Event const& event : s.events)
+    if (event.kind == Event::kOpened) starts.push_back(event.time_ns / kMs);
+  EXPECT_THAT(starts, ElementsAre(0, 600, 1600));
+}
+
 TEST(Recorder, BeginsAFileWithAnyBlockWhereThereIsNoVideo) {
   RecorderSession s({AudioTrack()}, true);
   s.options.segments.time_ns = 500 * kMs;
