@@ -156,6 +156,16 @@ unsigned AviFile::DataSize(IndexEntry const& entry) {
   return agrees ? static_cast<unsigned>(chunk.size) : entry.size;
 }
 
+int64 AviFile::Skew_ms() const {
+  int64 least = INT64_MAX, most = 0;
+  for (AviTrack const& track : _tracks) {
+    if (track.type != "video" && track.type != "audio") continue;
+    least = std::min(least, track.duration_ms);
+    most = std::max(most, track.duration_ms);
+  }
+  return std::max<int64>(0, most - least);
+}
+
 int64 AviFile::Duration_ms() const {
   int64 longest = 0;
   for (AviTrack const& track : _tracks) longest = std::max(longest, track.duration_ms);

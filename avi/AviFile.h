@@ -36,6 +36,8 @@ class AviFile {
   bool Indexed() const { return _indexed; }
   int Parts() const { return _riffs; }  // number of RIFF chunks: the index covers the first one
   int64 Duration_ms() const;
+  // How far apart the video and audio tracks end.
+  int64 Skew_ms() const;
   // The track that gives a track its times: the first video track with data for text, if there is
   // one, else the track itself.
   std::size_t ClockOf(std::size_t track) const;

@@ -39,7 +39,7 @@ audio_format() { # codec,rate,channels of an audio track
 recording video clip25.h264 100 4 320 180 25
 check "video: nothing on standard output" "" "$(<stdout.txt)"
 recording audio "clip25.h264 stereo48k.wav" 100 4 320 180 25
-recording ntsc "clip2997.h264 mono8k.wav" 90 3 352 288 29
+recording ntsc clip2997.h264 90 3 352 288 30
 recording reordered clip-noaud.h264 48 2 192 108 24
 recording converted clip25.mp4 100 4 320 180 25
 recording several "clip25.h264 stereo48k.wav mono8k.wav" 100 4 320 180 25

@@ -129,7 +129,7 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi rateless.h264", 2, "--fps"},
           {"record -o rated.avi --fps 5 rateless.h264", 0, "1 packet,"},
           {"record -o x.avi media/clip25.h264 media/clip2997.h264", 4, "one frame rate"},
-          {"record -o ntsc.avi media/clip2997.h264", 0, "--fps"},
+          {"record -o ntsc.avi media/clip2997.h264", 0, "is stored as 30 fps"},
           {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
           {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
           {"record -o x.avi --start " + std::string(400, '9') + " media/clip25.h264", 2, "--start"},

@@ -34,15 +34,17 @@ class ExtractTest : public EveryKind {
 TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
   struct {
     std::string clip, ending, audio;
+    int code = 0;  // of record: the tracks drift apart
+    std::string option = "";
   } const inputs[] = {{"clip25", "h264", "stereo48k"},
-                      {"clip2997", "h264", "mono8k"},
+                      {"clip2997", "h264", "mono8k", 1, "--keep-samples"},
                       {"clip-noaud", "h264", "mono8k"},
                       {"clip25", "h265", "mono8k"}};
   for (auto const& in : inputs) {
     std::string const video = "media/" + in.clip + "." + in.ending, raw = "out/a-0." + in.ending;
     std::string const audio = "media/" + in.audio + ".wav";
     SCOPED_TRACE(video);
-    Expect("", {{"record --force -o a.avi " + video + " " + audio, 0, ""},
+    Expect("", {{"record --force -o a.avi " + in.option + " " + video + " " + audio, in.code, ""},
                 {"extract --force -o out a.avi", 0, ""},
                 {"extract --force a.avi --track 0:b.mkv --track 1:b.mkv", 0, ""},
                 {"extract --force a.avi --track 0:b.mp4", 0, ""}});
@@ -50,7 +52,7 @@ TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
     Damage("v.avi", "lost.avi", 2, kOffset, 1000);
     Expect("extract --force lost.avi", {{"--track 0:lost.mkv", 1, "offset 1000: no chunk 00dc"}});
     EXPECT_TRUE(FileText(At(raw)) == Payload("a.avi", 0));
-    EXPECT_EQ(FileText(At("out/a-1.wav")), FileText(At(audio)));
+    EXPECT_TRUE(FileText(At("out/a-1.wav")) == FileText(At(audio)));
     if (!Has("ffmpeg")) continue;
     for (std::string const& copy :
          {std::string("a.avi"), raw, std::string("b.mp4"), std::string("b.mkv")})

@@ -1,11 +1,10 @@
-// From the packets of a container to those of a recording: start codes, frame rates, audio blocks.
+// From the packets of a container to those of a recording: start codes, frame rates, texts.
 #include "Command.h"
 #include "cli/Errors.h"
 #include "cli/Text.h"
 #include "media/AnnexB.h"
 #include "media/FrameRate.h"
 #include "media/Scaled.h"
-#include "media/libav/AudioBlocks.h"
 #include "media/libav/InputSession.h"
 #include "media/libav/SubtitleDecoder.h"
 
@@ -118,6 +117,29 @@ TEST(FrameRate, IsChosen) {
     EXPECT_THROW(ParseRate(text), Error) << text;
 }
 
+TEST(FrameRate, IsStoredAsTheNearestWholeOne) {
+  struct {
+    Fraction rate, stored, speed;
+    bool stretchable;
+    char const* drift;
+  } const cases[] = {
+      {{25, 1}, {25, 1}, {1, 1}, true, "0 s per hour"},
+      {{30000, 1001}, {30, 1}, {1000, 1001}, true, "0.1 % faster than audio, which is 3.6 s"},
+      {{60000, 1001}, {60, 1}, {1000, 1001}, true, ""},
+      {{2997, 100}, {30, 1}, {999, 1000}, true, ""},
+      {{25, 2}, {13, 1}, {25, 26}, false, "4 % faster than audio, which is 138 s"},
+      {{15, 2}, {8, 1}, {15, 16}, false, "225 s per hour"},
+      {{121, 8}, {15, 1}, {121, 120}, false, "slower"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.rate.Text());
+    EXPECT_EQ(StoredRate(c.rate), c.stored);
+    EXPECT_EQ(PlayedSpeed(c.rate), c.speed);
+    EXPECT_EQ(Stretchable(c.speed), c.stretchable);
+    EXPECT_THAT(DriftText(c.speed), testing::HasSubstr(c.drift));
+  }
+}
+
 TEST(Times, AreScaledWhole) {
   constexpr std::int64_t kMax = INT64_MAX, kNone = INT64_MIN;
   struct {
@@ -170,7 +192,7 @@ TEST_F(TextTest, PrecedesTheNearestFrame) {
     char const* places;
     std::size_t findings;
   } const cases[] = {
-      {0, -1, "a0 b25 c25 s25 d26 e100 f100 ", 1},
+      {0, -1, "a0 s25 b25 c25 d26 e100 f100 ", 1},
       {1000, -1, "b0 c0 s0 d1 e75 f75 ", 1},
       {1000, 3000, "b0 c0 s0 d1 ", 0},
       {1500, 1000, "b0 c0 s0 d1 ", 0},
@@ -178,12 +200,12 @@ TEST_F(TextTest, PrecedesTheNearestFrame) {
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.places);
-    Timeline timeline;
-    timeline.start_ns = std::int64_t{1000000} * c.start_ms;
-    if (c.duration_ms >= 0) timeline.duration_ns = std::int64_t{1000000} * c.duration_ms;
+    Selection selection;
+    selection.start_ns = std::int64_t{1000000} * c.start_ms;
+    if (c.duration_ms >= 0) selection.duration_ns = std::int64_t{1000000} * c.duration_ms;
     InputSession session(
         {At("a.jsonl"), At("media/clip25.h264"), At("b.srt"), At("media/mono8k.wav")}, {},
-        timeline);
+        selection);
     std::string order, places;
     for (TrackInfo const& track : session.Tracks()) order += std::to_string(track.codec) + " ";
     EXPECT_EQ(order, "0 3 4 4 ");
@@ -195,63 +217,6 @@ TEST_F(TextTest, PrecedesTheNearestFrame) {
             std::string(packet.data.begin(), packet.data.end()) + std::to_string(frames) + " ";
     EXPECT_EQ(places, c.places);
     EXPECT_EQ(session.Findings().size(), c.findings);
-  }
-}
-
-// Audio at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation
-// "10a" is 10 ms of the first piece that was added, '-' silence; '|' ends a block.
-struct AudioCase {
-  char const* name;
-  std::vector<std::pair<int, int>> pieces;  // time and length in ms
-  char const* audio;
-  int limit_ms = -1;
-  bool exact = false;
-  unsigned jumps = 0;
-};
-
-AudioCase const kAudios[] = {
-    {"blocks", {{0, 50}, {50, 50}}, "40a|10a30b|20b|"},
-    {"begins a little late, and what follows too", {{40, 40}, {81, 40}}, "40a|40b|"},
-    {"begins late", {{41, 40}}, "40-|1-39a|1a|"},
-    {"begins a little early", {{-40, 40}, {0, 40}}, "40a|40b|"},
-    {"begins early", {{-70, 50}, {-20, 60}}, "40b|"},
-    {"begins early by a part", {{-50, 60}}, "10a|"},
-    {"exact beginning, late", {{3, 37}}, "3-37a|", -1, true},
-    {"exact beginning, early", {{-3, 43}}, "40a|", -1, true},
-    {"small gap", {{0, 30}, {70, 10}}, "30a10b|"},
-    {"gap", {{0, 30}, {71, 9}}, "30a10-|31-9b|"},
-    {"jitter does not add up", {{0, 10}, {35, 10}, {61, 10}}, "10a10b20-|21-10c|"},
-    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|"},
-    {"clock restarts", {{-40, 11040}, {0, 40}}, "40a|", 40, false, 1},
-    {"clock leaps by hours", {{0, 20}, {7200000, 20}}, "20a20b|", -1, false, 1},
-    {"limit inside a block", {{0, 90}}, "40a|15a|", 55},
-    {"limit at a block", {{0, 90}}, "40a|40a|", 80},
-};
-
-TEST(AudioBlocks, KeepStep) {
-  for (AudioCase const& c : kAudios) {
-    SCOPED_TRACE(c.name);
-    constexpr std::int64_t kMs = 1000000;
-    AudioBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs, c.exact);
-    std::int16_t letter = 'a';
-    for (auto const& [time, length] : c.pieces)
-      blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));
-    blocks.End();
-    std::string audio;
-    std::int64_t samples = 0;
-    while (blocks.Ready()) {
-      EXPECT_EQ(blocks.NextTime_ns(), samples * kMs);
-      Samples const block = blocks.Take();
-      samples += static_cast<std::int64_t>(block.size()) / 2;
-      for (std::size_t i = 0, begin = 0; i < block.size(); i += 2) {
-        if (i + 2 < block.size() && block[i + 2] == block[begin]) continue;
-        audio += std::to_string((i + 2 - begin) / 2) + (block[i] == 0 ? '-' : char(block[i]));
-        begin = i + 2;
-      }
-      audio += '|';
-    }
-    EXPECT_EQ(audio, c.audio);
-    EXPECT_EQ(blocks.Jumps(), c.jumps);
   }
 }
 

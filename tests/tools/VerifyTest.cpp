@@ -14,7 +14,7 @@ class VerifyTest : public Command {
   // A recording with audio, its index entries and its chunks.
   void SetUp() override {
     Command::SetUp();
-    ASSERT_EQ(Run("record -o a.avi media/clip2997.h264 media/mono8k.wav").code, 0);
+    ASSERT_EQ(Run("record --duration 3 -o a.avi media/clip2997.h264 media/mono8k.wav").code, 0);
     _bytes = FileText(At("a.avi"));
     avi::AviFile avi(At("a.avi"));
     avi.ForEachEntry([&](avi::IndexEntry const& entry) { _entries.push_back(entry); });

@@ -11,6 +11,7 @@ namespace kestro::tool {
 using avi::ByteCount;
 using avi::Quantity;
 using avi::Seconds;
+inline std::string Seconds_ns(std::int64_t time_ns) { return Seconds(time_ns / 1000000); }
 
 // Converts "90", "1.5", "1:30" or "1:02:03.5" to nanoseconds. Throws an Error that names the
 // option.

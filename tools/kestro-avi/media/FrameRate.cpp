@@ -1,6 +1,9 @@
 #include "media/FrameRate.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <numeric>
 
 #include "cli/Errors.h"
 #include "media/Scaled.h"
@@ -31,10 +34,37 @@ Fraction NearWhole(Fraction const& rate) {
   return near ? Fraction(static_cast<base::int64>(whole), 1) : rate;
 }
 
-std::string SpeedNote(std::string const& track, Fraction const& rate) {
+Fraction StoredRate(Fraction const& rate) {
+  if (!rate.Positive()) return {};
+  return {std::max<base::int64>(1, (rate.num + rate.den / 2) / rate.den), 1};
+}
+
+Fraction PlayedSpeed(Fraction const& rate) {
+  if (!rate.Positive()) return {1, 1};
+  base::int64 const num = rate.num, den = rate.den * StoredRate(rate).num;
+  base::int64 const divisor = std::gcd(num, den);
+  return {num / divisor, den / divisor};
+}
+
+// Recorded time per input time, minus 1.
+static double Deviation(Fraction const& speed) {
+  return static_cast<double>(speed.num) / static_cast<double>(speed.den) - 1;
+}
+
+bool Stretchable(Fraction const& speed) { return std::abs(Deviation(speed)) <= 0.005; }
+
+std::string StoredRateText(Fraction const& rate) {
   if (!rate.Positive() || rate.num % rate.den == 0) return "";
-  return track + ": the file stores " + std::to_string(rate.Whole()) + " fps for " + rate.Text() +
-         "; --fps sets another rate";
+  return rate.Text() + " fps is stored as " + StoredRate(rate).Text() + " fps";
+}
+
+std::string DriftText(Fraction const& speed) {
+  double const off = Deviation(speed);
+  char text[128];
+  std::snprintf(text, sizeof text, "pictures play %.3g %% %s than audio, which is %.3g s per hour",
+                std::abs(1 / (1 + off) - 1) * 100, off < 0 ? "faster" : "slower",
+                std::abs(off) * 3600);
+  return text;
 }
 
 bool SameRate(Fraction const& a, Fraction const& b) {

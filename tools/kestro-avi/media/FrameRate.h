@@ -24,8 +24,17 @@ base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 // Rounds a rate that is very close to a whole number: containers store rates inexactly.
 base::Fraction NearWhole(base::Fraction const& rate);
 
-// A note that a file stores only the whole part of a rate; empty for a whole rate.
-std::string SpeedNote(std::string const& track, base::Fraction const& rate);
+// A file stores whole rates: the nearest one.
+base::Fraction StoredRate(base::Fraction const& rate);
+// How fast a track plays in a file: the rate divided into the stored one, 1/1 for a whole rate.
+base::Fraction PlayedSpeed(base::Fraction const& rate);
+// Whether audio can be stretched to this speed unnoticed: by up to 0.5 %.
+bool Stretchable(base::Fraction const& speed);
+
+// "30000/1001 fps is stored as 30 fps"; empty for a whole rate.
+std::string StoredRateText(base::Fraction const& rate);
+// How far pictures that play at this speed drift away from audio that does not.
+std::string DriftText(base::Fraction const& speed);
 
 bool SameRate(base::Fraction const& a, base::Fraction const& b);
 // The message about an H.264 or HEVC track that has another rate than an earlier one.

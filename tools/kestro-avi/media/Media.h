@@ -24,10 +24,10 @@ class KESTRO_API Media {
  public:
   virtual ~Media() = default;
 
-  // Opens file names, addresses and devices. `timeline`: the part to record.
+  // Opens file names, addresses and devices. `selection`: the part to record.
   virtual std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
                                               InputOptions const& options,
-                                              Timeline const& timeline) = 0;
+                                              Selection const& selection) = 0;
 
   // Whether a file name has the extension of a container.
   virtual bool KnowsContainer(std::string const& path) = 0;

@@ -14,6 +14,8 @@ namespace kestro::tool {
 struct InputOptions {
   base::Fraction rate;  // --fps, 0/1 for none
   bool video = true, audio = true, text = true;
+  bool keepSamples = false;   // do not stretch audio to the speed at which the pictures play
+  bool newFileAtGap = false;  // where frames are missing, start a new file
   bool (*interrupted)() = [] { return false; };  // called while inputs are opened and read
 };
 
@@ -24,18 +26,19 @@ struct ReadExtent {
 
 struct TimedPacket {
   Bytes data;
-  std::int64_t time_ns = 0;  // from the start of the recording, by frame rate or sample rate
+  // From the start of the recording. Frames and samples are counted; a frame's time differs from
+  // the counted one where the track's own times do, and nothing could be taken out.
+  std::int64_t time_ns = 0;
   std::int64_t duration_ns = 0;
   bool key = false;
+  bool startsFile = false;  // a new file starts with this key frame
+  bool leading = false;     // refers to frames before the last key frame
 };
 
-// The clock of a recording. It starts at a key frame of the leading track, the first video track:
-// the one at or before the requested time.
-struct Timeline {
-  std::int64_t start_ns = 0;      // requested
+// The part of the inputs to record. It starts at the key frame at or before `start_ns`.
+struct Selection {
+  std::int64_t start_ns = 0;
   std::int64_t duration_ns = -1;  // negative: to the end
-  std::int64_t offset_ns = 0;     // from the start of the input to that key frame; the best so far
-  bool known = false;             // offset_ns is final
 };
 
 class KESTRO_API Session {
@@ -51,8 +54,10 @@ class KESTRO_API Session {
 
   virtual ReadExtent ReadSoFar() const = 0;  // of all inputs together
 
-  // Streams that are left out; inputs that failed; problems with the tracks.
+  // Streams that are left out, and what is recorded in another form; inputs that failed; problems
+  // with the tracks. Findings and late notes are complete after the last packet.
   virtual std::vector<std::string> Notes() const = 0;
+  virtual std::vector<std::string> LateNotes() const = 0;
   virtual std::vector<std::string> Failures() const = 0;
   virtual std::vector<std::string> Findings() const = 0;
 };

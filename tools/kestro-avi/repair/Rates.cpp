@@ -33,7 +33,7 @@ class Rates {
  private:
   bool SharesRate(TrackInfo const& info) const { return info.IsVideo() && info.Numbered(); }
   void UseOneRate();
-  void AddNotes();
+  void Round();
 
   Head& _head;
   Fraction const _option;
@@ -60,7 +60,7 @@ SpeedReport Rates::Set() {
     bool const own = !_option.Positive() && _rates[i].Whole() >= 1;
     recorded[i].frameRate = own || video == nullptr ? _rates[i] : video->frameRate;
   }
-  AddNotes();
+  Round();
   return _report;
 }
 
@@ -81,16 +81,22 @@ void Rates::UseOneRate() {
   }
 }
 
-// The speed does not change if the header already has the whole rate.
-void Rates::AddNotes() {
+// A file stores whole rates. Files of this system have the next lower one, and keep it.
+void Rates::Round() {
   for (std::size_t i = 0; i < _head.tracks.size(); ++i) {
     avi::AviTrack const& track = _head.tracks[i];
     if (_head.numbers[i] < 0 || track.type != "video") continue;
-    TrackInfo const& info = _head.recorded[static_cast<std::size_t>(_head.numbers[i])];
+    TrackInfo& info = _head.recorded[static_cast<std::size_t>(_head.numbers[i])];
+    Fraction const rate = info.frameRate;
     bool const same = track.scale != 0 && track.rate % track.scale == 0 &&
-                      track.rate / track.scale == info.frameRate.Whole();
-    std::string const note = same ? "" : SpeedNote(info.name, info.frameRate);
-    if (!note.empty()) _report.notes.push_back(note);
+                      track.rate / track.scale == rate.Whole();
+    if (same) continue;
+    info.frameRate = StoredRate(rate);
+    std::string const text = StoredRateText(rate);
+    if (text.empty()) continue;
+    auto const speed = PlayedSpeed(rate);
+    (Stretchable(speed) ? _report.notes : _report.warnings)
+        .push_back(info.name + ": " + text + ": " + DriftText(speed));
   }
 }
 

@@ -71,6 +71,7 @@ static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree
   Json json{{"file", path},
             {"size", avi.Size()},
             {"duration_ms", avi.Duration_ms()},
+            {"skew_ms", avi.Skew_ms()},
             {"index", PlaceText(avi.IndexPlace())},
             {"tracks", Json::array()}};
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
@@ -120,7 +121,9 @@ static std::string TreeText(avi::AviFile const& avi, bool whole) {
 
 static std::string FileText(std::string const& path, avi::AviFile const& avi, bool tree) {
   std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
-                     Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace()) + "\n";
+                     Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace());
+  if (avi.Skew_ms() > 0) text += ", tracks end " + Seconds(avi.Skew_ms()) + " apart";
+  text += "\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi, i);
   text += TreeText(avi, tree);
   for (std::string const& note : avi.Notes()) text += "  note: " + note + "\n";

@@ -27,8 +27,12 @@ static constexpr char kHelp[] =
     "Times are seconds or [h:]m:s; sizes are bytes, or end with K, M or G. Video may be H.264, "
     "HEVC\n"
     "or motion JPEG, also a numbered series of JPEG files, and is recorded unchanged. Audio is\n"
-    "recorded as 16-bit PCM. Only the whole part of the frame rate is stored: 30000/1001 becomes\n"
-    "29.\n\n"
+    "recorded as 16-bit PCM. A file stores whole frame rates: 30000/1001 becomes 30, and the "
+    "audio\n"
+    "is stretched by 0.1 % to match.\n\n"
+    "A file stores no times. Where pictures are missing, the same time is taken out of all "
+    "tracks,\n"
+    "and missing audio becomes silence, so that the tracks stay in sync. This is reported.\n\n"
     "Text may be SRT, WebVTT, ASS, text subtitles in a container, or a .jsonl file with lines "
     "such\n"
     "as {\"pts_ms\": 1500, \"text\": \"hello\"}. It is recorded without styles and times: each "
@@ -78,6 +82,16 @@ void RecordOptions::AddTracks(CLI::App& app) {
   app.add_option("--start", _start, "Start at the key frame at or before this time")
       ->type_name("T");
   app.add_option("--duration", _duration, "Record only this long")->type_name("T");
+  app.add_flag("--keep-samples", input.keepSamples,
+               "Do not stretch audio to the speed at which the pictures play");
+  app.add_option("--on-gap", _onGap,
+                 "Where pictures are missing: cut all tracks, or also start a "
+                 "new file")
+      ->type_name("MODE")
+      ->check(OneOf({"cut", "segment"}));
+  app.add_option("--max-skew", _maxSkew,
+                 "Start a new file when tracks are further apart, 0: never [0.2]")
+      ->type_name("T");
   auto* pace = app.add_flag("--realtime", realtime, "Record in real time");
   app.add_flag("--drop", recorder.queue.drop,
                "Drop groups of pictures instead of waiting while OUT stalls")
@@ -156,9 +170,9 @@ void RecordOptions::Check() {
   input.video = !_noVideo;
   input.audio = !_noAudio;
   input.text = !_noText;
-  if (!_start.empty()) timeline.start_ns = ParseTime_ns("--start", _start);
-  if (!_duration.empty()) timeline.duration_ns = ParseTime_ns("--duration", _duration);
-  if (timeline.duration_ns == 0) throw Error(kUsage, "--duration: nothing would be recorded");
+  if (!_start.empty()) selection.start_ns = ParseTime_ns("--start", _start);
+  if (!_duration.empty()) selection.duration_ns = ParseTime_ns("--duration", _duration);
+  if (selection.duration_ns == 0) throw Error(kUsage, "--duration: nothing would be recorded");
   auto& segments = recorder.segments;
   recorder.keep = addresses;
   recorder.queue.enabled = realtime;
@@ -167,6 +181,8 @@ void RecordOptions::Check() {
   if (!_segmentTime.empty()) segments.time_ns = ParseTime_ns("--segment-time", _segmentTime);
   if (segments.size == 0 || segments.time_ns == 0)
     throw Error(kUsage, "--segment-size, --segment-time: must be more than 0");
+  input.newFileAtGap = _onGap == "segment";
+  if (!_maxSkew.empty()) segments.maxSkew_ns = ParseTime_ns("--max-skew", _maxSkew);
   if (_spillSeconds >= 0) recorder.spillSeconds = _spillSeconds;
   CheckSync();
   for (std::string const& setting : _settings) {
@@ -199,7 +215,7 @@ void RecordOptions::CheckSync() {
   if (sync.interval_ns < 1000000 || sync.interval_ns / 1000000 > UINT32_MAX)
     throw Error(kUsage, "--sync-interval: must be between 1 ms and 49 days");
   // By default for the longest possible file, which ends with a whole group of pictures.
-  if (timeline.duration_ns > 0) sync.reserve_ns = timeline.duration_ns;
+  if (selection.duration_ns > 0) sync.reserve_ns = selection.duration_ns;
   std::int64_t const file_ns = recorder.segments.time_ns;
   if (file_ns > 0)
     sync.reserve_ns = std::min(sync.reserve_ns, file_ns + file_ns / 10 + 10000000000);

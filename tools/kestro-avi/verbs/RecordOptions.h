@@ -24,7 +24,7 @@ class RecordOptions {
   std::string plugin;
   bool realtime = false;
   InputOptions input;
-  Timeline timeline;
+  Selection selection;
   record::RecorderOptions recorder;
   ProgressOption progress;
 
@@ -38,6 +38,7 @@ class RecordOptions {
 
   std::vector<std::string> _settings;
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
+  std::string _onGap = "cut", _maxSkew;
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;
   int _spillSeconds = -1;

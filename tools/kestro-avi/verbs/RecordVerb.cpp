@@ -1,5 +1,6 @@
 #include "verbs/RecordVerb.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "base/IClass.h"
@@ -11,7 +12,6 @@
 #include "cli/Recorder.h"
 #include "cli/Suggest.h"
 #include "cli/Text.h"
-#include "media/FrameRate.h"
 #include "media/MediaModule.h"
 
 namespace kestro::tool {
@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 // Counts bytes of the inputs if their sizes are known and all is recorded, else recorded time.
 Progress RecordVerb::NewProgress(Session const& session) const {
-  std::int64_t const duration_ns = _options.timeline.duration_ns;
+  std::int64_t const duration_ns = _options.selection.duration_ns;
   std::int64_t const size = duration_ns < 0 ? session.ReadSoFar().size : 0;
   if (size > 0)
     return {_options.progress, "record", Progress::kBytes, static_cast<std::uint64_t>(size)};
@@ -29,7 +29,11 @@ Progress RecordVerb::NewProgress(Session const& session) const {
 }
 
 // Records packets until the end, a signal or an error. Returns false after an error.
-bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) const {
+bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) {
+  auto const tracks = session.Tracks();
+  auto const video = std::find_if(tracks.begin(), tracks.end(),
+                                  [](record::TrackInfo const& info) { return info.IsVideo(); });
+  auto const leading = static_cast<std::size_t>(video - tracks.begin());
   bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
   std::uint64_t packets = 0;
@@ -44,6 +48,8 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
     pushed.time_ns = packet.time_ns;
     pushed.duration_ns = packet.duration_ns;
     pushed.key = packet.key;
+    if (packet.startsFile) recorder.SplitAt(packet.time_ns);
+    if (track == leading) _starts.Add(packet);
     if (recorder.Push(track, pushed) != record::Code::kOk) return false;
     ++packets;
     end_ns = std::max(end_ns, packet.time_ns + packet.duration_ns);
@@ -61,6 +67,7 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
 
 // Called by the recorder. Nothing else is reported at the same time.
 void RecordVerb::HandleEvent(record::Event const& event) {
+  if (event.kind == record::Event::kOpened) _starts.AddFile(event.path, event.time_ns);
   if (event.kind == record::Event::kClosed) Report(event.text);
   if (event.kind == record::Event::kNote) Report("note: " + event.text);
   if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
@@ -89,10 +96,13 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
   record::Result const result = recorder.Stop();
   complete = complete && result;
   record::Status const status = recorder.GetStatus();
-  auto const failures = session.Failures(), findings = session.Findings();
+  auto const failures = session.Failures(), starts = _starts.Lines();
+  auto findings = session.Findings();
+  findings.insert(findings.end(), starts.begin(), starts.end());
   auto const losses = Losses(status);
   if (complete && !Interrupted() && failures.empty()) progress.End();
   ReportAll("note: ", Stalls(status));
+  ReportAll("note: ", session.LateNotes());
   ReportAll("warning: ", _warnings);
   ReportAll("warning: ", findings);
   ReportAll("warning: ", losses);
@@ -111,12 +121,6 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
 
 void RecordVerb::ReportNotes(Session const& session, record::Recorder const& recorder) const {
   ReportAll("note: ", session.Notes());
-  for (record::TrackInfo const& info : session.Tracks()) {
-    std::string const note = info.IsVideo() ? SpeedNote(info.name, info.frameRate) : "";
-    if (note.empty()) continue;
-    Report("note: " + note);
-    break;
-  }
   if (std::string const sync = recorder.DescribeSync(); !sync.empty()) Report("note: " + sync);
 }
 
@@ -145,7 +149,7 @@ int RecordVerb::Run() {
   CatchSignals();
   _options.input.interrupted = Interrupted;
   auto const session =
-      LoadMedia().OpenInputs(_options.addresses, _options.input, _options.timeline);
+      LoadMedia().OpenInputs(_options.addresses, _options.input, _options.selection);
   _options.recorder.onEvent = [this](record::Event const& event) { HandleEvent(event); };
   auto const recorder = OpenRecorder(_options.recorder, session->Tracks());
   ReportNotes(*session, *recorder);

@@ -6,6 +6,7 @@
 
 #include "media/Session.h"
 #include "recorder/Recorder.h"
+#include "verbs/OpenStarts.h"
 #include "verbs/RecordOptions.h"
 
 namespace kestro::tool {
@@ -20,11 +21,12 @@ class RecordVerb {
   void HandleEvent(record::Event const& event);
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
   Progress NewProgress(Session const& session) const;
-  bool Record(Session& session, record::Recorder& recorder, Progress& progress) const;
+  bool Record(Session& session, record::Recorder& recorder, Progress& progress);
   int Finish(Session const& session, record::Recorder& recorder, Progress& progress,
              bool complete) const;
 
   RecordOptions _options;
+  OpenStarts _starts;
   std::vector<std::string> _warnings, _errors;  // from HandleEvent
 };
 

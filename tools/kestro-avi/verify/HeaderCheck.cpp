@@ -163,8 +163,8 @@ void Check::CheckSkew() {
   for (Stream const& stream : _streams) {
     avi::AviTrack const& track = *stream.track;
     int64 const missing = longest - track.duration_ms;
-    if ((track.type == "video" || track.type == "audio") && missing > 1000 &&
-        missing > longest / 20)
+    if ((track.type == "video" || track.type == "audio") && missing > 200 &&
+        missing > longest / 200)
       _findings.Add(found::kSkew, stream.header.Payload() + StreamHeader::kLength,
                     std::to_string(longest) + " ms", std::to_string(track.duration_ms) + " ms");
   }

@@ -52,7 +52,7 @@ inline constexpr Kind kAudioFormat{"sound-format", Severity::kWarning,
 inline constexpr Kind kLength{"length", Severity::kWarning,
                               "the length in strh differs from the length of the track's data"};
 inline constexpr Kind kSkew{"track-skew", Severity::kNote,
-                            "a track is over 1 s and over 5 % shorter than the longest one"};
+                            "a track ends over 0.2 s and over 0.5 % before the longest one"};
 
 // Data and index
 inline constexpr Kind kMoviSize{"movi-size", Severity::kError,

@@ -1,6 +1,8 @@
 #include "media/libav/AudioBlocks.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <utility>
 
 #include "media/libav/Libav.h"
 #include "recorder/TrackInfo.h"
@@ -8,16 +10,17 @@
 namespace kestro::tool {
 
 static constexpr std::int64_t kSecond_ns = 1000000000;
-// Larger jumps of a clock are ignored: forward by an hour, back by ten seconds.
-static constexpr std::int64_t kLongestGap_ns = 3600 * kSecond_ns;
-static constexpr std::int64_t kLongestOverlap_ns = 10 * kSecond_ns;
+// Audio that begins this close to the recording begins with it: containers round times.
+static constexpr std::int64_t kRounding_ns = 5000000;
+// Shorter corrections follow a clock that drifts.
+static constexpr std::int64_t kGap_ns = 40000000;
 
-AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns, bool exact)
+AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns)
     : _rate(rate),
       _channels(channels),
       _block(record::TrackInfo::BlockLength(rate)),
-      _exact(exact),
-      _limit(limit_ns < 0 ? INT64_MAX : SampleAt(limit_ns)) {}
+      _limit(limit_ns < 0 ? INT64_MAX : SampleAt(limit_ns)),
+      _steps(kTolerance_ns) {}
 
 std::int64_t AudioBlocks::Time_ns(std::int64_t samples) const {
   return av_rescale(samples, kSecond_ns, _rate);
@@ -27,34 +30,76 @@ std::int64_t AudioBlocks::SampleAt(std::int64_t time_ns) const {
   return av_rescale(time_ns, _rate, kSecond_ns);
 }
 
-// The sample where audio with this time starts: normally after the last one.
-std::int64_t AudioBlocks::StartSample(std::int64_t time_ns) {
-  bool const first = _added == 0;
-  std::int64_t const off_ns = time_ns - _shift_ns - Time_ns(_added);
-  if (off_ns > kLongestGap_ns || (!first && off_ns < -kLongestOverlap_ns)) {
-    _shift_ns += off_ns;
-    ++_jumps;
-    return _added;
+std::int64_t AudioBlocks::Count(Samples const& samples) const {
+  return static_cast<std::int64_t>(samples.size()) / _channels;
+}
+
+// Cuts off what comes before the recording. Returns false if nothing is left.
+bool AudioBlocks::Begin(std::int64_t time_ns, Samples& samples) {
+  std::int64_t const cut = std::abs(time_ns) <= kRounding_ns ? 0 : -SampleAt(time_ns);
+  if (cut > 0) {
+    auto const gone = std::min(cut, Count(samples));
+    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(gone * _channels));
+    _early_ns += Time_ns(gone);
+    if (samples.empty()) return false;
   }
-  bool const jitter = off_ns >= -kTolerance_ns && off_ns <= kTolerance_ns;
-  if (!jitter || (first && _exact)) return SampleAt(time_ns - _shift_ns);
-  if (first) _shift_ns = off_ns;
-  return _added;
+  _begun = true;
+  _origin_ns = std::max<std::int64_t>(cut > 0 ? 0 : INT64_MIN, time_ns);
+  if (cut < 0) {
+    _late_ns = time_ns;
+    Append(-cut, {});
+  }
+  return true;
 }
 
 void AudioBlocks::Add(std::int64_t time_ns, Samples samples) {
-  auto const count = static_cast<std::int64_t>(samples.size()) / _channels;
-  if (count == 0) return;
-  std::int64_t const gap = StartSample(time_ns) - _added;
-  std::int64_t const cut = std::clamp<std::int64_t>(-gap, 0, count);
-  if (cut == count) {
-    _exact |= _added == 0;  // the beginning is being cut
-    return;
+  if (samples.empty() || (!_begun && !Begin(time_ns, samples))) return;
+  time_ns = std::max(time_ns, _origin_ns);
+  _steps.Add(time_ns, time_ns - _origin_ns - Time_ns(_natural));
+  _natural += Count(samples);
+  _unsettled.push_back(std::move(samples));
+  Settle();
+}
+
+void AudioBlocks::End() {
+  _ended = true;
+  _steps.End();
+  Settle();
+}
+
+// Gives samples their place as far as it is known.
+void AudioBlocks::Settle() {
+  for (; _steps.Ready(); _steps.Pop()) {
+    std::int64_t const level = SampleAt(_steps.Level());
+    std::int64_t const step = level - std::exchange(_level, level);
+    if (step != 0) Report(Time_ns(step));
+    Samples samples = std::move(_unsettled.front());
+    _unsettled.pop_front();
+    // Silence and cuts cancel out.
+    std::int64_t const silence = std::max<std::int64_t>(0, step - _excess);
+    _excess = std::max<std::int64_t>(0, _excess - step);
+    auto const cut = std::min(_excess, Count(samples));
+    _excess -= cut;
+    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(cut * _channels));
+    Append(silence, std::move(samples));
   }
-  std::int64_t const silence = std::max<std::int64_t>(gap, 0);
-  _pieces.push_back({silence, std::move(samples), static_cast<std::size_t>(cut * _channels)});
-  _added += silence + count - cut;
-  _waiting += silence + count - cut;
+}
+
+void AudioBlocks::Report(std::int64_t step_ns) {
+  if (std::abs(step_ns) < kGap_ns)
+    _drift_ns += step_ns;
+  else if (step_ns > 0)
+    _gaps.Add(Time_ns(_added), step_ns, "filled with silence");
+  else
+    _overlaps.Add(Time_ns(_added), -step_ns, "cut off");
+}
+
+void AudioBlocks::Append(std::int64_t silence, Samples samples) {
+  std::int64_t const count = silence + Count(samples);
+  if (count == 0) return;
+  _pieces.push_back({silence, std::move(samples)});
+  _added += count;
+  _waiting += count;
 }
 
 bool AudioBlocks::Ready() const {

@@ -5,32 +5,40 @@
 #include <deque>
 #include <vector>
 
+#include "media/GapReport.h"
+#include "media/StepFinder.h"
+
 namespace kestro::tool {
 
 using Samples = std::vector<std::int16_t>;  // interleaved
 
-// Takes decoded audio with its times and returns it as blocks of equal length without gaps, so that
-// it stays in sync with video, whose frames are only counted. A gap that is longer than the
-// tolerance is filled with silence; audio before time 0, or that overlaps by more, is cut off.
-// Smaller differences are jitter of the input's clock and are ignored.
+// Takes decoded audio with its times in the recording and returns it as blocks of equal length
+// without gaps, so that it stays in sync with video, whose frames are only counted. The beginning
+// is cut or filled with silence to the sample. A lasting gap is filled with silence, and a lasting
+// overlap is cut off; smaller differences, and those that are made up within a second, are jitter
+// and are ignored.
 class AudioBlocks {
  public:
-  static constexpr std::int64_t kTolerance_ns = 40000000;
+  static constexpr std::int64_t kTolerance_ns = 20000000;
 
-  // `limit_ns`: length of the recording, negative for no limit. `exact`: cut or fill the beginning
-  // to the sample instead of applying the tolerance.
-  AudioBlocks(int rate, int channels, std::int64_t limit_ns, bool exact);
+  // `limit_ns`: length of the recording, negative for no limit.
+  AudioBlocks(int rate, int channels, std::int64_t limit_ns);
 
   void Add(std::int64_t time_ns, Samples samples);
-  void End() { _ended = true; }  // the rest becomes a shorter block
+  void End();  // the rest becomes a shorter block
 
   bool Ready() const;  // Take has a block
   bool Full() const { return _taken == _limit; }
   Samples Take();
   std::int64_t NextTime_ns() const { return Time_ns(_taken); }  // of the next block
   std::int64_t Waiting_ns() const { return Time_ns(_waiting); }
-  // How often the input's clock jumped so far that the jump was ignored.
-  unsigned Jumps() const { return _jumps; }
+
+  std::int64_t Late_ns() const { return _late_ns; }    // silence at the beginning
+  std::int64_t Early_ns() const { return _early_ns; }  // cut off the beginning
+  // Silence added, or audio cut, in steps of less than kGap_ns, because the clock drifts.
+  std::int64_t Drift_ns() const { return _drift_ns; }
+  GapReport const& Gaps() const { return _gaps; }
+  GapReport const& Overlaps() const { return _overlaps; }
 
  private:
   struct Piece {
@@ -40,16 +48,25 @@ class AudioBlocks {
   };
   std::int64_t Time_ns(std::int64_t samples) const;
   std::int64_t SampleAt(std::int64_t time_ns) const;
-  std::int64_t StartSample(std::int64_t time_ns);
+  std::int64_t Count(Samples const& samples) const;
+  bool Begin(std::int64_t time_ns, Samples& samples);
+  void Settle();
+  void Append(std::int64_t silence, Samples samples);
+  void Report(std::int64_t step_ns);
 
   int const _rate, _channels, _block;
-  bool _exact;
   std::int64_t const _limit;  // samples per channel, as the members below
   std::int64_t _added = 0, _taken = 0, _waiting = 0;
-  std::int64_t _shift_ns = 0;  // subtracted from times: ignored at the beginning, or at jumps
+  std::int64_t _natural = 0;    // samples since the beginning without corrections
+  std::int64_t _origin_ns = 0;  // the time of the first of them
+  std::int64_t _level = 0;      // samples that corrections should add
+  std::int64_t _excess = 0;     // samples to be cut
+  StepFinder _steps;
+  std::deque<Samples> _unsettled;  // their place is not known yet
   std::deque<Piece> _pieces;
-  bool _ended = false;
-  unsigned _jumps = 0;
+  bool _begun = false, _ended = false;
+  std::int64_t _late_ns = 0, _early_ns = 0, _drift_ns = 0;
+  GapReport _gaps, _overlaps;
 };
 
 }  // namespace kestro::tool

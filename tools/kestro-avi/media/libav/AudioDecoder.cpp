@@ -33,6 +33,7 @@ void AudioDecoder::Decode(AVPacket const* packet) {
     av_frame_unref(_frame.get());
   }
   if (damaged) ++_damaged;
+  if (packet == nullptr && _swr) Resample(AV_NOPTS_VALUE, 0, nullptr, 0);
 }
 
 // Creates the converter for the frame's format. Returns false if it cannot be converted.
@@ -48,9 +49,11 @@ bool AudioDecoder::Prepare(AVFrame const& frame) {
     return false;
   SwrContext* swr = nullptr;
   auto* in = const_cast<AVChannelLayout*>(&frame.ch_layout);  // the function copies it
-  int const made =
-      swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, _rate, in,
-                          static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);
+  // The rates only set the ratio, so that any speed is met exactly.
+  auto const times = [](int rate, std::int64_t factor) { return static_cast<int>(rate * factor); };
+  int const made = swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, times(_rate, _speed.num), in,
+                                       static_cast<AVSampleFormat>(frame.format),
+                                       times(frame.sample_rate, _speed.den), 0, nullptr);
   av_channel_layout_uninit(&out);
   _swr.reset(swr);
   if (made < 0 || swr_init(swr) < 0) {
@@ -63,27 +66,34 @@ bool AudioDecoder::Prepare(AVFrame const& frame) {
 }
 
 void AudioDecoder::Convert(AVFrame const& frame) {
-  auto const channels = static_cast<std::size_t>(_channels);
-  if (frame.nb_samples <= 0) return;
-  if (frame.format == AV_SAMPLE_FMT_S16 && frame.sample_rate == _rate &&
-      frame.ch_layout.nb_channels == _channels) {
+  if (frame.nb_samples <= 0 || frame.sample_rate <= 0) return;
+  std::int64_t const duration_ns = av_rescale(frame.nb_samples, 1000000000, frame.sample_rate);
+  bool const asIs = frame.format == AV_SAMPLE_FMT_S16 && frame.sample_rate == _rate &&
+                    frame.ch_layout.nb_channels == _channels && _speed.num == _speed.den;
+  if (asIs) {
     auto const* data = reinterpret_cast<std::int16_t const*>(frame.data[0]);
-    _sink(frame.pts, Samples(data, data + static_cast<std::size_t>(frame.nb_samples) * channels));
-    return;
-  }
-  if (!Prepare(frame)) {
+    auto const size =
+        static_cast<std::size_t>(frame.nb_samples) * static_cast<std::size_t>(_channels);
+    _sink(frame.pts, duration_ns, Samples(data, data + size));
+  } else if (Prepare(frame)) {
+    Resample(frame.pts, duration_ns, const_cast<std::uint8_t const**>(frame.extended_data),
+             frame.nb_samples);
+  } else {
     ++_damaged;
-    return;
   }
-  int const room = swr_get_out_samples(_swr.get(), frame.nb_samples);
+}
+
+// Without data: what the converter still holds.
+void AudioDecoder::Resample(std::int64_t pts, std::int64_t duration_ns, std::uint8_t const** data,
+                            int count) {
+  auto const channels = static_cast<std::size_t>(_channels);
+  int const room = swr_get_out_samples(_swr.get(), count);
   if (room <= 0) return;
   Samples samples(static_cast<std::size_t>(room) * channels);
   auto* out = reinterpret_cast<std::uint8_t*>(samples.data());
-  int const n =
-      swr_convert(_swr.get(), &out, room, const_cast<std::uint8_t const**>(frame.extended_data),
-                  frame.nb_samples);
+  int const n = swr_convert(_swr.get(), &out, room, data, count);
   samples.resize(static_cast<std::size_t>(n < 0 ? 0 : n) * channels);
-  if (n > 0) _sink(frame.pts, std::move(samples));
+  if (n > 0) _sink(pts, duration_ns, std::move(samples));
 }
 
 }  // namespace kestro::tool

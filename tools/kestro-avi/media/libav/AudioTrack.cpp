@@ -1,13 +1,21 @@
 #include "media/libav/AudioTrack.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "cli/Errors.h"
+#include "cli/Text.h"
 
 namespace kestro::tool {
 
-// Limits the audio that waits for the first picture.
+// Limits the audio that waits for video.
 static constexpr std::size_t kMaxHeld = 64 << 20;
+static constexpr std::int64_t kMaxHeldLive_ns = 10000000000;
+// What is cut off or filled at the beginning is not mentioned below the first, and a note below the
+// second.
+static constexpr std::int64_t kShort_ns = 20000000, kNote_ns = 100000000;
 
 static AVStream const& Checked(AVStream const& stream, std::string const& name) {
   AVCodecParameters const& codec = *stream.codecpar;
@@ -17,14 +25,28 @@ static AVStream const& Checked(AVStream const& stream, std::string const& name) 
   return stream;
 }
 
+// The precision of samples that lose some of it; 16 if they do not.
+static int LostBits(AVCodecParameters const& codec) {
+  AVCodecDescriptor const* const known = avcodec_descriptor_get(codec.codec_id);
+  bool const lossless = known != nullptr && (known->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
+                        (known->props & AV_CODEC_PROP_LOSSY) == 0;
+  int const bits = codec.bits_per_raw_sample > 0 ? codec.bits_per_raw_sample
+                                                 : av_get_exact_bits_per_sample(codec.codec_id);
+  return lossless && bits > 16 ? bits : 16;
+}
+
 AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timeline,
-                       InputClock& clock, bool lead)
+                       InputClock& clock, bool lead, bool live)
     : _timeBase(stream.time_base),
       _timeline(timeline),
       _clock(clock),
       _lead(lead),
+      _live(live),
+      _bits(LostBits(*stream.codecpar)),
       _decoder(Checked(stream, name),
-               [this](std::int64_t pts, Samples samples) { AddSamples(pts, std::move(samples)); }) {
+               [this](std::int64_t pts, std::int64_t duration_ns, Samples samples) {
+                 AddSamples(pts, duration_ns, std::move(samples));
+               }) {
   _info.name = std::move(name);
   _info.codec = TrackInfo::kPcm;
   _info.rate = stream.codecpar->sample_rate;
@@ -32,37 +54,70 @@ AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timel
   _info.samples = TrackInfo::BlockLength(_info.rate);
 }
 
-std::int64_t AudioTrack::Duration_ns(Samples const& samples) const {
-  return av_rescale(static_cast<std::int64_t>(samples.size()) / _info.channels, 1000000000,
-                    _info.rate);
+void AudioTrack::Take(AVPacket const& packet) {
+  if (!std::exchange(_stretched, true)) _decoder.Stretch(_timeline.speed);
+  _decoder.Decode(&packet);
 }
 
-void AudioTrack::AddSamples(std::int64_t pts, Samples samples) {
+void AudioTrack::AddSamples(std::int64_t pts, std::int64_t duration_ns, Samples samples) {
   std::int64_t const time_ns =
       pts == AV_NOPTS_VALUE ? _next_ns : av_rescale_q(pts, _timeBase, kNanoseconds);
-  _next_ns = time_ns + Duration_ns(samples);
+  _next_ns = time_ns + duration_ns;
   if (_lead && !_clock.known) _clock = {time_ns, true};
   _heldBytes += samples.size() * sizeof(samples[0]);
-  _held.push_back({time_ns, std::move(samples)});
+  _held_ns += duration_ns;
+  _held.push_back({time_ns, duration_ns, std::move(samples)});
   PassOn();
 }
 
-// Passes the held audio on when the start of the recording is known; drops what is too early.
+bool AudioTrack::HoldsTooMuch() const {
+  return _heldBytes > kMaxHeld || (_live && _held_ns > kMaxHeldLive_ns);
+}
+
+// Passes the held audio on when its time in the recording is known; drops what is too early.
 void AudioTrack::PassOn() {
   bool const known = _timeline.known && _clock.known;
   std::int64_t const begin_ns = _clock.origin_ns + _timeline.offset_ns;
   if (known && !_blocks)
-    _blocks = std::make_unique<AudioBlocks>(_info.rate, _info.channels, _timeline.duration_ns,
-                                            _timeline.offset_ns != 0);
+    _blocks =
+        std::make_unique<AudioBlocks>(_info.rate, _info.channels, _timeline.selection.duration_ns);
   while (!_held.empty()) {
     Piece& piece = _held.front();
-    bool const early = _clock.known && piece.time_ns + Duration_ns(piece.samples) < begin_ns;
-    if (!known && !early && _heldBytes <= kMaxHeld) break;
+    std::int64_t const end_ns = piece.time_ns - begin_ns + piece.duration_ns;
+    bool const early = _clock.known && end_ns < 0;
+    if (known && HoldsTooMuch()) _timeline.Settle(end_ns);
+    bool const waits = known ? !_timeline.Settled(end_ns) : !early && !HoldsTooMuch();
+    if (waits) break;
+    _held_ns -= piece.duration_ns;
     _heldBytes -= piece.samples.size() * sizeof(piece.samples[0]);
-    if (known) _blocks->Add(piece.time_ns - begin_ns, std::move(piece.samples));
+    if (known)
+      AddToBlocks(piece);
+    else
+      _early_ns += piece.duration_ns;
     _held.pop_front();
   }
 }
+
+// Adds what the recording keeps of a piece.
+void AudioTrack::AddToBlocks(Piece& piece) {
+  std::int64_t const start_ns = piece.time_ns - _clock.origin_ns - _timeline.offset_ns;
+  auto const kept =
+      _timeline.Kept(start_ns, start_ns + std::max<std::int64_t>(1, piece.duration_ns));
+  if (kept.size() == 1 && kept[0].second - kept[0].first >= piece.duration_ns) {
+    _blocks->Add(_timeline.Audio_ns(start_ns), std::move(piece.samples));
+    return;
+  }
+  auto const frames = static_cast<std::int64_t>(piece.samples.size()) / _info.channels;
+  auto const at = [&](std::int64_t time_ns) {
+    std::int64_t const frame = av_rescale(time_ns - start_ns, frames, piece.duration_ns);
+    return piece.samples.begin() +
+           static_cast<std::ptrdiff_t>(std::min(frame, frames) * _info.channels);
+  };
+  for (auto const& [from_ns, to_ns] : kept)
+    _blocks->Add(_timeline.Audio_ns(from_ns), Samples(at(from_ns), at(to_ns)));
+}
+
+bool AudioTrack::WaitsForLead() const { return !_held.empty() && _timeline.known && _clock.known; }
 
 void AudioTrack::End() {
   if (_ended) return;
@@ -88,7 +143,7 @@ TimedPacket AudioTrack::Pop() {
     packet.data[2 * i] = static_cast<std::uint8_t>(samples[i]);
     packet.data[2 * i + 1] = static_cast<std::uint8_t>(samples[i] >> 8);
   }
-  packet.duration_ns = Duration_ns(samples);
+  packet.duration_ns = _blocks->NextTime_ns() - packet.time_ns;
   return packet;
 }
 
@@ -97,13 +152,41 @@ std::size_t AudioTrack::WaitingBytes() const {
   return _heldBytes + static_cast<std::size_t>(Waiting_ns() / 1000000 * bytesPerSecond / 1000);
 }
 
-std::string AudioTrack::Findings() const {
-  std::string text;
+// What differs at the beginning; empty for nothing worth mentioning.
+std::string AudioTrack::Beginning() const {
+  if (!_blocks || _timeline.selection.start_ns != 0) return {};
+  std::int64_t const early_ns = _early_ns + _blocks->Early_ns();
+  if (early_ns > kShort_ns)
+    return "left out: " + Seconds_ns(early_ns) + " of audio before the first picture";
+  if (_blocks->Late_ns() > kShort_ns)
+    return "begins " + Seconds_ns(_blocks->Late_ns()) +
+           " after the first picture; preceded by silence";
+  return {};
+}
+
+std::vector<std::string> AudioTrack::Findings() const {
+  std::vector<std::string> findings;
   if (_decoder.Damaged() != 0)
-    text = std::to_string(_decoder.Damaged()) + " damaged packets are left out";
-  if (_blocks && _blocks->Jumps() != 0)
-    text += (text.empty() ? "" : "; ") + std::string("its clock jumps; audio may get out of sync");
-  return text;
+    findings.push_back("left out: " + Quantity(_decoder.Damaged(), "damaged packet"));
+  if (!_blocks) return findings;
+  if (_early_ns + _blocks->Early_ns() > kNote_ns && !Beginning().empty())
+    findings.push_back(Beginning());
+  for (std::string const& line : _blocks->Gaps().Lines("missing audio")) findings.push_back(line);
+  for (std::string const& line : _blocks->Overlaps().Lines("overlapping audio"))
+    findings.push_back(line);
+  if (std::int64_t const drift_ns = _blocks->Drift_ns(); drift_ns != 0)
+    findings.push_back("its clock drifts: " + Seconds_ns(std::abs(drift_ns)) +
+                       (drift_ns > 0 ? " of silence added" : " cut off"));
+  return findings;
+}
+
+std::vector<std::string> AudioTrack::Notes() const {
+  std::vector<std::string> notes;
+  if (_bits != 16)
+    notes.push_back("its samples have " + std::to_string(_bits) + " bits, recorded are 16");
+  if (_blocks && _early_ns + _blocks->Early_ns() <= kNote_ns && !Beginning().empty())
+    notes.push_back(Beginning());
+  return notes;
 }
 
 }  // namespace kestro::tool

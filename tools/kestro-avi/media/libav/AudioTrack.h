@@ -13,10 +13,11 @@ class AudioTrack : public Track {
  public:
   // `lead`: the input has no video, so it starts with this audio. Throws Error for a stream that
   // cannot be recorded.
+  // `live`: audio waits only a limited time for the times of the video.
   AudioTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
-             bool lead);
+             bool lead, bool live);
 
-  void Take(AVPacket const& packet) override { _decoder.Decode(&packet); }
+  void Take(AVPacket const& packet) override;
   void End() override;
   bool Ready() override;
   TimedPacket Pop() override;
@@ -24,26 +25,33 @@ class AudioTrack : public Track {
   std::int64_t NextTime_ns() const override { return _blocks ? _blocks->NextTime_ns() : 0; }
   std::int64_t Waiting_ns() const override { return _blocks ? _blocks->Waiting_ns() : 0; }
   std::size_t WaitingBytes() const override;
-  std::string Findings() const override;
+  bool WaitsForLead() const override;
+  std::vector<std::string> Findings() const override;
+  std::vector<std::string> Notes() const override;
 
  private:
   struct Piece {
-    std::int64_t time_ns;
+    std::int64_t time_ns, duration_ns;  // on the input's clock
     Samples samples;
   };
-  void AddSamples(std::int64_t pts, Samples samples);
+  void AddSamples(std::int64_t pts, std::int64_t duration_ns, Samples samples);
   void PassOn();
-  std::int64_t Duration_ns(Samples const& samples) const;
+  void AddToBlocks(Piece& piece);
+  bool HoldsTooMuch() const;
+  std::string Beginning() const;
 
   AVRational const _timeBase;
   Timeline& _timeline;
   InputClock& _clock;
-  bool const _lead;
+  bool const _lead, _live;
   std::int64_t _next_ns = 0;  // time of audio without a time
   std::deque<Piece> _held;    // until the start of the recording is known
   std::size_t _heldBytes = 0;
+  std::int64_t _held_ns = 0;
   std::unique_ptr<AudioBlocks> _blocks;  // after that
-  bool _ended = false;
+  std::int64_t _early_ns = 0;            // dropped before that
+  bool _ended = false, _stretched = false;
+  int _bits = 16;  // of the input's samples
   AudioDecoder _decoder;
 };
 

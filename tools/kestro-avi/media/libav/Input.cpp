@@ -6,9 +6,9 @@
 namespace kestro::tool {
 
 std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
-                                 Timeline& timeline, bool lead) {
+                                 Timeline& timeline) {
   if (CueFile::IsCueFile(address)) return std::make_unique<CueFile>(address, options, timeline);
-  return std::make_unique<MediaInput>(address, options, timeline, lead);
+  return std::make_unique<MediaInput>(address, options, timeline);
 }
 
 }  // namespace kestro::tool

@@ -22,22 +22,23 @@ class Input {
   virtual bool Read() = 0;
   virtual ReadExtent ReadSoFar() const { return {}; }
 
-  // Why reading stopped before the end: a system error, or damage. Empty if it did not.
+  // Why reading stopped before the end: a system error. Empty if it did not.
   std::string const& Failure() const { return _failure; }
-  std::string const& Damage() const { return _damage; }
+  // Damage and other problems, one line each.
+  std::vector<std::string> const& Findings() const { return _findings; }
   // Streams that are left out, one line each.
   std::vector<std::string> const& Notes() const { return _notes; }
 
  protected:
   std::vector<std::unique_ptr<Track>> _tracks;
   bool _hasVideo = false;
-  std::string _failure, _damage;
-  std::vector<std::string> _notes;
+  std::string _failure;
+  std::vector<std::string> _findings, _notes;
 };
 
-// Opens a file name or an address. `timeline` must outlive the input. `lead`: the recording starts
-// with the input's first video track. Throws Error when it cannot be opened or recorded.
+// Opens a file name or an address. `timeline` must outlive the input. Throws Error when it cannot
+// be opened or recorded.
 std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
-                                 Timeline& timeline, bool lead);
+                                 Timeline& timeline);
 
 }  // namespace kestro::tool

@@ -12,13 +12,10 @@ static constexpr std::int64_t kMaxAhead_ns = 5000000000;
 static constexpr std::size_t kMaxAheadBytes = 32 << 20;
 
 InputSession::InputSession(std::vector<std::string> const& addresses, InputOptions const& options,
-                           Timeline const& timeline)
-    : _interrupted(options.interrupted), _timeline(timeline) {
-  bool lead = true;
-  for (std::string const& address : addresses) {
-    _inputs.push_back(OpenInput(address, options, _timeline, lead));
-    lead = lead && !_inputs.back()->HasVideo();
-  }
+                           Selection const& selection)
+    : _interrupted(options.interrupted), _timeline(selection) {
+  for (std::string const& address : addresses)
+    _inputs.push_back(OpenInput(address, options, _timeline));
   for (bool numbered : {true, false})
     for (std::size_t i = 0; i < _inputs.size(); ++i)
       for (auto const& track : _inputs[i]->Tracks()) {
@@ -27,10 +24,13 @@ InputSession::InputSession(std::vector<std::string> const& addresses, InputOptio
         _inputOf.push_back(i);
       }
   if (_tracks.empty()) throw Error(kUnusable, "the inputs have no tracks to record");
-  CheckRates();
+  CheckTracks();
   if (_video == nullptr) {  // audio can start anywhere
-    _timeline.offset_ns = _timeline.start_ns;
+    _timeline.offset_ns = selection.start_ns;
     _timeline.known = true;
+    _timeline.Settle(INT64_MAX);
+  } else {
+    SetSpeeds(options);
   }
 }
 
@@ -40,8 +40,9 @@ record::Tracks InputSession::Tracks() const {
   return tracks;
 }
 
-void InputSession::CheckRates() {
-  for (Track* track : _tracks) {
+void InputSession::CheckTracks() {
+  for (std::size_t i = 0; i < _tracks.size(); ++i) {
+    Track* const track = _tracks[i];
     TrackInfo const& info = track->Info();
     if (info.IsText() && _video == nullptr)
       throw Error(kUnusable, info.name +
@@ -49,19 +50,47 @@ void InputSession::CheckRates() {
                                  "(--no-text leaves it out)");
     if (info.IsText()) track->FrameRate(_video->Info().frameRate);
     if (!info.IsVideo()) continue;
-    if (_video == nullptr) _video = track;
+    if (_video == nullptr) {
+      _video = track;
+      _leadInput = i;
+      track->MakeLead();
+    }
     // Motion JPEG may have its own rate.
-    if (info.Numbered() && !SameRate(info.frameRate, _video->Info().frameRate))
-      throw Error(kUnusable, RatesDiffer(info.name, info.frameRate, _video->Info().frameRate));
+    if (info.Numbered() && !SameRate(track->InputRate(), _video->InputRate()))
+      throw Error(kUnusable, RatesDiffer(info.name, track->InputRate(), _video->InputRate()));
+  }
+  if (_video != nullptr) _leadInput = _inputOf[_leadInput];
+}
+
+// A file stores whole frame rates, so that pictures may play at another speed: audio follows as far
+// as this is not noticed.
+void InputSession::SetSpeeds(InputOptions const& options) {
+  _timeline.videoSpeed = PlayedSpeed(_video->InputRate());
+  bool const stretches = Stretchable(_timeline.videoSpeed) && !options.keepSamples;
+  if (stretches) _timeline.speed = _timeline.videoSpeed;
+  bool const audio = std::any_of(_tracks.begin(), _tracks.end(),
+                                 [](Track const* track) { return track->Info().IsAudio(); });
+  for (Track const* track : _tracks) {
+    base::Fraction const rate = track->InputRate(), other = track->OtherRate();
+    std::string const name = track->Info().name + ": ", stored = StoredRateText(rate);
+    bool const follows = stretches && SameRate(rate, _video->InputRate());
+    if (!stored.empty() && follows)
+      _notes.push_back(name + stored + (audio ? "; audio is stretched to match" : ""));
+    else if (!stored.empty())
+      _findings.push_back(name + stored + ": " + DriftText(PlayedSpeed(rate)) +
+                          (options.keepSamples && Stretchable(PlayedSpeed(rate))
+                               ? "; without --keep-samples, the audio is stretched to match"
+                               : "; a video with a whole frame rate avoids this"));
+    if (other.Positive() && audio)
+      _findings.push_back(name + "--fps " + rate.Text() + " instead of " + other.Text() + ": " +
+                          DriftText({other.num * rate.den, other.den * rate.num}));
   }
 }
 
 // Reads the leading input until the start of the recording is known.
 bool InputSession::FindStart() {
-  auto const lead = std::find_if(_inputs.begin(), _inputs.end(),
-                                 [](auto const& input) { return input->HasVideo(); });
   while (!_timeline.known && !_interrupted())
-    if (!(*lead)->Read()) break;
+    if (!_inputs[_leadInput]->Read()) break;
   return _timeline.known;
 }
 
@@ -97,13 +126,20 @@ bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
     if (_tracks[best]->Ready()) {
       track = best;
       packet = _tracks[best]->Pop();
-      bool const text = _tracks[best]->Info().IsText();
-      if (text && packet.time_ns != _video->NextTime_ns()) ++_misplaced;
+      if (_tracks[best]->Info().IsText()) PlaceText(packet);
       return true;
     }
-    _inputs[_inputOf[best]]->Read();
+    _inputs[_tracks[best]->WaitsForLead() ? _leadInput : _inputOf[best]]->Read();
   }
   return false;
+}
+
+// A text gets the time of the next frame.
+void InputSession::PlaceText(TimedPacket& packet) {
+  std::int64_t const frame_ns = FrameTime_ns(_video->Info().frameRate, 1);
+  std::int64_t const next_ns = _video->NextTime_ns();
+  if (_video->Done() || next_ns > packet.time_ns + frame_ns) ++_misplaced;
+  packet.time_ns = next_ns;
 }
 
 ReadExtent InputSession::ReadSoFar() const {
@@ -118,9 +154,17 @@ ReadExtent InputSession::ReadSoFar() const {
 }
 
 std::vector<std::string> InputSession::Notes() const {
-  std::vector<std::string> notes;
+  std::vector<std::string> notes = _notes;
   for (auto const& input : _inputs)
     notes.insert(notes.end(), input->Notes().begin(), input->Notes().end());
+  return notes;
+}
+
+std::vector<std::string> InputSession::LateNotes() const {
+  std::vector<std::string> notes;
+  for (Track const* track : _tracks)
+    for (std::string const& text : track->Notes())
+      notes.push_back(track->Info().name + ": " + text);
   return notes;
 }
 
@@ -132,11 +176,11 @@ std::vector<std::string> InputSession::Failures() const {
 }
 
 std::vector<std::string> InputSession::Findings() const {
-  std::vector<std::string> findings;
+  std::vector<std::string> findings = _findings;
   for (auto const& input : _inputs)
-    if (!input->Damage().empty()) findings.push_back(input->Damage());
+    findings.insert(findings.end(), input->Findings().begin(), input->Findings().end());
   for (Track const* track : _tracks)
-    if (std::string const text = track->Findings(); !text.empty())
+    for (std::string const& text : track->Findings())
       findings.push_back(track->Info().name + ": " + text);
   if (_misplaced != 0)
     findings.push_back(

@@ -1,10 +1,15 @@
 #include "media/libav/MediaInput.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
+#include "base/LittleEndian.h"
 #include "cli/Errors.h"
+#include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "media/libav/AudioTrack.h"
 #include "media/libav/StreamRate.h"
@@ -16,11 +21,10 @@ namespace kestro::tool {
 // How many packets are searched for a key frame with parameter sets.
 static constexpr std::size_t kMaxAhead = 256;
 
-MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
-                       bool lead)
+MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline)
     : _address(address), _interrupted(options.interrupted), _packet(av_packet_alloc()) {
   Open(address, options);
-  AddTracks(options, timeline, lead);
+  AddTracks(options, timeline);
 }
 
 static ExitCode CodeOf(int failed) {
@@ -85,10 +89,9 @@ void MediaInput::Open(std::string const& address, InputOptions const& options) {
   if (std::filesystem::is_directory(status)) throw Error(kIo, address + ": is a directory");
   // A file name may look like an address.
   AVInputFormat const* device = nullptr;
-  if (std::filesystem::exists(status))
-    url = "file:" + address;
-  else
-    device = TakeDevice(url);
+  if (std::filesystem::exists(status)) url = "file:" + address;
+  if (std::filesystem::is_regular_file(status)) CheckSize(address);
+  if (!std::filesystem::exists(status)) device = TakeDevice(url);
 
   // Cameras deliver raw pictures by default.
   bool const camera = device != nullptr && std::strstr(device->name, "v4l2") != nullptr;
@@ -116,7 +119,7 @@ static bool IsSupported(AVStream const& stream) {
   }
 }
 
-void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool lead) {
+void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline) {
   std::vector<AVStream*> selected;
   bool any = false;
   for (unsigned i = 0; i < _format->nb_streams; ++i) {
@@ -139,46 +142,70 @@ void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline, bool
   _byStream.resize(_format->nb_streams);
   for (AVStream* stream : selected) {
     stream->discard = AVDISCARD_DEFAULT;
-    _tracks.push_back(NewTrack(*stream, options, timeline, lead));
-    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) lead = false;
+    _tracks.push_back(NewTrack(*stream, options, timeline));
     _byStream[static_cast<std::size_t>(stream->index)] = _tracks.back().get();
   }
 }
 
+// Whether the source delivers in its own time and cannot wait.
+bool MediaInput::IsLive() const {
+  AVClass const* const settings = _format->iformat->priv_class;
+  if (settings != nullptr && AV_IS_INPUT_DEVICE(settings->category)) return true;
+  if (_format->pb != nullptr) return (_format->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0;
+  return _address.find("://") != _address.npos;
+}
+
+void MediaInput::NoteRotation(AVStream const& stream) {
+  auto const* const matrix = reinterpret_cast<std::int32_t const*>(
+      av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+  double const degrees = matrix == nullptr ? 0 : -av_display_rotation_get(matrix);
+  if (std::isnan(degrees) || std::lround(degrees) % 360 == 0) return;
+  _findings.push_back(Name(stream) + ": is shown rotated by " +
+                      std::to_string((std::lround(degrees) + 360) % 360) +
+                      " degrees, which the recording does not store");
+}
+
 std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const& options,
-                                            Timeline& timeline, bool lead) {
+                                            Timeline& timeline) {
   std::string const name = Name(stream);
   switch (stream.codecpar->codec_type) {
-    case AVMEDIA_TYPE_VIDEO: {
-      bool const checkRate = !options.rate.Positive();
-      auto video = std::make_unique<VideoTrack>(stream, name, timeline, _clock, lead, checkRate);
-      video->FrameRate(ChooseFrameRate(stream, options, name));
-      return video;
-    }
+    case AVMEDIA_TYPE_VIDEO:
+      VideoTrack::Check(stream, name);
+      NoteRotation(stream);
+      return std::make_unique<VideoTrack>(stream, name, OptionsFor(stream, options, name), timeline,
+                                          _clock);
     case AVMEDIA_TYPE_AUDIO:
-      return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !_hasVideo);
+      return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !_hasVideo, IsLive());
     default:
       return std::make_unique<TextTrack>(name, std::make_unique<SubtitleDecoder>(stream), timeline,
                                          _clock, !_hasVideo && !_hasAudio);
   }
 }
 
-base::Fraction MediaInput::ChooseFrameRate(AVStream& stream, InputOptions const& options,
-                                           std::string const& name) {
-  RateSources sources;
-  sources.option = options.rate;
+VideoOptions MediaInput::OptionsFor(AVStream& stream, InputOptions const& options,
+                                    std::string const& name) {
   // Demuxers with an option for the rate use a default: those of elementary streams and of series
   // of pictures. Devices report their real rate.
   AVClass const* settings = _format->iformat->priv_class;
   bool const elementary =
       settings != nullptr && !AV_IS_INPUT_DEVICE(settings->category) &&
       av_opt_find(&settings, "framerate", nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
+  RateSources sources;
+  sources.option = options.rate;
   if (!elementary)
     sources.container = ContainerRate(*_format, stream);
   else if (!options.rate.Positive())
     if (PacketPtr const key = FindFirstKey(stream.index))
       sources.stream = StreamRate(*stream.codecpar, *key);
-  return ChooseRate(sources, name);
+
+  VideoOptions video;
+  video.rate = ChooseRate(sources, name);
+  bool const sameRate = !sources.container.Positive() || SameRate(video.rate, sources.container);
+  if (!sameRate) video.otherRate = sources.container;
+  video.checkTimes = !elementary && sameRate;
+  video.live = IsLive();
+  video.newFileAtGap = options.newFileAtGap;
+  return video;
 }
 
 // The stream's first key frame. It and the packets before it are kept for ReadPacket.
@@ -215,18 +242,84 @@ bool MediaInput::Read() {
   if (_ended) return false;
   int const got = ReadPacket(*_packet);
   if (got < 0) {
-    if (got != AVERROR_EOF && !_interrupted())
-      (CodeOf(got) == kUnusable ? _damage : _failure) = _address + ": " + LibavError(got);
-    _ended = true;
-    for (auto const& track : _tracks) track->End();
+    Finish(got);
     return false;
   }
   auto const stream = static_cast<std::size_t>(_packet->stream_index);
   // Some containers add streams later: those are not recorded.
   Track* track = stream < _byStream.size() ? _byStream[stream] : nullptr;
-  if (track != nullptr && !track->Done()) track->Take(*_packet);
+  if (track != nullptr) {
+    AVRational const timeBase = _format->streams[stream]->time_base;
+    if (!track->Info().IsText()) _jumps.Correct(*_packet, timeBase);
+    std::int64_t const start = _packet->pts != AV_NOPTS_VALUE ? _packet->pts : _packet->dts;
+    std::int64_t& end_ns = _end_ns[_packet->stream_index];
+    if (start != AV_NOPTS_VALUE)
+      end_ns = std::max(end_ns, av_rescale_q(start + _packet->duration, timeBase, kNanoseconds));
+    if (!track->Done()) track->Take(*_packet);
+  }
   av_packet_unref(_packet.get());
   return true;
+}
+
+void MediaInput::Finish(int outcome) {
+  bool const whole = outcome == AVERROR_EOF;
+  if (!whole && !_interrupted()) {
+    std::string const text = _address + ": " + LibavError(outcome);
+    if (CodeOf(outcome) == kUnusable)
+      _findings.push_back(text);
+    else
+      _failure = text;
+  }
+  _ended = true;
+  for (auto const& track : _tracks) track->End();
+  if (_jumps.Count() != 0)
+    _findings.push_back(_address + ": its clock jumps " + Quantity(_jumps.Count(), "time") +
+                        "; the recording goes on without a gap");
+  if (whole) CheckLength();
+}
+
+// Compares what was read with the length in the container's header.
+void MediaInput::CheckLength() {
+  constexpr std::int64_t kShort_ns = 500000000;
+  if (_format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM || _jumps.Count() != 0)
+    return;
+  std::int64_t latest_ns = 0;
+  bool known = false;  // there are lengths of streams
+  auto const check = [this](std::string const& name, std::int64_t end_ns, std::int64_t length_ns) {
+    if (end_ns + kShort_ns < length_ns)
+      _findings.push_back(name + ": ends early, at " + Seconds_ns(end_ns) + " of " +
+                          Seconds_ns(length_ns));
+  };
+  for (auto const& [index, end_ns] : _end_ns) {
+    AVStream const& stream = *_format->streams[index];
+    latest_ns = std::max(latest_ns, end_ns);
+    if (stream.duration <= 0 || _byStream[static_cast<std::size_t>(index)]->Info().IsText())
+      continue;
+    known = true;
+    std::int64_t const start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+    check(Name(stream), end_ns,
+          av_rescale_q(start + stream.duration, stream.time_base, kNanoseconds));
+  }
+  bool const all = std::none_of(_byStream.begin(), _byStream.end(),
+                                [](Track const* track) { return track == nullptr; });
+  if (!known && all && _format->duration > 0)
+    check(_address, latest_ns, _format->duration * (1000000000 / AV_TIME_BASE));
+}
+
+// A RIFF file, such as WAV or AVI, that was cut off looks like a short one.
+void MediaInput::CheckSize(std::string const& path) {
+  std::uint8_t head[8] = {};
+  std::error_code none;
+  std::ifstream file(path, std::ios::binary);
+  auto const size = std::filesystem::file_size(path, none);
+  if (none || !file.read(reinterpret_cast<char*>(head), sizeof head) ||
+      std::memcmp(head, "RIFF", 4) != 0)
+    return;
+  std::uint64_t const expected = base::Load32(head + 4) + std::uint64_t{8};
+  bool const streamed = expected == 8 || expected > UINT32_MAX;  // its size was never written
+  if (!streamed && size < expected)
+    _findings.push_back(_address + ": is cut off, at " + ByteCount(size) + " of " +
+                        ByteCount(expected));
 }
 
 }  // namespace kestro::tool

@@ -2,11 +2,14 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "media/libav/ClockJumps.h"
 #include "media/libav/Input.h"
 #include "media/libav/Libav.h"
+#include "media/libav/VideoTrack.h"
 
 namespace kestro::tool {
 
@@ -14,8 +17,7 @@ namespace kestro::tool {
 // audio and text streams become tracks, in the container's order.
 class MediaInput : public Input {
  public:
-  MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline,
-             bool lead);
+  MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline);
 
   bool Read() override;
   ReadExtent ReadSoFar() const override;
@@ -27,11 +29,15 @@ class MediaInput : public Input {
   std::string Name(AVStream const& stream) const {
     return _address + ", track " + std::to_string(stream.index);
   }
-  void AddTracks(InputOptions const& options, Timeline& timeline, bool lead);
-  std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options, Timeline& timeline,
-                                  bool lead);
-  base::Fraction ChooseFrameRate(AVStream& stream, InputOptions const& options,
-                                 std::string const& name);
+  void AddTracks(InputOptions const& options, Timeline& timeline);
+  std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options,
+                                  Timeline& timeline);
+  VideoOptions OptionsFor(AVStream& stream, InputOptions const& options, std::string const& name);
+  bool IsLive() const;
+  void NoteRotation(AVStream const& stream);
+  void Finish(int outcome);
+  void CheckLength();
+  void CheckSize(std::string const& path);
   PacketPtr FindFirstKey(int stream);
   int ReadPacket(AVPacket& packet);
 
@@ -41,7 +47,9 @@ class MediaInput : public Input {
   PacketPtr _packet;
   std::deque<PacketPtr> _ahead;  // read while determining the frame rate
   InputClock _clock;
-  std::vector<Track*> _byStream;  // null for streams that are not recorded
+  ClockJumps _jumps;
+  std::map<int, std::int64_t> _end_ns;  // by stream: the end of its packets so far
+  std::vector<Track*> _byStream;        // null for streams that are not recorded
   bool _hasAudio = false, _ended = false;
 };
 

@@ -17,8 +17,8 @@ class LibavMedia : public Media {
 
   std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
                                       InputOptions const& options,
-                                      Timeline const& timeline) override {
-    return std::make_unique<InputSession>(addresses, options, timeline);
+                                      Selection const& selection) override {
+    return std::make_unique<InputSession>(addresses, options, selection);
   }
   bool KnowsContainer(std::string const& path) override { return ContainerFile::IsContainer(path); }
   std::unique_ptr<FrameParser> NewFrameParser(avi::AviTrack const& track) override {

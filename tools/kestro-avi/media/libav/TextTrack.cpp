@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "media/FrameRate.h"
+#include "cli/Text.h"
 
 namespace kestro::tool {
 
@@ -24,25 +24,21 @@ void TextTrack::Take(AVPacket const& packet) {
   if (_decoder->Decode(packet, time_ns, text)) Add(time_ns, std::move(text));
 }
 
-// The number of the frame that is nearest to the cue.
-std::int64_t TextTrack::Frame(Cue const& cue) const {
-  std::int64_t const time_ns = cue.time_ns - _clock.origin_ns - _timeline.offset_ns;
-  return av_rescale(time_ns, _info.frameRate.num, 1000000000 * _info.frameRate.den);
+// The cue's time in the recording.
+std::int64_t TextTrack::Time_ns(Cue const& cue) const {
+  return _timeline.Video_ns(cue.time_ns - _clock.origin_ns - _timeline.offset_ns);
 }
 
 bool TextTrack::Ready() {
   if (!StartKnown()) return false;
-  while (!_cues.empty() && Frame(_cues.front()) < 0) _cues.pop_front();
+  while (!_cues.empty() && Time_ns(_cues.front()) <= -HalfFrame_ns()) _cues.pop_front();
   return !_cues.empty() && !Full();
 }
 
-bool TextTrack::Full() const {
-  return _timeline.duration_ns >= 0 && NextTime_ns() >= _timeline.duration_ns;
-}
-
+// The nearest frame is the first one from this time on; of two, the later one.
 std::int64_t TextTrack::NextTime_ns() const {
   if (!StartKnown() || _cues.empty()) return _next_ns;
-  return std::max(_next_ns, FrameTime_ns(_info.frameRate, Frame(_cues.front())));
+  return std::max(_next_ns, Time_ns(_cues.front()) - HalfFrame_ns() + 1);
 }
 
 TimedPacket TextTrack::Pop() {
@@ -53,9 +49,9 @@ TimedPacket TextTrack::Pop() {
   return packet;
 }
 
-std::string TextTrack::Findings() const {
+std::vector<std::string> TextTrack::Findings() const {
   if (!_decoder || _decoder->Damaged() == 0) return {};
-  return std::to_string(_decoder->Damaged()) + " damaged texts are left out";
+  return {"left out: " + Quantity(_decoder->Damaged(), "damaged text")};
 }
 
 }  // namespace kestro::tool

@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 
+#include "media/FrameRate.h"
 #include "media/libav/SubtitleDecoder.h"
 #include "media/libav/Track.h"
 
@@ -30,7 +31,7 @@ class TextTrack : public Track {
   // Text is small and rare: other tracks never wait for it.
   std::int64_t Waiting_ns() const override { return 0; }
   std::size_t WaitingBytes() const override { return 0; }
-  std::string Findings() const override;
+  std::vector<std::string> Findings() const override;
 
  private:
   struct Cue {
@@ -38,8 +39,9 @@ class TextTrack : public Track {
     std::string text;
   };
   bool StartKnown() const { return _timeline.known && _clock.known; }
-  bool Full() const;
-  std::int64_t Frame(Cue const& cue) const;
+  bool Full() const { return _timeline.IsOver(NextTime_ns() + 2 * HalfFrame_ns()); }
+  std::int64_t Time_ns(Cue const& cue) const;
+  std::int64_t HalfFrame_ns() const { return FrameTime_ns(_info.frameRate, 1) / 2; }
 
   std::unique_ptr<SubtitleDecoder> _decoder;
   Timeline const& _timeline;

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "media/Session.h"
+#include "media/Timeline.h"
 
 struct AVPacket;
 
@@ -26,18 +28,27 @@ class Track {
 
   TrackInfo const& Info() const { return _info; }
   void FrameRate(base::Fraction rate) { _info.frameRate = rate; }  // before the first packet
+  // Video: the recording starts with a key frame of this track.
+  virtual void MakeLead() {}
+  // Video: the frame rate to record, and the container's if that is another one.
+  virtual base::Fraction InputRate() const { return {}; }
+  virtual base::Fraction OtherRate() const { return {}; }
+
   virtual void Take(AVPacket const& packet) = 0;
   virtual void End() = 0;
   virtual bool Ready() = 0;  // whether Pop has a packet
   virtual TimedPacket Pop() = 0;
   virtual bool Done() = 0;  // there will be no more packets
+  // It has data that it cannot return before the leading track's times are settled further.
+  virtual bool WaitsForLead() const { return false; }
 
   virtual std::int64_t NextTime_ns() const = 0;  // time of the next packet, also before it is ready
   virtual std::int64_t Waiting_ns() const = 0;   // duration of the ready packets,
   virtual std::size_t WaitingBytes() const = 0;  // and their memory
 
-  // Problems that the user should know about after recording; empty for none.
-  virtual std::string Findings() const = 0;
+  // What the user should know about after recording: problems, and smaller things.
+  virtual std::vector<std::string> Findings() const = 0;
+  virtual std::vector<std::string> Notes() const { return {}; }
 
  protected:
   TrackInfo _info;

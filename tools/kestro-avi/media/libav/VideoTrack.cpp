@@ -1,46 +1,62 @@
 #include "media/libav/VideoTrack.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <utility>
 
 #include "cli/Errors.h"
+#include "cli/Text.h"
+#include "media/Scaled.h"
 
 namespace kestro::tool {
 
-VideoTrack::VideoTrack(AVStream const& stream, std::string name, Timeline& timeline,
-                       InputClock& clock, bool lead, bool checkRate)
+// A gap in a live source that is longer starts a new file.
+static constexpr std::int64_t kLongGap_ns = 10000000000;
+// Frames may be off the counted time by this much without a report.
+static constexpr std::int64_t kTolerance_ns = 20000000;
+
+static std::optional<stream::NalCodec> NalCodecOf(AVCodecID codec) {
+  if (codec == AV_CODEC_ID_H264) return stream::NalCodec::kH264;
+  if (codec == AV_CODEC_ID_HEVC) return stream::NalCodec::kHevc;
+  return std::nullopt;
+}
+
+static std::size_t Depth(AVStream const& stream) {
+  return static_cast<std::size_t>(std::clamp(stream.codecpar->video_delay, 0, 16));
+}
+
+VideoTrack::VideoTrack(AVStream const& stream, std::string name, VideoOptions const& options,
+                       Timeline& timeline, InputClock& clock)
     : _timeBase(stream.time_base),
+      _options(options),
+      _speed(PlayedSpeed(options.rate)),
+      _depth(Depth(stream)),
       _timeline(timeline),
       _clock(clock),
-      _lead(lead),
-      _checkRate(checkRate) {
+      _groups(NalCodecOf(stream.codecpar->codec_id)),
+      _size(stream.codecpar->codec_id),
+      _times(StoredRate(options.rate), _speed, _depth) {
   AVCodecParameters const& codec = *stream.codecpar;
-  switch (codec.codec_id) {
-    case AV_CODEC_ID_H264:
-      _info.codec = TrackInfo::kH264;
-      _converter.emplace(stream::NalCodec::kH264);
-      break;
-    case AV_CODEC_ID_HEVC:
-      _info.codec = TrackInfo::kHevc;
-      _converter.emplace(stream::NalCodec::kHevc);
-      break;
-    case AV_CODEC_ID_MJPEG:
-      _info.codec = TrackInfo::kMjpeg;
-      break;
-    default:
-      throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
-                                 " cannot be recorded (h264, hevc and mjpeg can)");
-  }
-  if (codec.width <= 0 || codec.height <= 0) throw Error(kUnusable, name + ": has no picture");
+  auto const nal = NalCodecOf(codec.codec_id);
+  _info.codec = !nal                              ? TrackInfo::kMjpeg
+                : *nal == stream::NalCodec::kH264 ? TrackInfo::kH264
+                                                  : TrackInfo::kHevc;
+  if (nal) _converter.emplace(*nal);
   auto const extra = static_cast<std::size_t>(std::max(codec.extradata_size, 0));
   if (_converter && !_converter->Configure(codec.extradata, extra))
     throw Error(kUnusable, name + ": its parameter sets are damaged");
   _info.name = std::move(name);
   _info.width = codec.width;
   _info.height = codec.height;
+  _info.frameRate = StoredRate(options.rate);
 }
 
-bool VideoTrack::Full() const {
-  return _timeline.duration_ns >= 0 && NextTime_ns() >= _timeline.duration_ns;
+void VideoTrack::Check(AVStream const& stream, std::string const& name) {
+  AVCodecParameters const& codec = *stream.codecpar;
+  if (codec.codec_id != AV_CODEC_ID_MJPEG && !NalCodecOf(codec.codec_id))
+    throw Error(kUnusable, name + ": the video codec " + avcodec_get_name(codec.codec_id) +
+                               " cannot be recorded (h264, hevc and mjpeg can)");
+  if (codec.width <= 0 || codec.height <= 0) throw Error(kUnusable, name + ": has no picture");
 }
 
 // A packet without a time directly follows the previous one.
@@ -49,7 +65,7 @@ std::int64_t VideoTrack::PacketTime_ns(AVPacket const& packet) {
   if (stamp != AV_NOPTS_VALUE)
     _last_ns = av_rescale_q(stamp, _timeBase, kNanoseconds);
   else if (_taken > 0)
-    _last_ns += Time_ns(1);
+    _last_ns += FrameTime_ns(_options.rate, 1);
   ++_taken;
   return _last_ns;
 }
@@ -64,26 +80,36 @@ void VideoTrack::Take(AVPacket const& packet) {
   if (!_clock.known) _clock = {time_ns, true};
   if (!_started && !KeepBeforeStart(time_ns, key)) return;
 
-  Unit unit{{}, key};
+  Unit unit = Convert(packet, time_ns, key);
+  _firstGroup = _firstGroup && (!key || _units.empty());
+  if (unit.leading && _firstGroup) {
+    ++_undecodable;
+    return;
+  }
+  _bytes += unit.data.size();
+  _units.push_back(std::move(unit));
+  if (_started)
+    AddTime(_units.back());
+  else if (time_ns - _clock.origin_ns >= _timeline.selection.start_ns)
+    Start();
+}
+
+VideoTrack::Unit VideoTrack::Convert(AVPacket const& packet, std::int64_t time_ns, bool key) {
+  Unit unit{{}, key, false, time_ns};
   auto const size = static_cast<std::size_t>(std::max(packet.size, 0));
   if (!_converter)
     unit.data.assign(packet.data, packet.data + size);
   else if (!_converter->Convert(packet.data, size, key, unit.data))
     ++_damaged;
-  _bytes += unit.data.size();
-  _units.push_back(std::move(unit));
-
-  if (!_started && time_ns - _clock.origin_ns >= _timeline.start_ns) Start();
-  // Reordering moves a frame by a few frames; more means another rate.
-  auto const frame = _frames + static_cast<std::int64_t>(_units.size()) - 1;
-  auto const off_ns = Time_ns(frame) - (time_ns - _begin_ns);
-  if (_started && _checkRate && std::abs(off_ns) > std::max<std::int64_t>(500000000, Time_ns(16)))
-    _drifts = true;
+  unit.leading = packet.pts != AV_NOPTS_VALUE && _groups.Leads(unit.data, key, time_ns);
+  if (key) _size.Check(unit.data, std::max<std::int64_t>(0, time_ns - _begin_ns));
+  _discarded += (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
+  return unit;
 }
 
 // Before the start: keeps a packet that may belong to the first group of pictures.
 bool VideoTrack::KeepBeforeStart(std::int64_t time_ns, bool key) {
-  bool const early = time_ns - _clock.origin_ns <= _timeline.start_ns;
+  bool const early = time_ns - _clock.origin_ns <= _timeline.selection.start_ns;
   if (key && (early || _units.empty())) {
     DropUnits();
     _begin_ns = time_ns;
@@ -97,50 +123,138 @@ bool VideoTrack::KeepBeforeStart(std::int64_t time_ns, bool key) {
 void VideoTrack::Start() {
   _started = true;
   if (_lead) _timeline.known = true;
+  for (Unit const& unit : _units) AddTime(unit);
 }
 
 void VideoTrack::DropUnits() {
   _units.clear();
   _bytes = 0;
+  _firstGroup = true;
+  _undecodable = _discarded = 0;
+}
+
+void VideoTrack::AddTime(Unit const& unit) {
+  std::int64_t const counted_ns = FrameTime_ns(_options.rate, _timed++);
+  _times.Add(_options.checkTimes ? unit.time_ns - _clock.origin_ns - _timeline.offset_ns
+                                 : counted_ns);
 }
 
 void VideoTrack::End() {
   _ended = true;
   std::int64_t const end_ns = _latest_ns - _clock.origin_ns + Time_ns(1);
-  if (!_started && !_units.empty() && _timeline.start_ns < end_ns)
+  if (!_started && !_units.empty() && _timeline.selection.start_ns < end_ns)
     Start();
   else if (!_started)
     DropUnits();
+  _times.End();
+  FetchTimes();
+}
+
+// Determines the times of frames as far as possible. The leading track settles the recording's.
+void VideoTrack::FetchTimes() {
+  std::int64_t const frame_ns = Time_ns(1);
+  while (_times.Ready() && (_lead || _timeline.Settled(_times.NextTime_ns()))) {
+    FrameClock::Frame const frame = _times.Take();
+    auto const late_ns = [&] {
+      std::int64_t const cut_ns = _timeline.CutBefore_ns(frame.time_ns);
+      return frame.off_ns - Scaled(cut_ns, _speed.num, _speed.den);
+    };
+    std::int64_t const gap_ns = late_ns() - _late_ns;
+    bool const newFile = frame.gap && gap_ns * 2 >= frame_ns && CloseGap(frame.time_ns, gap_ns);
+    _late_ns = late_ns();
+    if (std::abs(_late_ns) > std::abs(_worst_ns)) {
+      _worst_ns = _late_ns;
+      _worstPlace_ns = Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+    }
+    _due.push_back({_late_ns, newFile});
+    if (_lead) _timeline.Settle(frame.time_ns + FrameTime_ns(_options.rate, 1));
+  }
+  if (_lead && _ended && _times.Empty()) _timeline.Settle(INT64_MAX);
+}
+
+// Takes the missing time out of all tracks. Returns whether a new file is to start.
+bool VideoTrack::CloseGap(std::int64_t time_ns, std::int64_t gap_ns) {
+  std::int64_t const place_ns =
+      Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+  if (!_lead) {
+    _gaps.Add(place_ns, gap_ns, "the rest of the track moves against the others");
+    return false;
+  }
+  std::int64_t const length_ns = Scaled(gap_ns, _speed.den, _speed.num);
+  std::int64_t const cut_ns = _timeline.Cut(time_ns - length_ns, time_ns);
+  bool const all = cut_ns + kTolerance_ns >= length_ns;
+  bool const newFile = _options.newFileAtGap || (_options.live && gap_ns > kLongGap_ns);
+  _gaps.Add(place_ns, gap_ns,
+            (all ? "" : Seconds_ns(cut_ns) + " ") + "taken out of all tracks" +
+                (all ? "" : ", the rest was recorded before the video came back") +
+                (newFile ? "; a new file starts at the next key frame" : ""));
+  return newFile;
+}
+
+bool VideoTrack::Ready() {
+  FetchTimes();
+  return !_due.empty() && !Full();
+}
+
+bool VideoTrack::WaitsForLead() const {
+  return !_lead && _due.empty() && !_times.Empty() && !_timeline.Settled(_times.NextTime_ns());
+}
+
+std::int64_t VideoTrack::NextTime_ns() const {
+  return Time_ns(_frames) + (_due.empty() ? _late_ns : _due.front().late_ns);
 }
 
 TimedPacket VideoTrack::Pop() {
+  Unit& unit = _units.front();
+  _newFile |= _due.front().newFile;
   TimedPacket packet;
-  packet.data = std::move(_units.front().data);
-  packet.key = _units.front().key;
+  packet.data = std::move(unit.data);
+  packet.key = unit.key;
+  packet.leading = unit.leading;
+  packet.startsFile = unit.key && std::exchange(_newFile, false);
   packet.time_ns = NextTime_ns();
-  packet.duration_ns = Time_ns(_frames + 1) - packet.time_ns;
+  packet.duration_ns = Time_ns(_frames + 1) - Time_ns(_frames);
+  _due.pop_front();
   _units.pop_front();
   _bytes -= packet.data.size();
   ++_frames;
+  if (_lead && Full()) _timeline.Settle(INT64_MAX);
   return packet;
 }
 
 std::int64_t VideoTrack::Waiting_ns() const {
-  return _started ? Time_ns(static_cast<std::int64_t>(_units.size())) : 0;
+  return Time_ns(static_cast<std::int64_t>(_due.size()));
 }
 
-std::string VideoTrack::Findings() const {
-  std::string text;
-  auto add = [&text](std::string const& finding) {
-    if (!text.empty()) text += "; ";
-    text += finding;
-  };
+std::vector<std::string> VideoTrack::Findings() const {
+  std::vector<std::string> findings = _gaps.Lines("missing video");
+  auto const add = [&findings](std::string const& text) { findings.push_back(text); };
   if (_skipped != 0)
-    add(std::to_string(_skipped) + " packets before the first key frame are left out");
-  if (_damaged != 0) add(std::to_string(_damaged) + " damaged packets are recorded partly");
-  if (_drifts)
-    add("its frames do not keep to " + _info.frameRate.Text() + " fps; audio may get out of sync");
-  return text;
+    add("left out: " + Quantity(_skipped, "packet") + " before the first key frame");
+  if (_undecodable != 0)
+    add("left out: " + Quantity(_undecodable, "frame") +
+        " after the first key frame, with references to frames before it");
+  if (_damaged != 0) add("recorded in part: " + Quantity(_damaged, "damaged packet"));
+  if (std::abs(_worst_ns) > kTolerance_ns)
+    add("its frames do not keep to " + _options.rate.Text() + " fps (" +
+        std::to_string(_times.Uneven()) + " of " + Quantity(_times.Intervals(), "interval") +
+        " differ): played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
+        (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
+        Seconds_ns(_worstPlace_ns));
+  findings.insert(findings.end(), _size.Changes().begin(), _size.Changes().end());
+  return findings;
+}
+
+std::vector<std::string> VideoTrack::Notes() const {
+  std::vector<std::string> notes;
+  if (_discarded != 0)
+    notes.push_back("recorded although its edit list hides them: " + Quantity(_discarded, "frame"));
+  if (_depth != 0)
+    notes.push_back(
+        "its frames are not in the order in which they are shown: some players show "
+        "them " +
+        Seconds_ns(Time_ns(static_cast<std::int64_t>(_depth))) + " later than the audio");
+  return notes;
 }
 
 }  // namespace kestro::tool

@@ -4,54 +4,91 @@
 #include <deque>
 #include <optional>
 
+#include "media/FrameClock.h"
 #include "media/FrameRate.h"
+#include "media/GapReport.h"
+#include "media/OpenGroups.h"
 #include "media/libav/Libav.h"
+#include "media/libav/PictureSize.h"
 #include "media/libav/Track.h"
 
 namespace kestro::tool {
 
+struct VideoOptions {
+  base::Fraction rate;
+  base::Fraction otherRate;  // the container's, if it is not `rate`; else 0/1
+  bool checkTimes = false;   // the packets' times count, not the frame rate alone
+  bool live = false;         // a long gap starts a new file
+  bool newFileAtGap = false;
+};
+
 class VideoTrack : public Track {
  public:
-  // `lead`: the recording starts with a key frame of this track. `checkRate`: compare the packets'
-  // times with the frame rate. Throws Error for a stream that cannot be recorded.
-  VideoTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
-             bool lead, bool checkRate);
+  // Throws Error for a stream that cannot be recorded.
+  static void Check(AVStream const& stream, std::string const& name);
 
+  VideoTrack(AVStream const& stream, std::string name, VideoOptions const& options,
+             Timeline& timeline, InputClock& clock);
+
+  void MakeLead() override { _lead = true; }
+  base::Fraction InputRate() const override { return _options.rate; }
+  base::Fraction OtherRate() const override { return _options.otherRate; }
   void Take(AVPacket const& packet) override;
   void End() override;
-  bool Ready() override { return _started && !_units.empty() && !Full(); }
+  bool Ready() override;
   TimedPacket Pop() override;
   bool Done() override { return Full() || (_ended && !Ready()); }
-  std::int64_t NextTime_ns() const override { return Time_ns(_frames); }
+  bool WaitsForLead() const override;
+  std::int64_t NextTime_ns() const override;
   std::int64_t Waiting_ns() const override;
   std::size_t WaitingBytes() const override { return _bytes; }
-  std::string Findings() const override;
+  std::vector<std::string> Findings() const override;
+  std::vector<std::string> Notes() const override;
 
  private:
   struct Unit {
     Bytes data;
-    bool key;
+    bool key, leading;
+    std::int64_t time_ns;
+  };
+  struct Due {
+    std::int64_t late_ns;  // how far the frame's time in the recording is off the counted one
+    bool newFile;          // a new file starts at the next key frame
   };
   std::int64_t Time_ns(std::int64_t frame) const { return FrameTime_ns(_info.frameRate, frame); }
   std::int64_t PacketTime_ns(AVPacket const& packet);
-  bool Full() const;
+  bool Full() const { return _timeline.IsOver(NextTime_ns()); }
   bool KeepBeforeStart(std::int64_t time_ns, bool key);
+  Unit Convert(AVPacket const& packet, std::int64_t time_ns, bool key);
   void Start();
+  void AddTime(Unit const& unit);
   void DropUnits();
+  void FetchTimes();
+  bool CloseGap(std::int64_t time_ns, std::int64_t gap_ns);
 
   AVRational const _timeBase;
+  VideoOptions const _options;
+  base::Fraction const _speed;
+  std::size_t const _depth;  // how many frames a frame is decoded ahead of its turn
   Timeline& _timeline;
   InputClock& _clock;
-  bool const _lead, _checkRate;
   std::optional<AnnexB> _converter;  // none: packets are stored unchanged
+  OpenGroups _groups;
+  PictureSize _size;
+  FrameClock _times;
   std::deque<Unit> _units;  // before the start: the group of pictures that may be the first
+  std::deque<Due> _due;     // for the first of them
   std::size_t _bytes = 0;
   std::int64_t _frames = 0;  // popped
   std::int64_t _taken = 0;   // packets of the container
-  std::int64_t _last_ns = 0, _latest_ns = 0, _begin_ns = 0;
-  bool _started = false, _ended = false;
-  unsigned _skipped = 0, _damaged = 0;
-  bool _drifts = false;
+  std::int64_t _timed = 0;   // units passed to _times
+  std::int64_t _last_ns = 0, _latest_ns = 0, _begin_ns = 0, _late_ns = 0;
+  bool _lead = false, _started = false, _firstGroup = true, _ended = false;
+  bool _newFile = false;  // the next key frame starts a file
+
+  std::int64_t _worst_ns = 0, _worstPlace_ns = 0;  // the largest difference from the counted time
+  GapReport _gaps;
+  unsigned _skipped = 0, _damaged = 0, _undecodable = 0, _discarded = 0;
 };
 
 }  // namespace kestro::tool

@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# Where audio and pictures of inputs with lost frames and other rates are in a recording. The picture
+# is white, and the audio loud, at the beginning of each second.
+#   timing.sh TOOL MEDIA-FOLDER
+# shellcheck source-path=SCRIPTDIR
+. "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
+
+# source_of NAME RATE SECONDS [OPTION...]: NAME.mkv
+source_of() {
+  local name=$1 rate=$2 seconds=$3
+  shift 3
+  quiet -y -f lavfi \
+    -i "color=black:s=64x48:r=$rate:d=$seconds,drawbox=enable='lt(mod(t+0.001,1),1/($rate))':color=white:t=fill" \
+    -f lavfi -i "aevalsrc='if(lt(mod(t,1),0.02),sin(2*PI*1000*t),0)':s=8000:d=$seconds" \
+    -c:v libx264 -preset ultrafast -g 10 -c:a pcm_s16le "$@" "$name.mkv"
+}
+# offsets FILE...: by how many ms each loud moment follows its white picture
+offsets() {
+  local file
+  for file in "$@"; do
+    paste <(quiet -i "$file" -an -vf "signalstats,metadata=print:key=lavfi.signalstats.YAVG:file=-" \
+      -f null - | starts 100) \
+      <(quiet -i "$file" -vn -af "asetnsamples=80,astats=metadata=1:reset=1,ametadata=print:key=\
+lavfi.astats.Overall.Peak_level:file=-" -f null - | starts -20) | awk '{ print $2 - $1 }'
+  done
+}
+starts() { # the times in ms at which a value begins to exceed this one
+  awk -v least="$1" '/pts_time:/ { sub(/.*pts_time:/, ""); time = $1 }
+    /=/ { sub(/.*=/, ""); on = $1 != "-inf" && $1 > least; if (on && !was) print time * 1000; was = on }'
+}
+# in_step NAME TOLERANCE-MS INPUT FILE...: the offsets are those of the input
+in_step() {
+  local name=$1 tolerance=$2 input=$3
+  shift 3
+  check "$name: in step" "$(offsets "$input" | wc -l) 0" "$(paste <(offsets "$input") <(offsets "$@") |
+    awk -v most="$tolerance" '{ n += NF == 2; off = $2 - $1; bad += off > most || off < -most }
+      END { print n, bad + 0 }')"
+}
+# says NAME TEXT: the last command's messages
+says() { check "$1: says so" "$2" "$(grep -oF "$2" stderr.txt | head -1)"; }
+
+source_of steady 25 6
+source_of ntsc 30000/1001 60
+quiet -i steady.mkv -c copy -bsf:v "noise=drop='between(n,80,89)'" \
+  -bsf:a "noise=drop='between(n,26,27)'" both.mkv
+quiet -i steady.mkv -c copy -bsf:v "noise=drop='eq(n,62)'" one.mkv
+quiet -i steady.mkv -c copy -bsf:a "noise=drop='between(n,12,13)'" audio.mkv
+
+exits "ntsc" 0 record -o ntsc.avi ntsc.mkv
+says "ntsc" "30000/1001 fps is stored as 30 fps; audio is stretched to match"
+in_step "ntsc" 20 ntsc.mkv ntsc.avi
+exits "ntsc in files" 0 record --segment-time 20.5 -o n%d.avi ntsc.mkv
+in_step "ntsc in files" 20 ntsc.mkv n1.avi n2.avi n3.avi
+exits "lost stretch" 1 record -o both.avi both.mkv
+says "lost stretch" "0.400 s of missing video at 3.200 s; taken out of all tracks"
+in_step "lost stretch" 20 steady.mkv both.avi
+exits "lost frame" 1 record -o one.avi one.mkv
+in_step "lost frame" 20 steady.mkv one.avi
+exits "lost audio" 1 record -o audio.avi audio.mkv
+says "lost audio" "of missing audio at"
+exits "new file at a gap" 1 record --on-gap segment -o g%d.avi both.mkv
+in_step "new file at a gap" 20 steady.mkv g1.avi g2.avi
+finish

@@ -1,0 +1,207 @@
+// How the times of inputs become those of a recording, which only counts frames and samples.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "media/FrameClock.h"
+#include "media/OpenGroups.h"
+#include "media/Timeline.h"
+#include "media/libav/AudioBlocks.h"
+#include "media/libav/ClockJumps.h"
+
+namespace kestro::tool {
+namespace {
+
+constexpr std::int64_t kMs = 1000000;
+
+// Audio at 1000 Hz, so that a block has 40 samples and a sample takes 1 ms. In the expectation
+// "10a" is 10 ms of the first piece that was added, '-' silence; '|' ends a block.
+struct AudioCase {
+  char const* name;
+  std::vector<std::pair<int, int>> pieces;  // time and length in ms
+  char const* audio;
+  int limit_ms = -1;
+  char const* report = "";
+};
+
+AudioCase const kAudios[] = {
+    {"blocks", {{0, 50}, {50, 50}}, "40a|10a30b|20b|"},
+    {"begins a little late, and what follows too", {{5, 40}, {45, 40}}, "40a|40b|"},
+    {"begins late", {{6, 40}}, "6-34a|6a|", -1, "late 6"},
+    {"begins a little early", {{-5, 40}, {35, 40}}, "40a|40b|"},
+    {"begins early", {{-70, 50}, {-20, 60}}, "40b|", -1, "early 70"},
+    {"begins early by a part", {{-50, 60}}, "10a|", -1, "early 50"},
+    {"small gap", {{0, 30}, {50, 10}}, "30a10b|"},
+    {"gap at the end", {{0, 30}, {71, 9}}, "30a10-|31-9b|", -1, "0.041 s of gap at 0.030 s"},
+    {"late for less than a second", {{0, 50}, {110, 50}, {100, 50}}, "40a|10a30b|20b20c|30c|"},
+    {"gap",
+     {{0, 30}, {90, 10}, {100, 1100}},
+     "30a10-|40-|10-10b20c|40c|40c|40c|40c|",
+     280,
+     "0.060 s of gap at 0.030 s"},
+    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|", -1, "0.060 s of overlap at 0.080 s"},
+    {"clock drifts", {{0, 10}, {31, 10}}, "10a21-9b|1b|", -1, "drift 21"},
+    {"limit inside a block", {{0, 90}}, "40a|15a|", 55},
+    {"limit at a block", {{0, 90}}, "40a|40a|", 80},
+};
+
+TEST(AudioBlocks, KeepStep) {
+  for (AudioCase const& c : kAudios) {
+    SCOPED_TRACE(c.name);
+    AudioBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs);
+    std::int16_t letter = 'a';
+    for (auto const& [time, length] : c.pieces)
+      blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));
+    blocks.End();
+    std::string audio;
+    std::int64_t samples = 0;
+    while (blocks.Ready()) {
+      EXPECT_EQ(blocks.NextTime_ns(), samples * kMs);
+      Samples const block = blocks.Take();
+      samples += static_cast<std::int64_t>(block.size()) / 2;
+      for (std::size_t i = 0, begin = 0; i < block.size(); i += 2) {
+        if (i + 2 < block.size() && block[i + 2] == block[begin]) continue;
+        audio += std::to_string((i + 2 - begin) / 2) + (block[i] == 0 ? '-' : char(block[i]));
+        begin = i + 2;
+      }
+      audio += '|';
+    }
+    EXPECT_EQ(audio, c.audio);
+    std::string report;
+    auto const add = [&report](char const* what, std::int64_t length_ns) {
+      if (length_ns != 0) report += what + std::to_string(length_ns / kMs);
+    };
+    add("late ", blocks.Late_ns());
+    add("early ", blocks.Early_ns());
+    add("drift ", blocks.Drift_ns());
+    for (std::string const& line : blocks.Gaps().Lines("gap")) report += line;
+    for (std::string const& line : blocks.Overlaps().Lines("overlap")) report += line;
+    EXPECT_EQ(report.substr(0, report.find(';')), c.report);
+  }
+}
+
+// Frames at 25 fps. In the expectation "3" is a frame that is three frames later than the counted
+// time, and '!' a gap before it; frames that are like the one before are left out.
+struct FrameCase {
+  char const* name;
+  int count;
+  int (*time_ms)(int frame);  // in the order in which the frames are shown
+  char const* frames;
+  bool varies = false;
+};
+
+FrameCase const kFrames[] = {
+    {"steady", 300, [](int n) { return n * 40; }, "0"},
+    {"one lost frame", 300, [](int n) { return (n + (n >= 60)) * 40; }, "0 !1"},
+    {"two gaps close together", 300, [](int n) { return (n + 3 * (n >= 60) + 2 * (n >= 70)) * 40; },
+     "0 !3 !5"},
+    {"a gap at the end", 60, [](int n) { return (n + (n >= 50)) * 40; }, "0 !1"},
+    {"made up within a second", 300,
+     [](int n) { return n * 40 + (n >= 60 && n < 70 ? 400 - (n - 60) * 40 : 0); }, "0"},
+    {"jitter", 300, [](int n) { return n * 40 + n * 7919 % 17; }, "0"},
+    {"a slow clock", 1200, [](int n) { return n * 40 + n / 15; }, "0 1 2"},
+    {"varies", 300, [](int n) { return (n + n / 7) * 40; }, "0 1", true},
+    {"starts to vary", 999, [](int n) { return (n + std::max(0, n - 700) / 5) * 40; }, "0 !1",
+     true},
+};
+
+TEST(FrameClock, FindsLostFrames) {
+  for (FrameCase const& c : kFrames) {
+    for (std::size_t depth : {0, 2}) {  // with it, each third frame comes two frames early
+      SCOPED_TRACE(std::string(c.name) + ", depth " + std::to_string(depth));
+      FrameClock clock({25, 1}, {1, 1}, depth);
+      std::string frames, last;
+      int taken = 0;
+      auto const take = [&] {
+        for (; clock.Ready(); ++taken) {
+          FrameClock::Frame const frame = clock.Take();
+          EXPECT_EQ(frame.time_ns, c.time_ms(taken) * kMs);
+          auto const text = std::to_string((frame.off_ns + 20 * kMs - 1) / (40 * kMs));
+          if (text == last) continue;
+          frames += (frames.empty() ? "" : " ") + std::string(frame.gap ? "!" : "") + text;
+          last = text;
+        }
+      };
+      for (int i = 0; i < c.count; ++i) {
+        static constexpr int kTurn[] = {2, -1, -1};
+        clock.Add(c.time_ms(depth == 0 ? i : i + kTurn[i % 3]) * kMs);
+        take();
+      }
+      clock.End();
+      take();
+      EXPECT_EQ(taken, c.count);
+      EXPECT_EQ(clock.Varies(), c.varies);
+      EXPECT_EQ(c.varies ? frames.substr(0, std::strlen(c.frames)) : frames, c.frames);
+    }
+  }
+}
+
+TEST(Timeline, TakesGapsOutOfAllTracks) {
+  Timeline timeline({});
+  timeline.speed = {1, 2};
+  timeline.Settle(100);
+  EXPECT_EQ(timeline.Cut(50, 150), 50) << "what is settled stays";
+  EXPECT_EQ(timeline.Cut(200, 230), 30);
+  EXPECT_EQ(timeline.Cut(220, 230), 0);
+  EXPECT_TRUE(timeline.Settled(230));
+  EXPECT_FALSE(timeline.Settled(231));
+  std::pair<std::int64_t, std::int64_t> const times[] = {{-10, -5}, {100, 50}, {120, 50}, {150, 50},
+                                                         {190, 70}, {215, 75}, {330, 125}};
+  for (auto const& [input, audio] : times) {
+    EXPECT_EQ(timeline.Audio_ns(input), audio) << input;
+    EXPECT_EQ(timeline.Video_ns(input), input - timeline.CutBefore_ns(input)) << input;
+  }
+  using Kept = std::vector<std::pair<std::int64_t, std::int64_t>>;
+  EXPECT_EQ(timeline.Kept(90, 240), (Kept{{90, 100}, {150, 200}, {230, 240}}));
+  EXPECT_EQ(timeline.Kept(110, 140), Kept());
+  EXPECT_EQ(timeline.Kept(140, 160), (Kept{{150, 160}}));
+}
+
+// Two streams of packets of 100 ms; the second lags in the file.
+TEST(ClockJumps, MoveAllStreams) {
+  ClockJumps jumps;
+  auto const correct = [&jumps](int stream, std::int64_t time_ms) {
+    AVPacket packet{};
+    packet.stream_index = stream;
+    packet.pts = packet.dts = time_ms;
+    packet.duration = 100;
+    jumps.Correct(packet, {1, 1000});
+    EXPECT_EQ(packet.pts, packet.dts);
+    return packet.pts;
+  };
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(correct(i % 2, i / 2 * 100), i / 2 * 100);
+  EXPECT_EQ(correct(0, 3000), 3000) << "a gap is no jump";
+  EXPECT_EQ(correct(0, 50), 3100);
+  EXPECT_EQ(correct(1, 2500), 2500) << "its packets from before the jump follow";
+  EXPECT_EQ(correct(0, 150), 3200);
+  EXPECT_EQ(correct(1, 60), 3110);
+  EXPECT_EQ(jumps.Count(), 1u);
+  EXPECT_EQ(correct(0, 36000000), 3300) << "ten hours ahead";
+  EXPECT_EQ(jumps.Count(), 2u);
+}
+
+// Leading frames, by their position, of key frames of all kinds.
+TEST(OpenGroups, LeadOnlyWithReferences) {
+  struct {
+    std::optional<stream::NalCodec> codec;
+    int key, frame;  // first byte of the slice's header
+    bool leads;
+  } const cases[] = {
+      {stream::NalCodec::kH264, 0x65, 0x01, false}, {stream::NalCodec::kH264, 0x61, 0x01, true},
+      {stream::NalCodec::kHevc, 42, 16, true},      {stream::NalCodec::kHevc, 42, 18, true},
+      {stream::NalCodec::kHevc, 38, 12, false},     {std::nullopt, 0xFF, 0xD8, false},
+  };
+  for (auto const& c : cases) {
+    OpenGroups groups(c.codec);
+    auto const frame = [](int header) {
+      return Bytes{0, 0, 0, 1, static_cast<std::uint8_t>(header), 1, 2, 3};
+    };
+    EXPECT_FALSE(groups.Leads(frame(c.key), true, 100)) << c.key;
+    EXPECT_EQ(groups.Leads(frame(c.frame), false, 60), c.leads) << c.frame;
+    EXPECT_FALSE(groups.Leads(frame(c.frame), false, 140)) << c.frame;
+  }
+}
+
+}  // namespace
+}  // namespace kestro::tool

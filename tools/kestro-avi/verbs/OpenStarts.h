@@ -1,0 +1,28 @@
+// Counts frames that cannot be decoded because a file starts with an open group of pictures.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "media/Session.h"
+
+namespace kestro::tool {
+
+class OpenStarts {
+ public:
+  void Add(TimedPacket const& packet);  // of the track whose key frames start files
+  void AddFile(std::string const& path, std::int64_t time_ns);  // any thread
+
+  // One line for each file with such frames.
+  std::vector<std::string> Lines() const;
+
+ private:
+  mutable std::mutex _mutex;
+  std::int64_t _key_ns = 0;                  // the last key frame
+  std::map<std::int64_t, unsigned> _frames;  // by key frame, of the last ones and those in _files
+  std::map<std::int64_t, std::string> _files;
+};
+
+}  // namespace kestro::tool
