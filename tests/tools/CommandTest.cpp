@@ -29,7 +29,8 @@ TEST_F(CommandTest, InfoPrintsTheWholeDocument) {
   Result const info = Run("info --json a.avi");
   EXPECT_EQ(info.code, 0);
   json expected = json::parse(R"({"schema": 1, "files": [
-      {"file": "a.avi", "duration_ms": 1000, "index": "last", "tracks": [
+      {"file": "a.avi", "duration_ms": 1000, "skew_ms": 0, "index": "last",
+       "tracks": [
         {"number": 0, "type": "video", "handler": "H264", "codec": "h264", "width": 320,
          "height": 180, "frame_rate": 25, "chunks": 25, "key_chunks": 1, "duration_ms": 1000},
         {"number": 1, "type": "audio", "handler": "PCM", "codec": "pcm", "rate": 8000,
