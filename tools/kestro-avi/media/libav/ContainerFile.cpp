@@ -26,6 +26,17 @@ AVCodecID CodecOf(avi::AviTrack const& track) {
   }
 }
 
+// Whether a format can hold a codec so that readers find it again.
+static bool Accepts(AVOutputFormat const& format, AVCodecID codec) {
+  int const known = avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL);
+  if (known >= 0) return known != 0;
+  // The format has no list of codecs. Most of these formats write any data without an error.
+  std::string const name = format.name;
+  if (name == "mxf" || name == "mxf_opatom" || name == "swf") return true;  // they check the codec
+  bool const stream = name == "mpegts" || name == "mpeg" || name == "vob" || name == "svcd";
+  return stream && (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC);
+}
+
 bool ContainerFile::IsContainer(std::string const& path) {
   return av_guess_format(nullptr, path.c_str(), nullptr) != nullptr;
 }
@@ -57,7 +68,7 @@ ContainerFile::~ContainerFile() {
 
 void ContainerFile::AddTrack(ContainerTrack const& from) {
   AVCodecID const codec = CodecOf(*from.track);
-  if (avformat_query_codec(_format->oformat, codec, FF_COMPLIANCE_NORMAL) == 0)
+  if (!Accepts(*_format->oformat, codec))
     throw Error(kUnusable, _new.Path() + ": " + _format->oformat->name + " does not accept " +
                                avcodec_get_name(codec) + " (" + from.name + ")");
   AVStream* const stream = avformat_new_stream(_format.get(), nullptr);
