@@ -43,9 +43,10 @@ void ReadStreamHeader(RiffReader& reader, Chunk const& chunk, AviTrack& track) {
 static std::string VideoCodec(unsigned code) {
   static constexpr std::pair<unsigned, char const*> kNames[] = {
       {Convert4("h264"), "h264"},  {Convert4("avc1"), "h264"},  {Convert4("x264"), "h264"},
-      {Convert4("hevc"), "hevc"},  {Convert4("hev1"), "hevc"},  {Convert4("h265"), "hevc"},
-      {Convert4("mjpg"), "mjpeg"}, {Convert4("jpeg"), "mjpeg"}, {Convert4("xvid"), "mpeg4"},
-      {Convert4("fmp4"), "mpeg4"}, {Convert4("divx"), "mpeg4"}};
+      {Convert4("davc"), "h264"},  {Convert4("hevc"), "hevc"},  {Convert4("hev1"), "hevc"},
+      {Convert4("hvc1"), "hevc"},  {Convert4("h265"), "hevc"},  {Convert4("mjpg"), "mjpeg"},
+      {Convert4("jpeg"), "mjpeg"}, {Convert4("xvid"), "mpeg4"}, {Convert4("fmp4"), "mpeg4"},
+      {Convert4("divx"), "mpeg4"}};
   unsigned lower = code;
   for (int i = 0; i < 32; i += 8)
     if (unsigned const c = code >> i & 0xFF; c >= 'A' && c <= 'Z') lower |= 0x20u << i;
@@ -88,6 +89,11 @@ void ReadStreamFormat(RiffReader& reader, Chunk const& chunk, AviTrack& track) {
     // Negative for pictures stored from top to bottom.
     track.height = static_cast<unsigned>(std::llabs(static_cast<int>(fields.At32(8))));
     track.codec = VideoCodec(fields.At32(16));
+    constexpr int64 kFormat = 40, kMostExtra = 1 << 16;
+    int64 const extra = std::clamp<int64>(chunk.end - chunk.Payload() - kFormat, 0, kMostExtra);
+    track.extra.resize(static_cast<std::size_t>(extra));
+    track.extra.resize(
+        reader.Read(chunk.Payload() + kFormat, track.extra.data(), static_cast<unsigned>(extra)));
   } else if (track.type == "audio") {
     // An extensible format has the real one in its GUID.
     unsigned const tag = fields.At16(0), real = fields.At16(24);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "avi/RiffReader.h"
 
@@ -15,6 +16,7 @@ struct AviTrack {
   unsigned sampleRate = 0, channels = 0, bits = 0;  // audio
   unsigned scale = 0, rate = 0, length = 0;         // from the stream header
   unsigned bytesPerSecond = 0;                      // audio
+  std::vector<unsigned char> extra;  // video: what follows the format, such as an avcC record
 
   base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // `bytes`: of payload
   base::uint64 indexedChunks = 0;                     // with an index entry

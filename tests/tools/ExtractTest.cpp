@@ -4,6 +4,7 @@
 
 #include "EveryKind.h"
 #include "media/TextFile.h"
+#include "stream/NalUnits.h"
 
 namespace kestro::tool {
 namespace {
@@ -29,6 +30,73 @@ class ExtractTest : public EveryKind {
     return {std::istream_iterator<double>(text), {}};
   }
 };
+
+// Replaces the start codes of a recording's H.264 track 0 by lengths, and the parameter sets in the
+// frames by filler units: the only sets are then those of an avcC record in strf.
+static std::string LengthPrefixed(std::string bytes, avi::AviFile& avi) {
+  std::string sets[2];
+  avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+    if (avi::TrackOfCode(entry.id) != 0) return;
+    auto* const data = reinterpret_cast<unsigned char*>(&bytes[std::size_t(entry.offset) + 8]);
+    stream::NalUnits<stream::AllCodes> unit(stream::NalCodec::kH264, data, entry.size);
+    for (bool more = unit.More(); more;) {
+      auto const header = unit.Header();
+      std::size_t const begin = unit.Begin(), end = unit.End();
+      unit.Next();
+      more = unit.More();
+      std::size_t const size = end - (more ? 1 : 0) - begin;
+      for (unsigned i = 0; i < 4; ++i) data[begin - 1 - i] = std::uint8_t(size >> 8 * i);
+      if (header.ParameterSet() < 0) continue;
+      sets[header.ParameterSet()].assign(data + begin, data + begin + size);
+      data[begin] = 12;
+    }
+  });
+  std::string record = "\1" + sets[0].substr(1, 3) + "\xFF\xE1";
+  for (std::string const& set : sets)
+    record += std::string("\0", 1) + char(set.size()) + set + (&set == sets ? "\1" : "");
+  record.resize((record.size() + 1) / 2 * 2);
+  auto const added = static_cast<unsigned>(record.size());
+  auto const add = [&](std::size_t at) {
+    base::Store32(reinterpret_cast<unsigned char*>(&bytes[at]),
+                  base::Load32(reinterpret_cast<unsigned char*>(&bytes[at])) + added);
+  };
+  std::size_t const strf = bytes.find("strf"), index = bytes.rfind("idx1");
+  for (std::size_t at : {std::size_t{4}, bytes.find("hdrl") - 4, bytes.find("strl") - 4, strf + 4})
+    add(at);
+  for (std::size_t at = index + 16; at < bytes.size(); at += 16) add(at);
+  return bytes.insert(strf + 48, record);
+}
+
+// As record does.
+TEST_F(ExtractTest, ConvertsLengthPrefixedFrames) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
+  avi::AviFile recorded(At("a.avi"));
+  std::string const whole = LengthPrefixed(FileText(At("a.avi")), recorded);
+  std::string damaged = whole, cut = whole;
+  damaged[damaged.find("00dc", damaged.find("00dc") + 4) + 8] = '\x7F';  // in the second frame
+  cut[cut.find("\xFF\xE1") + 2] = '\x7F';                                // the length of the SPS
+  Write("whole.avi", whole), Write("damaged.avi", damaged), Write("cut.avi", cut);
+  Expect("",
+         {{"extract whole.avi --track 0:w.h264", 0, ""},
+          {"extract whole.avi --track 0:w.mkv", 0, ""},
+          {"repair whole.avi -o w.avi", 0, "kept 100 packets, "},
+          {"info whole.avi", 0, "25 fps, length-prefixed"},
+          {"info --json whole.avi", 0, "\"form\": \"length-prefixed\""},
+          {"verify --deep whole.avi", 0, "1 note\n  note length-prefixed"},
+          {"play whole.avi", 1, "track 0 are length-prefixed"},
+          {"extract damaged.avi --track 0:d.h264", 1, "track 0: 1 damaged frame written partly"},
+          {"extract damaged.avi --track 0:d.mkv", 1, "track 0: 1 damaged frame written partly"},
+          {"repair damaged.avi -o d.avi", 1, "kept 99 packets, "},
+          {"verify --deep damaged.avi", 1, "1 error, 1 note"},
+          {"extract cut.avi --track 0:c.h264", 1, "parameter sets in its header are damaged"},
+          {"verify cut.avi", 1, "error parameter-sets"},
+          {"repair cut.avi -o c.avi", 1, "parameter sets in its header are damaged"}});
+  Expect("verify --deep", {{"w.avi", 0, "clean"}, {"d.avi", 0, "clean"}});
+  EXPECT_EQ(Payload("w.avi", 0), FileText(At("w.h264")));
+  if (!Has("ffmpeg")) return;
+  for (char const* copy : {"whole.avi", "w.h264", "w.mkv", "w.avi"})
+    EXPECT_EQ(Pictures(copy), Pictures("media/clip25.h264")) << copy;
+}
 
 // With delimiters and without, three-byte start codes, several slices, reordered frames.
 TEST_F(ExtractTest, GivesBackWhatWasRecorded) {
@@ -198,6 +266,9 @@ TEST_F(ExtractTest, ExitCodes) {
                      {"a.avi -o old.wav", 3, "old.wav"},
                      {"text.avi", 4, "not a RIFF file"},
                      {"a.avi --track 0:x.mp4 --track 1:x.mp4", 4, "mp4 does not accept pcm_s16le"},
+                     {"a.avi --track 1:x.ts", 4, "mpegts does not accept pcm_s16le"},
+                     {"a.avi --track 1:x.ac3", 4, "ac3 does not accept pcm_s16le"},
+                     {"a.avi --track 0:y.ts", 0, "y.ts: "},
                      {"foreign.avi --track 0:x.mkv", 4, "cannot be extracted"},
                      {"foreign.avi -o others", 1, "video mpeg4 cannot be extracted"},
                      {"a.avi --force --track 1:old.wav", 0, "64.0 kB"}});

@@ -52,6 +52,7 @@ struct UnitCase {
     {"two-byte lengths", kShortRecord, "0002 41AA 0001 06", false, "|41AA |06"},
     {"length beyond the packet", kRecord, "00000002 41AA 000000FF 41", false, "|41AA", false},
     {"length cut off", kRecord, "00000002 41AA 0000", false, "|41AA", false},
+    {"start codes despite a record", kRecord, "|41AA :06", false, "|41AA |06"},
     {"key frame gets its sets", kRecord, "00000002 65AA", true, "|67AA |68BB |65AA"},
     {"sets follow the delimiter and precede SEI", kRecord,
      "00000002 09F0 00000002 0601 00000002 65AA", true, "|09F0 |67AA |68BB |0601 |65AA"},

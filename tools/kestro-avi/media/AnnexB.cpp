@@ -123,10 +123,15 @@ bool AnnexB::ReadHevcRecord(std::uint8_t const* extra, std::size_t size) {
 bool AnnexB::Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out) {
   out.clear();
   bool whole = true;
-  if (_lengthBytes != 0)
-    whole = AppendPrefixed(data, size, out);
-  else
+  // A writer may keep the record and store start codes. As a length, the first one would be 1.
+  bool const codes =
+      size >= sizeof kStartCode && std::equal(std::begin(kStartCode), std::end(kStartCode), data);
+  if (_lengthBytes != 0) whole = AppendPrefixed(data, size, out);
+  if (_lengthBytes == 0 || (!whole && codes)) {
+    out.clear();
     AppendWide(data, size, out);
+    whole = true;
+  }
   if (key) AddParameterSets(out);
   return whole;
 }

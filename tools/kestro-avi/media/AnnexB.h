@@ -28,10 +28,15 @@ class AnnexB {
   // Sets the container's parameter sets: an "avcC" or "hvcC" record, which means that access units
   // are length-prefixed, or a byte stream. Returns false for a damaged record.
   bool Configure(std::uint8_t const* extra, std::size_t size);
+  bool Prefixed() const { return _lengthBytes != 0; }  // whether there was such a record
 
   // Converts an access unit. Adds the container's parameter sets to key frames if the stream itself
   // has none. Returns false for damaged data; `out` then has the intact part.
   bool Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out);
+
+  // Adds the container's parameter sets to an access unit that Convert did not know to be a key
+  // frame.
+  void AddParameterSets(Bytes& unit);
 
  private:
   static constexpr std::size_t kMostKinds = 3;
@@ -39,7 +44,6 @@ class AnnexB {
   bool ReadAvcRecord(std::uint8_t const* extra, std::size_t size);
   bool ReadHevcRecord(std::uint8_t const* extra, std::size_t size);
   bool AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const;
-  void AddParameterSets(Bytes& unit);
 
   stream::NalCodec _codec;
   std::size_t _lengthBytes = 0;  // size of a length prefix; 0: the track is a byte stream

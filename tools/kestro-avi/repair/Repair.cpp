@@ -224,6 +224,10 @@ void Repairer::AddWarnings() {
   warn(counts.trimmed.packets, "packet(s) are stored without the " +
                                    std::to_string(counts.trimmed.bytes) +
                                    " bytes before their parameter sets or first slice");
+  for (avi::AviTrack const& track : _head.tracks)
+    if (FrameConverter const converter(track); converter.Needed() && converter.SetsDamaged())
+      _report.warnings.push_back("track " + std::to_string(&track - _head.tracks.data()) +
+                                 ": the parameter sets in its header are damaged");
   warn(counts.empty, "empty packet(s) get no index entries: later packets move forward in time");
 }
 

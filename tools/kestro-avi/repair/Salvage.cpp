@@ -5,7 +5,6 @@
 
 #include "base/LittleEndian.h"
 #include "stream/NalUnits.h"
-#include "verify/KeyFrame.h"
 
 namespace kestro::tool {
 
@@ -19,7 +18,8 @@ Salvage::Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> 
       _tracks(tracks),
       _sink(std::move(sink)),
       _position(begin),
-      _openKeys(tracks.size()) {
+      _openKeys(tracks.size()),
+      _converters(tracks.begin(), tracks.end()) {
   _counts.kept.resize(tracks.size());
   _counts.lost.resize(tracks.size());
 }
@@ -139,7 +139,8 @@ void Salvage::KeepPacket(avi::Chunk const& chunk, avi::IndexEntry const* entry, 
   auto const track = static_cast<std::size_t>(avi::TrackOfCode(chunk.id));
   auto const size = static_cast<unsigned>(chunk.size);
   _data.resize(size);
-  if (damaged || _file.Read(chunk.Payload(), _data.data(), size) != size || !IsIntact(chunk)) {
+  if (damaged || _file.Read(chunk.Payload(), _data.data(), size) != size || !IsIntact(chunk) ||
+      !Convert(track)) {
     AddLoss(chunk.id, chunk.offset, chunk.size);
     return;
   }
@@ -165,7 +166,8 @@ void Salvage::Trim(avi::AviTrack const& track, bool indexed) {
 
 // Whether the data looks right. Lost sectors read as zeros.
 bool Salvage::IsIntact(avi::Chunk const& chunk) {
-  avi::AviTrack const& track = _tracks[static_cast<std::size_t>(avi::TrackOfCode(chunk.id))];
+  auto const number = static_cast<std::size_t>(avi::TrackOfCode(chunk.id));
+  avi::AviTrack const& track = _tracks[number];
   if (_data.empty() || track.type == "audio") return true;  // zeros are silence
   auto const first = static_cast<std::size_t>(
       std::find_if(_data.begin(), _data.end(), [](std::uint8_t b) { return b != 0; }) -
@@ -174,7 +176,8 @@ bool Salvage::IsIntact(avi::Chunk const& chunk) {
   if (track.codec == "mjpeg")
     return first == 0 && _data.size() > 1 && _data[0] == 0xFF && _data[1] == 0xD8;
   bool const started = first >= 2 && _data[first] == 1;
-  if ((track.codec == "h264" || track.codec == "hevc") && !started) return false;
+  bool const codes = stream::NalCodecOf(track.codec) && !_converters[number].Needed();
+  if (codes && !started) return false;
   // A packet may end with zeros. Zeros of lost sectors start at a sector, and no chunk follows
   // them.
   auto const tail = static_cast<std::size_t>((chunk.Payload() + chunk.size) % kSector);
@@ -183,6 +186,14 @@ bool Salvage::IsIntact(avi::Chunk const& chunk) {
                                  [](std::uint8_t b) { return b == 0; });
   int64 const next = _file.Next(chunk);
   return !zeros || (next < _file.Size() && IsChunk(next, _file.Size()));
+}
+
+// Converts a frame to the form that is recorded. Returns false if it is damaged.
+bool Salvage::Convert(std::size_t track) {
+  if (!_converters[track].Needed()) return true;
+  bool const whole = _converters[track].Convert(_data.data(), _data.size(), _converted);
+  _data.swap(_converted);
+  return whole;
 }
 
 bool Salvage::IsKey(std::size_t track, avi::IndexEntry const* entry) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "avi/AviFile.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
@@ -91,6 +92,7 @@ class Salvage {
   int64 FindPacket(int64 from, int64 limit);
   void KeepPacket(avi::Chunk const& chunk, avi::IndexEntry const* entry, bool damaged = false);
   bool IsIntact(avi::Chunk const& chunk);
+  bool Convert(std::size_t track);
   void Trim(avi::AviTrack const& track, bool indexed);
   bool IsKey(std::size_t track, avi::IndexEntry const* entry);
   void AddLoss(unsigned id, int64 offset, int64 bytes);
@@ -103,8 +105,9 @@ class Salvage {
   std::optional<avi::IndexEntry> _waiting;         // the last entry, until the next one is known
   int64 _missingEnd = 0;                           // end of the chunk of the last missing entry
   std::multimap<int64, avi::IndexEntry> _missing;  // entries that point to no chunk, by offset
-  std::vector<bool> _openKeys;  // by track: the index marks open starts as key frames
-  std::vector<std::uint8_t> _data;
+  std::vector<bool> _openKeys;              // by track: the index marks open starts as key frames
+  std::vector<FrameConverter> _converters;  // by track
+  Bytes _data, _converted;
   bool _indexSeen = false;  // an index was found in the data: the data may end anywhere
   bool _stopped = false;
   SalvageCounts _counts;

@@ -8,11 +8,13 @@
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
+#include "cli/Text.h"
 #include "media/MediaModule.h"
 #include "media/NumberedFiles.h"
 #include "media/TextFile.h"
 #include "media/WaveFile.h"
 #include "verbs/TrackText.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
@@ -37,12 +39,11 @@ void ExtractVerb::AddTo(CLI::App& app) {
       "  kestro-avi extract -o tracks out.avi\n"
       "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
       "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n\n"
-      "Nothing is encoded. The extension of OUT selects the format: .h264 or .264, .h265 or "
-      ".hevc,\n"
-      ".mjpeg or .mjpg for a video stream, .wav for audio, .srt or .jsonl for text, a pattern "
-      "such\n"
-      "as shot-%04d.jpg for one file per picture (.txt: per text), any other extension for a\n"
-      "container of libavformat. Without --track, -o and --strd the tracks are listed.\n\n"
+      "Nothing is encoded; length-prefixed video gets start codes. The extension of OUT selects\n"
+      "the format: .h264 or .264, .h265 or .hevc, .mjpeg or .mjpg for a video stream, .wav for\n"
+      "audio, .srt or .jsonl for text, a pattern such as shot-%04d.jpg for one file per picture\n"
+      "(.txt: per text), any other extension for a container of libavformat. Without --track, -o\n"
+      "and --strd the tracks are listed.\n\n"
       "\"play\" does not show text and motion JPEG, which the demuxer does not read; \"extract\" "
       "reads\n"
       "them from the file. The file stores no time for a text: it gets the time of the next frame\n"
@@ -82,6 +83,36 @@ std::uint64_t ExtractVerb::BytesToRead(avi::AviFile const& avi, Targets const& t
   return bytes;
 }
 
+// Calls `sink` for the data of the selected tracks, with all frames in Annex B form, until it is
+// interrupted. Returns what is wrong with the data, one line each.
+std::vector<std::string> ExtractVerb::ReadTracks(
+    avi::AviFile& avi, std::vector<bool> const& selected, Progress& progress,
+    std::function<void(std::size_t, avi::Piece const&)> const& sink) {
+  std::vector<FrameConverter> converters(avi.Tracks().begin(), avi.Tracks().end());
+  std::vector<std::uint64_t> damaged(converters.size());
+  Bytes frame;
+  avi::TrackReader reader(avi, selected);
+  reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
+    if (converters[track].Needed()) {
+      damaged[track] += !converters[track].Convert(piece.data, piece.size, frame);
+      sink(track, {frame.data(), frame.size(), piece.position});
+    } else {
+      sink(track, piece);
+    }
+    progress.Update(_done += piece.size);
+    return !Interrupted();
+  });
+  auto faults = reader.Faults();
+  for (std::size_t i = 0; i < converters.size(); ++i) {
+    std::string const name = "track " + std::to_string(i) + ": ";
+    if (selected[i] && converters[i].Needed() && converters[i].SetsDamaged())
+      faults.push_back(name + "the parameter sets in its header are damaged");
+    if (damaged[i] != 0)
+      faults.push_back(name + Quantity(damaged[i], "damaged frame") + " written partly");
+  }
+  return faults;
+}
+
 // Containers store when each frame is shown, which must be known before the first one is written.
 void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress) {
   _orders.resize(avi.Tracks().size());
@@ -95,12 +126,10 @@ void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progres
             std::make_unique<FrameOrder>(LoadMedia().NewFrameParser(avi.Tracks()[track]));
     }
   if (std::count(selected.begin(), selected.end(), true) == 0) return;
-  avi::TrackReader(avi, selected).ForEach([&](std::size_t track, avi::Piece const& piece) {
+  ReadTracks(avi, selected, progress, [&](std::size_t track, avi::Piece const& piece) {
     FrameOrder& order = *_orders[track];
     while (order.Count() < piece.position) order.Add(nullptr, 0);
     order.Add(piece.data, piece.size);
-    progress.Update(_done += piece.size);
-    return !Interrupted();
   });
   for (auto const& order : _orders)
     if (order) order->Sort();
@@ -152,15 +181,13 @@ int ExtractVerb::Copy(avi::AviFile& avi, Targets const& targets, Progress& progr
       selected[target.tracks[n]] = true;
     }
   }
-  avi::TrackReader reader(avi, selected);
-  reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
-    for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
-    progress.Update(_done += piece.size);
-    return !Interrupted();
-  });
+  auto const faults =
+      ReadTracks(avi, selected, progress, [&](std::size_t track, avi::Piece const& piece) {
+        for (auto const& [output, number] : sinks[track]) output->Write(number, piece);
+      });
   if (Interrupted()) return kInterrupted;
   progress.End();
-  return Finish(targets, reader.Faults());
+  return Finish(targets, faults);
 }
 
 // Gets the chunk from the demuxer, as an application would.

@@ -1,6 +1,7 @@
 // kestro-avi extract: writes tracks of an AVI file to other files.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +26,9 @@ class ExtractVerb {
  private:
   void ListTracks(avi::AviFile const& avi) const;
   std::uint64_t BytesToRead(avi::AviFile const& avi, Targets const& targets) const;
+  std::vector<std::string> ReadTracks(
+      avi::AviFile& avi, std::vector<bool> const& selected, Progress& progress,
+      std::function<void(std::size_t, avi::Piece const&)> const& sink);
   void OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress);
   std::unique_ptr<Output> OpenOutput(avi::AviFile const& avi, Targets const& targets,
                                      Target const& target) const;

@@ -11,6 +11,7 @@
 #include "plot/Plot.h"
 #include "verbs/Targets.h"
 #include "verbs/TrackText.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
@@ -44,6 +45,7 @@ static Json TrackJson(avi::AviFile const& avi, std::size_t number) {
   avi::AviTrack const& track = avi.Tracks()[number];
   Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
   if (!track.codec.empty()) json["codec"] = track.codec;
+  if (FrameConverter(track).Needed()) json["form"] = "length-prefixed";
   if (track.type == "video") {
     json["width"] = track.width;
     json["height"] = track.height;

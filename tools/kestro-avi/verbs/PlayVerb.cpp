@@ -10,13 +10,18 @@
 #include "cli/Plugin.h"
 #include "cli/Text.h"
 #include "verify/FlaggedFrames.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
 using Mode = PlayOptions::Mode;
 
-// Warns when the demuxer cannot recognise key frames.
-void PlayVerb::CheckKeys(avi::AviFile& avi) {
+// Warns when the demuxer does not convert frames or cannot recognise key frames.
+void PlayVerb::CheckFrames(avi::AviFile& avi) {
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i)
+    if (_plan->Plays(i) && FrameConverter(avi.Tracks()[i]).Needed())
+      Warn("the frames of track " + std::to_string(i) +
+           " are length-prefixed: the demuxer does not convert them (\"repair\" does)");
   if (_options.mode != Mode::kFast && _options.mode != Mode::kBack) return;
   for (avi::IndexEntry const& entry : FlaggedFrames(avi)) {
     auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
@@ -188,7 +193,7 @@ int PlayVerb::Run() {
   if (!player.Opened()) Warn("a part that is needed for opening could not be read");
   if (_options.from_ms > avi.Duration_ms())
     Warn("--from is after the end, " + Seconds(avi.Duration_ms()));
-  CheckKeys(avi);
+  CheckFrames(avi);
   SetStart(player);
   return ListPackets(player, avi);
 }

@@ -21,7 +21,7 @@ class PlayVerb {
   int Run();
 
  private:
-  void CheckKeys(avi::AviFile& avi);
+  void CheckFrames(avi::AviFile& avi);
   void SetStart(Player& player);
   Player::Event Next(Player& player, Delivered& packet);
   Player::Event SeekTo(Player& player, int64 ms);

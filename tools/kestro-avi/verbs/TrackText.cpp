@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "cli/Text.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
@@ -21,6 +22,7 @@ std::string TrackText(avi::AviFile const& avi, std::size_t number) {
     std::snprintf(rate, sizeof rate, ", %.6g fps", static_cast<double>(track.rate) / track.scale);
     text += rate;
   }
+  if (FrameConverter(track).Needed()) text += ", length-prefixed";
   if (track.type == "audio")
     text += ", " + std::to_string(track.sampleRate) + " Hz, " +
             Quantity(track.channels, "channel") + ", " + std::to_string(track.bits) + " bits";

@@ -23,7 +23,8 @@ DataCheck::DataCheck(avi::AviFile& avi, std::vector<Stream>& streams, bool deep,
       _streams(streams),
       _deep(deep),
       _findings(findings),
-      _advance(advance) {
+      _advance(advance),
+      _converters(avi.Tracks().begin(), avi.Tracks().end()) {
   for (avi::Chunk const& chunk : avi.Tree())
     if (chunk.type == Convert4("movi")) _movis.push_back(chunk);
 }

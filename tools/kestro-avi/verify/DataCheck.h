@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "verify/Findings.h"
+#include "verify/FrameConverter.h"
 #include "verify/Streams.h"
 
 namespace kestro::tool {
@@ -45,6 +46,7 @@ class DataCheck {
   bool _deep;
   Findings& _findings;
   std::function<void(int64)> const& _advance;
+  std::vector<FrameConverter> _converters;  // by stream
 
   std::vector<avi::Chunk> _movis;
   avi::Chunk _movi;  // the current list

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "verify/KeyFrame.h"
+#include "verify/FrameConverter.h"
 
 namespace kestro::tool {
 
@@ -10,22 +10,21 @@ static constexpr unsigned kMostFrames = 64;  // to check: the second key frame c
 
 std::vector<avi::IndexEntry> FlaggedFrames(avi::AviFile& avi) {
   struct State {
+    FrameConverter converter;
     bool all;  // all entries so far have flags
     unsigned frames = 0;
     avi::IndexEntry other = {};  // the first that is not a key frame; id 0 for none
   };
   std::vector<State> states;
   for (avi::AviTrack const& track : avi.Tracks())
-    states.push_back({track.codec == "h264" || track.codec == "hevc"});
+    states.push_back({FrameConverter(track), track.codec == "h264" || track.codec == "hevc"});
   avi.ForEachEntry([&](avi::IndexEntry const& entry) {
     auto const number = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (number >= states.size()) return;
     State& state = states[number];
     state.all = state.all && entry.flags != 0;
     if (!state.all || state.other.id != 0 || ++state.frames > kMostFrames) return;
-    unsigned char start[4096];  // enough for what precedes the first slice
-    unsigned const n = avi.Reader().Read(entry.offset + 8, start, std::min(entry.size, 4096u));
-    if (PictureKind(avi.Tracks()[number].codec, start, n) == Picture::kOther) state.other = entry;
+    if (state.converter.KindOf(avi.Reader(), entry) == Picture::kOther) state.other = entry;
   });
   std::vector<avi::IndexEntry> list;
   for (State const& state : states)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "verify/FrameConverter.h"
+
 namespace kestro::tool {
 
 using base::Convert4;
@@ -125,6 +127,12 @@ void Check::CheckStream(Stream const& stream) {
   else if (format && track.codec == "pcm" && stream.sampleSize != 0)
     CheckPcm(stream);
   CheckLength(stream);
+  FrameConverter const converter(track);
+  if (!converter.Needed()) return;
+  _findings.Add(found::kPrefixed, stream.format.offset, "start codes", "lengths");
+  if (converter.SetsDamaged())
+    _findings.Add(found::kSets, stream.format.Payload() + 40, "parameter sets",
+                  "a damaged record of " + std::to_string(track.extra.size()) + " bytes");
 }
 
 void Check::CheckPcm(Stream const& stream) {

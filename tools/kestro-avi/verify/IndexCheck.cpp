@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "verify/DataCheck.h"
-#include "verify/KeyFrame.h"
 
 namespace kestro::tool {
 
@@ -59,7 +58,10 @@ void DataCheck::CheckEntry(avi::IndexEntry entry) {
                   std::to_string(_movi.Data()) + " to " + std::to_string(_movi.end), entry.offset);
     return;
   }
-  if (!avi::SizeAgrees(*stream->track, entry, chunk)) CheckSize(entry, chunk);
+  if (!avi::SizeAgrees(*stream->track, entry, chunk)) {
+    CheckSize(entry, chunk);
+    entry.size = static_cast<unsigned>(chunk.size);
+  }
   if (inside(_movi) && !CheckIndexedChunk(entry, chunk)) return;
   CheckKey(entry, *stream);
 }
@@ -139,9 +141,11 @@ void DataCheck::CheckKey(avi::IndexEntry const& entry, Stream& stream) {
   ++stream.entries;
   stream.keys += key;
   if (!_deep || !video || entry.size == 0) return;
-  unsigned char start[4096];  // enough for what precedes the first slice
-  unsigned const n = _reader.Read(entry.offset + 8, start, std::min(entry.size, 4096u));
-  Picture const picture = PictureKind(stream.track->codec, start, n);
+  auto const number = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
+  auto const picture = _converters[number].KindOf(_reader, entry);
+  if (!picture)
+    _findings.Add(found::kUnitLength, entry.offset, "lengths that fill the frame",
+                  std::to_string(entry.size) + " bytes");
   if (picture == Picture::kKey && !key)
     _findings.Add(found::kKeyUnmarked, entry.place, int64{avi::IndexEntry::kKey},
                   int64{entry.flags});

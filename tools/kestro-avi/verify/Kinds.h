@@ -49,6 +49,8 @@ inline constexpr Kind kAudioRate{"sound-rate", Severity::kWarning,
                                  "strh and strf of PCM audio have different rates"};
 inline constexpr Kind kAudioFormat{"sound-format", Severity::kWarning,
                                    "the fields of a PCM audio format contradict each other"};
+inline constexpr Kind kSets{"parameter-sets", Severity::kError,
+                            "the parameter sets in strf are damaged"};
 inline constexpr Kind kLength{"length", Severity::kWarning,
                               "the length in strh differs from the length of the track's data"};
 inline constexpr Kind kSkew{"track-skew", Severity::kNote,
@@ -92,6 +94,8 @@ inline constexpr Kind kNotIndexed{"not-indexed", Severity::kError,
 inline constexpr Kind kPadMissing{"pad-missing", Severity::kWarning,
                                   "no pad byte after a chunk of odd size"};
 inline constexpr Kind kPadValue{"pad-value", Severity::kWarning, "a pad byte is not zero"};
+inline constexpr Kind kUnitLength{"unit-length", Severity::kError,
+                                  "the lengths in a frame contradict its size"};
 inline constexpr Kind kAudioFrame{"sound-frame", Severity::kWarning,
                                   "a chunk of PCM audio ends inside a sample frame"};
 inline constexpr Kind kNoKey{"no-key", Severity::kWarning,
@@ -115,6 +119,9 @@ inline constexpr Kind kTrackOrder{
 inline constexpr Kind kAllKeys{
     "all-keys", Severity::kNote,
     "the index flags every frame of a track: for the demuxer any flag means a key frame"};
+inline constexpr Kind kPrefixed{
+    "length-prefixed", Severity::kNote,
+    "H.264 or HEVC with lengths: the demuxer needs start codes (\"repair\" converts)"};
 inline constexpr Kind kLarge{
     "beyond-2gib", Severity::kNote,
     "larger than 2 GiB: the demuxer and many players do not read the rest"};
