@@ -78,7 +78,7 @@ struct Event {
 
 struct RecorderOptions {
   // "cam-%05d.avi" creates cam-00001.avi and so on; "cam.avi" creates cam.avi, cam-00002.avi and so
-  // on. Numbers of existing files are skipped.
+  // on. Numbers of existing files are skipped. In the file name, %% is a percent sign.
   std::string path;
   bool overwrite = false;         // overwrite existing files instead of skipping their numbers
   std::vector<std::string> keep;  // files that must never be overwritten

@@ -1,6 +1,5 @@
 #include "recorder/SegmentNames.h"
 
-#include <algorithm>
 #include <filesystem>
 
 #include "avi/NumberedName.h"
@@ -14,11 +13,12 @@ namespace fs = std::filesystem;
 
 SegmentNames::SegmentNames(RecorderOptions const& options)
     : _options(options), _output(options.path), _numbered(avi::Numbered(options.path)) {
-  std::string const name = fs::path(_output).filename();
-  if (std::count(name.begin(), name.end(), '%') != (_numbered ? 1 : 0))
-    throw Refusal(Code::kInvalid,
-                  _output + ": use % in the name only for one number, such as %05d");
-  if (name.empty()) throw Refusal(Code::kInvalid, "\"" + _output + "\" is not a file name");
+  if (!avi::IsPattern(_output))
+    throw Refusal(Code::kInvalid, _output +
+                                      ": use % in the name only for one number, such as "
+                                      "%05d; %% is a percent sign");
+  if (fs::path(_output).filename().empty())
+    throw Refusal(Code::kInvalid, "\"" + _output + "\" is not a file name");
   std::error_code none;
   if (options.storage == nullptr && fs::is_directory(Name(1), none))
     throw Refusal(Code::kIo, Name(1) + ": is a directory");
@@ -26,8 +26,7 @@ SegmentNames::SegmentNames(RecorderOptions const& options)
 }
 
 std::string SegmentNames::Name(std::uint64_t number) const {
-  if (_numbered) return avi::NumberedName(_output, number);
-  if (number == 1) return _output;
+  if (_numbered || number == 1) return avi::NumberedName(_output, number);
   fs::path const path(_output);
   std::string const rest = path.stem().string() + "-%05d" + path.extension().string();
   return avi::NumberedName(path.parent_path() / rest, number);

@@ -12,8 +12,8 @@ namespace kestro::record {
 // cam-00002.avi and so on. Numbers of existing files are skipped unless they may be overwritten.
 class SegmentNames {
  public:
-  // `options` must outlive the object. Throws Refusal when the name has a % that is not a single
-  // number, or when the first file cannot be written.
+  // `options` must outlive the object. Throws Refusal when the name has a % that is neither a
+  // single number nor doubled, or when the first file cannot be written.
   explicit SegmentNames(RecorderOptions const& options);
 
   std::string Next();

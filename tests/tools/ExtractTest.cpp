@@ -150,12 +150,14 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
   Make("a.avi");
   Damage("a.avi", "long.avi", 0, kSize, 8);  // the first text
   MakeUnusual("a.avi");
-  Expect("extract", {{"a.avi -o out", 0, ""},
-                     {"a.avi --track 4:t.jsonl --track 4:t%d.txt --track 5:%02d.jpg", 0, ""},
-                     {"a.avi --track 5:t.mkv", 0, ""},
-                     {"a.avi --track 5:%02d.jpg", 2, "exists"},
-                     {"long.avi --track 4:l.srt", 1, "3 bytes, not 04tx of 8"},
-                     {"noindex.avi --track 4:n.srt", 0, ""}});
+  Expect("extract",
+         {{"a.avi -o out", 0, ""},
+          {"a.avi --track 4:t.jsonl --track 4:t%d.txt --track 5:%02d.jpg --track 5:%%%%d%d.jpg", 0,
+           ""},
+          {"a.avi --track 5:t.mkv", 0, ""},
+          {"a.avi --track 5:%02d.jpg", 2, "exists"},
+          {"long.avi --track 4:l.srt", 1, "3 bytes, not 04tx of 8"},
+          {"noindex.avi --track 4:n.srt", 0, ""}});
   char const* const names[] = {"a-0.h264", "a-1.h265", "a-2.wav", "a-3.wav", "", "a-5.mjpeg"};
   avi::AviFile const avi(At("a.avi"));
   for (int i = 0; i < kTracks; ++i) {
@@ -172,7 +174,8 @@ TEST_F(ExtractTest, GivesBackEveryKindOfTrack) {
   for (std::size_t i = 0; i < _texts.size(); ++i)
     EXPECT_EQ(FileText(At("t" + std::to_string(i + 1) + ".txt")), _texts[i].text);
   for (std::size_t i = 0; i < _pictures.size(); ++i)
-    EXPECT_EQ(FileText(At((i < 9 ? "0" : "") + std::to_string(i + 1) + ".jpg")), _pictures[i]);
+    for (std::string const start : {i < 9 ? "0" : "", "%%d"})
+      EXPECT_EQ(FileText(At(start + std::to_string(i + 1) + ".jpg")), _pictures[i]) << start << i;
   EXPECT_THAT(FileText(At("out/a-4.srt")), HasSubstr("\n4\n00:00:00,400 --> 00:00:02,400\nend\n"));
   // A reader of movi alone finds the texts in the same places.
   EXPECT_EQ(FileText(At("n.srt")), FileText(At("out/a-4.srt")));
