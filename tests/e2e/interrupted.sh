@@ -34,4 +34,16 @@ for signal in INT TERM HUP; do # and nobody reads the messages
   check "SIG$signal" 130 $?
   complete "SIG$signal" $signal.avi
 done
+for pipe in never.h264 never.jsonl; do # nobody writes to the pipe
+  mkfifo $pipe
+  env --default-signal "$tool" record -o never.avi $pipe 2>never.txt &
+  pid=$!
+  for _ in $(seq 200); do # until it catches signals
+    (($(awk '/SigCgt/ { print "0x" $2 }' /proc/$pid/status) & 2)) && break
+    sleep 0.05
+  done
+  kill -INT $pid
+  wait $pid
+  check "$pipe without a writer" "130 kestro-avi: $pipe: interrupted" "$? $(<never.txt)"
+done
 finish

@@ -1,14 +1,29 @@
 #include "media/libav/Input.h"
 
+#include "cli/Errors.h"
 #include "media/libav/CueFile.h"
 #include "media/libav/MediaInput.h"
 
 namespace kestro::tool {
 
-std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
-                                 Timeline& timeline) {
+static std::unique_ptr<Input> Open(std::string const& address, InputOptions const& options,
+                                   Timeline& timeline) {
   if (CueFile::IsCueFile(address)) return std::make_unique<CueFile>(address, options, timeline);
   return std::make_unique<MediaInput>(address, options, timeline);
+}
+
+std::unique_ptr<Input> OpenInput(std::string const& address, InputOptions const& options,
+                                 Timeline& timeline) {
+  auto const check = [&] {
+    if (options.interrupted()) throw Error(kInterrupted, address + ": interrupted");
+  };
+  check();  // a signal that has come would not end the wait for the writer of a pipe
+  try {
+    return Open(address, options, timeline);
+  } catch (Error const&) {
+    check();  // the signal ended that wait with an error
+    throw;
+  }
 }
 
 }  // namespace kestro::tool
