@@ -158,20 +158,25 @@ TEST_F(CommandTest, ExitCodes) {
 }
 
 TEST_F(CommandTest, MistypedNamesAreExplained) {
-  Expect("", {{"recrd -o x.avi play", 2, "unknown command 'recrd'; did you mean 'record'?\n"},
-              {"lpay", 2, "'lpay'; did you mean 'play'?\n"},
-              {"zzz", 2, "unknown command 'zzz' (see kestro-avi --help)\n"},
-              {"--verison", 2, "unknown option '--verison'; did you mean '--version'?\n"},
-              {"record --segment-sise 9 in", 2, "'--segment-sise'; did you mean '--segment-size'?"},
-              {"record --segment-tiem=9", 2, "'--segment-tiem'; did you mean '--segment-time'?\n"},
-              {"record --bogus in", 2, "unknown option '--bogus' (see kestro-avi record --help)\n"},
-              {"play --real a.avi", 2, "unknown option '--real'; did you mean '--realtime'?\n"},
-              {"play -- a.avi -b", 2, "unexpected argument '-b' (see kestro-avi play --help)\n"},
-              {"play --mode fsat a.avi", 2, "--mode: unknown value 'fsat'; did you mean 'fast'?\n"},
-              {"record --set listfil=2 -o x media/mono8k.wav", 2, "did you mean 'listfile'?\n"},
-              {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"},
-              {"record -i in -o x", 2, "unknown option '-i'; inputs are named without an option\n"},
-              {"record -y in -o x", 2, "unknown option '-y'; use --force\n"}});
+  Expect("",
+         {{"recrd -o x.avi play", 2, "unknown command 'recrd'; did you mean 'record'?\n"},
+          {"lpay", 2, "'lpay'; did you mean 'play'?\n"},
+          {"zzz", 2, "unknown command 'zzz' (see kestro-avi --help)\n"},
+          {"--verison", 2, "unknown option '--verison'; did you mean '--version'?\n"},
+          {"record --segment-sise 9 in", 2, "'--segment-sise'; did you mean '--segment-size'?"},
+          {"record --segment-tiem=9", 2, "'--segment-tiem'; did you mean '--segment-time'?\n"},
+          {"record --bogus in", 2, "unknown option '--bogus' (see kestro-avi record --help)\n"},
+          {"play --real a.avi", 2, "unknown option '--real'; did you mean '--realtime'?\n"},
+          {"play -- a.avi -b", 2, "unexpected argument '-b' (see kestro-avi play --help)\n"},
+          {"play --mode fsat a.avi", 2, "--mode: unknown value 'fsat'; did you mean 'fast'?\n"},
+          {"record --set listfil=2 -o x media/mono8k.wav", 2, "did you mean 'listfile'?\n"},
+          {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"},
+          {"record -i in -o x", 2, "unknown option '-i'; inputs are named without an option\n"},
+          {"record -y in -o x", 2, "unknown option '-y'; use --force\n"},
+          {"record --out x in", 2, "unknown option '--out'; did you mean '--output'?\n"},
+          {"play -y a.avi", 2, "unknown option '-y' (see kestro-avi play --help)\n"},
+          {"generate bash -o x", 2, "'-o'; the command writes to standard output\n"},
+          {"-i in -o x", 2, "unknown option '-i'; options follow a command, such as record\n"}});
 }
 
 TEST_F(CommandTest, ValuesThatCannotBeMeantAreRefused) {

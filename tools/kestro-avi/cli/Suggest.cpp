@@ -32,10 +32,19 @@ CLI::Validator Seekable() {
           ""};
 }
 
-// What takes the place of options that other programs have.
-static std::string Elsewhere(std::string const& option) {
-  if (option == "-i") return "; inputs are named without an option";
-  return option == "-y" ? "; use --force" : "";
+// What takes the place of options that other programs or commands have.
+static std::string Elsewhere(CLI::App const& app, std::string const& option) {
+  auto const is = [&option](std::initializer_list<char const*> names) {
+    return std::find(names.begin(), names.end(), option) != names.end();
+  };
+  bool const verb = app.get_parent() != nullptr;
+  if (!verb && is({"-i", "-o", "-y", "--force", "--input", "--out", "--output"}))
+    return "; options follow a command, such as record";
+  if (verb && is({"-i", "--input"})) return "; inputs are named without an option";
+  if (is({"-y", "--overwrite"}) && app.get_option_no_throw("--force") != nullptr)
+    return "; use --force";
+  bool const prints = verb && app.get_option_no_throw("--output") == nullptr;
+  return prints && is({"-o", "--out", "--output"}) ? "; the command writes to standard output" : "";
 }
 
 // The names of the options, or of the commands that the help shows.
@@ -59,7 +68,7 @@ static std::string ExplainRest(CLI::App const& app, std::string const& command) 
   bool const option = !ended && word.size() > 1 && word[0] == '-';
   if (option) word.resize(std::min(word.size(), word.find('=')));
   bool const verb = app.get_parent() == nullptr;
-  std::string meant = option ? Elsewhere(word) : "";
+  std::string meant = option ? Elsewhere(app, word) : "";
   if (meant.empty() && (option || verb)) meant = DidYouMean(word, Names(app, option));
   char const* const what = option ? "unknown option"
                            : verb ? "unknown command"
