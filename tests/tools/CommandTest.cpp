@@ -254,6 +254,25 @@ TEST_F(TerminalTest, ColoursTreesOnTerminalsOnly) {
   EXPECT_EQ(Replaced(OnTerminal("NO_COLOR=1", "info --tree a.avi").out, "\r", ""), plain);
 }
 
+TEST_F(TerminalTest, EscapesControlCharactersInFileNames) {
+  if (!Has("script")) GTEST_SKIP() << "no script";
+  std::string const name = "n\033[31m\n\t\xC2\x9B\xC3\xA4";
+  std::string const shown = "n\\x1b[31m\\n\\t\\xc2\\x9b\xC3\xA4";
+  fs::copy_file(At("a.avi"), At(name + ".avi"));
+  Write(name + ".txt", "no film");
+  for (std::string line : {"info n*.avi", "verify n*.avi", "play n*.avi", "extract n*.avi",
+                           "extract --force -o . n*.avi", "repair --force n*.avi -o o.avi",
+                           "repair --force a.avi -o n*.avi", "record -o x.avi n*.txt",
+                           "play --mode n*.txt a.avi", "n*.txt"}) {
+    EXPECT_THAT(OnTerminal("NO_COLOR=1", line).out,
+                testing::AllOf(HasSubstr(shown), testing::Not(HasSubstr("n\033")),
+                               testing::Not(HasSubstr("\t\xC2"))))
+        << line;
+    Result const piped = Run(line);
+    EXPECT_THAT(piped.out + piped.err, HasSubstr(name)) << line;
+  }
+}
+
 TEST_F(TerminalTest, ProgressEndsWithTheTotal) {
   auto const last = [](std::string const& text) {
     auto const at = text.rfind("{\"verb\"");

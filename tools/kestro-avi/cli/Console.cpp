@@ -16,6 +16,7 @@
 
 #include "base/Console.h"
 #include "cli/Errors.h"
+#include "cli/Escaped.h"
 
 namespace kestro::tool {
 
@@ -118,7 +119,7 @@ void ShowCapturedPrints() {
   std::string text(CapturedPrints());
   if (text.empty()) return;
   if (text.back() == '\n') text.pop_back();
-  WriteErrorLine(std::string(kHeading) + text);
+  WriteErrorLine(std::string(kHeading) + text, true);
 }
 
 // Removes the status line. Call with the lock held.
@@ -127,9 +128,16 @@ static void ClearStatus() {
   statusShown = false;
 }
 
+static bool IsTerminal(int file) { return isatty(file) == 1; }
+
+std::string Shown(std::string const& name) {
+  return IsTerminal(standardOutput) ? Escaped(name, false) : name;
+}
+
 void WriteData(std::string const& text) {
-  if (std::lock_guard lock(terminal); statusShown && isatty(standardOutput) == 1) ClearStatus();
-  if (WriteAll(standardOutput, text)) return;
+  bool const shown = IsTerminal(standardOutput);
+  if (std::lock_guard lock(terminal); shown && statusShown) ClearStatus();
+  if (WriteAll(standardOutput, shown ? Escaped(text, true) : text)) return;
   if (errno == EPIPE) {  // die as other programs do
     std::signal(SIGPIPE, SIG_DFL);
     std::raise(SIGPIPE);
@@ -142,21 +150,21 @@ bool ColouredOutput() {
     char const* const value = std::getenv(name);
     return std::string(value == nullptr ? "" : value);
   };
-  return isatty(standardOutput) == 1 && variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+  return IsTerminal(standardOutput) && variable("NO_COLOR").empty() && variable("TERM") != "dumb";
 }
 
 void ShowStatus(std::string const& text) {
   std::lock_guard lock(terminal);
   ClearStatus();
-  std::fputs(text.c_str(), stderr);
+  std::fputs(Escaped(text, false).c_str(), stderr);
   std::fflush(stderr);
   statusShown = !text.empty();
 }
 
-void WriteErrorLine(std::string const& line) {
+void WriteErrorLine(std::string const& text, bool page) {
   std::lock_guard lock(terminal);
   ClearStatus();
-  std::string const whole = line + "\n";
+  std::string const whole = (IsTerminal(STDERR_FILENO) ? Escaped(text, page) : text) + "\n";
   std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
 

@@ -1,4 +1,5 @@
-// Output of the tool: data on standard output, everything else on standard error.
+// Output of the tool: data on standard output, everything else on standard error. On a terminal,
+// control characters are escaped; files and pipes get all text as it is.
 #pragma once
 
 #include <string>
@@ -22,6 +23,10 @@ void ShowCapturedPrints();
 // has gone.
 void WriteData(std::string const& text);
 
+// A file name as a part of text for WriteData, which keeps line ends and colours on a terminal:
+// this escapes those of the name, too.
+std::string Shown(std::string const& name);
+
 // Writes the line "kestro-avi: text" to standard error.
 void Report(std::string const& text);
 
@@ -32,7 +37,8 @@ bool ColouredOutput();
 // removes it.
 void ShowStatus(std::string const& text);
 
-// Writes a line to standard error as it is, not mixed with others.
-void WriteErrorLine(std::string const& line);
+// Writes text and a line end to standard error, not mixed with others. `page`: the text has several
+// lines.
+void WriteErrorLine(std::string const& text, bool page = false);
 
 }  // namespace kestro::tool

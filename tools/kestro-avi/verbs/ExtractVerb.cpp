@@ -52,12 +52,12 @@ void ExtractVerb::AddTo(CLI::App& app) {
 
 void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
   Targets const targets(avi, _file);
-  std::string text = _file + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
+  std::string text = Shown(_file) + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
     std::string const name = targets.NameFor(i);
     text += TrackText(avi, i);
     text += name.empty() ? "    cannot be extracted\n"
-                         : "    --track " + std::to_string(i) + ":" + name + "\n";
+                         : "    --track " + std::to_string(i) + ":" + Shown(name) + "\n";
   }
   WriteData(text +
             "Several tracks may go to one container, such as .mkv; -o DIR writes all tracks.\n");

@@ -122,7 +122,7 @@ static std::string TreeText(avi::AviFile const& avi, bool whole) {
 }
 
 static std::string FileText(std::string const& path, avi::AviFile const& avi, bool tree) {
-  std::string text = path + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
+  std::string text = Shown(path) + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
                      Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace());
   if (avi.Skew_ms() > 0) text += ", tracks end " + Seconds(avi.Skew_ms()) + " apart";
   text += "\n";

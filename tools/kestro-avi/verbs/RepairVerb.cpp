@@ -62,8 +62,8 @@ static char const* Name(Source source) {
 
 std::string RepairVerb::Text(RepairReport const& report) const {
   SalvageCounts const& counts = report.counts;
-  std::string text =
-      _job.input + ": kept " + Packets(report.kept) + "; lost " + Packets(report.lost) + "\n";
+  std::string text = Shown(_job.input) + ": kept " + Packets(report.kept) + "; lost " +
+                     Packets(report.lost) + "\n";
   for (std::size_t i = 0; i < report.tracks.size(); ++i) {
     text += "  track " + std::to_string(i) + ": " + report.tracks[i].Kind() + ": kept " +
             Packets(counts.kept[i]);
@@ -74,10 +74,11 @@ std::string RepairVerb::Text(RepairReport const& report) const {
       text += " (track " + std::to_string(number) + " of OUT)";
     text += "\n";
   }
-  text += "  found by the " +
-          (report.source == Source::kImage ? "index of " + report.image : std::string("index")) +
-          ": " + Quantity(counts.indexed, "packet") +
-          "; in the data: " + std::to_string(counts.found) + "\n";
+  text +=
+      "  found by the " +
+      (report.source == Source::kImage ? "index of " + Shown(report.image) : std::string("index")) +
+      ": " + Quantity(counts.indexed, "packet") + "; in the data: " + std::to_string(counts.found) +
+      "\n";
   auto const line = [&text](base::uint64 count, char const* what) {
     if (count != 0) text += "  " + std::to_string(count) + " " + what + "\n";
   };

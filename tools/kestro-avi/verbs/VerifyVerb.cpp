@@ -72,7 +72,7 @@ static std::string Summary(bool usable, Findings const& findings) {
 
 // A paragraph for each kind of finding, with offsets, expected and found values in columns.
 static std::string FileText(std::string const& path, bool usable, Findings const& findings) {
-  std::string text = path + ": " + Summary(usable, findings) + "\n";
+  std::string text = Shown(path) + ": " + Summary(usable, findings) + "\n";
   for (auto const& group : findings.Groups()) {
     text += std::string("  ") + Text(group.kind->severity) + " " + group.kind->id + ": " +
             group.kind->meaning + "\n";
