@@ -108,6 +108,32 @@ TEST_F(CommandTest, AudioOfAPartBeginsWithItsKeyFrame) {
   EXPECT_EQ(Payload("s.avi", 0), audio.substr(kSecond / 10, kSecond / 10));
 }
 
+TEST_F(CommandTest, SkipsDamagedPictures) {
+  Expect("", {{"record -o a.avi --fps 15 media/clip15.mjpeg", 0, ""},
+              {"extract --track 0:s%02d.jpg a.avi", 0, "15 files"},
+              {"record -o b.avi --fps 15 s%02d.jpg", 0, "15 packets"}});
+  EXPECT_EQ(FileText(At("b.avi")), FileText(At("a.avi")));
+  std::string large = FileText(At("s12.jpg")), good;
+  large.at(large.find("\xFF\xC0") + 6) ^= 1;
+  Write("s12.jpg", large);
+  Write("s05.jpg", FileText(At("s05.jpg")).substr(0, 500));
+  Write("s06.jpg", "");
+  Write("s08.jpg", "text");
+  for (char const* lost : {"s01.jpg", "s09.jpg", "s10.jpg"}) fs::remove(At(lost));
+  fs::create_directory(At("s16.jpg"));
+  Result const result = Run("record -o c.avi --fps 15 s%02d.jpg");
+  EXPECT_EQ(result.code, 1);
+  for (char const* said :
+       {"s05.jpg: cut off\n", "s06.jpg: empty\n", "s08.jpg: not a JPEG picture\n",
+        "s09.jpg to s10.jpg: missing\n", "s12.jpg: 98x55, unlike the first picture (98x54)\n",
+        "s16.jpg: ", "s%02d.jpg: 6 pictures left out"})
+    EXPECT_THAT(result.err, HasSubstr(std::string("warning: ") + said));
+  for (char const* left : {"02", "03", "04", "07", "11", "12", "13", "14", "15"})
+    good += FileText(At(std::string("s") + left + ".jpg"));
+  EXPECT_EQ(Run("extract --track 0:c.mjpeg c.avi").code, 0);
+  EXPECT_EQ(FileText(At("c.mjpeg")), good);
+}
+
 TEST_F(CommandTest, ExitCodes) {
   Write("rateless.h264", kRateless + std::string(385, '\x80'));
   Write("old.avi", "old");
@@ -116,6 +142,7 @@ TEST_F(CommandTest, ExitCodes) {
   Write("none.json", " \n");
   Write("no-film.txt", "not a film\n");
   Write("empty.h264", "");
+  Write("e1.jpg", "");
   Expect("",
          {{"", 2, "missing command"},
           {"--version", 0, ""},
@@ -152,7 +179,10 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi media/clip25.h264 missing.jsonl", 3, "missing.jsonl: No such"},
           {"record --force -o old.avi missing.h264", 3, "missing.h264: No such file or directory"},
           {"record --force -o media/clip25.h264 media/clip25.h264", 2, "input"},
-          {"record --force -o media media/clip25.h264", 3, "directory"}});
+          {"record --force -o media media/clip25.h264", 3, "directory"},
+          {"record -o x.avi --fps 5 s-9.jpg s-10.jpg", 2, "use \"s-%d.jpg\" for a series"},
+          {"record -o x.avi --fps 5 none/%d.jpg", 3, "none/%d.jpg: No such"},
+          {"record -o x.avi --fps 5 e%d.jpg", 4, "no complete picture; e1.jpg: empty"}});
   EXPECT_FALSE(fs::exists(At("x.avi")));
   EXPECT_EQ(FileText(At("old.avi")), "old");
 }

@@ -4,7 +4,9 @@
 #include "cli/Text.h"
 #include "media/AnnexB.h"
 #include "media/FrameRate.h"
+#include "media/Jpeg.h"
 #include "media/Scaled.h"
+#include "media/SeriesName.h"
 #include "media/libav/InputSession.h"
 #include "media/libav/SubtitleDecoder.h"
 
@@ -176,6 +178,59 @@ TEST(Text, IsPlain) {
     EXPECT_EQ(PlainText(std::string("0,1,Default,,0,0,0,,") + in, true), out);
   EXPECT_EQ(PlainText("0,1,Default,,0,0,0,,{text} {\\an8}", false), "{text} ");
   EXPECT_EQ(PlainText("no event", true), "");
+}
+
+TEST(Jpeg, IsWalkedToItsEnd) {
+  std::string const frame = "FFC0 0008 08 0012 0034 00",
+                    scan = "FFDA 0003 00 12 FF00 FFD7 FFFF00 34";
+  std::pair<std::string, std::string> const cases[] = {
+      {"FFD8" + frame + scan + "FFD9", "52x18"},
+      {"FFD8 FFE1 0006 FFD9FFD9" + frame + scan + "FF C4 0003 00" + scan + "FFFFD9 0000", "52x18"},
+      {"FFD8 FFFF C2 0008 08 0012 0034 00" + scan + "FFD9", "52x18"},
+      {"", "empty"},
+      {"FFD9" + frame, "not a JPEG picture"},
+      {"FFD8" + frame + scan, "cut off"},
+      {"FFD8" + frame + scan + "FF", "cut off"},
+      {"FFD8" + frame + "FFC4 0009 00 FFD9", "cut off"},
+      {"FFD8" + frame + "00" + scan + "FFD9", "damaged"},
+      {"FFD8 FFC4 0008 08 0012 0034 00 FFD9", "damaged"},
+      {"FFD8 FFC0 0003 08 FFD9", "damaged"},
+  };
+  for (auto const& [hex, expected] : cases) {
+    Bytes const bytes = Hex(hex);
+    JpegCheck const check = CheckJpeg(bytes.data(), bytes.size());
+    EXPECT_EQ(check.fault != nullptr
+                  ? check.fault
+                  : std::to_string(check.width) + "x" + std::to_string(check.height),
+              expected)
+        << hex;
+  }
+}
+
+TEST(Series, NamesFollowThePattern) {
+  struct {
+    char const *pattern, *path;
+    std::optional<std::uint32_t> number;
+  } const names[] = {
+      {"a/s%%2%03d.jpg", "s%2007.jpg", 7}, {"s%d.JPEG", "s12.JPEG", 12},
+      {"s%03d.jpg", "s1000.jpg", 1000},    {"s%03d.jpg", "s07.jpg", {}},
+      {"s%03d.jpg", "s0007.jpg", {}},      {"s%d.jpg", "s-1.jpg", {}},
+      {"s%d.jpg", "s1.jpg.jpg", {}},       {"s%d.jpg", "s.jpg", {}},
+  };
+  for (auto const& c : names)
+    EXPECT_EQ(SeriesName::Parse(c.pattern).value().NumberOf(c.path), c.number) << c.path;
+  for (char const* other :
+       {"s.jpg", "s%%d.jpg", "s%d%d.jpg", "s%x.jpg", "s%d/a.jpg", "s%d.png", "http://s/%d.jpg"})
+    EXPECT_FALSE(SeriesName::Parse(other)) << other;
+  std::pair<std::vector<std::string>, char const*> const lists[] = {
+      {{"a/shot-0010.jpg", "x.wav", "a/shot-0011.jpg"}, "a/shot-%04d.jpg"},
+      {{"9%.jpg", "10%.jpg"}, "%d%%.jpg"},
+      {{"1-7.jpg", "2-7.jpg"}, "%d-7.jpg"},
+      {{"1-7.jpg", "2-8.jpg"}, ""},
+      {{"a.jpg", "b.jpg"}, ""},
+      {{"1.jpg"}, ""},
+  };
+  for (auto const& [paths, pattern] : lists) EXPECT_EQ(SeriesPattern(paths), pattern) << paths[0];
 }
 
 // The place of a text: the number of video frames before it.

@@ -11,6 +11,7 @@
 #include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
+#include "media/SeriesName.h"
 
 namespace kestro::tool {
 
@@ -166,6 +167,8 @@ static std::vector<char> ReadFile(std::string const& path) {
 }
 
 void RecordOptions::Check() {
+  if (std::string const pattern = SeriesPattern(addresses); !pattern.empty())
+    throw Error(kUsage, "use \"" + pattern + "\" for a series of pictures");
   if (!_rate.empty()) input.rate = ParseRate(_rate);
   input.video = !_noVideo;
   input.audio = !_noAudio;

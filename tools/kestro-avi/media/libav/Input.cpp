@@ -3,12 +3,15 @@
 #include "cli/Errors.h"
 #include "media/libav/CueFile.h"
 #include "media/libav/MediaInput.h"
+#include "media/libav/PictureSeries.h"
 
 namespace kestro::tool {
 
 static std::unique_ptr<Input> Open(std::string const& address, InputOptions const& options,
                                    Timeline& timeline) {
   if (CueFile::IsCueFile(address)) return std::make_unique<CueFile>(address, options, timeline);
+  if (auto const series = SeriesName::Parse(address))
+    return std::make_unique<PictureSeries>(address, *series, options, timeline);
   return std::make_unique<MediaInput>(address, options, timeline);
 }
 

@@ -25,7 +25,7 @@ class Input {
   // Why reading stopped before the end: a system error. Empty if it did not.
   std::string const& Failure() const { return _failure; }
   // Damage and other problems, one line each.
-  std::vector<std::string> const& Findings() const { return _findings; }
+  virtual std::vector<std::string> Findings() const { return _findings; }
   // Streams that are left out, one line each.
   std::vector<std::string> const& Notes() const { return _notes; }
 

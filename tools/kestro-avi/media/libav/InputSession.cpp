@@ -177,8 +177,10 @@ std::vector<std::string> InputSession::Failures() const {
 
 std::vector<std::string> InputSession::Findings() const {
   std::vector<std::string> findings = _findings;
-  for (auto const& input : _inputs)
-    findings.insert(findings.end(), input->Findings().begin(), input->Findings().end());
+  for (auto const& input : _inputs) {
+    auto const own = input->Findings();
+    findings.insert(findings.end(), own.begin(), own.end());
+  }
   for (Track const* track : _tracks)
     for (std::string const& text : track->Findings())
       findings.push_back(track->Info().name + ": " + text);
