@@ -143,6 +143,8 @@ TEST_F(CommandTest, ExitCodes) {
   Write("no-film.txt", "not a film\n");
   Write("empty.h264", "");
   Write("e1.jpg", "");
+  Write("l.srt", "1\n00:00:00,500 --> 00:00:01,000\n\xE4\n");
+  Write("text.vtt", "no subtitles");
   Expect("",
          {{"", 2, "missing command"},
           {"--version", 0, ""},
@@ -177,6 +179,9 @@ TEST_F(CommandTest, ExitCodes) {
           {"record -o x.avi media/clip25.h264 bad.jsonl", 4, "bad.jsonl, line 2: "},
           {"record -o x.avi media/clip25.h264 none.json", 4, "no text"},
           {"record -o x.avi media/clip25.h264 missing.jsonl", 3, "missing.jsonl: No such"},
+          {"record -o x.avi media/clip25.h264 l.srt", 4, "l.srt, line 3: not UTF-8 (--text-enc"},
+          {"record -o x.avi media/clip25.h264 text.vtt", 4, "text.vtt: contains no text"},
+          {"record -o x.avi --text-encoding l1x media/clip25.h264", 2, "unknown encoding \"l1x\""},
           {"record --force -o old.avi missing.h264", 3, "missing.h264: No such file or directory"},
           {"record --force -o media/clip25.h264 media/clip25.h264", 2, "input"},
           {"record --force -o media media/clip25.h264", 3, "directory"},

@@ -7,6 +7,7 @@
 #include "media/Jpeg.h"
 #include "media/Scaled.h"
 #include "media/SeriesName.h"
+#include "media/TextEncoding.h"
 #include "media/libav/InputSession.h"
 #include "media/libav/SubtitleDecoder.h"
 
@@ -231,6 +232,33 @@ TEST(Series, NamesFollowThePattern) {
       {{"1.jpg"}, ""},
   };
   for (auto const& [paths, pattern] : lists) EXPECT_EQ(SeriesPattern(paths), pattern) << paths[0];
+}
+
+TEST(Text, IsConvertedToUtf8) {
+  struct {
+    std::string text, encoding, result;  // or the error
+  } const cases[] = {
+      {"z\xC3\xA4", "", "z\xC3\xA4"},
+      {"z\n\xE4", "", "f, line 2: not UTF-8 (--text-encoding sets the encoding)"},
+      {"z\n\xE4", "latin1", "z\n\xC3\xA4"},
+      {"\xEF\xBB\xBFz", "latin1", "z"},
+      {{"\xFF\xFEz\0\xE4\0", 6}, "", "z\xC3\xA4"},
+      {{"\xFE\xFF\0z\0\xE4", 6}, "", "z\xC3\xA4"},
+      {{"\xFF\xFEz\0\xE4", 5}, "", "f, line 1: not UTF-16LE"},
+      {{"z\0\xE4\0", 4}, "UTF-16LE", "z\xC3\xA4"},
+      {{"z\0z\0", 4}, "", "f, line 1: not UTF-8"},
+      {"\xC3", "", "f, line 1: not UTF-8"},
+      {std::string(5000, '\n') + "\xFF", "EUC-JP", "f, line 5001: not EUC-JP"},
+  };
+  for (auto const& c : cases) {
+    std::string result;
+    try {
+      result = ToUtf8(c.text, c.encoding, "f");
+    } catch (Error const& error) {
+      result = error.what();
+    }
+    EXPECT_EQ(result.substr(0, c.result.size()), c.result) << c.text;
+  }
 }
 
 // The place of a text: the number of video frames before it.

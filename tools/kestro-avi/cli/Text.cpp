@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cmath>
+#include <filesystem>
 
 #include "cli/Errors.h"
 
@@ -42,6 +43,13 @@ std::uint64_t ParseSize(std::string const& option, std::string const& text) {
   if (bytes < 0 || bytes > kLargest)
     throw Error(kUsage, option + ": \"" + text + "\" is not a size (bytes, or with K, M or G)");
   return static_cast<std::uint64_t>(bytes);
+}
+
+std::string Extension(std::string const& path) {
+  std::string extension = std::filesystem::path(path).extension();
+  for (char& c : extension)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 'a' - 'A');
+  return extension;
 }
 
 }  // namespace kestro::tool

@@ -21,4 +21,7 @@ std::int64_t ParseTime_ns(std::string const& option, std::string const& text);
 // names the option.
 std::uint64_t ParseSize(std::string const& option, std::string const& text);
 
+// The extension of a file name in lower case, with its dot; empty for none.
+std::string Extension(std::string const& path);
+
 }  // namespace kestro::tool

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "cli/Text.h"
+
 namespace kestro::tool {
 
 namespace fs = std::filesystem;
@@ -16,9 +18,7 @@ static bool IsNumber(std::string const& text) {
 }
 
 static bool IsJpegName(std::string const& path) {
-  std::string extension = fs::path(path).extension();
-  for (char& c : extension)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 'a' - 'A');
+  std::string const extension = Extension(path);
   return extension == ".jpg" || extension == ".jpeg";
 }
 

@@ -12,6 +12,7 @@
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "media/SeriesName.h"
+#include "media/TextEncoding.h"
 
 namespace kestro::tool {
 
@@ -80,6 +81,8 @@ void RecordOptions::AddTracks(CLI::App& app) {
   app.add_flag("--no-audio", _noAudio, "Do not record audio");
   app.add_flag("--no-video", _noVideo, "Do not record video");
   app.add_flag("--no-text", _noText, "Do not record text");
+  app.add_option("--text-encoding", input.textEncoding, "Encoding of the texts [UTF-8]")
+      ->type_name("NAME");
   app.add_option("--start", _start, "Start at the key frame at or before this time")
       ->type_name("T");
   app.add_option("--duration", _duration, "Record only this long")->type_name("T");
@@ -170,6 +173,9 @@ void RecordOptions::Check() {
   if (std::string const pattern = SeriesPattern(addresses); !pattern.empty())
     throw Error(kUsage, "use \"" + pattern + "\" for a series of pictures");
   if (!_rate.empty()) input.rate = ParseRate(_rate);
+  if (!input.textEncoding.empty() && !IsEncoding(input.textEncoding))
+    throw Error(kUsage, "--text-encoding: unknown encoding \"" + input.textEncoding +
+                            "\" (\"iconv -l\" lists the known ones)");
   input.video = !_noVideo;
   input.audio = !_noAudio;
   input.text = !_noText;

@@ -6,6 +6,7 @@
 #include "avi/NumberedName.h"
 #include "cli/Errors.h"
 #include "cli/NewFile.h"
+#include "cli/Text.h"
 #include "media/MediaModule.h"
 
 namespace kestro::tool {
@@ -27,13 +28,6 @@ static constexpr struct {
     {".srt", "text", Target::kSrt},        {".jsonl", "text", Target::kJsonLines},
     {".txt", "text", Target::kNumbered},
 };
-
-static std::string Extension(std::string const& path) {
-  std::string extension = fs::path(path).extension();
-  for (char& c : extension)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 'a' - 'A');
-  return extension;
-}
 
 std::string Targets::TrackName(std::size_t track) const {
   return _file + ", track " + std::to_string(track);

@@ -7,8 +7,12 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "cli/Errors.h"
+#include "cli/Text.h"
+#include "media/TextEncoding.h"
+#include "media/libav/SubtitleFile.h"
 
 namespace kestro::tool {
 
@@ -16,40 +20,58 @@ using nlohmann::json;
 
 static constexpr double kLongest_ms = 1e12;
 
-bool CueFile::IsCueFile(std::string const& path) {
-  auto const extension = std::filesystem::path(path).extension();
+static bool IsJsonLines(std::string const& path) {
+  std::string const extension = Extension(path);
   return extension == ".jsonl" || extension == ".ndjson" || extension == ".json";
 }
 
-static std::pair<std::int64_t, std::string> ParseCue(std::string const& line,
-                                                     std::string const& place) {
+bool CueFile::IsCueFile(std::string const& path) {
+  return IsJsonLines(path) || (IsSubtitleFile(path) && path.find("://") == path.npos);
+}
+
+static Cue ParseCue(std::string const& line, std::string const& place) {
   json const cue = json::parse(line, nullptr, false);
   bool const good = cue.is_object() && cue.contains("pts_ms") && cue["pts_ms"].is_number() &&
                     cue.contains("text") && cue["text"].is_string();
   if (!good || std::abs(cue["pts_ms"].get<double>()) > kLongest_ms)
     throw Error(kUnusable, place + ": not of the form {\"pts_ms\": NUMBER, \"text\": TEXT}");
-  return {std::llround(cue["pts_ms"].get<double>() * 1e6), cue["text"].get<std::string>()};
+  return {std::llround(cue["pts_ms"].get<double>() * 1e6), -1, cue["text"].get<std::string>()};
 }
 
-CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline) {
+static std::vector<Cue> ParseLines(std::string const& path, std::string const& content) {
+  std::vector<Cue> cues;
+  std::istringstream lines(content);
+  std::string line;
+  for (unsigned number = 1; std::getline(lines, line); ++number)
+    if (line.find_first_not_of(" \t\r") != line.npos)
+      cues.push_back(ParseCue(line, path + ", line " + std::to_string(number)));
+  return cues;
+}
+
+static std::string ReadText(std::string const& path, std::string const& encoding) {
   std::ifstream file(path, std::ios::binary);
   std::error_code none;
   bool const folder = std::filesystem::is_directory(path, none);
   if (!file || folder)
     throw Error(kIo, path + ": " + (folder ? "is a directory" : std::strerror(errno)));
-  std::vector<std::pair<std::int64_t, std::string>> cues;
-  std::string line;
-  for (unsigned number = 1; std::getline(file, line); ++number)
-    if (line.find_first_not_of(" \t\r") != line.npos)
-      cues.push_back(ParseCue(line, path + ", line " + std::to_string(number)));
+  std::string const bytes{std::istreambuf_iterator<char>(file), {}};
   if (file.bad()) throw Error(kIo, path + ": cannot be read");
+  return ToUtf8(bytes, encoding, path);
+}
+
+CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline) {
+  std::string const content = ReadText(path, options.textEncoding);
+  unsigned damaged = 0;
+  std::vector<Cue> cues =
+      IsJsonLines(path) ? ParseLines(path, content) : ParseSubtitles(path, content, damaged);
+  if (damaged != 0) _findings.push_back(path + ": left out: " + Quantity(damaged, "damaged text"));
   if (cues.empty()) throw Error(kUnusable, path + ": contains no text");
   if (!options.text) return;
 
   std::stable_sort(cues.begin(), cues.end(),
-                   [](auto const& a, auto const& b) { return a.first < b.first; });
+                   [](Cue const& a, Cue const& b) { return a.time_ns < b.time_ns; });
   auto track = std::make_unique<TextTrack>(path, nullptr, timeline, _clock, true);
-  for (auto& [time_ns, text] : cues) track->Add(time_ns, std::move(text));
+  for (Cue& cue : cues) track->Add(std::move(cue));
   track->End();
   _tracks.push_back(std::move(track));
 }

@@ -177,8 +177,9 @@ std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const
     case AVMEDIA_TYPE_AUDIO:
       return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !_hasVideo, IsLive());
     default:
-      return std::make_unique<TextTrack>(name, std::make_unique<SubtitleDecoder>(stream), timeline,
-                                         _clock, !_hasVideo && !_hasAudio);
+      return std::make_unique<TextTrack>(
+          name, std::make_unique<SubtitleDecoder>(stream, options.textEncoding), timeline, _clock,
+          !_hasVideo && !_hasAudio);
   }
 }
 

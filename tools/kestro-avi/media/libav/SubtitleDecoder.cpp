@@ -1,6 +1,7 @@
 #include "media/libav/SubtitleDecoder.h"
 
 #include "cli/Errors.h"
+#include "media/TextEncoding.h"
 
 namespace kestro::tool {
 
@@ -51,23 +52,33 @@ bool SubtitleDecoder::Supports(AVStream const& stream) {
          avcodec_find_decoder(id) != nullptr;
 }
 
-SubtitleDecoder::SubtitleDecoder(AVStream const& stream) : _timeBase(stream.time_base) {
+SubtitleDecoder::SubtitleDecoder(AVStream const& stream, std::string const& encoding)
+    : _timeBase(stream.time_base) {
   AVCodec const* codec = avcodec_find_decoder(stream.codecpar->codec_id);
   _codec.reset(avcodec_alloc_context3(codec));
   int failed = avcodec_parameters_to_context(_codec.get(), stream.codecpar);
   _codec->pkt_timebase = stream.time_base;
+  if (failed >= 0 && !encoding.empty())
+    failed = av_opt_set(_codec.get(), "sub_charenc", encoding.c_str(), 0);
   if (failed >= 0) failed = avcodec_open2(_codec.get(), codec, nullptr);
   if (failed < 0)
     throw Error(kUnusable, std::string("the decoder ") + codec->name + ": " + LibavError(failed));
 }
 
-bool SubtitleDecoder::Decode(AVPacket const& packet, std::int64_t& time_ns, std::string& text) {
+bool SubtitleDecoder::Decode(AVPacket const& packet, Cue& cue) {
   if (packet.pts == AV_NOPTS_VALUE || packet.size <= 0) return false;
-  time_ns = av_rescale_q(packet.pts, _timeBase, kNanoseconds);
+  cue.time_ns = av_rescale_q(packet.pts, _timeBase, kNanoseconds);
+  if (packet.duration > 0)
+    cue.end_ns = av_rescale_q(packet.pts + packet.duration, _timeBase, kNanoseconds);
   AVSubtitle subtitle{};
   int got = 0;
   auto* in = const_cast<AVPacket*>(&packet);  // not const in older libraries
-  if (avcodec_decode_subtitle2(_codec.get(), &subtitle, &got, in) < 0) ++_damaged;
+  if (avcodec_decode_subtitle2(_codec.get(), &subtitle, &got, in) < 0) {
+    ++_damaged;
+    auto const* bytes = reinterpret_cast<char const*>(packet.data);
+    if (!IsUtf8({bytes, bytes + packet.size})) ++_foreign;
+  }
+  std::string& text = cue.text;
   text.clear();
   for (unsigned i = 0; got != 0 && i < subtitle.num_rects; ++i) {
     AVSubtitleRect const& rect = *subtitle.rects[i];

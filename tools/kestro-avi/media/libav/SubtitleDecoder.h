@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "media/libav/Cue.h"
 #include "media/libav/Libav.h"
 
 namespace kestro::tool {
@@ -18,17 +19,19 @@ class SubtitleDecoder {
   // Whether the stream is text, not pictures, and there is a decoder for it.
   static bool Supports(AVStream const& stream);
 
-  // Throws Error.
-  explicit SubtitleDecoder(AVStream const& stream);
+  // `encoding`: of the text; empty for UTF-8. Throws Error.
+  SubtitleDecoder(AVStream const& stream, std::string const& encoding);
 
   // Returns false for a packet without text.
-  bool Decode(AVPacket const& packet, std::int64_t& time_ns, std::string& text);
+  bool Decode(AVPacket const& packet, Cue& cue);
+  // How many texts could not be decoded, and how many of those are not UTF-8.
   unsigned Damaged() const { return _damaged; }
+  unsigned Foreign() const { return _foreign; }
 
  private:
   AVRational const _timeBase;
   CodecPtr _codec;
-  unsigned _damaged = 0;
+  unsigned _damaged = 0, _foreign = 0;
 };
 
 }  // namespace kestro::tool

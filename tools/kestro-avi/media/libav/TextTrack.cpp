@@ -14,14 +14,13 @@ TextTrack::TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder,
   _info.codec = TrackInfo::kText;
 }
 
-void TextTrack::Add(std::int64_t time_ns, std::string text) {
-  if (!text.empty()) _cues.push_back({time_ns, std::move(text)});
+void TextTrack::Add(Cue cue) {
+  if (!cue.text.empty()) _cues.push_back(std::move(cue));
 }
 
 void TextTrack::Take(AVPacket const& packet) {
-  std::int64_t time_ns = 0;
-  std::string text;
-  if (_decoder->Decode(packet, time_ns, text)) Add(time_ns, std::move(text));
+  Cue cue;
+  if (_decoder->Decode(packet, cue)) Add(std::move(cue));
 }
 
 // The cue's time in the recording.
@@ -50,8 +49,13 @@ TimedPacket TextTrack::Pop() {
 }
 
 std::vector<std::string> TextTrack::Findings() const {
-  if (!_decoder || _decoder->Damaged() == 0) return {};
-  return {"left out: " + Quantity(_decoder->Damaged(), "damaged text")};
+  std::vector<std::string> findings;
+  if (_decoder && _decoder->Foreign() != 0)
+    findings.push_back("left out: " + Quantity(_decoder->Foreign(), "text") +
+                       " not in UTF-8 (--text-encoding sets the encoding)");
+  if (_decoder && _decoder->Damaged() != 0)
+    findings.push_back("left out: " + Quantity(_decoder->Damaged(), "damaged text"));
+  return findings;
 }
 
 }  // namespace kestro::tool

@@ -20,7 +20,7 @@ class TextTrack : public Track {
   TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder, Timeline const& timeline,
             InputClock& clock, bool lead);
 
-  void Add(std::int64_t time_ns, std::string text);  // `time_ns`: on the input's clock
+  void Add(Cue cue);  // with times on the input's clock
 
   void Take(AVPacket const& packet) override;
   void End() override { _ended = true; }
@@ -34,10 +34,6 @@ class TextTrack : public Track {
   std::vector<std::string> Findings() const override;
 
  private:
-  struct Cue {
-    std::int64_t time_ns;
-    std::string text;
-  };
   bool StartKnown() const { return _timeline.known && _clock.known; }
   bool Full() const { return _timeline.IsOver(NextTime_ns() + 2 * HalfFrame_ns()); }
   std::int64_t Time_ns(Cue const& cue) const;
