@@ -57,5 +57,15 @@ for n in 4 5 6 7; do # by the number of the first track's frames before each tex
   check "text: places of track $n" "13 30" "$(grep -aoE "00dc|0${n}tx.{4}(one|two)" text.avi |
     awk '/dc/ { n++ } /tx/ { print n }' | xargs)"
 done
+exits "text: as SRT" 0 record -o srt.avi --text-form srt $media/clip25.mp4 t.srt
+check "text: as SRT, subtitles" "0.500000,0.500000 1.210000,0.790000 subrip" "$(ffprobe -v error \
+  -select_streams s -show_entries stream=codec_name:packet=pts_time,duration_time -of csv=p=0 srt.avi | xargs)"
+text_caps="video/x-raw(ANY);audio/x-raw(ANY);application/x-subtitle-avi"
+for form in text srt; do
+  passes "text: gstreamer, $form.avi" timeout 30 gst-launch-1.0 -q filesrc location=$form.avi \
+    ! decodebin caps="$text_caps" name=d d. ! queue ! fakesink
+done
+passes "text: gstreamer, srt.avi, decodebin3" timeout 30 gst-launch-1.0 -q filesrc location=srt.avi \
+  ! decodebin3 name=d d. ! queue ! videoconvert ! fakesink d. ! queue ! audioconvert ! fakesink
 check "text: a line is a line" 4 "$(grep -ac '^line' text.avi)"
 finish

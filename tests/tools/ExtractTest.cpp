@@ -200,6 +200,44 @@ TEST_F(ExtractTest, TimesTextByFrames) {
   EXPECT_THAT(json.Findings(), HasSubstr("1 texts are not UTF-8"));
 }
 
+TEST_F(ExtractTest, KeepsTheEndTimesOfTexts) {
+  std::string const cues =
+      "1\n00:00:00,500 --> 00:00:01,210\nz\xC3\xA4\n\n2\n00:00:01,000 --> 00:00:03,999\nb\nc\n";
+  Write("t.srt", cues);
+  Write("t.jsonl",
+        "{\"pts_ms\":0,\"text\":\"open\"}\n{\"pts_ms\":900,\"end_ms\":1000,\"text\":\"x\"}\n");
+  std::string const clip = " media/clip25.h264 ";
+  Expect("record",
+         {{"-o plain.avi" + clip + "t.srt", 0, "note: t.srt: the end times of texts"},
+          {"-o a.avi --text-form srt" + clip + "t.srt", 0, "101 packets"},
+          // libavformat reads the packet as an SRT file.
+          {"-o again.avi --text-form srt a.avi", 0, "101 packets"},
+          {"-o open.avi --text-form srt" + clip + "t.jsonl", 0, ""},
+          {"-o part.avi --text-form srt --start 1.1 --duration 0.5" + clip + "t.srt", 0, ""},
+          {"-o ntsc.avi --text-form srt media/clip2997.h264 t.srt", 0, ""},
+          {"-o x.avi --text-form srt --segment-time 1" + clip + "t.srt", 2, "--segment-"}});
+  std::pair<char const*, std::string> const files[] = {
+      {"a", cues},
+      {"again", cues},
+      {"open", "1\n00:00:00,000 --> 00:00:00,900\nopen\n\n2\n00:00:00,900 --> 00:00:01,000\nx\n"},
+      {"part",
+       "1\n00:00:00,000 --> 00:00:00,210\nz\xC3\xA4\n\n2\n00:00:00,000 --> 00:00:02,999\nb\nc\n"},
+      {"ntsc",
+       "1\n00:00:00,517 --> 00:00:01,250\nz\xC3\xA4\n\n2\n00:00:01,033 --> 00:00:04,133\nb\nc\n"},
+  };
+  for (auto const& [name, expected] : files) {
+    std::string const file = name;
+    Expect("extract", {{"--track 1:" + file + ".srt " + file + ".avi", 0, ""}});
+    EXPECT_EQ(FileText(At(file + ".srt")), expected) << file;
+  }
+  Expect("", {{"extract --track 1:a.jsonl a.avi", 0, ""},
+              {"record -o lines.avi --text-form srt" + clip + "a.jsonl", 0, ""}});
+  EXPECT_EQ(FileText(At("lines.avi")), FileText(At("a.avi")));
+  std::string const packet = Payload("a.avi", 1);
+  for (std::size_t n = 0; n < packet.size() - 1; ++n)  // the last byte is padding
+    EXPECT_TRUE(UnwrapSrt(reinterpret_cast<std::uint8_t const*>(packet.data()), n).empty()) << n;
+}
+
 TEST_F(ExtractTest, ReadsUnusualAndDamagedFiles) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav").code, 0);
   MakeUnusual("a.avi");

@@ -14,6 +14,7 @@ namespace kestro::tool {
 struct InputOptions {
   base::Fraction rate;       // --fps, 0/1 for none
   std::string textEncoding;  // --text-encoding, empty for UTF-8
+  bool textAsSrt = false;    // --text-form srt
   bool video = true, audio = true, text = true;
   bool keepSamples = false;   // do not stretch audio to the speed at which the pictures play
   bool newFileAtGap = false;  // where frames are missing, start a new file

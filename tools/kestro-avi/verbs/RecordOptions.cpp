@@ -40,7 +40,9 @@ static constexpr char kHelp[] =
     "as {\"pts_ms\": 1500, \"text\": \"hello\"}. It is recorded without styles and times: each "
     "text is\n"
     "stored directly before the frame of the first video track that is nearest to its time, and\n"
-    "readers give it the time of that frame.\n\n"
+    "readers give it the time of that frame. --text-form srt stores start and end times, but puts "
+    "all\n"
+    "texts into the first file.\n\n"
     "Tracks are in the order of the inputs; motion JPEG and text come last.\n\n"
     "A new file starts at a key frame: the first one after the time limit, or the last one before\n"
     "the file would exceed its size limit. OUT.avi is followed by OUT-00002.avi; cam-%05d.avi "
@@ -83,6 +85,10 @@ void RecordOptions::AddTracks(CLI::App& app) {
   app.add_flag("--no-text", _noText, "Do not record text");
   app.add_option("--text-encoding", input.textEncoding, "Encoding of the texts [UTF-8]")
       ->type_name("NAME");
+  app.add_option("--text-form", _textForm,
+                 "Store each text alone (plain), or all with their times as one SRT file")
+      ->type_name("FORM")
+      ->check(OneOf({"plain", "srt"}));
   app.add_option("--start", _start, "Start at the key frame at or before this time")
       ->type_name("T");
   app.add_option("--duration", _duration, "Record only this long")->type_name("T");
@@ -192,6 +198,11 @@ void RecordOptions::Check() {
     throw Error(kUsage, "--segment-size, --segment-time: must be more than 0");
   input.newFileAtGap = _onGap == "segment";
   if (!_maxSkew.empty()) segments.maxSkew_ns = ParseTime_ns("--max-skew", _maxSkew);
+  input.textAsSrt = _textForm == "srt";
+  if (input.textAsSrt && !(_segmentSize.empty() && _segmentTime.empty()))
+    throw Error(kUsage,
+                "--text-form srt: cannot be used with --segment-size and --segment-time, because "
+                "the first file would get all texts");
   if (_spillSeconds >= 0) recorder.spillSeconds = _spillSeconds;
   CheckSync();
   for (std::string const& setting : _settings) {

@@ -38,7 +38,7 @@ class RecordOptions {
 
   std::vector<std::string> _settings;
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
-  std::string _onGap = "cut", _maxSkew;
+  std::string _onGap = "cut", _maxSkew, _textForm = "plain";
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;
   int _spillSeconds = -1;

@@ -99,7 +99,11 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
   auto const failures = session.Failures(), starts = _starts.Lines();
   auto findings = session.Findings();
   findings.insert(findings.end(), starts.begin(), starts.end());
-  auto const losses = Losses(status);
+  auto losses = Losses(status);
+  auto const tracks = session.Tracks();
+  if (_options.input.textAsSrt && status.files > 1 &&
+      std::any_of(tracks.begin(), tracks.end(), [](auto const& track) { return track.IsText(); }))
+    losses.push_back("only the first file has the texts");
   if (complete && !Interrupted() && failures.empty()) progress.End();
   ReportAll("note: ", Stalls(status));
   ReportAll("note: ", session.LateNotes());

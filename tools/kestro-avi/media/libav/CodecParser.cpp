@@ -29,11 +29,10 @@ FrameParser::Frame CodecParser::Parse(std::uint8_t const* data, std::size_t size
   return {_parser->output_picture_number, _parser->key_frame == 1};
 }
 
-bool CodecParser::ReadSize(std::uint8_t const* data, std::size_t size, int& width, int& height) {
+void CodecParser::ReadSize(std::uint8_t const* data, std::size_t size, int& width, int& height) {
   Parse(data, size);
   width = _parser->width;
   height = _parser->height;
-  return width > 0 && height > 0;
 }
 
 Bytes CodecParser::ParameterSets(std::uint8_t const* data, std::size_t size) {

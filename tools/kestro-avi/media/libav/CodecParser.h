@@ -13,8 +13,8 @@ class CodecParser : public FrameParser {
 
   Frame Parse(std::uint8_t const* data, std::size_t size) override;
   Bytes ParameterSets(std::uint8_t const* data, std::size_t size) override;
-  // The picture size of a key frame. Returns false if it is unknown.
-  bool ReadSize(std::uint8_t const* data, std::size_t size, int& width, int& height);
+  // The picture size of a key frame; 0 if it is unknown.
+  void ReadSize(std::uint8_t const* data, std::size_t size, int& width, int& height);
 
  private:
   CodecParser(AVCodecID codec, AVCodecParserContext* parser);

@@ -29,13 +29,19 @@ bool CueFile::IsCueFile(std::string const& path) {
   return IsJsonLines(path) || (IsSubtitleFile(path) && path.find("://") == path.npos);
 }
 
+static bool IsTime(json const& ms) {
+  return ms.is_number() && std::abs(ms.get<double>()) <= kLongest_ms;
+}
+static std::int64_t ToNs(json const& ms) { return std::llround(ms.get<double>() * 1e6); }
+
 static Cue ParseCue(std::string const& line, std::string const& place) {
   json const cue = json::parse(line, nullptr, false);
-  bool const good = cue.is_object() && cue.contains("pts_ms") && cue["pts_ms"].is_number() &&
+  bool const timed = cue.is_object() && cue.contains("end_ms");
+  bool const good = cue.is_object() && cue.contains("pts_ms") && IsTime(cue["pts_ms"]) &&
                     cue.contains("text") && cue["text"].is_string();
-  if (!good || std::abs(cue["pts_ms"].get<double>()) > kLongest_ms)
+  if (!good || (timed && !IsTime(cue["end_ms"])))
     throw Error(kUnusable, place + ": not of the form {\"pts_ms\": NUMBER, \"text\": TEXT}");
-  return {std::llround(cue["pts_ms"].get<double>() * 1e6), -1, cue["text"].get<std::string>()};
+  return {ToNs(cue["pts_ms"]), timed ? ToNs(cue["end_ms"]) : -1, cue["text"].get<std::string>()};
 }
 
 static std::vector<Cue> ParseLines(std::string const& path, std::string const& content) {
@@ -71,6 +77,11 @@ CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline 
   std::stable_sort(cues.begin(), cues.end(),
                    [](Cue const& a, Cue const& b) { return a.time_ns < b.time_ns; });
   auto track = std::make_unique<TextTrack>(path, nullptr, timeline, _clock, true);
+  if (options.textAsSrt)
+    track->StoreAsSrt();
+  else if (std::any_of(cues.begin(), cues.end(), [](Cue const& cue) { return cue.end_ns >= 0; }))
+    _notes.push_back(path +
+                     ": the end times of texts are not stored (--text-form srt stores them)");
   for (Cue& cue : cues) track->Add(std::move(cue));
   track->End();
   _tracks.push_back(std::move(track));

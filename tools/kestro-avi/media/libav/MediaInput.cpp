@@ -13,6 +13,7 @@
 #include "media/FrameRate.h"
 #include "media/libav/AudioTrack.h"
 #include "media/libav/StreamRate.h"
+#include "media/libav/SubtitleFile.h"
 #include "media/libav/TextTrack.h"
 #include "media/libav/VideoTrack.h"
 
@@ -177,10 +178,31 @@ std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const
     case AVMEDIA_TYPE_AUDIO:
       return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !_hasVideo, IsLive());
     default:
-      return std::make_unique<TextTrack>(
-          name, std::make_unique<SubtitleDecoder>(stream, options.textEncoding), timeline, _clock,
-          !_hasVideo && !_hasAudio);
+      return NewTextTrack(stream, options, timeline);
   }
+}
+
+std::unique_ptr<Track> MediaInput::NewTextTrack(AVStream& stream, InputOptions const& options,
+                                                Timeline const& timeline) {
+  std::string const name = Name(stream);
+  auto decoder = std::make_unique<SubtitleDecoder>(stream, options.textEncoding);
+  std::vector<Cue> cues;
+  std::error_code none;
+  bool const file = std::filesystem::is_regular_file(_address, none);
+  if (options.textAsSrt && !file)
+    throw Error(kUsage, name + ": --text-form srt needs a file, to read its texts first");
+  if (options.textAsSrt)
+    cues = ReadSubtitles(_address, stream.index, *decoder, _interrupted);
+  else
+    _notes.push_back(name + ": the end times of texts are not stored" +
+                     (file ? " (--text-form srt stores them)" : ""));
+  auto track = std::make_unique<TextTrack>(name, std::move(decoder), timeline, _clock,
+                                           !_hasVideo && !_hasAudio);
+  if (!options.textAsSrt) return track;
+  track->StoreAsSrt();
+  for (Cue& cue : cues) track->Add(std::move(cue));
+  track->End();
+  return track;
 }
 
 VideoOptions MediaInput::OptionsFor(AVStream& stream, InputOptions const& options,

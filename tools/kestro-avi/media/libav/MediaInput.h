@@ -32,6 +32,8 @@ class MediaInput : public Input {
   void AddTracks(InputOptions const& options, Timeline& timeline);
   std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options,
                                   Timeline& timeline);
+  std::unique_ptr<Track> NewTextTrack(AVStream& stream, InputOptions const& options,
+                                      Timeline const& timeline);
   VideoOptions OptionsFor(AVStream& stream, InputOptions const& options, std::string const& name);
   bool IsLive() const;
   void NoteRotation(AVStream const& stream);

@@ -1,7 +1,6 @@
 #include "media/libav/SubtitleFile.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "cli/Errors.h"
 #include "cli/Text.h"
@@ -17,7 +16,7 @@ class MemoryReader {
   explicit MemoryReader(std::string const& content) : _content(content) {
     constexpr int kBuffer = 4096;
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
-    _context = avio_alloc_context(buffer, kBuffer, 0, this, Read, nullptr, Seek);
+    _context = avio_alloc_context(buffer, kBuffer, 0, this, Read, nullptr, nullptr);
     if (buffer == nullptr || _context == nullptr) throw std::bad_alloc();
   }
   ~MemoryReader() {
@@ -34,19 +33,9 @@ class MemoryReader {
     auto& reader = *static_cast<MemoryReader*>(self);
     auto const size = std::min(static_cast<std::size_t>(most), reader._content.size() - reader._at);
     if (size == 0) return AVERROR_EOF;
-    std::memcpy(to, reader._content.data() + reader._at, size);
+    std::copy_n(reader._content.data() + reader._at, size, to);
     reader._at += size;
     return static_cast<int>(size);
-  }
-  static std::int64_t Seek(void* self, std::int64_t to, int from) {
-    auto& reader = *static_cast<MemoryReader*>(self);
-    auto const size = static_cast<std::int64_t>(reader._content.size());
-    if (from == AVSEEK_SIZE) return size;
-    if (from == SEEK_CUR) to += static_cast<std::int64_t>(reader._at);
-    if (from == SEEK_END) to += size;
-    if (to < 0 || to > size) return AVERROR(EINVAL);
-    reader._at = static_cast<std::size_t>(to);
-    return to;
   }
 
   std::string const& _content;
@@ -63,6 +52,19 @@ bool IsSubtitleFile(std::string const& path) {
   return false;
 }
 
+static std::vector<Cue> ReadCues(AVFormatContext& format, int stream, SubtitleDecoder& decoder,
+                                 bool (*interrupted)()) {
+  std::vector<Cue> cues;
+  PacketPtr const packet(av_packet_alloc());
+  while (!interrupted() && av_read_frame(&format, packet.get()) >= 0) {
+    Cue cue;
+    if (packet->stream_index == stream && decoder.Decode(*packet, cue))
+      cues.push_back(std::move(cue));
+    av_packet_unref(packet.get());
+  }
+  return cues;
+}
+
 std::vector<Cue> ParseSubtitles(std::string const& path, std::string const& content,
                                 unsigned& damaged) {
   MemoryReader reader(content);
@@ -75,15 +77,21 @@ std::vector<Cue> ParseSubtitles(std::string const& path, std::string const& cont
   if (format->nb_streams != 1 || !SubtitleDecoder::Supports(*format->streams[0]))
     throw Error(kUnusable, path + ": is not text in a known format");
   SubtitleDecoder decoder(*format->streams[0], "");
-  std::vector<Cue> cues;
-  PacketPtr const packet(av_packet_alloc());
-  while (av_read_frame(format.get(), packet.get()) >= 0) {
-    Cue cue;
-    if (decoder.Decode(*packet, cue)) cues.push_back(std::move(cue));
-    av_packet_unref(packet.get());
-  }
+  auto cues = ReadCues(*format, 0, decoder, [] { return false; });
   damaged = decoder.Damaged();
   return cues;
+}
+
+std::vector<Cue> ReadSubtitles(std::string const& path, int stream, SubtitleDecoder& decoder,
+                               bool (*interrupted)()) {
+  AVFormatContext* context = nullptr;
+  int failed = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
+  FormatPtr const format(context);
+  if (failed >= 0) failed = avformat_find_stream_info(context, nullptr);
+  if (failed < 0) throw Error(kIo, path + ": " + LibavError(failed));
+  for (unsigned i = 0; i < format->nb_streams; ++i)
+    if (static_cast<int>(i) != stream) format->streams[i]->discard = AVDISCARD_ALL;
+  return ReadCues(*format, stream, decoder, interrupted);
 }
 
 }  // namespace kestro::tool

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cli/Text.h"
+#include "media/TimedText.h"
 
 namespace kestro::tool {
 
@@ -19,17 +20,43 @@ void TextTrack::Add(Cue cue) {
 }
 
 void TextTrack::Take(AVPacket const& packet) {
+  if (_ended) return;
   Cue cue;
   if (_decoder->Decode(packet, cue)) Add(std::move(cue));
 }
 
 // The cue's time in the recording.
 std::int64_t TextTrack::Time_ns(Cue const& cue) const {
-  return _timeline.Video_ns(cue.time_ns - _clock.origin_ns - _timeline.offset_ns);
+  return _timeline.Video_ns(SinceStart_ns(cue.time_ns));
+}
+
+// Replaces the texts by one packet with an SRT file of them.
+void TextTrack::Combine() {
+  _asSrt = false;
+  auto const inFile_ms = [&](std::int64_t time_ns) {
+    return (_timeline.Video_ns(time_ns) + 500000) / 1000000;
+  };
+  std::vector<TimedText> texts;
+  for (std::size_t i = 0; i < _cues.size(); ++i) {
+    std::int64_t const start_ns = SinceStart_ns(_cues[i].time_ns);
+    std::int64_t end_ns = SinceStart_ns(_cues[i].end_ns);
+    if (_cues[i].end_ns < 0) {
+      if (start_ns < 0) continue;
+      end_ns = start_ns + kLongestCue_ms * 1000000;
+      if (i + 1 < _cues.size()) end_ns = std::min(end_ns, SinceStart_ns(_cues[i + 1].time_ns));
+    }
+    if (end_ns <= 0 || _timeline.IsOver(_timeline.Video_ns(start_ns))) continue;
+    _combinedEnd_ns = std::max(_combinedEnd_ns, start_ns);
+    texts.push_back({inFile_ms(std::max<std::int64_t>(0, start_ns)), inFile_ms(end_ns),
+                     std::move(_cues[i].text)});
+  }
+  _cues.clear();
+  if (!texts.empty()) _cues.push_back({_clock.origin_ns + _timeline.offset_ns, -1, WrapSrt(texts)});
 }
 
 bool TextTrack::Ready() {
   if (!StartKnown()) return false;
+  if (_asSrt) Combine();
   while (!_cues.empty() && Time_ns(_cues.front()) <= -HalfFrame_ns()) _cues.pop_front();
   return !_cues.empty() && !Full();
 }
@@ -55,6 +82,8 @@ std::vector<std::string> TextTrack::Findings() const {
                        " not in UTF-8 (--text-encoding sets the encoding)");
   if (_decoder && _decoder->Damaged() != 0)
     findings.push_back("left out: " + Quantity(_decoder->Damaged(), "damaged text"));
+  if (_timeline.CutBefore_ns(_combinedEnd_ns) != 0)
+    findings.push_back("texts after missing video come too late: their times were already stored");
   return findings;
 }
 

@@ -12,7 +12,8 @@ namespace kestro::tool {
 
 // A recording stores no times of texts: a text has the time of the next frame of the first video
 // track. So each text is stored directly before the frame that is nearest to its time, and gets
-// that frame's time. Texts before the start of the recording are left out.
+// that frame's time. Texts before the start of the recording are left out. As SRT, all texts are
+// stored with their times in one packet before the first frame.
 class TextTrack : public Track {
  public:
   // `decoder`: null if Add is used instead. `lead`: the input has no other tracks, so its times
@@ -20,7 +21,8 @@ class TextTrack : public Track {
   TextTrack(std::string name, std::unique_ptr<SubtitleDecoder> decoder, Timeline const& timeline,
             InputClock& clock, bool lead);
 
-  void Add(Cue cue);  // with times on the input's clock
+  void StoreAsSrt() { _asSrt = true; }  // call Add for all texts, and End, before the first Pop
+  void Add(Cue cue);                    // with times on the input's clock
 
   void Take(AVPacket const& packet) override;
   void End() override { _ended = true; }
@@ -38,13 +40,18 @@ class TextTrack : public Track {
   bool Full() const { return _timeline.IsOver(NextTime_ns() + 2 * HalfFrame_ns()); }
   std::int64_t Time_ns(Cue const& cue) const;
   std::int64_t HalfFrame_ns() const { return FrameTime_ns(_info.frameRate, 1) / 2; }
+  void Combine();
+  std::int64_t SinceStart_ns(std::int64_t time_ns) const {
+    return time_ns - _clock.origin_ns - _timeline.offset_ns;
+  }
 
   std::unique_ptr<SubtitleDecoder> _decoder;
   Timeline const& _timeline;
   InputClock& _clock;
   std::deque<Cue> _cues;
-  std::int64_t _next_ns = 0;  // no earlier text follows
-  bool _ended = false;
+  std::int64_t _next_ns = 0;         // no earlier text follows
+  std::int64_t _combinedEnd_ns = 0;  // when the last text begins that Combine has stored
+  bool _ended = false, _asSrt = false;
 };
 
 }  // namespace kestro::tool
