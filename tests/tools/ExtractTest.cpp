@@ -223,7 +223,7 @@ TEST_F(ExtractTest, KeepsTheEndTimesOfTexts) {
       {"part",
        "1\n00:00:00,000 --> 00:00:00,210\nz\xC3\xA4\n\n2\n00:00:00,000 --> 00:00:02,999\nb\nc\n"},
       {"ntsc",
-       "1\n00:00:00,517 --> 00:00:01,250\nz\xC3\xA4\n\n2\n00:00:01,033 --> 00:00:04,133\nb\nc\n"},
+       "1\n00:00:00,500 --> 00:00:01,209\nz\xC3\xA4\n\n2\n00:00:00,999 --> 00:00:03,995\nb\nc\n"},
   };
   for (auto const& [name, expected] : files) {
     std::string const file = name;
