@@ -56,6 +56,7 @@ bool AviFile::CountIndex(std::vector<base::uint64>& indexed) {
     if (track == nullptr) return;
     track->keyChunks += (entry.flags & IndexEntry::kKey) != 0;
     track->bytes += size;
+    track->filledChunks += size != 0;
     indexed[static_cast<std::size_t>(TrackOfCode(entry.id))] += size != 0;
     track->indexedChunks = ++track->chunks;
   });
@@ -101,6 +102,7 @@ bool AviFile::CountData(std::vector<base::uint64> const& indexed) {
   for (std::size_t i = 0; i < found.size(); ++i) {
     _tracks[i].chunks = found[i].chunks;
     _tracks[i].bytes = found[i].bytes;
+    _tracks[i].filledChunks = found[i].filled;
   }
   if (_hasIndex)
     Note("the index has entries for " + std::to_string(filled - missing) + " of " +

@@ -20,6 +20,7 @@ struct AviTrack {
 
   base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // `bytes`: of payload
   base::uint64 indexedChunks = 0;                     // with an index entry
+  base::uint64 filledChunks = 0;                      // with data
   bool keysKnown = false;                             // keyChunks counts all key frames
   int64 duration_ms = 0;
 

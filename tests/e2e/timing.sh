@@ -60,4 +60,10 @@ exits "lost audio" 1 record -o audio.avi audio.mkv
 says "lost audio" "of missing audio at"
 exits "new file at a gap" 1 record --on-gap segment -o g%d.avi both.mkv
 in_step "new file at a gap" 20 steady.mkv g1.avi g2.avi
+
+# Other muxers use a multiple of the rate and fill up with empty chunks.
+quiet -i $media/clip25.mp4 -an -c copy filled.avi
+check "filled up: rate" 50/1 "$(ffprobe -v error -select_streams v -show_entries stream=avg_frame_rate -of csv=p=0 filled.avi)"
+exits "filled up: repaired, without the delimiters" 1 "$tool" repair filled.avi -o mended.avi
+check "filled up: rate of the repaired file" h264,320,180,25/1,4.000000,100 "$(video_facts mended.avi)"
 finish

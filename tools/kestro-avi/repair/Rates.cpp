@@ -1,5 +1,6 @@
 #include "repair/Rates.h"
 
+#include <algorithm>
 #include <numeric>
 
 #include "media/FrameRate.h"
@@ -20,6 +21,16 @@ static Fraction HeaderRate(avi::AviTrack const& track, unsigned time_us) {
   bool const whole = valid(stream) && stream.num % stream.den == 0;
   if (valid(main) && (!valid(stream) || (whole && main.Whole() == stream.Whole()))) return main;
   return valid(stream) ? NearWhole(stream) : Fraction();
+}
+
+unsigned ChunksPerFrame(avi::AviTrack const& track) {
+  if (track.type != "video" || track.filledChunks < 2) return 1;
+  base::uint64 const filled = track.filledChunks;
+  base::uint64 const times = (track.chunks + filled / 2) / filled;
+  base::uint64 const whole = times * filled;
+  base::uint64 const off = std::max(whole, track.chunks) - std::min(whole, track.chunks);
+  return times > 1 && times <= kHighestRate && off <= 2 + filled / 50 ? static_cast<unsigned>(times)
+                                                                      : 1;
 }
 
 namespace {
@@ -48,6 +59,9 @@ SpeedReport Rates::Set() {
     if (_head.numbers[i] >= 0)
       _rates[static_cast<std::size_t>(_head.numbers[i])] =
           HeaderRate(_head.tracks[i], _head.frameTime_us);
+  for (std::size_t i = 0; i < _head.tracks.size(); ++i)
+    if (_head.numbers[i] >= 0)
+      _rates[static_cast<std::size_t>(_head.numbers[i])].den *= ChunksPerFrame(_head.tracks[i]);
   UseOneRate();
   TrackInfo const* video = nullptr;
   for (std::size_t i = 0; i < recorded.size(); ++i) {
@@ -89,7 +103,7 @@ void Rates::Round() {
     TrackInfo& info = _head.recorded[static_cast<std::size_t>(_head.numbers[i])];
     Fraction const rate = info.frameRate;
     bool const same = track.scale != 0 && track.rate % track.scale == 0 &&
-                      track.rate / track.scale == rate.Whole();
+                      ChunksPerFrame(track) == 1 && track.rate / track.scale == rate.Whole();
     if (same) continue;
     info.frameRate = StoredRate(rate);
     std::string const text = StoredRateText(rate);

@@ -1,5 +1,6 @@
 #include "repair/Repair.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
@@ -9,6 +10,7 @@
 #include "cli/Interrupt.h"
 #include "cli/NewFile.h"
 #include "cli/Recorder.h"
+#include "cli/Text.h"
 #include "repair/Image.h"
 #include "repair/Rates.h"
 #include "repair/TrackClock.h"
@@ -56,6 +58,7 @@ class Repairer {
   Head _head;
   std::vector<TrackClock> _clocks;  // of the recorded tracks
   std::vector<std::string> _recorderWarnings;
+  base::uint64 _fillers = 0;  // empty chunks between frames that are left out
 };
 
 void Repairer::Open() {
@@ -155,6 +158,10 @@ bool Repairer::PushPacket(record::Recorder& recorder, std::size_t from,
   int const number = _head.numbers[from];
   if (number < 0) return true;
   auto const track = static_cast<std::size_t>(number);
+  if (data.empty() && ChunksPerFrame(_head.tracks[from]) > 1) {
+    ++_fillers;
+    return true;
+  }
   record::Payload packet;
   packet.data = data.data();
   packet.size = data.size();
@@ -228,7 +235,11 @@ void Repairer::AddWarnings() {
     if (FrameConverter const converter(track); converter.Needed() && converter.SetsDamaged())
       _report.warnings.push_back("track " + std::to_string(&track - _head.tracks.data()) +
                                  ": the parameter sets in its header are damaged");
-  warn(counts.empty, "empty packet(s) get no index entries: later packets move forward in time");
+  if (_fillers != 0)
+    _report.notes.push_back(Quantity(_fillers, "empty chunk") +
+                            " left out, because the frame rate in the header counts them");
+  warn(counts.empty - std::min(counts.empty, _fillers),
+       "empty packet(s) get no index entries: later packets move forward in time");
 }
 
 }  // namespace
