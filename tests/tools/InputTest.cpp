@@ -261,6 +261,25 @@ TEST(Text, IsConvertedToUtf8) {
   }
 }
 
+using StretchTest = Command;
+
+TEST_F(StretchTest, MeetsRatesOfManyDigits) {
+  for (char const* rate : {"24000/1001", "23.976024", "59.9400599", "25.1234"}) {
+    SCOPED_TRACE(rate);
+    InputOptions options;
+    options.rate = ParseRate(rate);
+    InputSession session({At("media/clip25.h264"), At("media/stereo48k.wav")}, options, {});
+    TimedPacket packet;
+    std::int64_t audio_ns = 0;
+    for (std::size_t track = 0; session.Next(track, packet);)
+      if (track == 1) audio_ns += packet.duration_ns;
+    Fraction const speed = PlayedSpeed(options.rate);
+    EXPECT_NEAR(static_cast<double>(audio_ns),
+                3e9 * static_cast<double>(speed.num) / static_cast<double>(speed.den), 1e6);
+    EXPECT_THAT(session.Findings(), testing::IsEmpty());
+  }
+}
+
 // The place of a text: the number of video frames before it.
 using TextTest = Command;
 

@@ -49,11 +49,13 @@ bool AudioDecoder::Prepare(AVFrame const& frame) {
     return false;
   SwrContext* swr = nullptr;
   auto* in = const_cast<AVChannelLayout*>(&frame.ch_layout);  // the function copies it
-  // The rates only set the ratio, so that any speed is met exactly.
-  auto const times = [](int rate, std::int64_t factor) { return static_cast<int>(rate * factor); };
-  int const made = swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, times(_rate, _speed.num), in,
-                                       static_cast<AVSampleFormat>(frame.format),
-                                       times(frame.sample_rate, _speed.den), 0, nullptr);
+  // Only the ratio of the rates counts; the library multiplies them.
+  constexpr int kMost = 1 << 20;
+  int outRate = 0, inRate = 0;
+  av_reduce(&outRate, &inRate, _rate * _speed.num, frame.sample_rate * _speed.den, kMost);
+  int const made =
+      swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, outRate, in,
+                          static_cast<AVSampleFormat>(frame.format), inRate, 0, nullptr);
   av_channel_layout_uninit(&out);
   _swr.reset(swr);
   if (made < 0 || swr_init(swr) < 0) {
