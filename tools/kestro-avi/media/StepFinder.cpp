@@ -6,33 +6,38 @@
 namespace kestro::tool {
 
 static constexpr std::int64_t kLasting_ns = 1000000000;
-static constexpr std::size_t kMostItems = 4096;  // for clocks that stand still
+static constexpr std::int64_t kMostCounted_ns = 10000000000;  // for clocks that stand still
 
 bool StepFinder::Ready() {
-  if (!_known && !_items.empty()) _known = ReadLevel(_next_ns);
+  if (!_known && !_items.empty()) _known = FindLevel();
   return _known;
 }
 
-bool StepFinder::ReadLevel(std::int64_t& level_ns) const {
+// Continues where the last call ended, as each packet may wait for many others.
+bool StepFinder::FindLevel() {
   auto const above = [this](Item const& item) { return item.off_ns > _level_ns; };
-  level_ns = _level_ns;
-  Item const& first = _items.front();
+  Item const &first = _items.front(), &last = _items.back();
   bool const up = above(first);
-  std::int64_t reached_ns = first.off_ns;
-  for (Item const& item : _items) {
+  if (_checked == 0) _reached_ns = first.off_ns;
+  for (; _checked < _items.size(); ++_checked) {
+    Item const& item = _items[_checked];
     bool const back = std::abs(item.off_ns - _level_ns) <= _tolerance_ns || above(item) != up;
-    if (back) return true;
-    reached_ns = up ? std::min(reached_ns, item.off_ns) : std::max(reached_ns, item.off_ns);
+    if (back) {
+      _next_ns = _level_ns;
+      return true;
+    }
+    _reached_ns = up ? std::min(_reached_ns, item.off_ns) : std::max(_reached_ns, item.off_ns);
   }
-  bool const lasting = std::abs(_items.back().time_ns - first.time_ns) >= kLasting_ns;
-  if (!lasting && !_ended && _items.size() < kMostItems) return false;
-  level_ns = reached_ns;
-  return true;
+  bool const lasting = std::abs(last.time_ns - first.time_ns) >= kLasting_ns ||
+                       last.Counted_ns() - first.Counted_ns() >= kMostCounted_ns;
+  if (lasting || _ended) _next_ns = _reached_ns;
+  return lasting || _ended;
 }
 
 void StepFinder::Pop() {
   _items.pop_front();
   _level_ns = _next_ns;
+  _checked = 0;
   _known = false;
 }
 

@@ -29,13 +29,16 @@ class StepFinder {
  private:
   struct Item {
     std::int64_t time_ns, off_ns;
+    std::int64_t Counted_ns() const { return time_ns - off_ns; }
   };
-  bool ReadLevel(std::int64_t& level_ns) const;
+  bool FindLevel();
 
   std::int64_t const _tolerance_ns;
   std::deque<Item> _items;
   std::int64_t _level_ns = 0, _next_ns = 0;
-  bool _known = false;  // _next_ns is the level at the oldest packet
+  bool _known = false;           // _next_ns is the level at the oldest packet
+  std::size_t _checked = 0;      // items that have not come back to the level,
+  std::int64_t _reached_ns = 0;  // and the least of their differences
   bool _ended = false;
 };
 
