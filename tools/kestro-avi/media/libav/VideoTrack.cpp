@@ -169,7 +169,7 @@ void VideoTrack::FetchTimes() {
     _due.push_back({_late_ns, newFile});
     if (_lead) _timeline.Settle(frame.time_ns + FrameTime_ns(_options.rate, 1));
   }
-  if (_lead && _ended && _times.Empty()) _timeline.Settle(INT64_MAX);
+  if (_lead && ((_ended && _times.Empty()) || Full())) _timeline.Settle(INT64_MAX);
 }
 
 // Takes the missing time out of all tracks. Returns whether a new file is to start.
@@ -196,6 +196,11 @@ bool VideoTrack::Ready() {
   return !_due.empty() && !Full();
 }
 
+bool VideoTrack::Done() {
+  bool const ready = Ready();
+  return Full() || (_ended && !ready);
+}
+
 bool VideoTrack::WaitsForLead() const {
   return !_lead && _due.empty() && !_times.Empty() && !_timeline.Settled(_times.NextTime_ns());
 }
@@ -218,7 +223,6 @@ TimedPacket VideoTrack::Pop() {
   _units.pop_front();
   _bytes -= packet.data.size();
   ++_frames;
-  if (_lead && Full()) _timeline.Settle(INT64_MAX);
   return packet;
 }
 

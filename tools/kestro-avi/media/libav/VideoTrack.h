@@ -37,7 +37,7 @@ class VideoTrack : public Track {
   void End() override;
   bool Ready() override;
   TimedPacket Pop() override;
-  bool Done() override { return Full() || (_ended && !Ready()); }
+  bool Done() override;
   bool WaitsForLead() const override;
   std::int64_t NextTime_ns() const override;
   std::int64_t Waiting_ns() const override;
