@@ -9,6 +9,7 @@
 #include "media/Timeline.h"
 #include "media/libav/AudioBlocks.h"
 #include "media/libav/ClockJumps.h"
+#include "media/libav/PacketTimes.h"
 
 namespace kestro::tool {
 namespace {
@@ -179,6 +180,59 @@ TEST(ClockJumps, MoveAllStreams) {
   EXPECT_EQ(jumps.Count(), 1u);
   EXPECT_EQ(correct(0, 36000000), 3300) << "ten hours ahead";
   EXPECT_EQ(jumps.Count(), 2u);
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ(correct(2, 1000000000 + i * 100), 3300 + i * 100) << "it has its own clock";
+    EXPECT_EQ(correct(0, 36000100 + i * 100), 3400 + i * 100);
+  }
+  EXPECT_EQ(jumps.Count(), 3u);
+}
+
+TEST(PacketTimes, AreDroppedIfWild) {
+  constexpr std::int64_t kNone = AV_NOPTS_VALUE, kHour = 3600000, kYear = 8766 * kHour;
+  struct {
+    std::int64_t dts, pts, duration, expectedDts, expectedPts, expectedDuration;
+  } const cases[] = {
+      // in ms
+      {55 * kYear, 55 * kYear + kHour, 24 * kHour, 55 * kYear, 55 * kYear + kHour, 24 * kHour},
+      {0, kHour + 1, 24 * kHour + 1, 0, kNone, 0},
+      {kNone, -101 * kYear, -1, kNone, kNone, 0},
+      {INT64_MAX, 5, INT64_MAX, kNone, 5, 0},
+      {5, -INT64_MAX, 0, 5, kNone, 0},
+  };
+  for (auto const& c : cases) {
+    AVPacket packet{};
+    packet.dts = c.dts;
+    packet.pts = c.pts;
+    packet.duration = c.duration;
+    DropWildTimes(packet, {1, 1000});
+    EXPECT_EQ(packet.dts, c.expectedDts) << c.dts << " " << c.pts;
+    EXPECT_EQ(packet.pts, c.expectedPts) << c.dts << " " << c.pts;
+    EXPECT_EQ(packet.duration, c.expectedDuration) << c.duration;
+  }
+}
+
+// How many packets wait for the level, which decides how much memory a track holds.
+TEST(StepFinder, WaitsOnlySoLong) {
+  struct {
+    char const* name;
+    int (*time_ms)(int packet);  // counted are 40 ms
+    std::size_t most;
+  } const cases[] = {
+      {"steady", [](int n) { return n * 40; }, 1},
+      {"off for hours", [](int n) { return n * 40 + 25 * (n > 50); }, 26},
+      {"stands still", [](int) { return 0; }, 251},
+      {"runs backwards", [](int n) { return -n * 40; }, 26},
+  };
+  for (auto const& c : cases) {
+    StepFinder finder(18 * kMs);
+    std::size_t waiting = 0, most = 0;
+    for (int i = 0; i < 100000; ++i) {
+      finder.Add(c.time_ms(i) * kMs, (c.time_ms(i) - i * 40) * kMs);
+      most = std::max(most, ++waiting);
+      for (; finder.Ready(); --waiting) finder.Pop();
+    }
+    EXPECT_EQ(most, c.most) << c.name;
+  }
 }
 
 // Leading frames, by their position, of key frames of all kinds.

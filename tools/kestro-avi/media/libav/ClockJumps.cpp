@@ -7,14 +7,14 @@ namespace kestro::tool {
 
 static constexpr std::int64_t kSecond_ns = 1000000000;
 static constexpr std::int64_t kFarAhead_ns = 3600 * kSecond_ns, kBack_ns = kSecond_ns;
+// A stream that begins further away from the others has another clock.
+static constexpr std::int64_t kOtherClock_ns = 24 * 3600 * kSecond_ns;
 // How far packets of several streams may be apart around a jump.
 static constexpr std::int64_t kInterleaving_ns = 10 * kSecond_ns;
 
 // The shift that makes the packet follow the stream's last one.
-std::int64_t ClockJumps::ShiftFor(int stream, std::int64_t time_ns) {
-  auto const known = _expected_ns.find(stream);
-  if (known == _expected_ns.end()) return _shifts_ns.back();
-  std::int64_t const expected_ns = known->second;
+std::int64_t ClockJumps::ShiftFor(Stream const& stream, std::int64_t time_ns) {
+  std::int64_t const expected_ns = stream.expected_ns;
   if (expected_ns > _jump_ns + kInterleaving_ns) _shifts_ns = {_shifts_ns.back()};
   auto const off_ns = [=](std::int64_t shift_ns) { return time_ns + shift_ns - expected_ns; };
   std::int64_t const best_ns =
@@ -27,13 +27,27 @@ std::int64_t ClockJumps::ShiftFor(int stream, std::int64_t time_ns) {
   return _shifts_ns.back();
 }
 
+// Begins a stream. Returns the shift of its first packet.
+std::int64_t ClockJumps::Begin(Stream& stream, std::int64_t time_ns) {
+  std::int64_t const off_ns = time_ns + _shifts_ns.back() - _last_ns;
+  if (_streams.size() > 1 && std::abs(off_ns) > kOtherClock_ns) {
+    ++_count;
+    stream.offset_ns = -off_ns;
+  }
+  return _shifts_ns.back() + stream.offset_ns;
+}
+
 void ClockJumps::Correct(AVPacket& packet, AVRational timeBase) {
   std::int64_t const stamp = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
   if (stamp == AV_NOPTS_VALUE) return;
   std::int64_t const time_ns = av_rescale_q(stamp, timeBase, kNanoseconds);
-  std::int64_t const shift_ns = ShiftFor(packet.stream_index, time_ns);
-  _expected_ns[packet.stream_index] =
-      time_ns + shift_ns + av_rescale_q(packet.duration, timeBase, kNanoseconds);
+  auto const [place, begins] = _streams.try_emplace(packet.stream_index);
+  Stream& stream = place->second;
+  std::int64_t const shift_ns =
+      begins ? Begin(stream, time_ns)
+             : stream.offset_ns + ShiftFor(stream, time_ns + stream.offset_ns);
+  _last_ns = time_ns + shift_ns;
+  stream.expected_ns = _last_ns + av_rescale_q(packet.duration, timeBase, kNanoseconds);
   std::int64_t const shift = av_rescale_q(shift_ns, kNanoseconds, timeBase);
   if (packet.dts != AV_NOPTS_VALUE) packet.dts += shift;
   if (packet.pts != AV_NOPTS_VALUE) packet.pts += shift;

@@ -11,7 +11,9 @@ namespace kestro::tool {
 
 // A clock that jumps back, or far ahead, was set anew: the source was restarted, or files were
 // appended to each other. What follows is moved so that it continues there. All streams of the
-// input move by the same time, although their packets pass the jump one after the other.
+// input move by the same time, although their packets pass the jump one after the other. A stream
+// that begins a day or more away from the others has a clock of its own, and begins where it is in
+// the file.
 class ClockJumps {
  public:
   // Corrects a packet's times.
@@ -20,11 +22,17 @@ class ClockJumps {
   unsigned Count() const { return _count; }
 
  private:
-  std::int64_t ShiftFor(int stream, std::int64_t time_ns);
+  struct Stream {
+    std::int64_t expected_ns = 0;  // its next time, with its shift
+    std::int64_t offset_ns = 0;    // of its own clock
+  };
+  std::int64_t Begin(Stream& stream, std::int64_t time_ns);
+  std::int64_t ShiftFor(Stream const& stream, std::int64_t time_ns);
 
-  std::deque<std::int64_t> _shifts_ns{0};    // by the last jumps
-  std::int64_t _jump_ns = 0;                 // when the last one was
-  std::map<int, std::int64_t> _expected_ns;  // a stream's next time, with its shift
+  std::deque<std::int64_t> _shifts_ns{0};  // by the last jumps
+  std::int64_t _jump_ns = 0;               // when the last one was
+  std::int64_t _last_ns = 0;               // the last packet's time, corrected
+  std::map<int, Stream> _streams;
   unsigned _count = 0;
 };
 

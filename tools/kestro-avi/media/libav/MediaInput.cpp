@@ -12,6 +12,7 @@
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "media/libav/AudioTrack.h"
+#include "media/libav/PacketTimes.h"
 #include "media/libav/StreamRate.h"
 #include "media/libav/SubtitleFile.h"
 #include "media/libav/TextTrack.h"
@@ -273,6 +274,7 @@ bool MediaInput::Read() {
   Track* track = stream < _byStream.size() ? _byStream[stream] : nullptr;
   if (track != nullptr) {
     AVRational const timeBase = _format->streams[stream]->time_base;
+    DropWildTimes(*_packet, timeBase);
     if (!track->Info().IsText()) _jumps.Correct(*_packet, timeBase);
     std::int64_t const start = _packet->pts != AV_NOPTS_VALUE ? _packet->pts : _packet->dts;
     std::int64_t& end_ns = _end_ns[_packet->stream_index];
@@ -321,12 +323,12 @@ void MediaInput::CheckLength() {
     known = true;
     std::int64_t const start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
     check(Name(stream), end_ns,
-          av_rescale_q(start + stream.duration, stream.time_base, kNanoseconds));
+          av_rescale_q(av_sat_add64(start, stream.duration), stream.time_base, kNanoseconds));
   }
   bool const all = std::none_of(_byStream.begin(), _byStream.end(),
                                 [](Track const* track) { return track == nullptr; });
   if (!known && all && _format->duration > 0)
-    check(_address, latest_ns, _format->duration * (1000000000 / AV_TIME_BASE));
+    check(_address, latest_ns, av_rescale_q(_format->duration, AV_TIME_BASE_Q, kNanoseconds));
 }
 
 // A RIFF file, such as WAV or AVI, that was cut off looks like a short one.

@@ -4,6 +4,7 @@
 
 #include "cli/Errors.h"
 #include "cli/Text.h"
+#include "media/libav/PacketTimes.h"
 #include "media/libav/SubtitleDecoder.h"
 
 namespace kestro::tool {
@@ -57,6 +58,7 @@ static std::vector<Cue> ReadCues(AVFormatContext& format, int stream, SubtitleDe
   std::vector<Cue> cues;
   PacketPtr const packet(av_packet_alloc());
   while (!interrupted() && av_read_frame(&format, packet.get()) >= 0) {
+    DropWildTimes(*packet, format.streams[packet->stream_index]->time_base);
     Cue cue;
     if (packet->stream_index == stream && decoder.Decode(*packet, cue))
       cues.push_back(std::move(cue));
