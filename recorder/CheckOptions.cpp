@@ -47,7 +47,9 @@ static void CheckTrack(TrackInfo& info, TrackInfo const* video) {
   }
   require(video != nullptr, "text takes its times from video, and there is none");
   if (info.IsText()) info.frameRate = video->frameRate;
-  require(info.frameRate.Positive(), "video needs its frame rate");
+  require(info.frameRate.Positive() && info.frameRate.num <= INT32_MAX &&
+              info.frameRate.den <= INT32_MAX,
+          "video needs its frame rate");
   if (info.IsText()) return;
   require(info.width > 0 && info.height > 0, "video needs its frame size");
   // Motion JPEG may have its own rate.

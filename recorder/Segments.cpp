@@ -107,6 +107,7 @@ bool Segments::Receive(std::size_t track, PacketRef packet) {
 void Segments::BeginRecording(std::int64_t time_ns) {
   _begun = true;
   _start_ns = _begin_ns = _end_ns = _next_ns = time_ns;
+  DropSplits(time_ns);
   _formatter.BeginFile(time_ns);
   std::size_t const all = _held.size();
   for (Held& held : _held) CutAt(held, time_ns);
@@ -209,6 +210,12 @@ void Segments::SplitAt(std::int64_t time_ns) {
   _splits.insert(time_ns);
 }
 
+// Forgets the requests that a file which starts at this time meets.
+void Segments::DropSplits(std::int64_t time_ns) {
+  std::lock_guard lock(_mutex);
+  _splits.erase(_splits.begin(), _splits.upper_bound(time_ns + kRounding_ns));
+}
+
 // Whether the other tracks have packets up to a time. Ignores tracks that lag too far.
 bool Segments::OthersCaughtUp(std::int64_t time_ns) const {
   for (std::size_t i = 0; i < _tracks.size(); ++i) {
@@ -243,10 +250,7 @@ bool Segments::StartNextFile(std::int64_t time_ns) {
     if (PacketRef const first = CutAt(held, time_ns); first && !Write(held.track, *first))
       return false;
   if (!WriteHeld(time_ns, StartsBefore) || !EndFile()) return false;
-  {
-    std::lock_guard lock(_mutex);
-    _splits.erase(_splits.begin(), _splits.upper_bound(time_ns + kRounding_ns));
-  }
+  DropSplits(time_ns);
   BeginFile();
   _begin_ns = _end_ns = time_ns;
   _formatter.BeginFile(time_ns);

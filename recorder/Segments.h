@@ -73,6 +73,7 @@ class Segments : public stream::ISink {
   bool WriteHeld(std::int64_t time_ns, bool (*isDue)(stream::Packet const&, std::int64_t));
   bool StartsFile(stream::Packet const& key) const;
   bool SplitRequested(std::int64_t time_ns) const;
+  void DropSplits(std::int64_t time_ns);
   bool TooSkewed() const;
   bool OthersCaughtUp(std::int64_t time_ns) const;
   bool StartNextFile(std::int64_t time_ns);
@@ -104,8 +105,8 @@ class Segments : public stream::ISink {
   bool _leadWritten = false;                // the current file has a frame of the leading track
   bool _complete = true;                    // all files so far are
 
-  mutable std::mutex _mutex;            // protects what follows
-  std::multiset<std::int64_t> _splits;  // pending requests
+  mutable std::mutex _mutex;       // protects what follows
+  std::set<std::int64_t> _splits;  // pending requests
   Progress _progress;
   std::int64_t _before_ns = 0;  // total length of the previous files
 };

@@ -33,8 +33,8 @@ void TrackFormatter::BeginFile(std::int64_t begin_ns) {
 }
 
 bool TrackFormatter::Write(std::size_t track, Packet& packet) {
-  if (_info[track].IsAudio()) return WriteAudio(track, packet);
-  return _info[track].TakesParameterSets() ? WriteVideo(track, packet) : _store(track, packet);
+  if (_info[track].IsText()) return _store(track, packet);
+  return _info[track].IsAudio() ? WriteAudio(track, packet) : WriteVideo(track, packet);
 }
 
 bool TrackFormatter::EndFile() {
@@ -114,7 +114,7 @@ bool TrackFormatter::WriteBlocks(std::size_t track, bool last) {
 bool TrackFormatter::WriteVideo(std::size_t track, Packet& packet) {
   State& state = _tracks[track];
   UpdateSkew(state, packet);
-  if (!packet.IsKey()) return _store(track, packet);
+  if (!packet.IsKey() || !_info[track].TakesParameterSets()) return _store(track, packet);
   bool const hevc = _info[track].codec == TrackInfo::kHevc;
   auto const own = stream::ParameterSets(hevc, packet.Data(), packet.Size());
   if (!own.empty()) state.sets = own;

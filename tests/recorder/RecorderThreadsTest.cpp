@@ -75,6 +75,7 @@ TEST(RecorderThreads, NothingIsLostAndEveryFileIsComplete) {
     std::mt19937 random(4);
     while (!done) {
       if (random() % 8 == 0) s.recorder->Split();
+      if (random() % 8 == 0) s.recorder->SplitAt(random() % 400 * (50 * kMs));  // past or future
       EXPECT_NE(s.recorder->GetStatus().state, Status::kFailed);
       std::this_thread::sleep_for(std::chrono::milliseconds(random() % 3));
     }
