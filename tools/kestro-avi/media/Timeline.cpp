@@ -6,6 +6,9 @@
 
 namespace kestro::tool {
 
+// No track lags the leading one by this many gaps.
+static constexpr std::size_t kMostGaps = 10000;
+
 void Timeline::Settle(std::int64_t input_ns) { _settled_ns = std::max(_settled_ns, input_ns); }
 
 std::int64_t Timeline::Cut(std::int64_t begin_ns, std::int64_t end_ns) {
@@ -14,6 +17,7 @@ std::int64_t Timeline::Cut(std::int64_t begin_ns, std::int64_t end_ns) {
   std::int64_t const before_ns =
       _gaps.empty() ? 0 : _gaps.back().before_ns + _gaps.back().end_ns - _gaps.back().begin_ns;
   _gaps.push_back({begin_ns, end_ns, before_ns});
+  if (_gaps.size() > kMostGaps) _gaps.pop_front();
   Settle(end_ns);
   return end_ns - begin_ns;
 }
@@ -21,7 +25,7 @@ std::int64_t Timeline::Cut(std::int64_t begin_ns, std::int64_t end_ns) {
 std::int64_t Timeline::CutBefore_ns(std::int64_t input_ns) const {
   auto const next = std::partition_point(_gaps.begin(), _gaps.end(),
                                          [=](Gap const& gap) { return gap.begin_ns < input_ns; });
-  if (next == _gaps.begin()) return 0;
+  if (next == _gaps.begin()) return _gaps.empty() ? 0 : _gaps.front().before_ns;
   Gap const& gap = *std::prev(next);
   return gap.before_ns + std::min(input_ns, gap.end_ns) - gap.begin_ns;
 }

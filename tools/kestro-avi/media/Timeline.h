@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <utility>
 #include <vector>
 
@@ -52,7 +53,7 @@ class Timeline {
     std::int64_t begin_ns, end_ns;
     std::int64_t before_ns;  // what is taken out before this gap
   };
-  std::vector<Gap> _gaps;  // in order
+  std::deque<Gap> _gaps;  // in order
   std::int64_t _settled_ns = INT64_MIN;
 };
 

@@ -1,37 +1,47 @@
 #include "verbs/OpenStarts.h"
 
-#include <algorithm>
-
 #include "cli/Text.h"
 
 namespace kestro::tool {
 
-// A file that starts with one of this many key frames is reported in time.
-static constexpr std::size_t kRecent = 1000;
+// How many key frames the recorder may lag. Limits the number of lines as well.
+static constexpr std::size_t kMost = 1000;
 
 void OpenStarts::Add(TimedPacket const& packet) {
   if (packet.key) _key_ns = packet.time_ns;
   if (!packet.leading) return;
   std::lock_guard lock(_mutex);
   ++_frames[_key_ns];
-  if (_frames.size() <= kRecent + _files.size()) return;
-  auto const old = std::find_if(_frames.begin(), _frames.end(),
-                                [this](auto const& one) { return _files.count(one.first) == 0; });
-  if (old != _frames.end()) _frames.erase(old);
+  if (_frames.size() > kMost) Forget(_frames.begin()->first);
 }
 
 void OpenStarts::AddFile(std::string const& path, std::int64_t time_ns) {
   std::lock_guard lock(_mutex);
   _files[time_ns] = path;
+  if (_files.size() > kMost) Forget(_files.begin()->first);
+}
+
+// Keeps only the line about a key frame that starts a file.
+void OpenStarts::Forget(std::int64_t time_ns) {
+  std::string const line = LineAt(time_ns);
+  if (!line.empty() && _lines.size() < kMost) _lines.push_back(line);
+  _frames.erase(time_ns);
+  _files.erase(time_ns);
+}
+
+std::string OpenStarts::LineAt(std::int64_t time_ns) const {
+  auto const frames = _frames.find(time_ns);
+  auto const file = _files.find(time_ns);
+  if (frames == _frames.end() || file == _files.end()) return "";
+  return file->second + ": cannot decode " + Quantity(frames->second, "frame") +
+         " after the first, with references to the file before";
 }
 
 std::vector<std::string> OpenStarts::Lines() const {
   std::lock_guard lock(_mutex);
-  std::vector<std::string> lines;
+  std::vector<std::string> lines = _lines;
   for (auto const& [time_ns, path] : _files)
-    if (auto const found = _frames.find(time_ns); found != _frames.end())
-      lines.push_back(path + ": cannot decode " + Quantity(found->second, "frame") +
-                      " after the first, with references to the file before");
+    if (std::string const line = LineAt(time_ns); !line.empty()) lines.push_back(line);
   return lines;
 }
 

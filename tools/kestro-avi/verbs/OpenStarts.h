@@ -19,10 +19,14 @@ class OpenStarts {
   std::vector<std::string> Lines() const;
 
  private:
+  void Forget(std::int64_t time_ns);
+  std::string LineAt(std::int64_t time_ns) const;
+
   mutable std::mutex _mutex;
-  std::int64_t _key_ns = 0;                  // the last key frame
-  std::map<std::int64_t, unsigned> _frames;  // by key frame, of the last ones and those in _files
-  std::map<std::int64_t, std::string> _files;
+  std::int64_t _key_ns = 0;                    // the last key frame
+  std::map<std::int64_t, unsigned> _frames;    // by key frame: the last ones
+  std::map<std::int64_t, std::string> _files;  // by key frame: the last ones
+  std::vector<std::string> _lines;             // about earlier files
 };
 
 }  // namespace kestro::tool

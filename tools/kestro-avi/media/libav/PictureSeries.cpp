@@ -62,8 +62,11 @@ void PictureSeries::Add(std::uint32_t first, std::uint32_t last, std::string con
       !_runs.empty() && _runs.back().last + 1 == first && _runs.back().problem == problem;
   if (continues)
     _runs.back().last = last;
+  else if (_runs.size() > kMaxRuns)
+    _runs.back() = {first, last, problem};
   else
     _runs.push_back({first, last, problem});
+  _runCount += !continues;
 }
 
 // Reads a file into _picture. Returns why it is skipped; empty for a picture.
@@ -129,8 +132,8 @@ std::vector<std::string> PictureSeries::Findings() const {
   std::vector<std::string> findings;
   for (std::size_t i = 0; i < std::min(_runs.size(), kMaxRuns); ++i)
     findings.push_back(Describe(_runs[i]));
-  if (_runs.size() > kMaxRuns)
-    findings.push_back(_address + ": " + std::to_string(_runs.size() - kMaxRuns) +
+  if (_runCount > kMaxRuns)
+    findings.push_back(_address + ": " + std::to_string(_runCount - kMaxRuns) +
                        " more problems of this kind");
   if (_skipped != 0)
     findings.push_back(_address + ": " + Quantity(_skipped, "picture") +

@@ -34,7 +34,8 @@ class PictureSeries : public Input {
   std::vector<std::uint32_t> _numbers;  // of the existing files
   std::size_t _next = 0;                // in _numbers
   std::uint64_t _skipped = 0;
-  std::vector<Run> _runs;
+  std::vector<Run> _runs;  // the first ones, and the last one
+  std::size_t _runCount = 0;
   Bytes _picture;  // read, but not yet passed to the track
   int _width = 0, _height = 0;
   std::int64_t _frame = 0;
