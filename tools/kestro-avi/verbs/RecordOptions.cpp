@@ -34,7 +34,8 @@ static constexpr char kHelp[] =
     "is stretched by 0.1 % to match.\n\n"
     "A file stores no times. Where pictures are missing, the same time is taken out of all "
     "tracks,\n"
-    "and missing audio becomes silence, so that the tracks stay in sync. This is reported.\n\n"
+    "and missing audio becomes silence, so that the tracks stay in sync. This is reported. Where\n"
+    "that is not enough, --max-skew starts a new file, in which they are in sync again.\n\n"
     "Text may be SRT, WebVTT, ASS, text subtitles in a container, or a .jsonl file with lines "
     "such\n"
     "as {\"pts_ms\": 1500, \"text\": \"hello\"}. It is recorded without styles and times: each "
@@ -86,7 +87,7 @@ void RecordOptions::AddTracks(CLI::App& app) {
   app.add_option("--text-encoding", input.textEncoding, "Encoding of the texts [UTF-8]")
       ->type_name("NAME");
   app.add_option("--text-form", _textForm,
-                 "Store each text alone (plain), or all with their times as one SRT file")
+                 "Store each text alone, or all with their times as one SRT file [plain]")
       ->type_name("FORM")
       ->check(OneOf({"plain", "srt"}));
   app.add_option("--start", _start, "Start at the key frame at or before this time")
@@ -95,8 +96,7 @@ void RecordOptions::AddTracks(CLI::App& app) {
   app.add_flag("--keep-samples", input.keepSamples,
                "Do not stretch audio to the speed at which the pictures play");
   app.add_option("--on-gap", _onGap,
-                 "Where pictures are missing: cut all tracks, or also start a "
-                 "new file")
+                 "Where pictures are missing, cut all tracks, or also start a new file [cut]")
       ->type_name("MODE")
       ->check(OneOf({"cut", "segment"}));
   app.add_option("--max-skew", _maxSkew,
