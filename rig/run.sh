@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Cuts the power of recorders: run.sh KIND BUILD TARGET-BUILD OUT [ROUNDS], where KIND is short, long or
-# cost; of the long kind the rounds count.
+# Cuts the power of recorders: run.sh KIND BUILD TARGET-BUILD OUT [ROUNDS], where KIND is short or long;
+# of the long kind the rounds count.
 # A machine records to emulated cards whose writes are logged. What a cut could leave of a card is
 # built from its log; its files are copied, by the host after the file system's own check and by a
 # machine that mounts the card as it is, and judged.
@@ -277,31 +277,6 @@ kills() {
     done
   done
   wait
-}
-
-# What a sync costs on vfat: bytes written to the card and how long a push takes, for one recorder
-# and for two on a card, with a queue and without, with the file system's barrier and without.
-cost() {
-  local mode queue plant others name
-  for mode in "${modes[@]}"; do
-    for others in alone second; do
-      for queue in direct queue; do
-        for plant in "" data-only; do
-          name=$mode.$others.$queue${plant:+.$plant}
-          card "cost.$name" vfat "$name" interval=1000 seconds=20 "scale=$(scale 3)" \
-            "queue=$([[ $queue == queue ]] && echo 1 || echo 0)" "plant=$plant"
-          [[ $others == alone ]] ||
-            job "cost.$name" "record mode=in-place seconds=20 file=/mnt/$name/other.avi >/dev/null 2>&1 &"
-          jobs=1 pool record "cost.$name"
-        done
-      done
-    done
-  done
-  wait
-  for name in "$out"/cost.*/*.said; do
-    card=$(basename "$name" .said)
-    echo "$card: $(stat -c %s "${name%.said}.log") bytes; $(grep ^push "$name")"
-  done
 }
 
 # One line for each recording; what was planted must be found.

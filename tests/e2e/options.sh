@@ -23,14 +23,4 @@ check "tags: order of the head's chunks" "strd strn INFO JUNK movi" \
 exits "plot: drawn" 0 "$tool" info --plot tags.svg tags.avi
 command -v rsvg-convert >/dev/null && passes "plot: rendered" rsvg-convert -o tags.png tags.svg
 
-# An index too long for memory: thousands of chunks, spilled in turns.
-for _ in $(seq 50); do cat $media/clip25.h264; done >long.h264
-quiet -f lavfi -i sine=duration=200:sample_rate=8000 long.wav
-exits "long" 0 record -o long.avi long.h264 long.wav
-mkdir spill
-exits "spill" 0 record --index-spill 1 --spill-dir spill -o spilled.avi long.h264 long.wav
-passes "spill: same file as without" cmp long.avi spilled.avi
-check "spill: nothing is left" "" "$(ls -A spill)"
-exits "no spill folder" 1 record --index-spill 1 --spill-dir no/such -o nospill.avi long.h264 long.wav
-passes "no spill folder: same file" cmp long.avi nospill.avi
 finish

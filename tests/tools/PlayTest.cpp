@@ -1,12 +1,9 @@
 // kestro-avi play, compared with the index.
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <tuple>
 
 #include "EveryKind.h"
-#include "support/SystemFault.h"
-#include "verbs/PlayVerb.h"
 
 namespace kestro::tool {
 namespace {
@@ -211,36 +208,6 @@ TEST_F(PlayTest, LeavesOutEntriesOfZeros) {
           << fields << " " << sync;
     }
   }
-}
-
-// Both the demuxer and the tool's own reader meet the bad sectors.
-TEST_F(PlayTest, PlaysUpToBadSectors) {
-  ASSERT_EQ(Run("record --sync in-place --reserve-time 10 -o a.avi media/clip25.h264").code, 0);
-  LoadAviPlugin(TEST_PLUGIN);
-  std::vector<avi::IndexEntry> entries;
-  avi::AviFile(At("a.avi")).ForEachEntry([&](avi::IndexEntry const& entry) {
-    entries.push_back(entry);
-  });
-  for (std::string const options : {"", "--preload 64K"})
-    for (std::size_t const i : {entries.size() / 2, entries.size() - 1}) {
-      SCOPED_TRACE(options + " packet " + std::to_string(i + 1));
-      test::SystemFault const fault("/a.avi", entries[i].offset + 108);
-      CLI::App app;
-      PlayVerb verb;
-      verb.AddTo(app);
-      app.parse("--plugin " TEST_PLUGIN " " + options + " " + At("a.avi").string());
-      testing::internal::CaptureStdout();
-      testing::internal::CaptureStderr();
-      EXPECT_EQ(verb.Run(), 1);
-      std::string const packets = std::to_string(i + 1) + " packets";
-      std::string const offset = "the chunk at offset " + std::to_string(entries[i].offset);
-      std::string const size = " has " + std::to_string(entries[i].size) + " bytes";
-      bool const last = i + 1 == entries.size();
-      EXPECT_THAT(
-          testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout(),
-          testing::AllOf(HasSubstr(offset + size + ", 100 were delivered"),
-                         HasSubstr(last ? packets : "after " + packets + ": reading failed")));
-    }
 }
 
 TEST_F(PlayTest, WarnsOfWhatItPlaysWrongly) {

@@ -62,8 +62,8 @@ std::string DriftText(Fraction const& speed) {
   double const off = Deviation(speed);
   char text[128];
   std::snprintf(text, sizeof text, "pictures play %.3g %% %s than audio, which is %.3g s per hour",
-                std::abs(1 / (1 + off) - 1) * 100, off < 0 ? "faster" : "slower",
-                std::abs(off) * 3600);
+                std::fabs(1 / (1 + off) - 1) * 100, off < 0 ? "faster" : "slower",
+                std::fabs(off) * 3600);
   return text;
 }
 
