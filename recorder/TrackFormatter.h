@@ -29,7 +29,7 @@ class TrackFormatter {
 
   // How far the tracks of the current file have drifted apart.
   std::int64_t Skew_ns() const { return _skew_ns; }
-  // Where in the current file this is most.
+  // Where in the current file they were furthest apart.
   struct Skew {
     std::int64_t length_ns = 0, time_ns = 0;
   };

@@ -45,9 +45,10 @@ struct TrackInfo {
     while (length > 1024) length /= 2;
     return length > 0 ? length : 1;
   }
-  base::Fraction StoredRate() const {
-    if (!frameRate.Positive()) return frameRate;
-    return {std::max<base::int64>(1, (frameRate.num + frameRate.den / 2) / frameRate.den), 1};
+  // The nearest whole rate; 0/1 for an unknown one.
+  static base::Fraction StoredRate(base::Fraction const& rate) {
+    if (!rate.Positive()) return {};
+    return {std::max<base::int64>(1, (rate.num + rate.den / 2) / rate.den), 1};
   }
   int FrameBytes() const { return channels * bits / 8; }  // audio: one sample of each channel
 };

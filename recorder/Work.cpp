@@ -66,7 +66,7 @@ void Recorder::Work::UseStoredRates() {
     if (!rate.Positive()) continue;
     _frame_ns[i] =
         std::llround(1e9 * static_cast<double>(rate.den) / static_cast<double>(rate.num));
-    if (!_options.verbatim) _tracks[i].frameRate = _tracks[i].StoredRate();
+    if (!_options.verbatim) _tracks[i].frameRate = TrackInfo::StoredRate(rate);
   }
 }
 

@@ -1,12 +1,12 @@
 #include "media/FrameRate.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <numeric>
 
 #include "cli/Errors.h"
 #include "media/Scaled.h"
+#include "recorder/TrackInfo.h"
 
 namespace kestro::tool {
 
@@ -34,10 +34,7 @@ Fraction NearWhole(Fraction const& rate) {
   return near ? Fraction(static_cast<base::int64>(whole), 1) : rate;
 }
 
-Fraction StoredRate(Fraction const& rate) {
-  if (!rate.Positive()) return {};
-  return {std::max<base::int64>(1, (rate.num + rate.den / 2) / rate.den), 1};
-}
+Fraction StoredRate(Fraction const& rate) { return record::TrackInfo::StoredRate(rate); }
 
 Fraction PlayedSpeed(Fraction const& rate) {
   if (!rate.Positive()) return {1, 1};

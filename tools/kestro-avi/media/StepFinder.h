@@ -1,4 +1,4 @@
-// Tells lasting steps of a clock from jitter.
+// Distinguishes lasting steps of a clock from jitter.
 #pragma once
 
 #include <cstdint>

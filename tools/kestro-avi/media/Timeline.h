@@ -41,7 +41,7 @@ class Timeline {
 
   // What is taken out before a time, in input time.
   std::int64_t CutBefore_ns(std::int64_t input_ns) const;
-  // Where audio and pictures of a time are in the recording.
+  // The recorded time of audio and of pictures.
   std::int64_t Audio_ns(std::int64_t input_ns) const;
   std::int64_t Video_ns(std::int64_t input_ns) const;
   // What remains of a stretch of time.

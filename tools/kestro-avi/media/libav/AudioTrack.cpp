@@ -13,9 +13,10 @@ namespace kestro::tool {
 // Limits the audio that waits for video.
 static constexpr std::size_t kMaxHeld = 64 << 20;
 static constexpr std::int64_t kMaxHeldLive_ns = 10000000000;
-// What is cut off or filled at the beginning is not mentioned below the first, and a note below the
-// second.
-static constexpr std::int64_t kShort_ns = 20000000, kNote_ns = 100000000;
+// Audio that is cut off or filled at the beginning is reported if it is longer than this, ...
+static constexpr std::int64_t kReported_ns = 20000000;
+// ... and is a finding, not a note, if more than this is cut off.
+static constexpr std::int64_t kFinding_ns = 100000000;
 
 static AVStream const& Checked(AVStream const& stream, std::string const& name) {
   AVCodecParameters const& codec = *stream.codecpar;
@@ -25,8 +26,8 @@ static AVStream const& Checked(AVStream const& stream, std::string const& name) 
   return stream;
 }
 
-// The precision of samples that lose some of it; 16 if they do not.
-static int LostBits(AVCodecParameters const& codec) {
+// The bits of samples that lose some of them, else 16.
+static int ReducedBits(AVCodecParameters const& codec) {
   AVCodecDescriptor const* const known = avcodec_descriptor_get(codec.codec_id);
   bool const lossless = known != nullptr && (known->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
                         (known->props & AV_CODEC_PROP_LOSSY) == 0;
@@ -42,7 +43,7 @@ AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timel
       _clock(clock),
       _lead(lead),
       _live(live),
-      _bits(LostBits(*stream.codecpar)),
+      _bits(ReducedBits(*stream.codecpar)),
       _decoder(Checked(stream, name),
                [this](std::int64_t pts, std::int64_t duration_ns, Samples samples) {
                  AddSamples(pts, duration_ns, std::move(samples));
@@ -156,9 +157,9 @@ std::size_t AudioTrack::WaitingBytes() const {
 std::string AudioTrack::Beginning() const {
   if (!_blocks || _timeline.selection.start_ns != 0) return {};
   std::int64_t const early_ns = _early_ns + _blocks->Early_ns();
-  if (early_ns > kShort_ns)
+  if (early_ns > kReported_ns)
     return "left out: " + Seconds_ns(early_ns) + " of audio before the first picture";
-  if (_blocks->Late_ns() > kShort_ns)
+  if (_blocks->Late_ns() > kReported_ns)
     return "begins " + Seconds_ns(_blocks->Late_ns()) +
            " after the first picture; preceded by silence";
   return {};
@@ -169,7 +170,7 @@ std::vector<std::string> AudioTrack::Findings() const {
   if (_decoder.Damaged() != 0)
     findings.push_back("left out: " + Quantity(_decoder.Damaged(), "damaged packet"));
   if (!_blocks) return findings;
-  if (_early_ns + _blocks->Early_ns() > kNote_ns && !Beginning().empty())
+  if (_early_ns + _blocks->Early_ns() > kFinding_ns && !Beginning().empty())
     findings.push_back(Beginning());
   for (std::string const& line : _blocks->Gaps().Lines("missing audio")) findings.push_back(line);
   for (std::string const& line : _blocks->Overlaps().Lines("overlapping audio"))
@@ -184,7 +185,7 @@ std::vector<std::string> AudioTrack::Notes() const {
   std::vector<std::string> notes;
   if (_bits != 16)
     notes.push_back("its samples have " + std::to_string(_bits) + " bits, recorded are 16");
-  if (_blocks && _early_ns + _blocks->Early_ns() <= kNote_ns && !Beginning().empty())
+  if (_blocks && _early_ns + _blocks->Early_ns() <= kFinding_ns && !Beginning().empty())
     notes.push_back(Beginning());
   return notes;
 }

@@ -11,9 +11,8 @@ namespace kestro::tool {
 
 class AudioTrack : public Track {
  public:
-  // `lead`: the input has no video, so it starts with this audio. Throws Error for a stream that
-  // cannot be recorded.
-  // `live`: audio waits only a limited time for the times of the video.
+  // `lead`: the input has no video, so it starts with this audio. `live`: audio waits only a
+  // limited time for the times of the video. Throws Error for a stream that cannot be recorded.
   AudioTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
              bool lead, bool live);
 
@@ -45,10 +44,10 @@ class AudioTrack : public Track {
   InputClock& _clock;
   bool const _lead, _live;
   std::int64_t _next_ns = 0;  // time of audio without a time
-  std::deque<Piece> _held;    // until the start of the recording is known
+  std::deque<Piece> _held;    // until its time in the recording is known
   std::size_t _heldBytes = 0;
   std::int64_t _held_ns = 0;
-  std::unique_ptr<AudioBlocks> _blocks;  // after that
+  std::unique_ptr<AudioBlocks> _blocks;  // null until the start of the recording is known
   std::int64_t _early_ns = 0;            // dropped before that
   bool _ended = false, _stretched = false;
   int _bits = 16;  // of the input's samples

@@ -12,6 +12,7 @@
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "media/libav/AudioTrack.h"
+#include "media/libav/OpenFormat.h"
 #include "media/libav/PacketTimes.h"
 #include "media/libav/StreamRate.h"
 #include "media/libav/SubtitleFile.h"
@@ -25,85 +26,14 @@ static constexpr std::size_t kMaxAhead = 256;
 
 MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline)
     : _address(address), _interrupted(options.interrupted), _packet(av_packet_alloc()) {
-  Open(address, options);
+  Open(options);
   AddTracks(options, timeline);
 }
 
-static ExitCode CodeOf(int failed) {
-  switch (failed) {
-    case AVERROR_INVALIDDATA:
-    case AVERROR_EOF:
-    case AVERROR_PATCHWELCOME:
-    case AVERROR_DECODER_NOT_FOUND:
-    case AVERROR_DEMUXER_NOT_FOUND:
-    case AVERROR_STREAM_NOT_FOUND:
-    case AVERROR(ENOMEM):  // a damaged length
-      return kUnusable;
-    case AVERROR_EXIT:
-      return kInterrupted;
-    default:
-      return kIo;
-  }
-}
-
-// Removes the type of a device from an address such as "v4l2:/dev/video0" and returns it; null for
-// other addresses.
-static AVInputFormat const* TakeDevice(std::string& url) {
-#ifdef KESTRO_DEVICES
-  static bool const registered = (avdevice_register_all(), true);
-  (void)registered;
-  auto const colon = url.find(':');
-  if (colon == url.npos) return nullptr;
-  AVInputFormat const* kind = av_find_input_format(url.substr(0, colon).c_str());
-  if (kind == nullptr || kind->priv_class == nullptr ||
-      !AV_IS_INPUT_DEVICE(kind->priv_class->category))
-    return nullptr;
-  url.erase(0, colon + 1);
-  return kind;
-#else
-  (void)url;
-  return nullptr;
-#endif
-}
-
-// Opens an address. Requests the frame rate and the picture format from a device, if they are
-// given.
-int MediaInput::OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
-                           char const* form) {
-  AVDictionary* settings = nullptr;
-  if (rate.Positive()) av_dict_set(&settings, "framerate", rate.Text().c_str(), 0);
-  if (form != nullptr) av_dict_set(&settings, "input_format", form, 0);
-  AVFormatContext* context = avformat_alloc_context();
-  context->interrupt_callback.callback = [](void* input) {
-    return static_cast<MediaInput*>(input)->_interrupted() ? 1 : 0;
-  };
-  context->interrupt_callback.opaque = this;
-  int const failed = avformat_open_input(&context, url.c_str(), device, &settings);
-  av_dict_free(&settings);
-  _format.reset(context);
-  return failed;
-}
-
-void MediaInput::Open(std::string const& address, InputOptions const& options) {
+void MediaInput::Open(InputOptions const& options) {
   std::error_code none;
-  std::string url = address == "-" ? "pipe:0" : address;
-  auto const status = std::filesystem::status(address, none);
-  if (std::filesystem::is_directory(status)) throw Error(kIo, address + ": is a directory");
-  // A file name may look like an address.
-  AVInputFormat const* device = nullptr;
-  if (std::filesystem::exists(status)) url = "file:" + address;
-  if (std::filesystem::is_regular_file(status)) CheckSize(address);
-  if (!std::filesystem::exists(status)) device = TakeDevice(url);
-
-  // Cameras deliver raw pictures by default.
-  bool const camera = device != nullptr && std::strstr(device->name, "v4l2") != nullptr;
-  int failed = OpenFormat(url, device, options.rate, camera ? "mjpeg" : nullptr);
-  if (failed < 0 && camera) failed = OpenFormat(url, device, options.rate, nullptr);
-  if (failed >= 0) failed = avformat_find_stream_info(_format.get(), nullptr);
-  if (failed < 0)
-    throw Error(CodeOf(failed),
-                address + ": " +
-                    (CodeOf(failed) == kUnusable ? "has an unknown format" : LibavError(failed)));
+  if (std::filesystem::is_regular_file(_address, none)) CheckSize(_address);
+  _format = OpenFormat(_address, options.rate, options.interrupted);
 }
 
 // Whether the stream can be a track. Video codecs are checked later, where an unsupported one is an
@@ -290,7 +220,7 @@ void MediaInput::Finish(int outcome) {
   bool const whole = outcome == AVERROR_EOF;
   if (!whole && !_interrupted()) {
     std::string const text = _address + ": " + LibavError(outcome);
-    if (CodeOf(outcome) == kUnusable)
+    if (ExitCodeOf(outcome) == kUnusable)
       _findings.push_back(text);
     else
       _failure = text;

@@ -23,9 +23,7 @@ class MediaInput : public Input {
   ReadExtent ReadSoFar() const override;
 
  private:
-  void Open(std::string const& address, InputOptions const& options);
-  int OpenFormat(std::string const& url, AVInputFormat const* device, base::Fraction rate,
-                 char const* form);
+  void Open(InputOptions const& options);
   std::string Name(AVStream const& stream) const {
     return _address + ", track " + std::to_string(stream.index);
   }

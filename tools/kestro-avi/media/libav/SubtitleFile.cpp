@@ -4,6 +4,7 @@
 
 #include "cli/Errors.h"
 #include "cli/Text.h"
+#include "media/libav/OpenFormat.h"
 #include "media/libav/PacketTimes.h"
 #include "media/libav/SubtitleDecoder.h"
 
@@ -86,11 +87,7 @@ std::vector<Cue> ParseSubtitles(std::string const& path, std::string const& cont
 
 std::vector<Cue> ReadSubtitles(std::string const& path, int stream, SubtitleDecoder& decoder,
                                bool (*interrupted)()) {
-  AVFormatContext* context = nullptr;
-  int failed = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
-  FormatPtr const format(context);
-  if (failed >= 0) failed = avformat_find_stream_info(context, nullptr);
-  if (failed < 0) throw Error(kIo, path + ": " + LibavError(failed));
+  FormatPtr const format = OpenFormat(path, {}, interrupted);
   for (unsigned i = 0; i < format->nb_streams; ++i)
     if (static_cast<int>(i) != stream) format->streams[i]->discard = AVDISCARD_ALL;
   return ReadCues(*format, stream, decoder, interrupted);

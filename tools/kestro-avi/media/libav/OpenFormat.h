@@ -1,0 +1,19 @@
+// Opens inputs with libavformat.
+#pragma once
+
+#include <string>
+
+#include "base/Fraction.h"
+#include "cli/Errors.h"
+#include "media/libav/Libav.h"
+
+namespace kestro::tool {
+
+// Opens a file name, an address or a device, and reads what streams it has. `rate`: what to request
+// from a device, 0/1 for its default. `interrupted` ends every wait, also later ones. Throws Error.
+FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*interrupted)());
+
+// The exit code for an error of libavformat.
+ExitCode ExitCodeOf(int failed);
+
+}  // namespace kestro::tool
