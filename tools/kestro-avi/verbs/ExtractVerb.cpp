@@ -14,7 +14,7 @@
 #include "media/TextFile.h"
 #include "media/WaveFile.h"
 #include "verbs/TrackText.h"
-#include "verify/FrameConverter.h"
+#include "verify/ReadAnnexB.h"
 
 namespace kestro::tool {
 
@@ -83,34 +83,16 @@ std::uint64_t ExtractVerb::BytesToRead(avi::AviFile const& avi, Targets const& t
   return bytes;
 }
 
-// Calls `sink` for the data of the selected tracks, with all frames in Annex B form, until it is
-// interrupted. Returns what is wrong with the data, one line each.
-std::vector<std::string> ExtractVerb::ReadTracks(
-    avi::AviFile& avi, std::vector<bool> const& selected, Progress& progress,
-    std::function<void(std::size_t, avi::Piece const&)> const& sink) {
-  std::vector<FrameConverter> converters(avi.Tracks().begin(), avi.Tracks().end());
-  std::vector<std::uint64_t> damaged(converters.size());
-  Bytes frame;
-  avi::TrackReader reader(avi, selected);
-  reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
-    if (converters[track].Needed()) {
-      damaged[track] += !converters[track].Convert(piece.data, piece.size, frame);
-      sink(track, {frame.data(), frame.size(), piece.position});
-    } else {
-      sink(track, piece);
-    }
-    progress.Update(_done += piece.size);
-    return !Interrupted();
-  });
-  auto faults = reader.Faults();
-  for (std::size_t i = 0; i < converters.size(); ++i) {
-    std::string const name = "track " + std::to_string(i) + ": ";
-    if (selected[i] && converters[i].Needed() && converters[i].SetsDamaged())
-      faults.push_back(name + "the parameter sets in its header are damaged");
-    if (damaged[i] != 0)
-      faults.push_back(name + Quantity(damaged[i], "damaged frame") + " written partly");
-  }
-  return faults;
+// Reads the selected tracks until it is interrupted. Returns what is wrong with their data.
+std::vector<std::string> ExtractVerb::ReadTracks(avi::AviFile& avi,
+                                                 std::vector<bool> const& selected,
+                                                 Progress& progress, PieceSink const& sink) {
+  return ReadAnnexB(avi, selected,
+                    [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
+                      sink(track, piece);
+                      progress.Update(_done += stored);
+                      return !Interrupted();
+                    });
 }
 
 // Containers store when each frame is shown, which must be known before the first one is written.

@@ -26,9 +26,9 @@ class ExtractVerb {
  private:
   void ListTracks(avi::AviFile const& avi) const;
   std::uint64_t BytesToRead(avi::AviFile const& avi, Targets const& targets) const;
-  std::vector<std::string> ReadTracks(
-      avi::AviFile& avi, std::vector<bool> const& selected, Progress& progress,
-      std::function<void(std::size_t, avi::Piece const&)> const& sink);
+  using PieceSink = std::function<void(std::size_t track, avi::Piece const& piece)>;
+  std::vector<std::string> ReadTracks(avi::AviFile& avi, std::vector<bool> const& selected,
+                                      Progress& progress, PieceSink const& sink);
   void OrderFrames(avi::AviFile& avi, Targets const& targets, Progress& progress);
   std::unique_ptr<Output> OpenOutput(avi::AviFile const& avi, Targets const& targets,
                                      Target const& target) const;
