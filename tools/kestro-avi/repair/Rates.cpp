@@ -24,7 +24,8 @@ static Fraction HeaderRate(avi::AviTrack const& track, unsigned time_us) {
 }
 
 unsigned ChunksPerFrame(avi::AviTrack const& track) {
-  if (track.type != "video" || track.filledChunks < 2) return 1;
+  constexpr unsigned kFewest = 10;  // so that a few empty chunks are no pattern
+  if (track.type != "video" || track.filledChunks < kFewest) return 1;
   base::uint64 const filled = track.filledChunks;
   base::uint64 const times = (track.chunks + filled / 2) / filled;
   base::uint64 const whole = times * filled;
