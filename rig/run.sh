@@ -244,39 +244,6 @@ long() {
     for fs in exfat f2fs; do pool mounted "$fs.$round" $fs states=50 "seed=$round"; done
   done
   wait
-  kills
-}
-
-killed() { # killed GROUP: the emulator itself, some time after the first syncs
-  local card until=$((SECONDS + 200))
-  (boot "$1") &
-  for card in $(<"$out/$1/cards"); do
-    while (($(stat -c %s "$out/$1/$card.log") < 800000 && SECONDS < until)); do sleep 0.2; done
-  done
-  sleep $((RANDOM % 8)).$((RANDOM % 10))
-  kill -KILL "$(pgrep -P $!)"  # the emulator, not what limits its time
-  wait $! || true
-}
-kills() {
-  local fs round mode times=$(((rounds + 1) / 2))
-  for fs in vfat ext4 exfat f2fs; do
-    for ((round = 1; round <= times; ++round)); do
-      usual "killed.$fs.$round" $fs 250 9
-      sed -i 's/$/ seconds=30/' "$out/killed.$fs.$round/job"
-      job "killed.$fs.$round" finish
-      pool killed "killed.$fs.$round"
-    done
-  done
-  wait
-  for fs in vfat ext4 exfat f2fs; do
-    for ((round = 1; round <= times; ++round)); do
-      case $fs in
-        exfat | f2fs) pool mounted "killed.$fs.$round" $fs states=end ;;
-        *) for mode in "${modes[@]}"; do pool checked "killed.$fs.$round" $fs "$mode" states=end; done ;;
-      esac
-    done
-  done
-  wait
 }
 
 # One line for each recording; what was planted must be found.

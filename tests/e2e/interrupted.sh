@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Recordings that end early, with a full disk or by a signal, are complete up to there.
+# Recordings that a signal ends are complete up to there.
 #   interrupted.sh TOOL MEDIA-FOLDER
 # shellcheck source-path=SCRIPTDIR
 . "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
@@ -13,15 +13,6 @@ complete() {
   check "$1: pictures" "$(picture_hashes "${av[0]}" | head -n "$count")" "$pictures"
   check "$1: index" "last $count" "$(info "$2" '"\(.index) \(.tracks[0].chunks)"')"
 }
-for limit in 40 600; do # KiB; the whole file has 640
-  full() (
-    trap '' XFSZ
-    ulimit -f "$limit"
-    record -o "full$limit.avi" "${av[@]}"
-  )
-  exits "disk full at $limit KiB" 3 full
-  complete "disk full at $limit KiB" full$limit.avi
-done
 for signal in INT TERM HUP; do # and nobody reads the messages
   env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2> >(head -c 1 >/dev/null) &
   pid=$!

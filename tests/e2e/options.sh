@@ -11,8 +11,6 @@ passes "no-audio: is the video alone" cmp video.avi silent.avi
 exits "no-video" 0 record --no-video -o blind.avi "${av[@]}"
 same_media "no-video" blind.avi - stereo48k.wav
 exits "a kind of device in an address" 0 record --duration 1 -o device.avi lavfi:sine=r=16000
-exits "fps" 0 record --fps 30 -o fps.avi "$media/clip2997.h264"
-check "fps: stored" "30/1" "$(video_facts fps.avi | cut -d, -f4)"
 printf 'lens data' >strd.bin
 exits "tags" 0 record --strd strd.bin --strn camera --isft recorder --junk 1001 -o tags.avi "${av[@]}"
 same_media "tags" tags.avi clip25.h264 stereo48k.wav
@@ -20,7 +18,5 @@ check "tags: ffprobe" "camera recorder" "$(ffprobe -v error -show_entries \
   stream_tags=title:format_tags=software -of default=nw=1:nk=1 tags.avi | xargs)"
 check "tags: order of the head's chunks" "strd strn INFO JUNK movi" \
   "$(head -c 8192 tags.avi | grep -aoE 'strd|strn|INFO|JUNK|movi' | xargs)"
-exits "plot: drawn" 0 "$tool" info --plot tags.svg tags.avi
-command -v rsvg-convert >/dev/null && passes "plot: rendered" rsvg-convert -o tags.png tags.svg
 
 finish

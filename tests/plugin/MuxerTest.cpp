@@ -172,23 +172,5 @@ TEST_F(Muxer, TakesNothingAfterFourGiB) {
   EXPECT_EQ(0xFFFFFFFF - left, device.size) << "with its index";
 }
 
-// The application does not wait for a device that stalls until the cache is full.
-TEST_F(Muxer, RecordsThroughAStall) {
-  FaultIO device;
-  r.muxer->Set("io", static_cast<base::IO*>(&device));
-  ASSERT_TRUE(Start());
-  std::string const frame = KeyFrame(std::string(20000, 'p'));
-  for (int i = 0; i < 100; ++i) {
-    if (i == 1 || i == 77) device.Hold(i == 1);  // three blocks, and less than four
-    EXPECT_TRUE(r.Push(0, frame, true));
-  }
-  EXPECT_TRUE(r.Close());
-  EXPECT_EQ(device.Failures(), 0);
-  MemoryIO file(device.Bytes());
-  Playing p(&file);
-  EXPECT_TRUE(p.Open());
-  EXPECT_EQ(p.Times().size(), 100);
-}
-
 }  // namespace
 }  // namespace kestro::test
