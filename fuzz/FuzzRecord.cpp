@@ -32,7 +32,6 @@ struct Sample {
   std::size_t blank = 0;  // stored bytes that are delivered as zeros
   bool key = false;
   bool taken = false;
-  int64 end = 0;  // of the chunk and its padding, counted from the first one
 
   std::string_view Stored() const { return std::string_view(data).substr(lead); }
   std::string Delivered() const { return std::string(Stored()).replace(0, blank, blank, '\0'); }
@@ -107,7 +106,6 @@ class Recorder {
     return static_cast<std::size_t>(
         std::count_if(_samples.begin(), _samples.end(), [](auto& s) { return s.Indexed(); }));
   }
-  std::size_t Fitting(std::string const& bytes) const;
   void Check(std::string const& bytes, std::size_t least) const;
   void Play(std::string const& bytes, std::vector<Sample const*> const& indexed, bool all) const;
 
@@ -122,9 +120,7 @@ class Recorder {
   std::vector<Sample> _samples;
   std::size_t _room = 0;    // entries that the index can hold
   std::size_t _synced = 0;  // samples that a sync has covered
-  int64 _end = 0;           // of the last chunk, counted from the first one
-  int64 _capacity = INT64_MAX;
-  bool _once = false;  // what fails does so once
+  bool _once = false;       // what fails does so once
   int64 _ms = 0;
   std::size_t _total = 0;
   unsigned _number = 0;
@@ -162,14 +158,13 @@ void Recorder::Open() {
   _samples.clear();
   _recording.messages.clear();
   _synced = 0;
-  _end = _ms = 0;
+  _ms = 0;
   _recording.Open();
 }
 
 void Recorder::AddFault() {
   unsigned const kind = _input.U8(), nth = _input.U8() + 1;
   unsigned const keep = _input.U16();
-  _capacity = INT64_MAX;
   _once = kind % 8 == 1;
   FaultIO::Fault fault{FaultIO::kWrite, static_cast<int>(nth), !_once,
                        keep % 3 == 0 ? base::IO::kFailed : keep};
@@ -177,8 +172,6 @@ void Recorder::AddFault() {
     case 1:
     case 2:
       return _device->Fail(fault);
-    case 3:
-      return _device->Capacity(_capacity = int64(keep) * (1 + nth % 32));
     case 4:
       fault.forever = false;
       [[fallthrough]];
@@ -273,11 +266,6 @@ Sample Recorder::NextSample(unsigned step, unsigned bits, std::size_t size) {
 void Recorder::Push(Sample sample) {
   int const flushes = _device->Count(FaultIO::kFlush);
   sample.taken = _recording.Push(static_cast<int>(sample.track), sample.data, sample.key, _ms);
-  if (sample.taken && sample.kind != 'a' && (sample.kind != 'j' || !sample.data.empty())) {
-    auto const size = static_cast<int64>(sample.Stored().size());
-    _end += size + size % 2 + (sample.kind == 'j' ? 0 : 8);
-  }
-  sample.end = _end;
   _samples.push_back(std::move(sample));
   if (_samples.size() == 1) return;  // the first one opens the file
   if (_device->Count(FaultIO::kFlush) == flushes || _device->Failures() > 0) return;
@@ -309,29 +297,12 @@ void Recorder::Close() {
 void Recorder::CheckFaults(std::string const& bytes, bool closed) {
   bool const none = std::none_of(_samples.begin(), _samples.end(), [](auto& s) { return s.taken; });
   if (none) return;
-  bool const fullDisk = _capacity != INT64_MAX;
-  std::size_t const least = _once ? _samples.size() : fullDisk ? Fitting(bytes) : _synced;
-  if (_way == kCallback && !_once && !fullDisk) {
+  if (_way == kCallback && !_once) {
     Check(Applied(bytes), _synced);
     if (closed) Check(bytes, _synced);
     return;
   }
-  Check(bytes, least);
-}
-
-// How many samples fit on a full disk, with their index.
-std::size_t Recorder::Fitting(std::string const& bytes) const {
-  auto const data = bytes.find("movi");
-  if (data == std::string::npos) return 0;
-  int64 const room = _capacity - static_cast<int64>(data) - 4;
-  int64 entries = 0;
-  std::size_t count = 0;
-  for (; count < _samples.size() && _samples[count].taken; ++count) {
-    entries += _samples[count].Indexed();
-    int64 const index = _tags->s.indexFirst ? 0 : 8 + 16 * entries;
-    if (_samples[count].end + index > room) break;
-  }
-  return count;
+  Check(bytes, _once ? _samples.size() : _synced);
 }
 
 // The index must name samples in their order, of the first `least` all that were taken, as far as

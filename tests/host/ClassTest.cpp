@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "base/FourCC.h"
 #include "base/Module.h"
 
 namespace kestro::base {
@@ -62,20 +61,6 @@ TEST(Class, TakenAliasIsReported) {
               "\033[31mbase/reflect/TClass/74/Register:\tcl,class existed:Taken-alias\n\033[0m");
     EXPECT_EQ(IClass::Find("Taken-alias", true), first);
   }
-}
-
-TEST(FourCC, FirstCharacterIsTheLowestByteFromAnyStart) {
-  struct {
-    unsigned value;
-    char const* text;
-    int i, n;
-    unsigned code;
-  } const table[] = {{0, "strh", 0, 4, 0x68727473},  {0, "strh", 1, 4, 0x00727473},
-                     {0, "strh", 3, 4, 0x00000073},  {0, "strh", 4, 4, 0},
-                     {0, "ab", 1, 4, 0x00006261},    {0x10000000, "ab", 2, 3, 0x10000061},
-                     {0, "strh.", -1, 4, 0x68727473}};
-  for (auto const& row : table)
-    EXPECT_EQ(Convert32(row.value, row.text, row.i, row.n), row.code) << row.text << row.i << row.n;
 }
 
 TEST(Class, MakesObjectsWithParameters) {

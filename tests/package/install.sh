@@ -93,11 +93,6 @@ if [[ $with_tool == 1 ]]; then
   tool="$work/moved/kestro/bin/kestro-avi"
   [[ $with_media == 0 ]] || # with the installed modules
     quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)"
-  for ask in "env KESTRO_PLUGIN_PATH=/nowhere $tool plugin" "$tool plugin --plugin /nowhere"; do
-    $ask >"$work/log" 2>&1 && die "$ask: took another plug-in"
-    grep -q '/nowhere' "$work/log" || die "$ask: $(cat "$work/log")"
-  done
-  KESTRO_PLUGIN_PATH=/nowhere quietly "$tool" plugin --plugin "$work/moved/kestro/${lib#"$prefix/"}/kestro"
   mv "$prefix.away" "$prefix"
   for page in man/man1/kestro-avi.1 bash-completion/completions/kestro-avi \
     fish/vendor_completions.d/kestro-avi.fish; do
