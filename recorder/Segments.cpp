@@ -249,7 +249,7 @@ bool Segments::StartNextFile(std::int64_t time_ns) {
   for (Held& held : _held)
     if (PacketRef const first = CutAt(held, time_ns); first && !Write(held.track, *first))
       return false;
-  if (!WriteHeld(time_ns, StartsBefore) || !EndFile()) return false;
+  if (!WriteHeld(time_ns, StartsBefore) || !EndFile(true)) return false;
   DropSplits(time_ns);
   BeginFile();
   _begin_ns = _end_ns = time_ns;
@@ -295,9 +295,8 @@ void Segments::BeginFile() {
   _progress.skew_ns = 0;
 }
 
-// Closes the current file and reports the outcome.
-bool Segments::EndFile() {
-  bool const splits = TooSkewed();
+// Closes the current file and reports the outcome. `splits`: another one follows.
+bool Segments::EndFile(bool splits) {
   bool const written = _formatter.EndFile();
   bool const complete = _file->Close() && written;
   FinishedFile finished{_file->Path(),   _file->Pushed(),   _end_ns - _begin_ns, complete,
@@ -324,7 +323,7 @@ bool Segments::End() {
   } catch (std::exception const& error) {
     _report({Event::kError, "", error.what()});
   }
-  if (_file) EndFile();
+  if (_file) EndFile(false);
   return written && _complete;
 }
 

@@ -81,7 +81,7 @@ class Segments : public stream::ISink {
   bool Write(std::size_t track, stream::Packet& packet);
   bool Store(std::size_t track, stream::Packet& packet);
   void BeginFile();
-  bool EndFile();
+  bool EndFile(bool splits);
 
   RecorderOptions const& _options;
   Tracks const& _info;

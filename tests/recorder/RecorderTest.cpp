@@ -67,7 +67,7 @@ TEST(Recorder, FillsLateAudioWithSilenceAndReportsMissingAudio) {
   EXPECT_EQ(s.Payload(1), std::string(5 * 640, '\0') + std::string(44 * 640, 'a'));
 }
 
-// 100 frames of 40 ms with a key frame every 200 ms, and audio on the same clock. `lost`: that many
+// 100 frames of 40 ms with a key frame every `keys`, and audio on the same clock. `lost`: that many
 // frames are missing in the middle; `late`: one frame comes late by this.
 TEST(Recorder, StartsAFileWhereTracksDriftApart) {
   struct {
@@ -78,6 +78,7 @@ TEST(Recorder, StartsAFileWhereTracksDriftApart) {
     char const* said = "";
     bool reordered = false;
     TrackInfo::Codec codec = TrackInfo::kH264;
+    int keys = 5;
   } const cases[] = {
       {"in sync"},
       {"a second late once", 0, 1000},
@@ -85,6 +86,8 @@ TEST(Recorder, StartsAFileWhereTracksDriftApart) {
       {"within the limit", 4, 0, 200, 1, "up to 0.160 s apart"},
       {"beyond the limit", 7, 0, 200, 2, "up to 0.280 s apart"},
       {"another limit", 4, 0, 100, 2, "the next file is in sync again"},
+      {"beyond the limit without a later key frame", 7, 0, 200, 1, "up to 0.280 s", false,
+       TrackInfo::kH264, 60},
       {"no limit", 20, 0, 0, 1, "up to 0.800 s apart"},
       {"motion JPEG", 7, 0, 200, 2, "up to 0.280 s apart", false, TrackInfo::kMjpeg},
   };
@@ -98,7 +101,8 @@ TEST(Recorder, StartsAFileWhereTracksDriftApart) {
       bool const missing = i > 50 && i <= 50 + c.lost;
       static constexpr int kTurn_ms[] = {0, 80, -40, -40, 0};
       std::int64_t const jitter = (c.reordered ? kTurn_ms[i % 5] : i == 33 ? c.late_ms : 0) * kMs;
-      EXPECT_TRUE(missing || s.Push(0, Picture(i), time + jitter, i % 5 == 0) == Code::kOk) << i;
+      EXPECT_TRUE(missing || s.Push(0, Picture(i), time + jitter, i % c.keys == 0) == Code::kOk)
+          << i;
       EXPECT_EQ(s.Push(1, std::string(640, 'a'), time), Code::kOk) << i;
     }
     EXPECT_TRUE(s.recorder->Stop());
@@ -113,6 +117,7 @@ TEST(Recorder, StartsAFileWhereTracksDriftApart) {
     }
     EXPECT_THAT(warnings, HasSubstr(c.said));
     EXPECT_EQ(warnings.empty(), *c.said == '\0') << warnings;
+    EXPECT_EQ(c.files > 1, warnings.find("next file") != std::string::npos) << warnings;
     EXPECT_THAT(starts, testing::Each(0)) << "files start with key frames";
     EXPECT_EQ(s.storage.Payloads(allKeys ? 1 : 0).size(), 100u - static_cast<unsigned>(c.lost));
   }
