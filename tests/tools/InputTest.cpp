@@ -119,6 +119,10 @@ TEST(FrameRate, IsChosen) {
   }
   for (char const* text : {"", "0", "-25", "25/0", "abc", "9999999999"})
     EXPECT_THROW(ParseRate(text), Error) << text;
+  EXPECT_EQ(ParseRate("29.97"), Fraction(30000, 1001));
+  EXPECT_EQ(ParseRate("29.99"), Fraction(2999, 100));
+  EXPECT_EQ(UsualRate({19001, 317}), Fraction(60000, 1001)) << "from times in ms";
+  EXPECT_EQ(UsualRate({2999, 100}), Fraction(30, 1));
 }
 
 TEST(FrameRate, IsStoredAsTheNearestWholeOne) {

@@ -26,12 +26,22 @@ Fraction ChooseRate(RateSources const& sources, std::string const& track) {
   return rate;
 }
 
-Fraction NearWhole(Fraction const& rate) {
+static double Value(Fraction const& rate) {
+  return static_cast<double>(rate.num) / static_cast<double>(rate.den);
+}
+
+// 30000/1001 for 2997/100, and the same for other multiples of 1000/1001; else the rate itself.
+static Fraction ExactNtsc(Fraction const& rate) {
+  double const ratio = Value(rate) * 1.001, whole = std::round(ratio);
+  bool const near = whole >= 1 && std::abs(ratio - whole) < whole * 0.00001;
+  return near ? Fraction(static_cast<base::int64>(whole) * 1000, 1001) : rate;
+}
+
+Fraction UsualRate(Fraction const& rate) {
   if (!rate.Positive()) return {};
-  double const value = static_cast<double>(rate.num) / static_cast<double>(rate.den);
-  double const whole = std::round(value);
+  double const value = Value(rate), whole = std::round(value);
   bool const near = whole >= 1 && std::abs(value - whole) < whole * 0.0005;
-  return near ? Fraction(static_cast<base::int64>(whole), 1) : rate;
+  return near ? Fraction(static_cast<base::int64>(whole), 1) : ExactNtsc(rate);
 }
 
 Fraction StoredRate(Fraction const& rate) { return record::TrackInfo::StoredRate(rate); }
@@ -44,9 +54,7 @@ Fraction PlayedSpeed(Fraction const& rate) {
 }
 
 // Recorded time per input time, minus 1.
-static double Deviation(Fraction const& speed) {
-  return static_cast<double>(speed.num) / static_cast<double>(speed.den) - 1;
-}
+static double Deviation(Fraction const& speed) { return Value(speed) - 1; }
 
 bool Stretchable(Fraction const& speed) { return std::abs(Deviation(speed)) <= 0.005; }
 
@@ -81,7 +89,7 @@ Fraction ParseRate(std::string const& text) {
   bool const good = Fraction::Parse(text.c_str(), rate) && rate.Positive();
   if (!good || rate.num > INT32_MAX || rate.den > INT32_MAX)
     throw Error(kUsage, "--fps: \"" + text + "\" is not a frame rate (25, 30000/1001, 29.97)");
-  return rate;
+  return ExactNtsc(rate);
 }
 
 std::int64_t FrameTime_ns(Fraction rate, std::int64_t frame) {

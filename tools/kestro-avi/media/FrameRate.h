@@ -21,8 +21,9 @@ struct RateSources {
 // `track` is used in the message.
 base::Fraction ChooseRate(RateSources const& sources, std::string const& track);
 
-// Rounds a rate that is very close to a whole number: containers store rates inexactly.
-base::Fraction NearWhole(base::Fraction const& rate);
+// Corrects a rate that is very close to a whole number, or to one divided by 1.001: containers
+// store rates inexactly.
+base::Fraction UsualRate(base::Fraction const& rate);
 
 // A file stores whole rates: the nearest one.
 base::Fraction StoredRate(base::Fraction const& rate);
@@ -41,7 +42,8 @@ bool SameRate(base::Fraction const& a, base::Fraction const& b);
 std::string RatesDiffer(std::string const& track, base::Fraction const& rate,
                         base::Fraction const& other);
 
-// Parses a rate from the command line: "25", "30000/1001", "29.97". Throws Error.
+// Parses a rate from the command line: "25", "30000/1001", or "29.97", which means the same as the
+// one before. Throws Error.
 base::Fraction ParseRate(std::string const& text);
 
 // The time of a frame at a constant rate.

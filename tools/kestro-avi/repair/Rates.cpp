@@ -20,7 +20,7 @@ static Fraction HeaderRate(avi::AviTrack const& track, unsigned time_us) {
   Fraction const stream(track.rate, track.scale), main(1000000 / common, time_us / common);
   bool const whole = valid(stream) && stream.num % stream.den == 0;
   if (valid(main) && (!valid(stream) || (whole && main.Whole() == stream.Whole()))) return main;
-  return valid(stream) ? NearWhole(stream) : Fraction();
+  return valid(stream) ? UsualRate(stream) : Fraction();
 }
 
 unsigned ChunksPerFrame(avi::AviTrack const& track) {

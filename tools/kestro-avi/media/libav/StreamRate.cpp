@@ -11,7 +11,7 @@ Fraction ContainerRate(AVFormatContext& format, AVStream& stream) {
   AVRational const average = stream.avg_frame_rate;
   // The guess is the finest grid that all times fit, which is far too high when times jitter.
   if (average.num > 0 && average.den > 0 && av_q2d(rate) > 1.5 * av_q2d(average)) rate = average;
-  return NearWhole(Fraction(rate.num, rate.den));
+  return UsualRate(Fraction(rate.num, rate.den));
 }
 
 Fraction StreamRate(AVCodecParameters const& parameters, AVPacket const& key) {
