@@ -19,7 +19,7 @@ std::vector<std::string> GapReport::Lines(std::string const& what) const {
     lines.push_back(Seconds_ns(gap.length_ns) + " of " + what + " at " + Seconds_ns(gap.time_ns) +
                     "; " + gap.remedy);
   if (_more != 0)
-    lines.push_back(Quantity(_more, "more gap") + " of " + Seconds_ns(_more_ns) + " in all");
+    lines.push_back(Seconds_ns(_more_ns) + " more of " + what + " in " + Quantity(_more, "place"));
   return lines;
 }
 

@@ -12,8 +12,8 @@ namespace kestro::tool {
 static constexpr std::int64_t kSecond_ns = 1000000000;
 // Audio that begins this close to the recording begins with it: containers round times.
 static constexpr std::int64_t kRounding_ns = 5000000;
-// Shorter corrections follow a clock that drifts.
-static constexpr std::int64_t kGap_ns = 40000000;
+// A correction follows a clock that drifts, unless the times jump by this much there.
+static constexpr std::int64_t kJump_ns = AudioBlocks::kTolerance_ns / 2;
 
 AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns)
     : _rate(rate),
@@ -55,9 +55,11 @@ bool AudioBlocks::Begin(std::int64_t time_ns, Samples& samples) {
 void AudioBlocks::Add(std::int64_t time_ns, Samples samples) {
   if (samples.empty() || (!_begun && !Begin(time_ns, samples))) return;
   time_ns = std::max(time_ns, _origin_ns);
-  _steps.Add(time_ns, time_ns - _origin_ns - Time_ns(_natural));
+  std::int64_t const off_ns = time_ns - _origin_ns - Time_ns(_natural);
+  bool const jump = std::abs(off_ns - std::exchange(_off_ns, off_ns)) >= kJump_ns;
+  _steps.Add(time_ns, off_ns);
   _natural += Count(samples);
-  _unsettled.push_back(std::move(samples));
+  _unsettled.push_back({jump, std::move(samples)});
   Settle();
 }
 
@@ -72,9 +74,9 @@ void AudioBlocks::Settle() {
   for (; _steps.Ready(); _steps.Pop()) {
     std::int64_t const level = SampleAt(_steps.Level());
     std::int64_t const step = level - std::exchange(_level, level);
-    if (step != 0) Report(Time_ns(step));
-    Samples samples = std::move(_unsettled.front());
+    auto [jump, samples] = std::move(_unsettled.front());
     _unsettled.pop_front();
+    if (step != 0) Report(Time_ns(step), jump);
     // Silence and cuts cancel out.
     std::int64_t const silence = std::max<std::int64_t>(0, step - _excess);
     _excess = std::max<std::int64_t>(0, _excess - step);
@@ -85,8 +87,8 @@ void AudioBlocks::Settle() {
   }
 }
 
-void AudioBlocks::Report(std::int64_t step_ns) {
-  if (std::abs(step_ns) < kGap_ns)
+void AudioBlocks::Report(std::int64_t step_ns, bool jump) {
+  if (!jump)
     _drift_ns += step_ns;
   else if (step_ns > 0)
     _gaps.Add(Time_ns(_added), step_ns, "filled with silence");

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <utility>
 #include <vector>
 
 #include "media/GapReport.h"
@@ -35,7 +36,7 @@ class AudioBlocks {
 
   std::int64_t Late_ns() const { return _late_ns; }    // silence at the beginning
   std::int64_t Early_ns() const { return _early_ns; }  // cut off the beginning
-  // Silence added, or audio cut, in steps of less than kGap_ns, because the clock drifts.
+  // Silence added, or audio cut, because the clock drifts.
   std::int64_t Drift_ns() const { return _drift_ns; }
   GapReport const& Gaps() const { return _gaps; }
   GapReport const& Overlaps() const { return _overlaps; }
@@ -52,17 +53,18 @@ class AudioBlocks {
   bool Begin(std::int64_t time_ns, Samples& samples);
   void Settle();
   void Append(std::int64_t silence, Samples samples);
-  void Report(std::int64_t step_ns);
+  void Report(std::int64_t step_ns, bool jump);
 
   int const _rate, _channels, _block;
   std::int64_t const _limit;  // samples per channel, as the members below
   std::int64_t _added = 0, _taken = 0, _waiting = 0;
   std::int64_t _natural = 0;    // samples since the beginning without corrections
   std::int64_t _origin_ns = 0;  // the time of the first of them
+  std::int64_t _off_ns = 0;     // of the last samples, from the time without corrections
   std::int64_t _level = 0;      // samples that corrections should add
   std::int64_t _excess = 0;     // samples to be cut
   StepFinder _steps;
-  std::deque<Samples> _unsettled;  // their place is not known yet
+  std::deque<std::pair<bool, Samples>> _unsettled;  // times jump there; place not known yet
   std::deque<Piece> _pieces;
   bool _begun = false, _ended = false;
   std::int64_t _late_ns = 0, _early_ns = 0, _drift_ns = 0;

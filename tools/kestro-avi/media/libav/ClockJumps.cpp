@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "cli/Text.h"
+
 namespace kestro::tool {
 
 static constexpr std::int64_t kSecond_ns = 1000000000;
@@ -21,7 +23,7 @@ std::int64_t ClockJumps::ShiftFor(Stream const& stream, std::int64_t time_ns) {
       *std::min_element(_shifts_ns.begin(), _shifts_ns.end(),
                         [&](auto a, auto b) { return std::abs(off_ns(a)) < std::abs(off_ns(b)); });
   if (off_ns(best_ns) >= -kBack_ns && off_ns(best_ns) <= kFarAhead_ns) return best_ns;
-  ++_count;
+  Note(expected_ns, off_ns(_shifts_ns.back()));
   _jump_ns = expected_ns;
   _shifts_ns = {_shifts_ns.back(), expected_ns - time_ns};
   return _shifts_ns.back();
@@ -31,16 +33,29 @@ std::int64_t ClockJumps::ShiftFor(Stream const& stream, std::int64_t time_ns) {
 std::int64_t ClockJumps::Begin(Stream& stream, std::int64_t time_ns) {
   std::int64_t const off_ns = time_ns + _shifts_ns.back() - _last_ns;
   if (_streams.size() > 1 && std::abs(off_ns) > kOtherClock_ns) {
-    ++_count;
+    Note(_last_ns, off_ns);
     stream.offset_ns = -off_ns;
   }
   return _shifts_ns.back() + stream.offset_ns;
+}
+
+void ClockJumps::Note(std::int64_t time_ns, std::int64_t length_ns) {
+  if (_count++ != 0) return;
+  _first_ns = time_ns - _begin_ns;
+  _length_ns = length_ns;
+}
+
+std::string ClockJumps::Describe() const {
+  return std::string("its clock jumps ") + (_length_ns < 0 ? "back" : "ahead") + " by " +
+         Seconds_ns(std::abs(_length_ns)) + " at " + Seconds_ns(_first_ns) +
+         (_count > 1 ? ", and " + Quantity(_count - 1, "more time") : "");
 }
 
 void ClockJumps::Correct(AVPacket& packet, AVRational timeBase) {
   std::int64_t const stamp = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
   if (stamp == AV_NOPTS_VALUE) return;
   std::int64_t const time_ns = av_rescale_q(stamp, timeBase, kNanoseconds);
+  if (_streams.empty()) _begin_ns = time_ns;
   auto const [place, begins] = _streams.try_emplace(packet.stream_index);
   Stream& stream = place->second;
   std::int64_t const shift_ns =

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <string>
 
 #include "media/libav/Libav.h"
 
@@ -20,6 +21,8 @@ class ClockJumps {
   void Correct(AVPacket& packet, AVRational timeBase);
 
   unsigned Count() const { return _count; }
+  // "its clock jumps back by 10.000 s at 8.000 s"; if there are jumps.
+  std::string Describe() const;
 
  private:
   struct Stream {
@@ -27,6 +30,7 @@ class ClockJumps {
     std::int64_t offset_ns = 0;    // of its own clock
   };
   std::int64_t Begin(Stream& stream, std::int64_t time_ns);
+  void Note(std::int64_t time_ns, std::int64_t length_ns);
   std::int64_t ShiftFor(Stream const& stream, std::int64_t time_ns);
 
   std::deque<std::int64_t> _shifts_ns{0};  // by the last jumps
@@ -34,6 +38,8 @@ class ClockJumps {
   std::int64_t _last_ns = 0;               // the last packet's time, corrected
   std::map<int, Stream> _streams;
   unsigned _count = 0;
+  std::int64_t _begin_ns = 0;                  // of the first stream
+  std::int64_t _first_ns = 0, _length_ns = 0;  // the first jump
 };
 
 }  // namespace kestro::tool

@@ -228,7 +228,7 @@ void MediaInput::Finish(int outcome) {
   _ended = true;
   for (auto const& track : _tracks) track->End();
   if (_jumps.Count() != 0)
-    _findings.push_back(_address + ": its clock jumps " + Quantity(_jumps.Count(), "time") +
+    _findings.push_back(_address + ": " + _jumps.Describe() +
                         "; the recording goes on without a gap");
   if (whole) CheckLength();
 }
