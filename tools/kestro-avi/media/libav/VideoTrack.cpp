@@ -12,8 +12,9 @@ namespace kestro::tool {
 
 // A gap in a live source that is longer starts a new file.
 static constexpr std::int64_t kLongGap_ns = 10000000000;
-// Frames may be off the counted time by this much without a report.
-static constexpr std::int64_t kTolerance_ns = 20000000;
+// How far frames are off the counted time is not mentioned below the first, and a note below the
+// second.
+static constexpr std::int64_t kTolerance_ns = 20000000, kNote_ns = 100000000;
 
 static std::optional<stream::NalCodec> NalCodecOf(AVCodecID codec) {
   if (codec == AV_CODEC_ID_H264) return stream::NalCodec::kH264;
@@ -59,15 +60,20 @@ void VideoTrack::Check(AVStream const& stream, std::string const& name) {
   if (codec.width <= 0 || codec.height <= 0) throw Error(kUnusable, name + ": has no picture");
 }
 
-// A packet without a time directly follows the previous one.
+// A packet without any time is decoded directly after the previous one. When it is shown is not
+// known, but all frames together are shown as much later than decoded as the first one.
 std::int64_t VideoTrack::PacketTime_ns(AVPacket const& packet) {
-  std::int64_t const stamp = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-  if (stamp != AV_NOPTS_VALUE)
-    _last_ns = av_rescale_q(stamp, _timeBase, kNanoseconds);
+  bool const shown = packet.pts != AV_NOPTS_VALUE, decoded = packet.dts != AV_NOPTS_VALUE;
+  std::int64_t const shown_ns = shown ? av_rescale_q(packet.pts, _timeBase, kNanoseconds) : 0;
+  if (decoded)
+    _decoded_ns = av_rescale_q(packet.dts, _timeBase, kNanoseconds);
+  else if (shown)
+    _decoded_ns = shown_ns - _delay_ns;
   else if (_taken > 0)
-    _last_ns += FrameTime_ns(_options.rate, 1);
+    _decoded_ns += FrameTime_ns(_options.rate, 1);
+  if (shown && _taken == 0) _delay_ns = shown_ns - _decoded_ns;
   ++_taken;
-  return _last_ns;
+  return shown ? shown_ns : _decoded_ns + _delay_ns;
 }
 
 void VideoTrack::Take(AVPacket const& packet) {
@@ -230,6 +236,17 @@ std::int64_t VideoTrack::Waiting_ns() const {
   return Time_ns(static_cast<std::int64_t>(_due.size()));
 }
 
+// How far frames are off the times at which they are played.
+std::string VideoTrack::Unevenness() const {
+  std::string const uneven = std::to_string(_times.Uneven()) + " of " +
+                             Quantity(_times.Intervals(), "interval") + " differ";
+  return "its frames do not keep to " + _options.rate.Text() + " fps" +
+         (_times.Uneven() != 0 ? " (" + uneven + ")" : "") +
+         ": played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
+         (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
+         Seconds_ns(_worstPlace_ns);
+}
+
 std::vector<std::string> VideoTrack::Findings() const {
   std::vector<std::string> findings = _gaps.Lines("missing video");
   auto const add = [&findings](std::string const& text) { findings.push_back(text); };
@@ -239,18 +256,15 @@ std::vector<std::string> VideoTrack::Findings() const {
     add("left out: " + Quantity(_undecodable, "frame") +
         " after the first key frame, with references to frames before it");
   if (_damaged != 0) add("recorded in part: " + Quantity(_damaged, "damaged packet"));
-  if (std::abs(_worst_ns) > kTolerance_ns)
-    add("its frames do not keep to " + _options.rate.Text() + " fps (" +
-        std::to_string(_times.Uneven()) + " of " + Quantity(_times.Intervals(), "interval") +
-        " differ): played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
-        (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
-        Seconds_ns(_worstPlace_ns));
+  if (std::abs(_worst_ns) > kNote_ns) add(Unevenness());
   findings.insert(findings.end(), _size.Changes().begin(), _size.Changes().end());
   return findings;
 }
 
 std::vector<std::string> VideoTrack::Notes() const {
   std::vector<std::string> notes;
+  if (std::abs(_worst_ns) > kTolerance_ns && std::abs(_worst_ns) <= kNote_ns)
+    notes.push_back(Unevenness());
   if (_discarded != 0)
     notes.push_back("recorded although its edit list hides them: " + Quantity(_discarded, "frame"));
   if (_depth != 0)

@@ -64,6 +64,7 @@ class VideoTrack : public Track {
   void AddTime(Unit const& unit);
   void DropUnits();
   void FetchTimes();
+  std::string Unevenness() const;
   bool CloseGap(std::int64_t time_ns, std::int64_t gap_ns);
 
   AVRational const _timeBase;
@@ -82,7 +83,7 @@ class VideoTrack : public Track {
   std::int64_t _frames = 0;  // popped
   std::int64_t _taken = 0;   // packets of the container
   std::int64_t _timed = 0;   // units passed to _times
-  std::int64_t _last_ns = 0, _latest_ns = 0, _begin_ns = 0, _late_ns = 0;
+  std::int64_t _decoded_ns = 0, _delay_ns = 0, _latest_ns = 0, _begin_ns = 0, _late_ns = 0;
   bool _lead = false, _started = false, _firstGroup = true, _ended = false;
   bool _newFile = false;  // the next key frame starts a file
 
