@@ -19,7 +19,7 @@ offsets() {
   local file
   for file in "$@"; do
     paste <(quiet -i "$file" -an -vf "signalstats,metadata=print:key=lavfi.signalstats.YAVG:file=-" \
-      -f null - | starts 100) \
+      -fps_mode passthrough -enc_time_base 1/90000 -f null - | starts 100) \
       <(quiet -i "$file" -vn -af "asetnsamples=80,astats=metadata=1:reset=1,ametadata=print:key=\
 lavfi.astats.Overall.Peak_level:file=-" -f null - | starts -20) | awk '{ print $2 - $1 }'
   done
@@ -45,6 +45,9 @@ quiet -i steady.mkv -c copy -bsf:v "noise=drop='between(n,80,89)'" \
   -bsf:a "noise=drop='between(n,26,27)'" both.mkv
 quiet -i steady.mkv -c copy -bsf:v "noise=drop='eq(n,62)'" one.mkv
 quiet -i steady.mkv -c copy -bsf:a "noise=drop='between(n,12,13)'" audio.mkv
+quiet -i ntsc.mkv -c copy -bsf:v "setts=ts=PTS*0.9995" fast.mov
+source_of reordered 25 12 -bf 2 -g 25 -ar 48000 -c:a mp2
+quiet -i reordered.mkv -c copy -bsf:v h264_mp4toannexb untimed.mpg # few frames have times
 
 exits "ntsc" 0 record -o ntsc.avi ntsc.mkv
 says "ntsc" "30000/1001 fps is stored as 30 fps; audio is stretched to match"
@@ -58,6 +61,9 @@ exits "lost frame" 1 record -o one.avi one.mkv
 in_step "lost frame" 20 steady.mkv one.avi
 exits "lost audio" 1 record -o audio.avi audio.mkv
 says "lost audio" "of missing audio at"
+exits "fast camera" 0 record -o fast.avi fast.mov
+in_step "fast camera" 10 fast.mov fast.avi
+exits "frames without times" 0 record -o untimed.avi untimed.mpg
 exits "new file at a gap" 1 record --on-gap segment -o g%d.avi both.mkv
 in_step "new file at a gap" 20 steady.mkv g1.avi g2.avi
 

@@ -58,16 +58,23 @@ static double Deviation(Fraction const& speed) { return Value(speed) - 1; }
 
 bool Stretchable(Fraction const& speed) { return std::abs(Deviation(speed)) <= 0.005; }
 
-std::string StoredRateText(Fraction const& rate) {
-  if (!rate.Positive() || rate.num % rate.den == 0) return "";
-  return rate.Text() + " fps is stored as " + StoredRate(rate).Text() + " fps";
+std::string RateText(Fraction const& rate) {
+  if (rate.den <= 1001) return rate.Text();
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6g", Value(rate));
+  return text;
 }
 
-std::string DriftText(Fraction const& speed) {
+std::string StoredRateText(Fraction const& rate) {
+  if (!rate.Positive() || rate.num % rate.den == 0) return "";
+  return RateText(rate) + " fps is stored as " + StoredRate(rate).Text() + " fps";
+}
+
+std::string DriftText(Fraction const& speed, char const* than) {
   double const off = Deviation(speed);
   char text[128];
-  std::snprintf(text, sizeof text, "pictures play %.3g %% %s than audio, which is %.3g s per hour",
-                std::fabs(1 / (1 + off) - 1) * 100, off < 0 ? "faster" : "slower",
+  std::snprintf(text, sizeof text, "pictures play %.3g %% %s than %s, which is %.3g s per hour",
+                std::fabs(1 / (1 + off) - 1) * 100, off < 0 ? "faster" : "slower", than,
                 std::fabs(off) * 3600);
   return text;
 }
@@ -80,7 +87,7 @@ bool SameRate(Fraction const& a, Fraction const& b) {
 }
 
 std::string RatesDiffer(std::string const& track, Fraction const& rate, Fraction const& other) {
-  return track + ": " + rate.Text() + " fps, but another track has " + other.Text() +
+  return track + ": " + RateText(rate) + " fps, but another track has " + RateText(other) +
          " fps; a file has one frame rate (--fps sets it)";
 }
 

@@ -32,10 +32,13 @@ base::Fraction PlayedSpeed(base::Fraction const& rate);
 // Whether audio can be stretched to this speed unnoticed: by up to 0.5 %.
 bool Stretchable(base::Fraction const& speed);
 
+// "30000/1001", or "29.9837" for a rate that is no usual fraction.
+std::string RateText(base::Fraction const& rate);
 // "30000/1001 fps is stored as 30 fps"; empty for a whole rate.
 std::string StoredRateText(base::Fraction const& rate);
-// How far pictures that play at this speed drift away from audio that does not.
-std::string DriftText(base::Fraction const& speed);
+// How far pictures that play at this speed drift away from what does not: "pictures play 4 % faster
+// than audio, ...".
+std::string DriftText(base::Fraction const& speed, char const* than = "audio");
 
 bool SameRate(base::Fraction const& a, base::Fraction const& b);
 // The message about an H.264 or HEVC track that has another rate than an earlier one.

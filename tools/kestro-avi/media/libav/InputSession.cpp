@@ -56,7 +56,7 @@ void InputSession::CheckTracks() {
       track->MakeLead();
     }
     // Motion JPEG may have its own rate.
-    if (info.Numbered() && !SameRate(track->InputRate(), _video->InputRate()))
+    if (info.Numbered() && !SameRate(info.frameRate, _video->Info().frameRate))
       throw Error(kUnusable, RatesDiffer(info.name, track->InputRate(), _video->InputRate()));
   }
   if (_video != nullptr) _leadInput = _inputOf[_leadInput];
@@ -72,18 +72,27 @@ void InputSession::SetSpeeds(InputOptions const& options) {
                                  [](Track const* track) { return track->Info().IsAudio(); });
   for (Track const* track : _tracks) {
     base::Fraction const rate = track->InputRate(), other = track->OtherRate();
+    if (!rate.Positive()) continue;
+    base::Fraction const speed = PlayedSpeed(rate);
     std::string const name = track->Info().name + ": ", stored = StoredRateText(rate);
-    bool const follows = stretches && SameRate(rate, _video->InputRate());
-    if (!stored.empty() && follows)
-      _notes.push_back(name + stored + (audio ? "; audio is stretched to match" : ""));
-    else if (!stored.empty())
-      _findings.push_back(name + stored + ": " + DriftText(PlayedSpeed(rate)) +
-                          (options.keepSamples && Stretchable(PlayedSpeed(rate))
+    char const* const than = audio ? "audio" : "in the input";
+    if (SameRate(speed, _timeline.speed)) {
+      if (!stored.empty())
+        _notes.push_back(name + stored + (audio ? "; audio is stretched to match" : ""));
+    } else if (stretches) {
+      base::Fraction const apart{speed.num * _timeline.speed.den, speed.den * _timeline.speed.num};
+      (Stretchable(apart) ? _notes : _findings)
+          .push_back(name + RateText(rate) + " fps, but the first video has " +
+                     RateText(_video->InputRate()) + " fps: " + DriftText(apart, than));
+    } else {
+      _findings.push_back(name + stored + ": " + DriftText(speed, than) +
+                          (options.keepSamples && Stretchable(speed)
                                ? "; without --keep-samples, the audio is stretched to match"
                                : "; a video with a whole frame rate avoids this"));
+    }
     if (other.Positive() && audio)
-      _findings.push_back(name + "--fps " + rate.Text() + " instead of " + other.Text() + ": " +
-                          DriftText({other.num * rate.den, other.den * rate.num}));
+      _findings.push_back(name + "--fps " + RateText(rate) + " instead of " + RateText(other) +
+                          ": " + DriftText({other.num * rate.den, other.den * rate.num}));
   }
 }
 
