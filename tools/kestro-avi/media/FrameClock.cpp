@@ -11,7 +11,7 @@ static constexpr std::size_t kRecent = 500;
 // Whether the rate varies is decided with this many intervals, or this much time after a gap.
 static constexpr std::size_t kEnough = 100;
 static constexpr std::int64_t kLongest_ns = 4000000000;
-static constexpr std::int64_t kTolerance_ns = 20000000;
+static constexpr std::int64_t kTolerance_ns = 10000000;
 
 FrameClock::FrameClock(base::Fraction rate, base::Fraction speed, std::size_t depth)
     : _rate(rate),

@@ -13,7 +13,7 @@ static constexpr std::int64_t kSecond_ns = 1000000000;
 // Audio that begins this close to the recording begins with it: containers round times.
 static constexpr std::int64_t kRounding_ns = 5000000;
 // A correction follows a clock that drifts, unless the times jump by this much there.
-static constexpr std::int64_t kJump_ns = AudioBlocks::kTolerance_ns / 2;
+static constexpr std::int64_t kJump_ns = 10000000;
 
 AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns)
     : _rate(rate),

@@ -20,7 +20,7 @@ using Samples = std::vector<std::int16_t>;  // interleaved
 // and are ignored.
 class AudioBlocks {
  public:
-  static constexpr std::int64_t kTolerance_ns = 20000000;
+  static constexpr std::int64_t kTolerance_ns = 10000000;
 
   // `limit_ns`: length of the recording, negative for no limit.
   AudioBlocks(int rate, int channels, std::int64_t limit_ns);

@@ -14,7 +14,7 @@ namespace kestro::tool {
 static constexpr std::int64_t kLongGap_ns = 10000000000;
 // How far frames are off the counted time is not mentioned below the first, and a note below the
 // second.
-static constexpr std::int64_t kTolerance_ns = 20000000, kNote_ns = 100000000;
+static constexpr std::int64_t kTolerance_ns = 10000000, kNote_ns = 100000000;
 
 static std::optional<stream::NalCodec> NalCodecOf(AVCodecID codec) {
   if (codec == AV_CODEC_ID_H264) return stream::NalCodec::kH264;
@@ -168,7 +168,8 @@ void VideoTrack::FetchTimes() {
     std::int64_t const gap_ns = late_ns() - _late_ns;
     bool const newFile = frame.gap && gap_ns * 2 >= frame_ns && CloseGap(frame.time_ns, gap_ns);
     _late_ns = late_ns();
-    if (std::abs(_late_ns) > std::abs(_worst_ns)) {
+    if (frame.gap) _reported_ns = std::max(_reported_ns, std::abs(_late_ns));
+    if (std::abs(_late_ns) > std::max(std::abs(_worst_ns), _reported_ns + kTolerance_ns)) {
       _worst_ns = _late_ns;
       _worstPlace_ns = Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
     }
@@ -240,7 +241,7 @@ std::int64_t VideoTrack::Waiting_ns() const {
 std::string VideoTrack::Unevenness() const {
   std::string const uneven = std::to_string(_times.Uneven()) + " of " +
                              Quantity(_times.Intervals(), "interval") + " differ";
-  return "its frames do not keep to " + _options.rate.Text() + " fps" +
+  return "its frames do not keep to " + RateText(_options.rate) + " fps" +
          (_times.Uneven() != 0 ? " (" + uneven + ")" : "") +
          ": played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
          (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
@@ -263,8 +264,7 @@ std::vector<std::string> VideoTrack::Findings() const {
 
 std::vector<std::string> VideoTrack::Notes() const {
   std::vector<std::string> notes;
-  if (std::abs(_worst_ns) > kTolerance_ns && std::abs(_worst_ns) <= kNote_ns)
-    notes.push_back(Unevenness());
+  if (_worst_ns != 0 && std::abs(_worst_ns) <= kNote_ns) notes.push_back(Unevenness());
   if (_discarded != 0)
     notes.push_back("recorded although its edit list hides them: " + Quantity(_discarded, "frame"));
   if (_depth != 0)

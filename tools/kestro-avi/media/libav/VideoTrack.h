@@ -87,6 +87,7 @@ class VideoTrack : public Track {
   bool _lead = false, _started = false, _firstGroup = true, _ended = false;
   bool _newFile = false;  // the next key frame starts a file
 
+  std::int64_t _reported_ns = 0;                   // the largest difference that gaps explain
   std::int64_t _worst_ns = 0, _worstPlace_ns = 0;  // the largest difference from the counted time
   GapReport _gaps;
   unsigned _skipped = 0, _damaged = 0, _undecodable = 0, _discarded = 0;
