@@ -30,8 +30,10 @@ bool StepFinder::FindLevel() {
   }
   bool const lasting = std::abs(last.time_ns - first.time_ns) >= kLasting_ns ||
                        last.Counted_ns() - first.Counted_ns() >= kMostCounted_ns;
-  if (lasting || _ended) _next_ns = _reached_ns;
-  return lasting || _ended;
+  if (!lasting && !_ended) return false;
+  bool const large = std::abs(_reached_ns - _level_ns) > 2 * _tolerance_ns;
+  _next_ns = lasting || large ? _reached_ns : _level_ns;
+  return true;
 }
 
 void StepFinder::Pop() {

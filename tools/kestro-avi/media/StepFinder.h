@@ -9,7 +9,8 @@ namespace kestro::tool {
 // Takes packets with their times and how far each time is off the counted one, and determines the
 // level of these differences. A difference within the tolerance of the level changes nothing. A
 // larger one is jitter if the difference comes back within a second, and else a new level: the
-// one that all differences of that second reach.
+// one that all differences of that second reach. In the last second, a difference of up to twice
+// the tolerance is jitter, too.
 //
 //   finder.Add(time, off);
 //   while (finder.Ready()) { finder.Level(); finder.Pop(); }    // of the oldest packet
