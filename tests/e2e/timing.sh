@@ -48,6 +48,7 @@ quiet -i steady.mkv -c copy -bsf:a "noise=drop='between(n,12,13)'" audio.mkv
 quiet -i ntsc.mkv -c copy -bsf:v "setts=ts=PTS*0.9995" fast.mov
 source_of reordered 25 12 -bf 2 -g 25 -ar 48000 -c:a mp2
 quiet -i reordered.mkv -c copy -bsf:v h264_mp4toannexb untimed.mpg # few frames have times
+source_of once 1 12 -bf 2 -c:a pcm_s16le
 
 exits "ntsc" 0 record -o ntsc.avi ntsc.mkv
 says "ntsc" "30000/1001 fps is stored as 30 fps; audio is stretched to match"
@@ -63,6 +64,7 @@ exits "lost audio" 1 record -o audio.avi audio.mkv
 says "lost audio" "of missing audio at"
 exits "fast camera" 0 record -o fast.avi fast.mov
 in_step "fast camera" 10 fast.mov fast.avi
+exits "reordered, one a second" 0 record -o once.avi once.mkv
 exits "frames without times" 0 record -o untimed.avi untimed.mpg
 exits "new file at a gap" 1 record --on-gap segment -o g%d.avi both.mkv
 in_step "new file at a gap" 20 steady.mkv g1.avi g2.avi

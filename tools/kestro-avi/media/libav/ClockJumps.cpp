@@ -58,11 +58,15 @@ void ClockJumps::Correct(AVPacket& packet, AVRational timeBase) {
   if (_streams.empty()) _begin_ns = time_ns;
   auto const [place, begins] = _streams.try_emplace(packet.stream_index);
   Stream& stream = place->second;
+  // The times at which frames are shown go back and forth.
+  bool const ordered = begins || packet.dts != AV_NOPTS_VALUE;
   std::int64_t const shift_ns =
-      begins ? Begin(stream, time_ns)
-             : stream.offset_ns + ShiftFor(stream, time_ns + stream.offset_ns);
+      begins    ? Begin(stream, time_ns)
+      : ordered ? stream.offset_ns + ShiftFor(stream, time_ns + stream.offset_ns)
+                : stream.offset_ns + _shifts_ns.back();
   _last_ns = time_ns + shift_ns;
-  stream.expected_ns = _last_ns + av_rescale_q(packet.duration, timeBase, kNanoseconds);
+  if (ordered)
+    stream.expected_ns = _last_ns + av_rescale_q(packet.duration, timeBase, kNanoseconds);
   std::int64_t const shift = av_rescale_q(shift_ns, kNanoseconds, timeBase);
   if (packet.dts != AV_NOPTS_VALUE) packet.dts += shift;
   if (packet.pts != AV_NOPTS_VALUE) packet.pts += shift;
