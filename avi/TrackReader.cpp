@@ -27,14 +27,17 @@ bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   if (track >= _position.size()) return true;
   AviTrack const& info = _avi.Tracks()[track];
   bool const whole = info.type != "audio";
+  std::uint64_t const count = whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
+  bool const wanted = track < _selected.size() && _selected[track] &&
+                      (_range == nullptr || _range->Has(track, _position[_avi.ClockOf(track)], count));
   bool more = true;
-  if (track < _selected.size() && _selected[track]) {
+  if (wanted) {
     IndexEntry entry = listed;
     entry.size = _avi.DataSize(listed);
     more = !CheckChunk(entry, whole) || ReadPieces(entry, track, sink);
   }
   // Also for other tracks: they may give a selected one its times.
-  _position[track] += whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
+  _position[track] += count;
   return more;
 }
 
@@ -79,7 +82,10 @@ bool TrackReader::ReadPieces(IndexEntry const& entry, std::size_t track, Sink co
     int64 const at = entry.offset + 8 + done;
     if (_avi.Reader().Read(at, _buffer.data(), size) != size)
       throw Error(kIo, "the AVI file cannot be read at offset " + std::to_string(at));
-    if (!sink(track, {_buffer.data(), size, position + (whole ? 0 : done / frame)})) return false;
+    Piece piece{_buffer.data(), size, position + (whole ? 0 : done / frame)};
+    if (_range != nullptr) _range->Cut(track, piece);
+    bool const left = _range == nullptr || piece.size != 0;
+    if (left && !sink(track, piece)) return false;
     done += size;
   } while (done < entry.size);
   return true;

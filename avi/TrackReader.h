@@ -26,6 +26,17 @@ class TrackReader {
   // `avi` must outlive the reader. `selected`: by track.
   TrackReader(AviFile& avi, std::vector<bool> const& selected) : _avi(avi), _selected(selected) {}
 
+  // A part of the tracks.
+  class Range {
+   public:
+    virtual ~Range() = default;
+    // Whether a chunk has something of the part; `position` and `count` as in Piece.
+    virtual bool Has(std::size_t track, std::uint64_t position, std::uint64_t count) const = 0;
+    // Cuts a piece to the part, possibly to nothing. The data stays valid until the next call.
+    virtual void Cut(std::size_t track, Piece& piece) = 0;
+  };
+  void Limit(Range* range) { _range = range; }  // must outlive the reader; null: read everything
+
   // Calls `sink` for each video frame (also empty ones), each text, and pieces of audio, until it
   // returns false.
   using Sink = std::function<bool(std::size_t track, Piece const& piece)>;
@@ -43,6 +54,7 @@ class TrackReader {
 
   AviFile& _avi;
   std::vector<bool> _selected;
+  Range* _range = nullptr;
   std::vector<std::uint64_t> _position;  // by track: frames, texts or samples so far
   std::vector<std::uint8_t> _buffer;
   std::vector<std::string> _faults;

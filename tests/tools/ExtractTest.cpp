@@ -200,6 +200,49 @@ TEST_F(ExtractTest, TimesTextByFrames) {
   EXPECT_THAT(json.Findings(), HasSubstr("1 texts are not UTF-8"));
 }
 
+// Key frames are one second apart.
+TEST_F(ExtractTest, WritesAPart) {
+  Write("t.srt",
+        "1\n00:00:00,500 --> 00:00:01,000\na\n\n2\n00:00:01,200 --> 00:00:01,400\nb\n\n"
+        "3\n00:00:02,400 --> 00:00:03,000\nc\n");
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/stereo48k.wav t.srt").code, 0);
+  std::string const bytes = FileText(At("a.avi")), audio = Payload("a.avi", 1);
+  std::vector<std::string> frames;
+  avi::AviFile(At("a.avi")).ForEachEntry([&](avi::IndexEntry const& entry) {
+    if (avi::TrackOfCode(entry.id) == 0)
+      frames.push_back(bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size));
+  });
+  struct {
+    std::string options;
+    std::size_t first, last, samples, texts;
+  } const cases[] = {
+      {"", 0, 100, 144000, 3},
+      {"--from 1.5 --to 2.52", 25, 63, 72960, 2},
+      {"--from 0.99 --to 1", 0, 25, 48000, 1},
+      {"--from 3.1", 75, 100, 0, 0},
+      {"--to 0.5", 0, 13, 24000, 0},  // the text is nearest to frame 13
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.options);
+    Expect("extract --force --track 0:p.h264 --track 1:p.wav --track 2:p.srt a.avi",
+           {{c.options, 0, ""}});
+    std::string video;
+    for (std::size_t i = c.first; i < c.last; ++i) video += frames[i];
+    EXPECT_TRUE(FileText(At("p.h264")) == video);
+    EXPECT_TRUE(FileText(At("p.wav")).substr(44) ==
+                audio.substr(std::min(audio.size(), c.first * 1920 * 4), c.samples * 4));
+    std::string const texts = FileText(At("p.srt"));
+    EXPECT_EQ(static_cast<std::size_t>(std::count(texts.begin(), texts.end(), '>')), c.texts);
+    ASSERT_EQ(Run("extract --track 0:- " + c.options + " a.avi").code, 0);
+    EXPECT_TRUE(FileText(At("stdout.txt")) == video);
+    ASSERT_EQ(Run("extract --track 1:- " + c.options + " a.avi").code, 0);
+    EXPECT_TRUE(FileText(At("stdout.txt")) == FileText(At("p.wav")));
+  }
+  Expect("extract a.avi --track 0:x.h264", {{"--from 4", 2, "after the end"},
+                                            {"--from 2 --to 2", 2, "after --from"},
+                                            {"--track 0:- --track 1:-", 2, "one track"}});
+}
+
 TEST_F(ExtractTest, KeepsTheEndTimesOfTexts) {
   std::string const cues =
       "1\n00:00:00,500 --> 00:00:01,210\nz\xC3\xA4\n\n2\n00:00:01,000 --> 00:00:03,999\nb\nc\n";

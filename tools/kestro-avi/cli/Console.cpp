@@ -130,6 +130,8 @@ static void ClearStatus() {
 
 static bool IsTerminal(int file) { return isatty(file) == 1; }
 
+bool OutputIsTerminal() { return IsTerminal(standardOutput); }
+
 std::string Shown(std::string const& name) {
   return IsTerminal(standardOutput) ? Escaped(name, false) : name;
 }

@@ -30,6 +30,8 @@ std::string Shown(std::string const& name);
 // Writes the line "kestro-avi: text" to standard error.
 void Report(std::string const& text);
 
+bool OutputIsTerminal();
+
 // Whether standard output is a terminal and colours are not turned off (NO_COLOR).
 bool ColouredOutput();
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "base/File.h"
@@ -10,7 +11,7 @@
 
 namespace kestro::tool {
 
-// Used directly for elementary streams of video.
+// Used directly for elementary streams of video. The path "-" is standard output.
 class StreamFile : public Output {
  public:
   explicit StreamFile(std::string const& path);
@@ -18,10 +19,16 @@ class StreamFile : public Output {
   std::string Finish() override;
 
  protected:
+  bool Seekable() const { return _new != nullptr; }
   void Store(void const* data, std::size_t size);
+  void Rewind();
 
-  NewFile _new;
-  base::FileIO _file;
+ private:
+  [[noreturn]] void Fail() const;
+
+  std::unique_ptr<NewFile> _new;  // null for standard output
+  std::unique_ptr<base::FileIO> _file;
+  std::uint64_t _stored = 0;
 };
 
 }  // namespace kestro::tool

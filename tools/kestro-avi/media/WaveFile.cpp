@@ -1,8 +1,5 @@
 #include "media/WaveFile.h"
 
-#include <cerrno>
-#include <cstring>
-
 #include "cli/Errors.h"
 
 namespace kestro::tool {
@@ -10,7 +7,7 @@ namespace kestro::tool {
 static constexpr unsigned kWaveHead = 44;
 
 WaveFile::WaveFile(std::string const& path, avi::AviTrack const& track)
-    : StreamFile(path), _track(track) {
+    : StreamFile(path), _track(track), _bytes(Seekable() ? 0 : track.bytes) {
   if (track.bytes > UINT32_MAX - kWaveHead)
     throw Error(kUnusable, path + ": the audio is larger than 4 GiB, the limit of a WAV file");
   StoreHead();
@@ -38,15 +35,16 @@ void WaveFile::StoreHead() {
 }
 
 void WaveFile::Write(std::size_t track, avi::Piece const& piece) {
-  _bytes += piece.size;
+  if (Seekable()) _bytes += piece.size;
   StreamFile::Write(track, piece);
 }
 
 std::string WaveFile::Finish() {
   if (_bytes % 2 != 0) Store("", 1);
-  if (!_file.Seek(0, base::IO::kBegin))
-    throw Error(kIo, _new.Path() + ": " + std::strerror(_file.Error()));
-  StoreHead();
+  if (Seekable()) {
+    Rewind();
+    StoreHead();
+  }
   return StreamFile::Finish();
 }
 

@@ -18,7 +18,7 @@ class WaveFile : public StreamFile {
   void StoreHead();
 
   avi::AviTrack _track;
-  std::uint64_t _bytes = 0;
+  std::uint64_t _bytes;  // of audio; known from the start where the header cannot be rewritten
 };
 
 }  // namespace kestro::tool

@@ -30,6 +30,9 @@ void ExtractVerb::AddTo(CLI::App& app) {
       ->excludes(track);
   app.add_option("--strd", _streamData, "Write the content of the first video track's strd chunk")
       ->type_name("FILE");
+  app.add_option("--from", _from, "Begin with the key frame at or before this time")
+      ->type_name("T");
+  app.add_option("--to", _to, "End at this time")->type_name("T");
   app.add_option("--plugin", _plugin, "The plug-in or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
   _progress.AddTo(app);
@@ -38,12 +41,16 @@ void ExtractVerb::AddTo(CLI::App& app) {
       "  kestro-avi extract out.avi\n"
       "  kestro-avi extract -o tracks out.avi\n"
       "  kestro-avi extract --track 0:film.mkv --track 1:film.mkv out.avi\n"
-      "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n\n"
+      "  kestro-avi extract --track 2:film.srt --track 3:shot-%04d.jpg out.avi\n"
+      "  kestro-avi extract --from 1:30 --to 2:00 --track 0:- out.avi | ffplay -\n\n"
       "Nothing is encoded; length-prefixed video gets start codes. The extension of OUT selects\n"
       "the format: .h264 or .264, .h265 or .hevc, .mjpeg or .mjpg for a video stream, .wav for\n"
       "audio, .srt or .jsonl for text, a pattern such as shot-%04d.jpg for one file per picture\n"
       "(.txt: per text), any other extension for a container of libavformat. Without --track, -o\n"
-      "and --strd the tracks are listed.\n\n"
+      "and --strd the tracks are listed. OUT may be - for standard output: a stream, WAV or "
+      "SRT.\n\n"
+      "A part begins with the key frame of the first video track at or before --from, and so do\n"
+      "all tracks: audio is cut there to the sample.\n\n"
       "\"play\" does not show text and motion JPEG, which the demuxer does not read; \"extract\" "
       "reads\n"
       "them from the file. The file stores no time for a text: it gets the time of the next frame\n"
@@ -87,12 +94,14 @@ std::uint64_t ExtractVerb::BytesToRead(avi::AviFile const& avi, Targets const& t
 std::vector<std::string> ExtractVerb::ReadTracks(avi::AviFile& avi,
                                                  std::vector<bool> const& selected,
                                                  Progress& progress, PieceSink const& sink) {
-  return ReadAnnexB(avi, selected,
-                    [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
-                      sink(track, piece);
-                      progress.Update(_done += stored);
-                      return !Interrupted();
-                    });
+  return ReadAnnexB(
+      avi, selected,
+      [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
+        sink(track, piece);
+        progress.Update(_done += stored);
+        return !Interrupted();
+      },
+      _range ? &*_range : nullptr);
 }
 
 // Containers store when each frame is shown, which must be known before the first one is written.
@@ -119,10 +128,10 @@ void ExtractVerb::OrderFrames(avi::AviFile& avi, Targets const& targets, Progres
 
 std::unique_ptr<Output> ExtractVerb::OpenOutput(avi::AviFile const& avi, Targets const& targets,
                                                 Target const& target) const {
-  avi::AviTrack const& clock = avi.Tracks()[avi.ClockOf(target.tracks[0])];
+  avi::AviTrack const& clock = _described[avi.ClockOf(target.tracks[0])];
   std::vector<ContainerTrack> tracks;
   for (std::size_t track : target.tracks)
-    tracks.push_back({targets.TrackName(track), &avi.Tracks()[track], _orders[track].get()});
+    tracks.push_back({targets.TrackName(track), &_described[track], _orders[track].get()});
   switch (target.form) {
     case Target::kWave:
       return std::make_unique<WaveFile>(target.path, *tracks[0].track);
@@ -145,7 +154,7 @@ int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& 
   for (std::string const& fault : faults) warnings.push_back(_file + ": " + fault);
   for (std::size_t i = 0; i < _outputs.size(); ++i) {
     std::string const& path = targets.List()[i].path;
-    Report(path + ": " + _outputs[i]->Finish());
+    Report((path == "-" ? "standard output" : path) + ": " + _outputs[i]->Finish());
     if (std::string const found = _outputs[i]->Findings(); !found.empty())
       warnings.push_back(path + ": " + found);
   }
@@ -216,7 +225,12 @@ int ExtractVerb::Run() {
            ": the index is missing or incomplete; reading every chunk in movi");
     _findings = _findings || damaged;
   }
-  Progress progress(_progress, "extract", Progress::kBytes, BytesToRead(avi, targets));
+  std::int64_t const from_ms = _from.empty() ? 0 : ParseTime_ns("--from", _from) / 1000000;
+  std::int64_t const to_ms = _to.empty() ? -1 : ParseTime_ns("--to", _to) / 1000000;
+  if (from_ms != 0 || to_ms >= 0) _range.emplace(avi, from_ms, to_ms);
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i)
+    _described.push_back(_range ? _range->Describe(i) : avi.Tracks()[i]);
+  Progress progress(_progress, "extract", Progress::kBytes, _range ? 0 : BytesToRead(avi, targets));
   OrderFrames(avi, targets, progress);
   return Interrupted() ? kInterrupted : Copy(avi, targets, progress);
 }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "cli/Progress.h"
 #include "media/FrameOrder.h"
 #include "media/Output.h"
+#include "verbs/ExtractRange.h"
 #include "verbs/Targets.h"
 
 namespace CLI {
@@ -36,11 +38,13 @@ class ExtractVerb {
   int Copy(avi::AviFile& avi, Targets const& targets, Progress& progress);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
-  std::string _file, _folder, _streamData, _plugin;
+  std::string _file, _folder, _streamData, _plugin, _from, _to;
   std::vector<std::string> _tracks;  // "N:OUT"
   bool _force = false;
   ProgressOption _progress;
 
+  std::optional<ExtractRange> _range;
+  std::vector<avi::AviTrack> _described;             // the tracks as they are written
   std::vector<std::unique_ptr<FrameOrder>> _orders;  // by track; null where not needed
   std::vector<std::unique_ptr<Output>> _outputs;     // by target
   std::uint64_t _done = 0;                           // bytes read

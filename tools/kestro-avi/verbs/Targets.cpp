@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "avi/NumberedName.h"
+#include "cli/Console.h"
 #include "cli/Errors.h"
 #include "cli/NewFile.h"
 #include "cli/Text.h"
@@ -110,6 +111,7 @@ std::vector<std::string> Targets::AddAll(std::string const& folder) {
 }
 
 Target::Form Targets::FormOf(Target const& target) const {
+  if (target.path == "-") return FormOfOutput(target);
   std::string const extension = Extension(target.path);
   auto const* const row = std::find_if(std::begin(kFormats), std::end(kFormats),
                                        [&](auto const& e) { return extension == e.extension; });
@@ -134,6 +136,17 @@ Target::Form Targets::FormOf(Target const& target) const {
   return row->form;
 }
 
+// The form of what goes to standard output: the default one of the codec.
+Target::Form Targets::FormOfOutput(Target const& target) const {
+  if (target.tracks.size() > 1) throw Error(kUsage, "--track: standard output takes one track");
+  if (OutputIsTerminal())
+    throw Error(kUsage, "--track: standard output is a terminal; send it to a pipe or a file");
+  std::string const& codec = _avi.Tracks()[target.tracks[0]].codec;
+  auto const* const row = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                       [&codec](auto const& e) { return codec == e.codec; });
+  return row == std::end(kFormats) ? Target::kStream : row->form;
+}
+
 void Targets::CheckPath(std::string const& path, bool force) const {
   std::error_code none;
   for (std::string const& written : {path, NewFile::TemporaryOf(path)})
@@ -146,6 +159,7 @@ void Targets::Check(bool force) const {
     for (std::size_t track : target.tracks)
       if (std::string const why = Obstacle(track); !why.empty())
         throw Error(kUnusable, TrackName(track) + ": " + why);
+    if (target.path == "-") continue;
     std::uint64_t const files =
         target.form == Target::kNumbered ? _avi.Tracks()[target.tracks[0]].chunks : 0;
     for (std::uint64_t i = 1; i <= files; ++i) CheckPath(avi::NumberedName(target.path, i), force);

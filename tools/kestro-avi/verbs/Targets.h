@@ -39,6 +39,7 @@ class Targets {
  private:
   std::string Obstacle(std::size_t track) const;
   Target::Form FormOf(Target const& target) const;
+  Target::Form FormOfOutput(Target const& target) const;
 
   avi::AviFile const& _avi;
   std::string const& _file;

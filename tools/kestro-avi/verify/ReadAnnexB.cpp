@@ -6,11 +6,12 @@
 namespace kestro::tool {
 
 std::vector<std::string> ReadAnnexB(avi::AviFile& avi, std::vector<bool> const& selected,
-                                    AnnexBSink const& sink) {
+                                    AnnexBSink const& sink, avi::TrackReader::Range* range) {
   std::vector<FrameConverter> converters(avi.Tracks().begin(), avi.Tracks().end());
   std::vector<std::uint64_t> damaged(converters.size());
   Bytes frame;
   avi::TrackReader reader(avi, selected);
+  reader.Limit(range);
   reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
     if (!converters[track].Needed()) return sink(track, piece, piece.size);
     damaged[track] += !converters[track].Convert(piece.data, piece.size, frame);

@@ -16,6 +16,7 @@ using AnnexBSink =
 // Reads the selected tracks as TrackReader does, and converts length-prefixed frames. Returns what
 // is wrong with the data, one line each.
 std::vector<std::string> ReadAnnexB(avi::AviFile& avi, std::vector<bool> const& selected,
-                                    AnnexBSink const& sink);
+                                    AnnexBSink const& sink,
+                                    avi::TrackReader::Range* range = nullptr);
 
 }  // namespace kestro::tool
