@@ -8,6 +8,7 @@
 #include "media/Scaled.h"
 #include "media/SeriesName.h"
 #include "media/TextEncoding.h"
+#include "media/TrackChoice.h"
 #include "media/libav/InputSession.h"
 #include "media/libav/SubtitleDecoder.h"
 
@@ -145,6 +146,35 @@ TEST(FrameRate, IsStoredAsTheNearestWholeOne) {
     EXPECT_EQ(PlayedSpeed(c.rate), c.speed);
     EXPECT_EQ(Stretchable(c.speed), c.stretchable);
     EXPECT_THAT(DriftText(c.speed), testing::HasSubstr(c.drift));
+  }
+}
+
+// Of an input with five tracks.
+TEST(TrackChoice, MatchesNumberKindAndLanguage) {
+  std::vector<InputTrack> const tracks = {{InputTrack::kVideo, 0, 0, ""},
+                                          {InputTrack::kAudio, 1, 0, "eng"},
+                                          {InputTrack::kAudio, 2, 1, "ger"},
+                                          {InputTrack::kText, 4, 0, "eng"},
+                                          {InputTrack::kText, 5, 1, ""}};
+  std::pair<char const*, char const*> const cases[] = {
+      {"0:1", ".a..."},   {"0:v", "v...."},   {"0:audio", ".aa.."},
+      {"0:a:1", "..a.."}, {"0:eng", ".a.t."}, {"0:t:eng", "...t."},
+      {"0:5", "....t"},   {"0:3", ""},        {"0:a:2", ""},
+      {"0:fra", ""},      {"0", ""},          {"0:", ""},
+      {"a:0", ""},        {"0:a:1:2", ""},    {"0:a:", ".aa.."},
+      {"0:-1", ""},       {"0:audioo", ""},   {":1", ""},
+      {"99999:1", ""},
+  };
+  for (auto const& [text, expected] : cases) {
+    std::string matched;
+    try {
+      auto const chosen = Chosen({TrackChoice::Parse(text)}, tracks, "in");
+      for (std::size_t i = 0; i < chosen.size(); ++i) matched += chosen[i] ? "vaatt"[i] : '.';
+    } catch (Error const& error) {
+      EXPECT_EQ(error.Code(), kUsage) << text;
+      EXPECT_THAT(error.what(), testing::HasSubstr(text));
+    }
+    EXPECT_EQ(matched, expected) << text;
   }
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "media/AnnexB.h"
+#include "media/TrackChoice.h"
 #include "recorder/TrackInfo.h"
 
 namespace kestro::tool {
@@ -16,8 +17,9 @@ struct InputOptions {
   std::string textEncoding;  // --text-encoding, empty for UTF-8
   bool textAsSrt = false;    // --text-form srt
   bool video = true, audio = true, text = true;
-  bool keepSamples = false;   // do not stretch audio to the speed at which the pictures play
-  bool newFileAtGap = false;  // where frames are missing, start a new file
+  std::vector<TrackChoice> choices;  // of the kinds above; empty: all tracks
+  bool keepSamples = false;          // do not stretch audio to the speed at which the pictures play
+  bool newFileAtGap = false;         // where frames are missing, start a new file
   bool (*interrupted)() = [] { return false; };  // called while inputs are opened and read
 };
 

@@ -44,7 +44,9 @@ static constexpr char kHelp[] =
     "readers give it the time of that frame. --text-form srt stores start and end times, but puts "
     "all\n"
     "texts into the first file.\n\n"
-    "Tracks are in the order of the inputs; motion JPEG and text come last.\n\n"
+    "Tracks are in the order of the inputs; motion JPEG and text come last. --map 0:1 takes track\n"
+    "1 of the first input, 0:a its audio, 0:a:1 the second of its audio tracks, 0:eng and 0:a:eng\n"
+    "those in a language. Each input needs at least one --map then.\n\n"
     "A new file starts at a key frame: the first one after the time limit, or the last one before\n"
     "the file would exceed its size limit. OUT.avi is followed by OUT-00002.avi; cam-%05d.avi "
     "creates\n"
@@ -81,6 +83,11 @@ void RecordOptions::AddTo(CLI::App& app) {
 void RecordOptions::AddTracks(CLI::App& app) {
   app.add_option("--fps", _rate, "Frame rate of the video, instead of the input's")
       ->type_name("N[/D]");
+  app.add_option("--map", _maps, "Record only these tracks: by number, kind or language")
+      ->type_name("INPUT:TRACK")
+      ->take_all()
+      ->expected(1)
+      ->allow_extra_args(false);
   app.add_flag("--no-audio", _noAudio, "Do not record audio");
   app.add_flag("--no-video", _noVideo, "Do not record video");
   app.add_flag("--no-text", _noText, "Do not record text");
@@ -182,6 +189,7 @@ void RecordOptions::Check() {
   if (!input.textEncoding.empty() && !IsEncoding(input.textEncoding))
     throw Error(kUsage, "--text-encoding: unknown encoding \"" + input.textEncoding +
                             "\" (\"iconv -l\" lists the known ones)");
+  for (std::string const& map : _maps) input.choices.push_back(TrackChoice::Parse(map));
   input.video = !_noVideo;
   input.audio = !_noAudio;
   input.text = !_noText;

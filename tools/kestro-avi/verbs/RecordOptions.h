@@ -36,7 +36,7 @@ class RecordOptions {
   void AddSettings(CLI::App& app);
   void CheckSync();
 
-  std::vector<std::string> _settings;
+  std::vector<std::string> _settings, _maps;
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
   std::string _onGap = "cut", _maxSkew, _textForm = "plain";
   std::string _sync = "off", _interval, _reserve, _reserveTime;

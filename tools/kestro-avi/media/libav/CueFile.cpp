@@ -72,6 +72,7 @@ CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline 
       IsJsonLines(path) ? ParseLines(path, content) : ParseSubtitles(path, content, damaged);
   if (damaged != 0) _findings.push_back(path + ": left out: " + Quantity(damaged, "damaged text"));
   if (cues.empty()) throw Error(kUnusable, path + ": contains no text");
+  Chosen(options.choices, {{InputTrack::kText, 0, 0, ""}}, path);
   if (!options.text) return;
 
   std::stable_sort(cues.begin(), cues.end(),

@@ -14,8 +14,19 @@ static constexpr std::size_t kMaxAheadBytes = 32 << 20;
 InputSession::InputSession(std::vector<std::string> const& addresses, InputOptions const& options,
                            Selection const& selection)
     : _interrupted(options.interrupted), _timeline(selection) {
-  for (std::string const& address : addresses)
-    _inputs.push_back(OpenInput(address, options, _timeline));
+  for (TrackChoice const& choice : options.choices)
+    if (choice.Input() >= addresses.size())
+      throw Error(kUsage, "--map " + choice.Text() + ": there is no such input");
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    InputOptions own = options;
+    auto& choices = own.choices;
+    choices.erase(std::remove_if(choices.begin(), choices.end(),
+                                 [i](TrackChoice const& one) { return one.Input() != i; }),
+                  choices.end());
+    if (choices.empty() && !options.choices.empty())
+      throw Error(kUsage, "--map: chooses nothing of " + addresses[i]);
+    _inputs.push_back(OpenInput(addresses[i], own, _timeline));
+  }
   for (bool numbered : {true, false})
     for (std::size_t i = 0; i < _inputs.size(); ++i)
       for (auto const& track : _inputs[i]->Tracks()) {

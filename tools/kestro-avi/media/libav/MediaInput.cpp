@@ -51,28 +51,54 @@ static bool IsSupported(AVStream const& stream) {
   }
 }
 
-void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline) {
-  std::vector<AVStream*> selected;
-  bool any = false;
-  for (unsigned i = 0; i < _format->nb_streams; ++i) {
-    AVStream* stream = _format->streams[i];
-    stream->discard = AVDISCARD_ALL;
-    auto const type = stream->codecpar->codec_type;
-    bool const text = type == AVMEDIA_TYPE_SUBTITLE && options.text;
-    if (text && !IsSupported(*stream))
-      _notes.push_back(Name(*stream) + ": is not text in a known format; left out");
-    if (!IsSupported(*stream)) continue;
-    any = true;
-    bool const video = type == AVMEDIA_TYPE_VIDEO && options.video;
-    bool const audio = type == AVMEDIA_TYPE_AUDIO && options.audio;
-    _hasVideo |= video;
-    _hasAudio |= audio;
-    if (video || audio || text) selected.push_back(stream);
+static InputTrack::Kind KindOf(AVStream const& stream) {
+  switch (stream.codecpar->codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return InputTrack::kVideo;
+    case AVMEDIA_TYPE_AUDIO:
+      return InputTrack::kAudio;
+    default:
+      return InputTrack::kText;
   }
-  if (!any) throw Error(kUnusable, _address + ": contains no video, audio or text");
+}
 
+// The streams that can be tracks, in order.
+std::vector<AVStream*> MediaInput::SupportedStreams(InputOptions const& options) {
+  std::vector<AVStream*> streams;
+  for (unsigned i = 0; i < _format->nb_streams; ++i) {
+    AVStream* const stream = _format->streams[i];
+    stream->discard = AVDISCARD_ALL;
+    bool const text = stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && options.text;
+    if (IsSupported(*stream))
+      streams.push_back(stream);
+    else if (text)
+      _notes.push_back(Name(*stream) + ": is not text in a known format; left out");
+  }
+  if (streams.empty()) throw Error(kUnusable, _address + ": contains no video, audio or text");
+  return streams;
+}
+
+void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline) {
+  std::vector<AVStream*> streams = SupportedStreams(options);
+  std::vector<InputTrack> tracks;
+  std::size_t counts[3] = {};
+  for (AVStream const* stream : streams) {
+    auto const* const entry = av_dict_get(stream->metadata, "language", nullptr, 0);
+    std::string const language = entry != nullptr ? entry->value : "und";
+    auto const kind = KindOf(*stream);
+    tracks.push_back({kind, static_cast<std::size_t>(stream->index), counts[kind]++,
+                      language == "und" ? "" : language});
+  }
+  bool const wanted[] = {options.video, options.audio, options.text};
+  auto const chosen = Chosen(options.choices, tracks, _address);
+  for (std::size_t i = 0; i < streams.size(); ++i) {
+    if (!chosen[i] || !wanted[tracks[i].kind]) streams[i] = nullptr;
+    _hasVideo |= streams[i] != nullptr && tracks[i].kind == InputTrack::kVideo;
+    _hasAudio |= streams[i] != nullptr && tracks[i].kind == InputTrack::kAudio;
+  }
   _byStream.resize(_format->nb_streams);
-  for (AVStream* stream : selected) {
+  for (AVStream* stream : streams) {
+    if (stream == nullptr) continue;
     stream->discard = AVDISCARD_DEFAULT;
     _tracks.push_back(NewTrack(*stream, options, timeline));
     _byStream[static_cast<std::size_t>(stream->index)] = _tracks.back().get();

@@ -27,6 +27,7 @@ class MediaInput : public Input {
   std::string Name(AVStream const& stream) const {
     return _address + ", track " + std::to_string(stream.index);
   }
+  std::vector<AVStream*> SupportedStreams(InputOptions const& options);
   void AddTracks(InputOptions const& options, Timeline& timeline);
   std::unique_ptr<Track> NewTrack(AVStream& stream, InputOptions const& options,
                                   Timeline& timeline);

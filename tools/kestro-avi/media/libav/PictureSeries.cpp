@@ -25,6 +25,7 @@ PictureSeries::PictureSeries(std::string const& address, SeriesName name,
                              InputOptions const& options, Timeline& timeline)
     : _address(address), _name(std::move(name)) {
   ListNumbers();
+  Chosen(options.choices, {{InputTrack::kVideo, 0, 0, ""}}, address);
   if (!options.video) return;
   base::Fraction const rate = ChooseRate({options.rate, {}, {}}, address);
   if (!ReadPicture())
