@@ -82,7 +82,8 @@ bool TrackReader::ReadPieces(IndexEntry const& entry, std::size_t track, Sink co
     int64 const at = entry.offset + 8 + done;
     if (_avi.Reader().Read(at, _buffer.data(), size) != size)
       throw Error(kIo, "the AVI file cannot be read at offset " + std::to_string(at));
-    Piece piece{_buffer.data(), size, position + (whole ? 0 : done / frame)};
+    bool const key = (entry.flags & IndexEntry::kKey) != 0;
+    Piece piece{_buffer.data(), size, position + (whole ? 0 : done / frame), key};
     if (_range != nullptr) _range->Cut(track, piece);
     bool const left = _range == nullptr || piece.size != 0;
     if (left && !sink(track, piece)) return false;

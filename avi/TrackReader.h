@@ -17,6 +17,7 @@ struct Piece {
   // Video: frame number; audio: number of the first sample; text: number of the next frame in the
   // track that gives it its times (AviFile::ClockOf).
   std::uint64_t position;
+  bool key = false;  // the index marks it as a key frame
 };
 
 // Reads the chunks that have an index entry or, if some have none, all chunks in movi. Skips a

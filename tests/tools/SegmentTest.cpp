@@ -73,6 +73,11 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       for (std::string const& file : c.files) whole += content(file);
       EXPECT_EQ(whole, content("whole.avi"));
     }
+    std::string files;
+    for (std::string const& file : c.files) files += " " + file;
+    Expect("join --force -o joined.avi", {{files, 0, "joined.avi: "}});
+    for (int track = 0; track < tracks; ++track)
+      EXPECT_TRUE(Payload("joined.avi", track) == Payload("whole.avi", track)) << track;
     double seconds = 0, pictures = 0;
     for (std::string const& file : c.files) {
       EXPECT_THAT(result.err, HasSubstr(file + ": "));
@@ -89,6 +94,29 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
     }
     EXPECT_EQ(Run("verify " + c.files[1]).code, tracks == 1 ? 0 : Run("verify whole.avi").code);
   }
+}
+
+TEST_F(SegmentTest, ClipsAcrossFiles) {
+  std::string const inputs = " media/clip25.h264 media/stereo48k.wav media/mono8k.wav";
+  Expect("record", {{"-o whole.avi" + inputs, 0, ""},
+                    {"--segment-time 1 -o s%d.avi" + inputs, 0, "s4.avi"},
+                    {"-o other.avi media/clip25.h264", 0, ""}});
+  EXPECT_EQ(Run("clip --list s1.avi s2.avi").out,
+            "       begin          end  file\n       0.000        1.000  s1.avi\n"
+            "       1.000        2.000  s2.avi\n");
+  for (std::string const part : {"--from 0.5", "--from 1.5 --to 2.96", "--from 3.2", "--to 1"}) {
+    SCOPED_TRACE(part);
+    Expect("clip --force " + part,
+           {{"-o a.avi whole.avi", 0, ""}, {"-o b.avi s1.avi s2.avi s3.avi s4.avi", 0, ""}});
+    EXPECT_TRUE(FileText(At("a.avi")) == FileText(At("b.avi")));
+    EXPECT_EQ(Run("verify a.avi").code, 0);
+  }
+  Expect("clip", {{"--from 4 -o c.avi whole.avi", 2, "after the end"},
+                  {"--from 2 --to 2 -o c.avi whole.avi", 2, "after --from"},
+                  {"whole.avi", 2, "--output"},
+                  {"-o whole.avi --force whole.avi", 2, "whole.avi"}});
+  Expect("join -o c.avi", {{"s1.avi other.avi", 4, "other.avi: has other tracks"},
+                           {"s1.avi media/mono8k.wav", 4, "mono8k.wav"}});
 }
 
 TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {

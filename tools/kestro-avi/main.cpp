@@ -11,6 +11,7 @@
 #include "cli/Suggest.h"
 #include "verbs/ExtractVerb.h"
 #include "verbs/InfoVerb.h"
+#include "verbs/JoinVerb.h"
 #include "verbs/PagesVerb.h"
 #include "verbs/PlayVerb.h"
 #include "verbs/PluginVerb.h"
@@ -64,6 +65,7 @@ class CommandLine {
   InfoVerb _info;
   VerifyVerb _verify;
   RepairVerb _repair;
+  JoinVerb _clip{JoinVerb::kClip}, _join{JoinVerb::kJoin};
   PluginVerb _plugin;
   PagesVerb _pages{_app};
   std::function<int()> _run;  // the selected command
@@ -85,6 +87,8 @@ CommandLine::CommandLine(bool& verbose) : _verbose(verbose) {
   Add("record", "Record inputs into an AVI file", _record);
   Add("play", "Play an AVI file and list its packets", _play);
   Add("extract", "Write tracks of an AVI file to other files", _extract);
+  Add("clip", "Cut a part out of one or several AVI files", _clip);
+  Add("join", "Join AVI files into one", _join);
   Add("info", "Describe AVI files", _info);
   Add("verify", "Check AVI files", _verify);
   Add("repair", "Make a playable file from a recording that was cut off", _repair);

@@ -118,7 +118,7 @@ bool ExtractRange::CutTimedTexts(avi::Piece& piece) {
   }
   if (texts.empty()) return false;
   _texts = kept.empty() ? "" : WrapSrt(kept);
-  piece = {reinterpret_cast<std::uint8_t const*>(_texts.data()), _texts.size(), 0};
+  piece = {reinterpret_cast<std::uint8_t const*>(_texts.data()), _texts.size(), 0, true};
   return true;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cli/Errors.h"
+#include "cli/Text.h"
 #include "media/FrameRate.h"
 
 namespace kestro::tool {
@@ -35,6 +36,10 @@ InputSession::InputSession(std::vector<std::string> const& addresses, InputOptio
         _inputOf.push_back(i);
       }
   if (_tracks.empty()) throw Error(kUnusable, "the inputs have no tracks to record");
+  auto const isAvi = [](std::string const& address) { return Extension(address) == ".avi"; };
+  if (std::count_if(addresses.begin(), addresses.end(), isAvi) > 1)
+    _notes.push_back(
+        "the inputs become parallel tracks; \"kestro-avi join\" puts AVI files one after another");
   CheckTracks();
   if (_video == nullptr) {  // audio can start anywhere
     _timeline.offset_ns = selection.start_ns;

@@ -1,0 +1,195 @@
+#include "verbs/JoinVerb.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+
+#include "cli/Console.h"
+#include "cli/Errors.h"
+#include "cli/Interrupt.h"
+#include "cli/Plugin.h"
+#include "cli/Recorder.h"
+#include "cli/Suggest.h"
+#include "cli/Text.h"
+#include "media/FrameRate.h"
+#include "media/Scaled.h"
+#include "repair/Rates.h"
+#include "verbs/ExtractRange.h"
+#include "verify/KeyFrame.h"
+#include "verify/ReadAnnexB.h"
+
+namespace kestro::tool {
+
+void JoinVerb::AddTo(CLI::App& app) {
+  bool const clip = _kind == kClip;
+  app.add_option("FILE", _files, "The AVI files, in order")->required()->type_name("");
+  auto* const output = app.add_option("-o,--output", _output, "The AVI file to write")
+                           ->type_name("OUT.avi")
+                           ->check(Seekable());
+  if (!clip) output->required();
+  if (clip) {
+    app.add_option("--from", _from, "Begin with the key frame at or before this time")
+        ->type_name("T");
+    app.add_option("--to", _to, "End at this time")->type_name("T");
+    app.add_flag("--list", _list, "List the files with their times instead")->excludes(output);
+  }
+  app.add_flag("--force", _force, "Overwrite OUT");
+  _progress.AddTo(app);
+  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
+  app.footer(std::string("Examples:\n") +
+             (clip ? "  kestro-avi clip --from 1:30 --to 2:00 -o part.avi recording.avi\n"
+                     "  kestro-avi clip --list cam-*.avi\n"
+                     "  kestro-avi clip --from 59:50 --to 1:00:10 -o event.avi cam-*.avi\n\n"
+                   : "  kestro-avi join -o day.avi cam-*.avi\n\n") +
+             "Nothing is encoded. Several files count as one recording: each begins where the one\n"
+             "before ends. They must have the same tracks, with the same sizes and rates. A new\n"
+             "file starts before 2 GiB.");
+}
+
+// The tracks as far as joined files must have them in common.
+static std::string Describe(Head const& head) {
+  std::string text;
+  for (record::TrackInfo const& info : head.recorded) {
+    static constexpr char const* kNames[] = {"H.264", "HEVC", "motion JPEG", "PCM", "text"};
+    text += text.empty() ? "" : "; ";
+    text += kNames[info.codec];
+    if (info.IsVideo())
+      text += " " + std::to_string(info.width) + "x" + std::to_string(info.height) + ", " +
+              info.frameRate.Text() + " fps";
+    if (info.IsAudio())
+      text += " " + std::to_string(info.rate) + " Hz, " +
+              Quantity(static_cast<std::uint64_t>(info.channels), "channel") + ", " +
+              std::to_string(info.bits) + " bits";
+  }
+  return text;
+}
+
+// The track whose length is that of the file: the first video track, or else the first one.
+static std::size_t LeadOf(avi::AviFile const& avi) {
+  auto const& tracks = avi.Tracks();
+  auto const video = std::find_if(tracks.begin(), tracks.end(), [](avi::AviTrack const& track) {
+    return track.type == "video" && track.chunks != 0;
+  });
+  return video == tracks.end() ? 0 : static_cast<std::size_t>(video - tracks.begin());
+}
+
+static std::int64_t Time_ns(avi::AviTrack const& track, std::uint64_t position) {
+  bool const audio = track.type == "audio";
+  return Scaled(static_cast<std::int64_t>(position),
+                std::int64_t{1000000000} * (audio ? 1 : track.scale),
+                audio ? track.sampleRate : track.rate);
+}
+
+void JoinVerb::ReadParts() {
+  std::int64_t start_ms = 0;
+  for (std::string const& path : _files) {
+    avi::AviFile avi(path);
+    Head head = ReadHead(avi, path);
+    for (std::string const& warning : SetRates(head, {}).warnings) _warnings.push_back(warning);
+    if (_parts.empty()) _head = head;
+    if (Describe(head) != Describe(_head))
+      throw Error(kUnusable, path + ": has other tracks than " + _files[0] + ": " + Describe(head) +
+                                 ", not " + Describe(_head));
+    if (!avi.Indexed())
+      _warnings.push_back(path + ": the index is missing or incomplete; reading every chunk");
+    avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];
+    std::int64_t const length_ms =
+        lead.type == "video" ? Time_ns(lead, lead.chunks) / 1000000 : lead.duration_ms;
+    _parts.push_back({path, start_ms, std::max<std::int64_t>(0, length_ms)});
+    start_ms += _parts.back().length_ms;
+  }
+}
+
+void JoinVerb::List() const {
+  std::string text = "       begin          end  file\n";
+  for (Part const& part : _parts) {
+    char times[64];
+    std::snprintf(times, sizeof times, "%12.3f %12.3f  ", double(part.start_ms) / 1000,
+                  double(part.start_ms + part.length_ms) / 1000);
+    text += times + Shown(part.path) + "\n";
+  }
+  WriteData(text);
+}
+
+bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
+                    avi::Piece const& piece) {
+  int const number = _head.numbers[track];
+  if (number < 0) return true;
+  avi::AviTrack const& info = avi.Tracks()[track];
+  bool const nal = info.codec == "h264" || info.codec == "hevc";
+  auto const kind = nal ? PictureKind(info.codec, piece.data, piece.size) : Picture::kKey;
+  record::Payload payload;
+  payload.data = piece.data;
+  payload.size = piece.size;
+  payload.time_ns = _base_ns + Time_ns(avi.Tracks()[avi.ClockOf(track)], piece.position);
+  payload.key = kind == Picture::kKey || (piece.key && kind != Picture::kOther);
+  return recorder.Push(static_cast<std::size_t>(number), payload) == record::Code::kOk;
+}
+
+void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& progress) {
+  avi::AviFile avi(part.path);
+  std::int64_t const from_ms = std::max<std::int64_t>(0, _from_ms - part.start_ms);
+  std::int64_t const end_ms = part.start_ms + part.length_ms;
+  std::int64_t const to_ms = _to_ms < 0 || _to_ms >= end_ms ? -1 : _to_ms - part.start_ms;
+  if (part.length_ms <= from_ms || (_to_ms >= 0 && _to_ms <= part.start_ms)) return;
+  std::optional<ExtractRange> range;
+  if (from_ms > 0 || to_ms > 0) range.emplace(avi, from_ms, to_ms);
+
+  std::size_t const lead = LeadOf(avi);
+  std::uint64_t reached = 0;  // positions of the leading track
+  bool pushed = true;
+  auto const faults = ReadAnnexB(
+      avi, std::vector<bool>(avi.Tracks().size(), true),
+      [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
+        avi::AviTrack const& info = avi.Tracks()[track];
+        std::size_t const samples = piece.size / std::max(1u, info.channels * info.bits / 8);
+        if (track == lead) reached = piece.position + (info.type == "audio" ? samples : 1);
+        pushed = piece.size == 0 || Push(recorder, avi, track, piece);
+        progress.Update(_done += stored);
+        return pushed && !Interrupted();
+      },
+      range ? &*range : nullptr);
+  for (std::string const& fault : faults) _warnings.push_back(part.path + ": " + fault);
+  _base_ns += Time_ns(avi.Tracks()[lead], reached);
+}
+
+int JoinVerb::Run() {
+  if (_output.empty() && !_list) throw Error(kUsage, "--output is required");
+  if (!_from.empty()) _from_ms = ParseTime_ns("--from", _from) / 1000000;
+  if (!_to.empty()) _to_ms = ParseTime_ns("--to", _to) / 1000000;
+  ReadParts();
+  if (_list) {
+    List();
+    return kOk;
+  }
+  std::int64_t const length_ms = _parts.back().start_ms + _parts.back().length_ms;
+  if (_from_ms >= length_ms) throw Error(kUsage, "--from is after the end, " + Seconds(length_ms));
+  if (_to_ms >= 0 && _to_ms <= _from_ms) throw Error(kUsage, "--to must be after --from");
+  LoadAviPlugin(_plugin);
+  CatchSignals();
+  record::RecorderOptions options;
+  options.path = _output;
+  options.overwrite = _force;
+  options.keep = _files;
+  options.queue.enabled = false;
+  options.tags = _head.tags;
+  options.segments.maxSkew_ns = 0;  // the files are as they are
+  options.onEvent = [this](record::Event const& event) {
+    if (event.kind == record::Event::kClosed) Report(event.text);
+    if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
+    if (event.kind == record::Event::kError) _errors.push_back(event.text);
+  };
+  auto const recorder = OpenRecorder(options, _head.recorded);
+  Progress progress(_progress, _kind == kClip ? "clip" : "join", Progress::kBytes, 0);
+  for (Part const& part : _parts)
+    if (!Interrupted()) CopyPart(part, *recorder, progress);
+  record::Result const result = recorder->Stop();
+  if (result && !Interrupted()) progress.End();
+  for (std::string const& text : _warnings) Report("warning: " + text);
+  if (!result) throw Error(kIo, _errors.empty() ? result.text : _errors.front());
+  if (Interrupted()) return kInterrupted;
+  return _warnings.empty() ? kOk : kFindings;
+}
+
+}  // namespace kestro::tool

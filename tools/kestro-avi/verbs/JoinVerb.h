@@ -1,0 +1,53 @@
+// kestro-avi join and clip: make one AVI file of several, or of a part of them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "avi/TrackReader.h"
+#include "cli/Progress.h"
+#include "recorder/Recorder.h"
+#include "repair/Head.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kestro::tool {
+
+// Packets are copied, and nothing is encoded. The files follow each other without gaps, as far as
+// the first video track of each reaches.
+class JoinVerb {
+ public:
+  enum Kind { kJoin, kClip };
+  explicit JoinVerb(Kind kind) : _kind(kind) {}
+  void AddTo(CLI::App& app);
+  int Run();  // returns an ExitCode; throws Error
+
+ private:
+  struct Part {
+    std::string path;
+    std::int64_t start_ms, length_ms;  // in the joined recording
+  };
+  void ReadParts();
+  void List() const;
+  void CopyPart(Part const& part, record::Recorder& recorder, Progress& progress);
+  bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
+            avi::Piece const& piece);
+
+  Kind const _kind;
+  std::vector<std::string> _files;
+  std::string _output, _from, _to, _plugin;
+  bool _list = false, _force = false;
+  ProgressOption _progress;
+
+  std::vector<Part> _parts;
+  Head _head;  // of the first file, with the rates that are written
+  std::int64_t _from_ms = 0, _to_ms = -1;
+  std::int64_t _base_ns = 0;  // when the current file begins
+  std::uint64_t _done = 0;    // bytes
+  std::vector<std::string> _warnings, _errors;
+};
+
+}  // namespace kestro::tool
