@@ -83,7 +83,7 @@ bool TrackReader::ReadPieces(IndexEntry const& entry, std::size_t track, Sink co
     if (_avi.Reader().Read(at, _buffer.data(), size) != size)
       throw Error(kIo, "the AVI file cannot be read at offset " + std::to_string(at));
     bool const key = (entry.flags & IndexEntry::kKey) != 0;
-    Piece piece{_buffer.data(), size, position + (whole ? 0 : done / frame), key};
+    Piece piece{_buffer.data(), size, position + (whole ? 0 : done / frame), key, entry.offset};
     if (_range != nullptr) _range->Cut(track, piece);
     bool const left = _range == nullptr || piece.size != 0;
     if (left && !sink(track, piece)) return false;

@@ -18,6 +18,7 @@ struct Piece {
   // track that gives it its times (AviFile::ClockOf).
   std::uint64_t position;
   bool key = false;  // the index marks it as a key frame
+  int64 offset = 0;  // of its chunk
 };
 
 // Reads the chunks that have an index entry or, if some have none, all chunks in movi. Skips a

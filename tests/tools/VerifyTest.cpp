@@ -201,5 +201,32 @@ TEST_F(VerifyTest, FindsNothingInFilesOfOtherWriters) {
   }
 }
 
+// Damage inside a key frame leaves its structure as it is.
+TEST_F(VerifyTest, DecodesAndHashes) {
+  ASSERT_EQ(Run("record -o good.avi media/clip25.h264 media/mono8k.wav").code, 0);
+  std::string bytes = FileText(At("good.avi"));
+  std::vector<avi::IndexEntry> frames;
+  avi::AviFile(At("good.avi")).ForEachEntry([&](avi::IndexEntry const& entry) {
+    if (avi::TrackOfCode(entry.id) == 0) frames.push_back(entry);
+  });
+  for (std::size_t i = 0; i < 200; ++i)
+    bytes[static_cast<std::size_t>(frames[50].offset) + 8 + frames[50].size / 2 + i] ^= 0x5A;
+  Write("bad.avi", bytes);
+  Expect("verify", {{"--decode good.avi", 0, "clean"},
+                    {"--deep bad.avi", 0, "clean"},
+                    {"--decode bad.avi", 1, "damage in frame 50 of track 0\n"},
+                    {"--hash good.avi bad.avi", 0, "bad.avi.sha256: written"},
+                    {"--hash good.avi", 2, "exists"},
+                    {"--hash --force good.avi", 0, ""},
+                    {"--check good.avi bad.avi", 0, "good.avi: as hashed\nbad.avi: as hashed\n"}});
+  EXPECT_EQ(Shell("sha256sum -c --strict good.avi.sha256").code, 0);
+  fs::copy_file(At("bad.avi"), At("good.avi"), fs::copy_options::overwrite_existing);
+  Expect("verify --check", {{"good.avi", 1, "good.avi: changed\n  track 0, packet 50: differs\n"}});
+  Write("good.avi", bytes.substr(0, bytes.size() / 2));
+  Expect("verify --check", {{"good.avi", 1, ": is missing"}, {"missing.avi", 3, "missing.avi"}});
+  Write("good.avi.sha256", "no hash\n");
+  Expect("verify --check", {{"good.avi", 4, "good.avi.sha256, line 1"}});
+}
+
 }  // namespace
 }  // namespace kestro::tool

@@ -2,10 +2,16 @@
 
 #include <CLI/CLI.hpp>
 
+#include "avi/TrackReader.h"
 #include "cli/Console.h"
 #include "cli/Documents.h"
 #include "cli/Errors.h"
+#include "cli/Interrupt.h"
+#include "cli/NewFile.h"
 #include "cli/Text.h"
+#include "media/MediaModule.h"
+#include "verbs/HashFile.h"
+#include "verify/ReadAnnexB.h"
 #include "verify/Verify.h"
 
 namespace kestro::tool {
@@ -14,10 +20,16 @@ void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   app.add_flag("--json", _json, "Write JSON");
   app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
+  app.add_flag("--decode", _decode, "Decode all video and name broken pictures");
+  auto* hash = app.add_flag("--hash", _hash, "Write FILE.sha256, with hashes of file and packets");
+  app.add_flag("--check", _check, "Compare with FILE.sha256 instead")->excludes(hash);
+  app.add_flag("--force", _force, "Overwrite FILE.sha256")->needs(hash);
   _progress.AddTo(app);
   app.footer(
       "Examples:\n"
       "  kestro-avi verify out.avi\n"
+      "  kestro-avi verify --decode out.avi\n"
+      "  kestro-avi verify --hash *.avi && kestro-avi verify --check *.avi\n"
       "  kestro-avi verify --deep --json *.avi | jq '.files[] | {file, errors, warnings}'\n\n"
       "Exit codes: 0 clean or only notes, 1 errors or warnings, 3 cannot be read, 4 unusable (not "
       "an\n"
@@ -93,7 +105,67 @@ static std::string FileText(std::string const& path, bool usable, Findings const
   return text;
 }
 
+// Decodes the frames of all video tracks.
+void VerifyVerb::Decode(std::string const& path, Findings& findings) const {
+  avi::AviFile avi(path);
+  std::vector<std::unique_ptr<FrameChecker>> checkers;
+  std::vector<bool> selected;
+  for (avi::AviTrack const& track : avi.Tracks()) {
+    bool const video = track.codec == "h264" || track.codec == "hevc" || track.codec == "mjpeg";
+    selected.push_back(video);
+    checkers.push_back(video ? LoadMedia().NewFrameChecker(track) : nullptr);
+  }
+  std::vector<std::vector<int64>> offsets(avi.Tracks().size());  // by track, of all frames
+  auto const report = [&](std::size_t track, std::vector<std::uint64_t> const& damaged) {
+    for (std::uint64_t const frame : damaged)
+      findings.Add(found::kBroken, offsets[track][frame], "a picture",
+                   "damage in frame " + std::to_string(frame) + " of track " +
+                       std::to_string(track));
+  };
+  ReadAnnexB(avi, selected, [&](std::size_t track, avi::Piece const& piece, std::size_t) {
+    offsets[track].push_back(piece.offset);
+    report(track, checkers[track]->Check(piece.data, piece.size));
+    return !Interrupted();
+  });
+  for (std::size_t i = 0; i < checkers.size(); ++i)
+    if (checkers[i]) report(i, checkers[i]->Finish());
+}
+
+int VerifyVerb::WriteHashes() const {
+  for (std::string const& path : _files) NewFile::Check(HashFile::NameFor(path), _force);
+  for (std::string const& path : _files) {
+    Progress progress(_progress, "verify", Progress::kBytes, 2 * Progress::SizeOf(path));
+    auto const advance = [&progress](std::uint64_t done) {
+      progress.Update(done);
+      return !Interrupted();
+    };
+    std::string const text = HashFile::Of(path, advance).Text();
+    if (Interrupted()) return kInterrupted;
+    progress.End();
+    WriteFile(HashFile::NameFor(path), text.data(), static_cast<unsigned>(text.size()));
+    Report(HashFile::NameFor(path) + ": written");
+  }
+  return kOk;
+}
+
+int VerifyVerb::CheckHashes() const {
+  bool same = true;
+  for (std::string const& path : _files) {
+    HashFile const expected = HashFile::Read(HashFile::NameFor(path));
+    auto const found = HashFile::Of(path, [](std::uint64_t) { return !Interrupted(); });
+    if (Interrupted()) return kInterrupted;
+    auto const differences = expected.Differences(found);
+    WriteData(Shown(path) + (differences.empty() ? ": as hashed\n" : ": changed\n"));
+    for (std::string const& line : differences) WriteData("  " + line + "\n");
+    same = same && differences.empty();
+  }
+  return same ? kOk : kFindings;
+}
+
 int VerifyVerb::Run() {
+  CatchSignals();
+  if (_hash) return WriteHashes();
+  if (_check) return CheckHashes();
   std::uint64_t all = 0, before = 0;
   for (std::string const& path : _files) all += Progress::SizeOf(path);
   Progress progress(_progress, "verify", Progress::kBytes, all);
@@ -103,6 +175,8 @@ int VerifyVerb::Run() {
       progress.Update(before + static_cast<std::uint64_t>(position));
     });
     before += Progress::SizeOf(path);
+    if (usable && _decode) Decode(path, findings);
+    if (Interrupted()) return kInterrupted;
     if (_json)
       array.push_back(FileJson(path, usable, findings));
     else

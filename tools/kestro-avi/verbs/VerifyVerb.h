@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/Progress.h"
+#include "verify/Findings.h"
 
 namespace CLI {
 class App;
@@ -18,8 +19,13 @@ class VerifyVerb {
   int Run();
 
  private:
+  void Decode(std::string const& path, Findings& findings) const;
+  int WriteHashes() const;
+  int CheckHashes() const;
+
   std::vector<std::string> _files;
-  bool _json = false, _deep = false;
+  bool _json = false, _deep = false, _decode = false, _hash = false, _check = false;
+  bool _force = false;
   ProgressOption _progress;
 };
 

@@ -107,6 +107,9 @@ inline constexpr Kind kKeyUnmarked{"key-unmarked", Severity::kWarning,
 inline constexpr Kind kKeyFalse{"key-false", Severity::kWarning,
                                 "the index marks a frame as a key frame that is not one"};
 
+inline constexpr Kind kBroken{"picture-broken", Severity::kError,
+                              "a picture cannot be decoded, or only in part"};
+
 // Limits of readers
 inline constexpr Kind kFromMovi{
     "offsets-from-movi", Severity::kNote,

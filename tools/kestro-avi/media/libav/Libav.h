@@ -12,6 +12,7 @@ extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/log.h>
 #include <libavutil/opt.h>
+#include <libavutil/sha.h>
 #include <libswresample/swresample.h>
 }
 

@@ -1,0 +1,38 @@
+// Files with the hashes of a recording: FILE.sha256.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace kestro::tool {
+
+// The last line is "HASH  FILE", as sha256sum writes it; before it, each packet has a comment line
+// "# TRACK NUMBER SIZE HASH", in file order.
+class HashFile {
+ public:
+  static std::string NameFor(std::string const& path) { return path + ".sha256"; }
+
+  // Reads an AVI file. `advance` is called with the bytes read so far, and returns false to stop.
+  // Throws Error.
+  static HashFile Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance);
+  // Reads a hash file. Throws Error.
+  static HashFile Read(std::string const& path);
+
+  std::string Text() const;
+  // How another recording differs from this one, one line for each of the first packets; empty if
+  // it does not.
+  std::vector<std::string> Differences(HashFile const& other) const;
+
+ private:
+  struct Packet {
+    std::string id;  // "TRACK NUMBER"
+    std::string hash;
+    std::uint64_t size;
+  };
+  std::vector<Packet> _packets;
+  std::string _name, _hash;  // of the file
+};
+
+}  // namespace kestro::tool
