@@ -28,8 +28,9 @@ bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   AviTrack const& info = _avi.Tracks()[track];
   bool const whole = info.type != "audio";
   std::uint64_t const count = whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
-  bool const wanted = track < _selected.size() && _selected[track] &&
-                      (_range == nullptr || _range->Has(track, _position[_avi.ClockOf(track)], count));
+  bool const wanted =
+      track < _selected.size() && _selected[track] &&
+      (_range == nullptr || _range->Has(track, _position[_avi.ClockOf(track)], count));
   bool more = true;
   if (wanted) {
     IndexEntry entry = listed;

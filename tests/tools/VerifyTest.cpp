@@ -212,6 +212,8 @@ TEST_F(VerifyTest, DecodesAndHashes) {
   for (std::size_t i = 0; i < 200; ++i)
     bytes[static_cast<std::size_t>(frames[50].offset) + 8 + frames[50].size / 2 + i] ^= 0x5A;
   Write("bad.avi", bytes);
+  Expect("record --hash --segment-time 2 -o s%d.avi media/clip25.h264", {{"", 0, "s2.avi"}});
+  Expect("verify --check", {{"s1.avi s2.avi", 0, "s1.avi: as hashed\ns2.avi: as hashed\n"}});
   Expect("verify", {{"--decode good.avi", 0, "clean"},
                     {"--deep bad.avi", 0, "clean"},
                     {"--decode bad.avi", 1, "damage in frame 50 of track 0\n"},

@@ -23,6 +23,7 @@ class RecordOptions {
   std::vector<std::string> addresses;
   std::string plugin;
   bool realtime = false;
+  bool hash = false;
   InputOptions input;
   Selection selection;
   record::RecorderOptions recorder;

@@ -8,11 +8,13 @@
 #include "cli/DidYouMean.h"
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
+#include "cli/NewFile.h"
 #include "cli/Plugin.h"
 #include "cli/Recorder.h"
 #include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/MediaModule.h"
+#include "verbs/HashFile.h"
 
 namespace kestro::tool {
 
@@ -65,10 +67,20 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
   return true;
 }
 
+// The next file is recorded meanwhile.
+void RecordVerb::WriteHash(std::string const& path) try {
+  std::string const text = HashFile::Of(path, [](std::uint64_t) { return true; }).Text();
+  WriteFile(HashFile::NameFor(path), text.data(), static_cast<unsigned>(text.size()));
+} catch (Error const& error) {
+  _warnings.push_back(path + ": no hash was written: " + error.what());
+}
+
 // Called by the recorder. Nothing else is reported at the same time.
 void RecordVerb::HandleEvent(record::Event const& event) {
   if (event.kind == record::Event::kOpened) _starts.AddFile(event.path, event.time_ns);
   if (event.kind == record::Event::kClosed) Report(event.text);
+  if (event.kind == record::Event::kClosed && _options.hash && event.packets != 0)
+    WriteHash(event.path);
   if (event.kind == record::Event::kNote) Report("note: " + event.text);
   if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
   if (event.kind == record::Event::kError) _errors.push_back(event.text);

@@ -19,6 +19,7 @@ class RecordVerb {
  private:
   void CheckProperties() const;
   void HandleEvent(record::Event const& event);
+  void WriteHash(std::string const& path);
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
   Progress NewProgress(Session const& session) const;
   bool Record(Session& session, record::Recorder& recorder, Progress& progress);

@@ -118,9 +118,9 @@ void VerifyVerb::Decode(std::string const& path, Findings& findings) const {
   std::vector<std::vector<int64>> offsets(avi.Tracks().size());  // by track, of all frames
   auto const report = [&](std::size_t track, std::vector<std::uint64_t> const& damaged) {
     for (std::uint64_t const frame : damaged)
-      findings.Add(found::kBroken, offsets[track][frame], "a picture",
-                   "damage in frame " + std::to_string(frame) + " of track " +
-                       std::to_string(track));
+      findings.Add(
+          found::kBroken, offsets[track][frame], "a picture",
+          "damage in frame " + std::to_string(frame) + " of track " + std::to_string(track));
   };
   ReadAnnexB(avi, selected, [&](std::size_t track, avi::Piece const& piece, std::size_t) {
     offsets[track].push_back(piece.offset);

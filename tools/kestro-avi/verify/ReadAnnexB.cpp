@@ -15,7 +15,8 @@ std::vector<std::string> ReadAnnexB(avi::AviFile& avi, std::vector<bool> const& 
   reader.ForEach([&](std::size_t track, avi::Piece const& piece) {
     if (!converters[track].Needed()) return sink(track, piece, piece.size);
     damaged[track] += !converters[track].Convert(piece.data, piece.size, frame);
-    return sink(track, {frame.data(), frame.size(), piece.position, piece.key, piece.offset}, piece.size);
+    return sink(track, {frame.data(), frame.size(), piece.position, piece.key, piece.offset},
+                piece.size);
   });
   auto faults = reader.Faults();
   for (std::size_t i = 0; i < converters.size(); ++i) {
