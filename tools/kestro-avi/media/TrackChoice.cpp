@@ -34,7 +34,7 @@ static bool IsLanguage(std::string const& text) {
 // Splits at the next colon; the rest stays in `text`.
 static std::string NextPart(std::string& text) {
   std::size_t const colon = std::min(text.find(':'), text.size());
-  std::string const part = text.substr(0, colon);
+  std::string part = text.substr(0, colon);
   text.erase(0, colon + 1);
   return part;
 }
