@@ -52,7 +52,7 @@ class TrackFormatter {
     bool begun = false;          // something was written, to any file
     std::int64_t stored_ns = 0;  // current file: total duration of the packets
     Window<8> times;    // of the packets; the latest counts, because frames may be reordered
-    Window<16> lags;    // how much less is stored then; the least counts, as packets may be late
+    Window<10> lags;    // how much less is stored then; the least counts, as packets may be late
     bool fresh = true;  // no key frame was written to the current file
     Bytes rest;         // audio that does not fill a block yet
     std::int64_t rest_ns = 0;  // its time
