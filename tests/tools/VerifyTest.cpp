@@ -226,6 +226,8 @@ TEST_F(VerifyTest, DecodesAndHashes) {
   Expect("verify --check", {{"good.avi", 1, "good.avi: changed\n  track 0, packet 50: differs\n"}});
   Write("good.avi", bytes.substr(0, bytes.size() / 2));
   Expect("verify --check", {{"good.avi", 1, ": is missing"}, {"missing.avi", 3, "missing.avi"}});
+  Damage("bad.avi", "long.avi", 5, kSize, 0xFFFFFFF0);  // nothing of that size is allocated
+  Expect("verify", {{"--hash long.avi", 0, ""}, {"--check long.avi", 0, "as hashed"}});
   Write("good.avi.sha256", "no hash\n");
   Expect("verify --check", {{"good.avi", 4, "good.avi.sha256, line 1"}});
 }

@@ -1,5 +1,6 @@
 #include "verbs/HashFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -16,37 +17,38 @@ namespace kestro::tool {
 namespace fs = std::filesystem;
 
 HashFile HashFile::Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance) {
+  using base::int64;
   HashFile file;
   file._name = fs::path(path).filename();
   auto const hash = LoadMedia().NewHash();
   avi::AviFile avi(path);
-  std::uint64_t const size = static_cast<std::uint64_t>(avi.Size());
-  std::vector<std::uint64_t> numbers(avi.Tracks().size());
+  std::vector<std::uint8_t> buffer(1 << 20);
   bool more = true;
-  std::vector<std::uint8_t> data;
-  auto const add = [&](avi::IndexEntry const& entry) {
+  // Hashes a part of the file, as far as it exists. `done`: how much was read before.
+  auto const add = [&](int64 begin, int64 end, int64 done) {
+    for (int64 at = begin, last = std::min(end, avi.Size()); at < last && more;) {
+      auto const size = std::min(last - at, static_cast<int64>(buffer.size()));
+      unsigned const got = avi.Reader().Read(at, buffer.data(), static_cast<unsigned>(size));
+      if (got == 0) throw Error(kIo, path + ": cannot be read");
+      hash->Add(buffer.data(), got);
+      at += got;
+      more = advance(static_cast<std::uint64_t>(done + at));
+    }
+  };
+  std::vector<std::uint64_t> numbers(avi.Tracks().size());
+  auto const addPacket = [&](avi::IndexEntry const& entry) {
     auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (track >= numbers.size() || !more) return;
-    data.resize(avi.DataSize(entry));
-    data.resize(
-        avi.Reader().Read(entry.offset + 8, data.data(), static_cast<unsigned>(data.size())));
-    hash->Add(data.data(), data.size());
-    file._packets.push_back({std::to_string(track) + " " + std::to_string(numbers[track]++),
-                             hash->Text(), data.size()});
-    more = advance(static_cast<std::uint64_t>(entry.offset));
+    std::uint64_t const size = avi.DataSize(entry);
+    add(entry.offset + 8, entry.offset + 8 + static_cast<int64>(size), 0);
+    file._packets.push_back(
+        {std::to_string(track) + " " + std::to_string(numbers[track]++), hash->Text(), size});
   };
   if (avi.Indexed())
-    avi.ForEachEntry(add);
+    avi.ForEachEntry(addPacket);
   else
-    avi.ForEachChunk(add);
-  data.resize(1 << 20);
-  for (std::uint64_t at = 0; at < size && more; at += data.size()) {
-    unsigned const got = avi.Reader().Read(static_cast<base::int64>(at), data.data(),
-                                           static_cast<unsigned>(data.size()));
-    if (got == 0) throw Error(kIo, path + ": cannot be read");
-    hash->Add(data.data(), got);
-    more = advance(size + at);
-  }
+    avi.ForEachChunk(addPacket);
+  add(0, avi.Size(), avi.Size());
   file._hash = hash->Text();
   return file;
 }

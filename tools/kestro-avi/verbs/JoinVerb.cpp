@@ -96,7 +96,7 @@ void JoinVerb::ReadParts() {
     avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];
     std::int64_t const length_ms =
         lead.type == "video" ? Time_ns(lead, lead.chunks) / 1000000 : lead.duration_ms;
-    _parts.push_back({path, start_ms, std::max<std::int64_t>(0, length_ms)});
+    _parts.push_back({path, start_ms, std::max<std::int64_t>(0, length_ms), head.numbers});
     start_ms += _parts.back().length_ms;
   }
 }
@@ -113,9 +113,7 @@ void JoinVerb::List() const {
 }
 
 bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
-                    avi::Piece const& piece) {
-  int const number = _head.numbers[track];
-  if (number < 0) return true;
+                    int number, avi::Piece const& piece) {
   avi::AviTrack const& info = avi.Tracks()[track];
   bool const nal = info.codec == "h264" || info.codec == "hevc";
   auto const kind = nal ? PictureKind(info.codec, piece.data, piece.size) : Picture::kKey;
@@ -145,7 +143,8 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
         avi::AviTrack const& info = avi.Tracks()[track];
         std::size_t const samples = piece.size / std::max(1u, info.channels * info.bits / 8);
         if (track == lead) reached = piece.position + (info.type == "audio" ? samples : 1);
-        pushed = piece.size == 0 || Push(recorder, avi, track, piece);
+        int const number = part.numbers[track];  // below 0: cannot be recorded
+        pushed = piece.size == 0 || number < 0 || Push(recorder, avi, track, number, piece);
         progress.Update(_done += stored);
         return pushed && !Interrupted();
       },

@@ -29,11 +29,12 @@ class JoinVerb {
   struct Part {
     std::string path;
     std::int64_t start_ms, length_ms;  // in the joined recording
+    std::vector<int> numbers;          // of its tracks, as in Head
   };
   void ReadParts();
   void List() const;
   void CopyPart(Part const& part, record::Recorder& recorder, Progress& progress);
-  bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
+  bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track, int number,
             avi::Piece const& piece);
 
   Kind const _kind;
