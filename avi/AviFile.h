@@ -57,6 +57,9 @@ class AviFile {
   // if there is an entry, and always with the chunk's size. Returns the offset of the first bytes
   // that are not a chunk, -1 if there are none.
   int64 ForEachChunk(EntrySink const& sink);
+  // Calls `sink` for the packets of all tracks: by the index if it covers them all, else by the
+  // data.
+  void ForEachPacket(EntrySink const& sink);
   RiffReader& Reader() { return _reader; }
 
  private:

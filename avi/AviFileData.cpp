@@ -33,6 +33,13 @@ int64 AviFile::ForEachChunk(EntrySink const& sink) {
   return walk.Stopped();
 }
 
+void AviFile::ForEachPacket(EntrySink const& sink) {
+  if (Indexed())
+    ForEachEntry(sink);
+  else
+    ForEachChunk(sink);
+}
+
 // Counts by the index, which also marks key frames, if it covers all data; else by the data.
 void AviFile::CountChunks() {
   if (_riffs > 1) Note("the file has " + std::to_string(_riffs) + " RIFF parts");

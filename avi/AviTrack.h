@@ -1,6 +1,7 @@
 // Reads the headers of a track.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct AviTrack {
   int64 duration_ms = 0;
 
   std::string Kind() const;  // for messages: "video h264"
+  // Audio: the size of one sample of each channel; 1 if the header has none.
+  unsigned FrameBytes() const { return std::max(1u, channels * bits / 8); }
 };
 
 // Read the chunks strh and strf of a track.

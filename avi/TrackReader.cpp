@@ -16,10 +16,7 @@ void TrackReader::ForEach(Sink const& sink) {
   _faultCount = 0;
   bool more = true;
   auto const read = [&](IndexEntry const& entry) { more = more && ReadChunk(entry, sink); };
-  if (_avi.Indexed())
-    _avi.ForEachEntry(read);
-  else
-    _avi.ForEachChunk(read);
+  _avi.ForEachPacket(read);
 }
 
 bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
@@ -27,7 +24,7 @@ bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   if (track >= _position.size()) return true;
   AviTrack const& info = _avi.Tracks()[track];
   bool const whole = info.type != "audio";
-  std::uint64_t const count = whole ? 1 : listed.size / std::max(1u, info.channels * info.bits / 8);
+  std::uint64_t const count = whole ? 1 : listed.size / info.FrameBytes();
   bool const wanted =
       track < _selected.size() && _selected[track] &&
       (_range == nullptr || _range->Has(track, _position[_avi.ClockOf(track)], count));
@@ -72,7 +69,7 @@ std::vector<std::string> TrackReader::Faults() const {
 
 bool TrackReader::ReadPieces(IndexEntry const& entry, std::size_t track, Sink const& sink) {
   AviTrack const& info = _avi.Tracks()[track];
-  unsigned const frame = std::max(1u, info.channels * info.bits / 8);
+  unsigned const frame = info.FrameBytes();
   bool const whole = info.type != "audio";
   std::uint64_t const position = _position[_avi.ClockOf(track)];
   unsigned const most = whole ? entry.size : std::max(1u, kAudioPiece / frame) * frame;

@@ -119,6 +119,18 @@ TEST_F(SegmentTest, ClipsAcrossFiles) {
                            {"s1.avi media/mono8k.wav", 4, "mono8k.wav"}});
 }
 
+// The second file has a track in between that cannot be recorded.
+TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
+  Expect("record --duration 3",
+         {{"-o a.avi media/clip25.h264 media/stereo48k.wav", 0, ""},
+          {"-o b.avi media/clip25.h264 media/mono8k.wav media/stereo48k.wav", 0, ""}});
+  std::string bytes = FileText(At("b.avi"));
+  bytes[bytes.find("strf", bytes.find("strf") + 1) + 8] = '\xFF';  // the code of another format
+  Write("b.avi", bytes);
+  Expect("join -o c.avi a.avi b.avi", {{"", 0, ""}});
+  EXPECT_TRUE(Payload("c.avi", 1) == Payload("a.avi", 1) + Payload("a.avi", 1));
+}
+
 TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
   Write("n-00002.avi", "old");
   Write("p1.avi", "old");

@@ -20,10 +20,6 @@ FrameClock::FrameClock(base::Fraction rate, base::Fraction speed, std::size_t de
       _frame_ns(FrameTime_ns(rate, 1)),
       _finder(std::min(kTolerance_ns, _frame_ns * 9 / 20)) {}  // a missing frame is a step
 
-std::int64_t FrameClock::CountedTime_ns(std::int64_t frame) const {
-  return FrameTime_ns(_rate, frame);
-}
-
 void FrameClock::Add(std::int64_t time_ns) {
   _sorted.push(time_ns);
   if (_sorted.size() <= _depth) return;
@@ -50,10 +46,10 @@ void FrameClock::CountInterval(std::int64_t interval_ns) {
 
 void FrameClock::Show(std::int64_t time_ns) {
   std::int64_t const scaled_ns = Scaled(time_ns, _speed.num, _speed.den);
-  if (_count == 0) _first_ns = _last_ns = scaled_ns;
+  if (_count == 0) _last_ns = scaled_ns;
   std::int64_t const interval_ns = scaled_ns - _last_ns;
   if (_count > 0) CountInterval(interval_ns);
-  std::int64_t const off_ns = scaled_ns - CountedTime_ns(_count);
+  std::int64_t const off_ns = scaled_ns - FrameTime_ns(_rate, _count);
   _finder.Add(scaled_ns, off_ns);
   _shown.push_back({time_ns, off_ns, _count > 0 && interval_ns * 2 > _frame_ns * 3});
   _last_ns = scaled_ns;

@@ -48,7 +48,6 @@ class FrameClock {
     std::int64_t time_ns, off_ns;
     bool late;
   };
-  std::int64_t CountedTime_ns(std::int64_t frame) const;
   void Show(std::int64_t time_ns);
   void CountInterval(std::int64_t interval_ns);
 
@@ -58,7 +57,7 @@ class FrameClock {
   std::priority_queue<std::int64_t, std::vector<std::int64_t>, std::greater<>> _sorted;
   std::deque<Shown> _shown;
   StepFinder _finder;
-  std::int64_t _first_ns = 0, _last_ns = 0;
+  std::int64_t _last_ns = 0;
   std::int64_t _count = 0;   // shown
   std::deque<bool> _recent;  // the last intervals: whether each is uneven
   std::size_t _uneven = 0;   // of them

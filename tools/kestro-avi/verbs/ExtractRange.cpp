@@ -31,24 +31,17 @@ ExtractRange::ExtractRange(avi::AviFile& avi, std::int64_t from_ms, std::int64_t
 }
 
 void ExtractRange::ReadFrames() {
-  auto const add = [this](avi::IndexEntry const& entry) {
+  _avi.ForEachPacket([this](avi::IndexEntry const& entry) {
     auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (track < _frames.size() && _avi.Tracks()[track].type == "video")
       _frames[track].push_back(entry);
-  };
-  if (_avi.Indexed())
-    _avi.ForEachEntry(add);
-  else
-    _avi.ForEachChunk(add);
+  });
 }
 
-// Index flags are not reliable: some writers set them for every frame or for none.
 bool ExtractRange::IsKey(std::size_t track, std::uint64_t frame) {
   avi::IndexEntry const& entry = _frames[track][frame];
   auto const kind = FrameConverter(_avi.Tracks()[track]).KindOf(_avi.Reader(), entry);
-  if (kind == Picture::kKey) return true;
-  bool const flagged = (entry.flags & avi::IndexEntry::kKey) != 0;
-  return flagged && (kind == Picture::kOpen || kind == Picture::kUnknown);
+  return kind && IsKeyFrame(*kind, (entry.flags & avi::IndexEntry::kKey) != 0);
 }
 
 // When the key frame begins that is at or before a time.
@@ -91,7 +84,7 @@ void ExtractRange::Cut(std::size_t track, avi::Piece& piece) {
   avi::AviTrack const& info = _avi.Tracks()[track];
   if (info.type == "text" && CutTimedTexts(piece)) return;
   if (info.type == "audio") {
-    std::size_t const frame = std::max(1u, info.channels * info.bits / 8);
+    std::size_t const frame = info.FrameBytes();
     std::uint64_t const samples = piece.size / frame;
     auto const within = [&](std::uint64_t at) {
       return std::clamp(at, piece.position, piece.position + samples) - piece.position;
@@ -126,7 +119,7 @@ avi::AviTrack ExtractRange::Describe(std::size_t track) const {
   avi::AviTrack info = _avi.Tracks()[track];
   Part const& part = _parts[track];
   if (info.type == "audio") {
-    std::uint64_t const frame = std::max(1u, info.channels * info.bits / 8);
+    std::uint64_t const frame = info.FrameBytes();
     std::uint64_t const end = std::min<std::uint64_t>(part.end, info.bytes / frame);
     info.bytes = (end - std::min(end, part.begin)) * frame;
   } else {

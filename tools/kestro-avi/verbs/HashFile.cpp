@@ -36,18 +36,14 @@ HashFile HashFile::Of(std::string const& path, std::function<bool(std::uint64_t)
     }
   };
   std::vector<std::uint64_t> numbers(avi.Tracks().size());
-  auto const addPacket = [&](avi::IndexEntry const& entry) {
+  avi.ForEachPacket([&](avi::IndexEntry const& entry) {
     auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (track >= numbers.size() || !more) return;
     std::uint64_t const size = avi.DataSize(entry);
     add(entry.offset + 8, entry.offset + 8 + static_cast<int64>(size), 0);
     file._packets.push_back(
         {std::to_string(track) + " " + std::to_string(numbers[track]++), hash->Text(), size});
-  };
-  if (avi.Indexed())
-    avi.ForEachEntry(addPacket);
-  else
-    avi.ForEachChunk(addPacket);
+  });
   add(0, avi.Size(), avi.Size());
   file._hash = hash->Text();
   return file;

@@ -121,7 +121,7 @@ bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::si
   payload.data = piece.data;
   payload.size = piece.size;
   payload.time_ns = _base_ns + Time_ns(avi.Tracks()[avi.ClockOf(track)], piece.position);
-  payload.key = kind == Picture::kKey || (piece.key && kind != Picture::kOther);
+  payload.key = IsKeyFrame(kind, piece.key);
   return recorder.Push(static_cast<std::size_t>(number), payload) == record::Code::kOk;
 }
 
@@ -141,7 +141,7 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
       avi, std::vector<bool>(avi.Tracks().size(), true),
       [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
         avi::AviTrack const& info = avi.Tracks()[track];
-        std::size_t const samples = piece.size / std::max(1u, info.channels * info.bits / 8);
+        std::size_t const samples = piece.size / info.FrameBytes();
         if (track == lead) reached = piece.position + (info.type == "audio" ? samples : 1);
         int const number = part.numbers[track];  // below 0: cannot be recorded
         pushed = piece.size == 0 || number < 0 || Push(recorder, avi, track, number, piece);

@@ -16,4 +16,10 @@ enum class Picture {
 // `codec`: "h264" or "hevc"; the data has start codes.
 Picture PictureKind(std::string const& codec, unsigned char const* data, std::size_t size);
 
+// Whether a frame is a key frame. Index flags alone are not reliable: some writers set them for
+// every frame or for none.
+inline bool IsKeyFrame(Picture kind, bool flagged) {
+  return kind == Picture::kKey || (flagged && kind != Picture::kOther);
+}
+
 }  // namespace kestro::tool

@@ -171,7 +171,7 @@ void VideoTrack::FetchTimes() {
     if (frame.gap) _reported_ns = std::max(_reported_ns, std::abs(_late_ns));
     if (std::abs(_late_ns) > std::max(std::abs(_worst_ns), _reported_ns + kTolerance_ns)) {
       _worst_ns = _late_ns;
-      _worstPlace_ns = Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+      _worstPlace_ns = Place_ns();
     }
     _due.push_back({_late_ns, newFile});
     if (_lead) _timeline.Settle(frame.time_ns + FrameTime_ns(_options.rate, 1));
@@ -181,8 +181,7 @@ void VideoTrack::FetchTimes() {
 
 // Takes the missing time out of all tracks. Returns whether a new file is to start.
 bool VideoTrack::CloseGap(std::int64_t time_ns, std::int64_t gap_ns) {
-  std::int64_t const place_ns =
-      Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+  std::int64_t const place_ns = Place_ns();
   if (!_lead) {
     _gaps.Add(place_ns, gap_ns, "the rest of the track moves against the others");
     return false;

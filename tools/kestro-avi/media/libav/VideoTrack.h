@@ -56,6 +56,10 @@ class VideoTrack : public Track {
     bool newFile;          // a new file starts at the next key frame
   };
   std::int64_t Time_ns(std::int64_t frame) const { return FrameTime_ns(_info.frameRate, frame); }
+  // Where the frame after the due ones is in the recording.
+  std::int64_t Place_ns() const {
+    return Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+  }
   std::int64_t PacketTime_ns(AVPacket const& packet);
   bool Full() const { return _timeline.IsOver(NextTime_ns()); }
   bool KeepBeforeStart(std::int64_t time_ns, bool key);
