@@ -119,6 +119,30 @@ TEST_F(SegmentTest, ClipsAcrossFiles) {
                            {"s1.avi media/mono8k.wav", 4, "mono8k.wav"}});
 }
 
+TEST_F(SegmentTest, KeepsAudioInSyncAtTheJoints) {
+  struct {
+    char const* inputs;
+    std::size_t joint, second;  // bytes of audio up to the joint, and in a second
+    char const* warning;
+  } const cases[] = {
+      {"media/clip25.h264 media/stereo48k.wav", 4 * 192000, 192000,
+       "a.avi: track 1: 1.000 s of missing audio filled with silence"},
+      {"media/clip2997.h264 media/mono8k.wav", 3 * 16000, 16000,
+       "a.avi: track 1: 0.996 s of audio after the last picture left out"},
+  };
+  for (auto const& c : cases) {
+    Expect("record --force -o a.avi", {{c.inputs, 0, ""}});
+    Expect("join --force -o b.avi a.avi a.avi", {{"", 1, c.warning}});
+    Expect("clip --force --from 1 --to 7 -o c.avi a.avi a.avi", {{"", 1, c.warning}});
+    std::string const audio = Payload("a.avi", 1);
+    std::string first = audio;
+    first.resize(c.joint);
+    EXPECT_TRUE(Payload("b.avi", 1) == first + audio) << c.inputs;
+    EXPECT_TRUE(Payload("c.avi", 1).substr(0, c.joint - c.second) == first.substr(c.second))
+        << c.inputs;
+  }
+}
+
 // The second file has a track in between that cannot be recorded.
 TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   Expect("record --duration 3",

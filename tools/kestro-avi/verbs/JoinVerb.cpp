@@ -112,9 +112,29 @@ void JoinVerb::List() const {
   WriteData(text);
 }
 
+void JoinVerb::BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range) {
+  auto const describe = [&](std::size_t track) {
+    return range != nullptr ? range->Describe(track) : avi.Tracks()[track];
+  };
+  std::int64_t const part_end_ms = part.start_ms + part.length_ms;
+  bool const last = &part == &_parts.back() || (_to_ms >= 0 && _to_ms <= part_end_ms);
+  std::size_t const lead = LeadOf(avi);
+  auto const length_of = [](avi::AviTrack const& track) {
+    return track.type == "audio" ? track.bytes / track.FrameBytes() : track.chunks;
+  };
+  std::int64_t const end_ns =
+      last ? -1 : _base_ns + Time_ns(avi.Tracks()[lead], length_of(describe(lead)));
+  for (std::size_t track = 0; track < part.numbers.size(); ++track) {
+    avi::AviTrack const& audio = describe(track);
+    if (audio.type == "audio" && track != lead && part.numbers[track] >= 0)
+      _audio[static_cast<std::size_t>(part.numbers[track])].Begin(audio, length_of(audio), end_ns);
+  }
+}
 bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
                     int number, avi::Piece const& piece) {
   avi::AviTrack const& info = avi.Tracks()[track];
+  auto const index = static_cast<std::size_t>(number);
+  if (info.type == "audio" && track != LeadOf(avi)) return _audio[index].Add(piece);
   bool const nal = info.codec == "h264" || info.codec == "hevc";
   auto const kind = nal ? PictureKind(info.codec, piece.data, piece.size) : Picture::kKey;
   record::Payload payload;
@@ -122,7 +142,16 @@ bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::si
   payload.size = piece.size;
   payload.time_ns = _base_ns + Time_ns(avi.Tracks()[avi.ClockOf(track)], piece.position);
   payload.key = IsKeyFrame(kind, piece.key);
-  return recorder.Push(static_cast<std::size_t>(number), payload) == record::Code::kOk;
+  return recorder.Push(index, payload) == record::Code::kOk;
+}
+
+void JoinVerb::EndAudio(Part const& part) {
+  for (std::size_t i = 0; i < _audio.size(); ++i) {
+    if (!_head.recorded[i].IsAudio() || !_audio[i].End()) continue;
+    std::string const changes = _audio[i].Changes();
+    if (!changes.empty())
+      _warnings.push_back(part.path + ": track " + std::to_string(i) + ": " + changes);
+  }
 }
 
 void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& progress) {
@@ -133,6 +162,7 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
   if (part.length_ms <= from_ms || (_to_ms >= 0 && _to_ms <= part.start_ms)) return;
   std::optional<ExtractRange> range;
   if (from_ms > 0 || to_ms > 0) range.emplace(avi, from_ms, to_ms);
+  BeginAudio(part, avi, range ? &*range : nullptr);
 
   std::size_t const lead = LeadOf(avi);
   std::uint64_t reached = 0;  // positions of the leading track
@@ -142,14 +172,19 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
       [&](std::size_t track, avi::Piece const& piece, std::size_t stored) {
         avi::AviTrack const& info = avi.Tracks()[track];
         std::size_t const samples = piece.size / info.FrameBytes();
-        if (track == lead) reached = piece.position + (info.type == "audio" ? samples : 1);
         int const number = part.numbers[track];  // below 0: cannot be recorded
         pushed = piece.size == 0 || number < 0 || Push(recorder, avi, track, number, piece);
+        if (track == lead) {
+          reached = piece.position + (info.type == "audio" ? samples : 1);
+          for (JoinedAudio& audio : _audio)
+            pushed = pushed && audio.Reach(_base_ns + Time_ns(info, reached));
+        }
         progress.Update(_done += stored);
         return pushed && !Interrupted();
       },
       range ? &*range : nullptr);
   for (std::string const& fault : faults) _warnings.push_back(part.path + ": " + fault);
+  if (pushed && !Interrupted()) EndAudio(part);
   _base_ns += Time_ns(avi.Tracks()[lead], reached);
 }
 
@@ -180,6 +215,7 @@ int JoinVerb::Run() {
     if (event.kind == record::Event::kError) _errors.push_back(event.text);
   };
   auto const recorder = OpenRecorder(options, _head.recorded);
+  for (std::size_t i = 0; i < _head.recorded.size(); ++i) _audio.emplace_back(*recorder, i);
   Progress progress(_progress, _kind == kClip ? "clip" : "join", Progress::kBytes, 0);
   for (Part const& part : _parts)
     if (!Interrupted()) CopyPart(part, *recorder, progress);

@@ -9,6 +9,8 @@
 #include "cli/Progress.h"
 #include "recorder/Recorder.h"
 #include "repair/Head.h"
+#include "verbs/ExtractRange.h"
+#include "verbs/JoinedAudio.h"
 
 namespace CLI {
 class App;
@@ -16,8 +18,8 @@ class App;
 
 namespace kestro::tool {
 
-// Packets are copied, and nothing is encoded. The files follow each other without gaps, as far as
-// the first video track of each reaches.
+// Packets are copied, and nothing is encoded. The files follow each other without gaps: each begins
+// where the first video track of the one before ends.
 class JoinVerb {
  public:
   enum Kind { kJoin, kClip };
@@ -34,8 +36,10 @@ class JoinVerb {
   void ReadParts();
   void List() const;
   void CopyPart(Part const& part, record::Recorder& recorder, Progress& progress);
+  void BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range);
   bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track, int number,
             avi::Piece const& piece);
+  void EndAudio(Part const& part);
 
   Kind const _kind;
   std::vector<std::string> _files;
@@ -46,8 +50,9 @@ class JoinVerb {
   std::vector<Part> _parts;
   Head _head;  // of the first file, with the rates that are written
   std::int64_t _from_ms = 0, _to_ms = -1;
-  std::int64_t _base_ns = 0;  // when the current file begins
-  std::uint64_t _done = 0;    // bytes
+  std::int64_t _base_ns = 0;        // when the current file begins
+  std::vector<JoinedAudio> _audio;  // by track of the joined file, also for other tracks
+  std::uint64_t _done = 0;          // bytes
   std::vector<std::string> _warnings, _errors;
 };
 
