@@ -32,7 +32,7 @@ bool IsDataCode(unsigned code) {
 }
 
 // The host would read "S:/name" as a name on a drive. Opening a pipe would block.
-static std::unique_ptr<base::IO> OpenFile(std::string const& path) {
+std::unique_ptr<base::IO> OpenFile(std::string const& path) {
   std::error_code failed;
   auto const status = std::filesystem::status(path, failed);
   if (!std::filesystem::exists(status))

@@ -35,6 +35,9 @@ struct Chunk {
   bool Cut() const { return end < Payload() + size; }
 };
 
+// Opens an existing file for reading. Throws Error for anything else, such as a pipe.
+std::unique_ptr<base::IO> OpenFile(std::string const& path);
+
 // Checks offsets and sizes against the file before using them, and never allocates memory by a size
 // in the file.
 class RiffReader {

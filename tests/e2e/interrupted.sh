@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Recordings that a signal ends are complete up to there.
+# Recordings that a signal ends are complete up to there. Recordings that go on can be played.
 #   interrupted.sh TOOL MEDIA-FOLDER
 # shellcheck source-path=SCRIPTDIR
 . "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
@@ -36,5 +36,26 @@ for pipe in never.h264 never.jsonl; do # nobody writes to the pipe
   kill -INT $pid
   wait $pid
   check "$pipe without a writer" "130 kestro-avi: $pipe: interrupted" "$? $(<never.txt)"
+done
+modes=(in-place image callback)
+for mode in "${modes[@]}"; do
+  record --realtime --sync $mode --sync-interval 0.5 -o $mode.avi "${av[@]}" 2>$mode.txt &
+done
+for mode in "${modes[@]}"; do
+  for _ in $(seq 200); do
+    [[ -s $mode.avi ]] && break
+    sleep 0.05
+  done
+  "$tool" play --follow $mode.avi >$mode-followed.txt 2>$mode-notes.txt &
+done
+# Image mode stores nothing before the last second of this recording.
+for mode in in-place callback; do
+  until (($(wc -l <$mode-followed.txt) > 30)) || grep -q packets $mode.txt; do sleep 0.05; done
+  check "followed while it is recorded, $mode" "" "$(grep packets $mode.txt)"
+done
+wait
+for mode in "${modes[@]}"; do
+  check "followed to the end, $mode" "$("$tool" play $mode.avi 2>/dev/null | sort)" \
+    "$(sort $mode-followed.txt)"
 done
 finish

@@ -54,6 +54,13 @@ Image::Image(std::string const& path) : _avi(OpenImage(path)), _head(ReadHead(_a
                 path + ": not a side file: no index at offset " + std::to_string(_head.data));
 }
 
+std::vector<unsigned char> Image::Bytes() {
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(_avi.Size()));
+  auto const size = static_cast<unsigned>(bytes.size());
+  if (_avi.Reader().Read(0, bytes.data(), size) != size) throw Error(kIo, "the image is cut off");
+  return bytes;
+}
+
 void Image::ForEachEntry(avi::EntrySink const& sink) {
   avi::ReadEntries(_avi.Reader(), _index, 0, sink);
 }

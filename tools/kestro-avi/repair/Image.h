@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "repair/Head.h"
 
@@ -17,6 +18,7 @@ class Image {
   static std::string Find(std::string const& recording);
 
   Head const& Headers() const { return _head; }
+  std::vector<unsigned char> Bytes();  // the whole image; throws Error
   void ForEachEntry(avi::EntrySink const& sink);
   // Why it does not belong to a recording; empty if it does. `head`: the header of the recording,
   // null if it could not be read.

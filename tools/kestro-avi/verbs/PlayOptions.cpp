@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "cli/Errors.h"
 #include "cli/Suggest.h"
 #include "cli/Text.h"
 
@@ -20,16 +21,18 @@ void PlayOptions::AddTo(CLI::App& app) {
   app.add_option("--to", _to, "Stop after this time (with --mode back: before it)")->type_name("T");
   app.add_option("--video", video, "The video track to play: 0 for the first video track")
       ->type_name("N");
-  app.add_option("--seek", _seeks, "Seek to this time after --every packets; may be repeated")
-      ->type_name("T")
-      ->take_all()
-      ->expected(1)
-      ->allow_extra_args(false);
+  auto* const seek =
+      app.add_option("--seek", _seeks, "Seek to this time after --every packets; may be repeated")
+          ->type_name("T")
+          ->take_all()
+          ->expected(1)
+          ->allow_extra_args(false);
   app.add_option("--every", every, "Number of packets before each seek [1]")
       ->type_name("N")
       ->check(CLI::Range(1u, 1u << 30));
   app.add_flag("--json", json, "Write one JSON object per line");
   app.add_flag("--realtime", realtime, "Play in real time");
+  app.add_flag("--follow", follow, "Play on while the file is being recorded")->excludes(seek);
   app.add_option("--preload", _preload,
                  "Read through a cache that keeps this much of the file's start")
       ->type_name("BYTES");
@@ -40,6 +43,7 @@ void PlayOptions::AddTo(CLI::App& app) {
       "  kestro-avi play out.avi\n"
       "  kestro-avi play --mode back --from 1:30 --to 1:00 out.avi\n"
       "  kestro-avi play --realtime --preload 8M /mnt/share/out.avi\n"
+      "  kestro-avi play --follow --json out.avi\n"
       "  kestro-avi play --json out.avi | jq 'select(.key) | .pts_ms'\n\n"
       "Times are seconds or [h:]m:s. At the end of the stream the next seek happens at once.");
 }
@@ -54,6 +58,7 @@ void PlayOptions::Check() {
   for (std::string const& text : _seeks) seeks_ms.push_back(ms("--seek", text));
   mode = static_cast<Mode>(std::find(std::begin(kModes), std::end(kModes), modeName) -
                            std::begin(kModes));
+  if (follow && mode == Mode::kBack) throw Error(kUsage, "--follow: cannot play back");
 }
 
 }  // namespace kestro::tool

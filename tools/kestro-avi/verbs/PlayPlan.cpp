@@ -47,11 +47,11 @@ std::string PlayPlan::Name(std::size_t track) const {
          "\")";
 }
 
-PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player)
+PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player, bool report)
     : _options(options), _avi(avi) {
   std::vector<std::size_t> const videos = player.Videos();
   _tracks = player.Published();
-  ReportSkipped(videos);
+  FindSkipped(videos, report);
   for (auto const& [track, source] : player.PacketSources())
     if (source != track)
       throw Error(kUnusable, options.file + ": " + Name(source) +
@@ -72,14 +72,14 @@ PlayPlan::PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& 
     throw Error(kUsage, "--mode " + options.modeName + ": " + options.file + " has no such track");
 }
 
-void PlayPlan::ReportSkipped(std::vector<std::size_t> const& videos) {
+void PlayPlan::FindSkipped(std::vector<std::size_t> const& videos, bool report) {
   auto const has = [](std::vector<std::size_t> const& list, std::size_t track) {
     return std::find(list.begin(), list.end(), track) != list.end();
   };
   for (std::size_t i = 0; i < _avi.Tracks().size(); ++i)
     if (!has(_tracks, i) && !has(videos, i)) {
       _notes.push_back(Name(i) + " is not played: " + WhyNotPlayed(_avi.Tracks()[i]));
-      Report("note: " + _options.file + ": " + _notes.back());
+      if (report) Report("note: " + _options.file + ": " + _notes.back());
     }
 }
 

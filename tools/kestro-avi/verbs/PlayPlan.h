@@ -15,9 +15,9 @@ class PlayPlan {
   // Throws Error for an index that the demuxer cannot use.
   static void CheckIndex(PlayOptions const& options, avi::AviFile const& avi);
 
-  // Gets the tracks from the player's demuxer, and reports those that are not played. Throws Error
-  // when the options cannot be met.
-  PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player);
+  // Gets the tracks from the player's demuxer, and with `report` names those that are not played.
+  // Throws Error when the options cannot be met.
+  PlayPlan(PlayOptions const& options, avi::AviFile const& avi, Player& player, bool report);
 
   std::size_t Track(std::size_t output) const { return _tracks[output]; }  // number in the file
   bool Plays(std::size_t track) const;
@@ -28,7 +28,7 @@ class PlayPlan {
 
  private:
   std::string Name(std::size_t track) const;
-  void ReportSkipped(std::vector<std::size_t> const& videos);
+  void FindSkipped(std::vector<std::size_t> const& videos, bool report);
   void ChooseLeader();
 
   PlayOptions const& _options;

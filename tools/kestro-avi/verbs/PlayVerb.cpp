@@ -3,12 +3,15 @@
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "cli/Console.h"
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
+#include "cli/OpenForWriting.h"
 #include "cli/Plugin.h"
 #include "cli/Text.h"
+#include "repair/GrowingFile.h"
 #include "verify/FlaggedFrames.h"
 #include "verify/FrameConverter.h"
 
@@ -34,7 +37,12 @@ void PlayVerb::CheckFrames(avi::AviFile& avi) {
 void PlayVerb::SetStart(Player& player) {
   auto& demuxer = player.Demuxer();
   demuxer.PlayModeSwitch(_options.mode);
-  if (_options.from_ms >= 0)
+  int64 resume_ms = INT64_MAX;
+  for (Last const& last : _last)
+    if (last.offset >= 0) resume_ms = std::min(resume_ms, last.pts_ms);
+  if (resume_ms != INT64_MAX)
+    _seek_ms = resume_ms;
+  else if (_options.from_ms >= 0)
     _seek_ms = _options.from_ms;
   else if (_options.mode == Mode::kBack)
     _seek_ms = std::max<int64>(demuxer.Duration(), _plan->Length_ms());
@@ -133,25 +141,32 @@ void PlayVerb::Warn(std::string const& what) {
   _code = kFindings;
 }
 
-void PlayVerb::ReportFailure(Player const& player, std::uint64_t packets) const {
-  Report("error: " + _options.file + ": after " + Quantity(packets, "packet") +
+void PlayVerb::ReportFailure(Player const& player) const {
+  Report("error: " + _options.file + ": after " + Quantity(_packets, "packet") +
          ": reading failed at offset " + std::to_string(player.FailedAt()) +
          (player.FailedAt() > INT32_MAX ? " (the demuxer reads the first 2 GiB)" : ""));
 }
 
+// Whether a packet has not been listed yet. The last packet of a growing file is only known to be
+// the last one when the file is closed.
+bool PlayVerb::IsNew(Delivered& packet) {
+  if (!_options.follow) return true;
+  Last& last = _last[_plan->Track(packet.output)];
+  if (packet.offset <= last.offset || (_growing && packet.eos)) return false;
+  packet.seq = last.offset < 0 ? packet.seq : last.seq + 1;
+  last = {packet.offset, packet.pts_ms, packet.seq};
+  return true;
+}
+
 int PlayVerb::ListPackets(Player& player, avi::AviFile& avi) {
   Delivered packet;
-  Progress progress(_options.progress, "play", Progress::kTime_ms,
-                    static_cast<std::uint64_t>(_plan->Expected_ms()));
-  int64 first_ms = -1;  // of the leader
-  std::uint64_t packets = 0;
   unsigned sinceSeek = 0;
-  if (!_options.json) WriteData("track     seq          pts  duration      size  flags\n");
   for (;;) {
     Player::Event const event = Next(player, packet);
     if (event == Player::kInterrupted) return kInterrupted;
     if (event == Player::kFailed) {
-      ReportFailure(player, packets);
+      ReportFailure(player);
+      _failed = true;
       return kFindings;
     }
     if (event == Player::kEnd) {
@@ -164,38 +179,81 @@ int PlayVerb::ListPackets(Player& player, avi::AviFile& avi) {
              " RIFF parts; the demuxer plays the first one (\"extract\" reads all)");
       break;
     }
-    if (IsPastEnd(packet)) break;
+    _atEnd = IsPastEnd(packet);
+    if (_atEnd) break;
+    if (!IsNew(packet)) continue;
     WaitFor(packet);
     if (Interrupted()) return kInterrupted;
     Print(packet);
     if (packet.output == _plan->Leader()) {
-      if (first_ms < 0) first_ms = packet.pts_ms;
-      progress.Update(static_cast<std::uint64_t>(std::abs(packet.pts_ms - first_ms)));
+      if (_first_ms < 0) _first_ms = packet.pts_ms;
+      _progress->Update(static_cast<std::uint64_t>(std::abs(packet.pts_ms - _first_ms)));
     }
-    ++packets;
+    ++_packets;
     if (std::string const fault = CheckPacket(avi, packet); !fault.empty()) Warn(fault);
     if (++sinceSeek >= _options.every && StartNextSeek()) sinceSeek = 0;
   }
-  progress.End();
-  if (!_options.json) Report(_options.file + ": " + Quantity(packets, "packet"));
   return _code;
+}
+
+void PlayVerb::Begin(avi::AviFile& avi) {
+  CheckFrames(avi);
+  _last.resize(avi.Tracks().size());
+  _progress.emplace(_options.progress, "play", Progress::kTime_ms,
+                    _growing ? 0 : static_cast<std::uint64_t>(_plan->Expected_ms()));
+  if (!_options.json) WriteData("track     seq          pts  duration      size  flags\n");
+}
+
+int PlayVerb::PlayFile() {
+  auto const open = [this] {
+    return _options.follow ? OpenGrowing(_options.file) : avi::OpenFile(_options.file);
+  };
+  avi::AviFile avi(open(), _options.file);
+  PlayPlan::CheckIndex(_options, avi);
+  if (!_growing)
+    for (std::string const& note : avi.Notes()) Report("note: " + _options.file + ": " + note);
+  Player player(open(), _options.file, avi.Tracks().size(), _options.video, _options.preload);
+  bool const first = !_plan;
+  _plan.emplace(_options, avi, player, first);
+  if (first) Begin(avi);
+  if (!player.Opened()) Warn("a part that is needed for opening could not be read");
+  if (_options.from_ms > avi.Duration_ms() && !_growing)
+    Warn("--from is after the end, " + Seconds(avi.Duration_ms()));
+  SetStart(player);
+  return ListPackets(player, avi);
+}
+
+// Plays what is there, and again what has come since, until the file is closed.
+int PlayVerb::Follow() {
+  constexpr auto kPause = std::chrono::milliseconds(500);
+  bool reported = false;
+  for (;;) {
+    auto const began = std::chrono::steady_clock::now();
+    _growing = OpenForWriting(_options.file);
+    try {
+      int const code = PlayFile();
+      if (!_growing || _atEnd || _failed || Interrupted()) return code;
+    } catch (Error const& error) {
+      // Until the first sync, there is no index, and possibly nothing.
+      if (!_growing || _plan || error.Code() != kUnusable) throw;
+      if (!std::exchange(reported, true))
+        Report("note: " + _options.file + ": waiting for the index");
+    }
+    auto const now = std::chrono::steady_clock::now();
+    SleepUntil(now + std::max<std::chrono::nanoseconds>(kPause, (now - began) * 9));
+    if (Interrupted()) return kInterrupted;
+  }
 }
 
 int PlayVerb::Run() {
   _options.Check();
-  avi::AviFile avi(_options.file);
-  PlayPlan::CheckIndex(_options, avi);
   LoadAviPlugin(_options.plugin);
   CatchSignals();
-  for (std::string const& note : avi.Notes()) Report("note: " + _options.file + ": " + note);
-  Player player(_options.file, avi.Tracks().size(), _options.video, _options.preload);
-  _plan.emplace(_options, avi, player);
-  if (!player.Opened()) Warn("a part that is needed for opening could not be read");
-  if (_options.from_ms > avi.Duration_ms())
-    Warn("--from is after the end, " + Seconds(avi.Duration_ms()));
-  CheckFrames(avi);
-  SetStart(player);
-  return ListPackets(player, avi);
+  int const code = _options.follow ? Follow() : PlayFile();
+  if (code == kInterrupted || _failed) return code;
+  _progress->End();
+  if (!_options.json) Report(_options.file + ": " + Quantity(_packets, "packet"));
+  return code;
 }
 
 }  // namespace kestro::tool

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "avi/AviFile.h"
 #include "verbs/PlayOptions.h"
@@ -21,14 +22,18 @@ class PlayVerb {
   int Run();
 
  private:
+  int Follow();
+  int PlayFile();
+  void Begin(avi::AviFile& avi);
   void CheckFrames(avi::AviFile& avi);
   void SetStart(Player& player);
   Player::Event Next(Player& player, Delivered& packet);
   Player::Event SeekTo(Player& player, int64 ms);
   int ListPackets(Player& player, avi::AviFile& avi);
+  bool IsNew(Delivered& packet);
   bool IsPastEnd(Delivered const& packet) const;
   bool StartNextSeek();
-  void ReportFailure(Player const& player, std::uint64_t packets) const;
+  void ReportFailure(Player const& player) const;
   void WaitFor(Delivered const& packet);
   void Print(Delivered const& packet) const;
   std::string CheckPacket(avi::AviFile& avi, Delivered const& packet) const;
@@ -38,7 +43,20 @@ class PlayVerb {
   std::optional<PlayPlan> _plan;
   std::optional<int64> _seek_ms;  // seek there before the next packet
   std::size_t _seeksDone = 0;
-  int _code = 0;  // exit code so far
+  std::optional<Progress> _progress;
+  std::uint64_t _packets = 0;
+  int64 _first_ms = -1;  // of the leader
+  int _code = 0;         // exit code so far
+
+  // With --follow, the file is played again and again, from the last packets on.
+  struct Last {
+    int64 offset = -1, pts_ms = 0;
+    unsigned seq = 0;
+  };
+  std::vector<Last> _last;  // by track
+  bool _growing = false;    // the file is being recorded
+  bool _atEnd = false;      // --to was reached
+  bool _failed = false;     // a read failed, which was reported
 
   bool _paced = false;  // the two members below are set
   int64 _origin_ms = 0;

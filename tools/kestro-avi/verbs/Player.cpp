@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <utility>
 
 #include "cli/Errors.h"
@@ -17,13 +16,9 @@ bool Player::TracedIO::Seek(int64 offset, int whence) {
   return IOFilter::Seek(offset, whence);
 }
 
-Player::Player(std::string const& path, std::size_t outputs, unsigned video,
-               std::optional<int64> preload)
-    : ISink("Player"),
-      _file(std::filesystem::absolute(path).c_str(), "rb"),
-      _io(_file),
-      _video(video) {
-  if (!_file.Opened()) throw Error(kIo, path + ": " + std::strerror(_file.Error()));
+Player::Player(std::unique_ptr<base::IO> file, std::string const& path, std::size_t outputs,
+               unsigned video, std::optional<int64> preload)
+    : ISink("Player"), _file(std::move(file)), _io(*_file), _video(video) {
   _demuxer = NewDemuxer(preload ? "CusAviDemuxer" : "avi-demuxer");
   _demuxer->OnMessage(
       [this](stream::IElement&, char const* type, char const*, base::AttrSet const*) {

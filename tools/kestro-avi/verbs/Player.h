@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/File.h"
+#include "base/IO.h"
 #include "stream/IDemuxer.h"
 #include "stream/ISink.h"
 
@@ -32,18 +32,18 @@ struct Delivered {
 // packet until the next one is requested, so that changes to the demuxer between two calls of Next
 // take effect between two packets. The plug-in must be loaded.
 //
-//   Player player("in.avi", outputs, 0);
+//   Player player(std::make_unique<base::FileIO>("in.avi", "rb"), "in.avi", outputs, 0);
 //   player.Demuxer().Seek(2000);
 //   while (player.Next(packet) == Player::kPacket) ...
 class Player : private stream::ISink {
  public:
   enum Event { kPacket, kEnd, kFailed, kInterrupted };
 
-  // Opens the file. `outputs`: the maximum number of tracks; `video`: the video track to play, 0
-  // for the first; `preload`: read through a cache that keeps this many bytes of the file's start.
-  // Throws Error.
-  Player(std::string const& path, std::size_t outputs, unsigned video,
-         std::optional<int64> preload = {});
+  // Opens the file; `path` is used in messages. `outputs`: the maximum number of tracks; `video`:
+  // the video track to play, 0 for the first; `preload`: read through a cache that keeps this many
+  // bytes of the file's start. Throws Error.
+  Player(std::unique_ptr<base::IO> file, std::string const& path, std::size_t outputs,
+         unsigned video, std::optional<int64> preload = {});
   ~Player() override;
 
   stream::IDemuxer& Demuxer() { return *_demuxer; }
@@ -78,7 +78,7 @@ class Player : private stream::ISink {
   void SetEvent(Event event);
   std::size_t TrackOf(stream::IMedia& media);
 
-  base::FileIO _file;
+  std::unique_ptr<base::IO> const _file;
   TracedIO _io;
   std::unique_ptr<stream::IDemuxer> _demuxer;
   unsigned const _video;
