@@ -64,6 +64,7 @@ void ConvertFileOptions(kestro_recorder_options const& from, record::RecorderOpt
   to.segments.size = from.segment_bytes;
   to.segments.time_ns = from.segment_time_ns;
   to.segments.maxSkew_ns = from.max_skew_ns;
+  to.hash = from.hash != 0;
   to.sync.mode = static_cast<record::SyncOptions::Mode>(from.sync_mode);
   to.sync.interval_ns = from.sync_interval_ns;
   to.sync.reserve_ns = from.reserve_ns;

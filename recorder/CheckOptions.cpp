@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "avi/Error.h"
+#include "avi/Sha256.h"
 #include "recorder/Refusal.h"
 #include "recorder/SyncPlan.h"
 
@@ -26,6 +28,11 @@ RecorderOptions CheckedOptions(RecorderOptions options) {
     options.queue.enabled = false;
     options.cacheBlocks = 1;
   }
+  if (options.hash) try {
+      avi::Sha256 const available;
+    } catch (avi::Error const& error) {
+      throw Refusal(Code::kPlugin, error.what());
+    }
   if (!options.clock)
     options.clock = [] {
       return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();

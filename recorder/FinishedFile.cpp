@@ -5,6 +5,7 @@
 
 #include "avi/AviFile.h"
 #include "avi/Error.h"
+#include "avi/Hashes.h"
 #include "avi/Text.h"
 #include "recorder/StorageOf.h"
 
@@ -50,10 +51,39 @@ static void CountKept(Event& closed, std::unique_ptr<base::IO> file) try {
 } catch (avi::Error const&) {
 }
 
+static void WriteHash(std::string const& path, RecorderOptions const& options,
+                      std::function<void(Event)> const& report) try {
+  std::string const name = avi::HashFileFor(path);
+  Storage& storage = StorageOf(options);
+  auto in = storage.Open(path, "rb");
+  auto const out = in != nullptr ? storage.Open(name, "rwbc") : nullptr;
+  if (out == nullptr) throw avi::Error(avi::kIo, std::strerror(errno));
+  avi::AviFile avi(std::move(in), path);
+  std::string text;
+  auto const flush = [&] {
+    auto const size = static_cast<unsigned>(text.size());
+    if (out->Write(text.data(), size) != size)
+      throw avi::Error(avi::kIo, std::strerror(out->Error()));
+    text.clear();
+  };
+  avi::WriteHashes(
+      avi, path.substr(path.rfind('/') + 1),
+      [&](std::string const& line) {
+        text += line;
+        if (text.size() >= 1 << 16) flush();
+      },
+      [](std::uint64_t) { return true; });
+  flush();
+  if (!out->Flush()) throw avi::Error(avi::kIo, std::strerror(out->Error()));
+} catch (avi::Error const& error) {
+  report({Event::kWarning, path, path + ": no hash was written: " + error.what()});
+}
+
 void FinishFile(FinishedFile const& file, RecorderOptions const& options,
                 std::function<void(Event)> const& report) {
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
   if (file.packets != 0) FinishIndex(file, options, report);
+  if (file.packets != 0 && options.hash) WriteHash(file.path, options, report);
   auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (io != nullptr) {

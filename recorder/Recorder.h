@@ -18,7 +18,7 @@ enum class Code {
   kUnsupported,  // a track that cannot be recorded
   kIo,           // a file cannot be written
   kBusy,         // another recorder is writing these files
-  kPlugin,       // the plug-in is missing, or lacks a class or property
+  kPlugin,       // the plug-in is missing or lacks a class or property, or libcrypto is missing
   kEnded,        // the recorder was stopped
   kMemory,
 };

@@ -87,7 +87,10 @@ struct RecorderOptions {
   SyncOptions sync;
   QueueOptions queue;
   TagOptions tags;
-  unsigned cacheBlocks = 0;         // write cache in blocks of 512 KiB; 0: the muxer's default
+  unsigned cacheBlocks = 0;  // write cache in blocks of 512 KiB; 0: the muxer's default
+  // Write FILE.sha256 when a file is closed: a SHA-256 of each packet and of the file, which
+  // sha256sum can check. The file is read for this while the next one is recorded. Needs libcrypto.
+  bool hash = false;
   std::optional<int> spillSeconds;  // keep this much index in memory, the rest in a temporary file
   std::string spillFolder;          // folder of that file; empty: the temporary folder
   std::vector<std::pair<std::string, std::string>> properties;  // muxer properties, as text

@@ -44,7 +44,8 @@ enum {
   KESTRO_RECORDER_UNSUPPORTED = -2, /* a track that cannot be recorded */
   KESTRO_RECORDER_IO = -3,          /* a file cannot be written */
   KESTRO_RECORDER_BUSY = -4,        /* another recorder is writing these files */
-  KESTRO_RECORDER_PLUGIN = -5,      /* the plug-in is missing, or lacks a class or property */
+  KESTRO_RECORDER_PLUGIN = -5,      /* the plug-in or libcrypto is missing, or the plug-in
+                                        lacks a class or property */
   KESTRO_RECORDER_ENDED = -6,       /* the recorder was stopped */
   KESTRO_RECORDER_MEMORY = -7
 };
@@ -174,6 +175,9 @@ typedef struct kestro_recorder_options {
   /* Beyond this distance between tracks, after lost frames or with clocks that differ, a new file
    * starts; 0: never. */
   int64_t max_skew_ns;
+  /* Not 0: write FILE.sha256 when a file is closed, with a SHA-256 of each packet and of the file.
+   * Needs libcrypto. */
+  int32_t hash;
 } kestro_recorder_options;
 /* Sets the defaults; pass sizeof(kestro_recorder_options) as `size`. */
 KESTRO_RECORDER_API void kestro_recorder_options_init(kestro_recorder_options* options,

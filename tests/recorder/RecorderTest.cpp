@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "avi/Sha256.h"
 #include "recorder/RecorderSession.h"
 #include "recorder/RecordingLock.h"
 
@@ -17,6 +18,7 @@ using record::Event;
 using record::Status;
 using record::TrackInfo;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 TEST(Recorder, OrdersTracksCutsAudioAndRepeatsParameterSets) {
@@ -206,6 +208,34 @@ TEST(Recorder, AddsAnIndexAfterTheDataWhereItFits) {
       EXPECT_EQ(file->Tree()[0].end, file->Size()) << name;
       EXPECT_EQ(file->Tracks()[0].chunks, 25u) << name;
     }
+  }
+}
+
+TEST(Recorder, WritesAHashNextToEachFile) {
+  for (std::string const refused : {"", "cam-002.avi.sha256"}) {
+    RecorderSession s({VideoTrack()}, true);
+    s.options.hash = true;
+    s.options.segments.time_ns = 200 * kMs;
+    s.options.sync.mode = record::SyncOptions::kInPlace;
+    s.storage.refused = refused;
+    if (!s.Open()) {
+      EXPECT_EQ(s.why.code, Code::kPlugin) << s.why.text;
+      GTEST_SKIP() << s.why.text;
+    }
+    for (int i = 0; i < 10; ++i)
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+    EXPECT_TRUE(s.recorder->Stop()) << "also without the hash";
+    EXPECT_EQ(s.Count(Event::kWarning), refused.empty() ? 0 : 1) << refused;
+
+    std::string const text = s.storage.Text("cam-001.avi.sha256");
+    EXPECT_THAT(text, HasSubstr("\n# 0 4 " + std::to_string(Picture(4).size()) + " ")) << text;
+    EXPECT_THAT(text, EndsWith("  cam-001.avi\n"));
+    std::string const file = s.storage.Text("cam-001.avi");
+    avi::Sha256 hash;
+    hash.Add(file.data(), file.size());
+    EXPECT_THAT(text, HasSubstr("\n" + hash.Text() + "  ")) << "of the file as it is now";
+    hash.Add("abc", 3);
+    EXPECT_EQ(hash.Text(), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   }
 }
 

@@ -39,6 +39,10 @@ class MemoryStorage : public record::Storage {
     auto const found = _files.find(path);
     return found != _files.end() ? found->second : nullptr;
   }
+  std::string Text(std::string const& path) const {
+    auto const file = File(path);
+    return file != nullptr ? test::Text(MemoryIO(file->Bytes())) : "";
+  }
   std::vector<std::string> Names() const {
     std::lock_guard lock(_mutex);
     std::vector<std::string> names;

@@ -9,7 +9,6 @@
 #include "avi/AviTrack.h"
 #include "media/FrameChecker.h"
 #include "media/FrameOrder.h"
-#include "media/Hash.h"
 #include "media/Output.h"
 #include "media/Session.h"
 
@@ -37,7 +36,6 @@ class KESTRO_API Media {
   virtual std::unique_ptr<FrameParser> NewFrameParser(avi::AviTrack const& track) = 0;
   // For a video track.
   virtual std::unique_ptr<FrameChecker> NewFrameChecker(avi::AviTrack const& track) = 0;
-  virtual std::unique_ptr<Hash> NewHash() = 0;  // SHA-256
   virtual std::unique_ptr<Output> NewContainer(std::string const& path,
                                                std::vector<ContainerTrack> const& tracks) = 0;
 };

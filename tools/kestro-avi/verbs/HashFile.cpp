@@ -8,44 +8,22 @@
 #include <map>
 #include <sstream>
 
-#include "avi/TrackReader.h"
+#include "avi/Hashes.h"
 #include "cli/Errors.h"
-#include "media/MediaModule.h"
 
 namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
 HashFile HashFile::Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance) {
-  using base::int64;
   HashFile file;
   file._name = fs::path(path).filename();
-  auto const hash = LoadMedia().NewHash();
   avi::AviFile avi(path);
-  std::vector<std::uint8_t> buffer(1 << 20);
-  bool more = true;
-  // Hashes a part of the file, as far as it exists. `done`: how much was read before.
-  auto const add = [&](int64 begin, int64 end, int64 done) {
-    for (int64 at = begin, last = std::min(end, avi.Size()); at < last && more;) {
-      auto const size = std::min(last - at, static_cast<int64>(buffer.size()));
-      unsigned const got = avi.Reader().Read(at, buffer.data(), static_cast<unsigned>(size));
-      if (got == 0) throw Error(kIo, path + ": cannot be read");
-      hash->Add(buffer.data(), got);
-      at += got;
-      more = advance(static_cast<std::uint64_t>(done + at));
-    }
+  auto const add = [&file](avi::PacketHash const& packet) {
+    file._packets.push_back({std::to_string(packet.track) + " " + std::to_string(packet.number),
+                             packet.hash, packet.size});
   };
-  std::vector<std::uint64_t> numbers(avi.Tracks().size());
-  avi.ForEachPacket([&](avi::IndexEntry const& entry) {
-    auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
-    if (track >= numbers.size() || !more) return;
-    std::uint64_t const size = avi.DataSize(entry);
-    add(entry.offset + 8, entry.offset + 8 + static_cast<int64>(size), 0);
-    file._packets.push_back(
-        {std::to_string(track) + " " + std::to_string(numbers[track]++), hash->Text(), size});
-  });
-  add(0, avi.Size(), avi.Size());
-  file._hash = hash->Text();
+  file._hash = avi::HashPackets(avi, add, advance);
   return file;
 }
 

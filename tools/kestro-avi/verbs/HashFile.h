@@ -6,13 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "avi/Hashes.h"
+
 namespace kestro::tool {
 
 // The last line is "HASH  FILE", as sha256sum writes it; before it, each packet has a comment line
 // "# TRACK NUMBER SIZE HASH", in file order.
 class HashFile {
  public:
-  static std::string NameFor(std::string const& path) { return path + ".sha256"; }
+  static std::string NameFor(std::string const& path) { return avi::HashFileFor(path); }
 
   // Reads an AVI file. `advance` is called with the bytes read so far, and returns false to stop.
   // Throws Error.

@@ -134,7 +134,7 @@ void VerifyVerb::Decode(std::string const& path, Findings& findings) const {
 int VerifyVerb::WriteHashes() const {
   for (std::string const& path : _files) NewFile::Check(HashFile::NameFor(path), _force);
   for (std::string const& path : _files) {
-    Progress progress(_progress, "verify", Progress::kBytes, 2 * Progress::SizeOf(path));
+    Progress progress(_progress, "verify", Progress::kBytes, Progress::SizeOf(path));
     auto const advance = [&progress](std::uint64_t done) {
       progress.Update(done);
       return !Interrupted();

@@ -6,7 +6,6 @@
 #include "media/libav/ContainerFile.h"
 #include "media/libav/DecodeCheck.h"
 #include "media/libav/InputSession.h"
-#include "media/libav/Sha256.h"
 
 namespace kestro::tool {
 
@@ -29,7 +28,6 @@ class LibavMedia : public Media {
   std::unique_ptr<FrameChecker> NewFrameChecker(avi::AviTrack const& track) override {
     return std::make_unique<DecodeCheck>(CodecOf(track));
   }
-  std::unique_ptr<Hash> NewHash() override { return std::make_unique<Sha256>(); }
   std::unique_ptr<Output> NewContainer(std::string const& path,
                                        std::vector<ContainerTrack> const& tracks) override {
     return std::make_unique<ContainerFile>(path, tracks);
