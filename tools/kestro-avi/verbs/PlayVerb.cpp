@@ -1,5 +1,6 @@
 #include "verbs/PlayVerb.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -225,7 +226,8 @@ int PlayVerb::PlayFile() {
 
 // Plays what is there, and again what has come since, until the file is closed.
 int PlayVerb::Follow() {
-  constexpr auto kPause = std::chrono::milliseconds(500);
+  using std::chrono::milliseconds;
+  constexpr milliseconds kPause(500), kLongestPause(3000);
   bool reported = false;
   for (;;) {
     auto const began = std::chrono::steady_clock::now();
@@ -239,8 +241,10 @@ int PlayVerb::Follow() {
       if (!std::exchange(reported, true))
         Report("note: " + _options.file + ": waiting for the index");
     }
+    // Opening a long file takes a moment.
     auto const now = std::chrono::steady_clock::now();
-    SleepUntil(now + std::max<std::chrono::nanoseconds>(kPause, (now - began) * 9));
+    auto const took = std::chrono::duration_cast<milliseconds>(now - began);
+    SleepUntil(now + std::clamp(took * 9, kPause, kLongestPause));
     if (Interrupted()) return kInterrupted;
   }
 }
