@@ -86,6 +86,7 @@ void FinishFile(FinishedFile const& file, RecorderOptions const& options,
   if (file.packets != 0 && options.hash) WriteHash(file.path, options, report);
   auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
+  if (file.skew) report(*file.skew);
   if (io != nullptr) {
     closed.bytes = static_cast<std::uint64_t>(io->Size());
     std::string packets = avi::Quantity(file.packets, "packet");

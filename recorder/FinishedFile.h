@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct FinishedFile {
   bool complete = false;
   std::vector<std::string> errors, warnings;
   FrontIndex index;
+  std::optional<Event> skew;  // the warning that its tracks are apart
 };
 
 // Turns the file into an ordinary one if the options ask for it, and reports the outcome. Takes as

@@ -300,12 +300,16 @@ bool Segments::EndFile(bool splits) {
   bool const written = _formatter.EndFile();
   bool const complete = _file->Close() && written;
   FinishedFile finished{_file->Path(),   _file->Pushed(),   _end_ns - _begin_ns, complete,
-                        _file->Errors(), _file->Warnings(), _file->Index()};
-  if (auto const skew = _formatter.Worst(); skew.length_ns > kMentionedSkew_ns)
-    finished.warnings.push_back(finished.path + ": its tracks are up to " +
-                                avi::Seconds(skew.length_ns / 1000000) + " apart, most at " +
-                                avi::Seconds(skew.time_ns / 1000000) +
-                                (splits ? "; the next file is in sync again" : ""));
+                        _file->Errors(), _file->Warnings(), _file->Index(),      {}};
+  if (auto const skew = _formatter.Worst(); skew.length_ns > kMentionedSkew_ns) {
+    Event& warning = finished.skew.emplace();
+    warning = {Event::kWarning, finished.path,
+               finished.path + ": its tracks are up to " + avi::Seconds(skew.length_ns / 1000000) +
+                   " apart, most at " + avi::Seconds(skew.time_ns / 1000000) +
+                   (splits ? "; the next file is in sync again" : "")};
+    warning.duration_ns = skew.length_ns;
+    warning.time_ns = skew.time_ns;
+  }
   _complete = _complete && complete;
   _file.reset();
   _finish(std::move(finished));

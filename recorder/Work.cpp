@@ -172,8 +172,8 @@ bool Recorder::Work::End() {
   std::lock_guard lock(_fileMutex);
   if (!_file) return true;
   bool const complete = _file->Close();
-  FinishedFile const finished{_file->Path(),   _file->Pushed(),   _fileEnd_ns,   complete,
-                              _file->Errors(), _file->Warnings(), _file->Index()};
+  FinishedFile const finished{_file->Path(),   _file->Pushed(),   _fileEnd_ns,    complete,
+                              _file->Errors(), _file->Warnings(), _file->Index(), {}};
   _file.reset();
   FinishFile(finished, _options, [this](Event event) { Report(std::move(event)); });
   return complete;

@@ -113,9 +113,11 @@ typedef struct kestro_recorder_event { /* valid during the call */
   int32_t kind;
   const char *path, *text; /* never null */
   uint64_t packets, bytes; /* CLOSED: packets stored, and the size of the file */
-  int64_t duration_ns;     /* CLOSED: the length of the file */
+  int64_t duration_ns;     /* CLOSED: the length of the file; WARNING: how far tracks are apart */
   int32_t complete;        /* CLOSED: whether the file is complete */
-  int64_t time_ns;         /* OPENED: when the file starts, on the packets' clock */
+  /* OPENED: when the file starts, on the packets' clock. WARNING: where the tracks are furthest
+   * apart, from the start of the file */
+  int64_t time_ns;
 } kestro_recorder_event;
 
 /* File operations to use instead of the system's files. The functions return a negative errno on
