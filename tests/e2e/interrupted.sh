@@ -14,15 +14,17 @@ complete() {
   check "$1: index" "last $count" "$(info "$2" '"\(.index) \(.tracks[0].chunks)"')"
 }
 for signal in INT TERM HUP; do # and nobody reads the messages
-  env --default-signal "$tool" record --realtime -o $signal.avi "${av[@]}" 2> >(head -c 1 >/dev/null) &
+  env --default-signal "$tool" record --json --realtime -o $signal.avi "${av[@]}" \
+    >$signal.json 2> >(head -c 1 >/dev/null) &
   pid=$!
   for _ in $(seq 200); do
-    [[ -s $signal.avi ]] && break
+    grep -q opened $signal.json && break
     sleep 0.05
   done
   kill -$signal $pid
   wait $pid
   check "SIG$signal" 130 $?
+  check "SIG$signal: last event" '["end",130,1]' "$(tail -1 $signal.json | jq -c '[.event, .code, .files]')"
   complete "SIG$signal" $signal.avi
 done
 for pipe in never.h264 never.jsonl; do # nobody writes to the pipe

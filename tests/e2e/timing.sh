@@ -55,7 +55,10 @@ says "ntsc" "30000/1001 fps is stored as 30 fps; audio is stretched to match"
 in_step "ntsc" 20 ntsc.mkv ntsc.avi
 exits "ntsc in files" 0 record --segment-time 20.5 -o n%d.avi ntsc.mkv
 in_step "ntsc in files" 20 ntsc.mkv n1.avi n2.avi n3.avi
-exits "lost stretch" 1 record -o both.avi both.mkv
+exits "lost stretch" 1 record --json -o both.avi both.mkv
+check "lost stretch: event" '[0,3200,400,"cut"] [1,400,280]' "$(jq -c \
+  'if .event == "gap" then [.track, .at_ms, .length_ms, .action] elif .event == "end" then [.gaps, .lost_ms, .packets] else empty end' \
+  stdout.txt | xargs -d '\n')"
 says "lost stretch" "0.400 s of missing video at 3.200 s; taken out of all tracks"
 in_step "lost stretch" 20 steady.mkv both.avi
 exits "lost frame" 1 record -o one.avi one.mkv
@@ -66,7 +69,10 @@ exits "fast camera" 0 record -o fast.avi fast.mov
 in_step "fast camera" 10 fast.mov fast.avi
 exits "reordered, one a second" 0 record -o once.avi once.mkv
 exits "frames without times" 0 record -o untimed.avi untimed.mpg
-exits "new file at a gap" 1 record --on-gap segment -o g%d.avi both.mkv
+exits "new file at a gap" 1 record --json --on-gap segment -o g%d.avi both.mkv
+jq -r .event stdout.txt >events.txt # those of inputs and files come from several threads
+check "new file at a gap: events" "begin closed closed gap opened opened end" \
+  "$({ head -1 events.txt; sed '1d;$d' events.txt | sort; tail -1 events.txt; } | xargs)"
 in_step "new file at a gap" 20 steady.mkv g1.avi g2.avi
 
 # Other muxers use a multiple of the rate and fill up with empty chunks.

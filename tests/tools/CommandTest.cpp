@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sstream>
 #include <thread>
 
 #include "base/Console.h"
@@ -28,8 +29,9 @@ TEST_F(CommandTest, InfoPrintsTheWholeDocument) {
   ASSERT_EQ(Run("record -o a.avi --duration 1 media/clip25.h264 media/mono8k.wav").code, 0);
   Result const info = Run("info --json a.avi");
   EXPECT_EQ(info.code, 0);
-  json expected = json::parse(R"({"schema": 1, "files": [
-      {"file": "a.avi", "duration_ms": 1000, "skew_ms": 0, "index": "last",
+  json expected = json::parse(R"({"schema": 1, "code": 0, "messages": [], "files": [
+      {"file": "a.avi", "duration_ms": 1000, "skew_ms": 0, "index": "last", "complete": true,
+       "notes": [],
        "tracks": [
         {"number": 0, "type": "video", "handler": "H264", "codec": "h264", "width": 320,
          "height": 180, "frame_rate": 25, "chunks": 25, "key_chunks": 1, "duration_ms": 1000},
@@ -235,6 +237,80 @@ TEST_F(CommandTest, StandardOutputHasNoMessages) {
   ASSERT_EQ(Run("record -o a.avi media/mono8k.wav").code, 0);
   EXPECT_TRUE(json::accept(Run("repair --json a.avi -o b.avi 2>&-").out))
       << "messages in the output";
+}
+
+// In all cases the answer is valid, has the exit code, and says what standard error says.
+TEST_F(CommandTest, AnswersInJson) {
+  std::string const inputs = " media/clip25.h264 media/mono8k.wav ", odd = "odd\xFF\n.avi";
+  Expect("record --fps 25 -o a.avi media/clip15.mjpeg", {{inputs, 0, ""}});
+  fs::copy_file(At("a.avi"), At(odd));
+  Write("text.avi", "no film");
+  Write("cut.avi", FileText(At("a.avi")).substr(0, 90000));
+  struct {
+    std::string arguments;
+    int code;
+    std::string at, value;  // a pointer into the document or the last line
+  } const cases[] = {
+      {"info a.avi missing.avi text.avi odd*", 4, "/files/1/error/code", "3"},
+      {"info a.avi missing.avi text.avi odd*", 4, "/files/2/error/code", "4"},
+      {"info odd*", 0, "/files/0/file", "\"odd\uFFFD\\n.avi\""},
+      {"info cut.avi", 1, "/files/0/complete", "false"},
+      {"info", 2, "/error/text", "\"FILE is required\""},
+      {"info --bogus a.avi", 2, "/error/code", "2"},
+      {"info --plot a.svg a.avi a.avi", 2, "/error/code", "2"},
+      {"verify missing.avi a.avi", 3, "/files/1/errors", "0"},
+      {"verify --decode a.avi", 0, "/files/0/decoded/1/frames", "15"},
+      {"verify --hash a.avi", 0, "/files/0/hash_file", "\"a.avi.sha256\""},
+      {"verify --check a.avi missing.avi", 3, "/files/0/same", "true"},
+      {"extract text.avi", 4, "/error/code", "4"},
+      {"extract a.avi", 0, "/tracks/2/target", "\"a-2.mjpeg\""},
+      {"extract --track 1:a.wav --track 2:p%d.jpg a.avi", 0, "/outputs/1/files", "15"},
+      {"extract --track 0:- a.avi", 2, "/error/code", "2"},
+      {"extract -o tracks cut.avi", 1, "/messages/3/event", "\"warning\""},
+      {"clip --list odd* a.avi", 0, "/files/1/begin_ms", "4000"},
+      {"clip --from 1 --to 2 -o b.avi a.avi", 0, "/outputs/0/packets", "50"},
+      {"join -o c.avi a.avi odd*", 1, "/outputs/0/duration_ms", "8000"},
+      {"join -o c.avi a.avi", 2, "/error/code", "2"},
+      {"repair -o d.avi cut.avi", 1, "/complete", "false"},
+      {"repair -o e.avi text.avi", 4, "/error/code", "4"},
+      {"plugin --plugin missing.so", 3, "/error/code", "3"},
+      {"play a.avi", 0, "/packets", "200"},
+      {"play --from 9 a.avi", 1, "/code", "1"},
+      {"play text.avi", 4, "/event", "\"end\""},
+      {"record -o f%d.avi --segment-time 2" + inputs, 0, "/files", "2"},
+      {"record -o g.avi --start 9 media/clip25.h264", 4, "/packets", "0"},
+      {"record -o a.avi media/clip25.h264", 2, "/event", "\"end\""},
+      {"record", 2, "/code", "2"},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    Result const result = Run(c.arguments + " --json");
+    EXPECT_EQ(result.code, c.code) << result.err;
+    bool const lines = c.arguments.rfind("play", 0) == 0 || c.arguments.rfind("record", 0) == 0;
+    json last;
+    std::vector<json> messages;
+    std::istringstream text(lines ? result.out : Replaced(result.out, "\n", ""));
+    for (std::string line; std::getline(text, line); messages.push_back(last))
+      ASSERT_FALSE((last = json::parse(line, nullptr, false)).is_discarded()) << line;
+    if (!lines) messages = last["messages"].get<std::vector<json>>();
+    EXPECT_EQ(last["code"], c.code);
+    EXPECT_EQ(last.value(json::json_pointer(c.at), json()).dump(), c.value) << result.out;
+    if (last.contains("error")) messages.push_back(last["error"]);
+    for (json const& message : messages)
+      if (message.contains("text")) {
+        EXPECT_THAT(result.err, HasSubstr(message["text"].get<std::string>()));
+      }
+  }
+}
+
+TEST_F(CommandTest, RecordsWhenNobodyReadsTheEvents) {
+  std::string const record = TEST_TOOL " record --json --force -o a.avi media/clip25.h264";
+  for (std::string where : {" >/dev/full; echo $? >&2", " | head -1; echo ${PIPESTATUS[0]} >&2"}) {
+    Result const result = Shell("bash -c '" + record + where + "'");
+    EXPECT_THAT(result.err, testing::AllOf(HasSubstr("events are missing"), HasSubstr("\n1\n")))
+        << where;
+    EXPECT_EQ(Run("verify a.avi").out, "a.avi: clean\n") << where;
+  }
 }
 
 // Which look like errors.

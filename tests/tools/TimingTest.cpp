@@ -34,16 +34,24 @@ AudioCase const kAudios[] = {
     {"begins early", {{-70, 50}, {-20, 60}}, "40b|", -1, "early 70"},
     {"begins early by a part", {{-50, 60}}, "10a|", -1, "early 50"},
     {"small gap", {{0, 30}, {38, 10}}, "30a10b|"},
-    {"gap at the end", {{0, 30}, {71, 9}}, "30a10-|31-9b|", -1, "0.041 s of gap at 0.030 s"},
+    {"gap at the end",
+     {{0, 30}, {71, 9}},
+     "30a10-|31-9b|",
+     -1,
+     "0.041 s of missing audio at 0.030 s"},
     {"jitter at the end", {{0, 30}, {30, 40}, {88, 10}}, "30a10b|30b10c|"},
     {"late for less than a second", {{0, 50}, {110, 50}, {100, 50}}, "40a|10a30b|20b20c|30c|"},
     {"gap",
      {{0, 30}, {90, 10}, {100, 1100}},
      "30a10-|40-|10-10b20c|40c|40c|40c|40c|",
      280,
-     "0.060 s of gap at 0.030 s"},
-    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|", -1, "0.060 s of overlap at 0.080 s"},
-    {"small gap at the end", {{0, 10}, {31, 10}}, "10a21-9b|1b|", -1, "0.021 s of gap at 0.010 s"},
+     "0.060 s of missing audio at 0.030 s"},
+    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|", -1, "0.060 s of overlapping audio at 0.080 s"},
+    {"small gap at the end",
+     {{0, 10}, {31, 10}},
+     "10a21-9b|1b|",
+     -1,
+     "0.021 s of missing audio at 0.010 s"},
     {"clock drifts",
      {{0, 10}, {18, 10}, {36, 10}, {54, 10}},
      "10a10b10c10-|14-10d|",
@@ -82,10 +90,63 @@ TEST(AudioBlocks, KeepStep) {
     add("late ", blocks.Late_ns());
     add("early ", blocks.Early_ns());
     add("drift ", blocks.Drift_ns());
-    for (std::string const& line : blocks.Gaps().Lines("gap")) report += line;
-    for (std::string const& line : blocks.Overlaps().Lines("overlap")) report += line;
+    for (GapReport* gaps : {&blocks.Gaps(), &blocks.Overlaps()})
+      for (Notice const& line : gaps->Lines()) report += line.text;
     EXPECT_EQ(report.substr(0, report.find(';')), c.report);
   }
+}
+
+// Programs get each gap when it is found, people the first ones at the end.
+TEST(GapReport, ReportsEachGapOnce) {
+  struct {
+    Gap gap;
+    char const* event;
+    char const* fields;
+    char const* text;
+  } const cases[] = {
+      {{Gap::kCut, 2 * kMs, 40 * kMs},
+       "gap",
+       "at_ms=2 length_ms=40 action=cut ",
+       "0.040 s of frames at 0.002 s; taken out of all tracks"},
+      {{Gap::kSegment, 0, 50 * kMs, 30 * kMs},
+       "gap",
+       "at_ms=0 length_ms=50 action=segment cut_ms=30 ",
+       "0.050 s of frames at 0.000 s; 0.030 s taken out of all tracks, the rest was recorded "
+       "before "
+       "the video came back; a new file starts at the next key frame"},
+      {{Gap::kShift, 0, kMs},
+       "gap",
+       "at_ms=0 length_ms=1 action=shift ",
+       "0.001 s of frames at 0.000 s; the rest of the track moves against the others"},
+      {{Gap::kSilence, 0, kMs},
+       "gap",
+       "at_ms=0 length_ms=1 action=silence ",
+       "0.001 s of frames at 0.000 s; filled with silence"},
+      {{Gap::kTrimmed, 0, kMs},
+       "overlap",
+       "at_ms=0 length_ms=1 action=cut ",
+       "0.001 s of frames at 0.000 s; cut off"},
+  };
+  GapReport report("frames");
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.text);
+    report.Add(c.gap);
+    Notices const taken = report.Take();
+    ASSERT_EQ(taken.size(), 1u);
+    std::string fields;
+    for (Notice::Field const& field : taken[0].fields)
+      fields +=
+          field.key + ("=" + (field.isText ? field.text : std::to_string(field.number))) + " ";
+    EXPECT_EQ(taken[0].event, std::string(c.event));
+    EXPECT_EQ(fields, c.fields);
+    EXPECT_EQ(taken[0].text, c.text);
+    EXPECT_FALSE(taken[0].reported);
+  }
+  for (int i = 0; i < 8; ++i) report.Add({Gap::kCut, 0, 20 * kMs});
+  Notices const lines = report.Lines();
+  EXPECT_EQ(lines.size(), 11u);
+  EXPECT_EQ(lines.back().text, "0.060 s more of frames in 3 places");
+  for (Notice const& line : lines) EXPECT_TRUE(line.reported) << line.text;
 }
 
 // Frames at 25 fps. In the expectation "3" is a frame that is three frames later than the counted

@@ -1,11 +1,13 @@
 // kestro-avi: records, describes, checks and repairs AVI files with the plug-in.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <memory>
 #include <sstream>
 
+#include "cli/Answer.h"
 #include "cli/Console.h"
 #include "cli/Errors.h"
 #include "cli/Suggest.h"
@@ -103,6 +105,7 @@ int CommandLine::Run(int argc, char** argv) {
     if (error.get_exit_code() != 0) throw Error(kUsage, Explain(_app, error));
     std::ostringstream text;  // of --help or --version
     _app.exit(error, text, text);
+    CancelAnswer();
     WriteData(text.str());
     return kOk;
   }
@@ -123,6 +126,12 @@ int main(int argc, char** argv) {
   } catch (std::exception const& error) {  // out of memory
     code = kIo;
     why = error.what();
+  }
+  try {
+    code = FinishAnswer(code, why);
+  } catch (Error const& error) {
+    if (why.empty()) why = error.what();
+    code = std::max<int>(code, error.Code());
   }
   bool const failed = code >= kUsage && code != kInterrupted;
   if (failed || verbose) ShowCapturedPrints();

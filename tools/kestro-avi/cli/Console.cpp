@@ -136,10 +136,14 @@ std::string Shown(std::string const& name) {
   return IsTerminal(standardOutput) ? Escaped(name, false) : name;
 }
 
-void WriteData(std::string const& text) {
+bool TryWriteData(std::string const& text) {
   bool const shown = IsTerminal(standardOutput);
   if (std::lock_guard lock(terminal); shown && statusShown) ClearStatus();
-  if (WriteAll(standardOutput, shown ? Escaped(text, true) : text)) return;
+  return WriteAll(standardOutput, shown ? Escaped(text, true) : text);
+}
+
+void WriteData(std::string const& text) {
+  if (TryWriteData(text)) return;
   if (errno == EPIPE) {  // die as other programs do
     std::signal(SIGPIPE, SIG_DFL);
     std::raise(SIGPIPE);

@@ -23,6 +23,10 @@ void ShowCapturedPrints();
 // has gone.
 void WriteData(std::string const& text);
 
+// The same for a command that goes on then: returns false and sets errno on failure. The command
+// must ignore SIGPIPE.
+bool TryWriteData(std::string const& text);
+
 // A file name as a part of text for WriteData, which keeps line ends and colours on a terminal:
 // this escapes those of the name, too.
 std::string Shown(std::string const& name);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cli/Answer.h"
 #include "cli/Console.h"
 #include "cli/Errors.h"
 
@@ -11,7 +12,11 @@ std::string DocumentText(Json const& json) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-int ForEachFile(std::vector<std::string> const& files, bool json,
+std::string LineText(Json const& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+int ForEachFile(std::vector<std::string> const& files,
                 std::function<int(std::string const& path, Json& array)> const& process) {
   int worst = kOk;
   Json array = Json::array();
@@ -20,10 +25,13 @@ int ForEachFile(std::vector<std::string> const& files, bool json,
       worst = std::max(worst, process(path, array));
     } catch (Error const& error) {
       Report(error.what());
+      array.push_back(
+          {{"file", path}, {"error", {{"code", error.Code()}, {"text", error.what()}}}});
       worst = std::max<int>(worst, error.Code());
     }
+    if (worst == kInterrupted) break;
   }
-  if (json) WriteData(DocumentText({{"schema", 1}, {"files", std::move(array)}}));
+  SetAnswer({{"files", std::move(array)}});
   return worst;
 }
 

@@ -6,7 +6,6 @@
 
 #include "base/File.h"
 #include "cli/Errors.h"
-#include "cli/Text.h"
 
 namespace kestro::tool {
 
@@ -25,7 +24,7 @@ NewFile::~NewFile() {
   if (!_kept) fs::remove(_temporary, none);
 }
 
-std::string NewFile::Keep(bool durably) {
+std::uint64_t NewFile::Keep(bool durably) {
   std::error_code failed;
   if (!durably)
     fs::rename(_temporary, _path, failed);
@@ -33,10 +32,10 @@ std::string NewFile::Keep(bool durably) {
     failed.assign(errno, std::generic_category());
   if (failed) throw Error(kIo, _path + ": " + failed.message());
   _kept = true;
-  return ByteCount(fs::file_size(_path, failed));
+  return fs::file_size(_path, failed);
 }
 
-std::string WriteFile(std::string const& path, void const* data, unsigned size) {
+std::uint64_t WriteFile(std::string const& path, void const* data, unsigned size) {
   NewFile file(path);
   base::FileIO io(fs::absolute(file.Temporary()).c_str(), "wb");
   if (!io.Opened() || io.Write(data, size) != size || !io.Close())

@@ -1,6 +1,7 @@
 // Creates files that get their name only when they are complete.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace kestro::tool {
@@ -19,15 +20,15 @@ class NewFile {
   std::string const& Path() const { return _path; }
   std::string const& Temporary() const { return _temporary; }
   // Gives the file its name; `durably`: so that data and name survive a power cut. Returns the
-  // size, formatted for people.
-  std::string Keep(bool durably = false);
+  // size.
+  std::uint64_t Keep(bool durably = false);
 
  private:
   std::string _path, _temporary;
   bool _kept = false;
 };
 
-// Writes a whole file. Returns its size, formatted for people. Throws Error.
-std::string WriteFile(std::string const& path, void const* data, unsigned size);
+// Writes a whole file. Returns its size. Throws Error.
+std::uint64_t WriteFile(std::string const& path, void const* data, unsigned size);
 
 }  // namespace kestro::tool

@@ -1,6 +1,7 @@
 // Opens recorders, with errors as the tool throws them.
 #pragma once
 
+#include "cli/Documents.h"
 #include "cli/Errors.h"
 #include "recorder/Recorder.h"
 
@@ -15,6 +16,15 @@ inline ExitCode CodeFor(record::Code code) {
     default:
       return kIo;
   }
+}
+
+// A closed file, for programs.
+inline Json ClosedJson(record::Event const& closed) {
+  return {{"file", closed.path},
+          {"packets", closed.packets},
+          {"bytes", closed.bytes},
+          {"duration_ms", closed.duration_ns / 1000000},
+          {"complete", closed.complete}};
 }
 
 // Throws Error.

@@ -6,9 +6,9 @@ namespace kestro::tool {
 
 void NumberedFiles::Write(std::size_t track, avi::Piece const& piece) {
   if (piece.size == 0) return;
-  StreamFile file(avi::NumberedName(_pattern, ++_written));
+  StreamFile file(avi::NumberedName(_pattern, ++_written.files));
   file.Write(track, piece);
-  file.Finish();
+  _written.bytes += file.Finish().bytes;
 }
 
 }  // namespace kestro::tool

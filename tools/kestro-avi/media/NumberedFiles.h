@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "cli/Text.h"
 #include "media/StreamFile.h"
 
 namespace kestro::tool {
@@ -14,11 +13,11 @@ class NumberedFiles : public Output {
  public:
   explicit NumberedFiles(std::string const& pattern) : _pattern(pattern) {}
   void Write(std::size_t track, avi::Piece const& piece) override;
-  std::string Finish() override { return Quantity(_written, "file"); }
+  Written Finish() override { return _written; }
 
  private:
   std::string _pattern;
-  std::uint64_t _written = 0;
+  Written _written{0, 0};
 };
 
 }  // namespace kestro::tool

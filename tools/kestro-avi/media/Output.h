@@ -2,11 +2,16 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "avi/TrackReader.h"
 
 namespace kestro::tool {
+
+struct Written {
+  std::uint64_t bytes = 0, files = 1;
+};
 
 // Call Write for the pieces of each track in order, and Finish at the end. All functions throw
 // Error.
@@ -15,8 +20,7 @@ class KESTRO_API Output {
   virtual ~Output() = default;
   // `track`: index in the tracks that the output was created with.
   virtual void Write(std::size_t track, avi::Piece const& piece) = 0;
-  // Returns the size, formatted for people.
-  virtual std::string Finish() = 0;
+  virtual Written Finish() = 0;
   // Problems that the user should know about; empty for none.
   virtual std::string Findings() const { return ""; }
 };

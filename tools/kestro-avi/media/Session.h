@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Notice.h"
 #include "media/AnnexB.h"
 #include "media/TrackChoice.h"
 #include "recorder/TrackInfo.h"
@@ -60,10 +61,13 @@ class KESTRO_API Session {
 
   // Streams that are left out, and what is recorded in another form; inputs that failed; problems
   // with the tracks. Findings and late notes are complete after the last packet.
-  virtual std::vector<std::string> Notes() const = 0;
-  virtual std::vector<std::string> LateNotes() const = 0;
-  virtual std::vector<std::string> Failures() const = 0;
-  virtual std::vector<std::string> Findings() const = 0;
+  virtual Notices Notes() const = 0;
+  virtual Notices LateNotes() const = 0;
+  virtual Notices Failures() const = 0;
+  virtual Notices Findings() const = 0;
+  // Warnings about what has happened since the last call, such as each gap. Findings has them again
+  // as people want to read them: the first ones, and how many more there are.
+  virtual Notices TakeEvents() = 0;
 };
 
 }  // namespace kestro::tool

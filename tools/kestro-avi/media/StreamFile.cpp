@@ -6,7 +6,6 @@
 
 #include "cli/Console.h"
 #include "cli/Errors.h"
-#include "cli/Text.h"
 
 namespace kestro::tool {
 
@@ -38,10 +37,10 @@ void StreamFile::Rewind() {
 
 void StreamFile::Write(std::size_t, avi::Piece const& piece) { Store(piece.data, piece.size); }
 
-std::string StreamFile::Finish() {
-  if (!_new) return ByteCount(_stored);
+Written StreamFile::Finish() {
+  if (!_new) return {_stored};
   if (!_file->Close()) Fail();
-  return _new->Keep();
+  return {_new->Keep()};
 }
 
 }  // namespace kestro::tool

@@ -16,7 +16,7 @@ class StreamFile : public Output {
  public:
   explicit StreamFile(std::string const& path);
   void Write(std::size_t track, avi::Piece const& piece) override;
-  std::string Finish() override;
+  Written Finish() override;
 
  protected:
   bool Seekable() const { return _new != nullptr; }

@@ -43,7 +43,7 @@ void SrtFile::WriteWaiting(std::int64_t next_ms) {
   _waiting.clear();
 }
 
-std::string SrtFile::Finish() {
+Written SrtFile::Finish() {
   WriteWaiting(INT64_MAX);
   return StreamFile::Finish();
 }

@@ -17,7 +17,7 @@ class SrtFile : public StreamFile {
   // `clock`: the track that gives the texts their times.
   SrtFile(std::string const& path, avi::AviTrack const& clock);
   void Write(std::size_t track, avi::Piece const& piece) override;
-  std::string Finish() override;
+  Written Finish() override;
 
  private:
   void WriteWaiting(std::int64_t next_ms);

@@ -39,7 +39,7 @@ void WaveFile::Write(std::size_t track, avi::Piece const& piece) {
   StreamFile::Write(track, piece);
 }
 
-std::string WaveFile::Finish() {
+Written WaveFile::Finish() {
   if (_bytes % 2 != 0) Store("", 1);
   if (Seekable()) {
     Rewind();

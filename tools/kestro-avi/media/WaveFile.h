@@ -12,7 +12,7 @@ class WaveFile : public StreamFile {
  public:
   WaveFile(std::string const& path, avi::AviTrack const& track);
   void Write(std::size_t track, avi::Piece const& piece) override;
-  std::string Finish() override;
+  Written Finish() override;
 
  private:
   void StoreHead();

@@ -35,6 +35,7 @@ void ExtractVerb::AddTo(CLI::App& app) {
   app.add_option("--to", _to, "End at this time")->type_name("T");
   app.add_option("--plugin", _plugin, "The plug-in or its folder, for --strd")->type_name("PATH");
   app.add_flag("--force", _force, "Overwrite files");
+  _json.AddTo(app);
   _progress.AddTo(app);
   app.footer(
       "Examples:\n"
@@ -59,13 +60,18 @@ void ExtractVerb::AddTo(CLI::App& app) {
 
 void ExtractVerb::ListTracks(avi::AviFile const& avi) const {
   Targets const targets(avi, _file);
+  Json tracks = Json::array();
   std::string text = Shown(_file) + ": " + std::to_string(avi.Tracks().size()) + " tracks\n";
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
     std::string const name = targets.NameFor(i);
+    tracks.push_back(TrackJson(avi, i));
+    tracks.back()["target"] = name.empty() ? Json() : Json(name);
     text += TrackText(avi, i);
     text += name.empty() ? "    cannot be extracted\n"
                          : "    --track " + std::to_string(i) + ":" + Shown(name) + "\n";
   }
+  SetAnswer({{"file", _file}, {"tracks", std::move(tracks)}});
+  if (_json) return;
   WriteData(text +
             "Several tracks may go to one container, such as .mkv; -o DIR writes all tracks.\n");
 }
@@ -148,17 +154,28 @@ std::unique_ptr<Output> ExtractVerb::OpenOutput(avi::AviFile const& avi, Targets
   }
 }
 
+void ExtractVerb::AddWritten(std::string const& path, std::vector<std::size_t> const& tracks,
+                             Written const& written) {
+  _written.push_back(
+      {{"file", path}, {"tracks", tracks}, {"files", written.files}, {"bytes", written.bytes}});
+  SetAnswer({{"file", _file}, {"outputs", _written}});
+}
+
 int ExtractVerb::Finish(Targets const& targets, std::vector<std::string> const& faults) {
   std::vector<std::string> warnings;
   warnings.reserve(faults.size() + _outputs.size());
   for (std::string const& fault : faults) warnings.push_back(_file + ": " + fault);
   for (std::size_t i = 0; i < _outputs.size(); ++i) {
     std::string const& path = targets.List()[i].path;
-    Report((path == "-" ? "standard output" : path) + ": " + _outputs[i]->Finish());
+    Written const written = _outputs[i]->Finish();
+    bool const numbered = targets.List()[i].form == Target::kNumbered;
+    Report((path == "-" ? "standard output" : path) + ": " +
+           (numbered ? Quantity(written.files, "file") : ByteCount(written.bytes)));
+    AddWritten(path, targets.List()[i].tracks, written);
     if (std::string const found = _outputs[i]->Findings(); !found.empty())
       warnings.push_back(path + ": " + found);
   }
-  for (std::string const& warning : warnings) Report("warning: " + warning);
+  for (std::string const& warning : warnings) ReportWarning(warning);
   return _findings || !warnings.empty() ? kFindings : kOk;
 }
 
@@ -194,7 +211,9 @@ void ExtractVerb::WriteStreamData() {
   unsigned char* buffer = data.data();
   if (!demuxer->Get("strddata", buffer))
     throw Error(kIo, _file + ": its strd chunk cannot be read");
-  Report(_streamData + ": " + WriteFile(_streamData, data.data(), size));
+  std::uint64_t const written = WriteFile(_streamData, data.data(), size);
+  Report(_streamData + ": " + ByteCount(written));
+  AddWritten(_streamData, {}, {written});
 }
 
 int ExtractVerb::Run() {
@@ -213,16 +232,19 @@ int ExtractVerb::Run() {
     targets.AddSelected(_tracks);
   else
     for (std::string const& skipped : targets.AddAll(_folder)) {
-      Report("warning: " + skipped);
+      ReportWarning(skipped);
       _findings = true;
     }
   targets.Check(_force);
+  for (Target const& target : targets.List())
+    if (_json && target.path == "-")
+      throw Error(kUsage, "--json: standard output is taken by --track");
   CatchSignals();
-  for (std::string const& note : avi.Notes()) Report("note: " + _file + ": " + note);
+  for (std::string const& note : avi.Notes()) ReportNote(_file + ": " + note);
   if (!avi.Indexed()) {
     bool const damaged = avi.HasIndex() || avi.CutOff() || avi.IndexBase() < 0;
-    Report((damaged ? "warning: " : "note: ") + _file +
-           ": the index is missing or incomplete; reading every chunk in movi");
+    ReportNotice(damaged ? Level::kWarning : Level::kNote,
+                 _file + ": the index is missing or incomplete; reading every chunk in movi");
     _findings = _findings || damaged;
   }
   std::int64_t const from_ms = _from.empty() ? 0 : ParseTime_ns("--from", _from) / 1000000;

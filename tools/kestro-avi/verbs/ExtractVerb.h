@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "avi/AviFile.h"
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "media/FrameOrder.h"
 #include "media/Output.h"
@@ -35,11 +36,14 @@ class ExtractVerb {
   std::unique_ptr<Output> OpenOutput(avi::AviFile const& avi, Targets const& targets,
                                      Target const& target) const;
   void WriteStreamData();
+  void AddWritten(std::string const& path, std::vector<std::size_t> const& tracks,
+                  Written const& written);
   int Copy(avi::AviFile& avi, Targets const& targets, Progress& progress);
   int Finish(Targets const& targets, std::vector<std::string> const& faults);
 
   std::string _file, _folder, _streamData, _plugin, _from, _to;
   std::vector<std::string> _tracks;  // "N:OUT"
+  JsonOption _json;
   bool _force = false;
   ProgressOption _progress;
 
@@ -48,6 +52,7 @@ class ExtractVerb {
   std::vector<std::unique_ptr<FrameOrder>> _orders;  // by track; null where not needed
   std::vector<std::unique_ptr<Output>> _outputs;     // by target
   std::uint64_t _done = 0;                           // bytes read
+  Json _written = Json::array();
   bool _findings = false;
 };
 

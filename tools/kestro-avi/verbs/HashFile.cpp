@@ -15,6 +15,8 @@ namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
+static constexpr char kDiffers[] = "differs";
+
 HashFile HashFile::Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance) {
   HashFile file;
   file._name = fs::path(path).filename();
@@ -58,34 +60,40 @@ std::string HashFile::Text() const {
   return text + _hash + "  " + _name + "\n";
 }
 
-std::vector<std::string> HashFile::Differences(HashFile const& other) const {
+static std::vector<std::string> Lines(HashFile::DifferenceList const& differences) {
+  std::vector<std::string> lines;
+  for (HashFile::Difference const& one : differences.first)
+    lines.push_back("track " + std::to_string(one.track) + ", packet " +
+                    std::to_string(one.number) + ": " + (one.change == kDiffers ? "" : "is ") +
+                    one.change);
+  if (std::uint64_t const more = differences.count - lines.size(); more != 0)
+    lines.push_back("and " + std::to_string(more) + " more packets");
+  if (lines.empty()) lines.push_back("all packets are the same, but not the rest of the file");
+  return lines;
+}
+
+HashFile::DifferenceList HashFile::Differences(HashFile const& other) const {
   constexpr std::size_t kMost = 20;
-  if (_hash == other._hash) return {};
+  DifferenceList differences;
+  if (_hash == other._hash) return differences;
   std::map<std::string, Packet const*> known;
   for (Packet const& packet : other._packets) known.emplace(packet.id, &packet);
-  std::vector<std::string> differences;
-  std::uint64_t more = 0;
-  auto const add = [&](std::string const& id, std::string const& what) {
-    std::size_t const space = id.find(' ');
-    if (differences.size() < kMost)
-      differences.push_back("track " + id.substr(0, space) + ", packet " + id.substr(space + 1) +
-                            ": " + what);
-    else
-      ++more;
+  auto const add = [&](std::string const& id, char const* change) {
+    if (++differences.count > kMost) return;
+    Difference& one = differences.first.emplace_back(Difference{0, 0, change});
+    std::istringstream(id) >> one.track >> one.number;
   };
   for (Packet const& packet : _packets) {
     auto const found = known.find(packet.id);
     if (found == known.end())
-      add(packet.id, "is missing");
+      add(packet.id, "missing");
     else if (found->second->hash != packet.hash)
-      add(packet.id, "differs");
+      add(packet.id, kDiffers);
     if (found != known.end()) known.erase(found);
   }
   for (Packet const& packet : other._packets)
-    if (known.count(packet.id) != 0) add(packet.id, "is new");
-  if (more != 0) differences.push_back("and " + std::to_string(more) + " more packets");
-  if (differences.empty())
-    differences.push_back("all packets are the same, but not the rest of the file");
+    if (known.count(packet.id) != 0) add(packet.id, "new");
+  differences.lines = Lines(differences);
   return differences;
 }
 

@@ -23,9 +23,19 @@ class HashFile {
   static HashFile Read(std::string const& path);
 
   std::string Text() const;
-  // How another recording differs from this one, one line for each of the first packets; empty if
-  // it does not.
-  std::vector<std::string> Differences(HashFile const& other) const;
+  std::string const& OfFile() const { return _hash; }
+
+  struct Difference {
+    std::uint64_t track, number;  // of the packet
+    char const* change;           // "differs", "missing" or "new"
+  };
+  struct DifferenceList {
+    std::vector<Difference> first;
+    std::uint64_t count = 0;         // of packets that differ
+    std::vector<std::string> lines;  // for people; none if the recordings are the same
+  };
+  // How another recording differs from this one.
+  DifferenceList Differences(HashFile const& other) const;
 
  private:
   struct Packet {

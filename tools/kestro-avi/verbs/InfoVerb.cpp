@@ -17,7 +17,7 @@ namespace kestro::tool {
 
 void InfoVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
-  app.add_flag("--json", _json, "Write JSON");
+  _json.AddTo(app);
   app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
   auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and layout of FILE")
                    ->type_name("OUT.svg");
@@ -41,40 +41,14 @@ static char const* PlaceText(avi::AviFile::Index place) {
   }
 }
 
-static Json TrackJson(avi::AviFile const& avi, std::size_t number) {
-  avi::AviTrack const& track = avi.Tracks()[number];
-  Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
-  if (!track.codec.empty()) json["codec"] = track.codec;
-  if (FrameConverter(track).Needed()) json["form"] = "length-prefixed";
-  if (track.type == "video") {
-    json["width"] = track.width;
-    json["height"] = track.height;
-  }
-  if (HasFrameRate(track)) {
-    if (track.rate % track.scale == 0)
-      json["frame_rate"] = track.rate / track.scale;
-    else
-      json["frame_rate"] = static_cast<double>(track.rate) / track.scale;
-  }
-  if (track.type == "audio") {
-    json["rate"] = track.sampleRate;
-    json["channels"] = track.channels;
-    json["bits"] = track.bits;
-  }
-  json["chunks"] = track.chunks;
-  if (avi.HasIndex() && !avi.Indexed()) json["indexed_chunks"] = track.indexedChunks;
-  if (track.keysKnown) json["key_chunks"] = track.keyChunks;
-  json["bytes"] = track.bytes;
-  json["duration_ms"] = track.duration_ms;
-  return json;
-}
-
 static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree) {
   Json json{{"file", path},
             {"size", avi.Size()},
             {"duration_ms", avi.Duration_ms()},
             {"skew_ms", avi.Skew_ms()},
             {"index", PlaceText(avi.IndexPlace())},
+            {"complete", !avi.CutOff()},
+            {"notes", avi.Notes()},
             {"tracks", Json::array()}};
   for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
   if (!tree) return json;
@@ -135,12 +109,12 @@ static std::string FileText(std::string const& path, avi::AviFile const& avi, bo
 void InfoVerb::Draw(avi::AviFile& avi, std::string const& path) const {
   std::string const picture = Plot(avi, path).Document();
   auto const size = static_cast<unsigned>(picture.size());
-  Report(_plot + ": " + WriteFile(_plot, picture.data(), size));
+  Report(_plot + ": " + ByteCount(WriteFile(_plot, picture.data(), size)));
 }
 
 int InfoVerb::Run() {
   if (!_plot.empty() && _files.size() > 1) throw Error(kUsage, "--plot: takes only one FILE");
-  return ForEachFile(_files, _json, [this](std::string const& path, Json& array) {
+  return ForEachFile(_files, [this](std::string const& path, Json& array) {
     avi::AviFile avi(path);
     if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
     if (_json)

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "cli/Answer.h"
+
 namespace CLI {
 class App;
 }
@@ -24,7 +26,8 @@ class InfoVerb {
 
   std::vector<std::string> _files;
   std::string _plot;
-  bool _json = false, _tree = false, _force = false;
+  JsonOption _json;
+  bool _tree = false, _force = false;
 };
 
 }  // namespace kestro::tool

@@ -35,6 +35,7 @@ void JoinVerb::AddTo(CLI::App& app) {
     app.add_flag("--list", _list, "List the files with their times instead")->excludes(output);
   }
   app.add_flag("--force", _force, "Overwrite OUT");
+  _json.AddTo(app);
   _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
   app.footer(std::string("Examples:\n") +
@@ -103,13 +104,18 @@ void JoinVerb::ReadParts() {
 
 void JoinVerb::List() const {
   std::string text = "       begin          end  file\n";
+  Json files = Json::array();
   for (Part const& part : _parts) {
+    files.push_back({{"file", part.path},
+                     {"begin_ms", part.start_ms},
+                     {"end_ms", part.start_ms + part.length_ms}});
     char times[64];
     std::snprintf(times, sizeof times, "%12.3f %12.3f  ", double(part.start_ms) / 1000,
                   double(part.start_ms + part.length_ms) / 1000);
     text += times + Shown(part.path) + "\n";
   }
-  WriteData(text);
+  SetAnswer({{"files", std::move(files)}});
+  if (!_json) WriteData(text);
 }
 
 void JoinVerb::BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range) {
@@ -210,7 +216,10 @@ int JoinVerb::Run() {
   options.tags = _head.tags;
   options.segments.maxSkew_ns = 0;  // the files are as they are
   options.onEvent = [this](record::Event const& event) {
-    if (event.kind == record::Event::kClosed) Report(event.text);
+    if (event.kind == record::Event::kClosed) {
+      Report(event.text);
+      _outputs.push_back(ClosedJson(event));
+    }
     if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
     if (event.kind == record::Event::kError) _errors.push_back(event.text);
   };
@@ -221,7 +230,8 @@ int JoinVerb::Run() {
     if (!Interrupted()) CopyPart(part, *recorder, progress);
   record::Result const result = recorder->Stop();
   if (result && !Interrupted()) progress.End();
-  for (std::string const& text : _warnings) Report("warning: " + text);
+  SetAnswer({{"inputs", _files}, {"outputs", _outputs}});
+  for (std::string const& text : _warnings) ReportWarning(text);
   if (!result) throw Error(kIo, _errors.empty() ? result.text : _errors.front());
   if (Interrupted()) return kInterrupted;
   return _warnings.empty() ? kOk : kFindings;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "avi/TrackReader.h"
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "recorder/Recorder.h"
 #include "repair/Head.h"
@@ -45,6 +46,7 @@ class JoinVerb {
   std::vector<std::string> _files;
   std::string _output, _from, _to, _plugin;
   bool _list = false, _force = false;
+  JsonOption _json;
   ProgressOption _progress;
 
   std::vector<Part> _parts;
@@ -54,6 +56,7 @@ class JoinVerb {
   std::vector<JoinedAudio> _audio;  // by track of the joined file, also for other tracks
   std::uint64_t _done = 0;          // bytes
   std::vector<std::string> _warnings, _errors;
+  Json _outputs = Json::array();
 };
 
 }  // namespace kestro::tool

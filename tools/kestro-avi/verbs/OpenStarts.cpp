@@ -23,25 +23,25 @@ void OpenStarts::AddFile(std::string const& path, std::int64_t time_ns) {
 
 // Keeps only the line about a key frame that starts a file.
 void OpenStarts::Forget(std::int64_t time_ns) {
-  std::string const line = LineAt(time_ns);
-  if (!line.empty() && _lines.size() < kMost) _lines.push_back(line);
+  if (auto const line = LineAt(time_ns); line && _lines.size() < kMost) _lines.push_back(*line);
   _frames.erase(time_ns);
   _files.erase(time_ns);
 }
 
-std::string OpenStarts::LineAt(std::int64_t time_ns) const {
+std::optional<Notice> OpenStarts::LineAt(std::int64_t time_ns) const {
   auto const frames = _frames.find(time_ns);
   auto const file = _files.find(time_ns);
-  if (frames == _frames.end() || file == _files.end()) return "";
-  return file->second + ": cannot decode " + Quantity(frames->second, "frame") +
-         " after the first, with references to the file before";
+  if (frames == _frames.end() || file == _files.end()) return {};
+  return Notice(file->second + ": cannot decode " + Quantity(frames->second, "frame") +
+                    " after the first, with references to the file before",
+                "undecodable", {{"file", file->second}, {"count", frames->second}});
 }
 
-std::vector<std::string> OpenStarts::Lines() const {
+Notices OpenStarts::Lines() const {
   std::lock_guard lock(_mutex);
-  std::vector<std::string> lines = _lines;
+  Notices lines = _lines;
   for (auto const& [time_ns, path] : _files)
-    if (std::string const line = LineAt(time_ns); !line.empty()) lines.push_back(line);
+    if (auto const line = LineAt(time_ns)) lines.push_back(*line);
   return lines;
 }
 

@@ -3,8 +3,8 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "media/Session.h"
 
@@ -16,17 +16,17 @@ class OpenStarts {
   void AddFile(std::string const& path, std::int64_t time_ns);  // any thread
 
   // One line for each file with such frames.
-  std::vector<std::string> Lines() const;
+  Notices Lines() const;
 
  private:
   void Forget(std::int64_t time_ns);
-  std::string LineAt(std::int64_t time_ns) const;
+  std::optional<Notice> LineAt(std::int64_t time_ns) const;
 
   mutable std::mutex _mutex;
   std::int64_t _key_ns = 0;                    // the last key frame
   std::map<std::int64_t, unsigned> _frames;    // by key frame: the last ones
   std::map<std::int64_t, std::string> _files;  // by key frame: the last ones
-  std::vector<std::string> _lines;             // about earlier files
+  Notices _lines;                              // about earlier files
 };
 
 }  // namespace kestro::tool

@@ -30,7 +30,7 @@ void PlayOptions::AddTo(CLI::App& app) {
   app.add_option("--every", every, "Number of packets before each seek [1]")
       ->type_name("N")
       ->check(CLI::Range(1u, 1u << 30));
-  app.add_flag("--json", json, "Write one JSON object per line");
+  json.AddTo(app, JsonOption::kLines);
   app.add_flag("--realtime", realtime, "Play in real time");
   app.add_flag("--follow", follow, "Play on while the file is being recorded")->excludes(seek);
   app.add_option("--preload", _preload,

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "stream/IDemuxer.h"
 
@@ -29,7 +30,8 @@ class PlayOptions {
   std::int64_t from_ms = -1, to_ms = -1;  // negative: not given
   std::vector<std::int64_t> seeks_ms;
   unsigned video = 0, every = 1;
-  bool json = false, realtime = false, follow = false;
+  JsonOption json;
+  bool realtime = false, follow = false;
   std::optional<std::int64_t> preload;  // bytes
   ProgressOption progress;
 

@@ -79,7 +79,7 @@ void PlayPlan::FindSkipped(std::vector<std::size_t> const& videos, bool report) 
   for (std::size_t i = 0; i < _avi.Tracks().size(); ++i)
     if (!has(_tracks, i) && !has(videos, i)) {
       _notes.push_back(Name(i) + " is not played: " + WhyNotPlayed(_avi.Tracks()[i]));
-      if (report) Report("note: " + _options.file + ": " + _notes.back());
+      if (report) ReportNote(_options.file + ": " + _notes.back());
     }
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "cli/Console.h"
@@ -82,6 +81,7 @@ bool PlayVerb::StartNextSeek() {
   _seek_ms = to;
   _paced = false;
   if (!_options.json) WriteData("seek to " + Seconds(to) + "\n");
+  WriteEvent({{"event", "seek"}, {"to_ms", to}});
   return true;
 }
 
@@ -98,15 +98,13 @@ void PlayVerb::WaitFor(Delivered const& packet) {
 void PlayVerb::Print(Delivered const& packet) const {
   auto const track = _plan->Track(packet.output);
   if (_options.json) {
-    WriteData(nlohmann::ordered_json{{"track", track},
-                                     {"seq", packet.seq},
-                                     {"pts_ms", packet.pts_ms},
-                                     {"duration_ms", packet.duration_ms},
-                                     {"size", packet.size},
-                                     {"key", packet.key},
-                                     {"eos", packet.eos}}
-                  .dump() +
-              "\n");
+    WriteData(LineText({{"track", track},
+                        {"seq", packet.seq},
+                        {"pts_ms", packet.pts_ms},
+                        {"duration_ms", packet.duration_ms},
+                        {"size", packet.size},
+                        {"key", packet.key},
+                        {"eos", packet.eos}}));
     return;
   }
   char line[128];
@@ -138,14 +136,14 @@ std::string PlayVerb::CheckPacket(avi::AviFile& avi, Delivered const& packet) co
 }
 
 void PlayVerb::Warn(std::string const& what) {
-  Report("warning: " + _options.file + ": " + what);
+  ReportWarning(_options.file + ": " + what);
   _code = kFindings;
 }
 
 void PlayVerb::ReportFailure(Player const& player) const {
-  Report("error: " + _options.file + ": after " + Quantity(_packets, "packet") +
-         ": reading failed at offset " + std::to_string(player.FailedAt()) +
-         (player.FailedAt() > INT32_MAX ? " (the demuxer reads the first 2 GiB)" : ""));
+  ReportError(_options.file + ": after " + Quantity(_packets, "packet") +
+              ": reading failed at offset " + std::to_string(player.FailedAt()) +
+              (player.FailedAt() > INT32_MAX ? " (the demuxer reads the first 2 GiB)" : ""));
 }
 
 // Whether a packet has not been listed yet. The last packet of a growing file is only known to be
@@ -212,7 +210,7 @@ int PlayVerb::PlayFile() {
   avi::AviFile avi(open(), _options.file);
   PlayPlan::CheckIndex(_options, avi);
   if (!_growing)
-    for (std::string const& note : avi.Notes()) Report("note: " + _options.file + ": " + note);
+    for (std::string const& note : avi.Notes()) ReportNote(_options.file + ": " + note);
   Player player(open(), _options.file, avi.Tracks().size(), _options.video, _options.preload);
   bool const first = !_plan;
   _plan.emplace(_options, avi, player, first);
@@ -239,7 +237,7 @@ int PlayVerb::Follow() {
       // Until the first sync, there is no index, and possibly nothing.
       if (!_growing || _plan || error.Code() != kUnusable) throw;
       if (!std::exchange(reported, true))
-        Report("note: " + _options.file + ": waiting for the index");
+        ReportNote(_options.file + ": waiting for the index");
     }
     // Opening a long file takes a moment.
     auto const now = std::chrono::steady_clock::now();
@@ -254,6 +252,7 @@ int PlayVerb::Run() {
   LoadAviPlugin(_options.plugin);
   CatchSignals();
   int const code = _options.follow ? Follow() : PlayFile();
+  SetAnswer({{"packets", _packets}});
   if (code == kInterrupted || _failed) return code;
   _progress->End();
   if (!_options.json) Report(_options.file + ": " + Quantity(_packets, "packet"));

@@ -15,8 +15,8 @@ using base::IClass;
 using base::IProperty;
 
 void PluginVerb::AddTo(CLI::App& app) {
-  auto* const json = app.add_flag("--json", _json, "Write JSON");
-  app.add_flag("--markdown", _markdown, "Write a page of Markdown tables")->excludes(json);
+  _json.AddTo(app);
+  app.add_flag("--markdown", _markdown, "Write a page of Markdown tables")->excludes("--json");
   app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
   app.footer("Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
 }
@@ -130,7 +130,7 @@ int PluginVerb::Run() {
   Json classes = Json::array();
   for (IClass const* record : IClass::All()) classes.push_back(Class(*record));
   if (_json)
-    WriteData(DocumentText({{"schema", 1}, {"classes", std::move(classes)}}));
+    SetAnswer({{"classes", std::move(classes)}});
   else
     WriteData(_markdown ? Markdown(classes) : Text(classes));
   return kOk;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "cli/Answer.h"
+
 namespace CLI {
 class App;
 }
@@ -15,7 +17,8 @@ class PluginVerb {
   int Run();
 
  private:
-  bool _json = false, _markdown = false;
+  JsonOption _json;
+  bool _markdown = false;
   std::string _plugin;
 };
 

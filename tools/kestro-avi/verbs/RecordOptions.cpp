@@ -76,6 +76,7 @@ void RecordOptions::AddTo(CLI::App& app) {
   AddSyncs(app);
   AddTags(app);
   AddSettings(app);
+  json.AddTo(app, JsonOption::kLines);
   progress.AddTo(app);
   app.footer(kHelp);
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "media/Session.h"
 #include "recorder/RecorderOptions.h"
@@ -24,6 +25,7 @@ class RecordOptions {
   std::string plugin;
   bool realtime = false;
   bool hash = false;
+  JsonOption json;
   InputOptions input;
   Selection selection;
   record::RecorderOptions recorder;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "base/IClass.h"
 #include "cli/Console.h"
@@ -52,7 +53,9 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
     pushed.key = packet.key;
     if (packet.startsFile) recorder.SplitAt(packet.time_ns);
     if (track == leading) _starts.Add(packet);
+    WriteEvents(session);
     if (recorder.Push(track, pushed) != record::Code::kOk) return false;
+    WriteDrops(recorder, packet.time_ns);
     ++packets;
     end_ns = std::max(end_ns, packet.time_ns + packet.duration_ns);
     if (!progress.Due()) continue;
@@ -71,60 +74,151 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
 void RecordVerb::WriteHash(std::string const& path) try {
   std::string const text = HashFile::Of(path, [](std::uint64_t) { return true; }).Text();
   WriteFile(HashFile::NameFor(path), text.data(), static_cast<unsigned>(text.size()));
+  WriteEvent({{"event", "hashed"}, {"file", path}, {"hash_file", HashFile::NameFor(path)}});
 } catch (Error const& error) {
-  _warnings.push_back(path + ": no hash was written: " + error.what());
+  HandleProblem({record::Event::kWarning, path, path + ": no hash was written: " + error.what()});
 }
 
-// Called by the recorder. Nothing else is reported at the same time.
+// Problems are reported to programs at once, and to people at the end.
+void RecordVerb::HandleProblem(record::Event const& event) {
+  bool const warning = event.kind == record::Event::kWarning;
+  Notice notice(event.text, nullptr, {{"file", event.path}});
+  if (warning && event.duration_ns != 0) {
+    notice.event = "skew";
+    notice.fields.push_back({"at_ms", Ms(event.time_ns)});
+    notice.fields.push_back({"skew_ms", Ms(event.duration_ns)});
+    _skews_ns[event.path] = event.duration_ns;
+  }
+  if (!warning) notice.fields.push_back({"code", int{kIo}});
+  WriteEvent(warning ? Level::kWarning : Level::kError, notice);
+  notice.reported = true;
+  (warning ? _warnings : _errors).push_back(std::move(notice));
+}
+
+// Called by the recorder, one call at a time.
 void RecordVerb::HandleEvent(record::Event const& event) {
-  if (event.kind == record::Event::kOpened) _starts.AddFile(event.path, event.time_ns);
-  if (event.kind == record::Event::kClosed) Report(event.text);
-  if (event.kind == record::Event::kClosed && _options.hash && event.packets != 0)
-    WriteHash(event.path);
-  if (event.kind == record::Event::kNote) Report("note: " + event.text);
-  if (event.kind == record::Event::kWarning) _warnings.push_back(event.text);
-  if (event.kind == record::Event::kError) _errors.push_back(event.text);
+  switch (event.kind) {
+    case record::Event::kOpened:
+      _starts.AddFile(event.path, event.time_ns);
+      WriteEvent({{"event", "opened"}, {"file", event.path}, {"time_ms", Ms(event.time_ns)}});
+      break;
+    case record::Event::kClosed: {
+      Report(event.text);
+      Json closed{{"event", "closed"}};
+      closed.update(ClosedJson(event));
+      closed["skew_ms"] = Ms(_skews_ns[event.path]);
+      WriteEvent(closed);
+      _skews_ns.erase(event.path);
+      _bytes += event.bytes;
+      if (_options.hash && event.packets != 0) WriteHash(event.path);
+      break;
+    }
+    case record::Event::kNote:
+      ReportNote({event.text, nullptr, {{"file", event.path}}});
+      break;
+    default:
+      HandleProblem(event);
+  }
 }
 
-static std::vector<std::string> Stalls(record::Status const& status) {
+void RecordVerb::WriteBegin(record::Tracks const& tracks) const {
+  static constexpr char const* kCodecs[] = {"h264", "hevc", "mjpeg", "pcm", "text"};
+  Json list = Json::array();
+  for (record::TrackInfo const& info : tracks) {
+    Json track{{"number", list.size()},
+               {"type", info.IsVideo()   ? "video"
+                        : info.IsAudio() ? "audio"
+                                         : "text"},
+               {"codec", kCodecs[info.codec]},
+               {"input", info.name}};
+    if (info.IsVideo())
+      track.update({{"width", info.width},
+                    {"height", info.height},
+                    {"frame_rate", info.frameRate.num / info.frameRate.den}});
+    if (info.IsAudio()) track.update({{"rate", info.rate}, {"channels", info.channels}});
+    list.push_back(std::move(track));
+  }
+  WriteEvent({{"event", "begin"}, {"inputs", _options.addresses}, {"tracks", std::move(list)}});
+}
+
+void RecordVerb::WriteEvents(Session& session) {
+  for (Notice const& event : session.TakeEvents()) {
+    WriteEvent(Level::kWarning, event);
+    if (event.event == std::string("gap")) {
+      ++_gaps;
+      for (Notice::Field const& field : event.fields)
+        if (field.key == std::string("length_ms")) _lost_ms += field.number;
+    }
+  }
+}
+
+static Notices Stalls(record::Status const& status) {
   if (status.waits == 0) return {};
-  return {"the output stalled: the inputs had to wait " + Quantity(status.waits, "time") + ", " +
-          Seconds(static_cast<std::int64_t>(status.longestWait_us / 1000)) + " at most"};
+  auto const longest_ms = static_cast<std::int64_t>(status.longestWait_us / 1000);
+  return {{"the output stalled: the inputs had to wait " + Quantity(status.waits, "time") + ", " +
+               Seconds(longest_ms) + " at most",
+           "stall",
+           {{"count", status.waits}, {"longest_ms", longest_ms}}}};
 }
 
-static std::vector<std::string> Losses(record::Status const& status) {
+static Notices Losses(record::Status const& status) {
   if (status.dropped == 0) return {};
-  return {"the output stalled: " + Quantity(status.dropped, "packet") + " of " +
-          Quantity(status.droppedGroups, "group") + " of pictures were dropped"};
+  return {{"the output stalled: " + Quantity(status.dropped, "packet") + " of " +
+               Quantity(status.droppedGroups, "group") + " of pictures were dropped",
+           "drop",
+           {{"packets", status.dropped}, {"groups", status.droppedGroups}}}};
 }
 
-static void ReportAll(char const* what, std::vector<std::string> const& texts) {
-  for (std::string const& text : texts) Report(what + text);
+// Reports each group of pictures when its first packet is dropped.
+void RecordVerb::WriteDrops(record::Recorder const& recorder, std::int64_t time_ns) {
+  if (!_options.json || !_options.recorder.queue.drop) return;
+  record::Status const status = recorder.GetStatus();
+  if (status.droppedGroups == std::exchange(_droppedGroups, status.droppedGroups)) return;
+  for (Notice& drop : Losses(status)) {
+    drop.fields.push_back({"at_ms", Ms(time_ns)});
+    WriteEvent(Level::kWarning, drop);
+  }
+}
+
+void RecordVerb::SetTotals(record::Status const& status) const {
+  SetAnswer({{"files", status.files},
+             {"packets", status.packets},
+             {"bytes", _bytes},
+             {"duration_ms", Ms(status.duration_ns)},
+             {"gaps", _gaps},
+             {"lost_ms", _lost_ms},
+             {"dropped", status.dropped}});
+}
+
+static void ReportAll(Level level, Notices const& notices) {
+  for (Notice const& notice : notices) ReportNotice(level, notice);
 }
 
 // Ends the last file, reports all problems and returns the exit code.
-int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progress& progress,
-                       bool complete) const {
+int RecordVerb::Finish(Session& session, record::Recorder& recorder, Progress& progress,
+                       bool complete) {
   record::Result const result = recorder.Stop();
   complete = complete && result;
   record::Status const status = recorder.GetStatus();
-  auto const failures = session.Failures(), starts = _starts.Lines();
+  WriteEvents(session);
+  SetTotals(status);
+  auto const failures = session.Failures();
   auto findings = session.Findings();
-  findings.insert(findings.end(), starts.begin(), starts.end());
+  Append(findings, _starts.Lines());
   auto losses = Losses(status);
   auto const tracks = session.Tracks();
   if (_options.input.textAsSrt && status.files > 1 &&
       std::any_of(tracks.begin(), tracks.end(), [](auto const& track) { return track.IsText(); }))
-    losses.push_back("only the first file has the texts");
+    losses.emplace_back("only the first file has the texts");
   if (complete && !Interrupted() && failures.empty()) progress.End();
-  ReportAll("note: ", Stalls(status));
-  ReportAll("note: ", session.LateNotes());
-  ReportAll("warning: ", _warnings);
-  ReportAll("warning: ", findings);
-  ReportAll("warning: ", losses);
-  ReportAll("error: ", failures);
-  ReportAll("error: ", _errors);
-  if (!complete && _errors.empty()) Report("error: " + result.text);
+  ReportAll(Level::kNote, Stalls(status));
+  ReportAll(Level::kNote, session.LateNotes());
+  ReportAll(Level::kWarning, _warnings);
+  ReportAll(Level::kWarning, findings);
+  ReportAll(Level::kWarning, losses);
+  ReportAll(Level::kError, failures);
+  ReportAll(Level::kError, _errors);
+  if (!complete && _errors.empty()) ReportError({result.text, nullptr, {{"code", int{kIo}}}});
 
   if (!complete) return kIo;
   if (Interrupted()) return kInterrupted;
@@ -136,8 +230,9 @@ int RecordVerb::Finish(Session const& session, record::Recorder& recorder, Progr
 }
 
 void RecordVerb::ReportNotes(Session const& session, record::Recorder const& recorder) const {
-  ReportAll("note: ", session.Notes());
-  if (std::string const sync = recorder.DescribeSync(); !sync.empty()) Report("note: " + sync);
+  WriteBegin(session.Tracks());
+  ReportAll(Level::kNote, session.Notes());
+  if (std::string const sync = recorder.DescribeSync(); !sync.empty()) ReportNote(sync);
 }
 
 // The recorder only reports that a property is not accepted. This also suggests a name.

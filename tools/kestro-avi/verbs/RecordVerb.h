@@ -1,8 +1,8 @@
 // kestro-avi record: records inputs into AVI files.
 #pragma once
 
+#include <map>
 #include <string>
-#include <vector>
 
 #include "media/Session.h"
 #include "recorder/Recorder.h"
@@ -19,16 +19,24 @@ class RecordVerb {
  private:
   void CheckProperties() const;
   void HandleEvent(record::Event const& event);
+  void HandleProblem(record::Event const& event);
   void WriteHash(std::string const& path);
+  void WriteBegin(record::Tracks const& tracks) const;
+  void WriteEvents(Session& session);
+  void WriteDrops(record::Recorder const& recorder, std::int64_t time_ns);
+  void SetTotals(record::Status const& status) const;
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
   Progress NewProgress(Session const& session) const;
   bool Record(Session& session, record::Recorder& recorder, Progress& progress);
-  int Finish(Session const& session, record::Recorder& recorder, Progress& progress,
-             bool complete) const;
+  int Finish(Session& session, record::Recorder& recorder, Progress& progress, bool complete);
 
   RecordOptions _options;
   OpenStarts _starts;
-  std::vector<std::string> _warnings, _errors;  // from HandleEvent
+  Notices _warnings, _errors;                     // from HandleEvent, as the next two
+  std::uint64_t _bytes = 0;                       // of closed files
+  std::map<std::string, std::int64_t> _skews_ns;  // of files that are not closed yet
+  std::uint64_t _gaps = 0, _droppedGroups = 0;
+  std::int64_t _lost_ms = 0;
 };
 
 }  // namespace kestro::tool

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Console.h"
-#include "cli/Documents.h"
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
@@ -25,7 +24,7 @@ void RepairVerb::AddTo(CLI::App& app) {
       ->type_name("FILE");
   app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
       ->type_name("N[/D]");
-  app.add_flag("--json", _json, "Write the report as JSON");
+  _json.AddTo(app);
   app.add_flag("--force", _job.force, "Overwrite OUT");
   _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
@@ -100,10 +99,9 @@ static Json CountJson(Counted const& count) {
   return {{"packets", count.packets}, {"bytes", count.bytes}};
 }
 
-std::string RepairVerb::Document(RepairReport const& report) const {
+Json RepairVerb::Document(RepairReport const& report) const {
   SalvageCounts const& counts = report.counts;
-  Json json{{"schema", 1},
-            {"input", _job.input},
+  Json json{{"input", _job.input},
             {"output", _job.output},
             {"size", report.size},
             {"complete", report.Complete()},
@@ -136,7 +134,7 @@ std::string RepairVerb::Document(RepairReport const& report) const {
         {{"chunk", avi::CodeText(loss.id)}, {"offset", loss.offset}, {"bytes", loss.bytes}});
   for (Hole const& hole : counts.holes)
     json["skipped"].push_back({{"offset", hole.offset}, {"size", hole.size}});
-  return DocumentText(json);
+  return json;
 }
 
 RepairReport RepairVerb::RepairWithProgress() const {
@@ -153,10 +151,13 @@ int RepairVerb::Run() {
   LoadAviPlugin(_plugin);
   CatchSignals();
   RepairReport const report = RepairWithProgress();
-  for (std::string const& note : report.notes) Report("note: " + note);
-  for (std::string const& warning : report.warnings) Report("warning: " + warning);
+  for (std::string const& note : report.notes) ReportNote(note);
+  for (std::string const& warning : report.warnings) ReportWarning(warning);
   if (report.interrupted) return kInterrupted;
-  WriteData(_json ? Document(report) : Text(report));
+  if (_json)
+    SetAnswer(Document(report));
+  else
+    WriteData(Text(report));
   Report(_job.output + ": " + Packets(report.kept) + ", " + ByteCount(report.size));
   return report.Complete() && report.warnings.empty() ? kOk : kFindings;
 }

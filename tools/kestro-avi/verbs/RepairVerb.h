@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "repair/Repair.h"
 
@@ -20,11 +21,11 @@ class RepairVerb {
  private:
   RepairReport RepairWithProgress() const;
   std::string Text(RepairReport const& report) const;
-  std::string Document(RepairReport const& report) const;
+  Json Document(RepairReport const& report) const;
 
   RepairJob _job;
   std::string _rate, _plugin;
-  bool _json = false;
+  JsonOption _json;
   ProgressOption _progress;
 };
 

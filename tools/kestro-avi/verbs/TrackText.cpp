@@ -34,4 +34,32 @@ std::string TrackText(avi::AviFile const& avi, std::size_t number) {
   return text + ", " + Quantity(track.bytes, "byte") + ", " + Seconds(track.duration_ms) + "\n";
 }
 
+Json TrackJson(avi::AviFile const& avi, std::size_t number) {
+  avi::AviTrack const& track = avi.Tracks()[number];
+  Json json{{"number", number}, {"type", track.type}, {"handler", track.handler}};
+  if (!track.codec.empty()) json["codec"] = track.codec;
+  if (FrameConverter(track).Needed()) json["form"] = "length-prefixed";
+  if (track.type == "video") {
+    json["width"] = track.width;
+    json["height"] = track.height;
+  }
+  if (HasFrameRate(track)) {
+    if (track.rate % track.scale == 0)
+      json["frame_rate"] = track.rate / track.scale;
+    else
+      json["frame_rate"] = static_cast<double>(track.rate) / track.scale;
+  }
+  if (track.type == "audio") {
+    json["rate"] = track.sampleRate;
+    json["channels"] = track.channels;
+    json["bits"] = track.bits;
+  }
+  json["chunks"] = track.chunks;
+  if (avi.HasIndex() && !avi.Indexed()) json["indexed_chunks"] = track.indexedChunks;
+  if (track.keysKnown) json["key_chunks"] = track.keyChunks;
+  json["bytes"] = track.bytes;
+  json["duration_ms"] = track.duration_ms;
+  return json;
+}
+
 }  // namespace kestro::tool

@@ -1,9 +1,10 @@
-// Describes tracks of an AVI file for people.
+// Describes tracks of an AVI file.
 #pragma once
 
 #include <string>
 
 #include "avi/AviFile.h"
+#include "cli/Documents.h"
 
 namespace kestro::tool {
 
@@ -12,5 +13,7 @@ bool HasFrameRate(avi::AviTrack const& track);
 
 // A description of the track in two lines.
 std::string TrackText(avi::AviFile const& avi, std::size_t number);
+// The same for programs.
+Json TrackJson(avi::AviFile const& avi, std::size_t number);
 
 }  // namespace kestro::tool

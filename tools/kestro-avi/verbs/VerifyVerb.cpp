@@ -18,7 +18,7 @@ namespace kestro::tool {
 
 void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
-  app.add_flag("--json", _json, "Write JSON");
+  _json.AddTo(app);
   app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
   app.add_flag("--decode", _decode, "Decode all video and name broken pictures");
   auto* hash = app.add_flag("--hash", _hash, "Write FILE.sha256, with hashes of file and packets");
@@ -105,8 +105,8 @@ static std::string FileText(std::string const& path, bool usable, Findings const
   return text;
 }
 
-// Decodes the frames of all video tracks.
-void VerifyVerb::Decode(std::string const& path, Findings& findings) const {
+// Decodes the frames of all video tracks. Returns the numbers of the damaged ones, by track.
+Json VerifyVerb::Decode(std::string const& path, Findings& findings) const {
   avi::AviFile avi(path);
   std::vector<std::unique_ptr<FrameChecker>> checkers;
   std::vector<bool> selected;
@@ -116,50 +116,71 @@ void VerifyVerb::Decode(std::string const& path, Findings& findings) const {
     checkers.push_back(video ? LoadMedia().NewFrameChecker(track) : nullptr);
   }
   std::vector<std::vector<int64>> offsets(avi.Tracks().size());  // by track, of all frames
+  std::vector<Json> broken(avi.Tracks().size(), Json::array());
   auto const report = [&](std::size_t track, std::vector<std::uint64_t> const& damaged) {
-    for (std::uint64_t const frame : damaged)
+    for (std::uint64_t const frame : damaged) {
+      broken[track].push_back(frame);
       findings.Add(
           found::kBroken, offsets[track][frame], "a picture",
           "damage in frame " + std::to_string(frame) + " of track " + std::to_string(track));
+    }
   };
   ReadAnnexB(avi, selected, [&](std::size_t track, avi::Piece const& piece, std::size_t) {
     offsets[track].push_back(piece.offset);
     report(track, checkers[track]->Check(piece.data, piece.size));
     return !Interrupted();
   });
-  for (std::size_t i = 0; i < checkers.size(); ++i)
-    if (checkers[i]) report(i, checkers[i]->Finish());
+  Json decoded = Json::array();
+  for (std::size_t i = 0; i < checkers.size(); ++i) {
+    if (!checkers[i]) continue;
+    report(i, checkers[i]->Finish());
+    decoded.push_back(
+        {{"track", i}, {"frames", offsets[i].size()}, {"damaged", std::move(broken[i])}});
+  }
+  return decoded;
 }
 
 int VerifyVerb::WriteHashes() const {
   for (std::string const& path : _files) NewFile::Check(HashFile::NameFor(path), _force);
-  for (std::string const& path : _files) {
+  return ForEachFile(_files, [this](std::string const& path, Json& array) {
     Progress progress(_progress, "verify", Progress::kBytes, Progress::SizeOf(path));
     auto const advance = [&progress](std::uint64_t done) {
       progress.Update(done);
       return !Interrupted();
     };
-    std::string const text = HashFile::Of(path, advance).Text();
+    HashFile const made = HashFile::Of(path, advance);
     if (Interrupted()) return kInterrupted;
     progress.End();
-    WriteFile(HashFile::NameFor(path), text.data(), static_cast<unsigned>(text.size()));
-    Report(HashFile::NameFor(path) + ": written");
-  }
-  return kOk;
+    std::string const text = made.Text(), name = HashFile::NameFor(path);
+    WriteFile(name, text.data(), static_cast<unsigned>(text.size()));
+    Report(name + ": written");
+    array.push_back({{"file", path}, {"hash_file", name}, {"sha256", made.OfFile()}});
+    return kOk;
+  });
 }
 
 int VerifyVerb::CheckHashes() const {
-  bool same = true;
-  for (std::string const& path : _files) {
+  return ForEachFile(_files, [this](std::string const& path, Json& array) {
     HashFile const expected = HashFile::Read(HashFile::NameFor(path));
     auto const found = HashFile::Of(path, [](std::uint64_t) { return !Interrupted(); });
     if (Interrupted()) return kInterrupted;
     auto const differences = expected.Differences(found);
-    WriteData(Shown(path) + (differences.empty() ? ": as hashed\n" : ": changed\n"));
-    for (std::string const& line : differences) WriteData("  " + line + "\n");
-    same = same && differences.empty();
-  }
-  return same ? kOk : kFindings;
+    bool const same = differences.lines.empty();
+    if (_json) {
+      array.push_back({{"file", path},
+                       {"hash_file", HashFile::NameFor(path)},
+                       {"same", same},
+                       {"changed_packets", differences.count},
+                       {"changes", Json::array()}});
+      for (auto const& packet : differences.first)
+        array.back()["changes"].push_back(
+            {{"track", packet.track}, {"packet", packet.number}, {"change", packet.change}});
+    } else {
+      WriteData(Shown(path) + (same ? ": as hashed\n" : ": changed\n"));
+      for (std::string const& line : differences.lines) WriteData("  " + line + "\n");
+    }
+    return same ? kOk : kFindings;
+  });
 }
 
 int VerifyVerb::Run() {
@@ -169,18 +190,21 @@ int VerifyVerb::Run() {
   std::uint64_t all = 0, before = 0;
   for (std::string const& path : _files) all += Progress::SizeOf(path);
   Progress progress(_progress, "verify", Progress::kBytes, all);
-  int const worst = ForEachFile(_files, _json, [&](std::string const& path, Json& array) {
+  int const worst = ForEachFile(_files, [&](std::string const& path, Json& array) {
     Findings findings;
     bool const usable = Verify(path, _deep, findings, [&](int64 position) {
       progress.Update(before + static_cast<std::uint64_t>(position));
     });
     before += Progress::SizeOf(path);
-    if (usable && _decode) Decode(path, findings);
+    Json decoded;
+    if (usable && _decode) decoded = Decode(path, findings);
     if (Interrupted()) return kInterrupted;
-    if (_json)
+    if (_json) {
       array.push_back(FileJson(path, usable, findings));
-    else
+      if (_decode) array.back()["decoded"] = std::move(decoded);
+    } else {
       WriteData(FileText(path, usable, findings));
+    }
     bool const good =
         findings.Count(Severity::kError) == 0 && findings.Count(Severity::kWarning) == 0;
     return !usable ? kUnusable : good ? kOk : kFindings;

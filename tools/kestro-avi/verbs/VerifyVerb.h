@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Answer.h"
 #include "cli/Progress.h"
 #include "verify/Findings.h"
 
@@ -19,13 +20,13 @@ class VerifyVerb {
   int Run();
 
  private:
-  void Decode(std::string const& path, Findings& findings) const;
+  Json Decode(std::string const& path, Findings& findings) const;
   int WriteHashes() const;
   int CheckHashes() const;
 
   std::vector<std::string> _files;
-  bool _json = false, _deep = false, _decode = false, _hash = false, _check = false;
-  bool _force = false;
+  JsonOption _json;
+  bool _deep = false, _decode = false, _hash = false, _check = false, _force = false;
   ProgressOption _progress;
 };
 

@@ -91,9 +91,9 @@ void AudioBlocks::Report(std::int64_t step_ns, bool jump) {
   if (!jump)
     _drift_ns += step_ns;
   else if (step_ns > 0)
-    _gaps.Add(Time_ns(_added), step_ns, "filled with silence");
+    _gaps.Add({Gap::kSilence, Time_ns(_added), step_ns});
   else
-    _overlaps.Add(Time_ns(_added), -step_ns, "cut off");
+    _overlaps.Add({Gap::kTrimmed, Time_ns(_added), -step_ns});
 }
 
 void AudioBlocks::Append(std::int64_t silence, Samples samples) {

@@ -38,8 +38,8 @@ class AudioBlocks {
   std::int64_t Early_ns() const { return _early_ns; }  // cut off the beginning
   // Silence added, or audio cut, because the clock drifts.
   std::int64_t Drift_ns() const { return _drift_ns; }
-  GapReport const& Gaps() const { return _gaps; }
-  GapReport const& Overlaps() const { return _overlaps; }
+  GapReport& Gaps() { return _gaps; }
+  GapReport& Overlaps() { return _overlaps; }
 
  private:
   struct Piece {
@@ -68,7 +68,7 @@ class AudioBlocks {
   std::deque<Piece> _pieces;
   bool _begun = false, _ended = false;
   std::int64_t _late_ns = 0, _early_ns = 0, _drift_ns = 0;
-  GapReport _gaps, _overlaps;
+  GapReport _gaps{"missing audio"}, _overlaps{"overlapping audio"};
 };
 
 }  // namespace kestro::tool

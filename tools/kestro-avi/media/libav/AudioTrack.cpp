@@ -154,40 +154,51 @@ std::size_t AudioTrack::WaitingBytes() const {
 }
 
 // What differs at the beginning; empty for nothing worth mentioning.
-std::string AudioTrack::Beginning() const {
+Notices AudioTrack::Beginning() const {
   if (!_blocks || _timeline.selection.start_ns != 0) return {};
-  std::int64_t const early_ns = _early_ns + _blocks->Early_ns();
+  std::int64_t const early_ns = _early_ns + _blocks->Early_ns(), late_ns = _blocks->Late_ns();
   if (early_ns > kReported_ns)
-    return "left out: " + Seconds_ns(early_ns) + " of audio before the first picture";
-  if (_blocks->Late_ns() > kReported_ns)
-    return "begins " + Seconds_ns(_blocks->Late_ns()) +
-           " after the first picture; preceded by silence";
+    return {{"left out: " + Seconds_ns(early_ns) + " of audio before the first picture",
+             "loss",
+             {{"reason", "before_video"}, {"length_ms", Ms(early_ns)}}}};
+  if (late_ns > kReported_ns)
+    return {{"begins " + Seconds_ns(late_ns) + " after the first picture; preceded by silence",
+             "late",
+             {{"length_ms", Ms(late_ns)}}}};
   return {};
 }
 
-std::vector<std::string> AudioTrack::Findings() const {
-  std::vector<std::string> findings;
-  if (_decoder.Damaged() != 0)
-    findings.push_back("left out: " + Quantity(_decoder.Damaged(), "damaged packet"));
+Notices AudioTrack::Findings() const {
+  Notices findings;
+  if (unsigned const damaged = _decoder.Damaged(); damaged != 0)
+    findings.push_back({"left out: " + Quantity(damaged, "damaged packet"),
+                        "loss",
+                        {{"reason", "damaged"}, {"count", damaged}}});
   if (!_blocks) return findings;
-  if (_early_ns + _blocks->Early_ns() > kFinding_ns && !Beginning().empty())
-    findings.push_back(Beginning());
-  for (std::string const& line : _blocks->Gaps().Lines("missing audio")) findings.push_back(line);
-  for (std::string const& line : _blocks->Overlaps().Lines("overlapping audio"))
-    findings.push_back(line);
+  if (_early_ns + _blocks->Early_ns() > kFinding_ns) Append(findings, Beginning());
+  Append(findings, _blocks->Gaps().Lines());
+  Append(findings, _blocks->Overlaps().Lines());
   if (std::int64_t const drift_ns = _blocks->Drift_ns(); drift_ns != 0)
-    findings.push_back("its clock drifts: " + Seconds_ns(std::abs(drift_ns)) +
-                       (drift_ns > 0 ? " of silence added" : " cut off"));
+    findings.push_back({"its clock drifts: " + Seconds_ns(std::abs(drift_ns)) +
+                            (drift_ns > 0 ? " of silence added" : " cut off"),
+                        "drift",
+                        {{"length_ms", Ms(drift_ns)}}});
   return findings;
 }
 
-std::vector<std::string> AudioTrack::Notes() const {
-  std::vector<std::string> notes;
+Notices AudioTrack::Notes() const {
+  Notices notes;
   if (_bits != 16)
-    notes.push_back("its samples have " + std::to_string(_bits) + " bits, recorded are 16");
-  if (_blocks && _early_ns + _blocks->Early_ns() <= kFinding_ns && !Beginning().empty())
-    notes.push_back(Beginning());
+    notes.emplace_back("its samples have " + std::to_string(_bits) + " bits, recorded are 16");
+  if (_blocks && _early_ns + _blocks->Early_ns() <= kFinding_ns) Append(notes, Beginning());
   return notes;
+}
+
+Notices AudioTrack::TakeEvents() {
+  if (!_blocks) return {};
+  Notices events = _blocks->Gaps().Take();
+  Append(events, _blocks->Overlaps().Take());
+  return events;
 }
 
 }  // namespace kestro::tool

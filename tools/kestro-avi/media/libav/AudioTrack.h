@@ -25,8 +25,9 @@ class AudioTrack : public Track {
   std::int64_t Waiting_ns() const override { return _blocks ? _blocks->Waiting_ns() : 0; }
   std::size_t WaitingBytes() const override;
   bool WaitsForLead() const override;
-  std::vector<std::string> Findings() const override;
-  std::vector<std::string> Notes() const override;
+  Notices Findings() const override;
+  Notices Notes() const override;
+  Notices TakeEvents() override;
 
  private:
   struct Piece {
@@ -37,7 +38,7 @@ class AudioTrack : public Track {
   void PassOn();
   void AddToBlocks(Piece& piece);
   bool HoldsTooMuch() const;
-  std::string Beginning() const;
+  Notices Beginning() const;
 
   AVRational const _timeBase;
   Timeline& _timeline;

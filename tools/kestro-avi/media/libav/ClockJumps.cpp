@@ -39,15 +39,23 @@ std::int64_t ClockJumps::Begin(Stream& stream, std::int64_t time_ns) {
   return _shifts_ns.back() + stream.offset_ns;
 }
 
+static std::string JumpText(std::int64_t time_ns, std::int64_t length_ns) {
+  return std::string("its clock jumps ") + (length_ns < 0 ? "back" : "ahead") + " by " +
+         Seconds_ns(std::abs(length_ns)) + " at " + Seconds_ns(time_ns);
+}
+
 void ClockJumps::Note(std::int64_t time_ns, std::int64_t length_ns) {
+  std::int64_t const place_ns = time_ns - _begin_ns;
+  _fresh.push_back({JumpText(place_ns, length_ns),
+                    "jump",
+                    {{"at_ms", Ms(place_ns)}, {"length_ms", Ms(length_ns)}}});
   if (_count++ != 0) return;
   _first_ns = time_ns - _begin_ns;
   _length_ns = length_ns;
 }
 
 std::string ClockJumps::Describe() const {
-  return std::string("its clock jumps ") + (_length_ns < 0 ? "back" : "ahead") + " by " +
-         Seconds_ns(std::abs(_length_ns)) + " at " + Seconds_ns(_first_ns) +
+  return JumpText(_first_ns, _length_ns) +
          (_count > 1 ? ", and " + Quantity(_count - 1, "more time") : "");
 }
 

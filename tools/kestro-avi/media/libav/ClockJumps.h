@@ -5,7 +5,9 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 
+#include "cli/Notice.h"
 #include "media/libav/Libav.h"
 
 namespace kestro::tool {
@@ -23,6 +25,8 @@ class ClockJumps {
   unsigned Count() const { return _count; }
   // "its clock jumps back by 10.000 s at 8.000 s"; if there are jumps.
   std::string Describe() const;
+  // The jumps since the last call.
+  Notices Take() { return std::exchange(_fresh, {}); }
 
  private:
   struct Stream {
@@ -40,6 +44,7 @@ class ClockJumps {
   unsigned _count = 0;
   std::int64_t _begin_ns = 0;                  // of the first stream
   std::int64_t _first_ns = 0, _length_ns = 0;  // the first jump
+  Notices _fresh;
 };
 
 }  // namespace kestro::tool

@@ -134,11 +134,11 @@ void ContainerFile::Write(std::size_t track, avi::Piece const& piece) {
   Require(av_interleaved_write_frame(_format.get(), packet.get()));
 }
 
-std::string ContainerFile::Finish() {
+Written ContainerFile::Finish() {
   Require(av_write_trailer(_format.get()));
   Require(_format->pb->error);
   Require(avio_closep(&_format->pb));
-  return _new.Keep();
+  return {_new.Keep()};
 }
 
 }  // namespace kestro::tool

@@ -21,7 +21,7 @@ class ContainerFile : public Output {
   ContainerFile(std::string const& path, std::vector<ContainerTrack> const& tracks);
   ~ContainerFile() override;
   void Write(std::size_t track, avi::Piece const& piece) override;
-  std::string Finish() override;
+  Written Finish() override;
 
  private:
   void AddTrack(ContainerTrack const& from);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "media/Session.h"
@@ -25,15 +26,16 @@ class Input {
   // Why reading stopped before the end: a system error. Empty if it did not.
   std::string const& Failure() const { return _failure; }
   // Damage and other problems, one line each.
-  virtual std::vector<std::string> Findings() const { return _findings; }
+  virtual Notices Findings() const { return _findings; }
   // Streams that are left out, one line each.
-  std::vector<std::string> const& Notes() const { return _notes; }
+  Notices const& Notes() const { return _notes; }
+  Notices TakeEvents() { return std::exchange(_events, {}); }  // as Session
 
  protected:
   std::vector<std::unique_ptr<Track>> _tracks;
   bool _hasVideo = false;
   std::string _failure;
-  std::vector<std::string> _findings, _notes;
+  Notices _findings, _notes, _events;
 };
 
 // Opens a file name or an address. `timeline` must outlive the input. Throws Error when it cannot

@@ -38,7 +38,7 @@ InputSession::InputSession(std::vector<std::string> const& addresses, InputOptio
   if (_tracks.empty()) throw Error(kUnusable, "the inputs have no tracks to record");
   auto const isAvi = [](std::string const& address) { return Extension(address) == ".avi"; };
   if (std::count_if(addresses.begin(), addresses.end(), isAvi) > 1)
-    _notes.push_back(
+    _notes.emplace_back(
         "the inputs become parallel tracks; \"kestro-avi join\" puts AVI files one after another");
   CheckTracks();
   if (_video == nullptr) {  // audio can start anywhere
@@ -178,42 +178,53 @@ ReadExtent InputSession::ReadSoFar() const {
   return all;
 }
 
-std::vector<std::string> InputSession::Notes() const {
-  std::vector<std::string> notes = _notes;
-  for (auto const& input : _inputs)
-    notes.insert(notes.end(), input->Notes().begin(), input->Notes().end());
+// Adds the track to its messages.
+void InputSession::AddFrom(std::size_t track, Notices const& own, Notices& all) const {
+  for (Notice notice : own) {
+    std::string const& name = _tracks[track]->Info().name;
+    notice.text = name + ": " + notice.text;
+    std::vector<Notice::Field> fields{{"track", track}, {"input", name}};
+    notice.fields.insert(notice.fields.begin(), fields.begin(), fields.end());
+    all.push_back(std::move(notice));
+  }
+}
+
+Notices InputSession::Notes() const {
+  Notices notes = _notes;
+  for (auto const& input : _inputs) Append(notes, input->Notes());
   return notes;
 }
 
-std::vector<std::string> InputSession::LateNotes() const {
-  std::vector<std::string> notes;
-  for (Track const* track : _tracks)
-    for (std::string const& text : track->Notes())
-      notes.push_back(track->Info().name + ": " + text);
+Notices InputSession::LateNotes() const {
+  Notices notes;
+  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->Notes(), notes);
   return notes;
 }
 
-std::vector<std::string> InputSession::Failures() const {
-  std::vector<std::string> failures;
+Notices InputSession::Failures() const {
+  Notices failures;
   for (auto const& input : _inputs)
-    if (!input->Failure().empty()) failures.push_back(input->Failure());
+    if (!input->Failure().empty())
+      failures.push_back({input->Failure(), nullptr, {{"code", int{kIo}}}});
   return failures;
 }
 
-std::vector<std::string> InputSession::Findings() const {
-  std::vector<std::string> findings = _findings;
-  for (auto const& input : _inputs) {
-    auto const own = input->Findings();
-    findings.insert(findings.end(), own.begin(), own.end());
-  }
-  for (Track const* track : _tracks)
-    for (std::string const& text : track->Findings())
-      findings.push_back(track->Info().name + ": " + text);
+Notices InputSession::Findings() const {
+  Notices findings = _findings;
+  for (auto const& input : _inputs) Append(findings, input->Findings());
+  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->Findings(), findings);
   if (_misplaced != 0)
-    findings.push_back(
+    findings.emplace_back(
         std::to_string(_misplaced) +
         " texts are after the end of the video or came too late: their times are lost");
   return findings;
+}
+
+Notices InputSession::TakeEvents() {
+  Notices events;
+  for (auto const& input : _inputs) Append(events, input->TakeEvents());
+  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->TakeEvents(), events);
+  return events;
 }
 
 }  // namespace kestro::tool

@@ -19,10 +19,11 @@ class InputSession : public Session {
   record::Tracks Tracks() const override;
   bool Next(std::size_t& track, TimedPacket& packet) override;
   ReadExtent ReadSoFar() const override;
-  std::vector<std::string> Notes() const override;
-  std::vector<std::string> LateNotes() const override;
-  std::vector<std::string> Failures() const override;
-  std::vector<std::string> Findings() const override;
+  Notices Notes() const override;
+  Notices LateNotes() const override;
+  Notices Failures() const override;
+  Notices Findings() const override;
+  Notices TakeEvents() override;
 
  private:
   void CheckTracks();
@@ -30,16 +31,17 @@ class InputSession : public Session {
   bool FindStart();
   void PlaceText(TimedPacket& packet);
   bool OthersRunAhead(std::size_t track) const;
+  void AddFrom(std::size_t track, Notices const& own, Notices& all) const;
 
   bool (*const _interrupted)();
   Timeline _timeline;
   std::vector<std::unique_ptr<Input>> _inputs;
   std::vector<Track*> _tracks;
-  std::vector<std::size_t> _inputOf;           // by track
-  Track* _video = nullptr;                     // the first video track
-  std::size_t _leadInput = 0;                  // its input
-  std::vector<std::string> _notes, _findings;  // about frame rates
-  unsigned _misplaced = 0;                     // texts that are stored at another frame than theirs
+  std::vector<std::size_t> _inputOf;  // by track
+  Track* _video = nullptr;            // the first video track
+  std::size_t _leadInput = 0;         // its input
+  Notices _notes, _findings;          // about frame rates
+  unsigned _misplaced = 0;            // texts that are stored at another frame than theirs
 };
 
 }  // namespace kestro::tool

@@ -24,6 +24,8 @@ namespace kestro::tool {
 // How many packets are searched for a key frame with parameter sets.
 static constexpr std::size_t kMaxAhead = 256;
 
+static constexpr char kGoesOn[] = "; the recording goes on without a gap";
+
 MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline)
     : _address(address), _interrupted(options.interrupted), _packet(av_packet_alloc()) {
   Open(options);
@@ -232,6 +234,11 @@ bool MediaInput::Read() {
     AVRational const timeBase = _format->streams[stream]->time_base;
     DropWildTimes(*_packet, timeBase);
     if (!track->Info().IsText()) _jumps.Correct(*_packet, timeBase);
+    for (Notice& jump : _jumps.Take()) {
+      jump.text = _address + ": " + jump.text + kGoesOn;
+      jump.fields.push_back({"input", _address});
+      _events.push_back(std::move(jump));
+    }
     std::int64_t const start = _packet->pts != AV_NOPTS_VALUE ? _packet->pts : _packet->dts;
     std::int64_t& end_ns = _end_ns[_packet->stream_index];
     if (start != AV_NOPTS_VALUE)
@@ -253,9 +260,10 @@ void MediaInput::Finish(int outcome) {
   }
   _ended = true;
   for (auto const& track : _tracks) track->End();
-  if (_jumps.Count() != 0)
-    _findings.push_back(_address + ": " + _jumps.Describe() +
-                        "; the recording goes on without a gap");
+  if (_jumps.Count() != 0) {
+    _findings.push_back(_address + ": " + _jumps.Describe() + kGoesOn);
+    _findings.back().reported = true;
+  }
   if (whole) CheckLength();
 }
 

@@ -68,6 +68,14 @@ void PictureSeries::Add(std::uint32_t first, std::uint32_t last, std::string con
   else
     _runs.push_back({first, last, problem});
   _runCount += !continues;
+  Run const added{first, last, problem};
+  _events.push_back({Describe(added),
+                     "loss",
+                     {{"input", _address},
+                      {"reason", problem},
+                      {"first", _name.Path(first)},
+                      {"last", _name.Path(last)},
+                      {"count", std::int64_t{last} - first + 1}}});
 }
 
 // Reads a file into _picture. Returns why it is skipped; empty for a picture.
@@ -129,16 +137,17 @@ std::string PictureSeries::Describe(Run const& run) const {
   return text + ": " + run.problem;
 }
 
-std::vector<std::string> PictureSeries::Findings() const {
-  std::vector<std::string> findings;
+Notices PictureSeries::Findings() const {
+  Notices findings;
   for (std::size_t i = 0; i < std::min(_runs.size(), kMaxRuns); ++i)
-    findings.push_back(Describe(_runs[i]));
+    findings.emplace_back(Describe(_runs[i]));
   if (_runCount > kMaxRuns)
     findings.push_back(_address + ": " + std::to_string(_runCount - kMaxRuns) +
                        " more problems of this kind");
   if (_skipped != 0)
     findings.push_back(_address + ": " + Quantity(_skipped, "picture") +
                        " left out; the pictures after them come earlier");
+  for (Notice& finding : findings) finding.reported = true;
   return findings;
 }
 

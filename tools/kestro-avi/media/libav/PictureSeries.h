@@ -15,7 +15,7 @@ class PictureSeries : public Input {
                 Timeline& timeline);
 
   bool Read() override;
-  std::vector<std::string> Findings() const override;
+  Notices Findings() const override;
 
  private:
   struct Run {  // of numbers with the same problem

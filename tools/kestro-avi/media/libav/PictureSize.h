@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <string>
-#include <vector>
+#include <utility>
 
+#include "cli/Notice.h"
 #include "media/libav/CodecParser.h"
 
 namespace kestro::tool {
@@ -15,13 +15,15 @@ class PictureSize {
 
   void Check(Bytes const& key, std::int64_t time_ns);  // a key frame
 
-  // One line for each change.
-  std::vector<std::string> const& Changes() const { return _changes; }
+  // One line for each of the first changes.
+  Notices const& Changes() const { return _changes; }
+  // The changes since the last call.
+  Notices Take() { return std::exchange(_fresh, {}); }
 
  private:
   std::unique_ptr<CodecParser> _parser;  // null for motion JPEG
   int _width = 0, _height = 0;
-  std::vector<std::string> _changes;
+  Notices _changes, _fresh;
 };
 
 }  // namespace kestro::tool

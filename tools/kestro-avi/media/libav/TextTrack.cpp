@@ -75,15 +75,21 @@ TimedPacket TextTrack::Pop() {
   return packet;
 }
 
-std::vector<std::string> TextTrack::Findings() const {
-  std::vector<std::string> findings;
-  if (_decoder && _decoder->Foreign() != 0)
-    findings.push_back("left out: " + Quantity(_decoder->Foreign(), "text") +
-                       " not in UTF-8 (--text-encoding sets the encoding)");
-  if (_decoder && _decoder->Damaged() != 0)
-    findings.push_back("left out: " + Quantity(_decoder->Damaged(), "damaged text"));
+Notices TextTrack::Findings() const {
+  Notices findings;
+  auto const lose = [&findings](unsigned count, char const* reason, std::string const& text) {
+    if (count != 0)
+      findings.push_back({"left out: " + text, "loss", {{"reason", reason}, {"count", count}}});
+  };
+  if (_decoder) {
+    lose(_decoder->Foreign(), "encoding",
+         Quantity(_decoder->Foreign(), "text") +
+             " not in UTF-8 (--text-encoding sets the encoding)");
+    lose(_decoder->Damaged(), "damaged", Quantity(_decoder->Damaged(), "damaged text"));
+  }
   if (_timeline.CutBefore_ns(_combinedEnd_ns) != 0)
-    findings.push_back("texts after missing video come too late: their times were already stored");
+    findings.emplace_back(
+        "texts after missing video come too late: their times were already stored");
   return findings;
 }
 

@@ -33,7 +33,7 @@ class TextTrack : public Track {
   // Text is small and rare: other tracks never wait for it.
   std::int64_t Waiting_ns() const override { return 0; }
   std::size_t WaitingBytes() const override { return 0; }
-  std::vector<std::string> Findings() const override;
+  Notices Findings() const override;
 
  private:
   bool StartKnown() const { return _timeline.known && _clock.known; }

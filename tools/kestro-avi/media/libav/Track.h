@@ -47,8 +47,9 @@ class Track {
   virtual std::size_t WaitingBytes() const = 0;  // and their memory
 
   // What the user should know about after recording: problems, and smaller things.
-  virtual std::vector<std::string> Findings() const = 0;
-  virtual std::vector<std::string> Notes() const { return {}; }
+  virtual Notices Findings() const = 0;
+  virtual Notices Notes() const { return {}; }
+  virtual Notices TakeEvents() { return {}; }  // as Session
 
  protected:
   TrackInfo _info;

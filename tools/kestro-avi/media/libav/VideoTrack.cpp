@@ -183,17 +183,14 @@ void VideoTrack::FetchTimes() {
 bool VideoTrack::CloseGap(std::int64_t time_ns, std::int64_t gap_ns) {
   std::int64_t const place_ns = Place_ns();
   if (!_lead) {
-    _gaps.Add(place_ns, gap_ns, "the rest of the track moves against the others");
+    _gaps.Add({Gap::kShift, place_ns, gap_ns});
     return false;
   }
   std::int64_t const length_ns = Scaled(gap_ns, _speed.den, _speed.num);
   std::int64_t const cut_ns = _timeline.Cut(time_ns - length_ns, time_ns);
   bool const all = cut_ns + kTolerance_ns >= length_ns;
   bool const newFile = _options.newFileAtGap || (_options.live && gap_ns > kLongGap_ns);
-  _gaps.Add(place_ns, gap_ns,
-            (all ? "" : Seconds_ns(cut_ns) + " ") + "taken out of all tracks" +
-                (all ? "" : ", the rest was recorded before the video came back") +
-                (newFile ? "; a new file starts at the next key frame" : ""));
+  _gaps.Add({newFile ? Gap::kSegment : Gap::kCut, place_ns, gap_ns, all ? -1 : cut_ns});
   return newFile;
 }
 
@@ -237,41 +234,53 @@ std::int64_t VideoTrack::Waiting_ns() const {
 }
 
 // How far frames are off the times at which they are played.
-std::string VideoTrack::Unevenness() const {
+Notice VideoTrack::Unevenness() const {
   std::string const uneven = std::to_string(_times.Uneven()) + " of " +
                              Quantity(_times.Intervals(), "interval") + " differ";
-  return "its frames do not keep to " + RateText(_options.rate) + " fps" +
-         (_times.Uneven() != 0 ? " (" + uneven + ")" : "") +
-         ": played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
-         (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
-         Seconds_ns(_worstPlace_ns);
+  return {"its frames do not keep to " + RateText(_options.rate) + " fps" +
+              (_times.Uneven() != 0 ? " (" + uneven + ")" : "") +
+              ": played at that rate they come up to " + Seconds_ns(std::abs(_worst_ns)) +
+              (_worst_ns > 0 ? " earlier" : " later") + " than in the input, most at " +
+              Seconds_ns(_worstPlace_ns),
+          "skew",
+          {{"at_ms", Ms(_worstPlace_ns)}, {"skew_ms", Ms(_worst_ns)}}};
 }
 
-std::vector<std::string> VideoTrack::Findings() const {
-  std::vector<std::string> findings = _gaps.Lines("missing video");
-  auto const add = [&findings](std::string const& text) { findings.push_back(text); };
-  if (_skipped != 0)
-    add("left out: " + Quantity(_skipped, "packet") + " before the first key frame");
-  if (_undecodable != 0)
-    add("left out: " + Quantity(_undecodable, "frame") +
-        " after the first key frame, with references to frames before it");
-  if (_damaged != 0) add("recorded in part: " + Quantity(_damaged, "damaged packet"));
-  if (std::abs(_worst_ns) > kNote_ns) add(Unevenness());
-  findings.insert(findings.end(), _size.Changes().begin(), _size.Changes().end());
+Notices VideoTrack::Findings() const {
+  Notices findings = _gaps.Lines();
+  auto const lose = [&findings](unsigned count, char const* reason, std::string const& text,
+                                std::string const& more) {
+    if (count != 0)
+      findings.push_back({text + more, "loss", {{"reason", reason}, {"count", count}}});
+  };
+  lose(_skipped, "before_key_frame", "left out: " + Quantity(_skipped, "packet"),
+       " before the first key frame");
+  lose(_undecodable, "leading", "left out: " + Quantity(_undecodable, "frame"),
+       " after the first key frame, with references to frames before it");
+  lose(_damaged, "damaged", "recorded in part: " + Quantity(_damaged, "damaged packet"), "");
+  if (std::abs(_worst_ns) > kNote_ns) findings.push_back(Unevenness());
+  Append(findings, _size.Changes());
   return findings;
 }
 
-std::vector<std::string> VideoTrack::Notes() const {
-  std::vector<std::string> notes;
+Notices VideoTrack::Notes() const {
+  Notices notes;
   if (_worst_ns != 0 && std::abs(_worst_ns) <= kNote_ns) notes.push_back(Unevenness());
   if (_discarded != 0)
-    notes.push_back("recorded although its edit list hides them: " + Quantity(_discarded, "frame"));
+    notes.emplace_back("recorded although its edit list hides them: " +
+                       Quantity(_discarded, "frame"));
   if (_depth != 0)
-    notes.push_back(
+    notes.emplace_back(
         "its frames are not in the order in which they are shown: some players show "
         "them " +
         Seconds_ns(Time_ns(static_cast<std::int64_t>(_depth))) + " later than the audio");
   return notes;
+}
+
+Notices VideoTrack::TakeEvents() {
+  Notices events = _gaps.Take();
+  Append(events, _size.Take());
+  return events;
 }
 
 }  // namespace kestro::tool

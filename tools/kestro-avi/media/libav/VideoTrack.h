@@ -42,8 +42,9 @@ class VideoTrack : public Track {
   std::int64_t NextTime_ns() const override;
   std::int64_t Waiting_ns() const override;
   std::size_t WaitingBytes() const override { return _bytes; }
-  std::vector<std::string> Findings() const override;
-  std::vector<std::string> Notes() const override;
+  Notices Findings() const override;
+  Notices Notes() const override;
+  Notices TakeEvents() override;
 
  private:
   struct Unit {
@@ -68,7 +69,7 @@ class VideoTrack : public Track {
   void AddTime(Unit const& unit);
   void DropUnits();
   void FetchTimes();
-  std::string Unevenness() const;
+  Notice Unevenness() const;
   bool CloseGap(std::int64_t time_ns, std::int64_t gap_ns);
 
   AVRational const _timeBase;
@@ -93,7 +94,7 @@ class VideoTrack : public Track {
 
   std::int64_t _reported_ns = 0;                   // the largest difference that gaps explain
   std::int64_t _worst_ns = 0, _worstPlace_ns = 0;  // the largest difference from the counted time
-  GapReport _gaps;
+  GapReport _gaps{"missing video"};
   unsigned _skipped = 0, _damaged = 0, _undecodable = 0, _discarded = 0;
 };
 
