@@ -71,12 +71,11 @@ struct Event {
   std::string path, text;
   // kClosed: packets stored, size and length of the file, and whether it is complete.
   std::uint64_t packets = 0, bytes = 0;
-  // kWarning that the tracks of a file are apart: by how much. Otherwise 0.
   std::int64_t duration_ns = 0;
   bool complete = false;
-  // kOpened: when the file starts, on the packets' clock. kWarning: where the tracks are furthest
-  // apart, from the start of the file.
-  std::int64_t time_ns = 0;
+  std::int64_t time_ns = 0;  // kOpened: when the file starts, on the packets' clock
+  // The kWarning that the tracks of a file are apart has the distance in `duration_ns`, and in
+  // `time_ns` where it is largest, from the start of the file. Both are 0 in other warnings.
 };
 
 struct RecorderOptions {

@@ -20,9 +20,17 @@ SegmentNames::SegmentNames(RecorderOptions const& options)
   if (fs::path(_output).filename().empty())
     throw Refusal(Code::kInvalid, "\"" + _output + "\" is not a file name");
   std::error_code none;
-  if (options.storage == nullptr && fs::is_directory(Name(1), none))
-    throw Refusal(Code::kIo, Name(1) + ": is a directory");
+  if (IsSpecial(Name(1)))
+    throw Refusal(Code::kIo, Name(1) + (fs::is_directory(Name(1), none) ? ": is a directory"
+                                                                        : ": is not a file"));
   if (std::string const why = Obstacle(Name(1)); !why.empty()) throw Refusal(Code::kInvalid, why);
+}
+
+// Whether the name belongs to something that must not be replaced by a file, such as a device.
+bool SegmentNames::IsSpecial(std::string const& path) const {
+  std::error_code none;
+  auto const status = fs::status(path, none);
+  return _options.storage == nullptr && fs::exists(status) && !fs::is_regular_file(status);
 }
 
 std::string SegmentNames::Name(std::uint64_t number) const {
@@ -39,7 +47,7 @@ std::string SegmentNames::Next() {
 
 // Why a file cannot be written; empty if it can.
 std::string SegmentNames::Obstacle(std::string const& name) const {
-  std::string why = Obstacle(name, "");
+  std::string why = IsSpecial(name) ? name + ": is not a file" : Obstacle(name, "");
   if (_options.sync.mode != SyncOptions::kCallback) return why;
   for (std::string const& side : avi::SlotFile::Names(name + avi::SlotFile::kEnding))
     if (why.empty())

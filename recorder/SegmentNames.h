@@ -19,6 +19,7 @@ class SegmentNames {
   std::string Next();
 
  private:
+  bool IsSpecial(std::string const& path) const;
   std::string Name(std::uint64_t number) const;
   std::string Obstacle(std::string const& name) const;
   std::string Obstacle(std::string const& path, char const* advice) const;

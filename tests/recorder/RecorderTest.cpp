@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "avi/Sha256.h"
+#include "avi/Text.h"
 #include "recorder/RecorderSession.h"
 #include "recorder/RecordingLock.h"
 
@@ -113,7 +114,11 @@ TEST(Recorder, StartsAFileWhereTracksDriftApart) {
     bool const allKeys = c.codec == TrackInfo::kMjpeg;
     std::vector<std::int64_t> starts;
     for (Event const& event : s.events) {
-      if (event.kind == Event::kWarning) warnings += event.text + "\n";
+      if (event.kind == Event::kWarning) {
+        warnings += event.text + "\n";
+        EXPECT_THAT(event.text, HasSubstr(avi::Seconds(event.duration_ns / kMs) + " apart"));
+        EXPECT_THAT(event.text, HasSubstr("most at " + avi::Seconds(event.time_ns / kMs)));
+      }
       if (event.kind == Event::kOpened)
         starts.push_back(event.time_ns / kMs % (allKeys ? 40 : 200));
     }

@@ -223,14 +223,27 @@ TEST_F(CommandTest, MistypedNamesAreExplained) {
 }
 
 TEST_F(CommandTest, ValuesThatCannotBeMeantAreRefused) {
+  ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
   Expect("", {{"record -o '' in", 2, "--output: the value is empty\n"},
               {"info ''", 2, "FILE: the value is empty\n"},
               {"record -o - in", 2, "--output: standard output is not seekable"},
               {"repair -o - in", 2, "--output: standard output is not seekable"},
               {"record --segment-size 1x -o x in", 2, "\"1x\" is not a size"},
-              {"record --segment-size 100m -o a.avi media/mono8k.wav", 0, "a.avi: "},
+              {"record --segment-size 100m --junk 1K -o a.avi media/mono8k.wav", 0, "a.avi: "},
+              {"record -o a.avi media/mono8k.wav", 2, "a.avi: exists already (--force overwrites"},
+              {"record --force -o pipe media/mono8k.wav", 3, "pipe: is not a file\n"},
+              {"join --force -o pipe a.avi", 3, "pipe: is not a file\n"},
+              {"record --junk 65M -o b.avi in", 2, "--junk: at most 64M\n"},
+              {"record -o x -o y in", 2, "--output: given 2 times\n"},
+              {"record in -o", 2, "--output: needs a value (OUT.avi)\n"},
+              {"record --cache x -o y in", 2, "--cache: \"x\" is not in the range 1 to 2000\n"},
+              {"play --video -1 a.avi", 2, "--video: \"-1\" is not in the range 0 to 65535\n"},
+              {"extract --from 1 a.avi", 2, "--from, --to: need --track or --output\n"},
+              {"clip --list --from 1 a.avi", 2, "--from excludes --list\n"},
+              {"info --plot - a.avi", 2, "-: this cannot go to standard output"},
               {"play --from 9 a.avi", 1, "a.avi: --from is after the end, "}});
   EXPECT_FALSE(fs::exists(At("-")));
+  EXPECT_TRUE(fs::is_fifo(At("pipe")));
 }
 
 TEST_F(CommandTest, StandardOutputHasNoMessages) {

@@ -12,6 +12,8 @@ namespace kestro::tool {
 namespace fs = std::filesystem;
 
 void NewFile::Check(std::string const& path, bool force) {
+  if (path == "-")
+    throw Error(kUsage, "-: this cannot go to standard output (./- is a file of that name)");
   std::error_code none;
   auto const status = fs::status(path, none);
   if (!fs::exists(status)) return;

@@ -1,6 +1,8 @@
 // Opens recorders, with errors as the tool throws them.
 #pragma once
 
+#include <string_view>
+
 #include "cli/Documents.h"
 #include "cli/Errors.h"
 #include "recorder/Recorder.h"
@@ -32,8 +34,11 @@ inline std::unique_ptr<record::Recorder> OpenRecorder(record::RecorderOptions co
                                                       record::Tracks const& tracks) {
   record::Result why;
   auto recorder = record::Recorder::Open(options, tracks, why);
-  if (recorder == nullptr) throw Error(CodeFor(why.code), why.text);
-  return recorder;
+  if (recorder != nullptr) return recorder;
+  constexpr std::string_view kExists = ": exists already";
+  bool const exists = why.text.size() > kExists.size() &&
+                      why.text.substr(why.text.size() - kExists.size()) == kExists;
+  throw Error(CodeFor(why.code), why.text + (exists ? " (--force overwrites it)" : ""));
 }
 
 }  // namespace kestro::tool

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <regex>
+#include <utility>
 
 #include "cli/DidYouMean.h"
 
@@ -77,13 +79,24 @@ static std::string ExplainRest(CLI::App const& app, std::string const& command) 
          (meant.empty() ? " (see " + command + " --help)" : meant);
 }
 
+// Faults of single values, in plain words.
+static std::string Plain(std::string text) {
+  static std::pair<std::regex, char const*> const kTexts[] = {
+      {std::regex("(.*): At Most 1 required but received (.*)"), "$1: given $2 times"},
+      {std::regex("(.*): 1 required (.*) missing"), "$1: needs a value ($2)"},
+      {std::regex("Could not convert: (.*) = (.*)"), "$1: \"$2\" is not a number"},
+      {std::regex("(.*): Value (.*) not in range (.*)"), "$1: \"$2\" is not in the range $3"}};
+  for (auto const& [pattern, plain] : kTexts) text = std::regex_replace(text, pattern, plain);
+  return text;
+}
+
 std::string Explain(CLI::App const& app, CLI::ParseError const& error) {
   std::string why = ExplainRest(app, app.get_name());
   auto const verbs = app.get_subcommands();
   for (CLI::App const* verb : verbs)
     if (why.empty()) why = ExplainRest(*verb, app.get_name() + " " + verb->get_name());
   if (!why.empty()) return why;
-  if (!verbs.empty()) return error.what();
+  if (!verbs.empty()) return Plain(error.what());
   auto const names = Names(app, false);
   return "missing command: " + CLI::detail::join(names, ", ") + " (see --help)";
 }

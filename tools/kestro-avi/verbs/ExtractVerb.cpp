@@ -217,6 +217,8 @@ void ExtractVerb::WriteStreamData() {
 }
 
 int ExtractVerb::Run() {
+  if (_tracks.empty() && _folder.empty() && !(_from.empty() && _to.empty()))
+    throw Error(kUsage, "--from, --to: need --track or --output");
   avi::AviFile avi(_file);
   if (!_streamData.empty()) {
     Targets(avi, _file).CheckPath(_streamData, _force);

@@ -29,10 +29,14 @@ void JoinVerb::AddTo(CLI::App& app) {
                            ->check(Seekable());
   if (!clip) output->required();
   if (clip) {
-    app.add_option("--from", _from, "Begin with the key frame at or before this time")
-        ->type_name("T");
-    app.add_option("--to", _to, "End at this time")->type_name("T");
-    app.add_flag("--list", _list, "List the files with their times instead")->excludes(output);
+    auto* const from =
+        app.add_option("--from", _from, "Begin with the key frame at or before this time")
+            ->type_name("T");
+    auto* const to = app.add_option("--to", _to, "End at this time")->type_name("T");
+    app.add_flag("--list", _list, "List the files with their times instead")
+        ->excludes(output)
+        ->excludes(from)
+        ->excludes(to);
   }
   app.add_flag("--force", _force, "Overwrite OUT");
   _json.AddTo(app);

@@ -20,7 +20,8 @@ void PlayOptions::AddTo(CLI::App& app) {
   app.add_option("--from", _from, "Start at the key frame at or before this time")->type_name("T");
   app.add_option("--to", _to, "Stop after this time (with --mode back: before it)")->type_name("T");
   app.add_option("--video", video, "The video track to play: 0 for the first video track")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(CLI::Range(0u, 65535u));
   auto* const seek =
       app.add_option("--seek", _seeks, "Seek to this time after --every packets; may be repeated")
           ->type_name("T")

@@ -236,8 +236,7 @@ int PlayVerb::Follow() {
     } catch (Error const& error) {
       // Until the first sync, there is no index, and possibly nothing.
       if (!_growing || _plan || error.Code() != kUnusable) throw;
-      if (!std::exchange(reported, true))
-        ReportNote(_options.file + ": waiting for the index");
+      if (!std::exchange(reported, true)) ReportNote(_options.file + ": waiting for the index");
     }
     // Opening a long file takes a moment.
     auto const now = std::chrono::steady_clock::now();

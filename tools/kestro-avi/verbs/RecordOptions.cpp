@@ -145,9 +145,7 @@ void RecordOptions::AddTags(CLI::App& app) {
   app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
       ->type_name("TEXT");
   app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
-  app.add_option("--junk", tags.junk, "Bytes of JUNK before the data")
-      ->type_name("BYTES")
-      ->check(CLI::Range(0u, kMaxJunk));
+  app.add_option("--junk", _junk, "Bytes of JUNK before the data")->type_name("BYTES");
 }
 
 void RecordOptions::AddSettings(CLI::App& app) {
@@ -202,6 +200,9 @@ void RecordOptions::Check() {
   recorder.keep = addresses;
   recorder.queue.enabled = realtime;
   if (!_strdFile.empty()) recorder.tags.strd = ReadFile(_strdFile);
+  std::uint64_t const junk = _junk.empty() ? 0 : ParseSize("--junk", _junk);
+  if (junk > kMaxJunk) throw Error(kUsage, "--junk: at most 64M");
+  recorder.tags.junk = static_cast<unsigned>(junk);
   if (!_segmentSize.empty()) segments.size = ParseSize("--segment-size", _segmentSize);
   if (!_segmentTime.empty()) segments.time_ns = ParseTime_ns("--segment-time", _segmentTime);
   if (segments.size == 0 || segments.time_ns == 0)

@@ -40,7 +40,7 @@ class RecordOptions {
   void CheckSync();
 
   std::vector<std::string> _settings, _maps;
-  std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime;
+  std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime, _junk;
   std::string _onGap = "cut", _maxSkew, _textForm = "plain";
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;

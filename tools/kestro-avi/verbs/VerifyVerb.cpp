@@ -194,6 +194,7 @@ int VerifyVerb::Run() {
     Findings findings;
     bool const usable = Verify(path, _deep, findings, [&](int64 position) {
       progress.Update(before + static_cast<std::uint64_t>(position));
+      if (Interrupted()) throw Error(kInterrupted, path + ": interrupted");
     });
     before += Progress::SizeOf(path);
     Json decoded;
