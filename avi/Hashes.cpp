@@ -69,11 +69,11 @@ std::string HashPackets(AviFile& avi, std::function<void(PacketHash const&)> con
   return reader.File();
 }
 
-void WriteHashes(AviFile& avi, std::string const& name,
-                 std::function<void(std::string const&)> const& write,
-                 HashProgress const& advance) {
+std::string WriteHashes(AviFile& avi, std::string const& name,
+                        std::function<void(std::string const&)> const& write,
+                        HashProgress const& advance) {
   write("# Packets: track, number, size, SHA-256\n");
-  std::string const file = HashPackets(
+  std::string file = HashPackets(
       avi,
       [&write](PacketHash const& packet) {
         write("# " + std::to_string(packet.track) + " " + std::to_string(packet.number) + " " +
@@ -81,6 +81,7 @@ void WriteHashes(AviFile& avi, std::string const& name,
       },
       advance);
   write(file + "  " + name + "\n");
+  return file;
 }
 
 }  // namespace kestro::avi

@@ -24,9 +24,11 @@ std::string HashPackets(AviFile& avi, std::function<void(PacketHash const&)> con
                         HashProgress const& advance);
 
 // The hashes as a text file: a line "# TRACK NUMBER SIZE HASH" for each packet, and last
-// "HASH  NAME", as sha256sum writes it. `write` gets the text line by line.
-void WriteHashes(AviFile& avi, std::string const& name,
-                 std::function<void(std::string const&)> const& write, HashProgress const& advance);
+// "HASH  NAME", as sha256sum writes it. `write` gets the text line by line. Returns the hash of the
+// file.
+std::string WriteHashes(AviFile& avi, std::string const& name,
+                        std::function<void(std::string const&)> const& write,
+                        HashProgress const& advance);
 
 // The name of the text file for a recording.
 inline std::string HashFileFor(std::string const& path) { return path + ".sha256"; }

@@ -92,9 +92,9 @@ void ConvertOtherOptions(kestro_recorder_options const& from, record::RecorderOp
   void* const context = from.context;
   if (auto* const call = from.on_event; call != nullptr)
     to.onEvent = [call, context](record::Event const& event) {
-      kestro_recorder_event const plain{sizeof plain,       event.kind,     event.path.c_str(),
-                                        event.text.c_str(), event.packets,  event.bytes,
-                                        event.duration_ns,  event.complete, event.time_ns};
+      kestro_recorder_event const plain{
+          sizeof plain, event.kind,        event.path.c_str(), event.text.c_str(), event.packets,
+          event.bytes,  event.duration_ns, event.complete,     event.time_ns,      event.hashed};
       call(context, &plain);
     };
   if (auto* const call = from.clock; call != nullptr)

@@ -51,7 +51,8 @@ static void CountKept(Event& closed, std::unique_ptr<base::IO> file) try {
 } catch (avi::Error const&) {
 }
 
-static void WriteHash(std::string const& path, RecorderOptions const& options,
+// Returns whether it was written.
+static bool WriteHash(std::string const& path, RecorderOptions const& options,
                       std::function<void(Event)> const& report) try {
   std::string const name = avi::HashFileFor(path);
   Storage& storage = StorageOf(options);
@@ -75,15 +76,17 @@ static void WriteHash(std::string const& path, RecorderOptions const& options,
       [](std::uint64_t) { return true; });
   flush();
   if (!out->Flush()) throw avi::Error(avi::kIo, std::strerror(out->Error()));
+  return true;
 } catch (avi::Error const& error) {
   report({Event::kWarning, path, path + ": no hash was written: " + error.what()});
+  return false;
 }
 
 void FinishFile(FinishedFile const& file, RecorderOptions const& options,
                 std::function<void(Event)> const& report) {
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
   if (file.packets != 0) FinishIndex(file, options, report);
-  if (file.packets != 0 && options.hash) WriteHash(file.path, options, report);
+  closed.hashed = file.packets != 0 && options.hash && WriteHash(file.path, options, report);
   auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (file.skew) report(*file.skew);

@@ -73,6 +73,7 @@ struct Event {
   std::uint64_t packets = 0, bytes = 0;
   std::int64_t duration_ns = 0;
   bool complete = false;
+  bool hashed = false;       // kClosed: FILE.sha256 was written, see RecorderOptions::hash
   std::int64_t time_ns = 0;  // kOpened: when the file starts, on the packets' clock
   // The kWarning that the tracks of a file are apart has the distance in `duration_ns`, and in
   // `time_ns` where it is largest, from the start of the file. Both are 0 in other warnings.

@@ -118,6 +118,7 @@ typedef struct kestro_recorder_event { /* valid during the call */
   /* OPENED: when the file starts, on the packets' clock. WARNING: where the tracks are furthest
    * apart, from the start of the file */
   int64_t time_ns;
+  int32_t hashed; /* CLOSED: whether FILE.sha256 was written */
 } kestro_recorder_event;
 
 /* File operations to use instead of the system's files. The functions return a negative errno on

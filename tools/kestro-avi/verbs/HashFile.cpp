@@ -1,30 +1,23 @@
 #include "verbs/HashFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <utility>
 
 #include "avi/Hashes.h"
 #include "cli/Errors.h"
 
 namespace kestro::tool {
 
-namespace fs = std::filesystem;
-
 static constexpr char kDiffers[] = "differs";
 
-HashFile HashFile::Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance) {
+HashFile HashFile::Of(std::string const& path, avi::HashProgress const& advance) {
   HashFile file;
-  file._name = fs::path(path).filename();
   avi::AviFile avi(path);
-  auto const add = [&file](avi::PacketHash const& packet) {
-    file._packets.push_back({std::to_string(packet.track) + " " + std::to_string(packet.number),
-                             packet.hash, packet.size});
-  };
+  auto const add = [&file](avi::PacketHash const& packet) { file._packets.push_back(packet); };
   file._hash = avi::HashPackets(avi, add, advance);
   return file;
 }
@@ -36,28 +29,21 @@ HashFile HashFile::Read(std::string const& path) {
   std::string line;
   for (unsigned number = 1; std::getline(text, line); ++number) {
     std::istringstream fields(line);
-    std::string mark, track, index, hash;
-    std::uint64_t size = 0;
+    std::string mark;
+    avi::PacketHash packet = {};
     constexpr std::size_t kDigits = 64;
-    if (line.rfind("# ", 0) == 0 && fields >> mark >> track >> index >> size >> hash &&
-        hash.size() == kDigits) {
-      file._packets.push_back({track + " " + index, hash, size});
+    if (line.rfind("# ", 0) == 0 &&
+        fields >> mark >> packet.track >> packet.number >> packet.size >> packet.hash &&
+        packet.hash.size() == kDigits) {
+      file._packets.push_back(packet);
     } else if (line.size() > kDigits + 2 && line[0] != '#' && line[kDigits] == ' ') {
       file._hash = line.substr(0, kDigits);
-      file._name = line.substr(kDigits + 2);
     } else if (line.rfind('#', 0) != 0) {
       throw Error(kUnusable, path + ", line " + std::to_string(number) + ": not a SHA-256");
     }
   }
   if (file._hash.empty()) throw Error(kUnusable, path + ": has no hash of the file");
   return file;
-}
-
-std::string HashFile::Text() const {
-  std::string text = "# Packets: track, number, size, SHA-256\n";
-  for (Packet const& packet : _packets)
-    text += "# " + packet.id + " " + std::to_string(packet.size) + " " + packet.hash + "\n";
-  return text + _hash + "  " + _name + "\n";
 }
 
 static std::vector<std::string> Lines(HashFile::DifferenceList const& differences) {
@@ -76,23 +62,24 @@ HashFile::DifferenceList HashFile::Differences(HashFile const& other) const {
   constexpr std::size_t kMost = 20;
   DifferenceList differences;
   if (_hash == other._hash) return differences;
-  std::map<std::string, Packet const*> known;
-  for (Packet const& packet : other._packets) known.emplace(packet.id, &packet);
-  auto const add = [&](std::string const& id, char const* change) {
-    if (++differences.count > kMost) return;
-    Difference& one = differences.first.emplace_back(Difference{0, 0, change});
-    std::istringstream(id) >> one.track >> one.number;
+  using Key = std::pair<std::size_t, std::uint64_t>;
+  std::map<Key, avi::PacketHash const*> known;
+  for (auto const& packet : other._packets)
+    known.emplace(Key(packet.track, packet.number), &packet);
+  auto const add = [&](avi::PacketHash const& packet, char const* change) {
+    if (++differences.count <= kMost)
+      differences.first.push_back({packet.track, packet.number, change});
   };
-  for (Packet const& packet : _packets) {
-    auto const found = known.find(packet.id);
+  for (auto const& packet : _packets) {
+    auto const found = known.find({packet.track, packet.number});
     if (found == known.end())
-      add(packet.id, "missing");
+      add(packet, "missing");
     else if (found->second->hash != packet.hash)
-      add(packet.id, kDiffers);
+      add(packet, kDiffers);
     if (found != known.end()) known.erase(found);
   }
-  for (Packet const& packet : other._packets)
-    if (known.count(packet.id) != 0) add(packet.id, "new");
+  for (auto const& packet : other._packets)
+    if (known.count({packet.track, packet.number}) != 0) add(packet, "new");
   differences.lines = Lines(differences);
   return differences;
 }

@@ -14,16 +14,10 @@ namespace kestro::tool {
 // "# TRACK NUMBER SIZE HASH", in file order.
 class HashFile {
  public:
-  static std::string NameFor(std::string const& path) { return avi::HashFileFor(path); }
-
-  // Reads an AVI file. `advance` is called with the bytes read so far, and returns false to stop.
-  // Throws Error.
-  static HashFile Of(std::string const& path, std::function<bool(std::uint64_t)> const& advance);
+  // Reads an AVI file. Throws Error.
+  static HashFile Of(std::string const& path, avi::HashProgress const& advance);
   // Reads a hash file. Throws Error.
   static HashFile Read(std::string const& path);
-
-  std::string Text() const;
-  std::string const& OfFile() const { return _hash; }
 
   struct Difference {
     std::uint64_t track, number;  // of the packet
@@ -38,13 +32,8 @@ class HashFile {
   DifferenceList Differences(HashFile const& other) const;
 
  private:
-  struct Packet {
-    std::string id;  // "TRACK NUMBER"
-    std::string hash;
-    std::uint64_t size;
-  };
-  std::vector<Packet> _packets;
-  std::string _name, _hash;  // of the file
+  std::vector<avi::PacketHash> _packets;
+  std::string _hash;  // of the file
 };
 
 }  // namespace kestro::tool

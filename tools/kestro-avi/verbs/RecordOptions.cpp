@@ -118,7 +118,8 @@ void RecordOptions::AddTracks(CLI::App& app) {
 
 void RecordOptions::AddFiles(CLI::App& app) {
   app.add_flag("--force", recorder.overwrite, "Overwrite OUT");
-  app.add_flag("--hash", hash, "Write OUT.sha256 when a file is closed (\"verify --check\")");
+  app.add_flag("--hash", recorder.hash,
+               "Write OUT.sha256 when a file is closed (\"verify --check\")");
   app.add_option("--segment-size", _segmentSize, "Start a new file before this size [2G]")
       ->type_name("BYTES");
   app.add_option("--segment-time", _segmentTime, "Start a new file after this time")

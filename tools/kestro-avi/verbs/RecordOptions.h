@@ -24,7 +24,6 @@ class RecordOptions {
   std::vector<std::string> addresses;
   std::string plugin;
   bool realtime = false;
-  bool hash = false;
   JsonOption json;
   InputOptions input;
   Selection selection;

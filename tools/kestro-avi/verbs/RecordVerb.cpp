@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "avi/Hashes.h"
 #include "base/IClass.h"
 #include "cli/Console.h"
 #include "cli/DidYouMean.h"
@@ -15,7 +16,6 @@
 #include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/MediaModule.h"
-#include "verbs/HashFile.h"
 
 namespace kestro::tool {
 
@@ -70,15 +70,6 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
   return true;
 }
 
-// The next file is recorded meanwhile.
-void RecordVerb::WriteHash(std::string const& path) try {
-  std::string const text = HashFile::Of(path, [](std::uint64_t) { return true; }).Text();
-  WriteFile(HashFile::NameFor(path), text.data(), static_cast<unsigned>(text.size()));
-  WriteEvent({{"event", "hashed"}, {"file", path}, {"hash_file", HashFile::NameFor(path)}});
-} catch (Error const& error) {
-  HandleProblem({record::Event::kWarning, path, path + ": no hash was written: " + error.what()});
-}
-
 // Problems are reported to programs at once, and to people at the end.
 void RecordVerb::HandleProblem(record::Event const& event) {
   bool const warning = event.kind == record::Event::kWarning;
@@ -107,10 +98,10 @@ void RecordVerb::HandleEvent(record::Event const& event) {
       Json closed{{"event", "closed"}};
       closed.update(ClosedJson(event));
       closed["skew_ms"] = Ms(_skews_ns[event.path]);
+      if (event.hashed) closed["hash_file"] = avi::HashFileFor(event.path);
       WriteEvent(closed);
       _skews_ns.erase(event.path);
       _bytes += event.bytes;
-      if (_options.hash && event.packets != 0) WriteHash(event.path);
       break;
     }
     case record::Event::kNote:

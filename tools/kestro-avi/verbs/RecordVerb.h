@@ -20,7 +20,6 @@ class RecordVerb {
   void CheckProperties() const;
   void HandleEvent(record::Event const& event);
   void HandleProblem(record::Event const& event);
-  void WriteHash(std::string const& path);
   void WriteBegin(record::Tracks const& tracks) const;
   void WriteEvents(Session& session);
   void WriteDrops(record::Recorder const& recorder, std::int64_t time_ns);

@@ -141,34 +141,38 @@ Json VerifyVerb::Decode(std::string const& path, Findings& findings) const {
 }
 
 int VerifyVerb::WriteHashes() const {
-  for (std::string const& path : _files) NewFile::Check(HashFile::NameFor(path), _force);
+  for (std::string const& path : _files) NewFile::Check(avi::HashFileFor(path), _force);
   return ForEachFile(_files, [this](std::string const& path, Json& array) {
     Progress progress(_progress, "verify", Progress::kBytes, Progress::SizeOf(path));
     auto const advance = [&progress](std::uint64_t done) {
       progress.Update(done);
       return !Interrupted();
     };
-    HashFile const made = HashFile::Of(path, advance);
+    avi::AviFile avi(path);
+    std::string text;
+    std::string const name = avi::HashFileFor(path);
+    std::string const hash = avi::WriteHashes(
+        avi, path.substr(path.rfind('/') + 1), [&text](std::string const& line) { text += line; },
+        advance);
     if (Interrupted()) return kInterrupted;
     progress.End();
-    std::string const text = made.Text(), name = HashFile::NameFor(path);
     WriteFile(name, text.data(), static_cast<unsigned>(text.size()));
     Report(name + ": written");
-    array.push_back({{"file", path}, {"hash_file", name}, {"sha256", made.OfFile()}});
+    array.push_back({{"file", path}, {"hash_file", name}, {"sha256", hash}});
     return kOk;
   });
 }
 
 int VerifyVerb::CheckHashes() const {
   return ForEachFile(_files, [this](std::string const& path, Json& array) {
-    HashFile const expected = HashFile::Read(HashFile::NameFor(path));
+    HashFile const expected = HashFile::Read(avi::HashFileFor(path));
     auto const found = HashFile::Of(path, [](std::uint64_t) { return !Interrupted(); });
     if (Interrupted()) return kInterrupted;
     auto const differences = expected.Differences(found);
     bool const same = differences.lines.empty();
     if (_json) {
       array.push_back({{"file", path},
-                       {"hash_file", HashFile::NameFor(path)},
+                       {"hash_file", avi::HashFileFor(path)},
                        {"same", same},
                        {"changed_packets", differences.count},
                        {"changes", Json::array()}});
