@@ -90,6 +90,18 @@ void AviFile::ReadTracks() {
   }
 }
 
+Software AviFile::ReadSoftware() {
+  constexpr int64 kMost = 1 << 16;
+  for (Chunk const& chunk : _tree) {
+    if (chunk.id != Convert4("isft") && chunk.id != Convert4("ISFT")) continue;
+    std::string text(
+        static_cast<std::size_t>(std::clamp<int64>(chunk.end - chunk.Payload(), 0, kMost)), 0);
+    text.resize(_reader.Read(chunk.Payload(), text.data(), static_cast<unsigned>(text.size())));
+    return Software::Parse(text);
+  }
+  return {};
+}
+
 void AviFile::FindIndex() {
   bool data = false;
   Chunk movi;

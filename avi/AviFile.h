@@ -9,6 +9,7 @@
 
 #include "avi/AviTrack.h"
 #include "avi/Index.h"
+#include "avi/StartTime.h"
 
 namespace kestro::avi {
 
@@ -60,6 +61,7 @@ class AviFile {
   // Calls `sink` for the packets of all tracks: by the index if it covers them all, else by the
   // data.
   void ForEachPacket(EntrySink const& sink);
+  Software ReadSoftware();  // from INFO; empty without it
   RiffReader& Reader() { return _reader; }
 
  private:
