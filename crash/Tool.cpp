@@ -43,7 +43,7 @@ Setup Configure(base::Object& muxer, Scenario const& scenario) {
   record::Tracks const tracks{Video(), Audio(8000), Audio(4000)};
   record::TagOptions options;
   options.isft.assign(200, 's');
-  auto tags = std::make_shared<record::Tags>(options, 3, 0);
+  auto tags = std::make_shared<record::Tags>(options, options.isft, 3, 0);
   record::SyncOptions sync;
   sync.mode = mode == Mode::kInPlace ? record::SyncOptions::kInPlace
               : mode == Mode::kImage ? record::SyncOptions::kImage

@@ -14,6 +14,7 @@ namespace {
 static_assert(int(record::Code::kMemory) == -KESTRO_RECORDER_MEMORY);
 static_assert(int(record::TrackInfo::kText) == KESTRO_RECORDER_TEXT);
 static_assert(int(record::SyncOptions::kCallback) == KESTRO_RECORDER_SYNC_CALLBACK);
+static_assert(int(record::StartOptions::kNone) == KESTRO_RECORDER_START_NONE);
 static_assert(int(record::Event::kError) == KESTRO_RECORDER_ERROR);
 static_assert(int(record::Status::kStopped) == KESTRO_RECORDER_STOPPED);
 
@@ -74,6 +75,18 @@ void ConvertFileOptions(kestro_recorder_options const& from, record::RecorderOpt
   to.tags.strn = Text(from.strn);
   to.tags.isft = Text(from.isft);
   to.tags.junk = from.junk;
+}
+
+void ConvertStart(kestro_recorder_options const& from, record::StartOptions& to) {
+  to.clock = static_cast<record::StartOptions::Clock>(from.start_clock);
+  void* const context = from.context;
+  if (auto* const call = from.wall_clock; call != nullptr)
+    to.wallClock = [call, context] { return call(context); };
+  bool const set = from.start_clock != KESTRO_RECORDER_START_SINCE_BOOT;
+  if (auto* const call = from.captured; call != nullptr)
+    to.captured = [call, context, set](std::int64_t time_ns) {
+      return record::CaptureTime{call(context, time_ns), set};
+    };
 }
 
 void ConvertOtherOptions(kestro_recorder_options const& from, record::RecorderOptions& to) {
@@ -138,6 +151,7 @@ kestro_recorder* kestro_recorder_new(kestro_recorder_options const* options) try
   auto recorder = std::make_unique<kestro_recorder>();
   ConvertFileOptions(own, recorder->options);
   ConvertOtherOptions(own, recorder->options);
+  ConvertStart(own, recorder->options.start);
   if (own.storage != nullptr) {
     kestro_recorder_storage storage = {};
     if (!CopyStruct(own.storage, storage)) return nullptr;

@@ -22,7 +22,7 @@ static constexpr char kSpillDrive = 'S';
 static Refusal Unfit() { return {Code::kPlugin, "the plug-in's muxer refuses a required setting"}; }
 
 FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
-                       Tracks const& tracks, Packets const& packets)
+                       std::string const& isft, Tracks const& tracks, Packets const& packets)
     : _options(options), _path(path), _packets(packets) {
   bool const syncs = options.sync.mode != SyncOptions::kOff;
   _muxer = base::Make<IMuxer>(syncs ? "VFIAviMuxer-avi-muxer-vfi" : "AviMuxer-avi-muxer");
@@ -40,7 +40,7 @@ FileWriter::FileWriter(RecorderOptions const& options, std::string const& path,
     if (!_ports.back()->Offer(packets.Media(i)))
       throw Refusal(Code::kUnsupported, tracks[i].name + ": the muxer does not accept this track");
   }
-  Configure(tracks);
+  Configure(tracks, isft);
   for (auto const& [name, value] : options.properties) {
     if (SyncPlan::Owns(name) && syncs)
       throw Refusal(Code::kInvalid, name + ": the sync mode sets this property");
@@ -78,7 +78,7 @@ void FileWriter::Note(std::string const& type, std::string const& text, std::str
     list.push_back(whole);
 }
 
-void FileWriter::Configure(Tracks const& tracks) {
+void FileWriter::Configure(Tracks const& tracks, std::string const& isft) {
   auto const first = [&tracks](bool unnumbered) {  // video track; unnumbered ones are the last
     return std::find_if(tracks.begin(), tracks.end(), [unnumbered](TrackInfo const& info) {
       return info.IsVideo() && (unnumbered || info.Numbered());
@@ -90,7 +90,7 @@ void FileWriter::Configure(Tracks const& tracks) {
   if (tagged == tracks.end() && !(_options.tags.strd.empty() && _options.tags.strn.empty()))
     throw Refusal(Code::kInvalid, "strd and strn need an H.264 or HEVC track");
   auto const video = static_cast<std::size_t>(tagged - tracks.begin());
-  _tags = std::make_unique<Tags>(_options.tags, tracks.size(), video);
+  _tags = std::make_unique<Tags>(_options.tags, isft, tracks.size(), video);
   if (_options.cacheBlocks != 0 && !_muxer->Set("cacheBlocks", _options.cacheBlocks)) throw Unfit();
   if (!_muxer->Set("vidtag", _tags->Get())) throw Unfit();
   if (_options.spillSeconds) ConfigureSpill();

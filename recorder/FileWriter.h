@@ -21,10 +21,10 @@ namespace kestro::record {
 //   bool ok = file.Close();
 class FileWriter {
  public:
-  // Nothing is written before the first packet. All arguments but the path must outlive the writer.
-  // Throws Refusal.
-  FileWriter(RecorderOptions const& options, std::string const& path, Tracks const& tracks,
-             Packets const& packets);
+  // Nothing is written before the first packet. All arguments but the texts must outlive the
+  // writer. `isft`: used instead of TagOptions::isft. Throws Refusal.
+  FileWriter(RecorderOptions const& options, std::string const& path, std::string const& isft,
+             Tracks const& tracks, Packets const& packets);
   ~FileWriter();
 
   // Stores a packet, whose fields the muxer may change. False when this packet or an earlier one
@@ -47,7 +47,7 @@ class FileWriter {
  private:
   void Note(std::string const& type, std::string const& text, std::string const& reason);
   bool Open();
-  void Configure(Tracks const& tracks);
+  void Configure(Tracks const& tracks, std::string const& isft);
   void ConfigureSync(Tracks const& tracks);
   void ConfigureSpill();
 

@@ -52,11 +52,40 @@ struct QueueOptions {
 struct TagOptions {
   std::vector<char> strd;  // codec data of the first H.264 or HEVC track
   std::string strn;        // name of that track
-  std::string isft;        // name of the recording software
+  std::string isft;        // name of the recording software; empty: see StartOptions
   unsigned junk = 0;       // bytes of JUNK before the data
   // Instead: contents copied from another recording, strd and strn by track.
   std::vector<std::vector<char>> strdOf, strnOf;
   std::vector<char> junkData;
+};
+
+// When something was captured: since 1970-01-01 UTC or, when the clock was not set, since the
+// system was booted.
+struct CaptureTime {
+  std::int64_t time_ns = 0;
+  bool set = true;
+};
+
+// Each file stores when its first packet was captured, and whether the clock was set: in isft,
+// after the name of the software or, if TagOptions::isft is empty, after "kestro" and the version.
+//
+// The clock is read in Push, for the leading track. It is related to the packets' times once for
+// the recording, so that the starts of its files differ exactly as their packets' times do, and
+// again when that no longer holds: when the clock is set for the first time, which counts for all
+// files that begin later, when it was set back by more than 2 s, or when packets have come more
+// than 2 s late for 10 s, because it was set forward or the packets' clock is slower. Repairs (see
+// RecorderOptions::verbatim) write isft as it is.
+struct StartOptions {
+  enum Clock {
+    kAuto,  // not set while it reads earlier than 2020: clocks without a battery begin in 1970
+    kSet,
+    kSinceBoot,
+    kNone,  // files store no start
+  } clock = kAuto;
+  std::function<std::int64_t()> wallClock;  // nanoseconds since 1970 UTC; null: the system's clock
+  // Instead of reading a clock: when the packet with this time was captured; empty: unknown. Called
+  // in Push, for packets of the leading track.
+  std::function<std::optional<CaptureTime>(std::int64_t time_ns)> captured;
 };
 
 // Something that happened. The text is one line for people and names the file.
@@ -90,6 +119,7 @@ struct RecorderOptions {
   SyncOptions sync;
   QueueOptions queue;
   TagOptions tags;
+  StartOptions start;
   unsigned cacheBlocks = 0;  // write cache in blocks of 512 KiB; 0: the muxer's default
   // Write FILE.sha256 when a file is closed: a SHA-256 of each packet and of the file, which
   // sha256sum can check. The file is read for this while the next one is recorded. Needs libcrypto.

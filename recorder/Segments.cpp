@@ -32,11 +32,12 @@ static bool EndsBefore(Packet const& packet, std::int64_t time_ns) {
 }
 
 Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-                   Report report, Finish finish)
+                   FileStarts& starts, Report report, Finish finish)
     : ISink("Segments"),
       _options(options),
       _info(tracks),
       _packets(packets),
+      _starts(starts),
       _report(std::move(report)),
       _finish(std::move(finish)),
       _names(options),
@@ -54,7 +55,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
   auto lead = first(&TrackInfo::IsVideo);
   if (lead == tracks.end()) lead = first(&TrackInfo::IsAudio);
   _lead = static_cast<std::size_t>(lead - tracks.begin());
-  BeginFile();
+  BeginFile(options.tags.isft);
   static_cast<void>(ISink::StatusChange(kRunning));  // a sink without steps of its own
 }
 
@@ -107,6 +108,9 @@ bool Segments::Receive(std::size_t track, PacketRef packet) {
 void Segments::BeginRecording(std::int64_t time_ns) {
   _begun = true;
   _start_ns = _begin_ns = _end_ns = _next_ns = time_ns;
+  // The first file exists to find out whether it can be written; now its start is known.
+  if (std::string const isft = _starts.Isft(time_ns); isft != _options.tags.isft)
+    _file = std::make_unique<FileWriter>(_options, _file->Path(), isft, _info, _packets);
   DropSplits(time_ns);
   _formatter.BeginFile(time_ns);
   std::size_t const all = _held.size();
@@ -251,7 +255,7 @@ bool Segments::StartNextFile(std::int64_t time_ns) {
       return false;
   if (!WriteHeld(time_ns, StartsBefore) || !EndFile(true)) return false;
   DropSplits(time_ns);
-  BeginFile();
+  BeginFile(_starts.Isft(time_ns));
   _begin_ns = _end_ns = time_ns;
   _formatter.BeginFile(time_ns);
   return true;
@@ -286,8 +290,8 @@ bool Segments::Store(std::size_t track, Packet& packet) {
   return true;
 }
 
-void Segments::BeginFile() {
-  _file = std::make_unique<FileWriter>(_options, _names.Next(), _info, _packets);
+void Segments::BeginFile(std::string const& isft) {
+  _file = std::make_unique<FileWriter>(_options, _names.Next(), isft, _info, _packets);
   _atKey = 0;
   _leadWritten = false;
   std::lock_guard lock(_mutex);

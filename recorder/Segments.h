@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "recorder/FileStarts.h"
 #include "recorder/FileWriter.h"
 #include "recorder/FinishedFile.h"
 #include "recorder/SegmentNames.h"
@@ -33,12 +34,13 @@ class Segments : public stream::ISink {
   using Report = std::function<void(Event)>;  // both are called on the thread that delivers packets
   using Finish = std::function<void(FinishedFile)>;
 
-  // Options, tracks and packets must outlive the object. Throws Refusal when the FileWriter of the
-  // first file does. The inputs are open afterwards.
+  // Options, tracks, packets and starts must outlive the object. Throws Refusal when the FileWriter
+  // of the first file does. The inputs are open afterwards.
   Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-           Report report, Finish finish);
+           FileStarts& starts, Report report, Finish finish);
   ~Segments() override;
 
+  std::size_t Lead() const { return _lead; }
   stream::IPort& Input(std::size_t track) { return *_tracks[track].input; }
   void SplitAt(std::int64_t time_ns);  // at the first key frame from this time on; any thread
 
@@ -80,12 +82,13 @@ class Segments : public stream::ISink {
   PacketRef CutAt(Held& held, std::int64_t time_ns);
   bool Write(std::size_t track, stream::Packet& packet);
   bool Store(std::size_t track, stream::Packet& packet);
-  void BeginFile();
+  void BeginFile(std::string const& isft);
   bool EndFile(bool splits);
 
   RecorderOptions const& _options;
   Tracks const& _info;
   Packets const& _packets;
+  FileStarts& _starts;
   Report const _report;
   Finish const _finish;
   SegmentNames _names;

@@ -34,7 +34,8 @@ Tags::OfTracks Tags::ByTrack(std::vector<std::vector<char>> data, std::size_t tr
   return all;
 }
 
-Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
+Tags::Tags(TagOptions const& options, std::string const& isft, std::size_t tracks,
+           std::size_t video)
     : _tags(base::Make<base::Object>("AviVideoTags")) {
   if (!_tags) throw Refusal(Code::kPlugin, "the plug-in has no tag set");
   auto strd = options.strdOf, strn = options.strnOf;
@@ -44,7 +45,7 @@ Tags::Tags(TagOptions const& options, std::size_t tracks, std::size_t video)
   if (!options.strn.empty()) strn.at(video).assign(options.strn.begin(), options.strn.end());
   _strd = ByTrack(std::move(strd), tracks);
   _strn = ByTrack(std::move(strn), tracks);
-  _isft = Padded(options.isft);
+  _isft = Padded(isft);
   Set("strdbuf", _strd.buf.data());
   Set("strdsize", _strd.size.data());
   Set("strnbuf", _strn.buf.data());

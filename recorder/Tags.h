@@ -14,8 +14,9 @@ namespace kestro::record {
 // Values are padded with zeros, because readers expect chunks of even length.
 class Tags {
  public:
-  // `tracks`: number of tracks; `video`: the track that strd and strn belong to. Throws Refusal.
-  Tags(TagOptions const& options, std::size_t tracks, std::size_t video);
+  // `isft`: used instead of that of the options. `tracks`: number of tracks; `video`: the track
+  // that strd and strn belong to. Throws Refusal.
+  Tags(TagOptions const& options, std::string const& isft, std::size_t tracks, std::size_t video);
 
   base::Object* Get() const { return _tags.get(); }
   // The chunks' contents, by track; empty for no chunk.

@@ -17,7 +17,10 @@ static constexpr std::int64_t kSecond_ns = 1000000000;
 static constexpr std::int64_t kLatest_ns = INT64_MAX / 4;
 
 Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
-    : _options(CheckedOptions(options)), _worker(options.threadless), _sequence(tracks.size()) {
+    : _options(CheckedOptions(options)),
+      _starts(_options),
+      _worker(options.threadless),
+      _sequence(tracks.size()) {
   SortTracks(tracks);
   if (!_options.verbatim) {
     CheckTracks(_tracks);
@@ -31,12 +34,13 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
     throw Refusal(Code::kBusy, _options.path + ": another recorder is writing these files");
   _packets = std::make_unique<Packets>(_tracks);
   if (_options.verbatim) {
-    _file = std::make_unique<FileWriter>(_options, _options.path, _tracks, *_packets);
+    _file = std::make_unique<FileWriter>(_options, _options.path, _options.tags.isft, _tracks,
+                                         *_packets);
     return;
   }
   auto const report = [this](Event event) { Report(std::move(event)); };
   _segments = std::make_unique<Segments>(
-      _options, _tracks, *_packets, report, [this, report](FinishedFile file) {
+      _options, _tracks, *_packets, _starts, report, [this, report](FinishedFile file) {
         _worker.Post(
             [this, file = std::move(file), report] { FinishFile(file, _options, report); });
       });
@@ -125,6 +129,7 @@ Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
   packet->Seq(_sequence[number]++);
   bool const allKeys = _tracks[number].IsAudio() || _tracks[number].codec == TrackInfo::kMjpeg;
   if (allKeys && !_options.verbatim) packet->Flags(stream::Packet::kKey);
+  if (_segments && number == _segments->Lead()) _starts.Take(packet->Pts());
   bool const stored = PassOn(number, *packet);
   _worker.RunPosted();
   if (stored) return Code::kOk;

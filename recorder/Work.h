@@ -50,6 +50,7 @@ class Recorder::Work {
   std::uint64_t _warnings = 0;
 
   std::unique_ptr<Packets> _packets;
+  FileStarts _starts;
   Worker _worker;
   std::unique_ptr<Segments> _segments;  // null when verbatim
   std::mutex _fileMutex;

@@ -141,6 +141,13 @@ typedef struct kestro_recorder_storage {
   uint64_t (*available)(void* context, const char* path); /* bytes; null or UINT64_MAX: unknown */
 } kestro_recorder_storage;
 
+enum { /* the clock by which files store when their first packet was captured */
+       KESTRO_RECORDER_START_AUTO, /* not set while it reads earlier than 2020 */
+       KESTRO_RECORDER_START_SET,
+       KESTRO_RECORDER_START_SINCE_BOOT, /* not set: the time since the system was booted */
+       KESTRO_RECORDER_START_NONE        /* files store no start */
+};
+
 typedef struct kestro_recorder_options {
   size_t size;
   const char* path;  /* "cam-%05d.avi": cam-00001.avi, ...; "cam.avi": cam.avi, cam-00002.avi */
@@ -165,7 +172,7 @@ typedef struct kestro_recorder_options {
 
   const void* strd; /* optional chunks in the file header */
   size_t strd_size;
-  const char *strn, *isft;
+  const char *strn, *isft; /* isft: null for "kestro" and the version, if the start is stored */
   uint32_t junk;
   const char* const* properties; /* muxer properties: "name=value", ..., null */
 
@@ -181,6 +188,13 @@ typedef struct kestro_recorder_options {
   /* Not 0: write FILE.sha256 when a file is closed, with a SHA-256 of each packet and of the file.
    * Needs libcrypto. */
   int32_t hash;
+  /* How the start of a file is found out and stored: see StartOptions in
+   * recorder/RecorderOptions.h. */
+  int32_t start_clock;
+  int64_t (*wall_clock)(void* context); /* since 1970-01-01 UTC; null: the system's clock */
+  /* Instead of reading a clock: when the packet with this time was captured, on the clock that
+   * start_clock names; negative: unknown. */
+  int64_t (*captured)(void* context, int64_t time_ns);
 } kestro_recorder_options;
 /* Sets the defaults; pass sizeof(kestro_recorder_options) as `size`. */
 KESTRO_RECORDER_API void kestro_recorder_options_init(kestro_recorder_options* options,

@@ -95,7 +95,7 @@ class Promiser : public stream::ISink {
       name.insert(name.rfind('.'), "-" + std::to_string(_pushed / _plan.perFile));
     theSystem.file = name;
     theSystem.barriers = theSystem.sideBarriers = 0;
-    _recorder = std::make_unique<record::FileWriter>(_plan.recorder, name, _tracks, _packets);
+    _recorder = std::make_unique<record::FileWriter>(_plan.recorder, name, "", _tracks, _packets);
     return true;
   } catch (std::exception const& error) {
     std::printf("error: %s\n", error.what());

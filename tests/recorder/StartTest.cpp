@@ -1,7 +1,8 @@
-// When files start: the text in which they store it, and how it follows the clock.
-#include <gtest/gtest.h>
+// When files start: the text in which they store it, and how recorders find it out.
+#include <gmock/gmock.h>
 
 #include "avi/ClockAnchor.h"
+#include "recorder/RecorderSession.h"
 
 namespace kestro::test {
 namespace {
@@ -10,8 +11,9 @@ using avi::ClockAnchor;
 using avi::IsoTime;
 using avi::Software;
 using avi::StartTime;
+using record::StartOptions;
 
-constexpr std::int64_t kMs = 1000000, kSecond = 1000 * kMs;
+constexpr std::int64_t kSecond = 1000 * kMs;
 constexpr std::int64_t kAt = 1795359397 * kSecond;  // 2026-11-22T14:56:37Z
 
 TEST(Start, DatesAreReadStrictly) {
@@ -117,6 +119,69 @@ TEST(Start, AnchorFollowsTheClockButNotLatePackets) {
                     at.set ? "" : "b");
       EXPECT_STREQ(text, step.captured) << c.name << ", packet at " << step.packet << " s";
     }
+  }
+}
+
+// Four files of a second. Their starts are in seconds after kAt, rounded down to milliseconds.
+TEST(Start, FilesOfARecordingAgree) {
+  struct {
+    char const* name;
+    std::function<void(StartOptions&, std::int64_t const& now_ns)> choose;
+    std::vector<std::string> starts;
+    char const* isft = "";
+    record::SyncOptions::Mode sync = record::SyncOptions::kOff;
+  } const cases[] = {
+      {"a clock that jitters",
+       [](StartOptions& start, std::int64_t const& now_ns) {
+         start.wallClock = [&now_ns] { return kAt + now_ns + now_ns / 7 % (300 * kMs); };
+       },
+       {"kestro 0.000", "kestro 1.000", "kestro 2.000", "kestro 3.000"}},
+      {"set back in between, synced",
+       [](StartOptions& start, std::int64_t const& now_ns) {
+         start.wallClock = [&now_ns] {
+           return kAt + now_ns - (now_ns < 1500 * kMs ? 0 : kSecond * 60);
+         };
+       },
+       {"me 0.000", "me 1.000", "me -58.000", "me -57.000"},
+       "me",
+       record::SyncOptions::kImage},
+      {"as given, where it is known",
+       [](StartOptions& start, std::int64_t const&) {
+         start.captured = [](std::int64_t time_ns) -> std::optional<record::CaptureTime> {
+           if (time_ns == 7 * kSecond) return std::nullopt;
+           return record::CaptureTime{kAt + time_ns * 2, true};
+         };
+       },
+       {"me 10.000", "me 12.000", "me", "me 16.000"},
+       "me"},
+      {"none",
+       [](StartOptions& start, std::int64_t const&) { start.clock = StartOptions::kNone; },
+       {"", "", "", ""}},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecorderSession s({VideoTrack()}, true);
+    std::int64_t now_ns = 0;
+    s.options.segments.time_ns = kSecond;
+    s.options.sync.mode = c.sync;
+    s.options.tags.isft = c.isft;
+    c.choose(s.options.start, now_ns);
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 100; ++i, now_ns += 40 * kMs)
+      EXPECT_EQ(s.Push(0, Picture(i), 5 * kSecond + now_ns, i % 5 == 0), record::Code::kOk) << i;
+    EXPECT_TRUE(s.recorder->Stop());
+    std::vector<std::string> starts;
+    for (std::string const name : {"cam-001.avi", "cam-002.avi", "cam-003.avi", "cam-004.avi"}) {
+      auto const file = s.storage.Read(name);
+      Software const software = file->ReadSoftware();
+      starts.push_back(software.name.substr(0, software.name.find(' ')));
+      char text[32];
+      if (software.start)
+        starts.back() +=
+            (std::snprintf(text, sizeof text, " %.3f", double(software.start->time_ns - kAt) / 1e9),
+             text);
+    }
+    EXPECT_EQ(starts, c.starts);
   }
 }
 

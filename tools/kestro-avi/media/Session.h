@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "avi/StartTime.h"
 #include "cli/Notice.h"
 #include "media/AnnexB.h"
 #include "media/TrackChoice.h"
@@ -20,7 +22,8 @@ struct InputOptions {
   bool video = true, audio = true, text = true;
   std::vector<TrackChoice> choices;  // of the kinds above; empty: all tracks
   bool keepSamples = false;          // do not stretch audio to the speed at which the pictures play
-  bool newFileAtGap = false;         // where frames are missing, start a new file
+  std::optional<std::int64_t> start_ns;  // --start-time: of the first packet, since 1970 UTC
+  bool newFileAtGap = false;             // where frames are missing, start a new file
   bool (*interrupted)() = [] { return false; };  // called while inputs are opened and read
 };
 
@@ -56,6 +59,10 @@ class KESTRO_API Session {
   // Gets the next packet in time order and its track number. Returns false at the end of all tracks
   // and when interrupted.
   virtual bool Next(std::size_t& track, TimedPacket& packet) = 0;
+
+  // When the packet with this time was captured: as given, by the clock for live inputs, or as the
+  // inputs say. Empty if unknown. Call it when the packet has just been returned.
+  virtual std::optional<avi::StartTime> Captured(std::int64_t time_ns) = 0;
 
   virtual ReadExtent ReadSoFar() const = 0;  // of all inputs together
 

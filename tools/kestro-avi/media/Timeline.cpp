@@ -38,6 +38,16 @@ std::int64_t Timeline::Video_ns(std::int64_t input_ns) const {
   return Scaled(input_ns - CutBefore_ns(input_ns), videoSpeed.num, videoSpeed.den);
 }
 
+std::int64_t Timeline::Input_ns(std::int64_t recorded_ns) const {
+  std::int64_t const played_ns = Scaled(recorded_ns, videoSpeed.den, videoSpeed.num);
+  auto const next = std::partition_point(_gaps.begin(), _gaps.end(), [=](Gap const& gap) {
+    return gap.begin_ns - gap.before_ns <= played_ns;
+  });
+  if (next != _gaps.end()) return played_ns + next->before_ns;
+  return played_ns +
+         (_gaps.empty() ? 0 : _gaps.back().before_ns + _gaps.back().end_ns - _gaps.back().begin_ns);
+}
+
 std::vector<std::pair<std::int64_t, std::int64_t>> Timeline::Kept(std::int64_t begin_ns,
                                                                   std::int64_t end_ns) const {
   std::vector<std::pair<std::int64_t, std::int64_t>> kept;

@@ -44,6 +44,8 @@ class Timeline {
   // The recorded time of audio and of pictures.
   std::int64_t Audio_ns(std::int64_t input_ns) const;
   std::int64_t Video_ns(std::int64_t input_ns) const;
+  // The input time of a picture that is recorded at this time.
+  std::int64_t Input_ns(std::int64_t recorded_ns) const;
   // What remains of a stretch of time.
   std::vector<std::pair<std::int64_t, std::int64_t>> Kept(std::int64_t begin_ns,
                                                           std::int64_t end_ns) const;

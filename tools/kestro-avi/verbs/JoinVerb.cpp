@@ -218,6 +218,7 @@ int JoinVerb::Run() {
   options.keep = _files;
   options.queue.enabled = false;
   options.tags = _head.tags;
+  options.start.clock = record::StartOptions::kNone;
   options.segments.maxSkew_ns = 0;  // the files are as they are
   options.onEvent = [this](record::Event const& event) {
     if (event.kind == record::Event::kClosed) {

@@ -10,6 +10,7 @@
 #include "cli/Errors.h"
 #include "cli/Suggest.h"
 #include "cli/Text.h"
+#include "cli/WallTime.h"
 #include "media/FrameRate.h"
 #include "media/SeriesName.h"
 #include "media/TextEncoding.h"
@@ -146,6 +147,11 @@ void RecordOptions::AddTags(CLI::App& app) {
   app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
       ->type_name("TEXT");
   app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
+  auto* start = app.add_option("--start-time", _startTime,
+                               "When the recording starts, such as 2026-11-22T14:57:00Z (INFO)")
+                    ->type_name("TIME");
+  app.add_flag("--no-start-time", _noStartTime, "Do not store when the recording starts")
+      ->excludes(start);
   app.add_option("--junk", _junk, "Bytes of JUNK before the data")->type_name("BYTES");
 }
 
@@ -191,6 +197,8 @@ void RecordOptions::Check() {
     throw Error(kUsage, "--text-encoding: unknown encoding \"" + input.textEncoding +
                             "\" (\"iconv -l\" lists the known ones)");
   for (std::string const& map : _maps) input.choices.push_back(TrackChoice::Parse(map));
+  if (!_startTime.empty()) input.start_ns = ParseWallTime_ns("--start-time", _startTime);
+  if (_noStartTime) recorder.start.clock = record::StartOptions::kNone;
   input.video = !_noVideo;
   input.audio = !_noAudio;
   input.text = !_noText;

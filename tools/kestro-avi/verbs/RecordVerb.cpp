@@ -253,6 +253,12 @@ int RecordVerb::Run() {
   auto const session =
       LoadMedia().OpenInputs(_options.addresses, _options.input, _options.selection);
   _options.recorder.onEvent = [this](record::Event const& event) { HandleEvent(event); };
+  _options.recorder.start.captured =
+      [&session](std::int64_t time_ns) -> std::optional<record::CaptureTime> {
+    auto const captured = session->Captured(time_ns);
+    if (!captured) return std::nullopt;
+    return record::CaptureTime{captured->time_ns, captured->set};
+  };
   auto const recorder = OpenRecorder(_options.recorder, session->Tracks());
   ReportNotes(*session, *recorder);
   Progress progress = NewProgress(*session);

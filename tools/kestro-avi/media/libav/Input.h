@@ -2,10 +2,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "avi/ClockAnchor.h"
 #include "media/Session.h"
 #include "media/libav/Track.h"
 
@@ -23,6 +25,11 @@ class Input {
   virtual bool Read() = 0;
   virtual ReadExtent ReadSoFar() const { return {}; }
 
+  // When it was captured, if it says so.
+  std::optional<avi::StartTime> const& Start() const { return _start; }
+  // When a live input was opened. Its first packets wait until its streams are known.
+  std::optional<avi::ClockAnchor::Now> const& LiveSince() const { return _liveSince; }
+
   // Why reading stopped before the end: a system error. Empty if it did not.
   std::string const& Failure() const { return _failure; }
   // Damage and other problems, one line each.
@@ -34,6 +41,8 @@ class Input {
  protected:
   std::vector<std::unique_ptr<Track>> _tracks;
   bool _hasVideo = false;
+  std::optional<avi::StartTime> _start;
+  std::optional<avi::ClockAnchor::Now> _liveSince;
   std::string _failure;
   Notices _findings, _notes, _events;
 };

@@ -14,7 +14,7 @@ static constexpr std::size_t kMaxAheadBytes = 32 << 20;
 
 InputSession::InputSession(std::vector<std::string> const& addresses, InputOptions const& options,
                            Selection const& selection)
-    : _interrupted(options.interrupted), _timeline(selection) {
+    : _interrupted(options.interrupted), _timeline(selection), _start_ns(options.start_ns) {
   for (TrackChoice const& choice : options.choices)
     if (choice.Input() >= addresses.size())
       throw Error(kUsage, "--map " + choice.Text() + ": there is no such input");
@@ -27,6 +27,8 @@ InputSession::InputSession(std::vector<std::string> const& addresses, InputOptio
     if (choices.empty() && !options.choices.empty())
       throw Error(kUsage, "--map: chooses nothing of " + addresses[i]);
     _inputs.push_back(OpenInput(addresses[i], own, _timeline));
+    auto const& since = _inputs.back()->LiveSince();
+    if (since && !_clock) _clock.emplace().Take(0, *since);
   }
   for (bool numbered : {true, false})
     for (std::size_t i = 0; i < _inputs.size(); ++i)
@@ -157,6 +159,16 @@ bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
     _inputs[_tracks[best]->WaitsForLead() ? _leadInput : _inputOf[best]]->Read();
   }
   return false;
+}
+
+std::optional<avi::StartTime> InputSession::Captured(std::int64_t time_ns) {
+  std::int64_t const input_ns = _timeline.Input_ns(time_ns);  // from the recording's start
+  if (_start_ns) return avi::StartTime{*_start_ns + input_ns, true};
+  if (_clock) return _clock->Take(_timeline.offset_ns + input_ns, avi::ClockAnchor::Now::Read());
+  for (auto const& input : _inputs)
+    if (auto const& start = input->Start())
+      return avi::StartTime{start->time_ns + _timeline.offset_ns + input_ns, start->set};
+  return std::nullopt;
 }
 
 // A text gets the time of the next frame.

@@ -18,6 +18,7 @@ class InputSession : public Session {
 
   record::Tracks Tracks() const override;
   bool Next(std::size_t& track, TimedPacket& packet) override;
+  std::optional<avi::StartTime> Captured(std::int64_t time_ns) override;
   ReadExtent ReadSoFar() const override;
   Notices Notes() const override;
   Notices LateNotes() const override;
@@ -35,6 +36,8 @@ class InputSession : public Session {
 
   bool (*const _interrupted)();
   Timeline _timeline;
+  std::optional<std::int64_t> const _start_ns;  // as given
+  std::optional<avi::ClockAnchor> _clock;       // of live inputs
   std::vector<std::unique_ptr<Input>> _inputs;
   std::vector<Track*> _tracks;
   std::vector<std::size_t> _inputOf;  // by track

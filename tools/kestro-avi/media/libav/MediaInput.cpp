@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "avi/AviFile.h"
 #include "base/LittleEndian.h"
 #include "cli/Errors.h"
 #include "cli/Text.h"
@@ -35,7 +36,27 @@ MediaInput::MediaInput(std::string const& address, InputOptions const& options, 
 void MediaInput::Open(InputOptions const& options) {
   std::error_code none;
   if (std::filesystem::is_regular_file(_address, none)) CheckSize(_address);
-  _format = OpenFormat(_address, options.rate, options.interrupted);
+  avi::ClockAnchor::Now opened{};
+  _format = OpenFormat(_address, options.rate, options.interrupted, &opened);
+  if (IsLive())
+    _liveSince = opened;
+  else
+    _start = ReadStart();
+}
+
+// A recording of this system knows its start; other containers may have a date, which writers leave
+// out or set to their epoch when they do not know it.
+std::optional<avi::StartTime> MediaInput::ReadStart() const {
+  if (std::strcmp(_format->iformat->name, "avi") == 0) {
+    try {
+      if (auto const start = avi::AviFile(_address).ReadSoftware().start) return start;
+    } catch (Error const&) {  // libavformat reads more than we do
+    }
+  }
+  auto const* const date = av_dict_get(_format->metadata, "creation_time", nullptr, 0);
+  auto const time = avi::IsoTime::Parse(date != nullptr ? date->value : "");
+  if (!time || !time->zoned || time->time_ns <= 0) return std::nullopt;
+  return avi::StartTime{time->time_ns, true};
 }
 
 // Whether the stream can be a track. Video codecs are checked later, where an unsupported one is an

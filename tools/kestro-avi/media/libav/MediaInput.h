@@ -35,6 +35,7 @@ class MediaInput : public Input {
                                       Timeline const& timeline);
   VideoOptions OptionsFor(AVStream& stream, InputOptions const& options, std::string const& name);
   bool IsLive() const;
+  std::optional<avi::StartTime> ReadStart() const;
   void NoteRotation(AVStream const& stream);
   void Finish(int outcome);
   void CheckLength();

@@ -60,7 +60,8 @@ static int Open(FormatPtr& format, std::string const& url, AVInputFormat const* 
   return failed;
 }
 
-FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*interrupted)()) {
+FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*interrupted)(),
+                     avi::ClockAnchor::Now* opened) {
   std::error_code none;
   std::string url = address == "-" ? "pipe:0" : address;
   auto const status = std::filesystem::status(address, none);
@@ -77,6 +78,7 @@ FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*int
   FormatPtr format;
   int failed = Open(format, url, device, rate, camera ? "mjpeg" : nullptr, interrupted);
   if (failed < 0 && camera) failed = Open(format, url, device, rate, nullptr, interrupted);
+  if (opened != nullptr) *opened = avi::ClockAnchor::Now::Read();
   if (failed >= 0) failed = avformat_find_stream_info(format.get(), nullptr);
   ExitCode const code = ExitCodeOf(failed);
   if (failed < 0)

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "avi/ClockAnchor.h"
 #include "base/Fraction.h"
 #include "cli/Errors.h"
 #include "media/libav/Libav.h"
@@ -10,8 +11,10 @@
 namespace kestro::tool {
 
 // Opens a file name, an address or a device, and reads what streams it has. `rate`: what to request
-// from a device, 0/1 for its default. `interrupted` ends every wait, also later ones. Throws Error.
-FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*interrupted)());
+// from a device, 0/1 for its default. `interrupted` ends every wait, also later ones. Sets `opened`
+// to when the input began to deliver, if it is not null. Throws Error.
+FormatPtr OpenFormat(std::string const& address, base::Fraction rate, bool (*interrupted)(),
+                     avi::ClockAnchor::Now* opened = nullptr);
 
 // The exit code for an error of libavformat.
 ExitCode ExitCodeOf(int failed);

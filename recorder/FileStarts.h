@@ -1,0 +1,40 @@
+// Knows when each file of a recording starts.
+#pragma once
+
+#include <deque>
+#include <mutex>
+#include <optional>
+
+#include "avi/ClockAnchor.h"
+#include "recorder/RecorderOptions.h"
+
+namespace kestro::record {
+
+// Relates the packets' times to the time at which they were captured. This happens when packets are
+// pushed, because they may wait in the queue for a long time. All functions may be called from any
+// thread.
+class FileStarts {
+ public:
+  explicit FileStarts(RecorderOptions const& options);  // which must outlive the object
+
+  // Takes a packet of the leading track that is being pushed.
+  void Take(std::int64_t time_ns);
+  // The content of isft in a file that starts at this time. Times must not decrease.
+  std::string Isft(std::int64_t time_ns);
+
+ private:
+  struct Span {
+    std::int64_t from_ns;  // packet time
+    std::optional<avi::StartTime> start;
+  };
+  std::optional<avi::StartTime> Captured(std::int64_t time_ns);
+
+  RecorderOptions const& _options;
+  bool const _known;  // there is something to write
+
+  std::mutex _mutex;  // protects what follows
+  avi::ClockAnchor _anchor;
+  std::deque<Span> _spans;  // each up to the next one; of times that no file has started at
+};
+
+}  // namespace kestro::record
