@@ -86,19 +86,18 @@ void AviFile::ReadTracks() {
       ReadStreamHeader(_reader, chunk, _tracks.back());
     } else if (inTrack && chunk.id == Convert4("strf")) {
       ReadStreamFormat(_reader, chunk, _tracks.back());
+    } else if (inTrack && chunk.id == Convert4("strn")) {
+      _tracks.back().name = ReadText(_reader, chunk);
+    } else if (inTrack && chunk.id == Convert4("strd")) {
+      _tracks.back().streamData = chunk;
     }
   }
 }
 
 Software AviFile::ReadSoftware() {
-  constexpr int64 kMost = 1 << 16;
-  for (Chunk const& chunk : _tree) {
-    if (chunk.id != Convert4("isft") && chunk.id != Convert4("ISFT")) continue;
-    std::string text(
-        static_cast<std::size_t>(std::clamp<int64>(chunk.end - chunk.Payload(), 0, kMost)), 0);
-    text.resize(_reader.Read(chunk.Payload(), text.data(), static_cast<unsigned>(text.size())));
-    return Software::Parse(text);
-  }
+  for (Chunk const& chunk : _tree)
+    if (chunk.id == Convert4("isft") || chunk.id == Convert4("ISFT"))
+      return Software::Parse(ReadText(_reader, chunk));
   return {};
 }
 

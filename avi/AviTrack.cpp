@@ -26,6 +26,14 @@ std::string AviTrack::Kind() const {
   return codec.empty() || codec == type ? type : type + " " + codec;
 }
 
+std::string ReadText(RiffReader& reader, Chunk const& chunk) {
+  constexpr int64 kMost = 1 << 16;
+  int64 const size = std::clamp<int64>(chunk.end - chunk.Payload(), 0, kMost);
+  std::string text(static_cast<std::size_t>(size), '\0');
+  text.resize(reader.Read(chunk.Payload(), text.data(), static_cast<unsigned>(size)));
+  return text.substr(0, text.find('\0'));
+}
+
 void ReadStreamHeader(RiffReader& reader, Chunk const& chunk, AviTrack& track) {
   Fields<56> const fields(reader, chunk);
   unsigned const type = fields.At32(0);

@@ -17,6 +17,8 @@ struct AviTrack {
   unsigned sampleRate = 0, channels = 0, bits = 0;  // audio
   unsigned scale = 0, rate = 0, length = 0;         // from the stream header
   unsigned bytesPerSecond = 0;                      // audio
+  std::string name;                                 // from strn
+  Chunk streamData;                                 // strd; only valid if its id is not 0
   std::vector<unsigned char> extra;  // video: what follows the format, such as an avcC record
 
   base::uint64 chunks = 0, keyChunks = 0, bytes = 0;  // `bytes`: of payload
@@ -29,6 +31,9 @@ struct AviTrack {
   // Audio: the size of one sample of each channel; 1 if the header has none.
   unsigned FrameBytes() const { return std::max(1u, channels * bits / 8); }
 };
+
+// The text in a chunk, up to a zero and at most 64 KiB.
+std::string ReadText(RiffReader& reader, Chunk const& chunk);
 
 // Read the chunks strh and strf of a track.
 void ReadStreamHeader(RiffReader& reader, Chunk const& chunk, AviTrack& track);

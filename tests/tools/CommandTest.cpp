@@ -34,11 +34,16 @@ TEST_F(CommandTest, InfoPrintsTheWholeDocument) {
        "notes": [],
        "tracks": [
         {"number": 0, "type": "video", "handler": "H264", "codec": "h264", "width": 320,
-         "height": 180, "frame_rate": 25, "chunks": 25, "key_chunks": 1, "duration_ms": 1000},
+         "height": 180, "frame_rate": 25, "chunks": 25, "key_chunks": 1, "duration_ms": 1000,
+         "profile": "High", "level": "1.2", "bit_depth": 8, "chroma": "4:2:0",
+         "sample_aspect": "1:1", "display_aspect": "16:9", "interlaced": false},
         {"number": 1, "type": "audio", "handler": "PCM", "codec": "pcm", "rate": 8000,
-         "channels": 1, "bits": 16, "chunks": 25, "bytes": 16000, "duration_ms": 1000}]}]})");
+         "channels": 1, "bits": 16, "chunks": 25, "bytes": 16000, "duration_ms": 1000,
+         "bit_rate": 128000}]}]})");
   expected["files"][0]["size"] = fs::file_size(At("a.avi"));
-  expected["files"][0]["tracks"][0]["bytes"] = Payload("a.avi", 0).size();
+  std::size_t const bytes = Payload("a.avi", 0).size();
+  expected["files"][0]["tracks"][0]["bytes"] = bytes;
+  expected["files"][0]["tracks"][0]["bit_rate"] = 8 * bytes;
   EXPECT_EQ(json::parse(info.out), expected);
 
   Write("text.txt", "no film");

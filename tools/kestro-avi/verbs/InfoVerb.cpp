@@ -9,6 +9,7 @@
 #include "cli/NewFile.h"
 #include "cli/Text.h"
 #include "plot/Plot.h"
+#include "verbs/Details.h"
 #include "verbs/Targets.h"
 #include "verbs/TrackText.h"
 #include "verify/FrameConverter.h"
@@ -19,6 +20,7 @@ void InfoVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   _json.AddTo(app);
   app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
+  app.add_flag("--deep", _deep, "Find out whether parameter sets change, in all key frames");
   auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and layout of FILE")
                    ->type_name("OUT.svg");
   app.add_flag("--force", _force, "Overwrite OUT.svg")->needs(plot);
@@ -41,16 +43,21 @@ static char const* PlaceText(avi::AviFile::Index place) {
   }
 }
 
-static Json FileJson(std::string const& path, avi::AviFile const& avi, bool tree) {
+static Json FileJson(std::string const& path, avi::AviFile& avi, bool tree, bool deep) {
   Json json{{"file", path},
             {"size", avi.Size()},
             {"duration_ms", avi.Duration_ms()},
             {"skew_ms", avi.Skew_ms()},
             {"index", PlaceText(avi.IndexPlace())},
             {"complete", !avi.CutOff()},
-            {"notes", avi.Notes()},
-            {"tracks", Json::array()}};
-  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) json["tracks"].push_back(TrackJson(avi, i));
+            {"notes", avi.Notes()}};
+  AddSoftware(json, avi.ReadSoftware());
+  json["tracks"] = Json::array();
+  auto const formats = ReadFormats(avi, deep);
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) {
+    json["tracks"].push_back(TrackJson(avi, i));
+    AddDetails(json["tracks"].back(), avi.Reader(), avi.Tracks()[i], formats[i], deep);
+  }
   if (!tree) return json;
   for (avi::Chunk const& chunk : avi.Tree()) {
     Json node{{"depth", chunk.depth}, {"id", avi::CodeText(chunk.id)}};
@@ -95,12 +102,14 @@ static std::string TreeText(avi::AviFile const& avi, bool whole) {
   return whole ? coloured("        offset         size  chunk", kFaint) + "\n" + text : text + "\n";
 }
 
-static std::string FileText(std::string const& path, avi::AviFile const& avi, bool tree) {
+static std::string FileText(std::string const& path, avi::AviFile& avi, bool tree, bool deep) {
   std::string text = Shown(path) + ": AVI, " + std::to_string(avi.Size()) + " bytes, " +
                      Seconds(avi.Duration_ms()) + ", index " + PlaceText(avi.IndexPlace());
   if (avi.Skew_ms() > 0) text += ", tracks end " + Seconds(avi.Skew_ms()) + " apart";
-  text += "\n";
-  for (std::size_t i = 0; i < avi.Tracks().size(); ++i) text += TrackText(avi, i);
+  text += "\n" + SoftwareText(avi.ReadSoftware());
+  auto const formats = ReadFormats(avi, deep);
+  for (std::size_t i = 0; i < avi.Tracks().size(); ++i)
+    text += TrackText(avi, i) + DetailsText(avi.Tracks()[i], formats[i], deep);
   text += TreeText(avi, tree);
   for (std::string const& note : avi.Notes()) text += "  note: " + note + "\n";
   return text;
@@ -118,9 +127,9 @@ int InfoVerb::Run() {
     avi::AviFile avi(path);
     if (!_plot.empty()) Targets(avi, path).CheckPath(_plot, _force);
     if (_json)
-      array.push_back(FileJson(path, avi, _tree));
+      array.push_back(FileJson(path, avi, _tree, _deep));
     else
-      WriteData(FileText(path, avi, _tree));
+      WriteData(FileText(path, avi, _tree, _deep));
     if (!_plot.empty()) Draw(avi, path);
     if (!avi.CutOff()) return kOk;
     Report(path + ": is incomplete");

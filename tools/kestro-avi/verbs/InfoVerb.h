@@ -27,7 +27,7 @@ class InfoVerb {
   std::vector<std::string> _files;
   std::string _plot;
   JsonOption _json;
-  bool _tree = false, _force = false;
+  bool _tree = false, _deep = false, _force = false;
 };
 
 }  // namespace kestro::tool
