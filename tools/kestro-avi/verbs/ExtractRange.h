@@ -19,7 +19,8 @@ class ExtractRange : public avi::TrackReader::Range {
   ExtractRange(avi::AviFile& avi, std::int64_t from_ms, std::int64_t to_ms);
 
   bool Has(std::size_t track, std::uint64_t position, std::uint64_t count) const override;
-  void Cut(std::size_t track, avi::Piece& piece) override;  // positions then count from the part
+  void Cut(std::size_t track, avi::Piece& piece) override;    // positions then count from the part
+  std::int64_t Begin_ns() const { return _begin_us * 1000; }  // of the part, in the file
   // The track as it is in the part.
   avi::AviTrack Describe(std::size_t track) const;
 

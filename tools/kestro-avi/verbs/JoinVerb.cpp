@@ -33,7 +33,7 @@ void JoinVerb::AddTo(CLI::App& app) {
         app.add_option("--from", _from, "Begin with the key frame at or before this time")
             ->type_name("T");
     auto* const to = app.add_option("--to", _to, "End at this time")->type_name("T");
-    app.add_flag("--list", _list, "List the files with their times instead")
+    app.add_flag("--list", _list, "List the files with their times and dates instead")
         ->excludes(output)
         ->excludes(from)
         ->excludes(to);
@@ -42,14 +42,20 @@ void JoinVerb::AddTo(CLI::App& app) {
   _json.AddTo(app);
   _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
-  app.footer(std::string("Examples:\n") +
-             (clip ? "  kestro-avi clip --from 1:30 --to 2:00 -o part.avi recording.avi\n"
-                     "  kestro-avi clip --list cam-*.avi\n"
-                     "  kestro-avi clip --from 59:50 --to 1:00:10 -o event.avi cam-*.avi\n\n"
-                   : "  kestro-avi join -o day.avi cam-*.avi\n\n") +
-             "Nothing is encoded. Several files count as one recording: each begins where the one\n"
-             "before ends. They must have the same tracks, with the same sizes and rates. A new\n"
-             "file starts before 2 GiB.");
+  app.footer(
+      std::string("Examples:\n") +
+      (clip ? "  kestro-avi clip --from 1:30 --to 2:00 -o part.avi recording.avi\n"
+              "  kestro-avi clip --list cam-*.avi\n"
+              "  kestro-avi clip --from 59:50 --to 1:00:10 -o event.avi cam-*.avi\n"
+              "  kestro-avi clip --from 2026-11-22T14:57:00Z --to 2026-11-22T14:57:10Z "
+              "-o event.avi cam-*.avi\n\n"
+              "Times count from the beginning of the first file. A date, which the files must "
+              "store,\n"
+              "is in UTC (Z), has an offset (+01:00), or is local time.\n\n"
+            : "  kestro-avi join -o day.avi cam-*.avi\n\n") +
+      "Nothing is encoded. Several files count as one recording: each begins where the one\n"
+      "before ends. They must have the same tracks, with the same sizes and rates. A new\n"
+      "file starts before 2 GiB.");
 }
 
 // The tracks as far as joined files must have them in common.
@@ -101,25 +107,23 @@ void JoinVerb::ReadParts() {
     avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];
     std::int64_t const length_ms =
         lead.type == "video" ? Time_ns(lead, lead.chunks) / 1000000 : lead.duration_ms;
-    _parts.push_back({path, start_ms, std::max<std::int64_t>(0, length_ms), head.numbers});
+    avi::Software const software = avi.ReadSoftware();
+    _parts.push_back(
+        {path, start_ms, std::max<std::int64_t>(0, length_ms), head.numbers, software.start});
+    _times.Add({path, start_ms, _parts.back().length_ms, software.start});
+    if (_parts.size() == 1) _software = software.name;
     start_ms += _parts.back().length_ms;
   }
 }
 
-void JoinVerb::List() const {
-  std::string text = "       begin          end  file\n";
-  Json files = Json::array();
-  for (Part const& part : _parts) {
-    files.push_back({{"file", part.path},
-                     {"begin_ms", part.start_ms},
-                     {"end_ms", part.start_ms + part.length_ms}});
-    char times[64];
-    std::snprintf(times, sizeof times, "%12.3f %12.3f  ", double(part.start_ms) / 1000,
-                  double(part.start_ms + part.length_ms) / 1000);
-    text += times + Shown(part.path) + "\n";
-  }
-  SetAnswer({{"files", std::move(files)}});
-  if (!_json) WriteData(text);
+// When a packet of the joined recording was captured.
+std::optional<record::CaptureTime> JoinVerb::Captured(std::int64_t time_ns) const {
+  for (auto part = _starts.rbegin(); part != _starts.rend(); ++part)
+    if (auto const& [base_ns, start] = *part; base_ns <= time_ns) {
+      if (!start) return std::nullopt;
+      return record::CaptureTime{start->time_ns + time_ns - base_ns, start->set};
+    }
+  return std::nullopt;
 }
 
 void JoinVerb::BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range) {
@@ -173,6 +177,9 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
   std::optional<ExtractRange> range;
   if (from_ms > 0 || to_ms > 0) range.emplace(avi, from_ms, to_ms);
   BeginAudio(part, avi, range ? &*range : nullptr);
+  auto start = part.start;
+  if (start && range) start->time_ns += range->Begin_ns();
+  _starts.emplace_back(_base_ns, start);
 
   std::size_t const lead = LeadOf(avi);
   std::uint64_t reached = 0;  // positions of the leading track
@@ -200,13 +207,17 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
 
 int JoinVerb::Run() {
   if (_output.empty() && !_list) throw Error(kUsage, "--output is required");
-  if (!_from.empty()) _from_ms = ParseTime_ns("--from", _from) / 1000000;
-  if (!_to.empty()) _to_ms = ParseTime_ns("--to", _to) / 1000000;
+  std::optional<Moment> from, to;
+  if (!_from.empty()) from = Moment::Parse("--from", _from);
+  if (!_to.empty()) to = Moment::Parse("--to", _to);
   ReadParts();
   if (_list) {
-    List();
+    SetAnswer({{"files", _times.List()}});
+    if (!_json) WriteData(_times.Table());
     return kOk;
   }
+  if (from) _from_ms = _times.Begin_ms(*from);
+  if (to) _to_ms = _times.End_ms(*to);
   std::int64_t const length_ms = _parts.back().start_ms + _parts.back().length_ms;
   if (_from_ms >= length_ms) throw Error(kUsage, "--from is after the end, " + Seconds(length_ms));
   if (_to_ms >= 0 && _to_ms <= _from_ms) throw Error(kUsage, "--to must be after --from");
@@ -218,7 +229,8 @@ int JoinVerb::Run() {
   options.keep = _files;
   options.queue.enabled = false;
   options.tags = _head.tags;
-  options.start.clock = record::StartOptions::kNone;
+  if (_times.HasStarts()) options.tags.isft = _software;
+  options.start.captured = [this](std::int64_t time_ns) { return Captured(time_ns); };
   options.segments.maxSkew_ns = 0;  // the files are as they are
   options.onEvent = [this](record::Event const& event) {
     if (event.kind == record::Event::kClosed) {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "avi/TrackReader.h"
@@ -11,6 +13,7 @@
 #include "recorder/Recorder.h"
 #include "repair/Head.h"
 #include "verbs/ExtractRange.h"
+#include "verbs/FileTimes.h"
 #include "verbs/JoinedAudio.h"
 
 namespace CLI {
@@ -33,10 +36,11 @@ class JoinVerb {
     std::string path;
     std::int64_t start_ms, length_ms;  // in the joined recording
     std::vector<int> numbers;          // of its tracks, as in Head
+    std::optional<avi::StartTime> start;
   };
   void ReadParts();
-  void List() const;
   void CopyPart(Part const& part, record::Recorder& recorder, Progress& progress);
+  std::optional<record::CaptureTime> Captured(std::int64_t time_ns) const;
   void BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range);
   bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track, int number,
             avi::Piece const& piece);
@@ -50,6 +54,9 @@ class JoinVerb {
   ProgressOption _progress;
 
   std::vector<Part> _parts;
+  FileTimes _times;       // of the parts
+  std::string _software;  // that wrote the first file
+  std::vector<std::pair<std::int64_t, std::optional<avi::StartTime>>> _starts;  // by _base_ns
   Head _head;  // of the first file, with the rates that are written
   std::int64_t _from_ms = 0, _to_ms = -1;
   std::int64_t _base_ns = 0;        // when the current file begins

@@ -1,0 +1,117 @@
+#include "verbs/FileTimes.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "cli/Console.h"
+#include "cli/Errors.h"
+#include "cli/Text.h"
+#include "cli/WallTime.h"
+#include "verbs/Details.h"
+
+namespace kestro::tool {
+
+using File = FileTimes::File;
+
+static constexpr std::int64_t kMs = 1000000;
+
+Moment Moment::Parse(std::string const& option, std::string const& text) {
+  if (IsWallTime(text)) return {option, ParseWallTime_ns(option, text), true};
+  return {option, ParseTime_ns(option, text), false};
+}
+
+static std::int64_t Start_ms(File const& file) { return file.start->time_ns / kMs; }
+static std::int64_t Stop_ms(File const& file) { return Start_ms(file) + file.length_ms; }
+static std::int64_t End_ms(File const& file) { return file.begin_ms + file.length_ms; }
+
+// The files that store a date.
+std::vector<File> FileTimes::Dated() const {
+  std::vector<File> dated;
+  std::copy_if(_files.begin(), _files.end(), std::back_inserter(dated),
+               [](File const& file) { return file.start && file.start->set; });
+  return dated;
+}
+
+bool FileTimes::HasStarts() const {
+  return std::any_of(_files.begin(), _files.end(),
+                     [](File const& file) { return file.start.has_value(); });
+}
+
+void FileTimes::Refuse(Moment const& moment) const {
+  auto const dated = Dated();
+  if (dated.empty())
+    throw Error(kUsage, moment.option +
+                            ": no file stores the date at which it starts; give a time "
+                            "from the beginning of the first file instead");
+  std::int64_t first_ms = INT64_MAX, last_ms = 0;
+  for (File const& file : dated) {
+    first_ms = std::min(first_ms, Start_ms(file));
+    last_ms = std::max(last_ms, Stop_ms(file));
+  }
+  throw Error(kUsage, moment.option + ": " + avi::UtcText(moment.time_ns) +
+                          " is outside of the files, which cover " + avi::UtcText(first_ms * kMs) +
+                          " to " + avi::UtcText(last_ms * kMs));
+}
+
+std::int64_t FileTimes::Begin_ms(Moment const& moment) const {
+  std::int64_t const time_ms = moment.time_ns / kMs;
+  if (!moment.date) return time_ms;
+  auto const dated = Dated();
+  File const* next = nullptr;
+  bool before = false;  // a file ends before
+  for (File const& file : dated) {
+    if (Start_ms(file) <= time_ms && time_ms < Stop_ms(file))
+      return file.begin_ms + time_ms - Start_ms(file);
+    before = before || Stop_ms(file) <= time_ms;
+    if (Start_ms(file) > time_ms && (next == nullptr || Start_ms(file) < Start_ms(*next)))
+      next = &file;
+  }
+  if (next == nullptr || !before) Refuse(moment);
+  return next->begin_ms;
+}
+
+std::int64_t FileTimes::End_ms(Moment const& moment) const {
+  std::int64_t const time_ms = moment.time_ns / kMs;
+  if (!moment.date) return time_ms;
+  auto const dated = Dated();
+  File const* last = nullptr;
+  bool after = false;  // a file starts after
+  for (auto file = dated.rbegin(); file != dated.rend(); ++file) {
+    if (Start_ms(*file) <= time_ms && time_ms <= Stop_ms(*file))
+      return file->begin_ms + time_ms - Start_ms(*file);
+    after = after || Start_ms(*file) > time_ms;
+    if (Stop_ms(*file) < time_ms && (last == nullptr || Stop_ms(*file) > Stop_ms(*last)))
+      last = &*file;
+  }
+  if (last == nullptr || !after) Refuse(moment);
+  return tool::End_ms(*last);
+}
+
+Json FileTimes::List() const {
+  Json list = Json::array();
+  for (File const& file : _files) {
+    Json json{{"file", file.path}, {"begin_ms", file.begin_ms}, {"end_ms", tool::End_ms(file)}};
+    AddSoftware(json, {"", file.start});
+    list.push_back(std::move(json));
+  }
+  return list;
+}
+
+std::string FileTimes::Table() const {
+  bool const starts = HasStarts();
+  std::string text = std::string("       begin          end  ") +
+                     (starts ? "start                     " : "") + "file\n";
+  for (File const& file : _files) {
+    char line[128];
+    int const length =
+        std::snprintf(line, sizeof line, "%12.3f %12.3f  ", double(file.begin_ms) / 1000,
+                      double(tool::End_ms(file)) / 1000);
+    if (starts)
+      std::snprintf(line + length, sizeof line - static_cast<std::size_t>(length), "%-24s  ",
+                    file.start ? file.start->Text().c_str() : "");
+    text += line + Shown(file.path) + "\n";
+  }
+  return text;
+}
+
+}  // namespace kestro::tool
