@@ -220,6 +220,10 @@ TEST(Timeline, TakesGapsOutOfAllTracks) {
     EXPECT_EQ(timeline.Audio_ns(input), audio) << input;
     EXPECT_EQ(timeline.Video_ns(input), input - timeline.CutBefore_ns(input)) << input;
   }
+  // What follows a gap is recorded where the gap began.
+  std::pair<std::int64_t, std::int64_t> const recorded[] = {{-10, -10}, {99, 99},   {100, 150},
+                                                            {149, 199}, {150, 230}, {250, 330}};
+  for (auto const& [time, input] : recorded) EXPECT_EQ(timeline.Input_ns(time), input) << time;
   using Kept = std::vector<std::pair<std::int64_t, std::int64_t>>;
   EXPECT_EQ(timeline.Kept(90, 240), (Kept{{90, 100}, {150, 200}, {230, 240}}));
   EXPECT_EQ(timeline.Kept(110, 140), Kept());

@@ -1,4 +1,6 @@
-// Parts of recordings by the clock.
+// When recordings start, and parts of them by the clock.
+#include <ctime>
+
 #include "cli/Errors.h"
 #include "tools/Command.h"
 #include "verbs/FileTimes.h"
@@ -54,9 +56,57 @@ TEST(FileTimes, DatesBecomeTimesInAllFilesTogether) {
   }
 }
 
-using ClipTime = Command;
+using StartTime = Command;
 
-TEST_F(ClipTime, CutsAtDatesAndKeepsTheStart) {
+TEST_F(StartTime, ComesFromTheInputs) {
+  char const* const clip = " media/clip25.h264";
+  ASSERT_EQ(Run("record --start-time 2026-11-22T14:57:00Z -o a.avi media/clip25.h264").code, 0);
+  struct {
+    std::string arguments;
+    char const* start;  // of the last file; empty: none, and no isft
+    char const* file = "b-1.avi";
+  } const cases[] = {
+      {clip, ""},
+      {"media/clip25.mp4", ""},
+      {"a.avi", "2026-11-22T14:57:00.000Z"},
+      {"--no-start-time a.avi", ""},
+      {"--start 2.5 media/mono8k.wav a.avi", "2026-11-22T14:57:02.000Z"},
+      {"--segment-time 2 a.avi", "2026-11-22T14:57:02.000Z", "b-2.avi"},
+      {"--start-time 2020-01-01T00:00:00Z --start 2.5 a.avi", "2020-01-01T00:00:00.000Z"},
+      // Frames at 30000/1001 per second are stored at 30.
+      {"--segment-time 1 --start-time 2020-01-01T00:00:00Z media/clip2997.h264",
+       "2020-01-01T00:00:02.002Z", "b-3.avi"},
+      {"dated.mp4", "2020-05-06T07:08:09.500Z"},
+      {"unset.mp4", ""},
+  };
+  bool const dated = Has("ffmpeg");
+  for (std::string const date :
+       {"dated.mp4 2020-05-06T07:08:09.5Z", "unset.mp4 1970-01-01T00:00:00Z"})
+    if (dated)
+      Shell(
+          "ffmpeg -v error -i media/clip25.mp4 -c copy -movflags use_metadata_tags -metadata "
+          "creation_time=" +
+          date.substr(10) + " " + date.substr(0, 9));
+  for (auto const& c : cases) {
+    if (!dated && c.arguments.find("ed.mp4") != c.arguments.npos) continue;
+    Shell("rm -f b-*");
+    EXPECT_LE(
+        Run("record --fps " + std::string(c.file == std::string("b-3.avi") ? "30000/1001" : "25") +
+            " -o b-%d.avi " + c.arguments)
+            .code,
+        1)
+        << c.arguments;
+    avi::Software const software = avi::AviFile(At(c.file)).ReadSoftware();
+    EXPECT_EQ(software.start ? software.start->Text() : "", c.start) << c.arguments;
+    EXPECT_EQ(software.name.empty(), *c.start == '\0') << c.arguments;
+  }
+  ASSERT_EQ(Shell("cat media/clip25.h264 | " TEST_TOOL " record -o live.avi -").code, 0);
+  auto const live = avi::AviFile(At("live.avi")).ReadSoftware().start;
+  ASSERT_TRUE(live) << "a pipe is live";
+  EXPECT_NEAR(double(live->time_ns) / 1e9, double(time(nullptr)), 60);
+}
+
+TEST_F(StartTime, IsKeptAndFoundByClips) {
   setenv("TZ", "TST-2", 1);  // two hours ahead of UTC
   std::string const record = "record --segment-time 2 --start-time ";
   ASSERT_EQ(Run(record + "2026-11-22T14:57:00Z -o a-%d.avi --isft me media/clip25.h264 "
