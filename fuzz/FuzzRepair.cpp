@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "avi/VideoFormat.h"
 #include "base/File.h"
 #include "cli/Errors.h"
 #include "fuzz/Fuzz.h"
@@ -101,6 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   Write(job.input, file.Text());
   if (!image.Empty()) Write(job.image = folder.At("image"), image.Text());
 
+  for (char const* codec : {"h264", "hevc", "mjpeg"}) avi::VideoFormat::Read(codec, data, size);
   tool::Findings findings;
   tool::Verify(job.input, true, findings);
   tool::RepairReport report, again;

@@ -57,6 +57,8 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   newer.options.path = "c.avi";
   newer.options.storage = &storage;
   newer.options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE;
+  newer.options.start_clock = KESTRO_RECORDER_START_SINCE_BOOT;
+  newer.options.captured = [](void*, std::int64_t time_ns) { return time_ns + 1500 * kMs; };
   newer.more = 1;
   EXPECT_EQ(kestro_recorder_new(&newer.options), nullptr) << "asks for something unknown";
   newer.more = 0;
@@ -93,6 +95,9 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   EXPECT_STREQ(text, "c.");
   kestro_recorder_free(recorder);
   EXPECT_EQ(memory.Payloads(0).size(), 50u);
+  auto const start = memory.Read("c.avi")->ReadSoftware().start;
+  ASSERT_TRUE(start);
+  EXPECT_EQ(start->Text(), "1.500 s after boot");
 }
 
 TEST(CInterface, EveryCodeHasAText) {
