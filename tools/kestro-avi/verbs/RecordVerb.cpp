@@ -253,13 +253,13 @@ int RecordVerb::Run() {
   auto const session =
       LoadMedia().OpenInputs(_options.addresses, _options.input, _options.selection);
   _options.recorder.onEvent = [this](record::Event const& event) { HandleEvent(event); };
-  _options.recorder.start.captured =
-      [&session](std::int64_t time_ns) -> std::optional<record::CaptureTime> {
+  record::RecorderOptions options = _options.recorder;
+  options.start.captured = [&session](std::int64_t time_ns) -> std::optional<record::CaptureTime> {
     auto const captured = session->Captured(time_ns);
     if (!captured) return std::nullopt;
     return record::CaptureTime{captured->time_ns, captured->set};
   };
-  auto const recorder = OpenRecorder(_options.recorder, session->Tracks());
+  auto const recorder = OpenRecorder(options, session->Tracks());
   ReportNotes(*session, *recorder);
   Progress progress = NewProgress(*session);
   bool const complete = Record(*session, *recorder, progress);

@@ -92,8 +92,9 @@ std::vector<TrackFormat> ReadFormats(avi::AviFile& avi, bool deep) {
     auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
     if (track < readers.size() && readers[track]) readers[track]->Take(entry);
   });
-  std::vector<TrackFormat> formats;
-  for (auto const& reader : readers) formats.push_back(reader ? reader->Found() : TrackFormat());
+  std::vector<TrackFormat> formats(readers.size());
+  for (std::size_t i = 0; i < readers.size(); ++i)
+    if (readers[i]) formats[i] = readers[i]->Found();
   return formats;
 }
 
