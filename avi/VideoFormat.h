@@ -1,4 +1,4 @@
-// What a coded picture says about its own format.
+// The format of coded video, as stored in the video itself.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +29,7 @@ struct VideoFormat {
 std::optional<VideoFormat> ReadH264Sps(BitReader bits);
 std::optional<VideoFormat> ReadHevcSps(BitReader bits);
 
-// Reads the shape of a sample from the VUI of either.
+// Reads the aspect ratio of a sample from the VUI of either.
 void ReadAspect(BitReader& bits, VideoFormat& format);
 
 }  // namespace kestro::avi

@@ -23,7 +23,7 @@ std::optional<avi::VideoFormat> ReadFormat(char const* codec, std::string const&
 }
 
 // Written by encoders, except for those with scaling lists, which have every optional part before
-// the shape of a sample.
+// the aspect ratio.
 TEST(VideoFormat, IsReadFromTheFirstBytesOfAFrame) {
   struct {
     char const *name, *codec, *bytes, *format;

@@ -1,4 +1,4 @@
-// What the coded pictures of a file say about themselves.
+// The formats of the video tracks, as stored in their frames.
 #pragma once
 
 #include <cstdint>
