@@ -115,7 +115,13 @@ TEST_F(SegmentTest, ClipsAcrossFiles) {
                   {"--from 2 --to 2 -o c.avi whole.avi", 2, "after --from"},
                   {"whole.avi", 2, "--output"},
                   {"-o whole.avi --force whole.avi", 2, "whole.avi"}});
+  std::string bytes = FileText(At("s2.avi"));
+  std::size_t const sps = bytes.find("\x01\x67");
+  ASSERT_NE(sps, bytes.npos);
+  bytes[sps + 2] = 122;  // the profile
+  Write("profile.avi", bytes);
   Expect("join -o c.avi", {{"s1.avi other.avi", 4, "other.avi: has other tracks"},
+                           {"s1.avi profile.avi", 4, "fps, High 4:2:2, 8 bits"},
                            {"s1.avi media/mono8k.wav", 4, "mono8k.wav"}});
 }
 

@@ -16,6 +16,7 @@
 #include "media/Scaled.h"
 #include "repair/Rates.h"
 #include "verbs/ExtractRange.h"
+#include "verbs/TrackFormats.h"
 #include "verify/KeyFrame.h"
 #include "verify/ReadAnnexB.h"
 
@@ -54,20 +55,27 @@ void JoinVerb::AddTo(CLI::App& app) {
               "is in UTC (Z), has an offset (+01:00), or is local time.\n\n"
             : "  kestro-avi join -o day.avi cam-*.avi\n\n") +
       "Nothing is encoded. Several files count as one recording: each begins where the one\n"
-      "before ends. They must have the same tracks, with the same sizes and rates. A new\n"
+      "before ends. They must have the same tracks, with the same formats and rates. A new\n"
       "file starts before 2 GiB.");
 }
 
 // The tracks as far as joined files must have them in common.
-static std::string Describe(Head const& head) {
+static std::string Describe(avi::AviFile& avi, Head const& head) {
   std::string text;
-  for (record::TrackInfo const& info : head.recorded) {
+  auto const formats = ReadFormats(avi, false);
+  for (std::size_t i = 0; i < head.recorded.size(); ++i) {
+    record::TrackInfo const& info = head.recorded[i];
     static constexpr char const* kNames[] = {"H.264", "HEVC", "motion JPEG", "PCM", "text"};
     text += text.empty() ? "" : "; ";
     text += kNames[info.codec];
     if (info.IsVideo())
       text += " " + std::to_string(info.width) + "x" + std::to_string(info.height) + ", " +
-              info.frameRate.Text() + " fps";
+              record::TrackInfo::StoredRate(info.frameRate).Text() + " fps";
+    auto const track = std::find(head.numbers.begin(), head.numbers.end(), static_cast<int>(i));
+    auto const& format = formats[static_cast<std::size_t>(track - head.numbers.begin())].format;
+    if (format && info.TakesParameterSets())
+      text +=
+          ", " + format->profile + ", " + std::to_string(format->bits) + " bits, " + format->chroma;
     if (info.IsAudio())
       text += " " + std::to_string(info.rate) + " Hz, " +
               Quantity(static_cast<std::uint64_t>(info.channels), "channel") + ", " +
@@ -98,10 +106,14 @@ void JoinVerb::ReadParts() {
     avi::AviFile avi(path);
     Head head = ReadHead(avi, path);
     for (std::string const& warning : SetRates(head, {}).warnings) _warnings.push_back(warning);
-    if (_parts.empty()) _head = head;
-    if (Describe(head) != Describe(_head))
-      throw Error(kUnusable, path + ": has other tracks than " + _files[0] + ": " + Describe(head) +
-                                 ", not " + Describe(_head));
+    std::string const tracks = Describe(avi, head);
+    if (_parts.empty()) {
+      _head = head;
+      _tracks = tracks;
+    }
+    if (tracks != _tracks)
+      throw Error(kUnusable, path + ": has other tracks than " + _files[0] + ": " + tracks +
+                                 ", not " + _tracks);
     if (!avi.Indexed())
       _warnings.push_back(path + ": the index is missing or incomplete; reading every chunk");
     avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];

@@ -57,6 +57,7 @@ class JoinVerb {
   FileTimes _times;       // of the parts
   std::string _software;  // that wrote the first file
   std::vector<std::pair<std::int64_t, std::optional<avi::StartTime>>> _starts;  // by _base_ns
+  std::string _tracks;                                                          // of each file
   Head _head;  // of the first file, with the rates that are written
   std::int64_t _from_ms = 0, _to_ms = -1;
   std::int64_t _base_ns = 0;        // when the current file begins
