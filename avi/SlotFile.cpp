@@ -154,8 +154,22 @@ bool SlotFile::Remove() {
   return _folder.Remove(Path()) || Fail(Path(), errno);
 }
 
-bool SlotFile::Read(IO& file, Image& image) {
-  image = {};
+// Whether a slot's checksum is that of its head and image.
+static bool IsIntact(IO& file, int64 image, unsigned char const* head) {
+  std::vector<unsigned char> block(16 * kBlock);
+  unsigned sum = Crc32(head, 8);
+  for (unsigned left = Load32(head + 4); left != 0;) {
+    unsigned const part = std::min(left, static_cast<unsigned>(block.size()));
+    if (!ReadAt(file, image, block.data(), part)) return false;
+    sum = Crc32(block.data(), part, sum);
+    image += part;
+    left -= part;
+  }
+  return sum == Load32(head + 8);
+}
+
+bool SlotFile::Find(IO& file, Place& place) {
+  place = {};
   unsigned char head[16];
   if (!ReadAt(file, 0, head, sizeof head) ||
       !std::equal(std::begin(kMagic), std::end(kMagic), head) || Load32(head + 8) != kVersion)
@@ -165,14 +179,20 @@ bool SlotFile::Read(IO& file, Image& image) {
     int64 const at = SlotAt(slot, slotSize);
     if (slotSize < kSlotHead || !ReadAt(file, at, head, kSlotHead)) break;
     unsigned const generation = Load32(head), size = Load32(head + 4);
-    if (generation <= image.generation || size > slotSize - kSlotHead ||
-        size > file.Size() - at - kSlotHead)
-      continue;
-    std::vector<unsigned char> bytes(size);
-    if (file.Read(bytes.data(), size) == size &&
-        Crc32(bytes.data(), size, Crc32(head, 8)) == Load32(head + 8))
-      image = {generation, std::move(bytes)};
+    bool const fits = size <= slotSize - kSlotHead && size <= file.Size() - at - kSlotHead;
+    if (generation > place.generation && fits && IsIntact(file, at + kSlotHead, head))
+      place = {generation, at + kSlotHead, size};
   }
+  return true;
+}
+
+bool SlotFile::Read(IO& file, Image& image) {
+  Place place;
+  image = {};
+  if (!Find(file, place)) return false;
+  std::vector<unsigned char> bytes(place.size);
+  if (place.generation != 0 && ReadAt(file, place.at, bytes.data(), place.size))
+    image = {place.generation, std::move(bytes)};
   return true;
 }
 

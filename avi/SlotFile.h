@@ -56,7 +56,14 @@ class SlotFile {
     unsigned generation = 0;  // from 1 on; 0 for no image
     std::vector<unsigned char> bytes;
   };
-  // Reads the newest intact image. False when the file has no slots.
+  struct Place {
+    unsigned generation = 0;  // as in Image
+    base::int64 at = 0;       // offset of the image
+    unsigned size = 0;
+  };
+  // Finds the newest intact image. False when the file has no slots.
+  static bool Find(base::IO& file, Place& place);
+  // Reads it, too.
   static bool Read(base::IO& file, Image& image);
   // The names that the file for a path may have.
   static std::array<std::string, 2> Names(std::string const& path) { return {path, path + "2"}; }

@@ -6,28 +6,24 @@
 #include "base/File.h"
 #include "cli/Errors.h"
 #include "repair/Salvage.h"
+#include "repair/Window.h"
 
 namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
-// Returns false when the file has no slots.
-static bool ReadSlots(std::string const& path, avi::SlotFile::Image& image) {
+static std::unique_ptr<base::IO> OpenFile(std::string const& path) {
   std::error_code none;
-  if (!fs::is_regular_file(path, none)) return false;  // opening a pipe would wait
-  base::FileIO file(fs::absolute(path).c_str(), "rb");
-  return avi::SlotFile::Read(file, image);
+  if (!fs::is_regular_file(path, none)) return nullptr;  // opening a pipe would wait
+  return std::make_unique<base::FileIO>(fs::absolute(path).c_str(), "rb");
 }
 
 static avi::AviFile OpenImage(std::string const& path) {
-  avi::SlotFile::Image image;
-  if (!ReadSlots(path, image)) return avi::AviFile(path);
-  if (image.generation == 0) throw Error(kUnusable, path + ": both of its slots are damaged");
-  auto const size = static_cast<unsigned>(image.bytes.size());
-  auto memory = std::make_unique<base::IOBuffer>(static_cast<int>(size), false);
-  if (memory->Write(image.bytes.data(), size) != size)
-    throw Error(kIo, path + ": not enough memory");
-  return avi::AviFile(std::move(memory), path);
+  avi::SlotFile::Place place;
+  auto file = OpenFile(path);
+  if (file == nullptr || !avi::SlotFile::Find(*file, place)) return avi::AviFile(path);
+  if (place.generation == 0) throw Error(kUnusable, path + ": both of its slots are damaged");
+  return avi::AviFile(std::make_unique<Window>(std::move(file), place.at, place.size), path);
 }
 
 std::string Image::Find(std::string const& recording) {
@@ -36,8 +32,8 @@ std::string Image::Find(std::string const& recording) {
   for (std::string const& path : avi::SlotFile::Names(recording + avi::SlotFile::kEnding)) {
     std::error_code none;
     if (!fs::exists(path, none)) continue;
-    avi::SlotFile::Image image;
-    ReadSlots(path, image);
+    avi::SlotFile::Place image;
+    if (auto const file = OpenFile(path)) avi::SlotFile::Find(*file, image);
     if (!found.empty() && image.generation <= newest) continue;
     found = path;
     newest = image.generation;
