@@ -43,8 +43,7 @@ class Repairer {
   void OpenCopy(std::string const& why);
   void OpenImage(std::string const& why);
   void ForEachEntry(avi::EntrySink const& sink);
-  bool PushPacket(record::Recorder& recorder, std::size_t from,
-                  std::vector<std::uint8_t> const& data, bool key);
+  bool PushPacket(record::Recorder& recorder, Salvage::Packet const& from);
   void Finish(record::Recorder& recorder, std::string const& path);
   void AddCounts(Salvage const& salvage);
   void AddWarnings();
@@ -153,12 +152,12 @@ void Repairer::ForEachEntry(avi::EntrySink const& sink) {
                      0, sink);
 }
 
-bool Repairer::PushPacket(record::Recorder& recorder, std::size_t from,
-                          std::vector<std::uint8_t> const& data, bool key) {
-  int const number = _head.numbers[from];
+bool Repairer::PushPacket(record::Recorder& recorder, Salvage::Packet const& from) {
+  std::vector<std::uint8_t> const& data = from.data;
+  int const number = _head.numbers[from.track];
   if (number < 0) return true;
   auto const track = static_cast<std::size_t>(number);
-  if (data.empty() && ChunksPerFrame(_head.tracks[from]) > 1) {
+  if (data.empty() && ChunksPerFrame(_head.tracks[from.track]) > 1) {
     ++_fillers;
     return true;
   }
@@ -168,7 +167,7 @@ bool Repairer::PushPacket(record::Recorder& recorder, std::size_t from,
   packet.time_ns = _clocks[track].Now_ns();
   _clocks[track].Advance(data.size());
   packet.duration_ns = _clocks[track].Now_ns() - packet.time_ns;
-  packet.key = key;
+  packet.key = from.key;
   return recorder.Push(track, packet) == record::Code::kOk;
 }
 
@@ -183,12 +182,11 @@ void Repairer::CopyPackets(std::string const& output) {
   };
   auto const recorder = OpenRecorder(options, _head.recorded);
   bool pushed = true;
-  Salvage salvage(*_file, _head.data, _head.tracks,
-                  [&](std::size_t from, std::vector<std::uint8_t> const& data, bool key) {
-                    pushed = PushPacket(*recorder, from, data, key);
-                    _job.advance(salvage.Position());
-                    return pushed && !Interrupted();
-                  });
+  Salvage salvage(*_file, _head.data, _head.tracks, [&](Salvage::Packet const& packet) {
+    pushed = PushPacket(*recorder, packet);
+    _job.advance(salvage.Position());
+    return pushed && !Interrupted();
+  });
   ForEachEntry([&salvage](avi::IndexEntry const& entry) { salvage.AddEntry(entry); });
   salvage.Finish();
   _report.interrupted = Interrupted();

@@ -24,6 +24,11 @@ Salvage::Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> 
   _counts.lost.resize(tracks.size());
 }
 
+void Salvage::Limit(int64 largest) {
+  _largest = largest;
+  _data.reserve(static_cast<std::size_t>(largest));
+}
+
 bool Salvage::IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id) {
   if (!avi::IsDataCode(id)) return false;
   auto const number = static_cast<std::size_t>(avi::TrackOfCode(id));
@@ -39,7 +44,7 @@ bool Salvage::IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id)
 // Reads the chunk at an offset.
 Salvage::ChunkKind Salvage::ReadChunk(int64 at, int64 limit, avi::Chunk& chunk) {
   if (!_file.Header(at, limit, chunk)) return ChunkKind::kNone;
-  bool const cut = chunk.Cut() || chunk.size > kMaxPacket;
+  bool const cut = chunk.Cut() || chunk.size > _largest;
   if (IsTrackData(chunk.id)) return cut ? ChunkKind::kCut : ChunkKind::kData;
   if (chunk.type == Convert4("rec ") || chunk.type == Convert4("movi") ||
       chunk.type == Convert4("AVIX"))
@@ -149,7 +154,7 @@ void Salvage::KeepPacket(avi::Chunk const& chunk, avi::IndexEntry const* entry, 
   ++(entry != nullptr ? _counts.indexed : _counts.found);
   ++_counts.kept[track].packets;
   _counts.kept[track].bytes += size;
-  _stopped = !_sink(track, _data, key);
+  _stopped = !_sink({track, _data, key, chunk});
 }
 
 // Removes the first bytes if the muxer would not store them. Packets in files of this system do not

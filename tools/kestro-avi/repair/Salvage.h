@@ -55,12 +55,19 @@ struct SalvageCounts {
 //   salvage.Finish();
 class Salvage {
  public:
+  struct Packet {
+    std::size_t track;
+    std::vector<std::uint8_t> const& data;
+    bool key;
+    avi::Chunk const& chunk;  // that it was stored in
+  };
   // Called for each complete packet; false ends the pass.
-  using Sink =
-      std::function<bool(std::size_t track, std::vector<std::uint8_t> const& data, bool key)>;
+  using Sink = std::function<bool(Packet const&)>;
   // `begin`: offset of the first chunk. `file` and `tracks` must outlive the object.
   Salvage(avi::RiffReader& file, int64 begin, std::vector<avi::AviTrack> const& tracks, Sink sink);
 
+  // Treats larger chunks as damage, so that no more memory than this is needed.
+  void Limit(int64 largest);
   // Ignores entries that do not point to a chunk, or to one that was already read.
   void AddEntry(avi::IndexEntry const& entry);
   void Finish();
@@ -70,6 +77,8 @@ class Salvage {
   // Whether an entry points to a chunk of a track that has a stream header.
   static bool PointsToChunk(avi::RiffReader& file, std::vector<avi::AviTrack> const& tracks,
                             avi::IndexEntry const& entry, avi::Chunk& chunk);
+  // Whether the id is that of a data chunk of one of the tracks.
+  static bool IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id);
 
  private:
   static constexpr int64 kMaxPacket = 256 << 20;  // larger chunks are damage
@@ -78,7 +87,6 @@ class Salvage {
   enum class ChunkKind { kData, kCut, kList, kOther, kNone };
 
   ChunkKind ReadChunk(int64 at, int64 limit, avi::Chunk& chunk);
-  static bool IsTrackData(std::vector<avi::AviTrack> const& tracks, unsigned id);
   bool IsTrackData(unsigned id) const { return IsTrackData(_tracks, id); }
   bool IsChunk(int64 at, int64 limit);
   int64 ChunkEnd(avi::IndexEntry const& entry) const;
@@ -105,6 +113,7 @@ class Salvage {
   std::optional<avi::IndexEntry> _waiting;         // the last entry, until the next one is known
   int64 _missingEnd = 0;                           // end of the chunk of the last missing entry
   std::multimap<int64, avi::IndexEntry> _missing;  // entries that point to no chunk, by offset
+  int64 _largest = kMaxPacket;                     // larger chunks are damage
   std::vector<bool> _openKeys;              // by track: the index marks open starts as key frames
   std::vector<FrameConverter> _converters;  // by track
   Bytes _data, _converted;
