@@ -9,23 +9,29 @@
 #include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
+#include "verbs/RepairInPlace.h"
 
 namespace kestro::tool {
 
 using Source = RepairReport::Source;
 
 void RepairVerb::AddTo(CLI::App& app) {
-  app.add_option("IN", _job.input, "The recording; it is not changed")->required()->type_name("");
-  app.add_option("-o,--output", _job.output, "The AVI file to write")
+  app.add_option("IN", _inputs, "The recording; several with --in-place")
       ->required()
-      ->type_name("OUT.avi")
-      ->check(Seekable());
-  app.add_option("--image", _job.image, "The side file with headers and index [IN.sync]")
-      ->type_name("FILE");
-  app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
-      ->type_name("N[/D]");
+      ->type_name("");
+  auto* const output = app.add_option("-o,--output", _job.output, "The AVI file to write")
+                           ->type_name("OUT.avi")
+                           ->check(Seekable());
+  auto* const image =
+      app.add_option("--image", _job.image, "The side file with headers and index [IN.sync]")
+          ->type_name("FILE");
+  auto* const rate =
+      app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
+          ->type_name("N[/D]");
   _json.AddTo(app);
-  app.add_flag("--force", _job.force, "Overwrite OUT");
+  auto* const force = app.add_flag("--force", _job.force, "Overwrite OUT");
+  app.add_flag("--in-place", _inPlace, "Complete IN itself instead of writing a copy")
+      ->excludes(output, image, rate, force);
   _progress.AddTo(app);
   app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
   app.footer(
@@ -33,7 +39,8 @@ void RepairVerb::AddTo(CLI::App& app) {
       "  kestro-avi repair cut.avi -o whole.avi\n"
       "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"
       "  kestro-avi repair --fps 30 camera.avi -o whole.avi\n"
-      "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n\n"
+      "  kestro-avi repair --json cut.avi -o whole.avi | jq .lost\n"
+      "  kestro-avi repair --in-place /media/card/*.avi\n\n"
       "Packets are copied in the order of IN, and unchanged except that length-prefixed video "
       "gets\n"
       "start codes. They are found with the side file or the index of IN, and by searching the\n"
@@ -46,9 +53,13 @@ void RepairVerb::AddTo(CLI::App& app) {
       "player. Like \"record\", it stores the whole part of the frame rate and puts motion JPEG "
       "and\n"
       "text last.\n\n"
+      "With --in-place, recordings of this system that were cut off are completed where they are, "
+      "which\n"
+      "needs only room for the index. Whole ones are not changed. A power cut meanwhile loses\n"
+      "nothing: repeat the repair. What cannot be mended in this way is refused.\n\n"
       "Exit codes: 0 OUT has everything that is in IN, 1 something was lost or left out, 3 I/O\n"
       "error, 4 not repairable (no stream headers, no complete packet, the side file of another\n"
-      "recording).");
+      "recording; in place: still being recorded, or damaged). Of several files, the highest.");
 }
 
 static std::string Packets(Counted const& count) {
@@ -147,6 +158,10 @@ RepairReport RepairVerb::RepairWithProgress() const {
 }
 
 int RepairVerb::Run() {
+  if (_inPlace) return RepairInPlace(_inputs, static_cast<bool>(_json), _progress);
+  if (_job.output.empty()) throw Error(kUsage, "--output is required (or --in-place)");
+  if (_inputs.size() > 1) throw Error(kUsage, "only --in-place repairs several files");
+  _job.input = _inputs[0];
   if (!_rate.empty()) _job.rate = ParseRate(_rate);
   LoadAviPlugin(_plugin);
   CatchSignals();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "cli/Answer.h"
 #include "cli/Progress.h"
@@ -24,8 +25,10 @@ class RepairVerb {
   Json Document(RepairReport const& report) const;
 
   RepairJob _job;
+  std::vector<std::string> _inputs;
   std::string _rate, _plugin;
   JsonOption _json;
+  bool _inPlace = false;
   ProgressOption _progress;
 };
 
