@@ -18,6 +18,7 @@ using base::int64;
 struct Op {
   enum Kind {
     kWrite,
+    kCut,      // the file ends at `at`
     kFlush,    // what was written to the file survives from here on, and its length
     kData,     // ... without the length
     kName,     // file (unless 0) gets a name, and file number `at` (unless 0) loses its name

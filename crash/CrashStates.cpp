@@ -1,5 +1,7 @@
 #include "crash/CrashStates.h"
 
+#include <algorithm>
+
 namespace kestro::crash {
 
 namespace {
@@ -7,8 +9,14 @@ constexpr std::size_t kExhaustive = 10;  // sectors of which all subsets are tri
 constexpr std::size_t kMany = 4;         // sectors of which random subsets are worth it
 }  // namespace
 
-CrashStates::CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit)
-    : _ops(ops), _front(front), _sector(sector), _every(every), _visit(std::move(visit)) {}
+CrashStates::CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit,
+                         std::size_t from)
+    : _ops(ops),
+      _front(front),
+      _sector(sector),
+      _every(every),
+      _visit(std::move(visit)),
+      _from(from) {}
 
 void CrashStates::Run(long states) {
   long places = 0;
@@ -32,6 +40,7 @@ void CrashStates::Walk(Visitor visitor) {
   _promised = -1;
   for (_at = 0; _at < _ops.size() && !_enough; ++_at) {
     Take(_ops[_at]);
+    if (_at < _from) continue;
     for (std::set<int> const& named : _named) {
       Gather(named);
       visitor();
@@ -52,7 +61,21 @@ void CrashStates::Take(Op const& op) {
         file.pending.push_back({&op, from, size});
       }
       break;
+    case Op::kCut: {
+      auto const end = static_cast<std::size_t>(op.at);
+      auto& pending = file.pending;
+      pending.erase(std::remove_if(pending.begin(), pending.end(),
+                                   [&op](Piece const& piece) { return piece.At() >= op.at; }),
+                    pending.end());
+      for (Piece& piece : pending)
+        piece.size = std::min(piece.size, end - static_cast<std::size_t>(piece.At()));
+      file.cut = std::min(file.cut, end);
+      break;
+    }
     case Op::kFlush:
+      file.durable.resize(std::min(file.durable.size(), file.cut));
+      file.cut = SIZE_MAX;
+      [[fallthrough]];
     case Op::kData:
       for (Piece const& piece : file.pending) {
         auto const end = static_cast<std::size_t>(piece.At()) + piece.size;
@@ -168,7 +191,8 @@ void CrashStates::Emit(Length length, Piece const* garbage) {
   _enough = !_visit({_file, _others, _promised, counted ? -1 : Sector(*garbage), _at});
 
   std::vector<unsigned char> const& durable = _files[0].durable;
-  auto const kept = static_cast<std::ptrdiff_t>(std::min(_file.bytes.size(), durable.size()));
+  auto const kept =
+      static_cast<std::ptrdiff_t>(std::min({_file.bytes.size(), durable.size(), _files[0].cut}));
   _file.bytes.resize(durable.size());
   std::copy(durable.begin() + kept, durable.end(), _file.bytes.begin() + kept);
   for (Piece const& piece : _pieces)
@@ -182,6 +206,7 @@ void CrashStates::Emit(Length length, Piece const* garbage) {
 // What the files hold; the recording holds what is durable before.
 void CrashStates::Build(Length length) {
   for (auto& [number, io] : _others) io.bytes = _files[static_cast<std::size_t>(number)].durable;
+  if (length == kNew && _files[0].cut < _file.bytes.size()) _file.bytes.resize(_files[0].cut);
   for (std::size_t i = 0; i < _pieces.size(); ++i) {
     Piece const& piece = _pieces[i];
     auto& bytes = Bytes(piece.op->file);
@@ -203,7 +228,9 @@ void CrashStates::Spoil(Piece const& piece) {
 }
 
 bool CrashStates::LengthsAreStored() const {
-  auto const stored = [](File const& file) { return file.length == file.durable.size(); };
+  auto const stored = [](File const& file) {
+    return file.length == file.durable.size() && file.cut == SIZE_MAX;
+  };
   return stored(_files[0]) && std::all_of(_others.begin(), _others.end(), [&](auto const& other) {
            return stored(_files[static_cast<std::size_t>(other.first)]);
          });

@@ -26,8 +26,9 @@ class CrashStates {
   using Visit = std::function<bool(State const&)>;  // false: enough
 
   // `front` bytes of the recording are headers and index; of the states, one in `every` is visited.
-  // The log outlives the object.
-  CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit);
+  // Nothing is lost before operation `from`. The log outlives the object.
+  CrashStates(Ops const& ops, int64 front, unsigned sector, long every, Visit visit,
+              std::size_t from = 0);
 
   // Prefixes, torn writes, single sectors lost, subsets of the sectors of headers and index, old
   // lengths, garbage; then random subsets until `states` states have been visited.
@@ -47,7 +48,8 @@ class CrashStates {
   struct File {
     std::vector<unsigned char> durable;
     std::vector<Piece> pending;
-    std::size_t length = 0;  // what the storage has as such
+    std::size_t length = 0;      // what the storage has as such
+    std::size_t cut = SIZE_MAX;  // where the durable bytes end, if that is stored
   };
   enum Length { kOld, kNew };
 
@@ -79,6 +81,7 @@ class CrashStates {
   unsigned const _sector;
   long const _every;
   Visit const _visit;
+  std::size_t const _from;
   std::mt19937 _random{11};
   long _made = 0, _count = 0;
   bool _enough = false;

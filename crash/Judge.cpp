@@ -26,6 +26,37 @@ Verdict Judge::Play(test::MemoryIO& file, Others& others, int64 promised) {
   return Deliver(_repaired, promised);
 }
 
+Verdict Judge::Mended(base::IO& file, int64 promised) {
+  _from = _to = 0;
+  _loose = true;
+  Verdict const verdict = Deliver(file, promised);
+  _loose = false;
+  return verdict;
+}
+
+void Judge::AddSeen(std::vector<bool>& played) const {
+  std::size_t at = 0;
+  for (auto const& track : _seen)
+    for (char seen : track) {
+      if (at == played.size()) played.push_back(false);
+      played[at] = played[at] || seen != 0;
+      ++at;
+    }
+}
+
+std::vector<bool> Judge::Played(test::MemoryIO& file, Others& others) {
+  std::vector<bool> played;
+  _from = _to = 0;
+  Deliver(file, 0);
+  AddSeen(played);
+  if (others.empty()) return played;
+  _repaired.bytes = file.bytes;
+  ApplyImage(_repaired.bytes, NewestImage(others), static_cast<std::size_t>(_recorded.front));
+  Deliver(_repaired, 0);
+  AddSeen(played);
+  return played;
+}
+
 Verdict Judge::Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from,
                         int64 to) {
   _from = from;
@@ -114,7 +145,7 @@ void Judge::Compare(stream::Packet const& packet, int64 promised, Verdict& verdi
   _seen[t][at] = 1;
   _next[t] = at + 1;
   // The times of what comes after packets that are gone are earlier: no promise covers it.
-  if (_to != 0 && samples[at].number >= promised) return;
+  if ((_loose || _to != 0) && samples[at].number >= promised) return;
   verdict.late += std::abs(packet.Pts() - samples[at].ms * 1000000) > 1000000 ||
                   packet.IsKey() != samples[at].key;
 }

@@ -31,6 +31,10 @@ class Judge {
   Verdict Play(test::MemoryIO& file, Others& others, int64 promised);
   // Plays a file alone, as it is.
   Verdict Deliver(base::IO& file, int64 promised);
+  // Which packets, over all tracks, are delivered by Play in either way.
+  std::vector<bool> Played(test::MemoryIO& file, Others& others);
+  // Plays a file that was repaired: no promise covers the times of later packets.
+  Verdict Mended(base::IO& file, int64 promised);
   // Plays what the tool's repair makes of a file with garbage between two offsets: the promised
   // packets outside the garbage must be there; repair must report those of the index inside it.
   Verdict Repaired(test::MemoryIO& file, Others& others, int64 promised, int64 from, int64 to);
@@ -39,11 +43,13 @@ class Judge {
   std::vector<unsigned char> NewestImage(Others& others) const;
   void Compare(stream::Packet const& packet, int64 promised, Verdict& verdict);
   bool Hit(Sample const& sample) const;
+  void AddSeen(std::vector<bool>& played) const;
 
   Recorded const& _recorded;
   bool const _trusting;
   std::string const _folder;
   int64 _from = 0, _to = 0;  // of the garbage
+  bool _loose = false;       // the times of what was not promised do not matter
   test::MemoryIO _repaired;
   test::Playing _playing;
   std::vector<std::vector<char>> _seen;  // per track, which samples were delivered

@@ -54,7 +54,6 @@ static bool CloseOrdinarily(LogIO& file, Recorded const& recorded, std::vector<b
   index.data = static_cast<std::uint64_t>(recorded.front);
   index.entries = held;
   index.beyond.assign(keys.begin() + static_cast<std::ptrdiff_t>(held), keys.end());
-  constexpr unsigned kLargestJunk = 1616;
   if (!record::OrdinaryClose(file, index, kLargestJunk).Run(UINT64_MAX).empty()) return false;
   avi::AviFile const avi(std::make_unique<test::MemoryIO>(test::Text(file)), "the recording");
   avi::Chunk const& last = avi.Tree().back();

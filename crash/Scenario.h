@@ -18,6 +18,7 @@ constexpr Scenario kScenarios[] = {{Mode::kInPlace, 512},
                                    {Mode::kCallback, 0},
                                    {Mode::kInPlace, 432, true},
                                    {Mode::kImage, 112, true}};
+constexpr unsigned kLargestJunk = 1616;  // an old index becomes several JUNK chunks
 std::string Name(Scenario const& scenario);
 
 // A packet as it is delivered when it is played.

@@ -13,4 +13,14 @@ namespace kestro::crash {
 long Repair(std::string const& folder, std::vector<unsigned char> const& file, Others const& others,
             std::vector<unsigned char>& repaired);
 
+// Repairs them in place. Returns what was written, after the operations that made the files;
+// nothing if it is refused. The files then hold the result.
+struct Mending {
+  Ops ops;
+  std::size_t begin = 0;                // of the first operation of the repair
+  bool refused = false, whole = false;  // whole: there is nothing left to do then
+  std::string why;
+};
+Mending Mend(std::string const& folder, test::MemoryIO& file, Others& others);
+
 }  // namespace kestro::crash

@@ -10,6 +10,7 @@
 
 #include "crash/CrashStates.h"
 #include "crash/Judge.h"
+#include "crash/Mends.h"
 #include "crash/Plants.h"
 #include "support/Quiet.h"
 
@@ -104,6 +105,7 @@ bool ReportPlant(std::FILE* out, Recorded const& recorded, Plant const& plant) {
 // The states of one mode, then its planted faults, all of which must be found.
 bool Prove(std::FILE* out, Scenario const& scenario, long wanted) {
   bool const usual = wanted >= kUsual;
+  long const mended = std::max(wanted / 250, 4L);
   long const every = std::max(kUsual / wanted, 1L);
   Recorded const recorded = Record(scenario);
   if (recorded.ops.empty()) {
@@ -126,6 +128,7 @@ bool Prove(std::FILE* out, Scenario const& scenario, long wanted) {
   std::fprintf(out, "%s: %ld states\n", Name(scenario).c_str(), states);
   if (usual)
     for (Plant const& plant : Plants(recorded)) good = ReportPlant(out, recorded, plant) && good;
+  good = ProveMends(out, recorded, mended, usual) && good;
   std::fflush(out);
   return good && states >= wanted;
 }
