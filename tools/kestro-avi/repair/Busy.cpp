@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "avi/NumberedName.h"
+#include "cli/OpenForWriting.h"
 
 namespace kestro::tool {
 
@@ -36,18 +37,8 @@ static bool IsLocked(fs::path const& path) {
   return locked;
 }
 
-// A lease for reading is refused while someone can write. Some file systems have none.
-static bool IsOpenForWriting(std::string const& path) {
-  int const file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0) return false;
-  bool const open = fcntl(file, F_SETLEASE, F_RDLCK) != 0 && errno == EAGAIN;
-  fcntl(file, F_SETLEASE, F_UNLCK);
-  close(file);
-  return open;
-}
-
 bool IsBeingRecorded(std::string const& path) {
-  if (IsOpenForWriting(path)) return true;
+  if (OpenForWriting(path).value_or(false)) return true;
   constexpr std::string_view kEnding = ".lock";
   fs::path const file(path);
   std::error_code none;

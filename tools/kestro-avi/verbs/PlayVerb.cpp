@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <utility>
 
 #include "cli/Console.h"
@@ -16,6 +17,8 @@
 #include "verify/FrameConverter.h"
 
 namespace kestro::tool {
+
+namespace fs = std::filesystem;
 
 using Mode = PlayOptions::Mode;
 
@@ -222,6 +225,14 @@ int PlayVerb::PlayFile() {
   return ListPackets(player, avi);
 }
 
+// Where the system does not know who writes the file, one that has just changed counts as growing.
+static bool IsGrowing(fs::path const& path) {
+  if (auto const writing = OpenForWriting(path)) return *writing;
+  std::error_code none;
+  auto const changed = fs::last_write_time(path, none);
+  return !none && fs::file_time_type::clock::now() - changed < std::chrono::seconds(10);
+}
+
 // Plays what is there, and again what has come since, until the file is closed.
 int PlayVerb::Follow() {
   using std::chrono::milliseconds;
@@ -229,7 +240,7 @@ int PlayVerb::Follow() {
   bool reported = false;
   for (;;) {
     auto const began = std::chrono::steady_clock::now();
-    _growing = OpenForWriting(_options.file);
+    _growing = IsGrowing(_options.file);
     try {
       int const code = PlayFile();
       if (!_growing || _atEnd || _failed || Interrupted()) return code;
