@@ -104,6 +104,12 @@ TEST_F(SegmentTest, ClipsAcrossFiles) {
   EXPECT_EQ(Run("clip --list s1.avi s2.avi").out,
             "       begin          end  file\n       0.000        1.000  s1.avi\n"
             "       1.000        2.000  s2.avi\n");
+  Write("marks.jsonl", "{\"pts_ms\":40,\"text\":\"a\\nb\"}\n{\"pts_ms\":1500,\"text\":\"c\"}\n");
+  Expect("record --segment-time 1 --duration 2 --start-time 2026-11-22T10:00:00Z -o m%d.avi",
+         {{"media/clip25.h264 marks.jsonl", 0, ""}});
+  EXPECT_THAT(Run("clip --list m1.avi m2.avi").out,
+              testing::EndsWith("  text\n       0.040        0.040  2026-11-22T10:00:00.040Z  a b\n"
+                                "       1.520        1.520  2026-11-22T10:00:01.520Z  c\n"));
   for (std::string const part : {"--from 0.5", "--from 1.5 --to 2.96", "--from 3.2", "--to 1"}) {
     SCOPED_TRACE(part);
     Expect("clip --force " + part,

@@ -18,10 +18,10 @@ TEST(FileTimes, DatesBecomeTimesInAllFilesTogether) {
   std::int64_t begin_ms = 0;
   for (int start_s : {0, 12, 22, -28, 5}) {
     avi::StartTime const start{start_s == 5 ? 5 : minute_ns + start_s * 1000000000LL, start_s != 5};
-    times.Add({"cam.avi", begin_ms, 10000, start});
+    times.Add({"cam.avi", begin_ms, 10000, start, {}});
     begin_ms += 10000;
   }
-  none.Add({"old.avi", 0, 10000, std::nullopt});
+  none.Add({"old.avi", 0, 10000, std::nullopt, {}});
   struct {
     char const* text;
     std::int64_t begin_ms, end_ms;  // -1: refused

@@ -94,10 +94,9 @@ void Mender::Fail(char const* state) {
 // Tries twice: the fault may have passed, and half a field would be worse than an old one.
 bool Mender::WriteAt(int64 at, std::string const& bytes) {
   auto const size = static_cast<unsigned>(bytes.size());
-  auto const write = [&] {
-    return _file->Seek(at, base::IO::kBegin) && _file->Write(bytes.data(), size) == size;
-  };
-  return write() || write();
+  for (int tries = 2; tries > 0; --tries)
+    if (_file->Seek(at, base::IO::kBegin) && _file->Write(bytes.data(), size) == size) return true;
+  return false;
 }
 
 // Removes what is after the data, unless it is a part of the index that will be there.

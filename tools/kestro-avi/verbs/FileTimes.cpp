@@ -97,21 +97,48 @@ Json FileTimes::List() const {
   return list;
 }
 
+// When something happened in a file, by the clock; empty if unknown.
+static std::string Date(FileTimes::File const& file, std::int64_t time_ms) {
+  if (!file.start || time_ms > INT64_MAX / kMs - file.start->time_ns / kMs) return "";
+  return avi::StartTime{file.start->time_ns + time_ms * kMs, file.start->set}.Text();
+}
+
+Json FileTimes::Texts() const {
+  Json list = Json::array();
+  for (File const& file : _files)
+    for (TimedText const& text : file.texts) {
+      list.push_back(
+          {{"file", file.path}, {"at_ms", file.begin_ms + text.start_ms}, {"text", text.text}});
+      if (file.start) list.back()["start"] = Date(file, text.start_ms);
+    }
+  return list;
+}
+
+// The columns before the last one; times are those in the file.
+std::string FileTimes::Row(File const& file, std::int64_t begin_ms, std::int64_t end_ms) const {
+  char times[64], date[64] = "";
+  std::snprintf(times, sizeof times, "%12.3f %12.3f  ", double(file.begin_ms + begin_ms) / 1000,
+                double(file.begin_ms + end_ms) / 1000);
+  if (HasStarts()) std::snprintf(date, sizeof date, "%-24s  ", Date(file, begin_ms).c_str());
+  return std::string(times) + date;
+}
+
 std::string FileTimes::Table() const {
-  bool const starts = HasStarts();
-  std::string text = std::string("       begin          end  ") +
-                     (starts ? "start                     " : "") + "file\n";
+  auto const head = [this](char const* what) {
+    return std::string("       begin          end  ") +
+           (HasStarts() ? "start                     " : "") + what + "\n";
+  };
+  std::string files = head("file"), texts;
   for (File const& file : _files) {
-    char line[128];
-    int const length =
-        std::snprintf(line, sizeof line, "%12.3f %12.3f  ", double(file.begin_ms) / 1000,
-                      double(tool::End_ms(file)) / 1000);
-    if (starts)
-      std::snprintf(line + length, sizeof line - static_cast<std::size_t>(length), "%-24s  ",
-                    file.start ? file.start->Text().c_str() : "");
-    text += line + Shown(file.path) + "\n";
+    files += Row(file, 0, file.length_ms) + Shown(file.path) + "\n";
+    for (TimedText const& text : file.texts) {
+      std::string line = text.text;
+      std::replace_if(
+          line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+      texts += Row(file, text.start_ms, text.end_ms) + Shown(line) + "\n";
+    }
   }
-  return text;
+  return texts.empty() ? files : files + head("text") + texts;
 }
 
 }  // namespace kestro::tool

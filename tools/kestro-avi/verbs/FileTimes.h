@@ -8,6 +8,7 @@
 
 #include "avi/StartTime.h"
 #include "cli/Documents.h"
+#include "media/TimedText.h"
 
 namespace kestro::tool {
 
@@ -26,6 +27,7 @@ class FileTimes {
     std::string path;
     std::int64_t begin_ms, length_ms;     // as if there were no gaps between the files
     std::optional<avi::StartTime> start;  // as the file stores it
+    std::vector<TimedText> texts;         // with times in this file
   };
   void Add(File file) { _files.push_back(std::move(file)); }
 
@@ -38,10 +40,12 @@ class FileTimes {
 
   std::string Table() const;  // for people
   Json List() const;
+  Json Texts() const;
   bool HasStarts() const;
 
  private:
   std::vector<File> Dated() const;
+  std::string Row(File const& file, std::int64_t begin_ms, std::int64_t end_ms) const;
   [[noreturn]] void Refuse(Moment const& moment) const;
 
   std::vector<File> _files;

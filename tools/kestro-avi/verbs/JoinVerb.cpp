@@ -16,6 +16,7 @@
 #include "media/Scaled.h"
 #include "repair/Rates.h"
 #include "verbs/ExtractRange.h"
+#include "verbs/FileTexts.h"
 #include "verbs/TrackFormats.h"
 #include "verify/KeyFrame.h"
 #include "verify/ReadAnnexB.h"
@@ -34,7 +35,7 @@ void JoinVerb::AddTo(CLI::App& app) {
         app.add_option("--from", _from, "Begin with the key frame at or before this time")
             ->type_name("T");
     auto* const to = app.add_option("--to", _to, "End at this time")->type_name("T");
-    app.add_flag("--list", _list, "List the files with their times and dates instead")
+    app.add_flag("--list", _list, "List the files and texts with their times and dates instead")
         ->excludes(output)
         ->excludes(from)
         ->excludes(to);
@@ -122,7 +123,8 @@ void JoinVerb::ReadParts() {
     avi::Software const software = avi.ReadSoftware();
     _parts.push_back(
         {path, start_ms, std::max<std::int64_t>(0, length_ms), head.numbers, software.start});
-    _times.Add({path, start_ms, _parts.back().length_ms, software.start});
+    _times.Add({path, start_ms, _parts.back().length_ms, software.start,
+                _list ? ReadTexts(avi) : std::vector<TimedText>()});
     if (_parts.size() == 1) _software = software.name;
     start_ms += _parts.back().length_ms;
   }
@@ -217,22 +219,27 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
   _base_ns += Time_ns(avi.Tracks()[lead], reached);
 }
 
-int JoinVerb::Run() {
-  if (_output.empty() && !_list) throw Error(kUsage, "--output is required");
+void JoinVerb::ReadRange() {
   std::optional<Moment> from, to;
   if (!_from.empty()) from = Moment::Parse("--from", _from);
   if (!_to.empty()) to = Moment::Parse("--to", _to);
   ReadParts();
-  if (_list) {
-    SetAnswer({{"files", _times.List()}});
-    if (!_json) WriteData(_times.Table());
-    return kOk;
-  }
   if (from) _from_ms = _times.Begin_ms(*from);
   if (to) _to_ms = _times.End_ms(*to);
   std::int64_t const length_ms = _parts.back().start_ms + _parts.back().length_ms;
   if (_from_ms >= length_ms) throw Error(kUsage, "--from is after the end, " + Seconds(length_ms));
   if (_to_ms >= 0 && _to_ms <= _from_ms) throw Error(kUsage, "--to must be after --from");
+}
+
+int JoinVerb::Run() {
+  if (_output.empty() && !_list) throw Error(kUsage, "--output is required");
+  if (_list) {
+    ReadParts();
+    SetAnswer({{"files", _times.List()}, {"texts", _times.Texts()}});
+    if (!_json) WriteData(_times.Table());
+    return kOk;
+  }
+  ReadRange();
   LoadAviPlugin(_plugin);
   CatchSignals();
   record::RecorderOptions options;

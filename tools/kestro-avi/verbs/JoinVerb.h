@@ -39,6 +39,7 @@ class JoinVerb {
     std::optional<avi::StartTime> start;
   };
   void ReadParts();
+  void ReadRange();
   void CopyPart(Part const& part, record::Recorder& recorder, Progress& progress);
   std::optional<record::CaptureTime> Captured(std::int64_t time_ns) const;
   void BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range);
