@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "support/MemoryIO.h"
 #include "support/SystemFault.h"
@@ -23,8 +22,7 @@ class FileTest : public testing::Test {
 
   void Put(std::string const& text) { std::ofstream(path) << text; }
   std::string Content(char const* name = "f") {
-    std::ifstream in(folder / name, std::ios::binary);
-    return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "none";
+    return fs::exists(folder / name) ? test::FileText(folder / name) : "none";
   }
 
   fs::path const folder = test::NewFolder(), path = folder / "f";

@@ -8,8 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "base/File.h"
 #include "stream/PacketQueue.h"
@@ -145,10 +143,7 @@ class Faults : public testing::Test {
     fs::remove_all(folder);
   }
 
-  std::string Content() const {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
+  std::string Content() const { return FileText(path); }
   // The file must hold what was taken: after a failed flush what was synced; where nothing can be
   // written any more, at least what was stored before.
   void ExpectKept(int way, Outcome const& o, bool flush, bool dead) {

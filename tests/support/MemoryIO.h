@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,6 +20,11 @@ namespace kestro::test {
 inline std::string NewFolder() {
   std::string name = testing::TempDir() + "kestro-XXXXXX";
   return mkdtemp(name.data()) != nullptr ? name : "";
+}
+
+inline std::string FileText(std::filesystem::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class MemoryIO : public base::IO {

@@ -5,22 +5,18 @@
 #include <stdlib.h>
 #include <sys/wait.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "avi/AviFile.h"
 #include "base/LittleEndian.h"
+#include "support/MemoryIO.h"
 
 namespace kestro::tool {
 
 namespace fs = std::filesystem;
 
-inline std::string FileText(fs::path const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+using test::FileText;
 
 class Command : public testing::Test {
  protected:
