@@ -12,28 +12,6 @@ class SyncTest : public Command {
       " media/clip25.h264 media/stereo48k.wav media/stereo48k.wav media/mono8k.wav";
 };
 
-// No entry of an index before the data lies in two sectors, whatever precedes it.
-TEST_F(SyncTest, FilesHoldWhatThePlainMuxerStores) {
-  Write("t.srt", "1\n00:00:00,500 --> 00:00:01,000\ntext\n");
-  for (std::string inputs : {_inputs, std::string(" media/clip25.h264 t.srt")}) {
-    ASSERT_EQ(Run("record --force -o plain.avi" + inputs).code, 0);
-    for (std::string tags : {"", "--isft software", "--strn abcde --junk 3", "--junk 20"})
-      for (std::string mode :
-           {"callback ", "in-place --reserve-time 5 ", "image --reserve-time 5 "}) {
-        SCOPED_TRACE(mode + tags + inputs);
-        Result const result =
-            Run("record --force -o s.avi --sync-interval 0.5 --sync " + mode + tags + inputs);
-        ASSERT_EQ(result.code, 0) << result.err;
-        if (mode[0] == 'i') {
-          EXPECT_THAT(result.err, HasSubstr("the index has room for "));
-          EXPECT_EQ(FileText(At("s.avi")).find("idx1") % 16, 8u);
-        }
-        for (int track : {0, 1, 2}) EXPECT_EQ(Payload("s.avi", track), Payload("plain.avi", track));
-        EXPECT_FALSE(fs::exists(At("s.avi.sync")));
-      }
-  }
-}
-
 TEST_F(SyncTest, ReportsFullReservesAndFaults) {
   std::string const record = "record --sync-interval 0.5" + _inputs;
   fs::create_directories(At("no.avi.sync/x"));
