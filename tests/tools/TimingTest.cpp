@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "media/FrameClock.h"
@@ -22,43 +23,34 @@ struct AudioCase {
   char const* name;
   std::vector<std::pair<int, int>> pieces;  // time and length in ms
   char const* audio;
-  int limit_ms = -1;
   char const* report = "";
+  int limit_ms = -1;
 };
 
 AudioCase const kAudios[] = {
     {"blocks", {{0, 50}, {50, 50}}, "40a|10a30b|20b|"},
     {"begins a little late, and what follows too", {{5, 40}, {45, 40}}, "40a|40b|"},
-    {"begins late", {{6, 40}}, "6-34a|6a|", -1, "late 6"},
+    {"begins late", {{6, 40}}, "6-34a|6a|", "late 6"},
     {"begins a little early", {{-5, 40}, {35, 40}}, "40a|40b|"},
-    {"begins early", {{-70, 50}, {-20, 60}}, "40b|", -1, "early 70"},
-    {"begins early by a part", {{-50, 60}}, "10a|", -1, "early 50"},
+    {"begins early", {{-70, 50}, {-20, 60}}, "40b|", "early 70"},
+    {"begins early by a part", {{-50, 60}}, "10a|", "early 50"},
     {"small gap", {{0, 30}, {38, 10}}, "30a10b|"},
-    {"gap at the end",
-     {{0, 30}, {71, 9}},
-     "30a10-|31-9b|",
-     -1,
-     "0.041 s of missing audio at 0.030 s"},
+    {"gap at the end", {{0, 30}, {71, 9}}, "30a10-|31-9b|", "0.041 s of missing audio at 0.030 s"},
     {"jitter at the end", {{0, 30}, {30, 40}, {88, 10}}, "30a10b|30b10c|"},
     {"late for less than a second", {{0, 50}, {110, 50}, {100, 50}}, "40a|10a30b|20b20c|30c|"},
     {"gap",
      {{0, 30}, {90, 10}, {100, 1100}},
      "30a10-|40-|10-10b20c|40c|40c|40c|40c|",
-     280,
-     "0.060 s of missing audio at 0.030 s"},
-    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|", -1, "0.060 s of overlapping audio at 0.080 s"},
+     "0.060 s of missing audio at 0.030 s",
+     280},
+    {"overlap", {{0, 80}, {20, 70}}, "40a|40a|10b|", "0.060 s of overlapping audio at 0.080 s"},
     {"small gap at the end",
      {{0, 10}, {31, 10}},
      "10a21-9b|1b|",
-     -1,
      "0.021 s of missing audio at 0.010 s"},
-    {"clock drifts",
-     {{0, 10}, {18, 10}, {36, 10}, {54, 10}},
-     "10a10b10c10-|14-10d|",
-     -1,
-     "drift 24"},
-    {"limit inside a block", {{0, 90}}, "40a|15a|", 55},
-    {"limit at a block", {{0, 90}}, "40a|40a|", 80},
+    {"clock drifts", {{0, 10}, {18, 10}, {36, 10}, {54, 10}}, "10a10b10c10-|14-10d|", "drift 24"},
+    {"limit inside a block", {{0, 90}}, "40a|15a|", "", 55},
+    {"limit at a block", {{0, 90}}, "40a|40a|", "", 80},
 };
 
 TEST(AudioBlocks, KeepStep) {
@@ -98,49 +90,35 @@ TEST(AudioBlocks, KeepStep) {
 
 // Programs get each gap when it is found, people the first ones at the end.
 TEST(GapReport, ReportsEachGapOnce) {
-  struct {
-    Gap gap;
-    char const* event;
-    char const* fields;
-    char const* text;
-  } const cases[] = {
+  std::pair<Gap, char const*> const cases[] = {
       {{Gap::kCut, 2 * kMs, 40 * kMs},
-       "gap",
-       "at_ms=2 length_ms=40 action=cut ",
+       "gap at_ms=2 length_ms=40 action=cut: "
        "0.040 s of frames at 0.002 s; taken out of all tracks"},
       {{Gap::kSegment, 0, 50 * kMs, 30 * kMs},
-       "gap",
-       "at_ms=0 length_ms=50 action=segment cut_ms=30 ",
+       "gap at_ms=0 length_ms=50 action=segment cut_ms=30: "
        "0.050 s of frames at 0.000 s; 0.030 s taken out of all tracks, the rest was recorded "
        "before "
        "the video came back; a new file starts at the next key frame"},
       {{Gap::kShift, 0, kMs},
-       "gap",
-       "at_ms=0 length_ms=1 action=shift ",
+       "gap at_ms=0 length_ms=1 action=shift: "
        "0.001 s of frames at 0.000 s; the rest of the track moves against the others"},
       {{Gap::kSilence, 0, kMs},
-       "gap",
-       "at_ms=0 length_ms=1 action=silence ",
+       "gap at_ms=0 length_ms=1 action=silence: "
        "0.001 s of frames at 0.000 s; filled with silence"},
       {{Gap::kTrimmed, 0, kMs},
-       "overlap",
-       "at_ms=0 length_ms=1 action=cut ",
-       "0.001 s of frames at 0.000 s; cut off"},
+       "overlap at_ms=0 length_ms=1 action=cut: 0.001 s of frames at 0.000 s; cut off"},
   };
   GapReport report("frames");
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.text);
-    report.Add(c.gap);
+  for (auto const& [gap, expected] : cases) {
+    report.Add(gap);
     Notices const taken = report.Take();
-    ASSERT_EQ(taken.size(), 1u);
-    std::string fields;
+    ASSERT_EQ(taken.size(), 1u) << expected;
+    std::string text = taken[0].event;
     for (Notice::Field const& field : taken[0].fields)
-      fields +=
-          field.key + ("=" + (field.isText ? field.text : std::to_string(field.number))) + " ";
-    EXPECT_EQ(taken[0].event, std::string(c.event));
-    EXPECT_EQ(fields, c.fields);
-    EXPECT_EQ(taken[0].text, c.text);
-    EXPECT_FALSE(taken[0].reported);
+      text += std::string(" ") + field.key + "=" +
+              (field.isText ? field.text : std::to_string(field.number));
+    EXPECT_EQ(text + ": " + taken[0].text, expected);
+    EXPECT_FALSE(taken[0].reported) << expected;
   }
   for (int i = 0; i < 8; ++i) report.Add({Gap::kCut, 0, 20 * kMs});
   Notices const lines = report.Lines();
@@ -260,25 +238,19 @@ TEST(ClockJumps, MoveAllStreams) {
 
 TEST(PacketTimes, AreDroppedIfWild) {
   constexpr std::int64_t kNone = AV_NOPTS_VALUE, kHour = 3600000, kYear = 8766 * kHour;
-  struct {
-    std::int64_t dts, pts, duration, expectedDts, expectedPts, expectedDuration;
-  } const cases[] = {
-      // in ms
-      {55 * kYear, 55 * kYear + kHour, 24 * kHour, 55 * kYear, 55 * kYear + kHour, 24 * kHour},
-      {0, kHour + 1, 24 * kHour + 1, 0, kNone, 0},
-      {kNone, -101 * kYear, -1, kNone, kNone, 0},
-      {INT64_MAX, 5, INT64_MAX, kNone, 5, 0},
-      {5, -INT64_MAX, 0, 5, kNone, 0},
+  using Times = std::array<std::int64_t, 3>;  // dts, pts and duration in ms
+  std::pair<Times, Times> const cases[] = {
+      {{55 * kYear, 55 * kYear + kHour, 24 * kHour}, {55 * kYear, 55 * kYear + kHour, 24 * kHour}},
+      {{0, kHour + 1, 24 * kHour + 1}, {0, kNone, 0}},
+      {{kNone, -101 * kYear, -1}, {kNone, kNone, 0}},
+      {{INT64_MAX, 5, INT64_MAX}, {kNone, 5, 0}},
+      {{5, -INT64_MAX, 0}, {5, kNone, 0}},
   };
-  for (auto const& c : cases) {
+  for (auto const& [times, expected] : cases) {
     AVPacket packet{};
-    packet.dts = c.dts;
-    packet.pts = c.pts;
-    packet.duration = c.duration;
+    packet.dts = times[0], packet.pts = times[1], packet.duration = times[2];
     DropWildTimes(packet, {1, 1000});
-    EXPECT_EQ(packet.dts, c.expectedDts) << c.dts << " " << c.pts;
-    EXPECT_EQ(packet.pts, c.expectedPts) << c.dts << " " << c.pts;
-    EXPECT_EQ(packet.duration, c.expectedDuration) << c.duration;
+    EXPECT_EQ((Times{packet.dts, packet.pts, packet.duration}), expected) << times[0];
   }
 }
 
