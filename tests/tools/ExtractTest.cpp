@@ -4,7 +4,6 @@
 
 #include "EveryKind.h"
 #include "media/TextFile.h"
-#include "stream/NalUnits.h"
 
 namespace kestro::tool {
 namespace {
@@ -34,21 +33,20 @@ class ExtractTest : public EveryKind {
 // Replaces the start codes of a recording's H.264 track 0 by lengths, and the parameter sets in the
 // frames by filler units: the only sets are then those of an avcC record in strf.
 static std::string LengthPrefixed(std::string bytes, avi::AviFile& avi) {
+  std::string const code("\0\0\0\1", 4);
   std::string sets[2];
   avi.ForEachEntry([&](avi::IndexEntry const& entry) {
     if (avi::TrackOfCode(entry.id) != 0) return;
-    auto* const data = reinterpret_cast<unsigned char*>(&bytes[std::size_t(entry.offset) + 8]);
-    stream::NalUnits<stream::AllCodes> unit(stream::NalCodec::kH264, data, entry.size);
-    for (bool more = unit.More(); more;) {
-      auto const header = unit.Header();
-      std::size_t const begin = unit.Begin(), end = unit.End();
-      unit.Next();
-      more = unit.More();
-      std::size_t const size = end - (more ? 1 : 0) - begin;
-      for (unsigned i = 0; i < 4; ++i) data[begin - 1 - i] = std::uint8_t(size >> 8 * i);
-      if (header.ParameterSet() < 0) continue;
-      sets[header.ParameterSet()].assign(data + begin, data + begin + size);
-      data[begin] = 12;
+    auto at = static_cast<std::size_t>(entry.offset) + 8;
+    std::size_t const end = at + entry.size;
+    for (std::size_t next; at < end; at = next) {
+      next = std::min(bytes.find(code, at + 4), end);
+      std::string const unit = bytes.substr(at + 4, next - at - 4);
+      for (unsigned i = 0; i < 4; ++i) bytes[at + i] = char(unit.size() >> (24 - 8 * i));
+      int const set = (unit[0] & 0x1F) - 7;
+      if (set != 0 && set != 1) continue;
+      sets[set] = unit;
+      bytes[at + 4] = 12;
     }
   });
   std::string record = "\1" + sets[0].substr(1, 3) + "\xFF\xE1";
@@ -57,8 +55,8 @@ static std::string LengthPrefixed(std::string bytes, avi::AviFile& avi) {
   record.resize((record.size() + 1) / 2 * 2);
   auto const added = static_cast<unsigned>(record.size());
   auto const add = [&](std::size_t at) {
-    base::Store32(reinterpret_cast<unsigned char*>(&bytes[at]),
-                  base::Load32(reinterpret_cast<unsigned char*>(&bytes[at])) + added);
+    auto* const field = reinterpret_cast<unsigned char*>(&bytes[at]);
+    base::Store32(field, base::Load32(field) + added);
   };
   std::size_t const strf = bytes.find("strf"), index = bytes.rfind("idx1");
   for (std::size_t at : {std::size_t{4}, bytes.find("hdrl") - 4, bytes.find("strl") - 4, strf + 4})
