@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <future>
 #include <sstream>
-#include <thread>
 #include <utility>
 
 #include "support/FaultIO.h"
@@ -139,25 +139,23 @@ TEST(VfiMuxer, LeavesASharedTagSetAlone) {
     plain.Track(VideoMedia());
     struct : MemoryIO {
       bool Truncate(base::int64 size) override {  // when the output is opened
-        if (start) other = std::thread(std::exchange(start, nullptr));
-        if (wait && other.joinable()) other.join();
+        if (opens) std::exchange(opens, nullptr)();
         return MemoryIO::Truncate(size);
       }
-      std::function<void()> start;
-      std::thread other;
-      bool wait = false;
+      std::function<void()> opens;
     } io;
-    io.start = [&] {
-      EXPECT_TRUE(plain.Open());
-      EXPECT_TRUE(plain.Push(0, KeyFrame("x"), true));
+    std::future<bool> pushed;
+    io.opens = [&] {
+      pushed = std::async(std::launch::async,
+                          [&] { return plain.Open() && plain.Push(0, KeyFrame("x"), true); });
+      if (wait) pushed.wait();
     };
-    io.wait = wait;
     Recording inPlace(&io, "VFIAviMuxer-avi-muxer-vfi");
     inPlace.Track(VideoMedia());
     for (auto* r : {&inPlace, &plain}) r->muxer->Set("vidtag", shared.object.get());
     EXPECT_TRUE(inPlace.Open());
     EXPECT_TRUE(inPlace.Push(0, KeyFrame("x"), true));
-    if (io.other.joinable()) io.other.join();
+    EXPECT_TRUE(pushed.get());
     EXPECT_TRUE(inPlace.Close());
     EXPECT_TRUE(plain.Close());
     auto const frame = Chunk{"00dc", StoredKeyFrame("x"), true};
