@@ -45,9 +45,7 @@ class BadSectors : public testing::TestWithParam<char const*> {
     }
   }
   void Write() const {
-    std::ofstream(_path, std::ios::binary)
-        .write(reinterpret_cast<char const*>(_file.data()),
-               static_cast<std::streamsize>(_file.size()));
+    std::ofstream(_path, std::ios::binary) << std::string(_file.begin(), _file.end());
   }
   std::size_t At(char const* code) const {
     return static_cast<std::size_t>(std::search(_file.begin(), _file.end(), code, code + 4) -

@@ -6,14 +6,13 @@ namespace {
 
 using testing::HasSubstr;
 
-class SyncTest : public Command {
- protected:
-  std::string const _inputs =
-      " media/clip25.h264 media/stereo48k.wav media/stereo48k.wav media/mono8k.wav";
-};
+using SyncTest = Command;
+
+std::string const kInputs =
+    " media/clip25.h264 media/stereo48k.wav media/stereo48k.wav media/mono8k.wav";
 
 TEST_F(SyncTest, ReportsFullReservesAndFaults) {
-  std::string const record = "record --sync-interval 0.5" + _inputs;
+  std::string const record = "record --sync-interval 0.5" + kInputs;
   fs::create_directories(At("no.avi.sync/x"));
   std::string const full = "--sync in-place --reserve 800 --force -o full.avi";
   Expect(record, {{full, 0, "note: full.avi: the index before the data was full at 0."},
@@ -34,9 +33,9 @@ TEST_F(SyncTest, ReportsFullReservesAndFaults) {
   std::string const repair = "repair --image cut.avi.sync cut.avi -o whole.avi";
   Expect("", {{repair, 0, "index of cut.avi.sync"}, {"verify whole.avi", 0, "clean"}});
   fs::remove(At("cut.avi"));
-  EXPECT_EQ(Run("record --sync callback -o cut.avi" + _inputs).code, 2);
+  EXPECT_EQ(Run("record --sync callback -o cut.avi" + kInputs).code, 2);
   fs::rename(At("cut.avi.sync"), At("cut.avi.sync2"));
-  EXPECT_EQ(Run("record --sync callback -o cut.avi" + _inputs).code, 2);
+  EXPECT_EQ(Run("record --sync callback -o cut.avi" + kInputs).code, 2);
 }
 
 TEST_F(SyncTest, RefusesWrongOptions) {
@@ -46,8 +45,8 @@ TEST_F(SyncTest, RefusesWrongOptions) {
         "--sync image --reserve 3G", "--sync image --index-spill 1",
         "--sync image --set reservedSize=1", "--front-index-only",
         "--sync callback --front-index-only", "--cache 0", "--sync callback --reserve-time 5"})
-    EXPECT_EQ(Run("record -o x.avi " + options + _inputs).code, 2) << options;
-  EXPECT_EQ(Run("record --cache 16 --realtime --drop --duration 0.2 -o x.avi" + _inputs).code, 0);
+    EXPECT_EQ(Run("record -o x.avi " + options + kInputs).code, 2) << options;
+  EXPECT_EQ(Run("record --cache 16 --realtime --drop --duration 0.2 -o x.avi" + kInputs).code, 0);
 }
 
 }  // namespace
