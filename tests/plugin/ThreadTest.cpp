@@ -96,31 +96,25 @@ TEST(Threads, SwitchingTheVideoTrackLosesNothing) {
   MemoryIO io;
   RecordTwoVideos(io, 4000);
   Playing p(&io);
-  std::mutex mutex;
-  std::vector<std::pair<bool, unsigned>> seen;  // second track, sequence number
+  Lines seen;  // codec and sequence number of the video packets
   CaptureSink sink([&](Packet& packet) {
     if (!packet.Media()->IsVideo()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    std::lock_guard lock(mutex);
-    seen.emplace_back(packet.Media()->Codec() == std::string("hevc"), packet.Seq());
+    seen.Add(std::string(packet.Media()->Codec()) + " " + std::to_string(packet.Seq()));
     return true;
   });
   p.Link(sink);
   ASSERT_TRUE(p.Run());
-  auto const count = [&] {
-    std::lock_guard lock(mutex);
-    return seen.size();
-  };
   for (unsigned i = 1; i < 60; ++i) {
     p.demuxer->Set("plyVidCtrl", i % 2);
-    std::size_t const before = count();
-    ASSERT_TRUE(Eventually([&] { return count() >= before + 3; })) << "switch " << i;
-    std::lock_guard lock(mutex);
-    EXPECT_EQ(i % 2 != 0, seen.back().first) << "switch " << i;
+    ASSERT_TRUE(seen.Reach(seen.Count() + 3)) << "switch " << i;
+    EXPECT_EQ(i % 2 != 0 ? "hevc" : "h264", seen.All().back().substr(0, 4)) << "switch " << i;
   }
   EXPECT_TRUE(p.Pause());
   unsigned next[2] = {0, 0}, lost[2] = {0, 0};
-  for (auto const& [second, seq] : seen) {
+  for (std::string const& packet : seen.All()) {
+    bool const second = packet[1] == 'e';
+    auto const seq = static_cast<unsigned>(std::stoul(packet.substr(5)));
     if (next[second] != 0) lost[second] += seq - next[second];
     next[second] = seq + 1;
   }

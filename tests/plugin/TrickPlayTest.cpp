@@ -187,9 +187,8 @@ struct RandomFilm {
       bool const video = model.tracks[i].video, key = !video || Below(density) == 0;
       std::string data = std::to_string(100000 + left[i]-- * 10 + i);
       data = video ? kStart + (key ? "\x65" : "\x41") + data : data + "au";
-      ids.push_back("0" + std::to_string(i) + (video ? "dc" : "wb"));
       model.tracks[i].entries.push_back({key, 0, data});
-      stored.push_back({i, key, data});
+      chunks.push_back({"0" + std::to_string(i) + (video ? "dc" : "wb"), data, key});
       total += left[i] == 0;
     }
   }
@@ -197,14 +196,11 @@ struct RandomFilm {
 
   // The file; the model gets the places of its chunks.
   std::string File() {
-    std::vector<Chunk> chunks;
-    for (std::size_t i = 0; i < stored.size(); ++i)
-      chunks.push_back({ids[i].c_str(), stored[i].data, stored[i].key});
     Bytes front = List("LIST", "hdrl", MainHeader(Shape(), 1, 1000).Add(headers));
     Body const body(chunks, 12 + front.size() + 12);
     std::vector<std::size_t> next(model.tracks.size());
-    for (std::size_t i = 0; i < stored.size(); ++i) {
-      auto const track = stored[i].track;
+    for (std::size_t i = 0; i < chunks.size(); ++i) {
+      auto const track = static_cast<std::size_t>(chunks[i].id[1] - '0');
       model.tracks[track].entries[next[track]++].offset = base::Load32(&body.index[i * 16 + 8]);
     }
     front.Add(body.movi).Add(Plain("idx1", {body.index.begin(), body.index.end()}));
@@ -212,16 +208,10 @@ struct RandomFilm {
     return {file.begin(), file.end()};
   }
 
-  struct Stored {
-    std::size_t track;
-    bool key;
-    std::string data;
-  };
   std::minstd_rand random;
   Model model;
   Bytes headers;
-  std::vector<std::string> ids;
-  std::vector<Stored> stored;
+  std::vector<Chunk> chunks;
 };
 
 std::string Words(Packet const* packet) {

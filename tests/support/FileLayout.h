@@ -22,8 +22,7 @@ struct Shape {
 };
 
 struct Chunk {
-  char const* id;
-  std::string stored;
+  std::string id, stored;
   bool key;
 };
 
@@ -67,8 +66,8 @@ struct Body {
   Body(std::vector<Chunk> const& chunks, std::size_t at) {
     for (auto const& chunk : chunks) {
       std::size_t const size = chunk.stored.size();
-      if (size > 0) index.Cc(chunk.id).U32(chunk.key ? 0x10 : 0, at + movi.size(), size);
-      movi.Add(Plain(chunk.id, chunk.stored)).Zeros(size % 2);
+      if (size > 0) index.Cc(chunk.id.c_str()).U32(chunk.key ? 0x10 : 0, at + movi.size(), size);
+      movi.Add(Plain(chunk.id.c_str(), chunk.stored)).Zeros(size % 2);
     }
     movi = List("LIST", "movi", movi);
   }
