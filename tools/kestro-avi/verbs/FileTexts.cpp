@@ -11,8 +11,9 @@ static constexpr std::int64_t kLatest_ms = std::int64_t{1} << 40;
 
 std::vector<TimedText> ReadTexts(avi::AviFile& avi) {
   auto const& tracks = avi.Tracks();
-  std::vector<bool> selected;
-  for (avi::AviTrack const& track : tracks) selected.push_back(track.type == "text");
+  std::vector<bool> selected(tracks.size());
+  std::transform(tracks.begin(), tracks.end(), selected.begin(),
+                 [](avi::AviTrack const& track) { return track.type == "text"; });
   if (std::find(selected.begin(), selected.end(), true) == selected.end()) return {};
   std::vector<TimedText> texts;
   avi::TrackReader(avi, selected).ForEach([&](std::size_t track, avi::Piece const& piece) {
