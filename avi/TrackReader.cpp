@@ -24,7 +24,7 @@ bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   if (track >= _position.size()) return true;
   AviTrack const& info = _avi.Tracks()[track];
   bool const whole = info.type != "audio";
-  std::uint64_t const count = whole ? 1 : listed.size / info.FrameBytes();
+  std::uint64_t const count = whole ? 1 : AudioSize(listed) / info.FrameBytes();
   bool const wanted =
       track < _selected.size() && _selected[track] &&
       (_range == nullptr || _range->Has(track, _position[_avi.ClockOf(track)], count));
@@ -37,6 +37,17 @@ bool TrackReader::ReadChunk(IndexEntry const& listed, Sink const& sink) {
   // Also for other tracks: they may give a selected one its times.
   _position[track] += count;
   return more;
+}
+
+// How many bytes of audio an entry stands for. A damaged entry must not move all that follows by
+// hours: if it does not fit into the file, the chunk's own header counts.
+unsigned TrackReader::AudioSize(IndexEntry const& entry) {
+  auto const fits = [&](int64 size) { return entry.offset + 8 + size <= _avi.Size(); };
+  if (fits(entry.size)) return entry.size;
+  Chunk chunk;
+  bool const known = _avi.Reader().Header(entry.offset, _avi.Size(), chunk) &&
+                     chunk.id == entry.id && fits(chunk.size);
+  return known ? static_cast<unsigned>(chunk.size) : 0;
 }
 
 bool TrackReader::CheckChunk(IndexEntry const& entry, bool whole) {

@@ -50,6 +50,7 @@ class TrackReader {
 
  private:
   bool ReadChunk(IndexEntry const& entry, Sink const& sink);
+  unsigned AudioSize(IndexEntry const& entry);
   bool CheckChunk(IndexEntry const& entry, bool whole);
   bool ReadPieces(IndexEntry const& entry, std::size_t track, Sink const& sink);
   void AddFault(IndexEntry const& entry, std::string const& what);

@@ -163,8 +163,20 @@ TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   std::string bytes = FileText(At("b.avi"));
   bytes[bytes.find("strf", bytes.find("strf") + 1) + 8] = '\xFF';  // the code of another format
   Write("b.avi", bytes);
-  Expect("join -o c.avi a.avi b.avi", {{"", 0, ""}});
+  Expect("join -o c.avi a.avi b.avi", {{"", 1, "b.avi: track 1 is left out: audio"}});
   EXPECT_TRUE(Payload("c.avi", 1) == Payload("a.avi", 1) + Payload("a.avi", 1));
+}
+
+// A size in the index, of gigabytes, does not become silence of that length.
+TEST_F(SegmentTest, JoinsDamagedIndexes) {
+  Expect("record", {{"-o a.avi media/clip25.h264 media/stereo48k.wav", 0, ""}});
+  std::string bytes = FileText(At("a.avi"));
+  bytes[bytes.find("01wb", bytes.rfind("idx1")) + 15] = '\xE0';
+  Write("b.avi", bytes);
+  Expect("join -o c.avi b.avi", {{"", 1, "b.avi: track 1: 0.020 s of missing audio filled"}});
+  std::string audio = Payload("a.avi", 1);
+  std::fill_n(audio.begin(), 3840, '\0');
+  EXPECT_TRUE(Payload("c.avi", 1) == audio);
 }
 
 TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {

@@ -133,6 +133,8 @@ TEST_F(StartTime, IsKeptAndFoundByClips) {
       {"--from 2026-11-22T14:56:59Z", "cover 2026-11-22T14:57:00.000Z to 2026-11-22T14:57:14", "",
        0},
       {"--to 2026-11-22T16:57", "--to must be after --from", "", 0},
+      {"--from 2026-11-22T14:57:05Z --to 2026-11-22T14:57:08Z", "nothing between these dates", "",
+       0},
       {"--from 2026-11-22", "not a date and time", "", 0},
   };
   for (auto const& c : cases) {

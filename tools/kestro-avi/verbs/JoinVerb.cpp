@@ -115,6 +115,10 @@ void JoinVerb::ReadParts() {
     if (tracks != _tracks)
       throw Error(kUnusable, path + ": has other tracks than " + _files[0] + ": " + tracks +
                                  ", not " + _tracks);
+    for (std::size_t i = 0; i < head.numbers.size(); ++i)
+      if (head.numbers[i] < 0)
+        _warnings.push_back(path + ": track " + std::to_string(i) +
+                            " is left out: " + head.tracks[i].Kind() + " cannot be recorded");
     if (!avi.Indexed())
       _warnings.push_back(path + ": the index is missing or incomplete; reading every chunk");
     avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];
@@ -197,6 +201,7 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
 
   std::size_t const lead = LeadOf(avi);
   std::uint64_t reached = 0;  // positions of the leading track
+  std::uint64_t empty = 0;
   bool pushed = true;
   auto const faults = ReadAnnexB(
       avi, std::vector<bool>(avi.Tracks().size(), true),
@@ -204,6 +209,7 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
         avi::AviTrack const& info = avi.Tracks()[track];
         std::size_t const samples = piece.size / info.FrameBytes();
         int const number = part.numbers[track];  // below 0: cannot be recorded
+        empty += stored == 0 && number >= 0 && info.type == "video" && ChunksPerFrame(info) == 1;
         pushed = piece.size == 0 || number < 0 || Push(recorder, avi, track, number, piece);
         if (track == lead) {
           reached = piece.position + (info.type == "audio" ? samples : 1);
@@ -215,6 +221,9 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
       },
       range ? &*range : nullptr);
   for (std::string const& fault : faults) _warnings.push_back(part.path + ": " + fault);
+  if (empty != 0)
+    _warnings.push_back(part.path + ": " + Quantity(empty, "empty frame") +
+                        " left out: later pictures come earlier");
   if (pushed && !Interrupted()) EndAudio(part);
   _base_ns += Time_ns(avi.Tracks()[lead], reached);
 }
@@ -224,11 +233,16 @@ void JoinVerb::ReadRange() {
   if (!_from.empty()) from = Moment::Parse("--from", _from);
   if (!_to.empty()) to = Moment::Parse("--to", _to);
   ReadParts();
+  std::int64_t const length_ms = _parts.back().start_ms + _parts.back().length_ms;
+  if (length_ms == 0) throw Error(kUnusable, _files[0] + ": its video has no frames or no rate");
   if (from) _from_ms = _times.Begin_ms(*from);
   if (to) _to_ms = _times.End_ms(*to);
-  std::int64_t const length_ms = _parts.back().start_ms + _parts.back().length_ms;
   if (_from_ms >= length_ms) throw Error(kUsage, "--from is after the end, " + Seconds(length_ms));
-  if (_to_ms >= 0 && _to_ms <= _from_ms) throw Error(kUsage, "--to must be after --from");
+  if (_to_ms >= 0 && _to_ms <= _from_ms)
+    throw Error(kUsage,
+                from && from->date && to->date && from->time_ns < to->time_ns
+                    ? "--from, --to: the files have nothing between these dates, in this order"
+                    : "--to must be after --from");
 }
 
 int JoinVerb::Run() {
