@@ -49,6 +49,7 @@ for mode in "${modes[@]}"; do
     sleep 0.05
   done
   "$tool" play --follow $mode.avi >$mode-followed.txt 2>$mode-notes.txt &
+  "$tool" play --follow --from 2 $mode.avi >$mode-late.txt 2>/dev/null &
 done
 # Image mode stores nothing before the last second of this recording.
 for mode in in-place callback; do
@@ -59,5 +60,7 @@ wait
 for mode in "${modes[@]}"; do
   check "followed to the end, $mode" "$("$tool" play $mode.avi 2>/dev/null | sort)" \
     "$(sort $mode-followed.txt)"
+  check "followed from 2 s, $mode" "$("$tool" play --from 2 $mode.avi 2>/dev/null | sort)" \
+    "$(sort $mode-late.txt)"
 done
 finish

@@ -218,6 +218,8 @@ int PlayVerb::PlayFile() {
   bool const first = !_plan;
   _plan.emplace(_options, avi, player, first);
   if (first) Begin(avi);
+  // Until the recording is that long, the key frame at or before --from is not known.
+  if (_growing && _options.from_ms >= _plan->Length_ms()) return _code;
   if (!player.Opened()) Warn("a part that is needed for opening could not be read");
   if (_options.from_ms > avi.Duration_ms() && !_growing)
     Warn("--from is after the end, " + Seconds(avi.Duration_ms()));
