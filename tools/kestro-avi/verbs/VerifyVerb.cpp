@@ -19,10 +19,12 @@ namespace kestro::tool {
 void VerifyVerb::AddTo(CLI::App& app) {
   app.add_option("FILE", _files, "AVI files")->required()->type_name("");
   _json.AddTo(app);
-  app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
-  app.add_flag("--decode", _decode, "Decode all video and name broken pictures");
+  auto* deep = app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
+  auto* decode = app.add_flag("--decode", _decode, "Decode all video and name broken pictures");
   auto* hash = app.add_flag("--hash", _hash, "Write FILE.sha256, with hashes of file and packets");
-  app.add_flag("--check", _check, "Compare with FILE.sha256 instead")->excludes(hash);
+  auto* check = app.add_flag("--check", _check, "Compare with FILE.sha256 instead");
+  for (auto* option : {hash, check}) option->excludes(deep)->excludes(decode);
+  check->excludes(hash);
   app.add_flag("--force", _force, "Overwrite FILE.sha256")->needs(hash);
   _progress.AddTo(app);
   app.footer(
