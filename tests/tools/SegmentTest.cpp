@@ -117,7 +117,10 @@ TEST_F(SegmentTest, ClipsAcrossFiles) {
     EXPECT_TRUE(FileText(At("a.avi")) == FileText(At("b.avi")));
     EXPECT_EQ(Run("verify a.avi").code, 0);
   }
-  Expect("clip", {{"--from 4 -o c.avi whole.avi", 2, "after the end"},
+  Expect("record -o open.avi media/clip25.h265", {{"", 0, ""}});
+  Expect("clip", {{"--from 1.2 -o o.avi open.avi", 1, "open group of pictures"},
+                  {"--to 1 -o p.avi open.avi", 0, ""},
+                  {"--from 4 -o c.avi whole.avi", 2, "after the end"},
                   {"--from 2 --to 2 -o c.avi whole.avi", 2, "after --from"},
                   {"whole.avi", 2, "--output"},
                   {"-o whole.avi --force whole.avi", 2, "whole.avi"}});

@@ -102,7 +102,7 @@ static std::int64_t Time_ns(avi::AviTrack const& track, std::uint64_t position) 
 }
 
 void JoinVerb::ReadParts() {
-  std::int64_t start_ms = 0;
+  std::int64_t end_ns = 0;
   for (std::string const& path : _files) {
     avi::AviFile avi(path);
     Head head = ReadHead(avi, path);
@@ -122,15 +122,14 @@ void JoinVerb::ReadParts() {
     if (!avi.Indexed())
       _warnings.push_back(path + ": the index is missing or incomplete; reading every chunk");
     avi::AviTrack const& lead = avi.Tracks()[LeadOf(avi)];
-    std::int64_t const length_ms =
-        lead.type == "video" ? Time_ns(lead, lead.chunks) / 1000000 : lead.duration_ms;
+    std::int64_t const start_ms = end_ns / 1000000;
+    end_ns += std::max<std::int64_t>(
+        0, lead.type == "video" ? Time_ns(lead, lead.chunks) : lead.duration_ms * 1000000);
     avi::Software const software = avi.ReadSoftware();
-    _parts.push_back(
-        {path, start_ms, std::max<std::int64_t>(0, length_ms), head.numbers, software.start});
+    _parts.push_back({path, start_ms, end_ns / 1000000 - start_ms, head.numbers, software.start});
     _times.Add({path, start_ms, _parts.back().length_ms, software.start,
                 _list ? ReadTexts(avi) : std::vector<TimedText>()});
     if (_parts.size() == 1) _software = software.name;
-    start_ms += _parts.back().length_ms;
   }
 }
 
@@ -162,6 +161,7 @@ void JoinVerb::BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRang
       _audio[static_cast<std::size_t>(part.numbers[track])].Begin(audio, length_of(audio), end_ns);
   }
 }
+
 bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track,
                     int number, avi::Piece const& piece) {
   avi::AviTrack const& info = avi.Tracks()[track];
@@ -177,6 +177,11 @@ bool JoinVerb::Push(record::Recorder& recorder, avi::AviFile const& avi, std::si
   return recorder.Push(index, payload) == record::Code::kOk;
 }
 
+bool JoinVerb::ReachAudio(std::int64_t time_ns) {
+  return std::all_of(_audio.begin(), _audio.end(),
+                     [time_ns](JoinedAudio& audio) { return audio.Reach(time_ns); });
+}
+
 void JoinVerb::EndAudio(Part const& part) {
   for (std::size_t i = 0; i < _audio.size(); ++i) {
     if (!_head.recorded[i].IsAudio() || !_audio[i].End()) continue;
@@ -184,6 +189,18 @@ void JoinVerb::EndAudio(Part const& part) {
     if (!changes.empty())
       _warnings.push_back(part.path + ": track " + std::to_string(i) + ": " + changes);
   }
+}
+
+// Gets the first two frames of a clip that begins within a recording. Frames of an open group are
+// copied: without them, audio would no longer be in sync.
+void JoinVerb::CheckStart(avi::AviTrack const& info, avi::Piece const& piece) {
+  bool const key = piece.position == 0;
+  if (key) _start.emplace(stream::NalCodecOf(info.codec));
+  if (_start && _start->Leads({piece.data, piece.data + piece.size}, key, key ? 0 : -1))
+    _warnings.push_back(
+        "the clip begins with an open group of pictures: those that refer to earlier pictures "
+        "cannot be "
+        "decoded");
 }
 
 void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& progress) {
@@ -212,9 +229,9 @@ void JoinVerb::CopyPart(Part const& part, record::Recorder& recorder, Progress& 
         empty += stored == 0 && number >= 0 && info.type == "video" && ChunksPerFrame(info) == 1;
         pushed = piece.size == 0 || number < 0 || Push(recorder, avi, track, number, piece);
         if (track == lead) {
+          if (_base_ns == 0 && from_ms > 0 && piece.position < 2) CheckStart(info, piece);
           reached = piece.position + (info.type == "audio" ? samples : 1);
-          for (JoinedAudio& audio : _audio)
-            pushed = pushed && audio.Reach(_base_ns + Time_ns(info, reached));
+          pushed = pushed && ReachAudio(_base_ns + Time_ns(info, reached));
         }
         progress.Update(_done += stored);
         return pushed && !Interrupted();

@@ -10,6 +10,7 @@
 #include "avi/TrackReader.h"
 #include "cli/Answer.h"
 #include "cli/Progress.h"
+#include "media/OpenGroups.h"
 #include "recorder/Recorder.h"
 #include "repair/Head.h"
 #include "verbs/ExtractRange.h"
@@ -45,7 +46,9 @@ class JoinVerb {
   void BeginAudio(Part const& part, avi::AviFile const& avi, ExtractRange const* range);
   bool Push(record::Recorder& recorder, avi::AviFile const& avi, std::size_t track, int number,
             avi::Piece const& piece);
+  bool ReachAudio(std::int64_t time_ns);
   void EndAudio(Part const& part);
+  void CheckStart(avi::AviTrack const& info, avi::Piece const& piece);
 
   Kind const _kind;
   std::vector<std::string> _files;
@@ -63,7 +66,8 @@ class JoinVerb {
   std::int64_t _from_ms = 0, _to_ms = -1;
   std::int64_t _base_ns = 0;        // when the current file begins
   std::vector<JoinedAudio> _audio;  // by track of the joined file, also for other tracks
-  std::uint64_t _done = 0;          // bytes
+  std::optional<OpenGroups> _start;
+  std::uint64_t _done = 0;  // bytes
   std::vector<std::string> _warnings, _errors;
   Json _outputs = Json::array();
 };

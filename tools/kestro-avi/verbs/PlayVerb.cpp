@@ -1,5 +1,7 @@
 #include "verbs/PlayVerb.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -235,6 +237,15 @@ static bool IsGrowing(fs::path const& path) {
   return !none && fs::file_time_type::clock::now() - changed < std::chrono::seconds(10);
 }
 
+// Throws Error when the name now belongs to another file than in the first call.
+void PlayVerb::CheckIdentity() {
+  struct stat state = {};
+  if (stat(_options.file.c_str(), &state) != 0) return;  // opening it reports why
+  auto const now = std::make_pair(state.st_dev, state.st_ino);
+  if (!_identity) _identity = now;
+  if (_identity != now) throw Error(kIo, _options.file + ": was replaced by another file");
+}
+
 // Plays what is there, and again what has come since, until the file is closed.
 int PlayVerb::Follow() {
   using std::chrono::milliseconds;
@@ -242,6 +253,7 @@ int PlayVerb::Follow() {
   bool reported = false;
   for (;;) {
     auto const began = std::chrono::steady_clock::now();
+    CheckIdentity();
     _growing = IsGrowing(_options.file);
     try {
       int const code = PlayFile();

@@ -1,10 +1,13 @@
 // kestro-avi play: lists the packets that the demuxer delivers.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "avi/AviFile.h"
@@ -24,6 +27,7 @@ class PlayVerb {
  private:
   int Follow();
   int PlayFile();
+  void CheckIdentity();
   void Begin(avi::AviFile& avi);
   void CheckFrames(avi::AviFile& avi);
   void SetStart(Player& player);
@@ -54,9 +58,10 @@ class PlayVerb {
     unsigned seq = 0;
   };
   std::vector<Last> _last;  // by track
-  bool _growing = false;    // the file is being recorded
-  bool _atEnd = false;      // --to was reached
-  bool _failed = false;     // a read failed, which was reported
+  std::optional<std::pair<dev_t, ino_t>> _identity;
+  bool _growing = false;  // the file is being recorded
+  bool _atEnd = false;    // --to was reached
+  bool _failed = false;   // a read failed, which was reported
 
   bool _paced = false;  // the two members below are set
   int64 _origin_ms = 0;
