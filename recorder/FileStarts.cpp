@@ -22,16 +22,10 @@ FileStarts::FileStarts(RecorderOptions const& options)
       _known(options.start.clock != StartOptions::kNone),
       _anchor(SourceOf(options.start.clock)) {}
 
-std::optional<StartTime> FileStarts::Captured(std::int64_t time_ns) {
-  StartOptions const& start = _options.start;
-  if (start.captured) {
-    auto const captured = start.captured(time_ns);
-    if (!captured || captured->time_ns < 0) return std::nullopt;
-    return StartTime{captured->time_ns, captured->set};
-  }
-  ClockAnchor::Now now = ClockAnchor::Now::Read();
-  if (start.wallClock) now.wall_ns = start.wallClock();
-  return _anchor.Take(time_ns, now);
+std::optional<StartTime> FileStarts::Captured(std::int64_t time_ns) const {
+  auto const captured = _options.start.captured(time_ns);
+  if (!captured || captured->time_ns < 0) return std::nullopt;
+  return StartTime{captured->time_ns, captured->set};
 }
 
 // Whether two starts are on the same line of time.
@@ -43,8 +37,16 @@ static bool Follows(std::optional<StartTime> const& a, std::optional<StartTime> 
 
 void FileStarts::Take(std::int64_t time_ns) {
   if (!_known) return;
+  // The application's functions are called without the lock.
+  StartOptions const& options = _options.start;
+  std::optional<StartTime> start;
+  auto now = ClockAnchor::Now::Read();
+  if (options.captured)
+    start = Captured(time_ns);
+  else if (options.wallClock)
+    now.wall_ns = options.wallClock();
   std::lock_guard lock(_mutex);
-  auto const start = Captured(time_ns);
+  if (!options.captured) start = _anchor.Take(time_ns, now);
   if (!_spans.empty() && Follows(_spans.back().start, start, time_ns - _spans.back().from_ns))
     return;
   if (_spans.size() == kMostSpans) _spans.pop_front();

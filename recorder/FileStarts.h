@@ -27,7 +27,7 @@ class FileStarts {
     std::int64_t from_ns;  // packet time
     std::optional<avi::StartTime> start;
   };
-  std::optional<avi::StartTime> Captured(std::int64_t time_ns);
+  std::optional<avi::StartTime> Captured(std::int64_t time_ns) const;
 
   RecorderOptions const& _options;
   bool const _known;  // there is something to write

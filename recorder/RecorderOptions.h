@@ -83,8 +83,9 @@ struct StartOptions {
     kNone,  // files store no start
   } clock = kAuto;
   std::function<std::int64_t()> wallClock;  // nanoseconds since 1970 UTC; null: the system's clock
-  // Instead of reading a clock: when the packet with this time was captured; empty: unknown. Called
-  // in Push, for packets of the leading track.
+  // Instead of reading a clock: when the packet with this time was captured; empty: unknown. Both
+  // are called in Push with packets of the leading track, with no lock held, and by several threads
+  // at once if they push such packets.
   std::function<std::optional<CaptureTime>(std::int64_t time_ns)> captured;
 };
 
