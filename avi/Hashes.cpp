@@ -80,7 +80,10 @@ std::string WriteHashes(AviFile& avi, std::string const& name,
               std::to_string(packet.size) + " " + packet.hash + "\n");
       },
       advance);
-  write(file + "  " + name + "\n");
+  // sha256sum escapes such names, and marks their lines.
+  std::string escaped;
+  for (char const c : name) escaped += c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
+  write((escaped == name ? "" : "\\") + file + "  " + escaped + "\n");
   return file;
 }
 

@@ -221,7 +221,11 @@ TEST_F(VerifyTest, DecodesAndHashes) {
                     {"--hash good.avi", 2, "exists"},
                     {"--hash --force good.avi", 0, ""},
                     {"--check good.avi bad.avi", 0, "good.avi: as hashed\nbad.avi: as hashed\n"}});
-  EXPECT_EQ(Shell("sha256sum -c --strict good.avi.sha256").code, 0);
+  std::string const name = "two\nlines \\.avi";
+  fs::copy_file(At("good.avi"), At(name));
+  Expect("verify", {{"--hash 'two\nlines \\.avi'", 0, ""}, {"--check 'two\nlines \\.avi'", 0, ""}});
+  fs::rename(At(name + ".sha256"), At("two.sha256"));
+  EXPECT_EQ(Shell("sha256sum -c --strict good.avi.sha256 two.sha256").code, 0);
   fs::copy_file(At("bad.avi"), At("good.avi"), fs::copy_options::overwrite_existing);
   Expect("verify --check", {{"good.avi", 1, "good.avi: changed\n  track 0, packet 50: differs\n"}});
   Write("good.avi", bytes.substr(0, bytes.size() / 2));

@@ -28,6 +28,7 @@ HashFile HashFile::Read(std::string const& path) {
   HashFile file;
   std::string line;
   for (unsigned number = 1; std::getline(text, line); ++number) {
+    if (line.rfind('\\', 0) == 0) line.erase(0, 1);  // the name is escaped
     std::istringstream fields(line);
     std::string mark;
     avi::PacketHash packet = {};
