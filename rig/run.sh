@@ -185,7 +185,7 @@ full_card() { # full_card NAME
   mcopy -n -i "$out/full/$1.card" ::a.avi "$file"
   reported full "$1" 'No space left'
   "$tool" verify "$file" >"$file.verified" || fault "$1: $(sed -n 2p "$file.verified")"
-  played=$("$tool" play --json "$file" 2>/dev/null | wc -l)
+  played=$("$tool" play --json "$file" 2>/dev/null | grep -c '"seq"')
   pushed=$(sed -n 's/^ended: \([0-9]*\) packets/\1/p' "$out/full/$1.said")
   ((played * 10 > pushed * 9)) || fault "$1: $played packets of $pushed are played"
   checked full vfat "$1" states=end "least=$played"
