@@ -3,28 +3,19 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "media/Scaled.h"
 #include "media/TimedText.h"
 
 namespace kestro::tool {
 
-// When a frame begins. Rounded down, so that no earlier frame begins at or after this time.
-static std::int64_t Time_ms(avi::AviTrack const& clock, std::uint64_t frame) {
-  constexpr std::int64_t kLatest = std::int64_t{1} << 40;
-  std::int64_t const ms = Scaled(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000,
-                                 clock.rate, Rounding::kTowardsZero);
-  return ms < 0 ? kLatest : std::min(ms, kLatest);  // negative on overflow
-}
-
 SrtFile::SrtFile(std::string const& path, avi::AviTrack const& clock)
-    : StreamFile(path), _clock(clock), _end_ms(Time_ms(clock, clock.chunks)) {}
+    : StreamFile(path), _clock(clock), _end_ms(TextTime_ms(clock, clock.chunks)) {}
 
 void SrtFile::Write(std::size_t, avi::Piece const& piece) {
   if (piece.size == 0) return;
   auto const timed = UnwrapSrt(piece.data, piece.size);
   for (TimedText const& text : timed) WriteCue(text);
   if (!timed.empty()) return;
-  std::int64_t const start = Time_ms(_clock, piece.position);
+  std::int64_t const start = TextTime_ms(_clock, piece.position);
   if (start != _start_ms) WriteWaiting(start);
   _start_ms = start;
   _waiting.emplace_back(piece.data, piece.data + piece.size);
@@ -53,7 +44,7 @@ void JsonLinesFile::Write(std::size_t, avi::Piece const& piece) {
   for (TimedText const& text : timed)
     WriteLine({{"pts_ms", text.start_ms}, {"end_ms", text.end_ms}, {"text", text.text}});
   if (timed.empty())
-    WriteLine({{"pts_ms", Time_ms(_clock, piece.position)},
+    WriteLine({{"pts_ms", TextTime_ms(_clock, piece.position)},
                {"text", std::string(piece.data, piece.data + piece.size)}});
 }
 

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "base/LittleEndian.h"
+#include "media/Scaled.h"
 
 namespace kestro::tool {
 
@@ -12,6 +13,13 @@ namespace kestro::tool {
 static constexpr std::size_t kPartHeader = 6;
 static constexpr int kName = 2, kFile = 4;
 static std::string const kMagic("GAB2\0", 5);
+
+std::int64_t TextTime_ms(avi::AviTrack const& clock, std::uint64_t frame) {
+  constexpr std::int64_t kLatest = std::int64_t{1} << 40;
+  std::int64_t const ms = Scaled(static_cast<std::int64_t>(frame), std::int64_t{clock.scale} * 1000,
+                                 clock.rate, Rounding::kTowardsZero);
+  return ms < 0 ? kLatest : std::min(ms, kLatest);  // negative on overflow
+}
 
 static std::string Stamp(std::int64_t ms) {
   char text[48];

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "avi/AviTrack.h"
+
 namespace kestro::tool {
 
 struct TimedText {
@@ -14,6 +16,10 @@ struct TimedText {
 
 // A text whose end is unknown is shown until the next one, but not for longer than this.
 inline constexpr std::int64_t kLongestCue_ms = 2000;
+
+// When a plain text begins: with the frame that it precedes, in the track that gives it its times.
+// Rounded down, so that no earlier frame begins at or after this time.
+std::int64_t TextTime_ms(avi::AviTrack const& clock, std::uint64_t frame);
 
 // One entry of an SRT file, without the empty line after it. Numbers count from 1.
 std::string SrtCue(unsigned number, TimedText const& text);

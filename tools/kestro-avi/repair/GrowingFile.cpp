@@ -69,7 +69,10 @@ std::unique_ptr<base::IO> OpenGrowing(std::string const& path) {
   image.ForEachEntry([&end](avi::IndexEntry const& entry) {
     end = std::max(end, entry.offset + 8 + entry.size + entry.size % 2);
   });
-  return std::make_unique<ImagedFile>(std::move(file), image.Bytes(), image.Headers().data, end);
+  auto bytes = image.Bytes();
+  int64 const data = image.Headers().data;
+  if (static_cast<int64>(bytes.size()) < data) throw Error(kUnusable, side + ": is cut off");
+  return std::make_unique<ImagedFile>(std::move(file), std::move(bytes), data, end);
 }
 
 }  // namespace kestro::tool

@@ -3,11 +3,8 @@
 #include <algorithm>
 
 #include "avi/TrackReader.h"
-#include "media/Scaled.h"
 
 namespace kestro::tool {
-
-static constexpr std::int64_t kLatest_ms = std::int64_t{1} << 40;
 
 std::vector<TimedText> ReadTexts(avi::AviFile& avi) {
   auto const& tracks = avi.Tracks();
@@ -20,11 +17,7 @@ std::vector<TimedText> ReadTexts(avi::AviFile& avi) {
     auto const timed = UnwrapSrt(piece.data, piece.size);
     texts.insert(texts.end(), timed.begin(), timed.end());
     if (!timed.empty() || piece.size == 0) return true;
-    avi::AviTrack const& clock = tracks[avi.ClockOf(track)];
-    std::int64_t const time_ms =
-        std::clamp(Scaled(static_cast<std::int64_t>(piece.position),
-                          std::int64_t{clock.scale} * 1000, clock.rate, Rounding::kTowardsZero),
-                   std::int64_t{0}, kLatest_ms);
+    std::int64_t const time_ms = TextTime_ms(tracks[avi.ClockOf(track)], piece.position);
     texts.push_back({time_ms, time_ms, {piece.data, piece.data + piece.size}});
     return true;
   });
