@@ -30,6 +30,14 @@ Code Recorder::Push(std::size_t track, Payload const& payload) {
 }
 void Recorder::Split() { _work->SplitAt(INT64_MIN); }
 void Recorder::SplitAt(std::int64_t time_ns) { _work->SplitAt(time_ns); }
+Result Recorder::ChangeTracks(Tracks const& tracks) try {
+  return _work->ChangeTracks(tracks);
+} catch (std::bad_alloc const&) {
+  return {Code::kMemory, "out of memory"};
+} catch (std::exception const& error) {
+  return {Code::kIo, error.what()};
+}
+
 Result Recorder::Stop() { return _work->Stop(); }
 Status Recorder::GetStatus() const { return _work->GetStatus(); }
 std::string Recorder::DescribeSync() const { return _work->DescribeSync(); }

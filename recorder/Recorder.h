@@ -121,6 +121,12 @@ class KESTRO_API Recorder {
   void Split();
   void SplitAt(std::int64_t time_ns);
 
+  // Closes the file, and records other tracks from now on: when the source has changed, or is gone.
+  // The next file starts with their first key frame. Times must go on from those before. Without
+  // tracks, packets are refused until the next call; the same is true after a failure. Must not be
+  // called from onEvent, nor while another thread pushes: its packet is refused with kInvalid.
+  Result ChangeTracks(Tracks const& tracks);
+
   // Stores the packets that are still queued and closes the last file. May be called from any
   // thread and more than once; every call returns the same result. Not kOk when a pushed packet is
   // missing from the files; the text is then the first error.

@@ -17,6 +17,7 @@ class SegmentNames {
   explicit SegmentNames(RecorderOptions const& options);
 
   std::string Next();
+  void GiveBack() { --_number; }  // the last name was not used
 
  private:
   bool IsSpecial(std::string const& path) const;

@@ -32,7 +32,7 @@ static bool EndsBefore(Packet const& packet, std::int64_t time_ns) {
 }
 
 Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-                   FileStarts& starts, Report report, Finish finish)
+                   FileStarts& starts, SegmentNames& names, Report report, Finish finish)
     : ISink("Segments"),
       _options(options),
       _info(tracks),
@@ -40,7 +40,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
       _starts(starts),
       _report(std::move(report)),
       _finish(std::move(finish)),
-      _names(options),
+      _names(names),
       _formatter(tracks, packets,
                  [this](std::size_t track, Packet& packet) { return Store(track, packet); }) {
   for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -315,6 +315,7 @@ bool Segments::EndFile(bool splits) {
     warning.time_ns = skew.time_ns;
   }
   _complete = _complete && complete;
+  if (_file->Pushed() == 0) _names.GiveBack();
   _file.reset();
   _finish(std::move(finished));
   std::lock_guard lock(_mutex);

@@ -34,10 +34,10 @@ class Segments : public stream::ISink {
   using Report = std::function<void(Event)>;  // both are called on the thread that delivers packets
   using Finish = std::function<void(FinishedFile)>;
 
-  // Options, tracks, packets and starts must outlive the object. Throws Refusal when the FileWriter
-  // of the first file does. The inputs are open afterwards.
+  // Options, tracks, packets, starts and names must outlive the object. Throws Refusal when the
+  // FileWriter of the first file does. The inputs are open afterwards.
   Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-           FileStarts& starts, Report report, Finish finish);
+           FileStarts& starts, SegmentNames& names, Report report, Finish finish);
   ~Segments() override;
 
   std::size_t Lead() const { return _lead; }
@@ -91,7 +91,7 @@ class Segments : public stream::ISink {
   FileStarts& _starts;
   Report const _report;
   Finish const _finish;
-  SegmentNames _names;
+  SegmentNames& _names;
   TrackFormatter _formatter;
   std::vector<State> _tracks;
   std::size_t _lead = 0;

@@ -159,6 +159,49 @@ TEST(Recorder, BeginsAFileWithAnyBlockWhereThereIsNoVideo) {
   EXPECT_EQ(s.storage.Read("cam-002.avi")->Tracks()[0].chunks, 13u);
 }
 
+// A source that is lost, comes back with another size, and is lost again before its first packet.
+TEST(Recorder, ClosesTheFileWhereTracksChange) {
+  for (bool threadless : {false, true}) {
+    SCOPED_TRACE(threadless);
+    RecorderSession s({VideoTrack(), AudioTrack()}, threadless);
+    auto large = VideoTrack(record::TrackInfo::kHevc);
+    large.width = 640;
+    struct {
+      record::Tracks tracks;
+      std::size_t track;
+      int pictures;
+    } const steps[] = {
+        {{}, 1, 25}, {{AudioTrack()}, 0, 25}, {{}, 0, 0}, {{VideoTrack()}, 0, 0}, {{large}, 0, 5}};
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    std::int64_t time_ns = 0;
+    for (auto const& step : steps) {
+      SCOPED_TRACE(&step - steps);
+      bool const first = &step == steps;
+      EXPECT_TRUE(first || s.recorder->ChangeTracks(step.tracks));
+      EXPECT_EQ(s.Push(2, "no such track", time_ns), Code::kInvalid);
+      for (int i = 0; i < step.pictures; ++i, time_ns += 40 * kMs) {
+        bool const video = first || step.tracks[0].IsVideo(), audio = first || !video;
+        EXPECT_TRUE(!video || s.Push(0, Picture(i), time_ns, i % 5 == 0) == Code::kOk) << i;
+        std::string const block(640, 'a');
+        EXPECT_TRUE(!audio || s.Push(step.track, block, time_ns) == Code::kOk) << i;
+      }
+    }
+    EXPECT_FALSE(s.recorder->ChangeTracks({TextTrack()})) << "needs video";
+    EXPECT_EQ(s.Push(0, "", time_ns), Code::kInvalid);
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(s.recorder->ChangeTracks({VideoTrack()}).code, Code::kEnded);
+    EXPECT_THAT(s.storage.Names(), ElementsAre("cam-001.avi", "cam-002.avi", "cam-003.avi"));
+    EXPECT_EQ(s.storage.Read("cam-001.avi")->Tracks()[1].chunks, 25u);
+    EXPECT_EQ(s.storage.Read("cam-002.avi")->Tracks().size(), 1u);
+    EXPECT_EQ(s.storage.Read("cam-003.avi")->Tracks()[0].width, 640u);
+    auto const status = s.recorder->GetStatus();
+    EXPECT_EQ(status.state, record::Status::kStopped);
+    EXPECT_EQ(status.files, 3u);
+    EXPECT_EQ(status.packets, 25u * 3 + 5);
+    EXPECT_EQ(status.duration_ns, 55 * 40 * kMs);
+  }
+}
+
 TEST(Recorder, ThreadlessStartsNoThreadAndTakesTheGivenClock) {
   auto const threads = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});

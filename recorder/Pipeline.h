@@ -1,0 +1,64 @@
+// Takes the packets of one set of tracks from Push to the files.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "recorder/Segments.h"
+#include "recorder/TrackSet.h"
+#include "stream/PacketQueue.h"
+
+namespace kestro::record {
+
+// Passes packets to Segments, optionally through a queue, or to a single FileWriter. The plug-in
+// must be loaded. All functions may be called from any thread.
+class Pipeline {
+ public:
+  using Report = Segments::Report;  // both may be called by any function
+  using Finish = Segments::Finish;
+
+  // Options and names must outlive the object; `names` is null when verbatim. Throws Refusal.
+  Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames* names, Report report,
+           Finish finish);
+  ~Pipeline() { static_cast<void>(End()); }
+
+  // As Recorder::Push.
+  Code Push(std::size_t track, Payload const& payload);
+  void SplitAt(std::int64_t time_ns);
+  // Refuses further packets, stores those that are queued, and closes the file. False when a packet
+  // is missing from the files. Every call returns the same result.
+  bool End();
+
+  void AddTo(Status& status) const;  // sets its state and file, and adds the numbers
+  std::string DescribeSync() const;
+
+ private:
+  void MakeQueue();
+  Code CheckPayload(std::size_t track, Payload const& payload) const;
+  bool PassOn(std::size_t track, stream::Packet& packet);
+  bool Close();
+  bool CloseFile();
+
+  RecorderOptions const& _options;
+  TrackSet const _tracks;
+  Packets const _packets;
+  FileStarts _starts;
+  Finish const _finish;
+  std::unique_ptr<Segments> _segments;  // null when verbatim
+  std::mutex _fileMutex;
+  std::unique_ptr<FileWriter> _file;  // null unless verbatim
+  std::int64_t _fileEnd_ns = 0;
+  std::unique_ptr<stream::PacketQueue> _queue;   // null without a queue
+  std::vector<stream::IPort*> _inputs;           // by number in the file
+  std::vector<std::atomic<unsigned>> _sequence;  // next packet number, by track
+
+  std::atomic<bool> _ending{false}, _failed{false};
+  std::mutex _endMutex;
+  bool _ended = false;
+};
+
+}  // namespace kestro::record
