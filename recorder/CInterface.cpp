@@ -11,12 +11,12 @@ using namespace kestro;
 
 namespace {
 
-static_assert(int(record::Code::kMemory) == -KESTRO_RECORDER_MEMORY);
+static_assert(int(record::Code::kFull) == -KESTRO_RECORDER_FULL);
 static_assert(int(record::TrackInfo::kText) == KESTRO_RECORDER_TEXT);
 static_assert(int(record::SyncOptions::kCallback) == KESTRO_RECORDER_SYNC_CALLBACK);
 static_assert(int(record::StartOptions::kNone) == KESTRO_RECORDER_START_NONE);
-static_assert(int(record::Event::kError) == KESTRO_RECORDER_ERROR);
-static_assert(int(record::Status::kStopped) == KESTRO_RECORDER_STOPPED);
+static_assert(int(record::Event::kProtected) == KESTRO_RECORDER_PROTECTED);
+static_assert(int(record::Status::kIdle) == KESTRO_RECORDER_IDLE);
 
 int CodeOf(record::Code code) { return -static_cast<int>(code); }
 
@@ -89,8 +89,17 @@ void ConvertStart(kestro_recorder_options const& from, record::StartOptions& to)
     };
 }
 
+void ConvertRetention(kestro_recorder_options const& from, record::RetentionOptions& to) {
+  if (from.keep_free != 0) to.keepFree = from.keep_free;
+  if (from.keep_bytes != 0) to.keepBytes = from.keep_bytes;
+  if (from.keep_files != 0) to.keepFiles = from.keep_files;
+  if (from.keep_age_ns != 0) to.keepAge_ns = from.keep_age_ns;
+}
+
 void ConvertOtherOptions(kestro_recorder_options const& from, record::RecorderOptions& to) {
   to.queue = {from.no_queue == 0, from.drop != 0, from.queue_max_time_ms, from.queue_max_bytes};
+  to.events = {from.event_only != 0, from.before_ns, from.after_ns, from.event_bytes,
+               from.no_protect == 0};
   to.cacheBlocks = from.cache_blocks;
   if (from.spill_seconds >= 0) to.spillSeconds = from.spill_seconds;
   to.spillFolder = Text(from.spill_folder);
@@ -124,8 +133,9 @@ char const* kestro_recorder_code_text(int code) {
                                       "another recorder is writing these files",
                                       "the plug-in cannot be used",
                                       "the recorder was stopped",
-                                      "out of memory"};
-  return code <= 0 && code >= KESTRO_RECORDER_MEMORY ? texts[-code] : "unknown code";
+                                      "out of memory",
+                                      "nothing may be deleted"};
+  return code <= 0 && code >= KESTRO_RECORDER_FULL ? texts[-code] : "unknown code";
 }
 
 void kestro_recorder_options_init(kestro_recorder_options* options, size_t size) {
@@ -139,6 +149,9 @@ void kestro_recorder_options_init(kestro_recorder_options* options, size_t size)
   own.queue_max_bytes = defaults.queue.maxBytes;
   own.spill_seconds = -1;
   own.max_skew_ns = defaults.segments.maxSkew_ns;
+  own.before_ns = defaults.events.before_ns;
+  own.after_ns = defaults.events.after_ns;
+  own.event_bytes = defaults.events.maxBytes;
   own.size = size;
   std::memset(options, 0, size);
   std::memcpy(options, &own, std::min(size, sizeof own));
@@ -151,6 +164,7 @@ kestro_recorder* kestro_recorder_new(kestro_recorder_options const* options) try
   auto recorder = std::make_unique<kestro_recorder>();
   ConvertFileOptions(own, recorder->options);
   ConvertOtherOptions(own, recorder->options);
+  ConvertRetention(own, recorder->options.retention);
   ConvertStart(own, recorder->options.start);
   if (own.storage != nullptr) {
     kestro_recorder_storage storage = {};
@@ -163,12 +177,10 @@ kestro_recorder* kestro_recorder_new(kestro_recorder_options const* options) try
   return nullptr;
 }
 
-int kestro_recorder_add_track(kestro_recorder* recorder, kestro_recorder_track const* track) try {
+// False when the struct is invalid.
+static bool ConvertTrack(kestro_recorder_track const* track, record::TrackInfo& info) {
   kestro_recorder_track own = KESTRO_RECORDER_TRACK_INIT;
-  if (recorder == nullptr || recorder->recorder || !CopyStruct(track, own) || own.codec < 0 ||
-      own.codec > KESTRO_RECORDER_TEXT)
-    return KESTRO_RECORDER_INVALID;
-  record::TrackInfo info;
+  if (!CopyStruct(track, own) || own.codec < 0 || own.codec > KESTRO_RECORDER_TEXT) return false;
   info.name = Text(own.name);
   info.codec = static_cast<record::TrackInfo::Codec>(own.codec);
   info.width = own.width;
@@ -180,6 +192,13 @@ int kestro_recorder_add_track(kestro_recorder* recorder, kestro_recorder_track c
   info.samples = own.samples;
   auto const sets = Bytes(own.parameter_sets, own.parameter_sets_size);
   info.parameterSets.assign(sets.begin(), sets.end());
+  return true;
+}
+
+int kestro_recorder_add_track(kestro_recorder* recorder, kestro_recorder_track const* track) try {
+  record::TrackInfo info;
+  if (recorder == nullptr || recorder->recorder || !ConvertTrack(track, info))
+    return KESTRO_RECORDER_INVALID;
   recorder->tracks.push_back(std::move(info));
   return static_cast<int>(recorder->tracks.size()) - 1;
 } catch (std::exception const&) {
@@ -222,6 +241,43 @@ int kestro_recorder_split_at(kestro_recorder* recorder, int64_t time_ns) try {
   return KESTRO_RECORDER_MEMORY;
 }
 
+int kestro_recorder_trigger(kestro_recorder* recorder, char const* label) try {
+  if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
+  return CodeOf(recorder->recorder->Event(Text(label)));
+} catch (std::exception const&) {
+  return KESTRO_RECORDER_MEMORY;
+}
+
+int kestro_recorder_trigger_window(kestro_recorder* recorder, char const* label, int64_t before_ns,
+                                   int64_t after_ns) try {
+  if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
+  return CodeOf(recorder->recorder->Event(Text(label), before_ns, after_ns));
+} catch (std::exception const&) {
+  return KESTRO_RECORDER_MEMORY;
+}
+
+int kestro_recorder_unprotect(kestro_recorder* recorder, char const* path) try {
+  if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
+  return SetResult(*recorder, recorder->recorder->Unprotect(Text(path)));
+} catch (std::exception const&) {
+  return KESTRO_RECORDER_MEMORY;
+}
+
+int kestro_recorder_change_tracks(kestro_recorder* recorder, kestro_recorder_track const* tracks,
+                                  size_t count) try {
+  if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
+  record::Tracks infos(count);
+  auto const* bytes = reinterpret_cast<unsigned char const*>(tracks);
+  for (record::TrackInfo& info : infos) {
+    if (!ConvertTrack(reinterpret_cast<kestro_recorder_track const*>(bytes), info))
+      return KESTRO_RECORDER_INVALID;
+    bytes += tracks->size;
+  }
+  return SetResult(*recorder, recorder->recorder->ChangeTracks(infos));
+} catch (std::exception const&) {
+  return KESTRO_RECORDER_MEMORY;
+}
+
 int kestro_recorder_stop(kestro_recorder* recorder) try {
   if (recorder == nullptr || !recorder->recorder) return KESTRO_RECORDER_INVALID;
   return SetResult(*recorder, recorder->recorder->Stop());
@@ -238,9 +294,10 @@ int kestro_recorder_get_status(kestro_recorder const* recorder,
     return KESTRO_RECORDER_INVALID;
   record::Status const now = recorder->recorder->GetStatus();
   kestro_recorder_status const plain{
-      status->size,    now.state,         now.files,   now.packets, now.bytes,
-      now.duration_ns, now.skew_ns,       now.skipped, now.waits,   now.longestWait_us,
-      now.dropped,     now.droppedGroups, now.warnings};
+      status->size,     now.state,          now.files,    now.packets,    now.bytes,
+      now.duration_ns,  now.skew_ns,        now.skipped,  now.waits,      now.longestWait_us,
+      now.dropped,      now.droppedGroups,  now.warnings, now.events,     now.deletedFiles,
+      now.deletedBytes, now.protectedFiles, now.free,     now.spaceWaits, now.longestSpaceWait_us};
   std::memcpy(status, &plain, std::min(status->size, sizeof plain));
   return KESTRO_RECORDER_OK;
 } catch (std::exception const&) {

@@ -30,6 +30,12 @@ Code Recorder::Push(std::size_t track, Payload const& payload) {
 }
 void Recorder::Split() { _work->SplitAt(INT64_MIN); }
 void Recorder::SplitAt(std::int64_t time_ns) { _work->SplitAt(time_ns); }
+Code Recorder::Event(std::string const& label) { return _work->Event(label); }
+Code Recorder::Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns) {
+  return _work->Event(label, before_ns, after_ns);
+}
+Result Recorder::Unprotect(std::string const& path) { return _work->Unprotect(path); }
+
 Result Recorder::ChangeTracks(Tracks const& tracks) try {
   return _work->ChangeTracks(tracks);
 } catch (std::bad_alloc const&) {

@@ -21,6 +21,7 @@ enum class Code {
   kPlugin,       // the plug-in is missing or lacks a class or property, or libcrypto is missing
   kEnded,        // the recorder was stopped
   kMemory,
+  kFull,  // the limits of RetentionOptions cannot be kept: nothing may be deleted
 };
 
 // The outcome of a call. The text is one line for people, empty for kOk.
@@ -52,6 +53,7 @@ struct Status {
     kRecording,
     kFailed,  // no more packets are accepted
     kStopped,
+    kIdle,  // event-only recording waits for an event
   } state = kWaiting;
   std::string file;                      // the current file, or the last one
   std::uint64_t files = 0;               // files started
@@ -65,6 +67,11 @@ struct Status {
   std::uint64_t waits = 0, longestWait_us = 0;   // how often and how long Push waited for the queue
   std::uint64_t dropped = 0, droppedGroups = 0;  // packets and groups of pictures dropped
   std::uint64_t warnings = 0;
+  std::uint64_t events = 0;  // calls of Recorder::Event that were accepted
+  // With limits (RetentionOptions): what was deleted; files with a marker; free bytes when last
+  // measured, UINT64_MAX if unknown; how often and how long writing waited for free space.
+  std::uint64_t deletedFiles = 0, deletedBytes = 0, protectedFiles = 0, free = UINT64_MAX;
+  std::uint64_t spaceWaits = 0, longestSpaceWait_us = 0;
   std::string lastError;  // the last error or warning; empty when there was none
 };
 
@@ -120,6 +127,22 @@ class KESTRO_API Recorder {
   // be pending. May be called from any thread.
   void Split();
   void SplitAt(std::int64_t time_ns);
+
+  // Something has happened, such as a crash: protects all files with packets from `before_ns`
+  // before the end of the latest packet to `after_ns` after it, also those to come, from being
+  // deleted. For event-only recording, see EventOptions, this records that time. Without times,
+  // those of the EventOptions are used. Events that overlap extend each other.
+  //
+  // The label is UTF-8, at most 200 bytes of it are used. It is written to a marker next to each
+  // file, FILE.keep, on the recorder's own thread; kProtected is reported when the marker is on the
+  // storage. kInvalid: the times are negative or longer than a day, or the recording is verbatim.
+  // May be called from any thread, and from onEvent.
+  Code Event(std::string const& label);
+  Code Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns);
+
+  // Removes the marker of a file of this recorder's pattern, so that it may be deleted. Files to
+  // come remain protected. May be called from any thread, and from onEvent.
+  Result Unprotect(std::string const& path);
 
   // Closes the file, and records other tracks from now on: when the source has changed, or is gone.
   // The next file starts with their first key frame. Times must go on from those before. Without

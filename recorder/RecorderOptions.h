@@ -48,6 +48,27 @@ struct QueueOptions {
   unsigned maxBytes = 64 << 20;  // 0: no limit
 };
 
+// Loop recording: the oldest files are deleted to stay within these limits.
+struct RetentionOptions {
+  std::optional<std::uint64_t> keepFree;  // bytes that stay free on the file system
+  // Most bytes of this recorder's files and their side files, the open one included.
+  std::optional<std::uint64_t> keepBytes;
+  std::optional<std::uint64_t> keepFiles;  // most files, the open one included
+  std::optional<std::int64_t> keepAge_ns;  // files that ended longer ago are deleted
+  bool Any() const { return keepFree || keepBytes || keepFiles || keepAge_ns; }
+};
+
+// What Recorder::Event does.
+struct EventOptions {
+  // Keep the latest packets in memory and write files only around events: one file holds the time
+  // before and after an event, and further events extend it.
+  bool only = false;
+  std::int64_t before_ns = 10'000'000'000, after_ns = 20'000'000'000;  // of events without times
+  // With `only`: most payload bytes in memory. A group of pictures that is larger is dropped.
+  std::uint64_t maxBytes = 64 << 20;
+  bool protect = true;  // events protect their files from being deleted
+};
+
 // Optional chunks in the file header.
 struct TagOptions {
   std::vector<char> strd;  // codec data of the first H.264 or HEVC track
@@ -92,11 +113,13 @@ struct StartOptions {
 // Something that happened. The text is one line for people and names the file.
 struct Event {
   enum Kind {
-    kOpened,   // a file was opened
-    kClosed,   // a file was closed
-    kNote,     // worth knowing, but nothing is wrong
-    kWarning,  // a problem that does not put recorded data at risk
-    kError,    // no more packets are accepted
+    kOpened,     // a file was opened
+    kClosed,     // a file was closed
+    kNote,       // worth knowing, but nothing is wrong
+    kWarning,    // a problem that does not put recorded data at risk
+    kError,      // no more packets are accepted
+    kDeleted,    // a file was deleted to stay within the limits; its size is in `bytes`
+    kProtected,  // a file's marker is on the storage: it will not be deleted
   } kind = kNote;
   std::string path, text;
   // kClosed: packets stored, size and length of the file, and whether it is complete.
@@ -119,6 +142,8 @@ struct RecorderOptions {
   SegmentOptions segments;
   SyncOptions sync;
   QueueOptions queue;
+  RetentionOptions retention;
+  EventOptions events;
   TagOptions tags;
   StartOptions start;
   unsigned cacheBlocks = 0;  // write cache in blocks of 512 KiB; 0: the muxer's default

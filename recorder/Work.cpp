@@ -56,12 +56,13 @@ void Recorder::Work::Report(record::Event event) {
   constexpr std::size_t kMost = 256;
   {
     std::lock_guard lock(_mutex);
-    bool const problem = event.kind == Event::kWarning || event.kind == Event::kError;
+    bool const problem =
+        event.kind == record::Event::kWarning || event.kind == record::Event::kError;
     if (problem && _reported.count(event.text) != 0) return;
     if (problem && _reported.size() < kMost) _reported.insert(event.text);
     if (problem) _last = event.text;
-    if (event.kind == Event::kError && _error.empty()) _error = event.text;
-    _warnings += event.kind == Event::kWarning;
+    if (event.kind == record::Event::kError && _error.empty()) _error = event.text;
+    _warnings += event.kind == record::Event::kWarning;
   }
   if (_options.onEvent) _worker.Post([this, event = std::move(event)] { _options.onEvent(event); });
 }
@@ -80,6 +81,18 @@ bool Recorder::Work::EndCurrent() {
   if (pipeline) pipeline->AddTo(_before);
   _current = nullptr;
   return !_failed;
+}
+
+Code Recorder::Work::Event(std::string const& label) {
+  return Event(label, _options.events.before_ns, _options.events.after_ns);
+}
+
+Code Recorder::Work::Event(std::string const&, std::int64_t, std::int64_t) {
+  return _ended ? Code::kEnded : Code::kInvalid;
+}
+
+Result Recorder::Work::Unprotect(std::string const& path) {
+  return {Code::kInvalid, path + ": not a file of this recorder"};
 }
 
 Result Recorder::Work::ChangeTracks(Tracks const& tracks) {

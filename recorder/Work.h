@@ -21,6 +21,9 @@ class Recorder::Work {
 
   Code Push(std::size_t track, Payload const& payload);
   void SplitAt(std::int64_t time_ns);
+  Code Event(std::string const& label);
+  Code Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns);
+  Result Unprotect(std::string const& path);
   Result ChangeTracks(Tracks const& tracks);
   Result Stop();
   Status GetStatus() const;

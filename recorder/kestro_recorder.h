@@ -13,11 +13,12 @@
  *   code = kestro_recorder_stop(recorder);
  *   kestro_recorder_free(recorder);
  *
- * Threads: once start has returned, push, split, stop, get_status and get_text may be called from
- * any thread at the same time; a track's packets are stored in the order in which they were pushed.
- * Call all other functions from one thread. Call free only when no other call is running, and not
- * from a callback. Callbacks run on threads of the library or inside push and stop, one at a time;
- * they may call everything but free, and stop returns at once there.
+ * Threads: once start has returned, push, split, trigger, unprotect, change_tracks, stop,
+ * get_status and get_text may be called from any thread at the same time; a track's packets are
+ * stored in the order in which they were pushed. Call all other functions from one thread. Call
+ * free only when no other call is running, and not from a callback. Callbacks run on threads of the
+ * library or inside push and stop, one at a time; they may call everything but free, and stop
+ * returns at once there.
  *
  * Structs start with their size, so that later versions can extend them: initialise them as shown,
  * and newer libraries accept them too. What they point to is copied before the call returns, unless
@@ -47,7 +48,8 @@ enum {
   KESTRO_RECORDER_PLUGIN = -5,      /* the plug-in or libcrypto is missing, or the plug-in
                                         lacks a class or property */
   KESTRO_RECORDER_ENDED = -6,       /* the recorder was stopped */
-  KESTRO_RECORDER_MEMORY = -7
+  KESTRO_RECORDER_MEMORY = -7,
+  KESTRO_RECORDER_FULL = -8 /* the limits cannot be kept: nothing may be deleted */
 };
 /* A code as one line for people; a static string, never null. */
 KESTRO_RECORDER_API const char* kestro_recorder_code_text(int code);
@@ -100,19 +102,21 @@ enum { /* how a file is kept playable in case the recording is cut off */
        KESTRO_RECORDER_SYNC_CALLBACK  /* headers and index in a separate file until it is closed */
 };
 
-enum {                          /* kinds of events */
-       KESTRO_RECORDER_OPENED,  /* a file was opened */
-       KESTRO_RECORDER_CLOSED,  /* a file was closed */
-       KESTRO_RECORDER_NOTE,    /* worth knowing, but nothing is wrong */
-       KESTRO_RECORDER_WARNING, /* a problem that does not put recorded data at risk */
-       KESTRO_RECORDER_ERROR    /* no more packets are accepted */
+enum {                           /* kinds of events */
+       KESTRO_RECORDER_OPENED,   /* a file was opened */
+       KESTRO_RECORDER_CLOSED,   /* a file was closed */
+       KESTRO_RECORDER_NOTE,     /* worth knowing, but nothing is wrong */
+       KESTRO_RECORDER_WARNING,  /* a problem that does not put recorded data at risk */
+       KESTRO_RECORDER_ERROR,    /* no more packets are accepted */
+       KESTRO_RECORDER_DELETED,  /* a file was deleted to stay within the limits */
+       KESTRO_RECORDER_PROTECTED /* a file's marker is on the storage: it will not be deleted */
 };
 
 typedef struct kestro_recorder_event { /* valid during the call */
   size_t size;
   int32_t kind;
   const char *path, *text; /* never null */
-  uint64_t packets, bytes; /* CLOSED: packets stored, and the size of the file */
+  uint64_t packets, bytes; /* CLOSED: packets stored, and the size of the file; DELETED: its size */
   int64_t duration_ns;     /* CLOSED: the length of the file; WARNING: how far tracks are apart */
   int32_t complete;        /* CLOSED: whether the file is complete */
   /* OPENED: when the file starts, on the packets' clock. WARNING: where the tracks are furthest
@@ -195,6 +199,15 @@ typedef struct kestro_recorder_options {
   /* Instead of reading a clock: when the packet with this time was captured, on the clock that
    * start_clock names; negative: unknown. */
   int64_t (*captured)(void* context, int64_t time_ns);
+  /* Loop recording: the oldest files are deleted to stay within these limits; 0: no limit. See
+   * RetentionOptions in recorder/RecorderOptions.h. */
+  uint64_t keep_free, keep_bytes, keep_files;
+  int64_t keep_age_ns;
+  /* Events: see EventOptions there. */
+  int32_t event_only;          /* keep packets in memory and write files only around events */
+  int32_t no_protect;          /* events do not protect their files */
+  int64_t before_ns, after_ns; /* of kestro_recorder_trigger */
+  uint64_t event_bytes;        /* event_only: most payload bytes in memory */
 } kestro_recorder_options;
 /* Sets the defaults; pass sizeof(kestro_recorder_options) as `size`. */
 KESTRO_RECORDER_API void kestro_recorder_options_init(kestro_recorder_options* options,
@@ -204,7 +217,8 @@ enum {                          /* states */
        KESTRO_RECORDER_WAITING, /* no key frame has come yet */
        KESTRO_RECORDER_RECORDING,
        KESTRO_RECORDER_FAILED, /* no more packets are accepted */
-       KESTRO_RECORDER_STOPPED
+       KESTRO_RECORDER_STOPPED,
+       KESTRO_RECORDER_IDLE /* event_only: waits for an event */
 };
 
 typedef struct kestro_recorder_status {
@@ -217,9 +231,14 @@ typedef struct kestro_recorder_status {
   uint64_t waits, longest_wait_us;  /* how often and how long push waited for the queue */
   uint64_t dropped, dropped_groups; /* packets, groups of pictures */
   uint64_t warnings;
+  uint64_t events; /* that were accepted */
+  uint64_t deleted_files, deleted_bytes;
+  uint64_t protected_files;                    /* files with a marker */
+  uint64_t available;                          /* free bytes; UINT64_MAX: unknown */
+  uint64_t space_waits, longest_space_wait_us; /* how often and how long writing waited for space */
 } kestro_recorder_status;
 #define KESTRO_RECORDER_STATUS_INIT \
-  { sizeof(kestro_recorder_status), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }
+  { sizeof(kestro_recorder_status), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }
 
 typedef struct kestro_recorder kestro_recorder;
 
@@ -237,6 +256,20 @@ KESTRO_RECORDER_API int kestro_recorder_push(kestro_recorder* recorder, int trac
 KESTRO_RECORDER_API int kestro_recorder_split(kestro_recorder* recorder);
 /* ... or at the first key frame from a time on. */
 KESTRO_RECORDER_API int kestro_recorder_split_at(kestro_recorder* recorder, int64_t time_ns);
+/* Something has happened: protects the files around this moment, or records them with event_only.
+ * The label is UTF-8. See Recorder::Event. */
+KESTRO_RECORDER_API int kestro_recorder_trigger(kestro_recorder* recorder, const char* label);
+/* ... with its own times. */
+KESTRO_RECORDER_API int kestro_recorder_trigger_window(kestro_recorder* recorder, const char* label,
+                                                       int64_t before_ns, int64_t after_ns);
+/* Removes the marker of a file. */
+KESTRO_RECORDER_API int kestro_recorder_unprotect(kestro_recorder* recorder, const char* path);
+/* Closes the file, and records other tracks from now on; see Recorder::ChangeTracks. `tracks`: an
+ * array of `count` structs with the same size; 0: packets are refused until the next call. Not from
+ * on_event. */
+KESTRO_RECORDER_API int kestro_recorder_change_tracks(kestro_recorder* recorder,
+                                                      const kestro_recorder_track* tracks,
+                                                      size_t count);
 /* Stores the queued packets and closes the last file. Every call returns the same result. */
 KESTRO_RECORDER_API int kestro_recorder_stop(kestro_recorder* recorder);
 /* Stops the recorder and frees it. Ignores null. */
@@ -246,7 +279,7 @@ KESTRO_RECORDER_API int kestro_recorder_get_status(const kestro_recorder* record
                                                    kestro_recorder_status* status);
 
 enum {                              /* texts */
-       KESTRO_RECORDER_TEXT_RESULT, /* why start or stop failed */
+       KESTRO_RECORDER_TEXT_RESULT, /* why start, stop, unprotect or change_tracks failed */
        KESTRO_RECORDER_TEXT_LAST,   /* the last error or warning */
        KESTRO_RECORDER_TEXT_FILE,   /* the current file, or the last one */
        KESTRO_RECORDER_TEXT_SYNC    /* how the files are synced */

@@ -101,7 +101,7 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
 }
 
 TEST(CInterface, EveryCodeHasAText) {
-  for (int code = 0; code >= KESTRO_RECORDER_MEMORY; --code)
+  for (int code = 0; code >= KESTRO_RECORDER_FULL; --code)
     EXPECT_STRNE(kestro_recorder_code_text(code), kestro_recorder_code_text(1)) << code;
 }
 
