@@ -1,6 +1,8 @@
 #include "recorder/CStorage.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace kestro::record {
 
@@ -67,6 +69,33 @@ bool CStorage::Exists(std::string const& path) {
 base::uint64 CStorage::Free(std::string const& path) {
   return _storage.available != nullptr ? _storage.available(_storage.context, path.c_str())
                                        : UINT64_MAX;
+}
+
+bool CStorage::List(std::string const& folder, std::vector<Entry>& entries) {
+  if (_storage.list == nullptr) {
+    errno = ENOTSUP;
+    return false;
+  }
+  // An exception must not pass through the application's function.
+  struct Found {
+    std::vector<Entry>& entries;
+    bool memory = true;
+  } found{entries};
+  auto const add = [](void* to, kestro_recorder_entry const* entry) {
+    kestro_recorder_entry own = {};
+    if (entry == nullptr || entry->size < sizeof own.size) return;
+    std::memcpy(&own, entry, std::min(entry->size, sizeof own));
+    if (own.name == nullptr) return;
+    auto& list = *static_cast<Found*>(to);
+    try {
+      list.entries.push_back({own.name, own.bytes, own.modified_ns, own.plain != 0});
+    } catch (std::bad_alloc const&) {
+      list.memory = false;
+    }
+  };
+  int const error = _storage.list(_storage.context, folder.c_str(), add, &found);
+  errno = error < 0 ? -error : ENOMEM;
+  return error >= 0 && found.memory;
 }
 
 }  // namespace kestro::record

@@ -17,6 +17,7 @@ class CStorage : public Storage {
   bool Remove(std::string const& path) override;
   bool Exists(std::string const& path) override;
   base::uint64 Free(std::string const& path) override;
+  bool List(std::string const& folder, std::vector<Entry>& entries) override;
 
  private:
   kestro_recorder_storage const _storage;

@@ -53,20 +53,31 @@ void FileStarts::Take(std::int64_t time_ns) {
   _spans.push_back({time_ns, start});
 }
 
-std::string FileStarts::Isft(std::int64_t time_ns) {
-  avi::Software software{_options.tags.isft, std::nullopt};
+std::optional<StartTime> FileStarts::Find(std::int64_t time_ns) {
   std::lock_guard lock(_mutex);
   // The last span that begins by then: reordered frames make spans overlap.
   auto found = _spans.begin();
   for (auto span = _spans.begin(); span != _spans.end(); ++span)
     if (span->from_ns <= time_ns + kRounding_ns) found = span;
-  if (found == _spans.end()) return software.name;
+  if (found == _spans.end()) return std::nullopt;
   _spans.erase(_spans.begin(), found);
   Span const& span = _spans.front();
-  if (!span.start) return software.name;
-  software.start = {span.start->time_ns + time_ns - span.from_ns, span.start->set};
+  if (!span.start) return std::nullopt;
+  return StartTime{span.start->time_ns + time_ns - span.from_ns, span.start->set};
+}
+
+FileStarts::Start FileStarts::At(std::int64_t time_ns) {
+  avi::Software software{_options.tags.isft, Find(time_ns)};
+  if (!software.start) return Unknown();
   if (software.name.empty()) software.name = "kestro " KESTRO_VERSION;
-  return software.Compose();
+  Start start{software.Compose(), software.start->time_ns};
+  if (!software.start->set) start.wall_ns = Unknown().wall_ns;
+  return start;
+}
+
+FileStarts::Start FileStarts::Unknown() const {
+  auto const& wallClock = _options.start.wallClock;
+  return {_options.tags.isft, wallClock ? wallClock() : ClockAnchor::Now::Read().wall_ns};
 }
 
 }  // namespace kestro::record

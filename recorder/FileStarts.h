@@ -19,8 +19,14 @@ class FileStarts {
 
   // Takes a packet of the leading track that is being pushed.
   void Take(std::int64_t time_ns);
-  // The content of isft in a file that starts at this time. Times must not decrease.
-  std::string Isft(std::int64_t time_ns);
+  struct Start {
+    std::string isft;      // what the file stores
+    std::int64_t wall_ns;  // for its name: since 1970-01-01 UTC
+  };
+  // About a file that starts at this time. Times must not decrease.
+  Start At(std::int64_t time_ns);
+  // About a file of which no packet has come yet.
+  Start Unknown() const;
 
  private:
   struct Span {
@@ -28,6 +34,7 @@ class FileStarts {
     std::optional<avi::StartTime> start;
   };
   std::optional<avi::StartTime> Captured(std::int64_t time_ns) const;
+  std::optional<avi::StartTime> Find(std::int64_t time_ns);
 
   RecorderOptions const& _options;
   bool const _known;  // there is something to write

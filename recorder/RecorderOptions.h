@@ -135,6 +135,11 @@ struct Event {
 struct RecorderOptions {
   // "cam-%05d.avi" creates cam-00001.avi and so on; "cam.avi" creates cam.avi, cam-00002.avi and so
   // on. Numbers of existing files are skipped. In the file name, %% is a percent sign.
+  //
+  // "cam-%Y%m%d-%H%M%S-%05N.avi" also has the local time at which the file starts: with any of %Y,
+  // %m, %H, %M and %S in the name, %d is the day and %N or %05N the number, which is added at the
+  // end of the name if it is missing. With such a name, or with limits (`retention`), numbers go on
+  // from the highest in the folder.
   std::string path;
   bool overwrite = false;         // overwrite existing files instead of skipping their numbers
   std::vector<std::string> keep;  // files that must never be overwritten

@@ -1,9 +1,11 @@
 #include "recorder/SegmentNames.h"
 
+#include <algorithm>
+#include <ctime>
 #include <filesystem>
 
-#include "avi/NumberedName.h"
 #include "avi/SlotFile.h"
+#include "recorder/Catalogue.h"
 #include "recorder/Refusal.h"
 #include "recorder/StorageOf.h"
 
@@ -11,19 +13,47 @@ namespace kestro::record {
 
 namespace fs = std::filesystem;
 
+std::string FolderOf(std::string const& path) {
+  return path.substr(0, path.rfind('/') + 1);  // npos + 1 is 0
+}
+
 SegmentNames::SegmentNames(RecorderOptions const& options)
-    : _options(options), _output(options.path), _numbered(avi::Numbered(options.path)) {
-  if (!avi::IsPattern(_output))
-    throw Refusal(Code::kInvalid, _output +
-                                      ": use % in the name only for one number, such as "
-                                      "%05d; %% is a percent sign");
-  if (fs::path(_output).filename().empty())
-    throw Refusal(Code::kInvalid, "\"" + _output + "\" is not a file name");
+    : _options(options),
+      _folder(FolderOf(options.path)),
+      _pattern(options.path.substr(_folder.size())),
+      _goesOn(!options.overwrite && (_pattern.Dated() || options.retention.Any())) {
+  if (!_pattern.Valid())
+    throw Refusal(Code::kInvalid, options.path +
+                                      ": use % in the name only for one number, such as %05d, or "
+                                      "for a date (%Y %m %d %H %M %S) with the number %05N; %% is "
+                                      "a percent sign");
+  if (_folder.size() == options.path.size())
+    throw Refusal(Code::kInvalid, "\"" + options.path + "\" is not a file name");
+  if (!_goesOn) CheckFirst();
+  if (_goesOn) _number = Highest();
+  if (_number >= avi::NamePattern::kLargest)
+    throw Refusal(Code::kInvalid, options.path + ": a file has the largest number");
+}
+
+void SegmentNames::CheckFirst() const {
   std::error_code none;
-  if (IsSpecial(Name(1)))
-    throw Refusal(Code::kIo, Name(1) + (fs::is_directory(Name(1), none) ? ": is a directory"
-                                                                        : ": is not a file"));
-  if (std::string const why = Obstacle(Name(1)); !why.empty()) throw Refusal(Code::kInvalid, why);
+  std::string const first = Name(1, 0);
+  if (IsSpecial(first))
+    throw Refusal(Code::kIo,
+                  first + (fs::is_directory(first, none) ? ": is a directory" : ": is not a file"));
+  if (std::string const why = Obstacle(first); !why.empty()) throw Refusal(Code::kInvalid, why);
+}
+
+// The highest number in the folder, whatever has it. Where that cannot be known, names that exist
+// are still skipped.
+std::uint64_t SegmentNames::Highest() const {
+  std::vector<Storage::Entry> entries;
+  static_cast<void>(StorageOf(_options).List(_folder, entries));
+  std::uint64_t highest = 0;
+  for (Storage::Entry const& entry : entries)
+    if (auto const own = Catalogue::Recognise(_pattern, entry.name))
+      highest = std::max(highest, own->number);
+  return highest;
 }
 
 // Whether the name belongs to something that must not be replaced by a file, such as a device.
@@ -33,16 +63,17 @@ bool SegmentNames::IsSpecial(std::string const& path) const {
   return _options.storage == nullptr && fs::exists(status) && !fs::is_regular_file(status);
 }
 
-std::string SegmentNames::Name(std::uint64_t number) const {
-  if (_numbered || number == 1) return avi::NumberedName(_output, number);
-  fs::path const path(_output);
-  std::string const rest = path.stem().string() + "-%05d" + path.extension().string();
-  return avi::NumberedName(path.parent_path() / rest, number);
+std::string SegmentNames::Name(std::uint64_t number, std::int64_t start_ns) const {
+  auto const seconds = static_cast<std::time_t>(start_ns / 1000000000);
+  std::tm local = {};
+  if (_pattern.Dated()) localtime_r(&seconds, &local);
+  return _folder + _pattern.Format(number, local);
 }
 
-std::string SegmentNames::Next() {
-  while (_number > 0 && !Obstacle(Name(_number + 1)).empty()) ++_number;
-  return Name(++_number);
+std::string SegmentNames::Next(std::int64_t start_ns) {
+  bool const checked = _number == 0 && !_goesOn;
+  while (!checked && !Obstacle(Name(_number + 1, start_ns)).empty()) ++_number;
+  return Name(++_number, start_ns);
 }
 
 // Why a file cannot be written; empty if it can.

@@ -4,31 +4,42 @@
 #include <cstdint>
 #include <string>
 
+#include "avi/NamePattern.h"
 #include "recorder/RecorderOptions.h"
 
 namespace kestro::record {
 
-// "cam-%05d.avi" gives cam-00001.avi, cam-00002.avi and so on; "cam.avi" gives cam.avi,
-// cam-00002.avi and so on. Numbers of existing files are skipped unless they may be overwritten.
+// Gives files their names and numbers, see RecorderOptions::path. Numbers of existing files are
+// skipped unless they may be overwritten. With a date in the name, or with limits, numbers go on
+// from the highest in the folder, so that their order is that of recording.
 class SegmentNames {
  public:
-  // `options` must outlive the object. Throws Refusal when the name has a % that is neither a
-  // single number nor doubled, or when the first file cannot be written.
+  // `options` must outlive the object. Throws Refusal when the name has a % without a meaning, or
+  // when the first file cannot be written.
   explicit SegmentNames(RecorderOptions const& options);
 
-  std::string Next();
+  // The name of the next file, which starts at a time since 1970-01-01 UTC.
+  std::string Next(std::int64_t start_ns);
   void GiveBack() { --_number; }  // the last name was not used
+  // The name of the same file if it starts at another time.
+  std::string Current(std::int64_t start_ns) const { return Name(_number, start_ns); }
 
  private:
+  void CheckFirst() const;
+  std::uint64_t Highest() const;
   bool IsSpecial(std::string const& path) const;
-  std::string Name(std::uint64_t number) const;
+  std::string Name(std::uint64_t number, std::int64_t start_ns) const;
   std::string Obstacle(std::string const& name) const;
   std::string Obstacle(std::string const& path, char const* advice) const;
 
   RecorderOptions const& _options;
-  std::string const& _output;
-  bool const _numbered;
+  std::string const _folder;  // with its slash, or empty
+  avi::NamePattern const _pattern;
+  bool const _goesOn;  // from the highest number
   std::uint64_t _number = 0;
 };
+
+// The part of a path before the name, with its slash; empty without one.
+std::string FolderOf(std::string const& path);
 
 }  // namespace kestro::record

@@ -55,7 +55,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
   auto lead = first(&TrackInfo::IsVideo);
   if (lead == tracks.end()) lead = first(&TrackInfo::IsAudio);
   _lead = static_cast<std::size_t>(lead - tracks.begin());
-  BeginFile(options.tags.isft);
+  BeginFile(starts.Unknown());
   static_cast<void>(ISink::StatusChange(kRunning));  // a sink without steps of its own
 }
 
@@ -109,8 +109,10 @@ void Segments::BeginRecording(std::int64_t time_ns) {
   _begun = true;
   _start_ns = _begin_ns = _end_ns = _next_ns = time_ns;
   // The first file exists to find out whether it can be written; now its start is known.
-  if (std::string const isft = _starts.Isft(time_ns); isft != _options.tags.isft)
-    _file = std::make_unique<FileWriter>(_options, _file->Path(), isft, _info, _packets);
+  auto const start = _starts.At(time_ns);
+  std::string const path = _names.Current(start.wall_ns);
+  if (start.isft != _options.tags.isft || path != _file->Path())
+    _file = std::make_unique<FileWriter>(_options, path, start.isft, _info, _packets);
   DropSplits(time_ns);
   _formatter.BeginFile(time_ns);
   std::size_t const all = _held.size();
@@ -120,6 +122,7 @@ void Segments::BeginRecording(std::int64_t time_ns) {
                      [time_ns](Held const& held) { return StartsBefore(*held.packet, time_ns); }),
       _held.end());
   std::lock_guard lock(_mutex);
+  _progress.file = path;
   _progress.begun = true;
   _progress.skipped += all - _held.size();
 }
@@ -255,7 +258,7 @@ bool Segments::StartNextFile(std::int64_t time_ns) {
       return false;
   if (!WriteHeld(time_ns, StartsBefore) || !EndFile(true)) return false;
   DropSplits(time_ns);
-  BeginFile(_starts.Isft(time_ns));
+  BeginFile(_starts.At(time_ns));
   _begin_ns = _end_ns = time_ns;
   _formatter.BeginFile(time_ns);
   return true;
@@ -290,8 +293,9 @@ bool Segments::Store(std::size_t track, Packet& packet) {
   return true;
 }
 
-void Segments::BeginFile(std::string const& isft) {
-  _file = std::make_unique<FileWriter>(_options, _names.Next(), isft, _info, _packets);
+void Segments::BeginFile(FileStarts::Start const& start) {
+  _file = std::make_unique<FileWriter>(_options, _names.Next(start.wall_ns), start.isft, _info,
+                                       _packets);
   _atKey = 0;
   _leadWritten = false;
   std::lock_guard lock(_mutex);

@@ -82,7 +82,7 @@ class Segments : public stream::ISink {
   PacketRef CutAt(Held& held, std::int64_t time_ns);
   bool Write(std::size_t track, stream::Packet& packet);
   bool Store(std::size_t track, stream::Packet& packet);
-  void BeginFile(std::string const& isft);
+  void BeginFile(FileStarts::Start const& start);
   bool EndFile(bool splits);
 
   RecorderOptions const& _options;

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "base/File.h"
+#include "recorder/SystemFolder.h"
 
 namespace kestro::record {
 
@@ -30,6 +31,11 @@ base::uint64 Storage::Free(std::string const& path) {
   std::error_code failed;
   auto const space = std::filesystem::space(path, failed);
   return failed ? UINT64_MAX : space.available;
+}
+
+bool Storage::List(std::string const& folder, std::vector<Entry>& entries) {
+  SystemFolder const opened(folder);
+  return opened.List(entries);
 }
 
 }  // namespace kestro::record

@@ -1,8 +1,10 @@
 // The file system that a recorder writes to.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/IO.h"
 
@@ -13,6 +15,15 @@ namespace kestro::record {
 // in Push and Stop, possibly at the same time.
 class KESTRO_API Storage {
  public:
+  // Something in a folder.
+  struct Entry {
+    std::string name;
+    std::uint64_t bytes = 0;
+    std::int64_t modified_ns = -1;  // since 1970-01-01 UTC; negative: unknown
+    bool plain = false;             // a file without other names: no link, folder, device or pipe
+    std::uint64_t id = 0;           // of the file, whatever its name; 0: unknown
+  };
+
   virtual ~Storage() = default;
 
   // Opens a file. `mode` is "rwbc" to create it or replace an existing one, and "r+b" or "rb" to
@@ -24,6 +35,10 @@ class KESTRO_API Storage {
   virtual bool Exists(std::string const& path);
   // The free space in bytes; UINT64_MAX when unknown.
   virtual base::uint64 Free(std::string const& path);
+  // Lists what is in a folder: the part of a path before the name, with its slash, or empty.
+  // Returns false and sets errno on failure: ENOTSUP when the storage cannot list. A storage whose
+  // files are not the system's must override this.
+  virtual bool List(std::string const& folder, std::vector<Entry>& entries);
 };
 
 }  // namespace kestro::record

@@ -125,6 +125,14 @@ typedef struct kestro_recorder_event { /* valid during the call */
   int32_t hashed; /* CLOSED: whether FILE.sha256 was written */
 } kestro_recorder_event;
 
+typedef struct kestro_recorder_entry { /* something in a folder; valid during the call */
+  size_t size;
+  const char* name;
+  uint64_t bytes;
+  int64_t modified_ns; /* since 1970-01-01 UTC; negative: unknown */
+  int32_t plain;       /* not 0: a file without other names: no link, folder, device or pipe */
+} kestro_recorder_entry;
+
 /* File operations to use instead of the system's files. The functions return a negative errno on
  * failure. They are called from threads of the library and inside push and stop: for one file one
  * call at a time, for several files possibly at the same time. The struct is copied; the context
@@ -143,6 +151,10 @@ typedef struct kestro_recorder_storage {
   int (*remove)(void* context, const char* path);
   int (*exists)(void* context, const char* path);         /* 1 or 0 */
   uint64_t (*available)(void* context, const char* path); /* bytes; null or UINT64_MAX: unknown */
+  /* Calls `found` for everything in a folder: the part of a path before the name, with its slash,
+   * or "". Null when the storage cannot list; limits for deleting files need it. */
+  int (*list)(void* context, const char* folder,
+              void (*found)(void* to, const kestro_recorder_entry* entry), void* to);
 } kestro_recorder_storage;
 
 enum { /* the clock by which files store when their first packet was captured */

@@ -33,6 +33,15 @@ class MemoryStorage : public record::Storage {
   }
   bool Exists(std::string const& path) override { return File(path) != nullptr; }
   base::uint64 Free(std::string const&) override { return free; }
+  bool List(std::string const& folder, std::vector<Entry>& entries) override {
+    std::lock_guard lock(_mutex);
+    for (auto const& [path, file] : _files)
+      if (file != nullptr && path.rfind('/') + 1 == folder.size() &&
+          path.compare(0, folder.size(), folder) == 0)
+        entries.push_back({path.substr(folder.size()), static_cast<base::uint64>(file->Size()),
+                           modified_ns, true});
+    return true;
+  }
 
   std::shared_ptr<FaultIO> File(std::string const& path) const {
     std::lock_guard lock(_mutex);
@@ -71,6 +80,7 @@ class MemoryStorage : public record::Storage {
   int64 capacity = INT64_MAX;  // of each file
   std::string refused;         // files with this in their names are not opened
   base::uint64 free = UINT64_MAX;
+  std::int64_t modified_ns = -1;  // of all files
 
  private:
   struct Handle : base::IOFilter {

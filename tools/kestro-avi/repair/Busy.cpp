@@ -4,30 +4,15 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 
-#include "avi/NumberedName.h"
+#include "avi/NamePattern.h"
 #include "cli/OpenForWriting.h"
 
 namespace kestro::tool {
 
 namespace fs = std::filesystem;
-
-// Whether a recorder with this file name, which may be a pattern, writes files of that name.
-static bool Writes(std::string const& pattern, std::string const& name) {
-  fs::path const path(pattern);
-  std::string const later = path.stem().string() + "-%05d" + path.extension().string();
-  if (avi::NumberedName(pattern, 1) == name) return true;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(name[i]))) continue;
-    auto const number = std::strtoull(name.c_str() + i, nullptr, 10);
-    if (avi::NumberedName(avi::Numbered(pattern) ? pattern : later, number) == name) return true;
-  }
-  return false;
-}
 
 static bool IsLocked(fs::path const& path) {
   int const file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -48,8 +33,9 @@ bool IsBeingRecorded(std::string const& path) {
     if (name.size() <= 1 + kEnding.size() || name[0] != '.' ||
         name.substr(name.size() - kEnding.size()) != kEnding)
       continue;
-    std::string const pattern = name.substr(1, name.size() - 1 - kEnding.size());
-    if (Writes(pattern, file.filename()) && IsLocked(at->path())) return true;
+    avi::NamePattern const pattern(name.substr(1, name.size() - 1 - kEnding.size()));
+    if (pattern.Valid() && pattern.Match(file.filename().string()) && IsLocked(at->path()))
+      return true;
   }
   return false;
 }
