@@ -24,6 +24,16 @@ RecorderOptions CheckedOptions(RecorderOptions options) {
   Require(sync.interval_ns >= 1000000 && sync.interval_ns / 1000000 <= UINT32_MAX,
           "the sync interval must be between 1 ms and 49 days");
   Require(sync.reserve_ns > 0, "the reserve time must be more than 0");
+  RetentionOptions const& limits = options.retention;
+  if (limits.Any()) {
+    constexpr std::uint64_t kMost = std::uint64_t{1} << 60;
+    Require(!options.overwrite && !options.verbatim,
+            "limits for deleting files cannot be combined with overwriting");
+    Require(limits.keepFree.value_or(0) <= kMost && limits.keepBytes.value_or(1) <= kMost,
+            "a limit of bytes is too large");
+    Require(limits.keepBytes != 0U && limits.keepFiles != 0U && limits.keepAge_ns.value_or(1) > 0,
+            "the limits of bytes, files and age must be more than 0");
+  }
   if (options.threadless) {
     options.queue.enabled = false;
     options.cacheBlocks = 1;

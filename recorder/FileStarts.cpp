@@ -68,16 +68,16 @@ std::optional<StartTime> FileStarts::Find(std::int64_t time_ns) {
 
 FileStarts::Start FileStarts::At(std::int64_t time_ns) {
   avi::Software software{_options.tags.isft, Find(time_ns)};
-  if (!software.start) return Unknown();
+  if (!software.start) return {software.name, std::nullopt};
   if (software.name.empty()) software.name = "kestro " KESTRO_VERSION;
-  Start start{software.Compose(), software.start->time_ns};
-  if (!software.start->set) start.wall_ns = Unknown().wall_ns;
+  Start start{software.Compose(), std::nullopt};
+  if (software.start->set) start.wall_ns = software.start->time_ns;
   return start;
 }
 
-FileStarts::Start FileStarts::Unknown() const {
+std::int64_t FileStarts::Wall_ns() const {
   auto const& wallClock = _options.start.wallClock;
-  return {_options.tags.isft, wallClock ? wallClock() : ClockAnchor::Now::Read().wall_ns};
+  return wallClock ? wallClock() : ClockAnchor::Now::Read().wall_ns;
 }
 
 }  // namespace kestro::record

@@ -20,13 +20,13 @@ class FileStarts {
   // Takes a packet of the leading track that is being pushed.
   void Take(std::int64_t time_ns);
   struct Start {
-    std::string isft;      // what the file stores
-    std::int64_t wall_ns;  // for its name: since 1970-01-01 UTC
+    std::string isft;                     // what the file stores
+    std::optional<std::int64_t> wall_ns;  // since 1970-01-01 UTC, if known
   };
   // About a file that starts at this time. Times must not decrease.
   Start At(std::int64_t time_ns);
-  // About a file of which no packet has come yet.
-  Start Unknown() const;
+  // What the clock reads now.
+  std::int64_t Wall_ns() const;
 
  private:
   struct Span {

@@ -14,7 +14,7 @@ using stream::PacketQueue;
 static constexpr std::int64_t kLatest_ns = INT64_MAX / 4;
 
 Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames* names,
-                   Report report, Finish finish)
+                   Retention* retention, Report report, Finish finish)
     : _options(options),
       _tracks(std::move(tracks)),
       _packets(_tracks.Infos()),
@@ -27,7 +27,7 @@ Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames
     return;
   }
   _segments = std::make_unique<Segments>(options, _tracks.Infos(), _packets, _starts, *names,
-                                         std::move(report), std::move(finish));
+                                         retention, std::move(report), std::move(finish));
   for (std::size_t i = 0; i < _tracks.Count(); ++i) _inputs.push_back(&_segments->Input(i));
   if (options.queue.enabled) MakeQueue();
 }

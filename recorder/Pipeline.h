@@ -21,9 +21,10 @@ class Pipeline {
   using Report = Segments::Report;  // both may be called by any function
   using Finish = Segments::Finish;
 
-  // Options and names must outlive the object; `names` is null when verbatim. Throws Refusal.
-  Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames* names, Report report,
-           Finish finish);
+  // Options, names and retention must outlive the object; `names` is null when verbatim, and
+  // `retention` without limits. Throws Refusal.
+  Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames* names,
+           Retention* retention, Report report, Finish finish);
   ~Pipeline() { static_cast<void>(End()); }
 
   // As Recorder::Push.

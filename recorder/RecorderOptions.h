@@ -49,12 +49,31 @@ struct QueueOptions {
 };
 
 // Loop recording: the oldest files are deleted to stay within these limits.
+//
+// With any limit, the recorder also keeps a little space free to close the open file. It deletes
+// files that its own pattern can name, in its own folder, with their side files (.sync, .sync2,
+// .sha256): the one with the lowest number first, one at a time. It never deletes the open file,
+// one that is still being finished, one with a marker (FILE.keep, of any kind), or anything but
+// plain files with one name: links, folders and the like neither count nor are touched. Files of
+// earlier recordings count.
+//
+// This happens on a thread of its own or, if threadless, in Push: when a file begins, when space
+// runs low, and once a second. When the storage is full, writing waits until a file was deleted,
+// while packets wait in the queue. When nothing may be deleted and a limit other than the age is
+// exceeded, the open file is closed and recording fails with Code::kFull.
+//
+// No file is larger than a quarter of what the limits leave, so that the open one is never all
+// there is; a kNote says so.
 struct RetentionOptions {
   std::optional<std::uint64_t> keepFree;  // bytes that stay free on the file system
   // Most bytes of this recorder's files and their side files, the open one included.
   std::optional<std::uint64_t> keepBytes;
   std::optional<std::uint64_t> keepFiles;  // most files, the open one included
-  std::optional<std::int64_t> keepAge_ns;  // files that ended longer ago are deleted
+  // Files that ended longer ago are deleted. The age of files of this recorder is measured with
+  // RecorderOptions::clock, which is then also called on the recorder's threads. That of older ones
+  // is the wall clock's distance from the time at which they were modified; it is unknown when
+  // either is earlier than 2020.
+  std::optional<std::int64_t> keepAge_ns;
   bool Any() const { return keepFree || keepBytes || keepFiles || keepAge_ns; }
 };
 
@@ -103,7 +122,9 @@ struct StartOptions {
     kSinceBoot,
     kNone,  // files store no start
   } clock = kAuto;
-  std::function<std::int64_t()> wallClock;  // nanoseconds since 1970 UTC; null: the system's clock
+  // Nanoseconds since 1970 UTC; null: the system's clock. With dates in file names or a limit of
+  // age, it is also called on the recorder's threads.
+  std::function<std::int64_t()> wallClock;
   // Instead of reading a clock: when the packet with this time was captured; empty: unknown. Both
   // are called in Push with packets of the leading track, with no lock held, and by several threads
   // at once if they push such packets.

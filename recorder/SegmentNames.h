@@ -18,6 +18,7 @@ class SegmentNames {
   // when the first file cannot be written.
   explicit SegmentNames(RecorderOptions const& options);
 
+  bool Dated() const { return _pattern.Dated(); }
   // The name of the next file, which starts at a time since 1970-01-01 UTC.
   std::string Next(std::int64_t start_ns);
   void GiveBack() { --_number; }  // the last name was not used

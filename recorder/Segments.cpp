@@ -32,7 +32,8 @@ static bool EndsBefore(Packet const& packet, std::int64_t time_ns) {
 }
 
 Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-                   FileStarts& starts, SegmentNames& names, Report report, Finish finish)
+                   FileStarts& starts, SegmentNames& names, Retention* retention, Report report,
+                   Finish finish)
     : ISink("Segments"),
       _options(options),
       _info(tracks),
@@ -41,6 +42,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
       _report(std::move(report)),
       _finish(std::move(finish)),
       _names(names),
+      _retention(retention),
       _formatter(tracks, packets,
                  [this](std::size_t track, Packet& packet) { return Store(track, packet); }) {
   for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -55,7 +57,7 @@ Segments::Segments(RecorderOptions const& options, Tracks const& tracks, Packets
   auto lead = first(&TrackInfo::IsVideo);
   if (lead == tracks.end()) lead = first(&TrackInfo::IsAudio);
   _lead = static_cast<std::size_t>(lead - tracks.begin());
-  BeginFile(starts.Unknown());
+  BeginFile({options.tags.isft, std::nullopt});
   static_cast<void>(ISink::StatusChange(kRunning));  // a sink without steps of its own
 }
 
@@ -75,8 +77,10 @@ bool Segments::ReceivePacket(Packet& packet, void* context) {
   auto const track = std::find_if(_tracks.begin(), _tracks.end(),
                                   [context](State const& state) { return state.input == context; });
   bool received = false;
+  bool const full = _retention != nullptr && _retention->Full();
+  if (full) EndFile(false);
   try {
-    received = Receive(static_cast<std::size_t>(track - _tracks.begin()), packet.Share());
+    received = !full && Receive(static_cast<std::size_t>(track - _tracks.begin()), packet.Share());
   } catch (std::exception const& error) {
     _complete = false;
     _report({Event::kError, _file ? _file->Path() : "", error.what()});
@@ -110,7 +114,7 @@ void Segments::BeginRecording(std::int64_t time_ns) {
   _start_ns = _begin_ns = _end_ns = _next_ns = time_ns;
   // The first file exists to find out whether it can be written; now its start is known.
   auto const start = _starts.At(time_ns);
-  std::string const path = _names.Current(start.wall_ns);
+  std::string const path = _names.Current(NameTime_ns(start));
   if (start.isft != _options.tags.isft || path != _file->Path())
     _file = std::make_unique<FileWriter>(_options, path, start.isft, _info, _packets);
   DropSplits(time_ns);
@@ -150,6 +154,7 @@ bool Segments::WriteLeading(PacketRef const& packet, bool startsFile) {
   if (packet->IsKey()) {
     _largest = std::max(_largest, _file->Written() - _atKey);
     _atKey = _file->Written();
+    if (_retention != nullptr && !startsFile) _retention->Expect(_file->Path(), _file->Size());
     if (startsFile && !StartNextFile(time_ns)) return false;
   }
   // A text precedes its frame.
@@ -199,7 +204,10 @@ bool Segments::StartsFile(Packet const& key) const {
   std::uint64_t waiting = 0;
   for (Held const& held : _held) waiting += static_cast<std::uint64_t>(held.packet->Size()) + 32;
   std::uint64_t const largest = std::max(_largest, _file->Written() - _atKey);
-  return _file->Size() + waiting + largest / 4 * 5 > options.size;
+  std::uint64_t const ahead = waiting + largest / 4 * 5;
+  // Without the reserved index, which may be larger than this.
+  if (_retention != nullptr && _file->Written() + ahead > _retention->SegmentSize()) return true;
+  return _file->Size() + ahead > options.size;
 }
 
 bool Segments::SplitRequested(std::int64_t time_ns) const {
@@ -293,8 +301,13 @@ bool Segments::Store(std::size_t track, Packet& packet) {
   return true;
 }
 
+// The time for a file's name, since 1970-01-01 UTC.
+std::int64_t Segments::NameTime_ns(FileStarts::Start const& start) const {
+  return start.wall_ns ? *start.wall_ns : _names.Dated() ? _starts.Wall_ns() : 0;
+}
+
 void Segments::BeginFile(FileStarts::Start const& start) {
-  _file = std::make_unique<FileWriter>(_options, _names.Next(start.wall_ns), start.isft, _info,
+  _file = std::make_unique<FileWriter>(_options, _names.Next(NameTime_ns(start)), start.isft, _info,
                                        _packets);
   _atKey = 0;
   _leadWritten = false;

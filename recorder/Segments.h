@@ -12,6 +12,7 @@
 #include "recorder/FileStarts.h"
 #include "recorder/FileWriter.h"
 #include "recorder/FinishedFile.h"
+#include "recorder/Retention.h"
 #include "recorder/SegmentNames.h"
 #include "recorder/TrackFormatter.h"
 #include "stream/ISink.h"
@@ -35,9 +36,11 @@ class Segments : public stream::ISink {
   using Finish = std::function<void(FinishedFile)>;
 
   // Options, tracks, packets, starts and names must outlive the object. Throws Refusal when the
-  // FileWriter of the first file does. The inputs are open afterwards.
+  // FileWriter of the first file does. The inputs are open afterwards. `retention`: null without
+  // limits.
   Segments(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-           FileStarts& starts, SegmentNames& names, Report report, Finish finish);
+           FileStarts& starts, SegmentNames& names, Retention* retention, Report report,
+           Finish finish);
   ~Segments() override;
 
   std::size_t Lead() const { return _lead; }
@@ -83,6 +86,7 @@ class Segments : public stream::ISink {
   bool Write(std::size_t track, stream::Packet& packet);
   bool Store(std::size_t track, stream::Packet& packet);
   void BeginFile(FileStarts::Start const& start);
+  std::int64_t NameTime_ns(FileStarts::Start const& start) const;
   bool EndFile(bool splits);
 
   RecorderOptions const& _options;
@@ -92,6 +96,7 @@ class Segments : public stream::ISink {
   Report const _report;
   Finish const _finish;
   SegmentNames& _names;
+  Retention* const _retention;
   TrackFormatter _formatter;
   std::vector<State> _tracks;
   std::size_t _lead = 0;

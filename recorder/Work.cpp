@@ -17,13 +17,23 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
   bool const files = _options.storage == nullptr && !_options.verbatim;
   if (files && !_lock.Take(_options.path))
     throw Refusal(Code::kBusy, _options.path + ": another recorder is writing these files");
+  if (_options.retention.Any()) LimitSpace();
   if (!_options.verbatim) _names = std::make_unique<SegmentNames>(_options);
   _current = NewPipeline(std::move(set));
+  if (_retention) _retention->Start();
+}
+
+void Recorder::Work::LimitSpace() {
+  _retention = std::make_unique<Retention>(
+      _options,
+      Retention::Hooks{{[this](record::Event event) { Report(std::move(event)); }, nullptr},
+                       [this] { SplitAt(INT64_MIN); }});
+  _options.storage = &_retention->Files();
 }
 
 std::shared_ptr<Pipeline> Recorder::Work::NewPipeline(TrackSet tracks) {
   return std::make_shared<Pipeline>(
-      _options, std::move(tracks), _names.get(),
+      _options, std::move(tracks), _names.get(), _retention.get(),
       [this](record::Event event) { Report(std::move(event)); },
       [this](FinishedFile file) { Finish(std::move(file)); });
 }
@@ -37,11 +47,15 @@ Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
   auto const pipeline = Current();
   if (!pipeline || _ended) {
     if (payload.release != nullptr) payload.release(payload.context);
-    return _failed ? Code::kIo : _ended ? Code::kEnded : Code::kInvalid;
+    return _failed ? Failure() : _ended ? Code::kEnded : Code::kInvalid;
   }
   Code const code = pipeline->Push(track, payload);
   _worker.RunPosted();
-  if (code == Code::kIo) _failed = true;
+  if (_retention) _retention->Run();
+  if (code == Code::kIo) {
+    _failed = true;
+    return Failure();
+  }
   return code == Code::kEnded && !_ended ? Code::kInvalid : code;
 } catch (std::bad_alloc const&) {
   return Code::kMemory;
@@ -70,6 +84,7 @@ void Recorder::Work::Report(record::Event event) {
 void Recorder::Work::Finish(FinishedFile file) {
   _worker.Post([this, file = std::move(file)] {
     FinishFile(file, _options, [this](record::Event event) { Report(std::move(event)); });
+    if (_retention) _retention->Finished(file.path);
   });
 }
 
@@ -121,6 +136,10 @@ Result Recorder::Work::Stop() {
   if (!_stopped) {
     _stopped = true;
     EndCurrent();
+    if (_retention) {
+      _worker.Drain();  // files may need space to be finished
+      _retention->Stop();
+    }
     _worker.Finish();
   }
   return Outcome();
@@ -129,7 +148,7 @@ Result Recorder::Work::Stop() {
 Result Recorder::Work::Outcome() const {
   std::lock_guard lock(_mutex);
   if (!_failed && _error.empty()) return {};
-  return {Code::kIo, _error.empty() ? _options.path + ": a packet was not accepted" : _error};
+  return {Failure(), _error.empty() ? _options.path + ": a packet was not accepted" : _error};
 }
 
 Status Recorder::Work::GetStatus() const {
@@ -138,6 +157,7 @@ Status Recorder::Work::GetStatus() const {
   auto const pipeline = _current;
   lock.unlock();
   if (pipeline) pipeline->AddTo(status);
+  if (_retention) _retention->AddTo(status);
   if (_ended && status.state != Status::kFailed) status.state = Status::kStopped;
   if (_failed) status.state = Status::kFailed;
   lock.lock();

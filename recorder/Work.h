@@ -9,6 +9,7 @@
 
 #include "recorder/Pipeline.h"
 #include "recorder/RecordingLock.h"
+#include "recorder/Retention.h"
 #include "recorder/Worker.h"
 
 namespace kestro::record {
@@ -35,10 +36,13 @@ class Recorder::Work {
   bool EndCurrent();
   void Report(record::Event event);
   void Finish(FinishedFile file);
+  Code Failure() const { return _retention && _retention->Full() ? Code::kFull : Code::kIo; }
+  void LimitSpace();
   Result Outcome() const;
 
-  RecorderOptions const _options;
+  RecorderOptions _options;  // does not change once the recorder is open
   RecordingLock _lock;
+  std::unique_ptr<Retention> _retention;  // null without limits
   Worker _worker;
   std::unique_ptr<SegmentNames> _names;  // null when verbatim
 

@@ -1,5 +1,7 @@
 #include "recorder/Worker.h"
 
+#include <future>
+#include <memory>
 #include <utility>
 
 namespace kestro::record {
@@ -16,6 +18,13 @@ void Worker::Post(std::function<void()> task) {
 
 void Worker::RunPosted() {
   if (!_thread.joinable()) Run(false);
+}
+
+void Worker::Drain() {
+  auto const done = std::make_shared<std::promise<void>>();
+  Post([done] { done->set_value(); });
+  RunPosted();
+  done->get_future().wait();
 }
 
 void Worker::Finish() {

@@ -19,6 +19,7 @@ class Worker {
   void Post(std::function<void()> task);  // any thread; tasks must not throw
   // Threadless: runs the posted tasks. Does nothing when a task calls it.
   void RunPosted();
+  void Drain();  // waits until the tasks posted so far are done; must not be called by a task
   // Waits until all tasks are done. After this only tasks may post. Must not be called by a task.
   void Finish();
   bool CalledByTask() const { return std::this_thread::get_id() == _runner; }

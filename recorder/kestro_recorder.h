@@ -166,8 +166,10 @@ enum { /* the clock by which files store when their first packet was captured */
 
 typedef struct kestro_recorder_options {
   size_t size;
-  const char* path;  /* "cam-%05d.avi": cam-00001.avi, ...; "cam.avi": cam.avi, cam-00002.avi */
-  int32_t overwrite; /* overwrite existing files instead of skipping their numbers */
+  /* "cam-%05d.avi": cam-00001.avi, ...; "cam.avi": cam.avi, cam-00002.avi; for dates see
+   * RecorderOptions::path */
+  const char* path;
+  int32_t overwrite;       /* overwrite existing files instead of skipping their numbers */
   uint64_t segment_bytes;  /* most bytes in a file, as far as key frames allow */
   int64_t segment_time_ns; /* length of a file; negative: no limit */
 

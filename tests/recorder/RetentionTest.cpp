@@ -1,0 +1,462 @@
+// Loop recording: what is deleted, when, and what never is.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <random>
+#include <thread>
+
+#include "recorder/CStorage.h"
+#include "recorder/Catalogue.h"
+#include "recorder/RecorderSession.h"
+#include "support/SmallCard.h"
+#include "support/Watchdog.h"
+
+namespace kestro::test {
+namespace {
+
+namespace fs = std::filesystem;
+using record::Code;
+using record::Event;
+using record::SyncOptions;
+using testing::HasSubstr;
+
+constexpr std::uint64_t kMiB = 1 << 20;
+constexpr std::int64_t kSecond = 1000 * kMs;
+
+// A picture of some size that begins with its number.
+std::string Sized(int number, int gop = 5, std::size_t size = 20000) {
+  std::string picture = Picture(number, gop);
+  picture.resize(size, 'v');
+  return picture;
+}
+
+// Records to a small card.
+struct CardSession : RecorderSession {
+  explicit CardSession(SmallCard const& to, std::string const& pattern = "cam-%03d.avi",
+                       bool threadless = false)
+      : RecorderSession({VideoTrack()}, threadless), card(to) {
+    options.storage = nullptr;
+    options.path = card / pattern;
+  }
+  // Pushes pictures until one is refused.
+  Code PushSized(int count) {
+    Code code = Code::kOk;
+    for (int end = next + count; next < end && code == Code::kOk; next += code == Code::kOk)
+      code = Push(0, Sized(next), next * 40 * kMs, next % 5 == 0);
+    return code;
+  }
+  // The names of the recordings, in order, and the numbers of the pictures in them.
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (auto const& entry : fs::directory_iterator(card / ""))
+      if (std::string const name = entry.path().filename();
+          entry.is_regular_file() && entry.symlink_status().type() == fs::file_type::regular &&
+          avi::NamePattern(options.path.substr(options.path.rfind('/') + 1)).Match(name) &&
+          fs::hard_link_count(entry.path()) == 1)
+        names.push_back(name);
+    std::sort(names.begin(), names.end(), [](auto const& a, auto const& b) {
+      return a.size() != b.size() ? a.size() < b.size() : a < b;
+    });
+    return names;
+  }
+  std::vector<int> Pictures(std::string const& name) const {
+    std::vector<int> numbers;
+    avi::AviFile avi(card / name);
+    EXPECT_TRUE(avi.Indexed()) << name;
+    avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+      std::string payload(avi.DataSize(entry), '\0');
+      avi.Reader().Read(entry.offset + 8, payload.data(), static_cast<unsigned>(payload.size()));
+      numbers.push_back(
+          std::atoi(payload.c_str() + payload.rfind(kStart) + 5));  // after the slice header
+      EXPECT_EQ(payload, Sized(numbers.back())) << name;
+    });
+    return numbers;
+  }
+  // Checks that the pictures in these files follow each other without a gap; returns the last + 1.
+  int ExpectNoGaps(std::vector<std::string> const& files) const {
+    int last = -1;
+    for (std::string const& name : files)
+      for (int number : Pictures(name)) {
+        EXPECT_TRUE(last < 0 || number == last + 1) << name << ": " << number << " after " << last;
+        last = number;
+      }
+    return last + 1;
+  }
+
+  SmallCard const& card;
+  int next = 0;
+};
+
+// Things that look like recordings and are none, or not ours to delete.
+class Bystanders {
+ public:
+  explicit Bystanders(SmallCard const& card) : _card(card) {
+    for (char const* name : {"cam-000.avi", "cam-01.avi", "cam-0001.avi", "CAM-001.avi",
+                             "cam-001.avi.bak", "other-001.avi", "target", "cam-001.avi.keep.txt"})
+      Write(name, std::string("content of ") + name);
+    fs::create_symlink("target", _card / "cam-001.avi");
+    fs::create_symlink("nowhere", _card / "cam-002.avi");
+    fs::create_hard_link(_card / "target", _card / "cam-003.avi");
+    fs::create_directory(_card / "cam-004.avi");
+    Write("cam-004.avi/cam-001.avi", "inside");
+    Write("cam-004.avi.sha256", "next to a folder");
+    mkfifo((_card / "cam-005.avi").c_str(), 0600);
+    Write("cam-006.avi", "protected");
+    Write("cam-006.avi.sha256", "its hash");
+    fs::create_directory(_card / "cam-006.avi.keep");
+  }
+  void ExpectUntouched() const {
+    for (auto const& [name, text] : _files) EXPECT_EQ(FileText(_card / name), text) << name;
+    EXPECT_EQ(fs::read_symlink(_card / "cam-001.avi"), "target");
+    EXPECT_EQ(fs::read_symlink(_card / "cam-002.avi"), "nowhere");
+    EXPECT_EQ(fs::hard_link_count(_card / "cam-003.avi"), 2u);
+    EXPECT_TRUE(fs::is_fifo(_card / "cam-005.avi"));
+  }
+
+ private:
+  void Write(std::string const& name, std::string const& text) {
+    std::ofstream(_card / name) << text;
+    _files[name] = text;
+  }
+  SmallCard const& _card;
+  std::map<std::string, std::string> _files;
+};
+
+// 40 MB of pictures on a card of 16 MiB; in the middle, another program fills it.
+TEST(Retention, LoopsOnASmallCardAndTouchesNothingElse) {
+  REQUIRE_SMALL_CARDS();
+  Watchdog const watchdog("loop recording");
+  struct {
+    char const* name;
+    std::function<void(record::RecorderOptions&)> limit;
+    bool threadless = false;
+  } const cases[] = {
+      {"free space", [](auto& o) { o.retention.keepFree = 4 * kMiB; }},
+      {"free space, synced",
+       [](auto& o) {
+         o.retention.keepFree = 4 * kMiB;
+         o.sync.mode = SyncOptions::kInPlace;
+         o.sync.reserve_ns = 60 * kSecond;
+         o.hash = true;
+       }},
+      {"bytes, side files",
+       [](auto& o) {
+         o.retention.keepBytes = 6 * kMiB;
+         o.sync.mode = SyncOptions::kCallback;
+       }},
+      {"files",
+       [](auto& o) {
+         o.retention.keepFiles = 4;
+         o.segments.size = kMiB;
+       }},
+      {"the card only", [](auto& o) { o.retention.keepFiles = 1000; }},
+      {"threadless", [](auto& o) { o.retention.keepFree = 4 * kMiB; }, true},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    SmallCard const card(16);
+    Bystanders const others(card);
+    CardSession s(card, "cam-%03d.avi", c.threadless);
+    c.limit(s.options);
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    EXPECT_EQ(s.PushSized(1000), Code::kOk) << s.recorder->GetStatus().lastError;
+    std::ofstream(card / "filler") << std::string(3 * kMiB, 'f') << std::flush;
+    EXPECT_EQ(s.PushSized(1000), Code::kOk) << s.recorder->GetStatus().lastError;
+    auto const result = s.recorder->Stop();
+    EXPECT_TRUE(result) << result.text;
+
+    others.ExpectUntouched();
+    auto const status = s.recorder->GetStatus();
+    auto files = s.Files();
+    files.erase(files.begin());  // the protected one
+    EXPECT_EQ(s.ExpectNoGaps(files), 2000);
+    EXPECT_GT(status.deletedFiles, 5u);
+    EXPECT_EQ(status.deletedFiles, static_cast<unsigned>(s.Count(Event::kDeleted)));
+    EXPECT_EQ(status.protectedFiles, 1u);
+    EXPECT_EQ(status.files - status.deletedFiles, files.size());
+    EXPECT_GT(files.size(), 2u) << "more was deleted than needed";
+    std::uint64_t bytes = 0;
+    for (std::string const& name : files) {
+      bytes += fs::file_size(card / name);
+      EXPECT_FALSE(s.options.hash && !fs::exists(card / (name + ".sha256"))) << name;
+    }
+    auto const& limits = s.options.retention;
+    EXPECT_LE(bytes, limits.keepBytes.value_or(UINT64_MAX));
+    EXPECT_LE(files.size(), limits.keepFiles.value_or(UINT64_MAX));
+    EXPECT_GE(fs::space(card / "").available, limits.keepFree.value_or(0));
+    for (auto const& entry : fs::directory_iterator(card / ""))
+      EXPECT_FALSE(entry.path().extension() == ".sync") << entry.path() << " has no recording";
+  }
+}
+
+TEST(Retention, ClosesTheFileWholeWhenNothingMayBeDeleted) {
+  REQUIRE_SMALL_CARDS();
+  Watchdog const watchdog("nothing to delete");
+  struct {
+    char const* name;
+    std::function<void(record::RetentionOptions&)> limit;
+    char const* said;
+  } const limits[] = {
+      {"free space", [](auto& o) { o.keepFree = 3 * kMiB; }, "the limit of free space cannot"},
+      {"bytes", [](auto& o) { o.keepBytes = 5 * kMiB; }, "the limit of bytes cannot"},
+      {"files", [](auto& o) { o.keepFiles = 3; }, "the limit of files cannot"},
+      {"the card", [](auto& o) { o.keepFiles = 99; }, "the storage is full"},
+  };
+  for (auto const& c : limits)
+    for (auto const mode :
+         {SyncOptions::kOff, SyncOptions::kInPlace, SyncOptions::kImage, SyncOptions::kCallback}) {
+      SCOPED_TRACE(c.name + (", mode " + std::to_string(mode)));
+      SmallCard const card(8);
+      CardSession s(card);
+      c.limit(s.options.retention);
+      s.options.sync.mode = mode;
+      s.options.sync.reserve_ns = 60 * kSecond;
+      s.options.segments.size = kMiB;
+      // Someone protects each file as soon as it is there.
+      s.options.onEvent = [&](Event const& event) {
+        if (event.kind == Event::kOpened) std::ofstream(event.path + ".keep");
+        s.events.push_back(event);
+      };
+      ASSERT_TRUE(s.Open()) << s.why.text;
+      Code code = Code::kOk;
+      for (int i = 0; i < 2000 && code == Code::kOk; ++i) {
+        code = s.PushSized(1);
+        std::this_thread::sleep_for(std::chrono::microseconds(500));
+      }
+      EXPECT_EQ(code, Code::kFull);
+      auto const result = s.recorder->Stop();
+      EXPECT_EQ(result.code, Code::kFull);
+      EXPECT_THAT(result.text, HasSubstr(c.said));
+      EXPECT_THAT(result.text, HasSubstr("protected file"));
+      EXPECT_EQ(s.Count(Event::kDeleted), 0);
+      std::uint64_t packets = 0;
+      for (Event const& event : s.events) {
+        if (event.kind != Event::kClosed) continue;
+        EXPECT_TRUE(event.complete) << event.text;
+        packets += event.packets;
+      }
+      EXPECT_EQ(static_cast<std::uint64_t>(s.ExpectNoGaps(s.Files())), packets);
+      EXPECT_GT(packets, 50u);
+      for (std::string const& name : s.Files())
+        EXPECT_FALSE(fs::exists(card / (name + ".sync"))) << name;
+    }
+}
+
+// Another program plays the oldest files: deleting them frees nothing yet.
+TEST(Retention, DoesNotDeleteAllWhileSpaceIsStillComing) {
+  REQUIRE_SMALL_CARDS();
+  Watchdog const watchdog("deleted files that are open");
+  SmallCard const card(16);
+  CardSession s(card);
+  s.options.retention.keepFree = 6 * kMiB;
+  s.options.segments.size = kMiB;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  EXPECT_EQ(s.PushSized(300), Code::kOk);
+  while (s.recorder->GetStatus().packets < 300) std::this_thread::yield();
+  std::vector<std::ifstream> players;
+  for (std::string const& name : s.Files()) players.emplace_back(card / name);
+  ASSERT_GT(players.size(), 4u);
+  EXPECT_EQ(s.PushSized(200), Code::kOk);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  auto const deleted = s.recorder->GetStatus().deletedFiles;
+  EXPECT_GE(deleted, 1u);
+  EXPECT_LE(deleted, 4u) << "deleted for nothing";
+  players.clear();
+  EXPECT_EQ(s.PushSized(200), Code::kOk);
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_EQ(s.ExpectNoGaps(s.Files()), 700);
+  EXPECT_GE(fs::space(card / "").available, 6 * kMiB);
+}
+
+// Files as a scan finds them, oldest first, with the ages that they have.
+TEST(Retention, AgesGoByNumberAndSurviveClockJumps) {
+  constexpr std::int64_t kNow = 1800000000 * kSecond, kUnset = 1000 * kSecond;
+  struct File {
+    char const* name;
+    std::int64_t modified_ns;
+    std::int64_t age_s;
+  };
+  struct {
+    char const* name;
+    std::int64_t wall_ns;
+    std::vector<File> files;  // the session has lasted 100 s; c and d are of it
+  } const cases[] = {
+      {"plain",
+       kNow,
+       {{"a", kNow - 900 * kSecond, 900},
+        {"b", kNow - 500 * kSecond, 500},
+        {"c", kNow, 50},
+        {"d", kNow, 20}}},
+      {"no older file is younger",
+       kNow,
+       {{"a", kNow - 300 * kSecond, 500}, {"b", kNow - 500 * kSecond, 500}, {"c", kNow, 50}}},
+      {"not younger than the session",
+       kNow,
+       {{"a", kNow - 7 * kSecond, 100}, {"b", kNow + 50 * kSecond, 100}, {"c", kNow, 50}}},
+      {"the clock was not set then", kNow, {{"a", kUnset, 100}, {"b", kUnset, 100}, {"c", 0, 50}}},
+      {"the clock is not set now",
+       kUnset,
+       {{"a", kNow - 900 * kSecond, 100}, {"c", kUnset, 50}, {"d", kUnset, 20}}},
+      {"set forward by a year",
+       kNow + 31536000 * kSecond,
+       {{"c", kNow, 50}, {"d", kNow + 31536000 * kSecond, 20}}},
+  };
+  for (auto const& c : cases) {
+    std::vector<record::OwnFile> files;
+    std::map<std::string, std::int64_t> const ended = {{"c", 150 * kSecond}, {"d", 180 * kSecond}};
+    for (File const& file : c.files) {
+      files.emplace_back().name = file.name;
+      files.back().modified_ns = file.modified_ns;
+    }
+    auto const ages = record::Ages_ns(files, {200 * kSecond, 100 * kSecond, c.wall_ns, ended});
+    for (std::size_t i = 0; i < files.size(); ++i)
+      EXPECT_EQ(ages[i] / kSecond, c.files[i].age_s) << c.name << ": " << files[i].name;
+  }
+}
+
+TEST(Retention, DeletesByAge) {
+  RecorderSession s({VideoTrack()}, true);
+  std::int64_t now_ns = 0;
+  s.options.clock = [&now_ns] { return now_ns; };
+  s.options.start.wallClock = [&now_ns] { return 1800000000 * kSecond + now_ns; };
+  s.options.segments.time_ns = kSecond;
+  s.options.retention.keepAge_ns = 3 * kSecond;
+  for (char const* old : {"cam-001.avi.sync",  // its recording is gone
+                          "cam-002.avi", "cam-002.avi.sha256", "cam-002.avi.sync2"})
+    s.storage.Open(old, "rwbc")->Write("old", 3);
+  s.storage.modified_ns = 1800000000 * kSecond - 2 * kSecond;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  for (int i = 0; i < 250; ++i, now_ns += 40 * kMs)
+    EXPECT_EQ(s.Push(0, Picture(i), now_ns, i % 5 == 0), Code::kOk) << i;
+  EXPECT_TRUE(s.recorder->Stop());
+  auto const names = s.storage.Names();
+  EXPECT_THAT(names,
+              testing::ElementsAre("cam-009.avi", "cam-010.avi", "cam-011.avi", "cam-012.avi"));
+}
+
+// The storage takes half a second to remove a file.
+TEST(Retention, SlowDeletingDoesNotDelayPackets) {
+  struct SlowStorage : MemoryStorage {
+    bool Remove(std::string const& path) override {
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+      return MemoryStorage::Remove(path);
+    }
+  } storage;
+  RecorderSession s({VideoTrack()});
+  s.options.storage = &storage;
+  s.options.segments.time_ns = 200 * kMs;
+  s.options.retention.keepFiles = 2;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  auto longest = std::chrono::steady_clock::duration::zero();
+  for (int i = 0; i < 200; ++i) {
+    auto const begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+    longest = std::max(longest, std::chrono::steady_clock::now() - begin);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_LT(longest, std::chrono::milliseconds(400)) << "Push waited for Remove";
+  EXPECT_GT(s.recorder->GetStatus().deletedFiles, 1u);
+}
+
+// A recorder that is killed while it deletes, and the next one that goes on.
+TEST(Retention, GoesOnAfterBeingKilled) {
+  REQUIRE_SMALL_CARDS();
+  SmallCard const card(16);
+  Bystanders const others(card);
+  std::mt19937 random(5);
+  int highest = 6;
+  for (int round = 0; round < 6; ++round) {
+    SCOPED_TRACE(round);
+    pid_t const child = fork();
+    if (child == 0) {
+      CardSession s(card);
+      s.options.retention.keepBytes = 4 * kMiB;
+      s.options.segments.size = kMiB / 2;
+      s.options.sync.mode = SyncOptions::kImage;
+      s.options.sync.reserve_ns = 10 * kSecond;
+      if (!s.Open()) _exit(1);
+      static_cast<void>(s.PushSized(1000000));
+      _exit(2);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200 + random() % 400));
+    kill(child, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "it ended by itself: " << WEXITSTATUS(status);
+    CardSession const s(card);
+    auto files = s.Files();
+    ASSERT_GT(files.size(), 3u);
+    files.erase(files.begin());  // the protected one
+    int const now = std::stoi(files.back().substr(4));
+    EXPECT_GT(now, highest);
+    highest = now;
+    others.ExpectUntouched();
+  }
+  CardSession s(card);
+  s.options.retention.keepBytes = 2 * kMiB;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  EXPECT_EQ(s.PushSized(300), Code::kOk);
+  EXPECT_TRUE(s.recorder->Stop());
+  auto files = s.Files();
+  files.erase(files.begin());
+  EXPECT_GT(std::stoi(files.front().substr(4)), highest) << "the old ones went first";
+  EXPECT_EQ(s.ExpectNoGaps(files), 300);
+  others.ExpectUntouched();
+}
+
+TEST(Retention, ListsTheStorageOfACProgram) {
+  kestro_recorder_storage functions = {};
+  functions.list = [](void*, char const* folder, auto* found, void* to) {
+    kestro_recorder_entry const entries[] = {
+        {sizeof(kestro_recorder_entry), "a.avi", 7, 5, 1},
+        {offsetof(kestro_recorder_entry, plain), "older", 8, 6, 1},
+        {sizeof(kestro_recorder_entry), nullptr, 9, 0, 1},
+    };
+    for (auto const& entry : entries) found(to, &entry);
+    return std::strcmp(folder, "a/") == 0 ? 0 : -EACCES;
+  };
+  std::vector<record::Storage::Entry> entries;
+  EXPECT_TRUE(record::CStorage(functions).List("a/", entries));
+  ASSERT_EQ(entries.size(), 2u) << "without the one that has no name";
+  EXPECT_TRUE(entries[0].plain && entries[0].bytes == 7 && entries[0].modified_ns == 5);
+  EXPECT_FALSE(entries[1].plain) << "unknown to the program";
+  EXPECT_TRUE(!record::CStorage(functions).List("b/", entries) && errno == EACCES);
+}
+
+TEST(Retention, RefusesLimitsThatItCannotKeep) {
+  record::CStorage unlisted{kestro_recorder_storage{}};
+  using S = RecorderSession;
+  struct {
+    char const* name;
+    std::function<void(S&)> spoil;
+    char const* said;
+  } const cases[] = {
+      {"a storage that cannot list", [&](S& s) { s.options.storage = &unlisted; }, "cannot list"},
+      {"free space that is unknown", [](S& s) { s.options.retention.keepFree = 1; }, "unknown"},
+      {"overwriting", [](S& s) { s.options.overwrite = true; }, "overwriting"},
+      {"no files", [](S& s) { s.options.retention.keepFiles = 0; }, "more than 0"},
+      {"no time", [](S& s) { s.options.retention.keepAge_ns = -1; }, "more than 0"},
+      {"a missing folder",
+       [](S& s) {
+         s.options.storage = nullptr;
+         s.options.path = "/nowhere/cam-%d.avi";
+       },
+       "No such file"},
+      {"the largest number", [](S& s) { s.storage.Open("cam-999999999999999999.avi", "rwbc"); },
+       "largest number"},
+  };
+  for (auto const& c : cases) {
+    S s({VideoTrack()});
+    s.options.retention.keepFiles = 3;
+    c.spoil(s);
+    EXPECT_FALSE(s.Open()) << c.name;
+    EXPECT_THAT(s.why.text, HasSubstr(c.said)) << c.name;
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test
