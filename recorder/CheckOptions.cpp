@@ -14,6 +14,11 @@ static void Require(bool valid, std::string const& text) {
   if (!valid) throw Refusal(Code::kInvalid, text);
 }
 
+bool EventTimesValid(std::int64_t before_ns, std::int64_t after_ns) {
+  constexpr std::int64_t kDay_ns = std::int64_t{86400} * 1000000000;
+  return before_ns >= 0 && before_ns <= kDay_ns && after_ns >= 0 && after_ns <= kDay_ns;
+}
+
 RecorderOptions CheckedOptions(RecorderOptions options) {
   SyncOptions const& sync = options.sync;
   auto& segments = options.segments;
@@ -34,6 +39,11 @@ RecorderOptions CheckedOptions(RecorderOptions options) {
     Require(limits.keepBytes != 0U && limits.keepFiles != 0U && limits.keepAge_ns.value_or(1) > 0,
             "the limits of bytes, files and age must be more than 0");
   }
+  EventOptions const& events = options.events;
+  Require(EventTimesValid(events.before_ns, events.after_ns),
+          "the times before and after an event must be between 0 and a day");
+  Require(!events.only || (events.maxBytes != 0 && !options.verbatim),
+          "event-only recording needs memory for packets");
   if (options.threadless) {
     options.queue.enabled = false;
     options.cacheBlocks = 1;

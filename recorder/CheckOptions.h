@@ -9,6 +9,9 @@ namespace kestro::record {
 // Returns the options with limits and dependent values applied. Throws Refusal when one is invalid.
 RecorderOptions CheckedOptions(RecorderOptions options);
 
+// Whether an event may have these times.
+bool EventTimesValid(std::int64_t before_ns, std::int64_t after_ns);
+
 // Throws Refusal for tracks that cannot be recorded together. `tracks` are in file order; sets
 // values that were left out.
 void CheckTracks(Tracks& tracks);

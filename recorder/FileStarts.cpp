@@ -22,7 +22,7 @@ FileStarts::FileStarts(RecorderOptions const& options)
       _known(options.start.clock != StartOptions::kNone),
       _anchor(SourceOf(options.start.clock)) {}
 
-std::optional<StartTime> FileStarts::Captured(std::int64_t time_ns) const {
+std::optional<StartTime> FileStarts::Ask(std::int64_t time_ns) const {
   auto const captured = _options.start.captured(time_ns);
   if (!captured || captured->time_ns < 0) return std::nullopt;
   return StartTime{captured->time_ns, captured->set};
@@ -42,7 +42,7 @@ void FileStarts::Take(std::int64_t time_ns) {
   std::optional<StartTime> start;
   auto now = ClockAnchor::Now::Read();
   if (options.captured)
-    start = Captured(time_ns);
+    start = Ask(time_ns);
   else if (options.wallClock)
     now.wall_ns = options.wallClock();
   std::lock_guard lock(_mutex);
@@ -51,6 +51,13 @@ void FileStarts::Take(std::int64_t time_ns) {
     return;
   if (_spans.size() == kMostSpans) _spans.pop_front();
   _spans.push_back({time_ns, start});
+}
+
+std::optional<StartTime> FileStarts::Captured(std::int64_t time_ns) const {
+  std::lock_guard lock(_mutex);
+  if (_spans.empty() || !_spans.back().start) return std::nullopt;
+  Span const& span = _spans.back();
+  return StartTime{span.start->time_ns + time_ns - span.from_ns, span.start->set};
 }
 
 std::optional<StartTime> FileStarts::Find(std::int64_t time_ns) {

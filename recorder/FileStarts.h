@@ -25,6 +25,8 @@ class FileStarts {
   };
   // About a file that starts at this time. Times must not decrease.
   Start At(std::int64_t time_ns);
+  // When one of the latest packets was captured; empty: unknown.
+  std::optional<avi::StartTime> Captured(std::int64_t time_ns) const;
   // What the clock reads now.
   std::int64_t Wall_ns() const;
 
@@ -33,13 +35,13 @@ class FileStarts {
     std::int64_t from_ns;  // packet time
     std::optional<avi::StartTime> start;
   };
-  std::optional<avi::StartTime> Captured(std::int64_t time_ns) const;
+  std::optional<avi::StartTime> Ask(std::int64_t time_ns) const;
   std::optional<avi::StartTime> Find(std::int64_t time_ns);
 
   RecorderOptions const& _options;
   bool const _known;  // there is something to write
 
-  std::mutex _mutex;  // protects what follows
+  mutable std::mutex _mutex;  // protects what follows
   avi::ClockAnchor _anchor;
   std::deque<Span> _spans;  // each up to the next one; of times that no file has started at
 };

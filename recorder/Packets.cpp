@@ -41,7 +41,7 @@ static Ref<IMedia> NewMedia(TrackInfo const& info) {
   return media;
 }
 
-Packets::Packets(Tracks const& tracks) {
+Packets::Packets(Tracks const& tracks, int mostHeld) : _mostHeld(mostHeld) {
   for (TrackInfo const& track : tracks) {
     _media.push_back(NewMedia(track));
     _headed.push_back(track.codec == TrackInfo::kMjpeg);
@@ -82,7 +82,7 @@ Ref<stream::Packet> Packets::New(std::size_t track, Payload const& payload) cons
   std::size_t const head = _headed[track] ? kChunkHead : 0;
   auto const* const data = static_cast<std::uint8_t const*>(payload.data);
   Ref<stream::Packet> made;
-  if (release.of != nullptr && head == 0 && _held->load() < kMostHeld) {
+  if (release.of != nullptr && head == 0 && _held->load() < _mostHeld) {
     auto const owner = Ref<BorrowedMemory>::Take(new BorrowedMemory(payload, _held));
     release.of = nullptr;
     made = stream::Packet::Wrap(const_cast<std::uint8_t*>(data), static_cast<int>(payload.size),

@@ -14,7 +14,10 @@ namespace kestro::record {
 // Creates packets, and the media of the tracks, which all elements and files of a recording share.
 class Packets {
  public:
-  explicit Packets(Tracks const& tracks);
+  static constexpr int kMostHeld = 4;
+
+  // If more than `mostHeld` payloads are in use, new ones are copied: a camera has few buffers.
+  explicit Packets(Tracks const& tracks, int mostHeld = kMostHeld);
 
   stream::IMedia* Media(std::size_t track) const { return _media[track].get(); }
   // Takes ownership of the payload: its release function is always called, even when memory runs
@@ -24,13 +27,11 @@ class Packets {
   bool Headed(std::size_t track) const { return _headed[track]; }
 
  private:
-  // If more payloads are in use, new ones are copied: a camera has few buffers.
-  static constexpr int kMostHeld = 4;
-
   class BorrowedMemory;
 
   std::vector<base::Ref<stream::IMedia>> _media;
   std::vector<bool> _headed;
+  int const _mostHeld;
   std::shared_ptr<std::atomic<int>> _held = std::make_shared<std::atomic<int>>(0);
 };
 

@@ -14,10 +14,12 @@ using stream::PacketQueue;
 static constexpr std::int64_t kLatest_ns = INT64_MAX / 4;
 
 Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames* names,
-                   Retention* retention, Report report, Finish finish)
+                   Retention* retention, Events& events, Report report, Finish finish)
     : _options(options),
+      _events(events),
       _tracks(std::move(tracks)),
-      _packets(_tracks.Infos()),
+      // Packets stay in memory for long there.
+      _packets(_tracks.Infos(), options.events.only ? 0 : Packets::kMostHeld),
       _starts(options),
       _finish(finish),
       _sequence(_tracks.Count()) {
@@ -28,7 +30,10 @@ Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames
   }
   _segments = std::make_unique<Segments>(options, _tracks.Infos(), _packets, _starts, *names,
                                          retention, std::move(report), std::move(finish));
-  for (std::size_t i = 0; i < _tracks.Count(); ++i) _inputs.push_back(&_segments->Input(i));
+  if (options.events.only)
+    _gate = std::make_unique<EventGate>(options, _tracks.Infos(), _packets, events, *_segments);
+  for (std::size_t i = 0; i < _tracks.Count(); ++i)
+    _inputs.push_back(_gate ? &_gate->Input(i) : &_segments->Input(i));
   if (options.queue.enabled) MakeQueue();
 }
 
@@ -80,6 +85,7 @@ Code Pipeline::Push(std::size_t track, Payload const& payload) {
   bool const allKeys = info.IsAudio() || info.codec == TrackInfo::kMjpeg;
   if (allKeys && !_options.verbatim) packet->Flags(stream::Packet::kKey);
   if (_segments && number == _segments->Lead()) _starts.Take(packet->Pts());
+  _events.Pushed(packet->Pts(), packet->Pts() + packet->Duration());
   if (PassOn(number, *packet)) return Code::kOk;
   return _ending && !_failed ? Code::kEnded : Code::kIo;
 }
@@ -102,6 +108,14 @@ void Pipeline::SplitAt(std::int64_t time_ns) {
   if (_segments) _segments->SplitAt(time_ns);
 }
 
+void Pipeline::Wake() {
+  if (_gate && !_ending) _gate->Wake();
+}
+
+std::int64_t Pipeline::Stored_ns() const {
+  return _segments ? _segments->GetProgress().end_ns : INT64_MIN;
+}
+
 bool Pipeline::End() {
   _ending = true;
   std::lock_guard ending(_endMutex);
@@ -111,7 +125,8 @@ bool Pipeline::End() {
 
 bool Pipeline::Close() {
   bool const drained = !_queue || _queue->StatusChange(stream::IStatus::kClosed);
-  return (_segments ? _segments->End() : CloseFile()) && drained;
+  bool const passed = !_gate || _gate->End();
+  return (_segments ? _segments->End() : CloseFile()) && drained && passed;
 }
 
 bool Pipeline::CloseFile() {
@@ -142,6 +157,7 @@ void Pipeline::AddTo(Status& status) const {
     status.duration_ns += now.duration_ns;
     status.skew_ns = now.skew_ns;
     status.skipped += now.skipped;
+    if (_gate) _gate->AddTo(status);
   }
   if (_queue) {
     Status own;

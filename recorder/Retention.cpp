@@ -83,6 +83,7 @@ std::shared_ptr<Retention::NewFile> Retention::Created(std::string const& path) 
   auto file = std::make_shared<NewFile>();
   // Hashes are written while a file is finished, which must go on: it cannot be deleted before.
   file->optional = meaning->ending == avi::HashFileFor("");
+  if (meaning->ending == Catalogue::kMarker) return file;  // not a part of the recording
   Lock lock(_mutex);
   _busy[meaning->name][path] = file;
   _rescan |= meaning->ending.empty();

@@ -1,10 +1,10 @@
 #include "recorder/Segments.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "avi/Text.h"
+#include "recorder/CutAudio.h"
 #include "recorder/Refusal.h"
 
 namespace kestro::record {
@@ -85,7 +85,10 @@ bool Segments::ReceivePacket(Packet& packet, void* context) {
     _complete = false;
     _report({Event::kError, _file ? _file->Path() : "", error.what()});
   }
-  if (received) return true;
+  return received || Fail();
+}
+
+bool Segments::Fail() {
   if (_file)
     for (std::string const& text : _file->Errors()) _report({Event::kError, _file->Path(), text});
   std::lock_guard lock(_mutex);
@@ -120,7 +123,7 @@ void Segments::BeginRecording(std::int64_t time_ns) {
   DropSplits(time_ns);
   _formatter.BeginFile(time_ns);
   std::size_t const all = _held.size();
-  for (Held& held : _held) CutAt(held, time_ns);
+  for (Held& held : _held) CutAudio(_info[held.track], *held.packet, time_ns);
   _held.erase(
       std::remove_if(_held.begin(), _held.end(),
                      [time_ns](Held const& held) { return StartsBefore(*held.packet, time_ns); }),
@@ -128,6 +131,7 @@ void Segments::BeginRecording(std::int64_t time_ns) {
   std::lock_guard lock(_mutex);
   _progress.file = path;
   _progress.begun = true;
+  _progress.file = _file->Path();
   _progress.skipped += all - _held.size();
 }
 
@@ -166,7 +170,13 @@ bool Segments::WriteLeading(PacketRef const& packet, bool startsFile) {
 
 // Takes a packet of another track than the leading one.
 bool Segments::ReceiveOther(std::size_t track, PacketRef packet) {
+  if (_begun && StartsBefore(*packet, _start_ns)) CutAudio(_info[track], *packet, _start_ns);
   std::int64_t const time_ns = packet->Pts();
+  if (_begun && StartsBefore(*packet, _start_ns)) {
+    std::lock_guard lock(_mutex);
+    ++_progress.skipped;
+    return true;
+  }
   if (_begun && EndsBefore(*packet, _next_ns)) {
     _others_ns = std::max(_others_ns, End_ns(*packet));
     return Write(track, *packet);
@@ -241,29 +251,12 @@ bool Segments::OthersCaughtUp(std::int64_t time_ns) const {
   return true;
 }
 
-// Cuts an audio packet that spans a time in two: returns the part before the time and keeps the
-// rest in `held`. Returns null when there is nothing to cut.
-Segments::PacketRef Segments::CutAt(Held& held, std::int64_t time_ns) {
-  TrackInfo const& info = _info[held.track];
-  std::int64_t const ahead_ns = time_ns - held.packet->Pts();
-  if (!info.IsAudio() || ahead_ns <= kRounding_ns || EndsBefore(*held.packet, time_ns)) return {};
-  auto const samples = std::llround(static_cast<double>(ahead_ns) * info.rate / 1e9);
-  int const bytes =
-      static_cast<int>(std::min<long long>(held.packet->Size(), samples * info.FrameBytes()));
-  PacketRef first = held.packet->Share();
-  first->Size(bytes);
-  first->Duration(ahead_ns);
-  held.packet->Duration(End_ns(*held.packet) - time_ns);
-  held.packet->Pts(time_ns);
-  held.packet->Offset(held.packet->Offset() + bytes);
-  return first;
-}
-
 // Ends the current file at a time and starts the next one; audio that spans the time is cut there.
 bool Segments::StartNextFile(std::int64_t time_ns) {
-  for (Held& held : _held)
-    if (PacketRef const first = CutAt(held, time_ns); first && !Write(held.track, *first))
-      return false;
+  for (Held& held : _held) {
+    PacketRef const first = CutAudio(_info[held.track], *held.packet, time_ns);
+    if (first && !Write(held.track, *first)) return false;
+  }
   if (!WriteHeld(time_ns, StartsBefore) || !EndFile(true)) return false;
   DropSplits(time_ns);
   BeginFile(_starts.At(time_ns));
@@ -292,6 +285,7 @@ bool Segments::Store(std::size_t track, Packet& packet) {
     ++_progress.packets;
     _progress.bytes += size;
     _progress.duration_ns = _before_ns + _end_ns - _begin_ns;
+    _progress.end_ns = _end_ns;
   }
   if (first) {
     Event opened{Event::kOpened, _file->Path(), {}};
@@ -338,6 +332,31 @@ bool Segments::EndFile(bool splits) {
   std::lock_guard lock(_mutex);
   _before_ns += _end_ns - _begin_ns;
   return complete;
+}
+
+bool Segments::Suspend() {
+  bool suspended = false;
+  try {
+    suspended = _file && SuspendFile();
+  } catch (std::exception const& error) {
+    _complete = false;
+    _report({Event::kError, "", error.what()});
+  }
+  return suspended || Fail();
+}
+
+bool Segments::SuspendFile() {
+  std::string const path = _file->Path();
+  if (!WriteWaiting(true) || !WriteHeld(INT64_MAX, StartsBefore) || !EndFile(false)) return false;
+  _begun = false;
+  _others_ns = INT64_MIN;
+  for (State& state : _tracks) state.end_ns = INT64_MIN;
+  _formatter.Suspend();
+  BeginFile({_options.tags.isft, std::nullopt});
+  std::lock_guard lock(_mutex);
+  _progress.begun = false;
+  _progress.file = path;
+  return true;
 }
 
 bool Segments::End() {

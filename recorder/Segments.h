@@ -47,6 +47,14 @@ class Segments : public stream::ISink {
   stream::IPort& Input(std::size_t track) { return *_tracks[track].input; }
   void SplitAt(std::int64_t time_ns);  // at the first key frame from this time on; any thread
 
+  // Ends the file. The next one begins with the next key frame of the leading track, whatever its
+  // time. Called on the thread that delivers packets. False when the file is incomplete; no packets
+  // are accepted then.
+  bool Suspend();
+  // Takes the parameter sets of a key frame that is left out while suspended. Called there, too.
+  void TakeParameterSets(std::size_t track, stream::Packet const& key) {
+    _formatter.TakeParameterSets(track, key);
+  }
   // Ends the last file; no packets are accepted after this. False when a file is incomplete.
   bool End();
 
@@ -55,6 +63,7 @@ class Segments : public stream::ISink {
     std::string file;
     std::uint64_t files = 0, packets = 0, bytes = 0, skipped = 0;
     std::int64_t duration_ns = 0, skew_ns = 0;
+    std::int64_t end_ns = INT64_MIN;  // up to where the current file is stored
   };
   Progress GetProgress() const;  // any thread
 
@@ -82,12 +91,13 @@ class Segments : public stream::ISink {
   bool TooSkewed() const;
   bool OthersCaughtUp(std::int64_t time_ns) const;
   bool StartNextFile(std::int64_t time_ns);
-  PacketRef CutAt(Held& held, std::int64_t time_ns);
   bool Write(std::size_t track, stream::Packet& packet);
   bool Store(std::size_t track, stream::Packet& packet);
   void BeginFile(FileStarts::Start const& start);
   std::int64_t NameTime_ns(FileStarts::Start const& start) const;
   bool EndFile(bool splits);
+  bool SuspendFile();
+  bool Fail();
 
   RecorderOptions const& _options;
   Tracks const& _info;

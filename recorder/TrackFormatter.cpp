@@ -32,6 +32,14 @@ void TrackFormatter::BeginFile(std::int64_t begin_ns) {
   }
 }
 
+void TrackFormatter::Suspend() {
+  for (State& state : _tracks) state.begun = false;
+}
+
+void TrackFormatter::TakeParameterSets(std::size_t track, Packet const& key) {
+  if (_info[track].TakesParameterSets()) NoteParameterSets(track, key);
+}
+
 bool TrackFormatter::Write(std::size_t track, Packet& packet) {
   if (_info[track].IsText()) return _store(track, packet);
   return _info[track].IsAudio() ? WriteAudio(track, packet) : WriteVideo(track, packet);
@@ -115,16 +123,22 @@ bool TrackFormatter::WriteVideo(std::size_t track, Packet& packet) {
   State& state = _tracks[track];
   UpdateSkew(state, packet);
   if (!packet.IsKey() || !_info[track].TakesParameterSets()) return _store(track, packet);
-  bool const hevc = _info[track].codec == TrackInfo::kHevc;
-  auto const own = stream::ParameterSets(hevc, packet.Data(), packet.Size());
-  if (!own.empty()) state.sets = own;
-  if (!std::exchange(state.fresh, false) || !own.empty() || state.sets.empty())
-    return _store(track, packet);
+  bool const own = NoteParameterSets(track, packet);
+  if (!std::exchange(state.fresh, false) || own || state.sets.empty()) return _store(track, packet);
   Bytes bytes = state.sets;
   bytes.insert(bytes.end(), packet.Data(), packet.Data() + packet.Size());
   auto const longer =
       NewKeyPacket(track, bytes.data(), bytes.size(), packet.Pts(), packet.Duration());
   return _store(track, *longer);
+}
+
+// False when the key frame has none.
+bool TrackFormatter::NoteParameterSets(std::size_t track, Packet const& key) {
+  bool const hevc = _info[track].codec == TrackInfo::kHevc;
+  auto own = stream::ParameterSets(hevc, key.Data(), key.Size());
+  if (own.empty()) return false;
+  _tracks[track].sets = std::move(own);
+  return true;
 }
 
 // A file stores no times: readers add up the durations of frames and samples.

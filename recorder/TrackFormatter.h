@@ -22,6 +22,10 @@ class TrackFormatter {
   TrackFormatter(Tracks const& tracks, Packets const& packets, Store store);
 
   void BeginFile(std::int64_t begin_ns);
+  // Some packets are left out before the next file.
+  void Suspend();
+  // Takes the parameter sets of a key frame that is not written.
+  void TakeParameterSets(std::size_t track, stream::Packet const& key);
   // False when Store fails.
   bool Write(std::size_t track, stream::Packet& packet);
   // Stores the audio that does not fill a block.
@@ -65,6 +69,7 @@ class TrackFormatter {
   bool WriteSilence(std::size_t track, std::int64_t duration_ns);
   bool WriteBlocks(std::size_t track, bool last);
   bool WriteVideo(std::size_t track, stream::Packet& packet);
+  bool NoteParameterSets(std::size_t track, stream::Packet const& key);
   void UpdateSkew(State& state, stream::Packet const& packet);
   std::size_t BlockBytes(std::size_t track) const;
 

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "avi/NamePattern.h"
 #include "recorder/CheckOptions.h"
 #include "recorder/Plugin.h"
 #include "recorder/Refusal.h"
@@ -10,7 +11,9 @@
 namespace kestro::record {
 
 Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
-    : _options(CheckedOptions(options)), _worker(options.threadless) {
+    : _options(CheckedOptions(options)),
+      _worker(options.threadless),
+      _events(_options, [this](record::Event event) { Report(std::move(event)); }) {
   TrackSet set(_options, tracks);
   if (Result const loaded = LoadAviPlugin(_options.plugin); !loaded)
     throw Refusal(loaded.code, loaded.text);
@@ -26,14 +29,15 @@ Recorder::Work::Work(RecorderOptions const& options, Tracks const& tracks)
 void Recorder::Work::LimitSpace() {
   _retention = std::make_unique<Retention>(
       _options,
-      Retention::Hooks{{[this](record::Event event) { Report(std::move(event)); }, nullptr},
+      Retention::Hooks{{[this](record::Event event) { Report(std::move(event)); },
+                        [this](std::string const& path) { return _events.IsProtected(path); }},
                        [this] { SplitAt(INT64_MIN); }});
   _options.storage = &_retention->Files();
 }
 
 std::shared_ptr<Pipeline> Recorder::Work::NewPipeline(TrackSet tracks) {
   return std::make_shared<Pipeline>(
-      _options, std::move(tracks), _names.get(), _retention.get(),
+      _options, std::move(tracks), _names.get(), _retention.get(), _events,
       [this](record::Event event) { Report(std::move(event)); },
       [this](FinishedFile file) { Finish(std::move(file)); });
 }
@@ -50,6 +54,8 @@ Code Recorder::Work::Push(std::size_t track, Payload const& payload) try {
     return _failed ? Failure() : _ended ? Code::kEnded : Code::kInvalid;
   }
   Code const code = pipeline->Push(track, payload);
+  if (_events.Waiting()) _events.Stored(pipeline->Stored_ns());
+  _events.RunPosted();
   _worker.RunPosted();
   if (_retention) _retention->Run();
   if (code == Code::kIo) {
@@ -67,6 +73,8 @@ void Recorder::Work::SplitAt(std::int64_t time_ns) {
 
 // Reports each warning and error once, even when it occurs again.
 void Recorder::Work::Report(record::Event event) {
+  if (event.kind == record::Event::kOpened) _events.Opened(event.path, event.time_ns);
+  if (event.kind == record::Event::kDeleted) _events.Deleted(event.path);
   constexpr std::size_t kMost = 256;
   {
     std::lock_guard lock(_mutex);
@@ -82,6 +90,7 @@ void Recorder::Work::Report(record::Event event) {
 }
 
 void Recorder::Work::Finish(FinishedFile file) {
+  _events.Closed(file.path, file.duration_ns);
   _worker.Post([this, file = std::move(file)] {
     FinishFile(file, _options, [this](record::Event event) { Report(std::move(event)); });
     if (_retention) _retention->Finished(file.path);
@@ -102,12 +111,39 @@ Code Recorder::Work::Event(std::string const& label) {
   return Event(label, _options.events.before_ns, _options.events.after_ns);
 }
 
-Code Recorder::Work::Event(std::string const&, std::int64_t, std::int64_t) {
-  return _ended ? Code::kEnded : Code::kInvalid;
+Code Recorder::Work::Event(std::string const& label, std::int64_t before_ns,
+                           std::int64_t after_ns) try {
+  if (_options.verbatim || !EventTimesValid(before_ns, after_ns)) return Code::kInvalid;
+  if (_ended) return Code::kEnded;
+  auto const pipeline = Current();
+  auto const moment_ns = _events.Latest_ns();
+  auto const time = pipeline && moment_ns ? pipeline->Captured(*moment_ns) : std::nullopt;
+  std::int64_t const stored_ns = pipeline ? pipeline->Stored_ns() : INT64_MIN;
+  if (!_events.Add(label, {before_ns, after_ns}, moment_ns, time ? *time : WallTime(), stored_ns))
+    return Code::kEnded;
+  // No packet may come any more.
+  if (_options.events.only && pipeline) _events.Post([pipeline] { pipeline->Wake(); });
+  return Code::kOk;
+} catch (std::bad_alloc const&) {
+  return Code::kMemory;
+}
+
+avi::StartTime Recorder::Work::WallTime() const {
+  StartOptions const& start = _options.start;
+  auto now = avi::ClockAnchor::Now::Read();
+  if (start.wallClock) now.wall_ns = start.wallClock();
+  auto const source = start.clock == StartOptions::kSet         ? avi::ClockAnchor::kSet
+                      : start.clock == StartOptions::kSinceBoot ? avi::ClockAnchor::kSinceBoot
+                                                                : avi::ClockAnchor::kAuto;
+  return avi::ClockAnchor(source).Take(0, now);
 }
 
 Result Recorder::Work::Unprotect(std::string const& path) {
-  return {Code::kInvalid, path + ": not a file of this recorder"};
+  std::string const folder = FolderOf(_options.path);
+  if (_options.verbatim || FolderOf(path) != folder ||
+      !avi::NamePattern(_options.path.substr(folder.size())).Match(path.substr(folder.size())))
+    return {Code::kInvalid, path + ": not a file of this recorder"};
+  return _events.Unprotect(path);
 }
 
 Result Recorder::Work::ChangeTracks(Tracks const& tracks) {
@@ -136,6 +172,7 @@ Result Recorder::Work::Stop() {
   if (!_stopped) {
     _stopped = true;
     EndCurrent();
+    _events.Finish();
     if (_retention) {
       _worker.Drain();  // files may need space to be finished
       _retention->Stop();
@@ -160,6 +197,8 @@ Status Recorder::Work::GetStatus() const {
   if (_retention) _retention->AddTo(status);
   if (_ended && status.state != Status::kFailed) status.state = Status::kStopped;
   if (_failed) status.state = Status::kFailed;
+  status.events = _events.Count();
+  if (!_retention) status.protectedFiles = _events.ProtectedFiles();
   lock.lock();
   status.warnings = _warnings;
   status.lastError = _last;

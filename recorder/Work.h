@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "recorder/Events.h"
 #include "recorder/Pipeline.h"
 #include "recorder/RecordingLock.h"
 #include "recorder/Retention.h"
@@ -38,12 +39,14 @@ class Recorder::Work {
   void Finish(FinishedFile file);
   Code Failure() const { return _retention && _retention->Full() ? Code::kFull : Code::kIo; }
   void LimitSpace();
+  avi::StartTime WallTime() const;
   Result Outcome() const;
 
   RecorderOptions _options;  // does not change once the recorder is open
   RecordingLock _lock;
   std::unique_ptr<Retention> _retention;  // null without limits
   Worker _worker;
+  Events _events;
   std::unique_ptr<SegmentNames> _names;  // null when verbatim
 
   mutable std::mutex _mutex;           // protects what follows

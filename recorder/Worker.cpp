@@ -45,12 +45,13 @@ void Worker::Run(bool wait) {
   for (;;) {
     if (wait) _posted.wait(lock, [this] { return !_tasks.empty() || _finishing; });
     if (_tasks.empty()) break;
-    auto const task = std::move(_tasks.front());
+    auto task = std::move(_tasks.front());
     _tasks.pop_front();
     lock.unlock();
     _runner = std::this_thread::get_id();
     task();
     _runner = std::thread::id();
+    task = nullptr;  // what it held may take locks
     lock.lock();
   }
   _running = false;

@@ -4,6 +4,7 @@
 #include <random>
 #include <thread>
 
+#include "avi/KeepMarker.h"
 #include "recorder/RecorderSession.h"
 #include "support/Watchdog.h"
 
@@ -135,6 +136,74 @@ TEST(RecorderThreads, StopsAtAnyMoment) {
     EXPECT_EQ(pool.out, 0) << "not released";
     for (std::string const& name : s.storage.Names())
       EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
+  }
+}
+
+// Everything from all threads and from the event handler, with and without event-only recording.
+TEST(RecorderThreads, EventsComeAtAnyMoment) {
+  Watchdog const watchdog("events");
+  for (unsigned round = 0; round < 40; ++round) {
+    SCOPED_TRACE(round);
+    RecorderSession s({VideoTrack(), AudioTrack()});
+    BufferPool pool;
+    s.options.segments.time_ns = 400 * kMs;
+    s.options.events.only = round % 2 == 0;
+    s.options.events.maxBytes = round % 4 == 0 ? 4000 : 1 << 20;
+    s.options.queue.enabled = round % 3 != 0;
+    std::atomic<int> accepted{0}, opened{0}, incomplete{0};
+    s.options.onEvent = [&](Event const& event) {
+      if (event.kind == Event::kOpened) ++opened;
+      if (event.kind == Event::kClosed) incomplete += !event.complete;
+      if (event.kind == Event::kOpened) accepted += s.recorder->Event("again", 0, 0) == Code::kOk;
+      bool const frees = event.kind == Event::kClosed && opened % 3 == 0;
+      EXPECT_TRUE(!frees || s.recorder->Unprotect(event.path));
+      EXPECT_TRUE(event.kind != Event::kProtected || s.recorder->GetStatus().events > 0);
+    };
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    std::atomic<bool> done{false};
+    Pace pace(25, 25);
+    std::vector<std::thread> threads;
+    for (int track : {0, 1})
+      threads.emplace_back([&, track] {
+        Code code = Code::kOk;
+        for (int i = 0; code != Code::kEnded; pace.Wait(track, ++i)) {
+          code = track == 0 ? s.recorder->Push(0, pool.Lend(Picture(i), i * 40 * kMs, i % 5 == 0))
+                            : s.Push(1, std::string(640, 'a'), i * 40 * kMs);
+          EXPECT_THAT(code, testing::AnyOf(Code::kOk, Code::kEnded, Code::kInvalid));
+        }
+        pace.Done(track);
+      });
+    threads.emplace_back([&] {
+      for (std::mt19937 random(round); !done;) {
+        auto const time = [&random] { return random() % 1000 * kMs; };
+        unsigned const what = random() % 32;
+        if (what < 4) accepted += s.recorder->Event("event", time(), time()) == Code::kOk;
+        if (what == 4) s.recorder->Split();
+        EXPECT_TRUE(what != 5 || s.recorder->Unprotect("cam-002.avi"));
+        if (what == 6 && random() % 4 == 0) static_cast<void>(s.recorder->ChangeTracks(s.tracks));
+        EXPECT_TRUE(what != 7 || s.recorder->GetStatus().state != Status::kFailed);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 200));
+      }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + round));
+    EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
+    done = true;
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(incomplete, 0);
+    EXPECT_EQ(s.recorder->GetStatus().events, static_cast<std::uint64_t>(accepted));
+    s.recorder.reset();
+    EXPECT_EQ(pool.out, 0) << "not released";
+    int files = 0;
+    for (std::string const& name : s.storage.Names()) {
+      if (name.find(".keep") == name.npos) {
+        EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
+        EXPECT_EQ(s.storage.Payloads(0, name)[0].find(kStart + "\x67"), 0u) << name;
+        ++files;
+      } else {
+        EXPECT_FALSE(avi::KeepMarker::Parse(s.storage.Text(name)).events.empty()) << name;
+      }
+    }
+    EXPECT_EQ(files, opened);
   }
 }
 

@@ -17,12 +17,13 @@ class MemoryStorage : public record::Storage {
       errno = EACCES;
       return nullptr;
     }
-    auto& file = _files[path];
-    if (mode[0] == 'r' && mode[2] == 'b' && mode[1] == 'w') file = std::make_shared<FaultIO>();
-    if (file == nullptr) {
+    bool const creates = std::string(mode) == "rwbc";
+    if (!creates && _files.count(path) == 0) {
       errno = ENOENT;
       return nullptr;
     }
+    auto& file = _files[path];
+    if (creates) file = std::make_shared<FaultIO>();
     file->Capacity(capacity);
     file->Seek(0, base::IO::kBegin);
     return std::make_unique<Handle>(file);
@@ -62,10 +63,12 @@ class MemoryStorage : public record::Storage {
   std::unique_ptr<avi::AviFile> Read(std::string const& path) const {
     return std::make_unique<avi::AviFile>(std::make_unique<MemoryIO>(File(path)->Bytes()), path);
   }
-  // The payloads of a track in all files, in the order of their names.
-  std::vector<std::string> Payloads(std::size_t track) const {
+  // The payloads of a track in a file or in all recordings, in the order of their names.
+  std::vector<std::string> Payloads(std::size_t track, std::string const& file = {}) const {
     std::vector<std::string> all;
     for (std::string const& name : Names()) {
+      bool const recording = name.size() > 4 && name.substr(name.size() - 4) == ".avi";
+      if (file.empty() ? !recording : name != file) continue;
       auto const avi = Read(name);
       avi->ForEachEntry([&](avi::IndexEntry const& entry) {
         if (avi::TrackOfCode(entry.id) != static_cast<int>(track)) return;

@@ -1,0 +1,365 @@
+// Events: the files that they protect, and event-only recording.
+#include <gmock/gmock.h>
+#include <malloc.h>
+
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "avi/KeepMarker.h"
+#include "recorder/PacketRing.h"
+#include "recorder/RecorderSession.h"
+#include "support/Watchdog.h"
+
+namespace kestro::test {
+namespace {
+
+using avi::KeepMarker;
+using record::Code;
+using record::Event;
+using record::PacketRing;
+using record::Status;
+using testing::HasSubstr;
+
+// Which files have a marker, such as "2 3".
+std::string Marked(RecorderSession const& s) {
+  std::string marked;
+  for (int i = 1; i < 10; ++i)
+    if (s.storage.File("cam-00" + std::to_string(i) + ".avi.keep") != nullptr)
+      marked += (marked.empty() ? "" : " ") + std::to_string(i);
+  return marked;
+}
+
+// Five files of a second each. An event comes after a number of frames of 40 ms.
+TEST(Events, MarkTheFilesOfTheirTime) {
+  struct Happens {
+    int after_frames;
+    std::int64_t before_ms, after_ms;
+  };
+  struct {
+    char const* name;
+    std::vector<Happens> events;
+    char const* marked;
+    char const* markedAtOnce;
+    char const* labels = "";  // of the first marked file
+    bool protect = true;
+  } const cases[] = {
+      {"within a file", {{40, 200, 200}}, "2", "2", "a "},
+      {"a moment", {{40, 0, 0}}, "2", "2", "a "},
+      {"at the end of a file", {{50, 0, 0}}, "2", "2", "a "},
+      {"from the start of a file", {{75, 1000, 0}}, "3", "3", "a "},
+      {"from the frame before that", {{75, 1001, 0}}, "2 3", "2 3", "a "},
+      {"to the end of a file", {{60, 0, 600}}, "3", "3", "a "},
+      {"to the frame after that", {{60, 0, 601}}, "3 4", "3", "a "},
+      {"two files back, one on", {{60, 2000, 1000}}, "1 2 3 4", "1 2 3", "a "},
+      {"before the first packet", {{0, 5000, 1500}}, "1 2", "1", "a "},
+      {"before the first packet, for no time", {{0, 0, 0}}, "", "", ""},
+      {"after the last one", {{125, 100, 60000}}, "5", "5", "a "},
+      {"twice in a file", {{30, 0, 0}, {45, 0, 0}}, "2", "2", "a b "},
+      {"overlapping", {{30, 0, 1000}, {60, 100, 1000}}, "2 3 4", "2 3", "a "},
+      {"without protection", {{40, 200, 200}}, "", "", "", false},
+  };
+  for (auto const& c : cases)
+    for (bool const threadless : {true, false}) {
+      SCOPED_TRACE(std::string(c.name) + (threadless ? "" : ", with threads"));
+      RecorderSession s({VideoTrack()}, threadless);
+      s.options.segments.time_ns = 1000 * kMs;
+      s.options.events.protect = c.protect;
+      ASSERT_TRUE(s.Open()) << s.why.text;
+      for (int i = 0; i <= 125; ++i) {
+        std::size_t number = 0;
+        for (auto const& event : c.events) {
+          std::string const label(1, static_cast<char>('a' + number++));
+          EXPECT_TRUE(event.after_frames != i ||
+                      s.recorder->Event(label, event.before_ms * kMs, event.after_ms * kMs) ==
+                          Code::kOk);
+        }
+        if (i == 125) break;
+        EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk);
+        bool const last = threadless && i == c.events.back().after_frames;
+        EXPECT_TRUE(!last || Marked(s) == c.markedAtOnce) << Marked(s);
+      }
+      EXPECT_TRUE(s.recorder->Stop());
+      EXPECT_EQ(s.recorder->GetStatus().events, c.events.size());
+      EXPECT_EQ(Marked(s), c.marked);
+      std::set<std::string> reported;
+      for (Event const& event : s.events)
+        if (event.kind == Event::kProtected) reported.insert(event.path.substr(6, 1));
+      std::string const all(c.marked);
+      EXPECT_EQ(reported.size(), (all.size() + 1) / 2);
+      std::string labels;
+      std::string const marker = s.storage.Text("cam-00" + all.substr(0, 1) + ".avi.keep");
+      for (auto const& event : KeepMarker::Parse(marker).events) labels += event.label + " ";
+      EXPECT_EQ(labels, c.labels);
+    }
+}
+
+// Logs how markers are opened and removed.
+struct LoggedStorage : MemoryStorage {
+  std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
+    if (path.find(".keep") != path.npos) log += std::string(mode) + " ";
+    return MemoryStorage::Open(path, mode);
+  }
+  bool Remove(std::string const& path) override {
+    if (path.find(".keep") != path.npos) log += "remove ";
+    return MemoryStorage::Remove(path);
+  }
+  std::string log;
+};
+
+TEST(Events, MarkersAreRewrittenInPlaceAndRemovedOnRequest) {
+  LoggedStorage storage;
+  RecorderSession s({VideoTrack()}, true);
+  s.options.storage = &storage;
+  s.options.segments.time_ns = 1000 * kMs;
+  constexpr std::int64_t kStart_ns = 1795359397123 * kMs;  // 2026-11-22T14:56:37.123Z
+  s.options.start.captured = [](std::int64_t time_ns) {
+    return record::CaptureTime{kStart_ns + time_ns, true};
+  };
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  std::string const file = "cam-001.avi", marker = file + ".keep";
+  auto const push = [&](int from, int to) {
+    for (int i = from; i < to; ++i)
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+  };
+  push(0, 5);
+  EXPECT_EQ(s.recorder->Event("a \"b\"\n\xff", 100 * kMs, 300 * kMs), Code::kOk);
+  push(5, 6);
+  EXPECT_EQ(s.recorder->Event("c", 0, 1000 * kMs), Code::kOk);
+  push(6, 10);
+  EXPECT_EQ(storage.Text(marker),
+            "{\n"
+            "  \"label\": \"a \\\"b\\\"\\u000a\xEF\xBF\xBD\",\n"
+            "  \"time\": \"2026-11-22T14:56:37.323Z\",\n"
+            "  \"window\": {\"from\": \"2026-11-22T14:56:37.223Z\", \"to\": "
+            "\"2026-11-22T14:56:38.363Z\"},\n"
+            "  \"events\": [\n"
+            "    {\"label\": \"a \\\"b\\\"\\u000a\xEF\xBF\xBD\", \"time\": "
+            "\"2026-11-22T14:56:37.323Z\", \"window\": {\"from\": \"2026-11-22T14:56:37.223Z\", "
+            "\"to\": \"2026-11-22T14:56:37.623Z\"}},\n"
+            "    {\"label\": \"c\", \"time\": \"2026-11-22T14:56:37.363Z\", \"window\": {\"from\": "
+            "\"2026-11-22T14:56:37.362Z\", \"to\": \"2026-11-22T14:56:38.363Z\"}}\n"
+            "  ]\n}\n");
+  EXPECT_EQ(storage.log, "rwbc r+b ");
+  EXPECT_TRUE(s.recorder->Unprotect(file));
+  EXPECT_EQ(storage.File(marker), nullptr);
+  EXPECT_TRUE(s.recorder->Unprotect(file)) << "has none";
+  for (std::string const other : {"dog-001.avi", "x/cam-001.avi", "cam-001.avi.keep", ""})
+    EXPECT_EQ(s.recorder->Unprotect(other).code, Code::kInvalid) << other;
+  push(10, 50);
+  EXPECT_EQ(storage.File(marker), nullptr) << "stays away";
+  EXPECT_NE(storage.File("cam-002.avi.keep"), nullptr) << "later files stay protected";
+  storage.refused = ".keep";
+  EXPECT_EQ(s.recorder->Event("d", 0, 0), Code::kOk);
+  push(50, 51);
+  EXPECT_THAT(s.recorder->GetStatus().lastError, HasSubstr("no marker was written"));
+  EXPECT_EQ(s.recorder->GetStatus().protectedFiles, 1u) << "in memory";
+  EXPECT_EQ(s.recorder->Event("e", -1, 0), Code::kInvalid);
+  EXPECT_EQ(s.recorder->Event("e", 0, INT64_MAX), Code::kInvalid);
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_EQ(s.recorder->Event("e"), Code::kEnded);
+}
+
+TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
+  KeepMarker marker;
+  marker.events = {{"\xC3\xA9\t\\/", "t", "f", "g"}, {"", "", "", ""}};
+  marker.from = "f";
+  std::string const text = marker.Compose();
+  auto const again = KeepMarker::Parse(text);
+  EXPECT_EQ(again.Compose(), text);
+  for (std::size_t size = 0; size + 2 < text.size(); ++size)
+    EXPECT_TRUE(KeepMarker::Parse(text.substr(0, size)).events.empty()) << "cut at " << size;
+  EXPECT_EQ(KeepMarker::Label(std::string(199, 'x') + "\xC3\xA9"), std::string(199, 'x'));
+  struct {
+    char const* text;
+    char const* label;  // null: damaged
+  } const cases[] = {
+      {" {\"label\":\"x\",\"other\":[1,-2.5e3,{\"a\":null}],\"events\":[]} ", "x"},
+      {"{\"label\":\"\\u00e9\\ud83d\\ude00\\n\"}", "\xC3\xA9\xF0\x9F\x98\x80\n"},
+      {"{}", ""},
+      {"{\"label\":\"\\ud83d\"}", nullptr},
+      {"{\"label\":\"\\x\"}", nullptr},
+      {"{\"label\":7}", nullptr},
+      {"{\"events\":[[]]}", nullptr},
+      {"{\"label\":\"x\",}", nullptr},
+      {"{\"label\":\"x\"}}", nullptr},
+      {"[]", nullptr},
+  };
+  for (auto const& c : cases) {
+    auto const read = KeepMarker::Parse(c.text);
+    EXPECT_EQ(read.events.empty(), c.label == nullptr) << c.text;
+    EXPECT_TRUE(read.events.empty() || read.events[0].label == c.label) << c.text;
+  }
+  std::string const deep(100000, '[');
+  EXPECT_TRUE(KeepMarker::Parse("{\"x\":" + deep).events.empty());
+}
+
+// The numbers of the first and last frame of each file.
+std::string Frames(MemoryStorage const& storage, std::size_t track = 0) {
+  std::string all;
+  for (std::string const& name : storage.Names()) {
+    if (name.substr(name.size() - 4) != ".avi") continue;
+    auto const payloads = storage.Payloads(track, name);
+    auto const number = [](std::string const& payload) {
+      return payload.substr(payload.rfind('#') + 1, 4);
+    };
+    all += (all.empty() ? "" : " ") + number(payloads.front()) + "-" + number(payloads.back());
+    EXPECT_EQ(std::stoul(number(payloads.back())) - std::stoul(number(payloads.front())) + 1,
+              payloads.size())
+        << name;
+  }
+  return all;
+}
+
+// 20 s of frames of 40 ms, and audio that comes three frames later. Only the first key frame has
+// parameter sets.
+TEST(Events, RecordOnlyTheirTime) {
+  constexpr std::uint64_t kSmall = 1000000;
+  struct {
+    char const* name;
+    std::vector<int> events;  // after how many frames
+    std::int64_t before_ms, after_ms;
+    char const* frames;
+    int keys = 25;  // every so many frames
+    int bytes = 1000;
+    std::uint64_t maxBytes = 64 << 20;  // less: without threads only
+    int stop = 500;                     // after how many frames
+  } const cases[] = {
+      {"no event", {}, 3000, 2000, ""},
+      {"one", {251}, 3000, 2000, "0175-0300"},
+      {"to a moment", {251}, 3000, 0, "0175-0250"},
+      {"from a moment", {255}, 0, 1000, "0250-0279"},
+      {"at the very start", {0}, 3000, 2000, "0000-0049"},
+      {"shortly after the start", {10}, 3000, 2000, "0000-0059"},
+      {"before and after the end", {490}, 3000, 60000, "0400-0499"},
+      {"two apart", {100, 300}, 1000, 1000, "0075-0124 0275-0324"},
+      {"two that overlap", {100, 120}, 1000, 1000, "0075-0144"},
+      {"three that overlap", {100, 124, 125}, 1000, 1000, "0075-0149"},
+      {"one that reaches back into the last file",
+       {100, 140},
+       1000,
+       1000,
+       "0075-0124 0125-0164",
+       25,
+       1000,
+       kSmall},
+      {"into a long group", {100, 160}, 2000, 1000, "0050-0124 0100-0184", 50, 1000, kSmall},
+      {"the ring is full", {251}, 20000, 1000, "0175-0275", 25, 10000, kSmall},
+      {"a group is too large", {200}, 20000, 4000, "0250-0299", 250, 10000, kSmall},
+      {"no key frame comes after that", {200}, 20000, 1000, "", 250, 10000, kSmall},
+      {"after a group that is too large",
+       {101, 130},
+       1000,
+       1000,
+       "0100-0125 0100-0154",
+       100,
+       10000,
+       kSmall},
+      {"key frames only", {251}, 1000, 1000, "0226-0275", 1},
+      {"stopped at once", {251}, 1000, 1000, "0225-0250", 25, 1000, 64 << 20, 251},
+  };
+  for (auto const& c : cases)
+    for (bool const threadless : {true, false}) {
+      if (!threadless && c.maxBytes < 64 << 20) continue;  // a later moment drops other packets
+      SCOPED_TRACE(std::string(c.name) + (threadless ? "" : ", with threads"));
+      RecorderSession s({VideoTrack(), AudioTrack()}, threadless);
+      s.options.events = {true, c.before_ms * kMs, c.after_ms * kMs, c.maxBytes, true};
+      ASSERT_TRUE(s.Open()) << s.why.text;
+      std::size_t const base = mallinfo2().uordblks + mallinfo2().hblkhd;
+      std::size_t most = 0;
+      for (int i = 0; i <= c.stop; ++i) {
+        for (int const at : c.events)
+          EXPECT_TRUE(at != i || s.recorder->Event("event") == Code::kOk);
+        bool const before = c.events.empty() || i < c.events[0];
+        EXPECT_TRUE(!before || s.storage.Names().empty()) << i;
+
+        if (i == c.stop) break;
+        std::ostringstream number;
+        number << "#" << std::setw(4) << std::setfill('0') << i;
+        std::string const text = std::string(static_cast<std::size_t>(c.bytes), '.') + number.str();
+        bool const key = i % c.keys == 0;
+        std::string const frame = i == 0 ? StoredKeyFrame(text)
+                                  : key  ? kStart + "\x65" + text
+                                         : StoredFrame(text);
+        EXPECT_EQ(s.Push(0, frame, i * 40 * kMs, key), Code::kOk) << i;
+        EXPECT_TRUE(i < 3 || s.Push(1, std::string(640, 'a'), (i - 3) * 40 * kMs) == Code::kOk)
+            << i;
+
+        if (before) most = std::max(most, mallinfo2().uordblks + mallinfo2().hblkhd - base);
+      }
+      bool const over = threadless && c.stop == 500 && c.after_ms < 60000;
+      EXPECT_TRUE(!over || s.recorder->GetStatus().state == Status::kIdle);
+
+      EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
+      EXPECT_EQ(Frames(s.storage), c.frames);
+      EXPECT_TRUE(c.maxBytes > kSmall || most < kSmall + 100000) << most;
+
+      for (std::string const& name : s.storage.Names()) {
+        if (name.substr(name.size() - 4) != ".avi") continue;
+        auto const pictures = s.storage.Payloads(0, name);
+        EXPECT_EQ(pictures[0].find(kStart + "\x67"), 0u) << name << " begins without sets";
+        std::size_t audio = 0;
+        for (std::string const& block : s.storage.Payloads(1, name)) audio += block.size();
+        std::size_t const late = c.stop == 500 && pictures.back().find("#0499") == std::string::npos
+                                     ? 0
+                                     : 3 * 640;  // not there yet when the recording stopped
+        EXPECT_EQ(audio + late, pictures.size() * 640) << name;
+        EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
+        EXPECT_NE(s.storage.File(name + ".keep"), nullptr) << name;
+      }
+    }
+}
+
+TEST(Events, AreRecordedThoughNoPacketFollows) {
+  Watchdog const watchdog("event");
+  for (bool const queue : {true, false}) {
+    RecorderSession s({VideoTrack()});
+    s.options.events.only = true;
+    s.options.queue.enabled = queue;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 10; ++i)
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk);
+    EXPECT_EQ(s.recorder->Event("crash"), Code::kOk);
+    while (s.recorder->GetStatus().packets < 10) std::this_thread::yield();
+    EXPECT_EQ(s.recorder->GetStatus().state, Status::kRecording);
+  }
+}
+
+// A stretch of random groups of pictures and audio, for many bounds.
+TEST(PacketRing, NeverHoldsMoreThanItMay) {
+  struct Memory : base::Reference {
+    Memory(std::uint64_t& all, std::uint64_t size) : live(all), bytes(size) { live += bytes; }
+    ~Memory() override { live -= bytes; }
+    std::uint64_t& live;
+    std::uint64_t const bytes;
+  };
+  std::mt19937 random(5);
+  for (std::uint64_t const bound : {1u, 500u, 5000u, 50000u, 500000u}) {
+    SCOPED_TRACE(bound);
+    std::uint64_t live = 0;
+    static char data[4000];
+    PacketRing ring(2, 0, bound, [](std::size_t, Packet const&) {});
+    std::size_t held = 0;
+    for (int i = 0; i < 3000; ++i) {
+      std::size_t const track = random() % 3 / 2;
+      auto const size = static_cast<int>(random() % sizeof data);
+      auto const memory = base::Ref<Memory>::Take(new Memory(live, static_cast<unsigned>(size)));
+      auto packet = Packet::Wrap(data, size, memory.get());
+      packet->Pts(i * kMs);
+      packet->Duration(kMs);
+      bool const key = track == 0 && random() % 20 == 0;
+      packet->Flags(key ? static_cast<unsigned>(Packet::kKey) : 0u);
+      std::uint64_t const own = static_cast<std::uint64_t>(size);
+      held += ring.Add(track, std::move(packet), false);
+      EXPECT_LE(live - own, bound) << i;
+      ring.Rewind();
+      EXPECT_EQ(ring.Front(0) == nullptr, ring.Empty()) << i;
+      EXPECT_TRUE(ring.Empty() || ring.Front(0)->IsKey()) << i;
+    }
+    EXPECT_TRUE(bound < 5000 || held > 1000) << held;
+  }
+}
+
+}  // namespace
+}  // namespace kestro::test
