@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <utility>
 
+#include "avi/NamePattern.h"
+#include "recorder/MarkerFile.h"
+#include "recorder/SegmentNames.h"
 #include "recorder/StorageOf.h"
 
 namespace kestro::record {
@@ -15,15 +17,21 @@ using avi::StartTime;
 
 static constexpr std::int64_t kRounding_ns = 1000;  // of packet times, as in Segments
 static constexpr std::size_t kMostWindows = 256, kMostFiles = 4096;
-static constexpr std::size_t kMostListed = 64;  // events in a marker
+static constexpr std::int64_t k2020_ns = std::int64_t{1577836800} * 1000000000;
+static constexpr std::int64_t kStep_ns = 2000000000;  // FAT rounds down the times of files by this
+static constexpr std::size_t kMostListed = 64;        // events in a marker
 
 Events::Events(RecorderOptions const& options, Report report)
     : _options(options), _report(std::move(report)) {}
 
 void Events::Pushed(std::int64_t from_ns, std::int64_t to_ns) {
+  if (_first_ns == INT64_MAX) {
+    std::int64_t none = INT64_MAX;
+    _first_ns.compare_exchange_strong(none, from_ns);
+  }
   std::int64_t latest_ns = _latest_ns;
   while (latest_ns < to_ns && !_latest_ns.compare_exchange_weak(latest_ns, to_ns)) continue;
-  if (!_early.load(std::memory_order_relaxed)) return;
+  if (!_early) return;
   std::lock_guard lock(_mutex);
   for (auto const& window : _earlyOnes) Keep(*window, from_ns);
   _earlyOnes.clear();
@@ -51,6 +59,9 @@ void Events::Keep(Window window, std::int64_t moment_ns) {
       _later.push_back(kept);
   }
   _waiting = !_later.empty();
+  bool const clock = kept->time.set && kept->time.time_ns >= k2020_ns;
+  if (kept->from_ns < _first_ns && clock && _options.events.protect)
+    Writer().Post([this, kept] { ProtectEarlier(*kept); });
   if (_windows.size() == kMostWindows) {
     auto const both = std::make_shared<Window>(*_windows[1]);
     both->from_ns = std::min(both->from_ns, _windows[0]->from_ns);
@@ -194,7 +205,7 @@ Result Events::Unprotect(std::string const& path) {
   }
   if (!_finished && !_options.threadless && !Writer().CalledByTask()) {
     Writer().Post([this, path, result] {
-      int const error = Remove(path);
+      int const error = MarkerFile(StorageOf(_options)).Remove(path);
       std::lock_guard done(_mutex);
       *result = error;
       _removed.notify_all();
@@ -202,7 +213,7 @@ Result Events::Unprotect(std::string const& path) {
     _removed.wait(lock, [&] { return *result >= 0; });
   } else {
     lock.unlock();
-    *result = Remove(path);
+    *result = MarkerFile(StorageOf(_options)).Remove(path);
   }
   if (*result == 0) return {};
   return {Code::kIo, path + KeepMarker::kEnding + ": " + std::strerror(*result)};
@@ -252,55 +263,62 @@ void Events::Finish() {
 // Writes the marker of a file if it has changed. A file that was deleted, or that is no longer
 // protected, gets none.
 void Events::WriteMarker(std::string const& path) {
-  std::string text, label;
+  KeepMarker marker;
   unsigned version = 0;
   {
     std::lock_guard lock(_mutex);
-    File const* const file = Find(path);
-    if (file == nullptr || file->version == file->written) return;
-    version = file->version;
-    text = file->marker.Compose();
-    label = file->marker.events.back().label;
+    File const* const found = Find(path);
+    if (found == nullptr || found->version == found->written) return;
+    version = found->version;
+    marker = found->marker;
   }
-  std::string const why = Store(path, text);
+  MarkerFile const file(StorageOf(_options));
+  std::string const why = file.Write(path, marker);
   bool current = false;
   {
     std::lock_guard lock(_mutex);
-    File* const file = Find(path);
-    current = file != nullptr && file->isProtected;
-    if (current && why.empty()) file->written = std::max(file->written, version);
+    File* const found = Find(path);
+    current = found != nullptr && found->isProtected;
+    if (current && why.empty()) found->written = std::max(found->written, version);
   }
   if (!why.empty()) {
     _report({record::Event::kWarning, path, path + ": no marker was written: " + why});
   } else if (!current || !StorageOf(_options).Exists(path)) {
-    static_cast<void>(Remove(path));
+    static_cast<void>(file.Remove(path));
   } else {
-    _report({record::Event::kProtected, path, path + ": protected: " + label});
+    _report({record::Event::kProtected, path, path + ": protected: " + marker.events.back().label});
   }
 }
 
-// Writes the text over the old one, so that a marker exists at any time. Returns why it failed.
-std::string Events::Store(std::string const& path, std::string const& text) const {
-  std::string const name = path + KeepMarker::kEnding;
+// Protects the files of earlier recorders that ended within the time, by the wall clock.
+void Events::ProtectEarlier(Window const& window) {
+  std::vector<Storage::Entry> entries;
   Storage& storage = StorageOf(_options);
-  std::error_code none;
-  auto const status = std::filesystem::symlink_status(name, none);
-  // Whatever has the name protects the file.
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return {};
-  auto const file = storage.Open(name, storage.Exists(name) ? "r+b" : "rwbc");
-  if (file == nullptr) return std::strerror(errno);
-  auto const size = static_cast<unsigned>(text.size());
-  bool const stored =
-      file->Write(text.data(), size) == size && file->Truncate(size) && file->Flush();
-  return stored ? "" : std::strerror(file->Error());
-}
-
-// Returns an errno.
-int Events::Remove(std::string const& path) const {
-  Storage& storage = StorageOf(_options);
-  std::string const name = path + KeepMarker::kEnding;
-  if (!storage.Exists(name) || storage.Remove(name)) return 0;
-  return errno != 0 ? errno : EIO;
+  std::string const folder = FolderOf(_options.path);
+  if (!storage.List(folder, entries)) return;
+  avi::NamePattern const pattern(_options.path.substr(folder.size()));
+  // To the clock of packets.
+  auto const timeOf = [&window](std::int64_t wall_ns) {
+    return wall_ns - window.time.time_ns + window.moment_ns;
+  };
+  for (Storage::Entry const& entry : entries) {
+    std::int64_t const end_ns = timeOf(entry.modified_ns) + kStep_ns;
+    if (!entry.plain || !pattern.Match(entry.name) || entry.modified_ns < k2020_ns ||
+        end_ns <= window.from_ns || end_ns > window.moment_ns + 2 * kStep_ns)
+      continue;
+    File earlier;
+    earlier.path = folder + entry.name;
+    earlier.begin_ns = INT64_MIN;
+    earlier.end_ns = end_ns;
+    earlier.marker = MarkerFile(storage).Read(earlier.path);
+    auto const from = avi::IsoTime::Parse(earlier.marker.from);
+    auto const to = avi::IsoTime::Parse(earlier.marker.to);
+    if (from && to) earlier.span = {timeOf(from->time_ns), timeOf(to->time_ns)};
+    std::lock_guard lock(_mutex);
+    if (Find(earlier.path) != nullptr) continue;  // of this recorder, or known
+    auto const first = _files.insert(_files.begin(), std::make_unique<File>(std::move(earlier)));
+    Protect(**first, window);
+  }
 }
 
 }  // namespace kestro::record

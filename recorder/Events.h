@@ -92,12 +92,11 @@ class Events {
   Worker& Writer();
   void Forget();
   void WriteMarker(std::string const& path);
-  std::string Store(std::string const& path, std::string const& text) const;
-  int Remove(std::string const& path) const;
+  void ProtectEarlier(Window const& window);
 
   RecorderOptions const& _options;
   Report const _report;
-  std::atomic<std::int64_t> _latest_ns{INT64_MIN};
+  std::atomic<std::int64_t> _first_ns{INT64_MAX}, _latest_ns{INT64_MIN};  // packets
   std::atomic<bool> _waiting{false}, _early{false};
 
   mutable std::mutex _mutex;                  // protects what follows

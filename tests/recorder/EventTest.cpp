@@ -161,6 +161,78 @@ TEST(Events, MarkersAreRewrittenInPlaceAndRemovedOnRequest) {
   EXPECT_EQ(s.recorder->Event("e"), Code::kEnded);
 }
 
+// Three files of an earlier recorder, which ended 20, 10 and 1 s before now, and an event now.
+TEST(Events, ProtectFilesOfEarlierRecorders) {
+  constexpr std::int64_t kSecond = 1000 * kMs, kNow = 1795359397 * kSecond;
+  struct Dated : MemoryStorage {
+    bool List(std::string const& folder, std::vector<Entry>& entries) override {
+      bool const listed = MemoryStorage::List(folder, entries);
+      for (Entry& entry : entries)
+        for (int i = 0; i < 3; ++i)
+          if (entry.name == "cam-00" + std::to_string(i + 1) + ".avi") {
+            entry.modified_ns = kNow - ages_s[i] * kSecond;
+            entry.plain = i != linked;
+          }
+      return listed;
+    }
+    std::int64_t ages_s[3] = {20, 10, 1};
+    int linked = -1;
+  };
+  struct {
+    char const* name;
+    std::int64_t before_s;
+    char const* marked;
+    std::int64_t wall_ns = kNow;
+    std::int64_t first_s = 20;  // age of the first file
+    int linked = -1;
+    bool early = false;    // the event comes before the first packet
+    bool markers = false;  // of the second file; a damaged one of the third
+  } const cases[] = {
+      {"only this recorder's", 0, "4"},
+      {"the last", 5, "3 4"},
+      {"the last two", 15, "2 3 4"},
+      {"all", 30, "1 2 3 4"},
+      {"all, with markers", 30, "1 2 3 4", kNow, 20, -1, false, true},
+      {"before the first packet", 15, "2 3", kNow, 20, -1, true},
+      {"one from the future", 30, "2 3 4", kNow, -100},
+      {"one that is a link", 30, "1 3 4", kNow, 20, 1},
+      {"the clock was not set", 30, "4", kSecond},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    Dated storage;
+    storage.ages_s[0] = c.first_s;
+    storage.linked = c.linked;
+    for (int i = 1; i <= 3; ++i) storage.Open("cam-00" + std::to_string(i) + ".avi", "rwbc");
+    KeepMarker old;
+    old.events = {{"old", "", "", ""}};
+    std::string const text = old.Compose();
+    auto const size = static_cast<unsigned>(text.size());
+    for (int i = 2; i <= 3 && c.markers; ++i)
+      storage.Open("cam-00" + std::to_string(i) + ".avi.keep", "rwbc")
+          ->Write(text.data(), i == 2 ? size : size / 2);
+    RecorderSession s({VideoTrack()}, true);
+    s.options.storage = &storage;
+    s.options.retention.keepFiles = 100;
+    s.options.start.wallClock = [&c] { return c.wall_ns; };
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    EXPECT_TRUE(!c.early || s.recorder->Event("new", c.before_s * kSecond, 0) == Code::kOk);
+    EXPECT_EQ(s.Push(0, Picture(0), 0, true), Code::kOk);
+    EXPECT_TRUE(c.early || s.recorder->Event("new", c.before_s * kSecond, 0) == Code::kOk);
+    EXPECT_TRUE(s.recorder->Stop());
+    std::string marked;
+    for (int i = 1; i <= 4; ++i) {
+      std::string const marker = "cam-00" + std::to_string(i) + ".avi.keep";
+      if (storage.File(marker) == nullptr) continue;
+      marked += (marked.empty() ? "" : " ") + std::to_string(i);
+      auto const events = KeepMarker::Parse(storage.Text(marker)).events;
+      EXPECT_EQ(events.size(), i == 2 && c.markers ? 2u : 1u) << marker;
+      EXPECT_TRUE(!events.empty() && events.back().label == "new") << marker;
+    }
+    EXPECT_EQ(marked, c.marked);
+  }
+}
+
 TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
   KeepMarker marker;
   marker.events = {{"\xC3\xA9\t\\/", "t", "f", "g"}, {"", "", "", ""}};
