@@ -46,16 +46,19 @@ void EventGate::Wake() {
 }
 
 // The host does not expect exceptions.
-bool EventGate::ReceivePacket(Packet& packet, void* context) try {
-  if (context == _wake) {
-    if (_writing) Extend();
-    return Advance();
-  }
+bool EventGate::ReceivePacket(Packet& packet, void* context) {
   auto const track = std::find_if(_tracks.begin(), _tracks.end(),
                                   [context](State const& state) { return state.input == context; });
-  return Receive(static_cast<std::size_t>(track - _tracks.begin()), packet.Share());
-} catch (std::bad_alloc const&) {
-  return false;
+  try {
+    if (_writing) Extend();
+    if (!_over && track == _tracks.end())
+      _over = !Advance();
+    else if (!_over)
+      _over = !Receive(static_cast<std::size_t>(track - _tracks.begin()), packet.Share());
+  } catch (std::bad_alloc const&) {
+    _over = true;
+  }
+  return !_over;
 }
 
 bool EventGate::Receive(std::size_t track, PacketRing::PacketRef packet) {
@@ -66,7 +69,6 @@ bool EventGate::Receive(std::size_t track, PacketRing::PacketRef packet) {
     return true;
   }
   if (lead) _begun = true;
-  if (_writing) Extend();
   if (_writing && !PassHeld()) return false;
   if (_writing && lead) CutAt(*packet);
   bool const whole = _writing && _ring.Front(track) == nullptr && Belongs(track, *packet) &&

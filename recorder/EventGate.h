@@ -64,6 +64,7 @@ class EventGate : public stream::ISink {
   std::int64_t _latest_ns = INT64_MIN, _reorder_ns = 0;  // leading track: latest time, steps back
   std::int64_t _done_ns = INT64_MIN;                     // the end of the last file
 
+  bool _over = false;                      // a packet was lost
   bool _writing = false;                   // a file; the following are about it
   std::int64_t _begin_ns = 0, _to_ns = 0;  // its first key frame; the end of the event's time
   std::int64_t _passed_ns = 0;             // end of the leading track in it
