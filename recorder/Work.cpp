@@ -143,7 +143,9 @@ Result Recorder::Work::Unprotect(std::string const& path) {
   if (_options.verbatim || FolderOf(path) != folder ||
       !avi::NamePattern(_options.path.substr(folder.size())).Match(path.substr(folder.size())))
     return {Code::kInvalid, path + ": not a file of this recorder"};
-  return _events.Unprotect(path);
+  Result const result = _events.Unprotect(path);
+  if (_retention) _retention->Rescan();
+  return result;
 }
 
 Result Recorder::Work::ChangeTracks(Tracks const& tracks) {

@@ -100,6 +100,76 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   EXPECT_EQ(start->Text(), "1.500 s after boot");
 }
 
+TEST(CInterface, RecordsEventsAndChangesTracks) {
+  RegisterClasses();
+  base::ConsoleCapture console;
+  MemoryStorage memory;
+  kestro_recorder_storage const storage = StorageOver(memory);
+  kestro_recorder_options options;
+  kestro_recorder_options_init(&options, sizeof options);
+  options.path = "c%d.avi";
+  options.storage = &storage;
+  options.threadless = options.event_only = 1;
+  std::string kinds;
+  options.context = &kinds;
+  options.on_event = [](void* context, kestro_recorder_event const* event) {
+    *static_cast<std::string*>(context) += std::to_string(event->kind) + " ";
+  };
+  kestro_recorder* const recorder = kestro_recorder_new(&options);
+  ASSERT_NE(recorder, nullptr);
+  kestro_recorder_track tracks[2] = {KESTRO_RECORDER_TRACK_INIT, KESTRO_RECORDER_TRACK_INIT};
+  tracks[0].width = tracks[0].height = 64;
+  tracks[0].frame_rate_num = 25;
+  tracks[1].codec = KESTRO_RECORDER_PCM;
+  tracks[1].rate = 8000;
+  tracks[1].channels = 1;
+  EXPECT_EQ(kestro_recorder_add_track(recorder, &tracks[0]), 0);
+  EXPECT_EQ(kestro_recorder_trigger(recorder, "early"), KESTRO_RECORDER_INVALID) << "not started";
+  ASSERT_EQ(kestro_recorder_start(recorder), KESTRO_RECORDER_OK);
+  int frames = 0;
+  auto const push = [&](int count) {
+    for (int const end = frames + count; frames < end; ++frames) {
+      kestro_recorder_payload payload = KESTRO_RECORDER_PAYLOAD_INIT;
+      std::string const data = Picture(frames);
+      payload.data = data.data();
+      payload.data_size = data.size();
+      payload.time_ns = frames * 40 * kMs;
+      payload.key = frames % 5 == 0;
+      EXPECT_EQ(kestro_recorder_push(recorder, 0, &payload), KESTRO_RECORDER_OK) << frames;
+    }
+  };
+  kestro_recorder_status status = KESTRO_RECORDER_STATUS_INIT;
+  auto const state = [&] { return (kestro_recorder_get_status(recorder, &status), status.state); };
+  push(50);
+  EXPECT_EQ(state(), KESTRO_RECORDER_IDLE);
+  EXPECT_EQ(kestro_recorder_trigger_window(recorder, nullptr, -1, 0), KESTRO_RECORDER_INVALID);
+  EXPECT_EQ(kestro_recorder_trigger_window(recorder, "one", 400 * kMs, 400 * kMs), 0);
+  push(50);
+  EXPECT_EQ(state(), KESTRO_RECORDER_IDLE);
+  EXPECT_EQ(status.events, 1u);
+  EXPECT_EQ(status.protected_files, 1u);
+  EXPECT_EQ(memory.Payloads(0).size(), 20u);
+  EXPECT_NE(memory.File("c1.avi.keep"), nullptr);
+  EXPECT_EQ(kestro_recorder_unprotect(recorder, "c1.avi"), KESTRO_RECORDER_OK);
+  EXPECT_EQ(memory.File("c1.avi.keep"), nullptr);
+  EXPECT_EQ(kestro_recorder_unprotect(recorder, "d1.avi"), KESTRO_RECORDER_INVALID);
+  EXPECT_EQ(kestro_recorder_change_tracks(recorder, tracks, 2), KESTRO_RECORDER_OK);
+  push(5);
+  tracks[1].codec = 99;
+  EXPECT_EQ(kestro_recorder_change_tracks(recorder, tracks, 2), KESTRO_RECORDER_INVALID);
+  tracks[1].codec = KESTRO_RECORDER_PCM;
+  EXPECT_EQ(kestro_recorder_change_tracks(recorder, &tracks[1], 1), KESTRO_RECORDER_OK);
+  EXPECT_EQ(kestro_recorder_trigger(recorder, "two"), KESTRO_RECORDER_OK);
+  EXPECT_EQ(kestro_recorder_stop(recorder), KESTRO_RECORDER_OK);
+  EXPECT_EQ(kestro_recorder_trigger(recorder, "late"), KESTRO_RECORDER_ENDED);
+  kestro_recorder_free(recorder);
+  std::string const expected =
+      std::to_string(KESTRO_RECORDER_OPENED) + " " + std::to_string(KESTRO_RECORDER_PROTECTED) +
+      " " + std::to_string(KESTRO_RECORDER_CLOSED) + " " +
+      std::to_string(KESTRO_RECORDER_PROTECTED) + " ";  // the second event reaches back
+  EXPECT_EQ(kinds, expected);
+}
+
 TEST(CInterface, EveryCodeHasAText) {
   for (int code = 0; code >= KESTRO_RECORDER_FULL; --code)
     EXPECT_STRNE(kestro_recorder_code_text(code), kestro_recorder_code_text(1)) << code;

@@ -233,6 +233,39 @@ TEST(Events, ProtectFilesOfEarlierRecorders) {
   }
 }
 
+// Files of a second each, of which three stay, and an event in the second one.
+TEST(Events, KeepFilesFromBeingDeleted) {
+  struct {
+    char const* name;
+    char const* refused;  // files with this in their names cannot be written
+    int unprotect;        // after so many frames
+    char const* files;    // that are left
+  } const cases[] = {
+      {"with a marker", "", 1000, "2 9 10 "},
+      {"in memory, without a marker", ".keep", 1000, "2 9 10 "},
+      {"until it is unprotected", "", 150, "8 9 10 "},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecorderSession s({VideoTrack()}, true);
+    s.storage.refused = c.refused;
+    s.options.path = "cam-%d.avi";
+    s.options.segments.time_ns = 1000 * kMs;
+    s.options.retention.keepFiles = 3;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 250; ++i) {
+      EXPECT_TRUE(i != 40 || s.recorder->Event("event", 0, 0) == Code::kOk);
+      EXPECT_TRUE(i != c.unprotect || s.recorder->Unprotect("cam-2.avi"));
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+    }
+    EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
+    std::string files;
+    for (int i = 1; i <= 10; ++i)
+      if (s.storage.Exists("cam-" + std::to_string(i) + ".avi")) files += std::to_string(i) + " ";
+    EXPECT_EQ(files, c.files);
+  }
+}
+
 TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
   KeepMarker marker;
   marker.events = {{"\xC3\xA9\t\\/", "t", "f", "g"}, {"", "", "", ""}};
