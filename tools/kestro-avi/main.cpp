@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 
+#include "cli/Address.h"
 #include "cli/Answer.h"
 #include "cli/Console.h"
 #include "cli/Errors.h"
@@ -122,7 +123,7 @@ int main(int argc, char** argv) {
     code = CommandLine(verbose).Run(argc, argv);
   } catch (Error const& error) {
     code = error.Code();
-    why = error.what();
+    why = Hidden(error.what());
   } catch (std::exception const& error) {  // out of memory
     code = kIo;
     why = error.what();

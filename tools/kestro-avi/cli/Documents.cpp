@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cli/Address.h"
 #include "cli/Answer.h"
 #include "cli/Console.h"
 #include "cli/Errors.h"
@@ -24,9 +25,10 @@ int ForEachFile(std::vector<std::string> const& files,
     try {
       worst = std::max(worst, process(path, array));
     } catch (Error const& error) {
-      Report(error.what());
+      std::string const text = Hidden(error.what());
+      Report(text);
       array.push_back(
-          {{"file", path}, {"error", {{"code", error.Code()}, {"text", error.what()}}}});
+          {{"file", Hidden(path)}, {"error", {{"code", error.Code()}, {"text", text}}}});
       worst = std::max<int>(worst, error.Code());
     }
     if (worst == kInterrupted) break;

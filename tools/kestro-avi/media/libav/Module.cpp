@@ -1,4 +1,5 @@
 // The module's entry point and its implementation of Media.
+#include <cstdarg>
 #include <cstring>
 
 #include "media/Media.h"
@@ -13,8 +14,11 @@ namespace {
 
 class LibavMedia : public Media {
  public:
-  // The tool reports errors itself.
-  LibavMedia() { av_log_set_level(AV_LOG_QUIET); }
+  // The tool reports errors itself, and libav's lines contain passwords of addresses.
+  LibavMedia() {
+    av_log_set_level(AV_LOG_QUIET);
+    av_log_set_callback([](void*, int, char const*, va_list) {});
+  }
 
   std::unique_ptr<Session> OpenInputs(std::vector<std::string> const& addresses,
                                       InputOptions const& options,
