@@ -56,7 +56,7 @@ AudioCase const kAudios[] = {
 TEST(AudioBlocks, KeepStep) {
   for (AudioCase const& c : kAudios) {
     SCOPED_TRACE(c.name);
-    AudioBlocks blocks(1000, 2, c.limit_ms < 0 ? -1 : c.limit_ms * kMs);
+    AudioBlocks blocks(1000, 2, Selection{0, c.limit_ms < 0 ? -1 : c.limit_ms * kMs});
     std::int16_t letter = 'a';
     for (auto const& [time, length] : c.pieces)
       blocks.Add(time * kMs, Samples(static_cast<std::size_t>(length) * 2, letter++));

@@ -24,6 +24,8 @@ struct InputOptions {
   bool keepSamples = false;          // do not stretch audio to the speed at which the pictures play
   std::optional<std::int64_t> start_ns;  // --start-time: of the first packet, since 1970 UTC
   bool newFileAtGap = false;             // where frames are missing, start a new file
+  std::int64_t stall_ns = 10000000000;   // --stall-timeout, 0: none
+  std::int64_t reconnect_ns = -1;        // --reconnect, negative: for ever
   bool (*interrupted)() = [] { return false; };  // called while inputs are opened and read
 };
 
@@ -47,18 +49,24 @@ struct TimedPacket {
 struct Selection {
   std::int64_t start_ns = 0;
   std::int64_t duration_ns = -1;  // negative: to the end
+  std::int64_t recorded_ns = 0;   // what was recorded before this part
 };
 
 class KESTRO_API Session {
  public:
   virtual ~Session() = default;
 
-  // In the order of the inputs, with unnumbered tracks last.
+  // In the order of the inputs, with unnumbered tracks last. Empty while all live inputs are lost.
   virtual record::Tracks Tracks() const = 0;
 
-  // Gets the next packet in time order and its track number. Returns false at the end of all tracks
-  // and when interrupted.
-  virtual bool Next(std::size_t& track, TimedPacket& packet) = 0;
+  enum Outcome {
+    kEnd,  // of all tracks, or interrupted
+    kPacket,
+    kTracks,  // a live input was lost or is back, or parameters changed: Tracks() has changed
+    kNothing  // no packet has come for a moment
+  };
+  // Gets the next packet in time order and its track number. Times go on when the tracks change.
+  virtual Outcome Next(std::size_t& track, TimedPacket& packet) = 0;
 
   // When the packet with this time was captured: as given, by the clock for live inputs, or as the
   // inputs say. Empty if unknown. Call it when the packet has just been returned.
@@ -75,6 +83,9 @@ class KESTRO_API Session {
   // Warnings about what has happened since the last call, such as each gap. Findings has them again
   // as people want to read them: the first ones, and how many more there are.
   virtual Notices TakeEvents() = 0;
+  // The same for what people want to know at once: inputs that are lost or back, and changed
+  // parameters.
+  virtual Notices TakeNews() = 0;
 };
 
 }  // namespace kestro::tool

@@ -60,6 +60,11 @@ static constexpr char kHelp[] =
     "and image also write an index after the data when a file is closed, because most players "
     "look\n"
     "only there.\n\n"
+    "A network stream or device that ends, fails or delivers nothing for --stall-timeout is "
+    "opened\n"
+    "again, with pauses of up to 30 s, for ever or for --reconnect. The file is closed; the other\n"
+    "inputs go on in files of their own, and a new file begins when it is back. A new file also\n"
+    "begins when the size, profile or frame rate of a video changes.\n\n"
     "With --realtime, a queue of 10 s and 64 MiB decouples the inputs from stalls of the storage.\n"
     "A cache block is 512 KiB; bridging a stall takes bytes per second * seconds / 512 KiB + 1\n"
     "blocks.";
@@ -110,6 +115,12 @@ void RecordOptions::AddTracks(CLI::App& app) {
       ->check(OneOf({"cut", "segment"}));
   app.add_option("--max-skew", _maxSkew,
                  "Start a new file when tracks are further apart, 0: never [0.2]")
+      ->type_name("T");
+  app.add_option("--stall-timeout", _stallTimeout,
+                 "A live input that delivers nothing for this time is lost, 0: never [10]")
+      ->type_name("T");
+  app.add_option("--reconnect", _reconnect,
+                 "Open lost live inputs again for this time, 0: not [for ever]")
       ->type_name("T");
   auto* pace = app.add_flag("--realtime", realtime, "Record in real time");
   app.add_flag("--drop", recorder.queue.drop,
@@ -216,6 +227,8 @@ void RecordOptions::Check() {
   if (!_segmentTime.empty()) segments.time_ns = ParseTime_ns("--segment-time", _segmentTime);
   if (segments.size == 0 || segments.time_ns == 0)
     throw Error(kUsage, "--segment-size, --segment-time: must be more than 0");
+  if (!_stallTimeout.empty()) input.stall_ns = ParseTime_ns("--stall-timeout", _stallTimeout);
+  if (!_reconnect.empty()) input.reconnect_ns = ParseTime_ns("--reconnect", _reconnect);
   input.newFileAtGap = _onGap == "segment";
   if (!_maxSkew.empty()) segments.maxSkew_ns = ParseTime_ns("--max-skew", _maxSkew);
   input.textAsSrt = _textForm == "srt";

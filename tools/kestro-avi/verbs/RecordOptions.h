@@ -42,6 +42,7 @@ class RecordOptions {
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime, _junk;
   std::string _startTime;
   bool _noStartTime = false;
+  std::string _stallTimeout, _reconnect;
   std::string _onGap = "cut", _maxSkew, _textForm = "plain";
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;

@@ -6,6 +6,7 @@
 
 #include "avi/Hashes.h"
 #include "base/IClass.h"
+#include "cli/Address.h"
 #include "cli/Console.h"
 #include "cli/DidYouMean.h"
 #include "cli/Errors.h"
@@ -31,19 +32,59 @@ Progress RecordVerb::NewProgress(Session const& session) const {
           static_cast<std::uint64_t>(std::max<std::int64_t>(0, duration_ns / 1000000))};
 }
 
-// Records packets until the end, a signal or an error. Returns false after an error.
-bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) {
-  auto const tracks = session.Tracks();
+static Json TracksJson(record::Tracks const& tracks) {
+  static constexpr char const* kCodecs[] = {"h264", "hevc", "mjpeg", "pcm", "text"};
+  Json list = Json::array();
+  for (record::TrackInfo const& info : tracks) {
+    Json track{{"number", list.size()},
+               {"type", info.IsVideo()   ? "video"
+                        : info.IsAudio() ? "audio"
+                                         : "text"},
+               {"codec", kCodecs[info.codec]},
+               {"input", info.name}};
+    if (info.IsVideo())
+      track.update({{"width", info.width},
+                    {"height", info.height},
+                    {"frame_rate", info.frameRate.num / info.frameRate.den}});
+    if (info.IsAudio()) track.update({{"rate", info.rate}, {"channels", info.channels}});
+    list.push_back(std::move(track));
+  }
+  return list;
+}
+
+// The number of the first video track; their count if there is none.
+static std::size_t FirstVideo(record::Tracks const& tracks) {
   auto const video = std::find_if(tracks.begin(), tracks.end(),
                                   [](record::TrackInfo const& info) { return info.IsVideo(); });
-  auto const leading = static_cast<std::size_t>(video - tracks.begin());
+  return static_cast<std::size_t>(video - tracks.begin());
+}
+
+// Ends the file; the next one has the session's new tracks.
+bool RecordVerb::ChangeTracks(Session const& session, record::Recorder& recorder) {
+  record::Tracks const tracks = session.Tracks();
+  WriteEvent({{"event", "tracks"}, {"tracks", TracksJson(tracks)}});
+  record::Result const changed = recorder.ChangeTracks(tracks);
+  if (changed.code == record::Code::kUnsupported)
+    ReportError({changed.text, nullptr, {{"code", int{kUnusable}}}});
+  return static_cast<bool>(changed);
+}
+
+// Records packets until the end, a signal or an error. Returns false after an error.
+bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) {
+  std::size_t leading = FirstVideo(session.Tracks());
   bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
   std::uint64_t packets = 0;
   std::int64_t end_ns = 0;
   std::size_t track = 0;
   TimedPacket packet;
-  while (session.Next(track, packet)) {
+  while (Session::Outcome const outcome = session.Next(track, packet)) {
+    WriteEvents(session);
+    if (outcome == Session::kTracks) {
+      if (!ChangeTracks(session, recorder)) return false;
+      leading = FirstVideo(session.Tracks());
+    }
+    if (outcome != Session::kPacket) continue;
     if (_options.realtime) SleepUntil(begin + std::chrono::nanoseconds(packet.time_ns));
     record::Payload pushed;
     pushed.data = packet.data.data();
@@ -53,7 +94,6 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
     pushed.key = packet.key;
     if (packet.startsFile) recorder.SplitAt(packet.time_ns);
     if (track == leading) _starts.Add(packet);
-    WriteEvents(session);
     if (recorder.Push(track, pushed) != record::Code::kOk) return false;
     WriteDrops(recorder, packet.time_ns);
     ++packets;
@@ -113,26 +153,13 @@ void RecordVerb::HandleEvent(record::Event const& event) {
 }
 
 void RecordVerb::WriteBegin(record::Tracks const& tracks) const {
-  static constexpr char const* kCodecs[] = {"h264", "hevc", "mjpeg", "pcm", "text"};
-  Json list = Json::array();
-  for (record::TrackInfo const& info : tracks) {
-    Json track{{"number", list.size()},
-               {"type", info.IsVideo()   ? "video"
-                        : info.IsAudio() ? "audio"
-                                         : "text"},
-               {"codec", kCodecs[info.codec]},
-               {"input", info.name}};
-    if (info.IsVideo())
-      track.update({{"width", info.width},
-                    {"height", info.height},
-                    {"frame_rate", info.frameRate.num / info.frameRate.den}});
-    if (info.IsAudio()) track.update({{"rate", info.rate}, {"channels", info.channels}});
-    list.push_back(std::move(track));
-  }
-  WriteEvent({{"event", "begin"}, {"inputs", _options.addresses}, {"tracks", std::move(list)}});
+  Json inputs = Json::array();
+  for (std::string const& address : _options.addresses) inputs.push_back(Hidden(address));
+  WriteEvent({{"event", "begin"}, {"inputs", std::move(inputs)}, {"tracks", TracksJson(tracks)}});
 }
 
 void RecordVerb::WriteEvents(Session& session) {
+  for (Notice const& news : session.TakeNews()) ReportNote(news);
   for (Notice const& event : session.TakeEvents()) {
     WriteEvent(Level::kWarning, event);
     if (event.event == std::string("gap")) {

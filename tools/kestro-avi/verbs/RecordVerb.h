@@ -26,6 +26,7 @@ class RecordVerb {
   void SetTotals(record::Status const& status) const;
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
   Progress NewProgress(Session const& session) const;
+  bool ChangeTracks(Session const& session, record::Recorder& recorder);
   bool Record(Session& session, record::Recorder& recorder, Progress& progress);
   int Finish(Session& session, record::Recorder& recorder, Progress& progress, bool complete);
 

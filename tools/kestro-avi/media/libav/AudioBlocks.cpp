@@ -15,11 +15,12 @@ static constexpr std::int64_t kRounding_ns = 5000000;
 // A correction follows a clock that drifts, unless the times jump by this much there.
 static constexpr std::int64_t kJump_ns = 10000000;
 
-AudioBlocks::AudioBlocks(int rate, int channels, std::int64_t limit_ns)
+AudioBlocks::AudioBlocks(int rate, int channels, Selection const& selection)
     : _rate(rate),
       _channels(channels),
       _block(record::TrackInfo::BlockLength(rate)),
-      _limit(limit_ns < 0 ? INT64_MAX : SampleAt(limit_ns)),
+      _before_ns(selection.recorded_ns),
+      _limit(selection.duration_ns < 0 ? INT64_MAX : SampleAt(selection.duration_ns)),
       _steps(kTolerance_ns) {}
 
 std::int64_t AudioBlocks::Time_ns(std::int64_t samples) const {
@@ -32,6 +33,10 @@ std::int64_t AudioBlocks::SampleAt(std::int64_t time_ns) const {
 
 std::int64_t AudioBlocks::Count(Samples const& samples) const {
   return static_cast<std::int64_t>(samples.size()) / _channels;
+}
+
+void AudioBlocks::EndAt(std::int64_t time_ns) {
+  _limit = std::max(_taken, std::min(_limit, SampleAt(time_ns)));
 }
 
 // Cuts off what comes before the recording. Returns false if nothing is left.
@@ -88,12 +93,13 @@ void AudioBlocks::Settle() {
 }
 
 void AudioBlocks::Report(std::int64_t step_ns, bool jump) {
+  std::int64_t const place_ns = _before_ns + Time_ns(_added);
   if (!jump)
     _drift_ns += step_ns;
   else if (step_ns > 0)
-    _gaps.Add({Gap::kSilence, Time_ns(_added), step_ns});
+    _gaps.Add({Gap::kSilence, place_ns, step_ns});
   else
-    _overlaps.Add({Gap::kTrimmed, Time_ns(_added), -step_ns});
+    _overlaps.Add({Gap::kTrimmed, place_ns, -step_ns});
 }
 
 void AudioBlocks::Append(std::int64_t silence, Samples samples) {

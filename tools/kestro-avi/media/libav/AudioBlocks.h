@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "media/GapReport.h"
+#include "media/Session.h"
 #include "media/StepFinder.h"
 
 namespace kestro::tool {
@@ -22,11 +23,11 @@ class AudioBlocks {
  public:
   static constexpr std::int64_t kTolerance_ns = 10000000;
 
-  // `limit_ns`: length of the recording, negative for no limit.
-  AudioBlocks(int rate, int channels, std::int64_t limit_ns);
+  AudioBlocks(int rate, int channels, Selection const& selection);
 
   void Add(std::int64_t time_ns, Samples samples);
-  void End();  // the rest becomes a shorter block
+  void EndAt(std::int64_t time_ns);  // drops what follows
+  void End();                        // the rest becomes a shorter block
 
   bool Ready() const;  // Take has a block
   bool Full() const { return _taken == _limit; }
@@ -56,7 +57,8 @@ class AudioBlocks {
   void Report(std::int64_t step_ns, bool jump);
 
   int const _rate, _channels, _block;
-  std::int64_t const _limit;  // samples per channel, as the members below
+  std::int64_t const _before_ns;  // recorded before the first block
+  std::int64_t _limit;            // samples per channel, as the members below
   std::int64_t _added = 0, _taken = 0, _waiting = 0;
   std::int64_t _natural = 0;    // samples since the beginning without corrections
   std::int64_t _origin_ns = 0;  // the time of the first of them

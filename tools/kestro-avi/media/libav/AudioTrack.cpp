@@ -55,9 +55,10 @@ AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timel
   _info.samples = TrackInfo::BlockLength(_info.rate);
 }
 
-void AudioTrack::Take(AVPacket const& packet) {
+bool AudioTrack::Take(AVPacket const& packet) {
   if (!std::exchange(_stretched, true)) _decoder.Stretch(_timeline.speed);
   _decoder.Decode(&packet);
+  return true;
 }
 
 void AudioTrack::AddSamples(std::int64_t pts, std::int64_t duration_ns, Samples samples) {
@@ -80,8 +81,7 @@ void AudioTrack::PassOn() {
   bool const known = _timeline.known && _clock.known;
   std::int64_t const begin_ns = _clock.origin_ns + _timeline.offset_ns;
   if (known && !_blocks)
-    _blocks =
-        std::make_unique<AudioBlocks>(_info.rate, _info.channels, _timeline.selection.duration_ns);
+    _blocks = std::make_unique<AudioBlocks>(_info.rate, _info.channels, _timeline.selection);
   while (!_held.empty()) {
     Piece& piece = _held.front();
     std::int64_t const end_ns = piece.time_ns - begin_ns + piece.duration_ns;
@@ -120,6 +120,10 @@ void AudioTrack::AddToBlocks(Piece& piece) {
 
 bool AudioTrack::WaitsForLead() const { return !_held.empty() && _timeline.known && _clock.known; }
 
+void AudioTrack::EndAt(std::int64_t time_ns) {
+  if (_blocks) _blocks->EndAt(_timeline.Audio_ns(time_ns - _clock.origin_ns - _timeline.offset_ns));
+}
+
 void AudioTrack::End() {
   if (_ended) return;
   _decoder.Decode(nullptr);
@@ -155,7 +159,8 @@ std::size_t AudioTrack::WaitingBytes() const {
 
 // What differs at the beginning; empty for nothing worth mentioning.
 Notices AudioTrack::Beginning() const {
-  if (!_blocks || _timeline.selection.start_ns != 0) return {};
+  Selection const& selection = _timeline.selection;
+  if (!_blocks || selection.start_ns != 0 || selection.recorded_ns != 0) return {};
   std::int64_t const early_ns = _early_ns + _blocks->Early_ns(), late_ns = _blocks->Late_ns();
   if (early_ns > kReported_ns)
     return {{"left out: " + Seconds_ns(early_ns) + " of audio before the first picture",

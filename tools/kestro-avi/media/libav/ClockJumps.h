@@ -22,6 +22,8 @@ class ClockJumps {
   // Corrects a packet's times.
   void Correct(AVPacket& packet, AVRational timeBase);
 
+  // By how much times are moved now.
+  std::int64_t Shift_ns() const { return _shifts_ns.back(); }
   unsigned Count() const { return _count; }
   // "its clock jumps back by 10.000 s at 8.000 s"; if there are jumps.
   std::string Describe() const;

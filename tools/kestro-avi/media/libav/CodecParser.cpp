@@ -35,6 +35,12 @@ void CodecParser::ReadSize(std::uint8_t const* data, std::size_t size, int& widt
   height = _parser->height;
 }
 
+void CodecParser::ReadFormat(std::uint8_t const* data, std::size_t size, int& width, int& height,
+                             int& profile) {
+  ReadSize(data, size, width, height);
+  profile = _codec->profile;
+}
+
 Bytes CodecParser::ParameterSets(std::uint8_t const* data, std::size_t size) {
   AVBSFContext* made = nullptr;
   AVBitStreamFilter const* const extract = av_bsf_get_by_name("extract_extradata");

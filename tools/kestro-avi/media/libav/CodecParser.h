@@ -15,6 +15,9 @@ class CodecParser : public FrameParser {
   Bytes ParameterSets(std::uint8_t const* data, std::size_t size) override;
   // The picture size of a key frame; 0 if it is unknown.
   void ReadSize(std::uint8_t const* data, std::size_t size, int& width, int& height);
+  // The same, and its profile: FF_PROFILE_UNKNOWN if it is unknown.
+  void ReadFormat(std::uint8_t const* data, std::size_t size, int& width, int& height,
+                  int& profile);
 
  private:
   CodecParser(AVCodecID codec, AVCodecParserContext* parser);

@@ -65,7 +65,8 @@ static std::string ReadText(std::string const& path, std::string const& encoding
   return ToUtf8(bytes, encoding, path);
 }
 
-CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline const& timeline) {
+CueFile::CueFile(std::string const& path, InputOptions const& options)
+    : _path(path), _asSrt(options.textAsSrt), _wanted(options.text) {
   std::string const content = ReadText(path, options.textEncoding);
   unsigned damaged = 0;
   std::vector<Cue> cues =
@@ -77,15 +78,50 @@ CueFile::CueFile(std::string const& path, InputOptions const& options, Timeline 
 
   std::stable_sort(cues.begin(), cues.end(),
                    [](Cue const& a, Cue const& b) { return a.time_ns < b.time_ns; });
-  auto track = std::make_unique<TextTrack>(path, nullptr, timeline, _clock, true);
-  if (options.textAsSrt)
-    track->StoreAsSrt();
-  else if (std::any_of(cues.begin(), cues.end(), [](Cue const& cue) { return cue.end_ns >= 0; }))
+  if (!_asSrt &&
+      std::any_of(cues.begin(), cues.end(), [](Cue const& cue) { return cue.end_ns >= 0; }))
     _notes.push_back(path +
                      ": the end times of texts are not stored (--text-form srt stores them)");
-  for (Cue& cue : cues) track->Add(std::move(cue));
+  _cues = std::move(cues);
+}
+
+void CueFile::Begin(Timeline& timeline, EpochStart const& start) {
+  _tracks.clear();
+  _cut_ns.reset();
+  if (_shift_ns && start.placed) DropBefore(start.session_ns - *_shift_ns);
+  if (!_wanted || !start.texts || (_asSrt && _shift_ns)) return;
+  bool const placed = start.placed && _shift_ns;
+  _clock = {placed ? start.session_ns - *_shift_ns : 0, true};
+  if (!_shift_ns) _shift_ns = start.session_ns;
+  auto track = std::make_unique<TextTrack>(_path, nullptr, timeline, _clock, false);
+  if (_asSrt) track->StoreAsSrt();
+  for (Cue const& cue : _cues) track->Add(cue);
   track->End();
   _tracks.push_back(std::move(track));
+}
+
+Notices CueFile::Findings() const {
+  Notices findings = _findings;
+  if (_skipped != 0) findings.push_back(SkippedTexts(_path, _skipped));
+  return findings;
+}
+
+// Drops texts that were recorded, and those of times without a video.
+void CueFile::DropBefore(std::int64_t time_ns) {
+  auto const from = [this](std::int64_t begin_ns) {
+    return std::find_if(_cues.begin(), _cues.end(),
+                        [=](Cue const& cue) { return cue.time_ns >= begin_ns; });
+  };
+  auto const first = from(time_ns);
+  _skipped += static_cast<unsigned>(first - std::min(from(_done_ns), first));
+  _cues.erase(_cues.begin(), first);
+}
+
+void CueFile::CutAt(std::int64_t session_ns) {
+  _cut_ns = session_ns;
+  std::int64_t const from_ns = session_ns - _shift_ns.value_or(0);
+  if (!_tracks.empty()) _done_ns = from_ns;
+  for (auto const& track : _tracks) static_cast<TextTrack&>(*track).DropFrom(from_ns);
 }
 
 }  // namespace kestro::tool

@@ -1,182 +1,282 @@
 #include "media/libav/InputSession.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
+#include "cli/Address.h"
 #include "cli/Errors.h"
 #include "cli/Text.h"
-#include "media/FrameRate.h"
+#include "media/libav/LiveSource.h"
 
 namespace kestro::tool {
 
-// How much the other tracks of an input may hold while one has no packets.
-static constexpr std::int64_t kMaxAhead_ns = 5000000000;
-static constexpr std::size_t kMaxAheadBytes = 32 << 20;
+// How long Next may wait, and how long to sleep while there is nothing to read.
+static constexpr std::int64_t kMoment_ns = 100000000;
+static constexpr auto kNap = std::chrono::milliseconds(20);
+// How long to watch the first packets of several live inputs, to relate their clocks.
+static constexpr std::int64_t kSettling_ns = 1000000000;
+
+static std::int64_t SteadyTime_ns(avi::ClockAnchor::Now const& then) {
+  return Patience::Now_ns() - (avi::ClockAnchor::Now::Read().boot_ns - then.boot_ns);
+}
 
 InputSession::InputSession(std::vector<std::string> const& addresses, InputOptions const& options,
                            Selection const& selection)
-    : _interrupted(options.interrupted), _timeline(selection), _start_ns(options.start_ns) {
-  for (TrackChoice const& choice : options.choices)
-    if (choice.Input() >= addresses.size())
-      throw Error(kUsage, "--map " + choice.Text() + ": there is no such input");
-  for (std::size_t i = 0; i < addresses.size(); ++i) {
-    InputOptions own = options;
-    auto& choices = own.choices;
-    choices.erase(std::remove_if(choices.begin(), choices.end(),
-                                 [i](TrackChoice const& one) { return one.Input() != i; }),
-                  choices.end());
-    if (choices.empty() && !options.choices.empty())
-      throw Error(kUsage, "--map: chooses nothing of " + addresses[i]);
-    _inputs.push_back(OpenInput(addresses[i], own, _timeline));
-    auto const& since = _inputs.back()->LiveSince();
-    if (since && !_clock) _clock.emplace().Take(0, *since);
-  }
-  for (bool numbered : {true, false})
-    for (std::size_t i = 0; i < _inputs.size(); ++i)
-      for (auto const& track : _inputs[i]->Tracks()) {
-        if (track->Info().Numbered() != numbered) continue;
-        _tracks.push_back(track.get());
-        _inputOf.push_back(i);
-      }
-  if (_tracks.empty()) throw Error(kUnusable, "the inputs have no tracks to record");
+    : _options(options),
+      _selection(selection),
+      _duration_ns(selection.duration_ns),
+      _absences(addresses.size()) {
+  OpenAll(addresses);
   auto const isAvi = [](std::string const& address) { return Extension(address) == ".avi"; };
   if (std::count_if(addresses.begin(), addresses.end(), isAvi) > 1)
     _notes.emplace_back(
         "the inputs become parallel tracks; \"kestro-avi join\" puts AVI files one after another");
-  CheckTracks();
-  if (_video == nullptr) {  // audio can start anywhere
-    _timeline.offset_ns = selection.start_ns;
-    _timeline.known = true;
-    _timeline.Settle(INT64_MAX);
-  } else {
-    SetSpeeds(options);
+  Settle();
+  for (auto const& input : _inputs) _active.push_back(input.get());
+  _epoch = std::make_unique<Epoch>(_active, _options, _selection, _start);
+  if (_epoch->Tracks().empty()) throw Error(kUnusable, "the inputs have no tracks to record");
+  Append(_notes, _epoch->Notes());
+}
+
+void InputSession::OpenAll(std::vector<std::string> const& addresses) {
+  for (TrackChoice const& choice : _options.choices)
+    if (choice.Input() >= addresses.size())
+      throw Error(kUsage, "--map " + choice.Text() + ": there is no such input");
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    InputOptions own = _options;
+    auto& choices = own.choices;
+    choices.erase(std::remove_if(choices.begin(), choices.end(),
+                                 [i](TrackChoice const& one) { return one.Input() != i; }),
+                  choices.end());
+    _names.push_back(Hidden(addresses[i]));
+    if (choices.empty() && !_options.choices.empty())
+      throw Error(kUsage, "--map: chooses nothing of " + _names[i]);
+    _inputs.push_back(OpenInput(addresses[i], own));
+    auto const& since = _inputs.back()->LiveSince();
+    if (!since || _clock) continue;
+    _start.session_ns = SteadyTime_ns(*since);
+    _clock.emplace().Take(_start.session_ns, *since);
   }
 }
 
-record::Tracks InputSession::Tracks() const {
-  record::Tracks tracks;
-  for (Track const* track : _tracks) tracks.push_back(track->Info());
-  return tracks;
+// Places several live inputs on the session's clock.
+void InputSession::Settle() {
+  std::vector<LiveSource*> live;
+  for (auto const& input : _inputs)
+    if (input->Live() != nullptr) live.push_back(input->Live());
+  if (live.size() < 2) return;
+  std::int64_t const until_ns = Patience::Now_ns() + kSettling_ns;
+  while (Patience::Now_ns() < until_ns && !_options.interrupted())
+    std::this_thread::sleep_for(kNap);
+  _start.placed = true;
+  for (LiveSource const* source : live)
+    if (auto const first = source->First_ns(), shift = source->Shift_ns(); first && shift)
+      _start.session_ns = std::min(_start.session_ns, *first + *shift);
 }
 
-void InputSession::CheckTracks() {
-  for (std::size_t i = 0; i < _tracks.size(); ++i) {
-    Track* const track = _tracks[i];
-    TrackInfo const& info = track->Info();
-    if (info.IsText() && _video == nullptr)
-      throw Error(kUnusable, info.name +
-                                 ": text takes its times from video, and there is none "
-                                 "(--no-text leaves it out)");
-    if (info.IsText()) track->FrameRate(_video->Info().frameRate);
-    if (!info.IsVideo()) continue;
-    if (_video == nullptr) {
-      _video = track;
-      _leadInput = i;
-      track->MakeLead();
-    }
-    // Motion JPEG may have its own rate.
-    if (info.Numbered() && !SameRate(info.frameRate, _video->Info().frameRate))
-      throw Error(kUnusable, RatesDiffer(info.name, track->InputRate(), _video->InputRate()));
-  }
-  if (_video != nullptr) _leadInput = _inputOf[_leadInput];
+bool InputSession::AnyLive() const {
+  return std::any_of(_inputs.begin(), _inputs.end(),
+                     [](auto const& input) { return input->Live() != nullptr; });
 }
 
-// A file stores whole frame rates, so that pictures may play at another speed: audio follows as far
-// as this is not noticed.
-void InputSession::SetSpeeds(InputOptions const& options) {
-  _timeline.videoSpeed = PlayedSpeed(_video->InputRate());
-  bool const stretches = Stretchable(_timeline.videoSpeed) && !options.keepSamples;
-  if (stretches) _timeline.speed = _timeline.videoSpeed;
-  bool const audio = std::any_of(_tracks.begin(), _tracks.end(),
-                                 [](Track const* track) { return track->Info().IsAudio(); });
-  for (Track const* track : _tracks) {
-    base::Fraction const rate = track->InputRate(), other = track->OtherRate();
-    if (!rate.Positive()) continue;
-    base::Fraction const speed = PlayedSpeed(rate);
-    std::string const name = track->Info().name + ": ", stored = StoredRateText(rate);
-    char const* const than = audio ? "audio" : "in the input";
-    if (SameRate(speed, _timeline.speed)) {
-      if (!stored.empty())
-        _notes.push_back(name + stored + (audio ? "; audio is stretched to match" : ""));
-    } else if (stretches) {
-      base::Fraction const apart{speed.num * _timeline.speed.den, speed.den * _timeline.speed.num};
-      (Stretchable(apart) ? _notes : _findings)
-          .push_back(name + RateText(rate) + " fps, but the first video has " +
-                     RateText(_video->InputRate()) + " fps: " + DriftText(apart, than));
-    } else {
-      _findings.push_back(name + stored + ": " + DriftText(speed, than) +
-                          (options.keepSamples && Stretchable(speed)
-                               ? "; without --keep-samples, the audio is stretched to match"
-                               : "; a video with a whole frame rate avoids this"));
-    }
-    if (other.Positive() && audio)
-      _findings.push_back(name + "--fps " + RateText(rate) + " instead of " + RateText(other) +
-                          ": " + DriftText({other.num * rate.den, other.den * rate.num}));
-  }
-}
-
-// Reads the leading input until the start of the recording is known.
-bool InputSession::FindStart() {
-  while (!_timeline.known && !_interrupted())
-    if (!_inputs[_leadInput]->Read()) break;
-  return _timeline.known;
-}
-
-// Whether the other tracks of the same input hold so much that this one is skipped.
-bool InputSession::OthersRunAhead(std::size_t track) const {
-  std::size_t bytes = 0;
-  std::int64_t longest_ns = 0;
-  for (auto const& other : _inputs[_inputOf[track]]->Tracks()) {
-    if (!other->Ready()) continue;
-    bytes += other->WaitingBytes();
-    longest_ns = std::max(longest_ns, other->Waiting_ns());
-  }
-  return bytes > kMaxAheadBytes || longest_ns > kMaxAhead_ns;
-}
-
-// At the same time, text comes before its frame.
-static bool IsEarlier(Track const& a, Track const& b) {
-  if (a.NextTime_ns() != b.NextTime_ns()) return a.NextTime_ns() < b.NextTime_ns();
-  return a.Info().IsText() && !b.Info().IsText();
-}
-
-bool InputSession::Next(std::size_t& track, TimedPacket& packet) {
-  if (!FindStart()) return false;
-  while (!_interrupted()) {
-    // The track whose packet is next. Its time is known before the packet, because times are
-    // counted.
-    std::size_t best = _tracks.size();
-    for (std::size_t i = 0; i < _tracks.size(); ++i) {
-      if (_tracks[i]->Done() || (!_tracks[i]->Ready() && OthersRunAhead(i))) continue;
-      if (best == _tracks.size() || IsEarlier(*_tracks[i], *_tracks[best])) best = i;
-    }
-    if (best == _tracks.size()) return false;
-    if (_tracks[best]->Ready()) {
-      track = best;
-      packet = _tracks[best]->Pop();
-      if (_tracks[best]->Info().IsText()) PlaceText(packet);
-      return true;
-    }
-    _inputs[_tracks[best]->WaitsForLead() ? _leadInput : _inputOf[best]]->Read();
-  }
+bool InputSession::AnyNear() const {
+  for (std::size_t i = 0; i < _inputs.size(); ++i)
+    if (_absences.Away(i) && !_cutting && _inputs[i]->Live()->Near()) return true;
   return false;
 }
 
-std::optional<avi::StartTime> InputSession::Captured(std::int64_t time_ns) {
-  std::int64_t const input_ns = _timeline.Input_ns(time_ns);  // from the recording's start
-  if (_start_ns) return avi::StartTime{*_start_ns + input_ns, true};
-  if (_clock) return _clock->Take(_timeline.offset_ns + input_ns, avi::ClockAnchor::Now::Read());
-  for (auto const& input : _inputs)
-    if (auto const& start = input->Start())
-      return avi::StartTime{start->time_ns + _timeline.offset_ns + input_ns, start->set};
-  return std::nullopt;
+Session::Outcome InputSession::Next(std::size_t& track, TimedPacket& packet) {
+  std::int64_t const until_ns = Patience::Now_ns() + kMoment_ns;
+  while (!_options.interrupted()) {
+    WatchInputs();
+    if (AnyNear()) {  // the other inputs are cut at its first key frame
+      std::this_thread::sleep_for(kNap);
+      if (Patience::Now_ns() >= until_ns) return kNothing;
+      continue;
+    }
+    switch (_epoch->Next(track, packet)) {
+      case Epoch::kPacket:
+        Place(packet);
+        return kPacket;
+      case Epoch::kEnd:
+        if (_cutting) return Continue() ? kTracks : kEnd;
+        if (!_absences.Awaited() || IsOver()) return kEnd;
+        std::this_thread::sleep_for(kNap);
+        break;
+      case Epoch::kNothing:
+        break;
+    }
+    if (AnyLive() && Patience::Now_ns() >= until_ns) return kNothing;
+  }
+  return kEnd;
 }
 
-// A text gets the time of the next frame.
-void InputSession::PlaceText(TimedPacket& packet) {
-  std::int64_t const frame_ns = FrameTime_ns(_video->Info().frameRate, 1);
-  std::int64_t const next_ns = _video->NextTime_ns();
-  if (_video->Done() || next_ns > packet.time_ns + frame_ns) ++_misplaced;
-  packet.time_ns = next_ns;
+// Notices which inputs are lost, back or changed, and cuts the others.
+void InputSession::WatchInputs() {
+  for (std::size_t i = 0; i < _inputs.size(); ++i) {
+    Input& input = *_inputs[i];
+    LiveSource* const live = input.Live();
+    for (Notice& notice : input.TakeNews()) {
+      notice.fields.push_back({"at_ms", Ms(RecordedAt(*input.Cut_ns()))});
+      _news.push_back(std::move(notice));
+    }
+    if (_absences.Away(i)) {
+      if (_absences.Gone(i)) continue;
+      if (live->Back() && !_cutting)
+        RequestCut(live->First_ns().value_or(0) + live->Shift_ns().value_or(0));
+      if (!live->Gone()) continue;
+      _absences.GiveUp(i);
+      std::string const text = _names[i] + ": did not come back within " +
+                               Seconds_ns(_options.reconnect_ns) + ": " + live->Reason();
+      _news.push_back({text, "gone", {{"input", _names[i]}}});
+      _failures.push_back({text, nullptr, {{"code", int{kIo}}}});
+    } else if (input.Lost()) {
+      Lose(i);
+    } else if (IsActive(input) && input.Cut_ns() && !_cutting) {
+      RequestCut(*input.Cut_ns());
+    }
+  }
+  if (_guide == nullptr || !(_guide->Cut_ns() || _guide->Lost() || _guide->Ended())) return;
+  CutAll(_guide->Cut_ns().value_or(_cut_ns));
+}
+
+void InputSession::Lose(std::size_t input) {
+  std::int64_t const end_ns = _inputs[input]->Cut_ns().value_or(Patience::Now_ns());
+  _news.push_back(
+      _absences.Lose(input, _names[input], _inputs[input]->Live()->Reason(), RecordedAt(end_ns)));
+  if (!_cutting) RequestCut(end_ns);
+}
+
+bool InputSession::IsActive(Input const& input) const {
+  return std::find(_active.begin(), _active.end(), &input) != _active.end();
+}
+
+// Whether the input may have tracks in the next epoch.
+bool InputSession::GoesOn(std::size_t input) const {
+  if (_absences.Away(input)) return _inputs[input]->Live()->Back();
+  return !_inputs[input]->Ended();
+}
+
+// Ends the epoch at this time or, if the next one starts with a video that goes on, at its next key
+// frame.
+void InputSession::RequestCut(std::int64_t session_ns) {
+  _cutting = true;
+  _cut_ns = session_ns;
+  for (std::size_t i = 0; i < _inputs.size(); ++i) {
+    if (!GoesOn(i) || !_inputs[i]->HasVideo()) continue;
+    if (!IsActive(*_inputs[i]) || _inputs[i]->Lost() || _inputs[i]->Cut_ns()) break;
+    _guide = _inputs[i].get();
+    _guide->CutAt(session_ns);
+    return;
+  }
+  CutAll(session_ns);
+}
+
+void InputSession::CutAll(std::int64_t session_ns) {
+  _guide = nullptr;
+  _cut_ns = session_ns;
+  for (Input* const input : _active)
+    if (!input->Lost() && !input->Ended() && !input->Cut_ns()) input->CutAt(session_ns);
+}
+
+std::int64_t InputSession::RecordedAt(std::int64_t session_ns) const {
+  return _zero_ns ? std::max(_end_ns, session_ns - *_zero_ns) : 0;
+}
+
+// Continues the times of the epochs before, by the time that has passed.
+void InputSession::Place(TimedPacket& packet) {
+  if (!_placed) {
+    if (!_zero_ns) _zero_ns = _epoch->Start_ns();
+    _base_ns = RecordedAt(_epoch->Start_ns());
+    _placed = true;
+  }
+  packet.time_ns += _base_ns;
+  _end_ns = std::max(_end_ns, packet.time_ns + packet.duration_ns);
+}
+
+bool InputSession::IsOver() const {
+  return _duration_ns >= 0 && _zero_ns && Patience::Now_ns() - *_zero_ns >= _duration_ns;
+}
+
+std::vector<std::size_t> InputSession::AcceptReturned() {
+  std::vector<std::size_t> returned;
+  for (std::size_t i = 0; i < _inputs.size(); ++i) {
+    LiveSource* const live = _inputs[i]->Live();
+    if (!_absences.Away(i) || !live->Back() || !_inputs[i]->Accept()) continue;
+    _news.push_back(_absences.Return(i, live->Attempts(), RecordedAt(_cut_ns)));
+    returned.push_back(i);
+  }
+  return returned;
+}
+
+// Begins the epoch after this one. Returns false at the end of the recording.
+bool InputSession::Continue() {
+  _findings.Add(_epoch->Findings());
+  _lateNotes.Add(_epoch->LateNotes());
+  Append(_events, _epoch->TakeEvents());
+  if (!_zero_ns)
+    _selection.start_ns =
+        std::max<std::int64_t>(0, _selection.start_ns + _start.session_ns - _cut_ns);
+  else
+    _selection.start_ns = 0;
+  if (_duration_ns >= 0 && _zero_ns) _selection.duration_ns = _duration_ns - RecordedAt(_cut_ns);
+  if (_duration_ns >= 0 && _selection.duration_ns <= 0) return false;
+  _start.session_ns = _cut_ns;
+  _start.placed = true;
+  _selection.recorded_ns = RecordedAt(_cut_ns);
+  _placed = _cutting = false;
+  _guide = nullptr;
+  // The old tracks are gone when the inputs begin.
+  _active.clear();
+  _epoch = std::make_unique<Epoch>(std::vector<Input*>(), _options, _selection, _start);
+  auto returned = AcceptReturned();
+  for (;;) {
+    try {
+      Begin();
+      return true;
+    } catch (Error const& error) {
+      if (!Reject(returned, error.what())) return false;
+    }
+    returned.clear();
+  }
+}
+
+// Returns false if the inputs that go on cannot be recorded.
+bool InputSession::Reject(std::vector<std::size_t> const& returned, std::string const& reason) {
+  for (std::size_t const i : returned) {
+    _inputs[i]->Live()->Reject(reason);
+    _news.push_back(_absences.Lose(i, _names[i], reason, RecordedAt(_cut_ns)));
+  }
+  if (!returned.empty()) return true;
+  _failures.push_back({reason, nullptr, {{"code", int{kUnusable}}}});
+  return false;
+}
+
+// Files are recorded only together with live inputs, if there are some.
+void InputSession::Begin() {
+  _active.clear();
+  bool live = false;
+  for (std::size_t i = 0; i < _inputs.size(); ++i) {
+    if (_absences.Away(i) || _inputs[i]->Ended()) continue;
+    _active.push_back(_inputs[i].get());
+    live |= _inputs[i]->Live() != nullptr;
+  }
+  if (!live && AnyLive()) _active.clear();
+  _start.texts = std::any_of(_active.begin(), _active.end(),
+                             [](Input const* input) { return input->HasVideo(); });
+  _epoch = std::make_unique<Epoch>(_active, _options, _selection, _start);
+}
+
+std::optional<avi::StartTime> InputSession::Captured(std::int64_t time_ns) {
+  std::int64_t const input_ns = _epoch->Times().Input_ns(time_ns - _base_ns);
+  std::int64_t const session_ns = _epoch->Start_ns() + input_ns;
+  if (_options.start_ns) return avi::StartTime{*_options.start_ns + session_ns - *_zero_ns, true};
+  if (_clock) return _clock->Take(session_ns, avi::ClockAnchor::Now::Read());
+  for (auto const& input : _inputs)
+    if (auto const& start = input->Start())
+      return avi::StartTime{start->time_ns + session_ns, start->set};
+  return std::nullopt;
 }
 
 ReadExtent InputSession::ReadSoFar() const {
@@ -190,17 +290,6 @@ ReadExtent InputSession::ReadSoFar() const {
   return all;
 }
 
-// Adds the track to its messages.
-void InputSession::AddFrom(std::size_t track, Notices const& own, Notices& all) const {
-  for (Notice notice : own) {
-    std::string const& name = _tracks[track]->Info().name;
-    notice.text = name + ": " + notice.text;
-    std::vector<Notice::Field> fields{{"track", track}, {"input", name}};
-    notice.fields.insert(notice.fields.begin(), fields.begin(), fields.end());
-    all.push_back(std::move(notice));
-  }
-}
-
 Notices InputSession::Notes() const {
   Notices notes = _notes;
   for (auto const& input : _inputs) Append(notes, input->Notes());
@@ -208,13 +297,13 @@ Notices InputSession::Notes() const {
 }
 
 Notices InputSession::LateNotes() const {
-  Notices notes;
-  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->Notes(), notes);
-  return notes;
+  NoticeCollection notes = _lateNotes;
+  notes.Add(_epoch->LateNotes());
+  return notes.All();
 }
 
 Notices InputSession::Failures() const {
-  Notices failures;
+  Notices failures = _failures;
   for (auto const& input : _inputs)
     if (!input->Failure().empty())
       failures.push_back({input->Failure(), nullptr, {{"code", int{kIo}}}});
@@ -222,20 +311,18 @@ Notices InputSession::Failures() const {
 }
 
 Notices InputSession::Findings() const {
-  Notices findings = _findings;
+  Notices findings = _absences.Findings();
   for (auto const& input : _inputs) Append(findings, input->Findings());
-  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->Findings(), findings);
-  if (_misplaced != 0)
-    findings.emplace_back(
-        std::to_string(_misplaced) +
-        " texts are after the end of the video or came too late: their times are lost");
+  NoticeCollection tracks = _findings;
+  tracks.Add(_epoch->Findings());
+  Append(findings, tracks.All());
   return findings;
 }
 
 Notices InputSession::TakeEvents() {
-  Notices events;
+  Notices events = std::exchange(_events, {});
   for (auto const& input : _inputs) Append(events, input->TakeEvents());
-  for (std::size_t i = 0; i < _tracks.size(); ++i) AddFrom(i, _tracks[i]->TakeEvents(), events);
+  Append(events, _epoch->TakeEvents());
   return events;
 }
 

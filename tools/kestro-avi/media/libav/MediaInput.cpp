@@ -1,297 +1,345 @@
 #include "media/libav/MediaInput.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <thread>
 
-#include "avi/AviFile.h"
-#include "base/LittleEndian.h"
+#include "cli/Address.h"
 #include "cli/Errors.h"
 #include "cli/Text.h"
-#include "media/FrameRate.h"
 #include "media/libav/AudioTrack.h"
+#include "media/libav/InputChecks.h"
 #include "media/libav/OpenFormat.h"
 #include "media/libav/PacketTimes.h"
-#include "media/libav/StreamRate.h"
 #include "media/libav/SubtitleFile.h"
 #include "media/libav/TextTrack.h"
-#include "media/libav/VideoTrack.h"
 
 namespace kestro::tool {
 
-// How many packets are searched for a key frame with parameter sets.
-static constexpr std::size_t kMaxAhead = 256;
-
 static constexpr char kGoesOn[] = "; the recording goes on without a gap";
+// How far the streams of an input may be apart where its tracks are cut.
+static constexpr std::int64_t kInterleaving_ns = 1000000000;
+static constexpr std::size_t kMostHeld = 5000;
 
-MediaInput::MediaInput(std::string const& address, InputOptions const& options, Timeline& timeline)
-    : _address(address), _interrupted(options.interrupted), _packet(av_packet_alloc()) {
-  Open(options);
-  AddTracks(options, timeline);
-}
-
-void MediaInput::Open(InputOptions const& options) {
+MediaInput::MediaInput(std::string const& address, InputOptions const& options)
+    : _address(address), _options(options) {
   std::error_code none;
-  if (std::filesystem::is_regular_file(_address, none)) CheckSize(_address);
-  avi::ClockAnchor::Now opened{};
-  _format = OpenFormat(_address, options.rate, options.interrupted, &opened);
-  if (IsLive())
-    _liveSince = opened;
+  if (std::filesystem::is_regular_file(_address, none)) _findings = CheckSize(_address);
+  if (MayComeBack(address)) {
+    auto live = std::make_unique<LiveSource>(address, options);
+    _live = live.get();
+    _source = std::move(live);
+  } else {
+    _source = std::make_unique<FileSource>(address, options);
+  }
+  OpenedInput const& opened = _source->Opened();
+  if (opened.live)
+    _liveSince = opened.at;
   else
-    _start = ReadStart();
+    _start = ReadStart(_address, *opened.format);
+  _notes = opened.notes;
+  Append(_findings, opened.findings);
 }
 
-// A recording of this system knows its start; other containers may have a date, which writers leave
-// out or set to their epoch when they do not know it.
-std::optional<avi::StartTime> MediaInput::ReadStart() const {
-  if (std::strcmp(_format->iformat->name, "avi") == 0) {
-    try {
-      if (auto const start = avi::AviFile(_address).ReadSoftware().start) return start;
-    } catch (Error const&) {  // libavformat reads more than we do
-    }
-  }
-  auto const* const date = av_dict_get(_format->metadata, "creation_time", nullptr, 0);
-  auto const time = avi::IsoTime::Parse(date != nullptr ? date->value : "");
-  if (!time || !time->zoned || time->time_ns <= 0) return std::nullopt;
-  return avi::StartTime{time->time_ns, true};
+bool MediaInput::Accept() {
+  if (_live == nullptr || !_live->Accept()) return false;
+  NoteJumps();
+  _jumps = {};
+  _end_ns.clear();
+  _held.clear();
+  _extra.clear();
+  _lost = _untimed = false;
+  return true;
 }
 
-// Whether the stream can be a track. Video codecs are checked later, where an unsupported one is an
-// error.
-static bool IsSupported(AVStream const& stream) {
-  switch (stream.codecpar->codec_type) {
-    case AVMEDIA_TYPE_VIDEO:
-      return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
-    case AVMEDIA_TYPE_AUDIO:
+bool MediaInput::Has(AVMediaType type) const {
+  for (unsigned i = 0; i < Format().nb_streams; ++i)
+    if (AVStream const& stream = *Format().streams[i];
+        IsRecorded(stream) && stream.codecpar->codec_type == type)
       return true;
-    case AVMEDIA_TYPE_SUBTITLE:
-      return SubtitleDecoder::Supports(stream);
-    default:
-      return false;
-  }
+  return false;
 }
 
-static InputTrack::Kind KindOf(AVStream const& stream) {
+// By how much the session's clock is ahead of the packets' times.
+std::optional<std::int64_t> MediaInput::Shift_ns() const {
+  if (_live != nullptr) {
+    auto const shift_ns = _live->Shift_ns();
+    return shift_ns ? std::optional(*shift_ns - _jumps.Shift_ns()) : std::nullopt;
+  }
+  if (_shift_ns || !_clock.known) return _shift_ns;
+  return _session_ns - _clock.origin_ns;
+}
+
+void MediaInput::Begin(Timeline& timeline, EpochStart const& start) {
+  _shift_ns = _untimed ? std::nullopt : Shift_ns();  // times are counted by each track
+  _clock =
+      start.placed && _shift_ns ? InputClock{start.session_ns - *_shift_ns, true} : InputClock{};
+  _session_ns = start.session_ns;
+  _tracks.clear();
+  _byStream.assign(Format().nb_streams, nullptr);
+  _cut_ns.reset();
+  _reached.clear();
+  _recent.clear();
+  _again = std::exchange(_held, {});
+  _done = _cutting = false;
+  for (unsigned i = 0; i < Format().nb_streams; ++i) {
+    AVStream& stream = *Format().streams[i];
+    bool const text = stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
+    if (!IsRecorded(stream) || (text && !start.texts) || (text && _options.textAsSrt && _begun))
+      continue;
+    _tracks.push_back(NewTrack(stream, timeline));
+    _byStream[i] = _tracks.back().get();
+  }
+  _begun = true;
+}
+
+std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, Timeline& timeline) {
+  OpenedInput const& opened = _source->Opened();
+  std::string const name = Name(stream.index);
   switch (stream.codecpar->codec_type) {
-    case AVMEDIA_TYPE_VIDEO:
-      return InputTrack::kVideo;
+    case AVMEDIA_TYPE_VIDEO: {
+      auto track = std::make_unique<VideoTrack>(stream, name, opened.video.at(stream.index),
+                                                timeline, _clock);
+      if (auto const extra = _extra.find(stream.index); extra != _extra.end())
+        track->Configure(extra->second);
+      return track;
+    }
     case AVMEDIA_TYPE_AUDIO:
-      return InputTrack::kAudio;
+      return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !HasVideo(), opened.live);
     default:
-      return InputTrack::kText;
+      return NewTextTrack(stream, timeline);
   }
 }
 
-// The streams that can be tracks, in order.
-std::vector<AVStream*> MediaInput::SupportedStreams(InputOptions const& options) {
-  std::vector<AVStream*> streams;
-  for (unsigned i = 0; i < _format->nb_streams; ++i) {
-    AVStream* const stream = _format->streams[i];
-    stream->discard = AVDISCARD_ALL;
-    bool const text = stream->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && options.text;
-    if (IsSupported(*stream))
-      streams.push_back(stream);
-    else if (text)
-      _notes.push_back(Name(*stream) + ": is not text in a known format; left out");
-  }
-  if (streams.empty()) throw Error(kUnusable, _address + ": contains no video, audio or text");
-  return streams;
-}
-
-void MediaInput::AddTracks(InputOptions const& options, Timeline& timeline) {
-  std::vector<AVStream*> streams = SupportedStreams(options);
-  std::vector<InputTrack> tracks;
-  std::size_t counts[3] = {};
-  for (AVStream const* stream : streams) {
-    auto const* const entry = av_dict_get(stream->metadata, "language", nullptr, 0);
-    std::string const language = entry != nullptr ? entry->value : "und";
-    auto const kind = KindOf(*stream);
-    tracks.push_back({kind, static_cast<std::size_t>(stream->index), counts[kind]++,
-                      language == "und" ? "" : language});
-  }
-  bool const wanted[] = {options.video, options.audio, options.text};
-  auto const chosen = Chosen(options.choices, tracks, _address);
-  for (std::size_t i = 0; i < streams.size(); ++i) {
-    if (!chosen[i] || !wanted[tracks[i].kind]) streams[i] = nullptr;
-    _hasVideo |= streams[i] != nullptr && tracks[i].kind == InputTrack::kVideo;
-    _hasAudio |= streams[i] != nullptr && tracks[i].kind == InputTrack::kAudio;
-  }
-  _byStream.resize(_format->nb_streams);
-  for (AVStream* stream : streams) {
-    if (stream == nullptr) continue;
-    stream->discard = AVDISCARD_DEFAULT;
-    _tracks.push_back(NewTrack(*stream, options, timeline));
-    _byStream[static_cast<std::size_t>(stream->index)] = _tracks.back().get();
-  }
-}
-
-// Whether the source delivers in its own time and cannot wait.
-bool MediaInput::IsLive() const {
-  AVClass const* const settings = _format->iformat->priv_class;
-  if (settings != nullptr && AV_IS_INPUT_DEVICE(settings->category)) return true;
-  if (_format->pb != nullptr) return (_format->pb->seekable & AVIO_SEEKABLE_NORMAL) == 0;
-  return _address.find("://") != _address.npos;
-}
-
-void MediaInput::NoteRotation(AVStream const& stream) {
-  auto const* const matrix = reinterpret_cast<std::int32_t const*>(
-      av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
-  double const degrees = matrix == nullptr ? 0 : -av_display_rotation_get(matrix);
-  if (std::isnan(degrees) || std::lround(degrees) % 360 == 0) return;
-  _findings.push_back(Name(stream) + ": is shown rotated by " +
-                      std::to_string((std::lround(degrees) + 360) % 360) +
-                      " degrees, which the recording does not store");
-}
-
-std::unique_ptr<Track> MediaInput::NewTrack(AVStream& stream, InputOptions const& options,
-                                            Timeline& timeline) {
-  std::string const name = Name(stream);
-  switch (stream.codecpar->codec_type) {
-    case AVMEDIA_TYPE_VIDEO:
-      VideoTrack::Check(stream, name);
-      NoteRotation(stream);
-      return std::make_unique<VideoTrack>(stream, name, OptionsFor(stream, options, name), timeline,
-                                          _clock);
-    case AVMEDIA_TYPE_AUDIO:
-      return std::make_unique<AudioTrack>(stream, name, timeline, _clock, !_hasVideo, IsLive());
-    default:
-      return NewTextTrack(stream, options, timeline);
-  }
-}
-
-std::unique_ptr<Track> MediaInput::NewTextTrack(AVStream& stream, InputOptions const& options,
-                                                Timeline const& timeline) {
-  std::string const name = Name(stream);
-  auto decoder = std::make_unique<SubtitleDecoder>(stream, options.textEncoding);
+std::unique_ptr<Track> MediaInput::NewTextTrack(AVStream& stream, Timeline const& timeline) {
+  std::string const name = Name(stream.index);
+  auto decoder = std::make_unique<SubtitleDecoder>(stream, _options.textEncoding);
   std::vector<Cue> cues;
   std::error_code none;
   bool const file = std::filesystem::is_regular_file(_address, none);
-  if (options.textAsSrt && !file)
+  if (_options.textAsSrt && !file)
     throw Error(kUsage, name + ": --text-form srt needs a file, to read its texts first");
-  if (options.textAsSrt)
-    cues = ReadSubtitles(_address, stream.index, *decoder, _interrupted);
-  else
+  if (_options.textAsSrt)
+    cues = ReadSubtitles(_address, stream.index, *decoder, _options.interrupted);
+  else if (!_begun)
     _notes.push_back(name + ": the end times of texts are not stored" +
                      (file ? " (--text-form srt stores them)" : ""));
   auto track = std::make_unique<TextTrack>(name, std::move(decoder), timeline, _clock,
-                                           !_hasVideo && !_hasAudio);
-  if (!options.textAsSrt) return track;
+                                           !HasVideo() && !Has(AVMEDIA_TYPE_AUDIO));
+  if (!_options.textAsSrt) return track;
   track->StoreAsSrt();
   for (Cue& cue : cues) track->Add(std::move(cue));
   track->End();
   return track;
 }
 
-VideoOptions MediaInput::OptionsFor(AVStream& stream, InputOptions const& options,
-                                    std::string const& name) {
-  // Demuxers with an option for the rate use a default: those of elementary streams and of series
-  // of pictures. Devices report their real rate.
-  AVClass const* settings = _format->iformat->priv_class;
-  bool const elementary =
-      settings != nullptr && !AV_IS_INPUT_DEVICE(settings->category) &&
-      av_opt_find(&settings, "framerate", nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr;
-  RateSources sources;
-  sources.option = options.rate;
-  if (!elementary)
-    sources.container = ContainerRate(*_format, stream);
-  else if (!options.rate.Positive())
-    if (PacketPtr const key = FindFirstKey(stream.index))
-      sources.stream = StreamRate(*stream.codecpar, *key);
-
-  VideoOptions video;
-  video.rate = ChooseRate(sources, name);
-  bool const sameRate = !sources.container.Positive() || SameRate(video.rate, sources.container);
-  if (!sameRate) video.otherRate = sources.container;
-  video.checkTimes = !elementary && sameRate;
-  video.live = IsLive();
-  video.newFileAtGap = options.newFileAtGap;
-  return video;
-}
-
-// The stream's first key frame. It and the packets before it are kept for ReadPacket.
-PacketPtr MediaInput::FindFirstKey(int stream) {
-  while (_ahead.size() < kMaxAhead) {
-    PacketPtr packet(av_packet_alloc());
-    if (av_read_frame(_format.get(), packet.get()) < 0) break;
-    bool const found = packet->stream_index == stream && (packet->flags & AV_PKT_FLAG_KEY) != 0;
-    _ahead.push_back(std::move(packet));
-    if (found) return PacketPtr(av_packet_clone(_ahead.back().get()));
-  }
-  return nullptr;
-}
-
-int MediaInput::ReadPacket(AVPacket& packet) {
-  if (!_ahead.empty()) {
-    av_packet_move_ref(&packet, _ahead.front().get());
-    _ahead.pop_front();
-    return 0;
-  }
-  int got;
-  while ((got = av_read_frame(_format.get(), &packet)) == AVERROR(EAGAIN) && !_interrupted())
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return got;
-}
-
 ReadExtent MediaInput::ReadSoFar() const {
-  AVIOContext* const io = _format->pb;  // devices and series of pictures have none
+  if (_live != nullptr) return {};
+  AVIOContext* const io = Format().pb;  // devices and series of pictures have none
   if (io == nullptr) return {};
   return {avio_size(io), avio_tell(io)};
 }
 
+static std::int64_t StartOf(AVPacket const& packet) {
+  return packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+}
+
+// The start of a recorded packet on the input's clock.
+std::int64_t MediaInput::Time_ns(AVPacket const& packet) const {
+  std::int64_t const start = StartOf(packet);
+  if (start == AV_NOPTS_VALUE)
+    return _byStream[static_cast<std::size_t>(packet.stream_index)]->Latest_ns();
+  return av_rescale_q(start, Stream(packet.stream_index).time_base, kNanoseconds);
+}
+
+// The next packet with its corrected time, as av_read_frame.
+int MediaInput::Fetch(PacketPtr& packet) {
+  if (!_again.empty()) {
+    packet = std::move(_again.front());
+    _again.pop_front();
+    return 0;
+  }
+  packet.reset(av_packet_alloc());
+  int const got = _source->Read(*packet);
+  if (got < 0) return got;
+  auto const stream = static_cast<std::size_t>(packet->stream_index);
+  // Some containers add streams later: those are not recorded.
+  if (stream < _byStream.size() && IsRecorded(Stream(packet->stream_index))) Correct(*packet);
+  return got;
+}
+
+void MediaInput::Correct(AVPacket& packet) {
+  AVStream const& stream = Stream(packet.stream_index);
+  DropWildTimes(packet, stream.time_base);
+  if (stream.codecpar->codec_type != AVMEDIA_TYPE_SUBTITLE)
+    _jumps.Correct(packet, stream.time_base);
+  for (Notice& jump : _jumps.Take()) {
+    jump.text = Hidden(_address) + ": " + jump.text + kGoesOn;
+    jump.fields.push_back({"input", Hidden(_address)});
+    _events.push_back(std::move(jump));
+  }
+  std::int64_t const start = StartOf(packet);
+  bool const timed = start != AV_NOPTS_VALUE;
+  std::int64_t& end_ns = _end_ns[packet.stream_index];
+  if (timed)
+    end_ns =
+        std::max(end_ns, av_rescale_q(start + packet.duration, stream.time_base, kNanoseconds));
+  _untimed |= !timed && stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+}
+
 bool MediaInput::Read() {
-  if (_ended) return false;
-  int const got = ReadPacket(*_packet);
+  if (_done) return false;
+  PacketPtr packet;
+  int const got = Fetch(packet);
+  if (got == AVERROR(EAGAIN)) return true;
   if (got < 0) {
     Finish(got);
     return false;
   }
-  auto const stream = static_cast<std::size_t>(_packet->stream_index);
-  // Some containers add streams later: those are not recorded.
-  Track* track = stream < _byStream.size() ? _byStream[stream] : nullptr;
-  if (track != nullptr) {
-    AVRational const timeBase = _format->streams[stream]->time_base;
-    DropWildTimes(*_packet, timeBase);
-    if (!track->Info().IsText()) _jumps.Correct(*_packet, timeBase);
-    for (Notice& jump : _jumps.Take()) {
-      jump.text = _address + ": " + jump.text + kGoesOn;
-      jump.fields.push_back({"input", _address});
-      _events.push_back(std::move(jump));
-    }
-    std::int64_t const start = _packet->pts != AV_NOPTS_VALUE ? _packet->pts : _packet->dts;
-    std::int64_t& end_ns = _end_ns[_packet->stream_index];
-    if (start != AV_NOPTS_VALUE)
-      end_ns = std::max(end_ns, av_rescale_q(start + _packet->duration, timeBase, kNanoseconds));
-    if (!track->Done()) track->Take(*_packet);
+  int const stream = packet->stream_index;
+  auto const place = static_cast<std::size_t>(stream);
+  Track* const track = place < _byStream.size() ? _byStream[place] : nullptr;
+  if (track == nullptr) {
+    if (place < _byStream.size() && IsRecorded(Stream(stream))) ++_skipped;
+    return true;
   }
-  av_packet_unref(_packet.get());
-  return true;
+  if (_cutting && IsAfterCut(*packet)) {
+    Hold(std::move(packet));
+    return !_done;
+  }
+  if (track->Info().IsAudio()) Remember(*packet);
+  if (!track->Done()) PassOn(std::move(packet), *track);
+  return !_done;
+}
+
+void MediaInput::PassOn(PacketPtr packet, Track& track) {
+  std::size_t size = 0;
+  auto const* sets = av_packet_get_side_data(packet.get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
+  if (sets != nullptr) _extra[packet->stream_index] = Bytes(sets, sets + size);
+  if (track.Take(*packet)) return;
+  Change(static_cast<VideoTrack const&>(track), packet->stream_index);
+  _cutting = true;
+  Hold(std::move(packet));
+}
+
+// Adopts the parameters of a key frame, for the next tracks.
+void MediaInput::Change(VideoTrack const& track, int stream) {
+  PictureFormat const &before = track.Formats().Before(), &after = track.Formats().After();
+  AVCodecParameters& codec = *Stream(stream).codecpar;
+  codec.width = after.width;
+  codec.height = after.height;
+  VideoOptions& video = _source->Opened().video[stream];
+  if (after.rate.Positive() && !video.fixedRate) video.rate = after.rate;
+  std::string const from = before.Text(codec.codec_id), to = after.Text(codec.codec_id);
+  _news.push_back({Name(stream) + ": changes from " + from + " to " + to + "; a new file begins",
+                   "changed",
+                   {{"input", Name(stream)}, {"from", from}, {"to", to}}});
+}
+
+void MediaInput::CutAt(std::int64_t session_ns) {
+  if (_done || _cutting) return;
+  auto const shift_ns = Shift_ns();
+  _cut_ns = session_ns;
+  if (!shift_ns) return EndTracks();  // nothing was read
+  _cutting = true;
+  _from_ns = session_ns - *shift_ns;
+  if (HasVideo())
+    _cut_ns.reset();
+  else
+    SetCut(_from_ns);
+}
+
+void MediaInput::SetCut(std::int64_t time_ns) {
+  _from_ns = time_ns;
+  _cut_ns = time_ns + Shift_ns().value_or(0);
+  for (auto const& track : _tracks) track->EndAt(time_ns);
+  for (PacketPtr& packet : _recent)
+    if (EndsAfter(*packet, time_ns)) _held.push_back(std::move(packet));
+  _recent.clear();
+}
+
+// Whether a packet is for the next tracks. Those of an input with video start with a key frame.
+bool MediaInput::IsAfterCut(AVPacket const& packet) const {
+  if (_reached.count(packet.stream_index) != 0) return true;
+  bool const video = Stream(packet.stream_index).codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+  if (!video && !_cut_ns) return false;
+  return Time_ns(packet) >= _from_ns && (!video || (packet.flags & AV_PKT_FLAG_KEY) != 0);
+}
+
+bool MediaInput::EndsAfter(AVPacket const& packet, std::int64_t time_ns) const {
+  AVRational const timeBase = Stream(packet.stream_index).time_base;
+  return Time_ns(packet) + av_rescale_q(packet.duration, timeBase, kNanoseconds) > time_ns;
+}
+
+// Keeps audio that may be after a cut: it is often read before the video of the same time.
+void MediaInput::Remember(AVPacket const& packet) {
+  if (StartOf(packet) == AV_NOPTS_VALUE) return;
+  if (_cutting && _cut_ns) {  // a packet across the cut is for both
+    if (EndsAfter(packet, _from_ns)) _held.emplace_back(av_packet_clone(&packet));
+    return;
+  }
+  _recent.emplace_back(av_packet_clone(&packet));
+  while (!EndsAfter(*_recent.front(), Time_ns(packet) - kInterleaving_ns)) _recent.pop_front();
+}
+
+void MediaInput::Hold(PacketPtr packet) {
+  std::int64_t const time_ns = Time_ns(*packet);
+  if (!_cut_ns) SetCut(time_ns);
+  _reached.insert(packet->stream_index);
+  _held.push_back(std::move(packet));
+  bool all = true;
+  for (std::size_t i = 0; i < _byStream.size(); ++i)
+    if (_byStream[i] != nullptr && !_byStream[i]->Info().IsText())
+      all = all && _reached.count(static_cast<int>(i)) != 0;
+  if (all || time_ns - _from_ns > kInterleaving_ns || _held.size() > kMostHeld) EndTracks();
+}
+
+void MediaInput::EndTracks() {
+  _done = true;
+  for (auto const& track : _tracks) track->End();
 }
 
 void MediaInput::Finish(int outcome) {
+  EndTracks();
+  if (_live == nullptr && !_held.empty()) return;  // it ends in the next tracks
   bool const whole = outcome == AVERROR_EOF;
-  if (!whole && !_interrupted()) {
-    std::string const text = _address + ": " + LibavError(outcome);
+  if (_live != nullptr && _options.reconnect_ns != 0 && !_options.interrupted()) {
+    std::int64_t end_ns = INT64_MIN;
+    for (auto const& [stream, stream_ns] : _end_ns) end_ns = std::max(end_ns, stream_ns);
+    if (!_cut_ns && !_end_ns.empty()) _cut_ns = end_ns + Shift_ns().value_or(0);
+    _held.clear();
+    _lost = true;
+    return;
+  }
+  if (!whole && !_options.interrupted()) {
+    std::string const text =
+        Hidden(_address) + ": " + (_live != nullptr ? _live->Reason() : LibavError(outcome));
     if (ExitCodeOf(outcome) == kUnusable)
       _findings.push_back(text);
     else
       _failure = text;
   }
   _ended = true;
-  for (auto const& track : _tracks) track->End();
-  if (_jumps.Count() != 0) {
-    _findings.push_back(_address + ": " + _jumps.Describe() + kGoesOn);
-    _findings.back().reported = true;
-  }
-  if (whole) CheckLength();
+  NoteJumps();
+  if (whole && _live == nullptr) CheckLength();
+}
+
+Notices MediaInput::Findings() const {
+  Notices findings = _findings;
+  if (_skipped != 0) findings.push_back(SkippedTexts(Hidden(_address), _skipped));
+  return findings;
+}
+
+void MediaInput::NoteJumps() {
+  constexpr std::size_t kMost = 20;
+  if (_jumps.Count() == 0 || _findings.size() > kMost) return;
+  _findings.push_back(Hidden(_address) + ": " + _jumps.Describe() + kGoesOn);
+  _findings.back().reported = true;
 }
 
 // Compares what was read with the length in the container's header.
 void MediaInput::CheckLength() {
   constexpr std::int64_t kShort_ns = 500000000;
-  if (_format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM || _jumps.Count() != 0)
+  if (Format().duration_estimation_method != AVFMT_DURATION_FROM_STREAM || _jumps.Count() != 0)
     return;
   std::int64_t latest_ns = 0;
   bool known = false;  // there are lengths of streams
@@ -301,35 +349,20 @@ void MediaInput::CheckLength() {
                           Seconds_ns(length_ns));
   };
   for (auto const& [index, end_ns] : _end_ns) {
-    AVStream const& stream = *_format->streams[index];
+    AVStream const& stream = Stream(index);
     latest_ns = std::max(latest_ns, end_ns);
-    if (stream.duration <= 0 || _byStream[static_cast<std::size_t>(index)]->Info().IsText())
-      continue;
+    Track const* const track = _byStream[static_cast<std::size_t>(index)];
+    if (stream.duration <= 0 || track == nullptr || track->Info().IsText()) continue;
     known = true;
     std::int64_t const start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
-    check(Name(stream), end_ns,
+    check(Name(index), end_ns,
           av_rescale_q(av_sat_add64(start, stream.duration), stream.time_base, kNanoseconds));
   }
   bool const all = std::none_of(_byStream.begin(), _byStream.end(),
                                 [](Track const* track) { return track == nullptr; });
-  if (!known && all && _format->duration > 0)
-    check(_address, latest_ns, av_rescale_q(_format->duration, AV_TIME_BASE_Q, kNanoseconds));
-}
-
-// A RIFF file, such as WAV or AVI, that was cut off looks like a short one.
-void MediaInput::CheckSize(std::string const& path) {
-  std::uint8_t head[8] = {};
-  std::error_code none;
-  std::ifstream file(path, std::ios::binary);
-  auto const size = std::filesystem::file_size(path, none);
-  if (none || !file.read(reinterpret_cast<char*>(head), sizeof head) ||
-      std::memcmp(head, "RIFF", 4) != 0)
-    return;
-  std::uint64_t const expected = base::Load32(head + 4) + std::uint64_t{8};
-  bool const streamed = expected == 8 || expected > UINT32_MAX;  // its size was never written
-  if (!streamed && size < expected)
-    _findings.push_back(_address + ": is cut off, at " + ByteCount(size) + " of " +
-                        ByteCount(expected));
+  if (!known && all && Format().duration > 0)
+    check(Hidden(_address), latest_ns,
+          av_rescale_q(Format().duration, AV_TIME_BASE_Q, kNanoseconds));
 }
 
 }  // namespace kestro::tool

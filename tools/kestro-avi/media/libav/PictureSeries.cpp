@@ -22,7 +22,7 @@ static constexpr std::size_t kMaxRuns = 20;  // reported one by one
 static constexpr std::uint64_t kMaxBytes = 256 << 20;
 
 PictureSeries::PictureSeries(std::string const& address, SeriesName name,
-                             InputOptions const& options, Timeline& timeline)
+                             InputOptions const& options)
     : _address(address), _name(std::move(name)) {
   ListNumbers();
   Chosen(options.choices, {{InputTrack::kVideo, 0, 0, ""}}, address);
@@ -30,7 +30,7 @@ PictureSeries::PictureSeries(std::string const& address, SeriesName name,
   base::Fraction const rate = ChooseRate({options.rate, {}, {}}, address);
   if (!ReadPicture())
     throw Error(kUnusable, address + ": no complete picture; " + Describe(_runs.front()));
-  AddTrack(rate, timeline);
+  _rate = rate;
 }
 
 void PictureSeries::ListNumbers() {
@@ -43,7 +43,14 @@ void PictureSeries::ListNumbers() {
   std::sort(_numbers.begin(), _numbers.end());
 }
 
-void PictureSeries::AddTrack(base::Fraction rate, Timeline& timeline) {
+void PictureSeries::Begin(Timeline& timeline, EpochStart const& start) {
+  _tracks.clear();
+  if (!HasVideo()) return;
+  bool const placed = start.placed && _shift_ns;
+  _clock = {placed ? start.session_ns - *_shift_ns : 0, true};
+  if (!_shift_ns) _shift_ns = start.session_ns;
+  _cut_ns.reset();
+  _from_ns = INT64_MAX;
   _format.reset(avformat_alloc_context());
   AVStream* const stream = _format ? avformat_new_stream(_format.get(), nullptr) : nullptr;
   if (stream == nullptr) throw std::bad_alloc();
@@ -51,11 +58,15 @@ void PictureSeries::AddTrack(base::Fraction rate, Timeline& timeline) {
   stream->codecpar->codec_id = AV_CODEC_ID_MJPEG;
   stream->codecpar->width = _width;
   stream->codecpar->height = _height;
-  av_reduce(&stream->time_base.num, &stream->time_base.den, rate.den, rate.num, INT_MAX);
+  av_reduce(&stream->time_base.num, &stream->time_base.den, _rate.den, _rate.num, INT_MAX);
   VideoOptions video;
-  video.rate = rate;
+  video.rate = _rate;
   _tracks.push_back(std::make_unique<VideoTrack>(*stream, _address, video, timeline, _clock));
-  _hasVideo = true;
+}
+
+void PictureSeries::CutAt(std::int64_t session_ns) {
+  _cut_ns = session_ns;
+  _from_ns = session_ns - _shift_ns.value_or(0);
 }
 
 void PictureSeries::Add(std::uint32_t first, std::uint32_t last, std::string const& problem) {
@@ -119,8 +130,13 @@ bool PictureSeries::ReadPicture() {
 bool PictureSeries::Read() {
   if (_tracks.empty()) return false;
   Track& track = *_tracks.front();
+  if (FrameTime_ns(_rate, _frame) >= _from_ns) {
+    track.End();
+    return false;
+  }
   if (_picture.empty() && !ReadPicture()) {
     track.End();
+    _ended = true;
     return false;
   }
   PacketPtr const packet = Padded(_picture.data(), _picture.size());

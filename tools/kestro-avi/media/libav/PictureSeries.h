@@ -11,10 +11,12 @@ namespace kestro::tool {
 // missing or damaged are skipped and reported.
 class PictureSeries : public Input {
  public:
-  PictureSeries(std::string const& address, SeriesName name, InputOptions const& options,
-                Timeline& timeline);
+  PictureSeries(std::string const& address, SeriesName name, InputOptions const& options);
 
+  void Begin(Timeline& timeline, EpochStart const& start) override;
+  bool HasVideo() const override { return _rate.Positive(); }
   bool Read() override;
+  void CutAt(std::int64_t session_ns) override;
   Notices Findings() const override;
 
  private:
@@ -23,7 +25,6 @@ class PictureSeries : public Input {
     std::string problem;
   };
   void ListNumbers();
-  void AddTrack(base::Fraction rate, Timeline& timeline);
   bool ReadPicture();
   std::string ReadFile(std::uint32_t number);
   void Add(std::uint32_t first, std::uint32_t last, std::string const& problem);
@@ -38,7 +39,10 @@ class PictureSeries : public Input {
   std::size_t _runCount = 0;
   Bytes _picture;  // read, but not yet passed to the track
   int _width = 0, _height = 0;
+  base::Fraction _rate;  // 0/1: no video is wanted
   std::int64_t _frame = 0;
+  std::int64_t _from_ns = INT64_MAX;      // the pictures from this time on are for the next track
+  std::optional<std::int64_t> _shift_ns;  // by how much the session's clock is ahead
 
   struct ContextDelete {
     void operator()(AVFormatContext* p) const { avformat_free_context(p); }

@@ -87,7 +87,8 @@ std::vector<Cue> ParseSubtitles(std::string const& path, std::string const& cont
 
 std::vector<Cue> ReadSubtitles(std::string const& path, int stream, SubtitleDecoder& decoder,
                                bool (*interrupted)()) {
-  FormatPtr const format = OpenFormat(path, {}, interrupted);
+  Patience patience(interrupted);
+  FormatPtr const format = OpenFormat(path, {}, patience);
   for (unsigned i = 0; i < format->nb_streams; ++i)
     if (static_cast<int>(i) != stream) format->streams[i]->discard = AVDISCARD_ALL;
   return ReadCues(*format, stream, decoder, interrupted);

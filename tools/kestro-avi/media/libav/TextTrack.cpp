@@ -19,10 +19,14 @@ void TextTrack::Add(Cue cue) {
   if (!cue.text.empty()) _cues.push_back(std::move(cue));
 }
 
-void TextTrack::Take(AVPacket const& packet) {
-  if (_ended) return;
+bool TextTrack::Take(AVPacket const& packet) {
   Cue cue;
-  if (_decoder->Decode(packet, cue)) Add(std::move(cue));
+  if (!_ended && _decoder->Decode(packet, cue)) Add(std::move(cue));
+  return true;
+}
+
+void TextTrack::DropFrom(std::int64_t time_ns) {
+  while (!_cues.empty() && _cues.back().time_ns >= time_ns) _cues.pop_back();
 }
 
 // The cue's time in the recording.
@@ -91,6 +95,12 @@ Notices TextTrack::Findings() const {
     findings.emplace_back(
         "texts after missing video come too late: their times were already stored");
   return findings;
+}
+
+Notice SkippedTexts(std::string const& input, unsigned count) {
+  return {input + ": left out: " + Quantity(count, "text") + " while there was no video",
+          "loss",
+          {{"input", input}, {"reason", "no_video"}, {"count", count}}};
 }
 
 }  // namespace kestro::tool

@@ -24,7 +24,10 @@ class TextTrack : public Track {
   void StoreAsSrt() { _asSrt = true; }  // call Add for all texts, and End, before the first Pop
   void Add(Cue cue);                    // with times on the input's clock
 
-  void Take(AVPacket const& packet) override;
+  // Removes the texts from a time on, which is on the input's clock.
+  void DropFrom(std::int64_t time_ns);
+
+  bool Take(AVPacket const& packet) override;
   void End() override { _ended = true; }
   bool Ready() override;
   TimedPacket Pop() override;
@@ -53,5 +56,8 @@ class TextTrack : public Track {
   std::int64_t _combinedEnd_ns = 0;  // when the last text begins that Combine has stored
   bool _ended = false, _asSrt = false;
 };
+
+// The finding about texts that came while there was no video.
+Notice SkippedTexts(std::string const& input, unsigned count);
 
 }  // namespace kestro::tool

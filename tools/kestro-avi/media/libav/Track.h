@@ -34,7 +34,13 @@ class Track {
   virtual base::Fraction InputRate() const { return {}; }
   virtual base::Fraction OtherRate() const { return {}; }
 
-  virtual void Take(AVPacket const& packet) = 0;
+  // Returns false for a key frame with other parameters, which needs a new track; only End may
+  // follow.
+  virtual bool Take(AVPacket const& packet) = 0;
+  // Audio: what follows from this time on the input's clock is for another track.
+  virtual void EndAt(std::int64_t /*time_ns*/) {}
+  // Video: the latest time of the packets so far, on the input's clock.
+  virtual std::int64_t Latest_ns() const { return 0; }
   virtual void End() = 0;
   virtual bool Ready() = 0;  // whether Pop has a packet
   virtual TimedPacket Pop() = 0;

@@ -36,6 +36,7 @@ VideoTrack::VideoTrack(AVStream const& stream, std::string name, VideoOptions co
       _clock(clock),
       _groups(NalCodecOf(stream.codecpar->codec_id)),
       _size(stream.codecpar->codec_id),
+      _formats(stream.codecpar->codec_id, !options.fixedRate),
       _times(StoredRate(options.rate), _speed, _depth) {
   AVCodecParameters const& codec = *stream.codecpar;
   auto const nal = NalCodecOf(codec.codec_id);
@@ -76,7 +77,11 @@ std::int64_t VideoTrack::PacketTime_ns(AVPacket const& packet) {
   return shown ? shown_ns : _decoded_ns + _delay_ns;
 }
 
-void VideoTrack::Take(AVPacket const& packet) {
+void VideoTrack::Configure(Bytes const& sets) {
+  if (_converter) _converter->Configure(sets.data(), sets.size());
+}
+
+bool VideoTrack::Take(AVPacket const& packet) {
   std::size_t extra = 0;
   auto const* sets = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &extra);
   if (_converter && sets != nullptr) _converter->Configure(sets, extra);
@@ -84,13 +89,14 @@ void VideoTrack::Take(AVPacket const& packet) {
   _latest_ns = std::max(_latest_ns, time_ns);  // frames may be reordered
   bool const key = !_converter || (packet.flags & AV_PKT_FLAG_KEY) != 0;
   if (!_clock.known) _clock = {time_ns, true};
-  if (!_started && !KeepBeforeStart(time_ns, key)) return;
+  if (!_started && !KeepBeforeStart(time_ns, key)) return true;
 
   Unit unit = Convert(packet, time_ns, key);
+  if (key && _options.sameFormat && _formats.Differs(unit.data)) return false;
   _firstGroup = _firstGroup && (!key || _units.empty());
   if (unit.leading && _firstGroup) {
     ++_undecodable;
-    return;
+    return true;
   }
   _bytes += unit.data.size();
   _units.push_back(std::move(unit));
@@ -98,6 +104,7 @@ void VideoTrack::Take(AVPacket const& packet) {
     AddTime(_units.back());
   else if (time_ns - _clock.origin_ns >= _timeline.selection.start_ns)
     Start();
+  return true;
 }
 
 VideoTrack::Unit VideoTrack::Convert(AVPacket const& packet, std::int64_t time_ns, bool key) {
@@ -108,7 +115,9 @@ VideoTrack::Unit VideoTrack::Convert(AVPacket const& packet, std::int64_t time_n
   else if (!_converter->Convert(packet.data, size, key, unit.data))
     ++_damaged;
   unit.leading = packet.pts != AV_NOPTS_VALUE && _groups.Leads(unit.data, key, time_ns);
-  if (key) _size.Check(unit.data, std::max<std::int64_t>(0, time_ns - _begin_ns));
+  if (key && !_options.sameFormat)
+    _size.Check(unit.data,
+                _timeline.selection.recorded_ns + std::max<std::int64_t>(0, time_ns - _begin_ns));
   _discarded += (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
   return unit;
 }

@@ -9,6 +9,7 @@
 #include "media/GapReport.h"
 #include "media/OpenGroups.h"
 #include "media/libav/Libav.h"
+#include "media/libav/PictureFormat.h"
 #include "media/libav/PictureSize.h"
 #include "media/libav/Track.h"
 
@@ -20,6 +21,8 @@ struct VideoOptions {
   bool checkTimes = false;   // the packets' times count, not the frame rate alone
   bool live = false;         // a long gap starts a new file
   bool newFileAtGap = false;
+  bool fixedRate = false;   // `rate` holds also for other parameter sets
+  bool sameFormat = false;  // Take refuses key frames of another format
 };
 
 class VideoTrack : public Track {
@@ -33,7 +36,11 @@ class VideoTrack : public Track {
   void MakeLead() override { _lead = true; }
   base::Fraction InputRate() const override { return _options.rate; }
   base::Fraction OtherRate() const override { return _options.otherRate; }
-  void Take(AVPacket const& packet) override;
+  bool Take(AVPacket const& packet) override;
+  FormatWatch const& Formats() const { return _formats; }
+  // Sets the container's parameter sets, as in the side data of a packet.
+  void Configure(Bytes const& sets);
+  std::int64_t Latest_ns() const override { return _latest_ns; }
   void End() override;
   bool Ready() override;
   TimedPacket Pop() override;
@@ -59,7 +66,8 @@ class VideoTrack : public Track {
   std::int64_t Time_ns(std::int64_t frame) const { return FrameTime_ns(_info.frameRate, frame); }
   // Where the frame after the due ones is in the recording.
   std::int64_t Place_ns() const {
-    return Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
+    return _timeline.selection.recorded_ns +
+           Time_ns(_frames + static_cast<std::int64_t>(_due.size())) + _late_ns;
   }
   std::int64_t PacketTime_ns(AVPacket const& packet);
   bool Full() const { return _timeline.IsOver(NextTime_ns()); }
@@ -81,6 +89,7 @@ class VideoTrack : public Track {
   std::optional<AnnexB> _converter;  // none: packets are stored unchanged
   OpenGroups _groups;
   PictureSize _size;
+  FormatWatch _formats;
   FrameClock _times;
   std::deque<Unit> _units;  // before the start: the group of pictures that may be the first
   std::deque<Due> _due;     // for the first of them
