@@ -25,7 +25,7 @@ constexpr char kAudio[] =
     "audiotestsrc is-live=true ! audio/x-raw,rate=8000 ! alawenc ! rtppcmapay pt=8 name=";
 
 std::mutex mutex;
-int width = 320, height = 240;
+int width = 320, height = 240, rate = 25;
 std::vector<GstElement*> pipelines;  // of all clients so far
 
 void SetSize(GstElement* pipeline) {
@@ -33,7 +33,7 @@ void SetSize(GstElement* pipeline) {
   if (filter == nullptr) return;
   GstCaps* const caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
                                             G_TYPE_INT, width, "height", G_TYPE_INT, height,
-                                            "framerate", GST_TYPE_FRACTION, 25, 1, nullptr);
+                                            "framerate", GST_TYPE_FRACTION, rate, 1, nullptr);
   g_object_set(filter, "caps", caps, nullptr);
   gst_caps_unref(caps);
   gst_object_unref(filter);
@@ -58,7 +58,7 @@ void Serve(GstRTSPServer* server, char const* path, std::string const& launch) {
 void TakeCommands() {
   for (std::string command; std::cin >> command;) {
     std::lock_guard lock(mutex);
-    if (command == "size" && std::cin >> width >> height)
+    if (command == "size" && std::cin >> width >> height >> rate)
       for (GstElement* pipeline : pipelines) SetSize(pipeline);
     if (command == "end")
       for (GstElement* pipeline : pipelines) gst_element_send_event(pipeline, gst_event_new_eos());

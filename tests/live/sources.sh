@@ -82,26 +82,29 @@ for name in dies alone stalls changes ends; do await $name opened 1; done
 sleep 1
 kill -KILL "${cameras[a]}"
 kill -STOP "${cameras[c]}"
-echo size 640 480 >b
+echo size 640 480 25 >b
 await alone opened 2
 await ends end 1
 wait "${recorders[ends]}"
 check "gives up" "3 lost" "$? $(events ends lost | jq -r .event)"
 camera a "$a_port" jpeg # it was replaced
+await changes opened 2
+echo size 640 480 10 >b
 await stalls lost 1
 kill -CONT "${cameras[c]}"
 for name in dies alone stalls; do await $name back 1; done
 await dies opened 2
 await alone opened 3
 await stalls opened 2
-await changes opened 2
+await changes opened 3
 sleep 1
 stop dies "h264-320 pcm text" "pcm mjpeg-320 text"
 stop alone "h264-320 pcm" "pcm" "pcm mjpeg-320"
 stop stalls "h264-320 pcm" "h264-320 pcm"
-stop changes "h264-320" "h264-640"
+stop changes "h264-320" "h264-640" "h264-640"
 together alone 250
-together changes 50
+together changes 150
+check "changes: rates" "25 25 10" "$(for n in 1 2 3; do info changes-0$n.avi .tracks[0].frame_rate; done | paste -sd' ')"
 check "dies: lost texts" no_video "$(events dies loss | jq -r 'select(.input == "marks.jsonl").reason')"
 check "stalls: reason" "delivered nothing for 2.000 s" "$(events stalls lost | jq -r .reason)"
 check "dies: tracks" 2 "$(events dies tracks | wc -l)"

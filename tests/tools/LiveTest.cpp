@@ -4,7 +4,8 @@
 #include <sstream>
 
 #include "cli/Address.h"
-#include "media/libav/Absences.h"
+#include "media/FrameRate.h"
+#include "media/RateWatch.h"
 #include "media/libav/ArrivalClock.h"
 #include "tools/Command.h"
 
@@ -44,6 +45,32 @@ TEST(ArrivalClock, TakesTheLeastDelayOfTheLastMinute) {
   for (auto const& step : steps) {
     clock.Add(step.time * kSecond, step.arrival * kSecond);
     EXPECT_EQ(clock.Shift_ns(), step.shift * kSecond) << step.time;
+  }
+}
+
+TEST(RateWatch, MeasuresEvenRatesOnly) {
+  struct {
+    char const* name;
+    std::vector<int> intervals_ms;  // repeated
+    base::Fraction known, other;
+  } const cases[] = {
+      {"the same", {40}, {25, 1}, {}},
+      {"half the rate", {80}, {25, 1}, {125000, 10000}},
+      {"rounded", {67, 66, 67}, {25, 1}, {15, 1}},
+      {"jitter", {60, 75, 62, 70}, {25, 1}, {15, 1}},
+      {"less than a tenth off", {37}, {25, 1}, {}},
+      {"uneven", {40, 40, 80}, {25, 1}, {}},
+      {"slower than one a second", {1100}, {25, 1}, {}},
+  };
+  for (auto const& c : cases) {
+    RateWatch watch;
+    std::int64_t time_ms = 0;
+    for (std::size_t i = 0; i < 26; ++i) {
+      EXPECT_FALSE(watch.Other(c.known).Positive()) << c.name << ", " << i;
+      watch.Add(time_ms * 1000000);
+      time_ms += c.intervals_ms[i % c.intervals_ms.size()];
+    }
+    EXPECT_EQ(RateText(watch.Other(c.known)), RateText(c.other)) << c.name;
   }
 }
 

@@ -27,6 +27,11 @@ class FormatWatch {
   // Returns whether the key frame needs another track than the ones before: it has another size,
   // profile or frame rate. Then Before and After differ.
   bool Differs(Bytes const& key);
+  // The same for a rate that was measured.
+  void SetRates(base::Fraction const& before, base::Fraction const& after) {
+    _before.rate = before;
+    _after.rate = after;
+  }
   PictureFormat const& Before() const { return _before; }
   PictureFormat const& After() const { return _after; }
 

@@ -92,7 +92,8 @@ bool VideoTrack::Take(AVPacket const& packet) {
   if (!_started && !KeepBeforeStart(time_ns, key)) return true;
 
   Unit unit = Convert(packet, time_ns, key);
-  if (key && _options.sameFormat && _formats.Differs(unit.data)) return false;
+  if (_options.live) _rates.Add(_decoded_ns);
+  if (key && _options.sameFormat && NeedsNewTrack(unit)) return false;
   _firstGroup = _firstGroup && (!key || _units.empty());
   if (unit.leading && _firstGroup) {
     ++_undecodable;
@@ -104,6 +105,17 @@ bool VideoTrack::Take(AVPacket const& packet) {
     AddTime(_units.back());
   else if (time_ns - _clock.origin_ns >= _timeline.selection.start_ns)
     Start();
+  return true;
+}
+
+// Whether a key frame has another format, or comes at another rate than the track's. Sources do not
+// always announce their rate.
+bool VideoTrack::NeedsNewTrack(Unit const& key) {
+  if (_formats.Differs(key.data)) return true;
+  if (!_options.live || !_options.checkTimes || _options.fixedRate) return false;
+  base::Fraction const rate = _rates.Other(_options.rate);
+  if (!rate.Positive()) return false;
+  _formats.SetRates(_options.rate, rate);
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include "media/FrameRate.h"
 #include "media/GapReport.h"
 #include "media/OpenGroups.h"
+#include "media/RateWatch.h"
 #include "media/libav/Libav.h"
 #include "media/libav/PictureFormat.h"
 #include "media/libav/PictureSize.h"
@@ -72,6 +73,7 @@ class VideoTrack : public Track {
   std::int64_t PacketTime_ns(AVPacket const& packet);
   bool Full() const { return _timeline.IsOver(NextTime_ns()); }
   bool KeepBeforeStart(std::int64_t time_ns, bool key);
+  bool NeedsNewTrack(Unit const& key);
   Unit Convert(AVPacket const& packet, std::int64_t time_ns, bool key);
   void Start();
   void AddTime(Unit const& unit);
@@ -90,6 +92,7 @@ class VideoTrack : public Track {
   OpenGroups _groups;
   PictureSize _size;
   FormatWatch _formats;
+  RateWatch _rates;
   FrameClock _times;
   std::deque<Unit> _units;  // before the start: the group of pictures that may be the first
   std::deque<Due> _due;     // for the first of them
