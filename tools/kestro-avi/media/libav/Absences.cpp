@@ -17,7 +17,7 @@ Notice Absences::Lose(std::size_t input, std::string const& name, std::string co
   lost.since_ns = Patience::Now_ns();
   ++lost.count;
   std::string const time = TimeOfDay();
-  return {name + ": lost at " + time + ": " + reason + "; it is opened again",
+  return {name + ": lost at " + time + " (" + reason + "); trying to open it again",
           "lost",
           {{"input", name}, {"at_ms", Ms(at_ns)}, {"time", time}, {"reason", reason}}};
 }

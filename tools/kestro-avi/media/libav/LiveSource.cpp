@@ -114,7 +114,7 @@ std::string LiveSource::Describe(int error) const {
   if (error == AVERROR_EXIT && !_patience.Ended())
     return "delivered nothing for " + Seconds_ns(_options.stall_ns);
   if (error == AVERROR_INPUT_CHANGED) return "its streams have changed";
-  return error == AVERROR_EOF ? "it ended" : LibavError(error);
+  return error == AVERROR_EOF ? "the stream ended" : LibavError(error);
 }
 
 // Queues the packets of a connection until it ends.

@@ -104,8 +104,7 @@ FormatPtr OpenFormat(std::string const& address, base::Fraction rate, Patience& 
   if (failed >= 0) failed = avformat_find_stream_info(format.get(), nullptr);
   if (failed >= 0 && !patience.TimedOut()) return format;
   ExitCode const code = ExitCodeOf(failed);
-  if (patience.TimedOut() && !patience.Ended())
-    throw Error(kIo, name + ": does not deliver anything");
+  if (patience.TimedOut() && !patience.Ended()) throw Error(kIo, name + ": delivers nothing");
   throw Error(code,
               name + ": " + (code == kUnusable ? "has an unknown format" : LibavError(failed)));
 }
