@@ -1,16 +1,23 @@
 #include "cli/Interrupt.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <thread>
 
 namespace kestro::tool {
 
-static volatile std::sig_atomic_t interrupted = 0;
+static std::atomic<bool> interrupted{false}, stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "for the signal handler");
+static std::atomic<std::uint64_t> checks{0};
+static pthread_t waiting;
 
 void CatchSignals() {
+  waiting = pthread_self();
   struct sigaction action {};
-  action.sa_handler = [](int) { interrupted = 1; };
+  action.sa_handler = [](int) { interrupted = true; };
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
@@ -19,9 +26,24 @@ void CatchSignals() {
   action.sa_flags = 0;  // shells and the system may send it twice
   if (hangup.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // nohup ignores it
   std::signal(SIGPIPE, SIG_IGN);
+  struct sigaction wake {};  // a signal that others ignore
+  wake.sa_handler = [](int) {};
+  sigaction(SIGURG, &wake, nullptr);
 }
 
-bool Interrupted() { return interrupted != 0; }
+bool Interrupted() {
+  checks.fetch_add(1, std::memory_order_relaxed);
+  return interrupted || stopRequested;
+}
+
+std::uint64_t InterruptChecks() { return checks; }
+
+void RequestStop() {
+  stopRequested = true;
+  pthread_kill(waiting, SIGURG);
+}
+
+bool StopRequested() { return stopRequested && !interrupted; }
 
 void SleepUntil(std::chrono::steady_clock::time_point then) {
   // In slices, because a signal may come just before the sleep begins.

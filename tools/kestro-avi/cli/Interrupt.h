@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 namespace kestro::tool {
 
@@ -10,6 +11,15 @@ namespace kestro::tool {
 void CatchSignals();
 
 bool Interrupted();
+
+// How often Interrupted() was called, which grows as long as the program works or waits properly.
+std::uint64_t InterruptChecks();
+
+// Makes Interrupted() true without a signal. Any thread. Also ends a call in which the thread of
+// CatchSignals waits; repeat it while that thread goes on, because it may be about to wait.
+void RequestStop();
+// Whether the program ends because of RequestStop alone.
+bool StopRequested();
 
 // Returns at that time, or earlier when interrupted.
 void SleepUntil(std::chrono::steady_clock::time_point then);

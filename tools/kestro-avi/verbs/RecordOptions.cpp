@@ -82,6 +82,7 @@ void RecordOptions::AddTo(CLI::App& app) {
   AddSyncs(app);
   AddTags(app);
   AddSettings(app);
+  AddService(app);
   json.AddTo(app, JsonOption::kLines);
   progress.AddTo(app);
   app.footer(kHelp);
@@ -184,6 +185,14 @@ void RecordOptions::AddSettings(CLI::App& app) {
       ->expected(1)
       ->allow_extra_args(false);
   app.add_option("--plugin", plugin, "The plug-in or its folder")->type_name("PATH");
+}
+
+void RecordOptions::AddService(CLI::App& app) {
+  app.add_option("--control", service.control,
+                 "Take requests on this Unix socket: \"help\" lists them")
+      ->type_name("PATH");
+  app.add_option("--status", service.status, "Write the status to this file every second")
+      ->type_name("FILE");
 }
 
 static std::vector<char> ReadFile(std::string const& path) {

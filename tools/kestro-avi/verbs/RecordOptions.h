@@ -8,6 +8,7 @@
 #include "cli/Progress.h"
 #include "media/Session.h"
 #include "recorder/RecorderOptions.h"
+#include "verbs/RecordService.h"
 
 namespace CLI {
 class App;
@@ -29,6 +30,7 @@ class RecordOptions {
   Selection selection;
   record::RecorderOptions recorder;
   ProgressOption progress;
+  ServiceOptions service;
 
  private:
   void AddTracks(CLI::App& app);
@@ -36,6 +38,7 @@ class RecordOptions {
   void AddFiles(CLI::App& app);
   void AddSyncs(CLI::App& app);
   void AddSettings(CLI::App& app);
+  void AddService(CLI::App& app);
   void CheckSync();
 
   std::vector<std::string> _settings, _maps;

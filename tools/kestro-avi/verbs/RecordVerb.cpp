@@ -32,26 +32,6 @@ Progress RecordVerb::NewProgress(Session const& session) const {
           static_cast<std::uint64_t>(std::max<std::int64_t>(0, duration_ns / 1000000))};
 }
 
-static Json TracksJson(record::Tracks const& tracks) {
-  static constexpr char const* kCodecs[] = {"h264", "hevc", "mjpeg", "pcm", "text"};
-  Json list = Json::array();
-  for (record::TrackInfo const& info : tracks) {
-    Json track{{"number", list.size()},
-               {"type", info.IsVideo()   ? "video"
-                        : info.IsAudio() ? "audio"
-                                         : "text"},
-               {"codec", kCodecs[info.codec]},
-               {"input", info.name}};
-    if (info.IsVideo())
-      track.update({{"width", info.width},
-                    {"height", info.height},
-                    {"frame_rate", info.frameRate.num / info.frameRate.den}});
-    if (info.IsAudio()) track.update({{"rate", info.rate}, {"channels", info.channels}});
-    list.push_back(std::move(track));
-  }
-  return list;
-}
-
 // The number of the first video track; their count if there is none.
 static std::size_t FirstVideo(record::Tracks const& tracks) {
   auto const video = std::find_if(tracks.begin(), tracks.end(),
@@ -60,17 +40,20 @@ static std::size_t FirstVideo(record::Tracks const& tracks) {
 }
 
 // Ends the file; the next one has the session's new tracks.
-bool RecordVerb::ChangeTracks(Session const& session, record::Recorder& recorder) {
+bool RecordVerb::ChangeTracks(Session const& session, record::Recorder& recorder,
+                              RecordService& service) {
   record::Tracks const tracks = session.Tracks();
   WriteEvent({{"event", "tracks"}, {"tracks", TracksJson(tracks)}});
   record::Result const changed = recorder.ChangeTracks(tracks);
+  service.ChangeTracks(tracks);
   if (changed.code == record::Code::kUnsupported)
     ReportError({changed.text, nullptr, {{"code", int{kUnusable}}}});
   return static_cast<bool>(changed);
 }
 
 // Records packets until the end, a signal or an error. Returns false after an error.
-bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& progress) {
+bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordService& service,
+                         Progress& progress) {
   std::size_t leading = FirstVideo(session.Tracks());
   bool const byBytes = progress.CountedUnit() == Progress::kBytes;
   auto const begin = Clock::now();
@@ -81,7 +64,7 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
   while (Session::Outcome const outcome = session.Next(track, packet)) {
     WriteEvents(session);
     if (outcome == Session::kTracks) {
-      if (!ChangeTracks(session, recorder)) return false;
+      if (!ChangeTracks(session, recorder, service)) return false;
       leading = FirstVideo(session.Tracks());
     }
     if (outcome != Session::kPacket) continue;
@@ -94,6 +77,7 @@ bool RecordVerb::Record(Session& session, record::Recorder& recorder, Progress& 
     pushed.key = packet.key;
     if (packet.startsFile) recorder.SplitAt(packet.time_ns);
     if (track == leading) _starts.Add(packet);
+    service.CountPacket(pushed.size);
     if (recorder.Push(track, pushed) != record::Code::kOk) return false;
     WriteDrops(recorder, packet.time_ns);
     ++packets;
@@ -239,8 +223,8 @@ int RecordVerb::Finish(Session& session, record::Recorder& recorder, Progress& p
   if (!complete && _errors.empty()) ReportError({result.text, nullptr, {{"code", int{kIo}}}});
 
   if (!complete) return kIo;
-  if (Interrupted()) return kInterrupted;
-  if (status.packets == 0)
+  if (Interrupted() && !StopRequested()) return kInterrupted;
+  if (status.packets == 0 && !StopRequested())
     throw Error(kUnusable,
                 "nothing was recorded: no key frame, audio or text in the selected part");
   if (!failures.empty()) return kIo;
@@ -277,6 +261,16 @@ int RecordVerb::Run() {
   CheckProperties();
   CatchSignals();
   _options.input.interrupted = Interrupted;
+  RecordService service(_options.service, _options.addresses);
+  try {
+    return Record(service);
+  } catch (Error const& error) {  // nothing is recorded yet
+    if (error.Code() == kInterrupted && StopRequested()) return kOk;
+    throw;
+  }
+}
+
+int RecordVerb::Record(RecordService& service) {
   auto const session =
       LoadMedia().OpenInputs(_options.addresses, _options.input, _options.selection);
   _options.recorder.onEvent = [this](record::Event const& event) { HandleEvent(event); };
@@ -286,10 +280,12 @@ int RecordVerb::Run() {
     if (!captured) return std::nullopt;
     return record::CaptureTime{captured->time_ns, captured->set};
   };
-  auto const recorder = OpenRecorder(options, session->Tracks());
+  std::shared_ptr<record::Recorder> const recorder = OpenRecorder(options, session->Tracks());
   ReportNotes(*session, *recorder);
   Progress progress = NewProgress(*session);
-  bool const complete = Record(*session, *recorder, progress);
+  service.Begin(recorder, session->Tracks());
+  bool const complete = PushAll(*session, *recorder, service, progress);
+  service.Finish();
   return Finish(*session, *recorder, progress, complete);
 }
 

@@ -8,6 +8,7 @@
 #include "recorder/Recorder.h"
 #include "verbs/OpenStarts.h"
 #include "verbs/RecordOptions.h"
+#include "verbs/RecordService.h"
 
 namespace kestro::tool {
 
@@ -26,8 +27,10 @@ class RecordVerb {
   void SetTotals(record::Status const& status) const;
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
   Progress NewProgress(Session const& session) const;
-  bool ChangeTracks(Session const& session, record::Recorder& recorder);
-  bool Record(Session& session, record::Recorder& recorder, Progress& progress);
+  bool ChangeTracks(Session const& session, record::Recorder& recorder, RecordService& service);
+  int Record(RecordService& service);
+  bool PushAll(Session& session, record::Recorder& recorder, RecordService& service,
+               Progress& progress);
   int Finish(Session& session, record::Recorder& recorder, Progress& progress, bool complete);
 
   RecordOptions _options;

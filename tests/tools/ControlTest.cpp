@@ -1,0 +1,177 @@
+// Watching and controlling a recording while it runs.
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "cli/Descriptor.h"
+#include "tools/Command.h"
+
+namespace kestro::tool {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+class ControlTest : public Command {
+ protected:
+  void TearDown() override {
+    if (_run.valid()) Ask("stop\n");
+    _run = {};  // waits for its end
+    Command::TearDown();
+  }
+  // Records until it is stopped.
+  void Start(std::string const& options, std::string const& environment = "",
+             std::string const& input = "while cat media/clip25.h264; do :; done") {
+    _run = std::async(std::launch::async, [=] {
+      return Shell("{ " + input + "; } 2>&- | " + environment +
+                   " " TEST_TOOL " record --realtime --fps 25 -o cam-%d.avi " + options + " -");
+    });
+  }
+  // Waits for something, but not longer than any machine takes.
+  template <class Condition>
+  static bool Becomes(Condition condition) {
+    for (int i = 0; i < 3000; ++i, std::this_thread::sleep_for(10ms))
+      if (condition()) return true;
+    return false;
+  }
+  Descriptor Open(int type, bool listens = false) {
+    Descriptor opened(socket(AF_UNIX, type, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    At("socket").string().copy(address.sun_path, sizeof address.sun_path - 1);
+    auto const* to = reinterpret_cast<sockaddr const*>(&address);
+    int const failed = listens ? bind(opened.Number(), to, sizeof address)
+                               : connect(opened.Number(), to, sizeof address);
+    timeval const patience{60, 0};
+    setsockopt(opened.Number(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    return failed == 0 ? std::move(opened) : Descriptor();
+  }
+  // All that is answered until the tool closes the connection.
+  std::string Ask(std::string const& bytes) {
+    Descriptor const client = Open(SOCK_STREAM);
+    send(client.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    shutdown(client.Number(), SHUT_WR);
+    std::string answers(1 << 20, '\0');
+    ssize_t const size = recv(client.Number(), answers.data(), answers.size(), MSG_WAITALL);
+    return answers.substr(0, std::size_t(std::max<ssize_t>(0, size)));
+  }
+  json Status() {
+    json const status = json::parse(Ask("status\n"), nullptr, false);
+    return status.is_object() ? status : json::object();
+  }
+  bool Records() {
+    return Becomes([this] { return Status().value("state", "") == "recording"; });
+  }
+
+  std::future<Result> _run;
+};
+
+TEST_F(ControlTest, AnswersRequests) {
+  Start("--control socket --status status.json");
+  ASSERT_TRUE(Records());
+  struct stat file {};
+  ASSERT_EQ(stat(At("socket").c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600u);
+  std::string const good = R"({"ok":true})", bad = R"({"ok":false,"error":")";
+  struct {
+    std::string request, answer;
+  } const cases[] = {
+      {"", ""},
+      {"split\n", good + "\n"},
+      {"  split \r\nsplit\n", good + "\n" + good + "\n"},
+      {"\"split\"\n", good + "\n"},
+      {"help\n", "\"stop\":\"end the recording\""},
+      {"sptil\nsplit\n", "unknown request 'sptil'; did you mean 'split'?\"}\n" + good},
+      {"\n", bad + "the line is empty"},
+      {"split now\n", bad + "the request is: split\""},
+      {"\"split\n", bad + "a quote is missing"},
+      {"\"sp\"lit\n", bad + "a space must follow"},
+      {"\"sp\\lit\"\n", bad + "in quotes, only"},
+      {"split\nst", good + "\n" + bad + "the last line has no end\"}\n"},
+      {"spl\xC3\nsplit\n", bad + "the line is not UTF-8\"}\n"},
+      {std::string("split\0\nsplit\n", 13), bad + "the line has a zero byte\"}\n"},
+      {std::string(4090, ' ') + "split\n", good},
+      {std::string(4096, ' ') + "split\nsplit\n", bad + "the line is longer than 4096 bytes\"}\n"},
+      {std::string(1 << 20, 'x'), bad + "the line is longer"},
+  };
+  for (auto const& c : cases) {
+    std::string const answer = Ask(c.request);
+    EXPECT_THAT(answer, HasSubstr(c.answer)) << c.request.substr(0, 40);
+    if (c.answer.empty() || c.answer.back() == '\n') {
+      EXPECT_EQ(answer, c.answer) << "answers to a connection that should have ended";
+    }
+  }
+  EXPECT_TRUE(Becomes([this] { return Status()["files"] > 1; })) << "split starts a file";
+  EXPECT_EQ(Ask("stop\n"), good + "\n");
+  EXPECT_EQ(_run.get().code, 0);
+  EXPECT_FALSE(fs::exists(At("socket")));
+  json const last = json::parse(FileText(At("status.json")));
+  EXPECT_EQ(last["state"], "stopped");
+  EXPECT_GT(last["bits_per_s"], 0);
+  EXPECT_EQ(last["tracks"][0]["codec"], "h264");
+  EXPECT_EQ(Run("verify cam-*.avi").code, 0) << "stopped files are whole";
+}
+
+TEST_F(ControlTest, IsNotHeldUpByClients) {
+  Start("--control socket --status status.json");
+  ASSERT_TRUE(Records());
+  Descriptor const deaf = Open(SOCK_STREAM);  // asks, but does not read
+  std::string const asked = "help\n";
+  while (send(deaf.Number(), asked.data(), asked.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) continue;
+  std::atomic<int> refused{0};
+  std::vector<std::thread> threads;
+  for (unsigned seed = 0; seed < 3; ++seed)
+    threads.emplace_back([&, seed] {
+      char const* const requests[] = {"split\n", "status\n", "help\n"};
+      std::mt19937 random(seed);
+      for (int i = 0; i < 100; ++i)
+        if (!json::parse(Ask(requests[random() % 3]), nullptr, false).value("ok", false)) ++refused;
+    });
+  std::set<std::string> states;
+  while (states.size() < 4) {
+    json const state = json::parse(std::ifstream(At("status.json")), nullptr, false);
+    ASSERT_TRUE(state.is_object()) << "readers of the status file find a part of it";
+    states.insert(state["updated"]);
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(refused, 0);
+  std::vector<Descriptor> idle;
+  while (idle.size() < 7) idle.push_back(Open(SOCK_STREAM));
+  EXPECT_THAT(Ask("status\n"), HasSubstr("too many clients"));
+  idle.clear();
+  EXPECT_TRUE(Records());
+  Ask("stop\n");
+  EXPECT_EQ(_run.get().code, 0);
+}
+
+TEST_F(ControlTest, ReplacesOnlySocketsOfTheDead) {
+  std::string const record = "record --force -o a.avi media/mono8k.wav ";
+  std::string const longest(120, 'x');
+  Open(SOCK_STREAM, true);  // nobody listens any more
+  Write("file", "text");
+  fs::create_directory(At("folder"));
+  fs::create_symlink("socket", At("link"));
+  Expect(record + "--control", {{"link", 3, "link: exists and is not a socket\n"},
+                                {"socket", 0, "a.avi: "},
+                                {"file", 3, "file: exists and is not a socket\n"},
+                                {"none/socket", 3, "none: No such file"},
+                                {longest, 2, "has at most 107 bytes\n"}});
+  EXPECT_FALSE(fs::exists(At("socket")));
+  EXPECT_EQ(FileText(At("file")), "text");
+  Descriptor const live = Open(SOCK_STREAM, true);
+  listen(live.Number(), 1);
+  Expect(record + "--control",
+         {{"socket", 3, "socket: another recorder listens on this socket\n"}});
+  Expect(record + "--status", {{"none/status", 0, "warning: the status cannot be written: none/"},
+                               {"folder", 0, "warning: the status cannot be written: folder: "}});
+}
+
+}  // namespace
+}  // namespace kestro::tool

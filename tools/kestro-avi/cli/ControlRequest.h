@@ -1,0 +1,27 @@
+// The requests that a recording takes on its control socket.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "cli/Documents.h"
+
+namespace kestro::tool {
+
+// A request is one line of words, separated by spaces. Words may be quoted; \" and \\ stand for a
+// quote and a backslash in them.
+struct ControlRequest {
+  static constexpr std::size_t kLongestLine = 4096;  // in bytes, without its end
+
+  enum Kind { kSplit, kStatus, kStop, kHelp } kind = kHelp;
+
+  // Parses a line without its end. Throws Error.
+  static ControlRequest Parse(std::string_view line);
+  // Why a line cannot come from a sane client; null if it can.
+  static char const* Fault(std::string_view line);
+  // The requests and what they do.
+  static Json Help();
+};
+
+}  // namespace kestro::tool

@@ -1,0 +1,98 @@
+#include "verbs/RecordService.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "cli/ControlClients.h"
+#include "cli/Errors.h"
+#include "cli/Interrupt.h"
+
+namespace kestro::tool {
+
+RecordService::RecordService(ServiceOptions const& options,
+                             std::vector<std::string> const& addresses)
+    : _report(addresses), _wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (_wake.Number() < 0) throw Error(kIo, std::string("eventfd: ") + std::strerror(errno));
+  if (!options.control.empty()) _socket.emplace(options.control);
+  if (!options.status.empty()) _file.emplace(options.status, _report);
+  _thread = std::thread([this] { Run(); });
+}
+
+RecordService::~RecordService() {
+  Finish();
+  eventfd_write(_wake.Number(), 1);
+  _thread.join();
+  _report.End();
+}
+
+void RecordService::Begin(std::shared_ptr<record::Recorder> recorder,
+                          record::Tracks const& tracks) {
+  _report.Begin(std::move(recorder), tracks);
+}
+
+void RecordService::Finish() {
+  if (_finishing.exchange(true)) return;
+  _report.Finish();
+}
+
+void RecordService::Run() {
+  ControlClients clients(
+      _socket ? _socket->Number() : -1,
+      [this](std::string_view line, char const* fault) { return Answer(line, fault); });
+  auto next = Clock::now();
+  for (;;) {
+    auto events = clients.Events();
+    events.push_back({_wake.Number(), POLLIN, 0});
+    auto const wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
+    poll(events.data(), events.size(), static_cast<int>(std::max<long long>(0, wait.count())));
+    if (events.back().revents != 0) return;
+    clients.Serve(events.data());
+    if (Clock::now() < next) continue;
+    Tick();
+    next = Clock::now() + std::chrono::seconds(1);
+  }
+}
+
+void RecordService::Tick() {
+  _report.Sample();
+  if (StopRequested() && !_finishing) RequestStop();
+}
+
+std::string RecordService::Answer(std::string_view line, char const* fault) {
+  Json answer{{"ok", true}};
+  try {
+    if (fault != nullptr) throw Error(kUsage, fault);
+    answer.update(Perform(ControlRequest::Parse(line)));
+  } catch (Error const& error) {
+    answer = {{"ok", false}, {"error", error.what()}};
+  }
+  return LineText(answer);
+}
+
+Json RecordService::Perform(ControlRequest const& request) {
+  auto const recorder = _report.Recorder();
+  auto const require = [&recorder] {
+    if (recorder == nullptr) throw Error(kIo, "the inputs are not open yet");
+    return recorder;
+  };
+  switch (request.kind) {
+    case ControlRequest::kSplit:
+      require()->Split();
+      break;
+    case ControlRequest::kStatus:
+      return _report.Get();
+    case ControlRequest::kStop:
+      RequestStop();
+      break;
+    case ControlRequest::kHelp:
+      return {{"requests", ControlRequest::Help()}};
+  }
+  return Json::object();
+}
+
+}  // namespace kestro::tool

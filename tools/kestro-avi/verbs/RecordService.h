@@ -1,0 +1,66 @@
+// Lets people and programs watch and control a recording.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "cli/ControlRequest.h"
+#include "cli/ControlSocket.h"
+#include "cli/Descriptor.h"
+#include "verbs/StatusFile.h"
+#include "verbs/StatusReport.h"
+
+namespace kestro::tool {
+
+struct ServiceOptions {
+  std::string control;  // path of the control socket, empty: none
+  std::string status;   // path of the status file, empty: none
+};
+
+// Works on its own threads, and never holds up the recording. Create it before other threads, and
+// call the functions from the thread that records, in this order:
+//
+//   RecordService service(options, addresses);
+//   service.Begin(recorder, tracks);
+//   while (...) { service.CountPacket(bytes); recorder->Push(...); }
+//   service.Finish();
+//   recorder->Stop();
+class RecordService {
+ public:
+  RecordService(ServiceOptions const& options, std::vector<std::string> const& addresses);
+  ~RecordService();  // reports the last state
+  RecordService(RecordService const&) = delete;
+  RecordService& operator=(RecordService const&) = delete;
+
+  // The inputs are open.
+  void Begin(std::shared_ptr<record::Recorder> recorder, record::Tracks const& tracks);
+  void ChangeTracks(record::Tracks const& tracks) { _report.ChangeTracks(tracks); }
+  void CountPacket(std::size_t bytes) { _report.CountPacket(bytes); }
+  // The inputs have ended or are interrupted.
+  void Finish();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void Run();
+  void Tick();
+  std::string Answer(std::string_view line, char const* fault);
+  Json Perform(ControlRequest const& request);
+
+  StatusReport _report;
+  std::optional<ControlSocket> _socket;
+  std::optional<StatusFile> _file;
+  Descriptor const _wake;  // ends the thread
+
+  std::atomic<bool> _finishing{false};
+
+  std::thread _thread;
+};
+
+}  // namespace kestro::tool
