@@ -1,4 +1,5 @@
 // Watching and controlling a recording while it runs.
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -32,7 +33,7 @@ class ControlTest : public Command {
              std::string const& input = "while cat media/clip25.h264; do :; done") {
     _run = std::async(std::launch::async, [=] {
       return Shell("{ " + input + "; } 2>&- | " + environment +
-                   " " TEST_TOOL " record --realtime --fps 25 -o cam-%d.avi " + options + " -");
+                   " " TEST_TOOL " record --fps 25 -o cam-%d.avi " + options + " -");
     });
   }
   // Waits for something, but not longer than any machine takes.
@@ -42,20 +43,20 @@ class ControlTest : public Command {
       if (condition()) return true;
     return false;
   }
-  Descriptor Open(int type, bool listens = false) {
+  Descriptor Open(std::string const& name, int type, bool binds = false) {
     Descriptor opened(socket(AF_UNIX, type, 0));
     sockaddr_un address{AF_UNIX, {}};
-    At("socket").string().copy(address.sun_path, sizeof address.sun_path - 1);
+    At(name).string().copy(address.sun_path, sizeof address.sun_path - 1);
     auto const* to = reinterpret_cast<sockaddr const*>(&address);
-    int const failed = listens ? bind(opened.Number(), to, sizeof address)
-                               : connect(opened.Number(), to, sizeof address);
+    int const failed = binds ? bind(opened.Number(), to, sizeof address)
+                             : connect(opened.Number(), to, sizeof address);
     timeval const patience{60, 0};
     setsockopt(opened.Number(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     return failed == 0 ? std::move(opened) : Descriptor();
   }
   // All that is answered until the tool closes the connection.
   std::string Ask(std::string const& bytes) {
-    Descriptor const client = Open(SOCK_STREAM);
+    Descriptor const client = Open("socket", SOCK_STREAM);
     send(client.Number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     shutdown(client.Number(), SHUT_WR);
     std::string answers(1 << 20, '\0');
@@ -74,7 +75,7 @@ class ControlTest : public Command {
 };
 
 TEST_F(ControlTest, AnswersRequests) {
-  Start("--control socket --status status.json");
+  Start("--realtime --control socket --status status.json");
   ASSERT_TRUE(Records());
   struct stat file {};
   ASSERT_EQ(stat(At("socket").c_str(), &file), 0);
@@ -120,9 +121,9 @@ TEST_F(ControlTest, AnswersRequests) {
 }
 
 TEST_F(ControlTest, IsNotHeldUpByClients) {
-  Start("--control socket --status status.json");
+  Start("--realtime --control socket --status status.json");
   ASSERT_TRUE(Records());
-  Descriptor const deaf = Open(SOCK_STREAM);  // asks, but does not read
+  Descriptor const deaf = Open("socket", SOCK_STREAM);  // asks, but does not read
   std::string const asked = "help\n";
   while (send(deaf.Number(), asked.data(), asked.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) continue;
   std::atomic<int> refused{0};
@@ -143,7 +144,7 @@ TEST_F(ControlTest, IsNotHeldUpByClients) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(refused, 0);
   std::vector<Descriptor> idle;
-  while (idle.size() < 7) idle.push_back(Open(SOCK_STREAM));
+  while (idle.size() < 7) idle.push_back(Open("socket", SOCK_STREAM));
   EXPECT_THAT(Ask("status\n"), HasSubstr("too many clients"));
   idle.clear();
   EXPECT_TRUE(Records());
@@ -154,7 +155,7 @@ TEST_F(ControlTest, IsNotHeldUpByClients) {
 TEST_F(ControlTest, ReplacesOnlySocketsOfTheDead) {
   std::string const record = "record --force -o a.avi media/mono8k.wav ";
   std::string const longest(120, 'x');
-  Open(SOCK_STREAM, true);  // nobody listens any more
+  Open("socket", SOCK_STREAM, true);  // nobody listens any more
   Write("file", "text");
   fs::create_directory(At("folder"));
   fs::create_symlink("socket", At("link"));
@@ -165,12 +166,50 @@ TEST_F(ControlTest, ReplacesOnlySocketsOfTheDead) {
                                 {longest, 2, "has at most 107 bytes\n"}});
   EXPECT_FALSE(fs::exists(At("socket")));
   EXPECT_EQ(FileText(At("file")), "text");
-  Descriptor const live = Open(SOCK_STREAM, true);
+  Descriptor const live = Open("socket", SOCK_STREAM, true);
   listen(live.Number(), 1);
   Expect(record + "--control",
          {{"socket", 3, "socket: another recorder listens on this socket\n"}});
   Expect(record + "--status", {{"none/status", 0, "warning: the status cannot be written: none/"},
                                {"folder", 0, "warning: the status cannot be written: folder: "}});
+}
+
+// A watchdog of 0.2 s. The recording hangs while nobody reads its progress.
+TEST_F(ControlTest, ReportsToTheServiceManager) {
+  ASSERT_EQ(mkfifo(At("progress").c_str(), 0600), 0);
+  Descriptor const progress(open(At("progress").c_str(), O_RDWR | O_NONBLOCK));
+  Descriptor const manager = Open("manager", SOCK_DGRAM, true);
+  Start("--control socket --progress json 2>progress",
+        "NOTIFY_SOCKET=" + At("manager").string() + " WATCHDOG_USEC=200000",
+        "while cat media/clip25.h264; do sleep 0.1; done");
+  std::string messages;
+  auto alive = std::chrono::steady_clock::now();
+  // Takes what was sent, and returns whether it has this.
+  auto const receives = [&](char const* what) {
+    std::string all;
+    char text[4096];
+    for (ssize_t n; (n = recv(manager.Number(), text, sizeof text, MSG_DONTWAIT)) > 0;)
+      all.append(text, std::size_t(n)) += "\n";
+    messages += all;
+    if (all.find("WATCHDOG=1\n") != all.npos) alive = std::chrono::steady_clock::now();
+    return all.find(what) != all.npos;
+  };
+  char block[4096] = {};
+  auto const drain = [&] {
+    while (read(progress.Number(), block, sizeof block) > 0) continue;
+  };
+  EXPECT_TRUE(Becomes([&] { return receives("STATUS=recording cam-"); })) << messages;
+  EXPECT_TRUE(Becomes([&] {
+    while (write(progress.Number(), block, sizeof block) > 0) continue;
+    receives("");
+    return std::chrono::steady_clock::now() - alive > 2s;
+  })) << "a recording that hangs goes on reporting that it is alive";
+  EXPECT_TRUE(Becomes([&] { return drain(), receives("WATCHDOG=1\n"); })) << messages;
+  Ask("stop\n");
+  EXPECT_TRUE(Becomes([&] { return drain(), receives("STOPPING=1\n"); })) << messages;
+  EXPECT_TRUE(Becomes([&] { return drain(), _run.wait_for(0s) == std::future_status::ready; }));
+  EXPECT_EQ(_run.get().code, 0);
+  EXPECT_LT(messages.find("READY=1\n"), messages.find("STATUS=recording")) << messages;
 }
 
 }  // namespace

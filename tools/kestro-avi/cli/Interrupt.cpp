@@ -11,7 +11,6 @@ namespace kestro::tool {
 
 static std::atomic<bool> interrupted{false}, stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "for the signal handler");
-static std::atomic<std::uint64_t> checks{0};
 static pthread_t waiting;
 
 void CatchSignals() {
@@ -31,12 +30,7 @@ void CatchSignals() {
   sigaction(SIGURG, &wake, nullptr);
 }
 
-bool Interrupted() {
-  checks.fetch_add(1, std::memory_order_relaxed);
-  return interrupted || stopRequested;
-}
-
-std::uint64_t InterruptChecks() { return checks; }
+bool Interrupted() { return interrupted || stopRequested; }
 
 void RequestStop() {
   stopRequested = true;

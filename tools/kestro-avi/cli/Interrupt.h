@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 
 namespace kestro::tool {
 
@@ -11,9 +10,6 @@ namespace kestro::tool {
 void CatchSignals();
 
 bool Interrupted();
-
-// How often Interrupted() was called, which grows as long as the program works or waits properly.
-std::uint64_t InterruptChecks();
 
 // Makes Interrupted() true without a signal. Any thread. Also ends a call in which the thread of
 // CatchSignals waits; repeat it while that thread goes on, because it may be about to wait.

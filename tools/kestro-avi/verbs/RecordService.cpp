@@ -10,6 +10,7 @@
 
 #include "cli/ControlClients.h"
 #include "cli/Errors.h"
+#include "cli/Escaped.h"
 #include "cli/Interrupt.h"
 
 namespace kestro::tool {
@@ -33,17 +34,23 @@ RecordService::~RecordService() {
 void RecordService::Begin(std::shared_ptr<record::Recorder> recorder,
                           record::Tracks const& tracks) {
   _report.Begin(std::move(recorder), tracks);
+  _manager.Send("READY=1");
 }
 
 void RecordService::Finish() {
   if (_finishing.exchange(true)) return;
   _report.Finish();
+  _manager.Send("STOPPING=1");
 }
 
 void RecordService::Run() {
   ControlClients clients(
       _socket ? _socket->Number() : -1,
       [this](std::string_view line, char const* fault) { return Answer(line, fault); });
+  auto const alive = std::chrono::duration_cast<std::chrono::milliseconds>(_manager.Watchdog());
+  auto const period = alive.count() == 0 ? std::chrono::milliseconds(1000)
+                                         : std::clamp(alive / 4, std::chrono::milliseconds(10),
+                                                      std::chrono::milliseconds(1000));
   auto next = Clock::now();
   for (;;) {
     auto events = clients.Events();
@@ -54,13 +61,31 @@ void RecordService::Run() {
     clients.Serve(events.data());
     if (Clock::now() < next) continue;
     Tick();
-    next = Clock::now() + std::chrono::seconds(1);
+    next = Clock::now() + period;
   }
 }
 
 void RecordService::Tick() {
   _report.Sample();
   if (StopRequested() && !_finishing) RequestStop();
+  if (!_manager) return;
+  if (std::string line = Escaped(_report.Line(), false); line != _lastLine) {
+    _manager.Send("STATUS=" + line);
+    _lastLine = std::move(line);
+  }
+  if (_manager.Watchdog().count() == 0 || Clock::now() < _nextAlive || !Progresses()) return;
+  _manager.Send("WATCHDOG=1");
+  _nextAlive = Clock::now() + _manager.Watchdog() / 2;
+}
+
+// Whether the thread that records goes on, and the storage accepts packets.
+bool RecordService::Progresses() {
+  auto const recorder = _report.Recorder();
+  if (_finishing || recorder == nullptr) return true;
+  record::Status const status = recorder->GetStatus();
+  Seen const last = std::exchange(_seen, {_turns, status.packets, status.dropped});
+  return _seen.turns != last.turns &&
+         (_seen.dropped == last.dropped || _seen.stored != last.stored);
 }
 
 std::string RecordService::Answer(std::string_view line, char const* fault) {

@@ -1,8 +1,8 @@
-// Lets people and programs watch and control a recording.
+// Lets people, programs and the service manager watch and control a recording.
 #pragma once
 
 #include <atomic>
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +13,7 @@
 #include "cli/ControlRequest.h"
 #include "cli/ControlSocket.h"
 #include "cli/Descriptor.h"
+#include "cli/ServiceManager.h"
 #include "verbs/StatusFile.h"
 #include "verbs/StatusReport.h"
 
@@ -28,7 +29,7 @@ struct ServiceOptions {
 //
 //   RecordService service(options, addresses);
 //   service.Begin(recorder, tracks);
-//   while (...) { service.CountPacket(bytes); recorder->Push(...); }
+//   while (...) { service.Proceed(); service.CountPacket(bytes); recorder->Push(...); }
 //   service.Finish();
 //   recorder->Stop();
 class RecordService {
@@ -41,6 +42,8 @@ class RecordService {
   // The inputs are open.
   void Begin(std::shared_ptr<record::Recorder> recorder, record::Tracks const& tracks);
   void ChangeTracks(record::Tracks const& tracks) { _report.ChangeTracks(tracks); }
+  // Call it for every turn of the loop that records: without turns, the service hangs.
+  void Proceed() { ++_turns; }
   void CountPacket(std::size_t bytes) { _report.CountPacket(bytes); }
   // The inputs have ended or are interrupted.
   void Finish();
@@ -50,16 +53,25 @@ class RecordService {
 
   void Run();
   void Tick();
+  bool Progresses();
   std::string Answer(std::string_view line, char const* fault);
   Json Perform(ControlRequest const& request);
 
+  ServiceManager const _manager;
   StatusReport _report;
   std::optional<ControlSocket> _socket;
   std::optional<StatusFile> _file;
   Descriptor const _wake;  // ends the thread
 
   std::atomic<bool> _finishing{false};
+  std::atomic<std::uint64_t> _turns{0};
 
+  // Of the thread.
+  Clock::time_point _nextAlive;
+  struct Seen {
+    std::uint64_t turns = 0, stored = 0, dropped = 0;
+  } _seen;
+  std::string _lastLine;
   std::thread _thread;
 };
 

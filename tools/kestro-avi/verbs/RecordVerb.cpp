@@ -62,6 +62,7 @@ bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordSer
   std::size_t track = 0;
   TimedPacket packet;
   while (Session::Outcome const outcome = session.Next(track, packet)) {
+    service.Proceed();
     WriteEvents(session);
     if (outcome == Session::kTracks) {
       if (!ChangeTracks(session, recorder, service)) return false;
