@@ -11,10 +11,11 @@ if(CMAKE_INSTALL_PREFIX STREQUAL /usr AND EXISTS /etc/debian_version)
 endif()
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 set(man_dir ${CMAKE_INSTALL_MANDIR}/man1)
+set(examples_dir ${CMAKE_INSTALL_DATADIR}/doc/kestro-avi/examples)
 
 # First record which of these folders the install creates, for the uninstall.
 set(folders ${CMAKE_INSTALL_BINDIR} ${plugin_dir} ${config_dir} ${pkgconfig_dir} ${include_dir}/base
-  ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir})
+  ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir} ${examples_dir})
 install(CODE "set(folders \"${folders}\")\nset(made \"${PROJECT_BINARY_DIR}/install_folders.txt\")"
   ALL_COMPONENTS)
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallFolders.cmake ALL_COMPONENTS)
@@ -56,6 +57,8 @@ install(FILES ${here}/kestro.pc ${here}/kestro-recorder.pc DESTINATION ${pkgconf
 if(TARGET kestro-avi)
   kestro_rpath(kestro-avi ${CMAKE_INSTALL_FULL_BINDIR})
   install(TARGETS kestro-avi RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES ${PROJECT_SOURCE_DIR}/examples/kestro-camera@.service
+    DESTINATION ${examples_dir} COMPONENT tool)
 endif()
 if(TARGET kestromedia)
   kestro_rpath(kestromedia ${CMAKE_INSTALL_FULL_LIBDIR}/kestro)

@@ -95,7 +95,7 @@ if [[ $with_tool == 1 ]]; then
     quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)"
   mv "$prefix.away" "$prefix"
   for page in man/man1/kestro-avi.1 bash-completion/completions/kestro-avi \
-    fish/vendor_completions.d/kestro-avi.fish; do
+    fish/vendor_completions.d/kestro-avi.fish doc/kestro-avi/examples/kestro-camera@.service; do
     [[ -s $prefix/share/$page ]] || die "no $page"
   done
   [[ -s $(find "$prefix/share/zsh" -name _kestro-avi) ]] || die "no completion for zsh"
