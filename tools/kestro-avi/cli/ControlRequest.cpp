@@ -6,19 +6,23 @@
 
 #include "cli/DidYouMean.h"
 #include "cli/Errors.h"
+#include "cli/Text.h"
 
 namespace kestro::tool {
 
 static constexpr struct {
   char const* name;
   ControlRequest::Kind kind;
-  std::size_t words;  // after the name
+  std::size_t least, most;  // words after the name
   char const *usage, *text;
 } kRequests[] = {
-    {"split", ControlRequest::kSplit, 0, "split", "start a new file with the next key frame"},
-    {"status", ControlRequest::kStatus, 0, "status", "the state of the recording"},
-    {"stop", ControlRequest::kStop, 0, "stop", "end the recording"},
-    {"help", ControlRequest::kHelp, 0, "help", "this list"},
+    {"event", ControlRequest::kEvent, 1, 3, "event LABEL [BEFORE AFTER]",
+     "protect what was recorded BEFORE and AFTER this moment, or record it"},
+    {"split", ControlRequest::kSplit, 0, 0, "split", "start a new file with the next key frame"},
+    {"status", ControlRequest::kStatus, 0, 0, "status", "the state of the recording"},
+    {"stop", ControlRequest::kStop, 0, 0, "stop", "end the recording"},
+    {"unprotect", ControlRequest::kUnprotect, 1, 1, "unprotect FILE", "allow to delete a file"},
+    {"help", ControlRequest::kHelp, 0, 0, "help", "this list"},
 };
 
 char const* ControlRequest::Fault(std::string_view line) {
@@ -79,10 +83,14 @@ ControlRequest ControlRequest::Parse(std::string_view line) {
     for (auto const& request : kRequests) names.emplace_back(request.name);
     throw Error(kUsage, "unknown request '" + words[0] + "'" + DidYouMean(words[0], names));
   }
-  if (words.size() - 1 != known->words)
+  std::size_t const values = words.size() - 1;
+  if (values < known->least || values > known->most || values == 2)
     throw Error(kUsage, std::string("the request is: ") + known->usage);
   ControlRequest request;
   request.kind = known->kind;
+  if (values > 0) request.text = words[1];
+  if (values > 2)
+    request.times = {ParseTime_ns("BEFORE", words[2]), ParseTime_ns("AFTER", words[3])};
   return request;
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,7 +16,12 @@ namespace kestro::tool {
 struct ControlRequest {
   static constexpr std::size_t kLongestLine = 4096;  // in bytes, without its end
 
-  enum Kind { kSplit, kStatus, kStop, kHelp } kind = kHelp;
+  enum Kind { kEvent, kSplit, kStatus, kStop, kUnprotect, kHelp } kind = kHelp;
+  std::string text;  // kEvent: the label, kUnprotect: the file
+  struct Times {
+    std::int64_t before_ns, after_ns;
+  };
+  std::optional<Times> times;  // kEvent
 
   // Parses a line without its end. Throws Error.
   static ControlRequest Parse(std::string_view line);

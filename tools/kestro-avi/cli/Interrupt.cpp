@@ -1,6 +1,7 @@
 #include "cli/Interrupt.h"
 
 #include <pthread.h>
+#include <sys/signalfd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -38,6 +39,14 @@ void RequestStop() {
 }
 
 bool StopRequested() { return stopRequested && !interrupted; }
+
+Descriptor EventSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
+}
 
 void SleepUntil(std::chrono::steady_clock::time_point then) {
   // In slices, because a signal may come just before the sleep begins.

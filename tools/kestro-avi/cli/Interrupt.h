@@ -3,6 +3,8 @@
 
 #include <chrono>
 
+#include "cli/Descriptor.h"
+
 namespace kestro::tool {
 
 // From now on the first SIGINT or SIGTERM only makes Interrupted() true, and the second one kills
@@ -16,6 +18,10 @@ bool Interrupted();
 void RequestStop();
 // Whether the program ends because of RequestStop alone.
 bool StopRequested();
+
+// Blocks SIGUSR1 for this thread and those that it starts, and returns a descriptor from which a
+// signalfd_siginfo can be read for it, without blocking. Call it before other threads are started.
+Descriptor EventSignals();
 
 // Returns at that time, or earlier when interrupted.
 void SleepUntil(std::chrono::steady_clock::time_point then);

@@ -82,6 +82,7 @@ void RecordOptions::AddTo(CLI::App& app) {
   AddSyncs(app);
   AddTags(app);
   AddSettings(app);
+  AddRetention(app);
   AddService(app);
   json.AddTo(app, JsonOption::kLines);
   progress.AddTo(app);
@@ -187,6 +188,22 @@ void RecordOptions::AddSettings(CLI::App& app) {
   app.add_option("--plugin", plugin, "The plug-in or its folder")->type_name("PATH");
 }
 
+void RecordOptions::AddRetention(CLI::App& app) {
+  auto& retention = recorder.retention;
+  app.add_option("--keep-free", _keepFree, "Delete the oldest files to keep this much space free")
+      ->type_name("BYTES");
+  app.add_option("--keep-bytes", _keepBytes, "Delete the oldest files beyond this size in all")
+      ->type_name("BYTES");
+  app.add_option("--keep-files", retention.keepFiles, "Delete the oldest files beyond this number")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000000));
+  app.add_option("--keep-age", _keepAge, "Delete files that ended longer ago")->type_name("T");
+  app.add_flag("--event-only", recorder.events.only, "Record only around events");
+  app.add_option("--before", _before, "How long before an event is kept [10]")->type_name("T");
+  app.add_option("--after", _after, "How long after an event is kept [20]")->type_name("T");
+  app.add_flag("--no-protect", _noProtect, "Events do not protect files from being deleted");
+}
+
 void RecordOptions::AddService(CLI::App& app) {
   app.add_option("--control", service.control,
                  "Take requests on this Unix socket: \"help\" lists them")
@@ -247,12 +264,24 @@ void RecordOptions::Check() {
                 "the first file would get all texts");
   if (_spillSeconds >= 0) recorder.spillSeconds = _spillSeconds;
   CheckSync();
+  CheckRetention();
   for (std::string const& setting : _settings) {
     std::size_t const sign = setting.find('=');
     if (sign == 0 || sign == std::string::npos)
       throw Error(kUsage, "--set: \"" + setting + "\" is not name=value");
     recorder.properties.emplace_back(setting.substr(0, sign), setting.substr(sign + 1));
   }
+}
+
+void RecordOptions::CheckRetention() {
+  auto& retention = recorder.retention;
+  auto& events = recorder.events;
+  if (!_keepFree.empty()) retention.keepFree = ParseSize("--keep-free", _keepFree);
+  if (!_keepBytes.empty()) retention.keepBytes = ParseSize("--keep-bytes", _keepBytes);
+  if (!_keepAge.empty()) retention.keepAge_ns = ParseTime_ns("--keep-age", _keepAge);
+  if (!_before.empty()) events.before_ns = ParseTime_ns("--before", _before);
+  if (!_after.empty()) events.after_ns = ParseTime_ns("--after", _after);
+  events.protect = !_noProtect;
 }
 
 void RecordOptions::CheckSync() {

@@ -39,7 +39,9 @@ class RecordOptions {
   void AddSyncs(CLI::App& app);
   void AddSettings(CLI::App& app);
   void AddService(CLI::App& app);
+  void AddRetention(CLI::App& app);
   void CheckSync();
+  void CheckRetention();
 
   std::vector<std::string> _settings, _maps;
   std::string _strdFile, _rate, _start, _duration, _segmentSize, _segmentTime, _junk;
@@ -50,6 +52,8 @@ class RecordOptions {
   std::string _sync = "off", _interval, _reserve, _reserveTime;
   bool _noVideo = false, _noAudio = false, _noText = false, _frontOnly = false;
   int _spillSeconds = -1;
+  std::string _keepFree, _keepBytes, _keepAge, _before, _after;
+  bool _noProtect = false;
 };
 
 }  // namespace kestro::tool

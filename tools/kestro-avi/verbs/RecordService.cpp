@@ -2,16 +2,17 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/signalfd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "cli/Answer.h"
 #include "cli/ControlClients.h"
 #include "cli/Errors.h"
 #include "cli/Escaped.h"
-#include "cli/Interrupt.h"
 
 namespace kestro::tool {
 
@@ -54,11 +55,13 @@ void RecordService::Run() {
   auto next = Clock::now();
   for (;;) {
     auto events = clients.Events();
+    events.push_back({_signals.Number(), POLLIN, 0});
     events.push_back({_wake.Number(), POLLIN, 0});
     auto const wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     poll(events.data(), events.size(), static_cast<int>(std::max<long long>(0, wait.count())));
     if (events.back().revents != 0) return;
     clients.Serve(events.data());
+    if (events[events.size() - 2].revents != 0) TakeSignal();
     if (Clock::now() < next) continue;
     Tick();
     next = Clock::now() + period;
@@ -88,6 +91,34 @@ bool RecordService::Progresses() {
          (_seen.dropped == last.dropped || _seen.stored != last.stored);
 }
 
+void RecordService::TakeSignal() {
+  signalfd_siginfo signal;
+  if (read(_signals.Number(), &signal, sizeof signal) != sizeof signal) return;
+  ControlRequest request;
+  request.kind = ControlRequest::kEvent;
+  request.text = "SIGUSR1";
+  try {
+    Perform(request);
+  } catch (Error const& error) {
+    ReportWarning(std::string("SIGUSR1: ") + error.what());
+  }
+}
+
+static void Check(record::Code code) {
+  switch (code) {
+    case record::Code::kOk:
+      return;
+    case record::Code::kInvalid:
+      throw Error(kUsage, "the times must be at most a day");
+    case record::Code::kEnded:
+      throw Error(kIo, "the recording has ended");
+    case record::Code::kMemory:
+      throw Error(kIo, "out of memory");
+    default:
+      throw Error(kIo, "the recording has failed");
+  }
+}
+
 std::string RecordService::Answer(std::string_view line, char const* fault) {
   Json answer{{"ok", true}};
   try {
@@ -101,13 +132,22 @@ std::string RecordService::Answer(std::string_view line, char const* fault) {
 
 Json RecordService::Perform(ControlRequest const& request) {
   auto const recorder = _report.Recorder();
-  auto const require = [&recorder] {
+  auto const require = [&recorder]() -> record::Recorder& {
     if (recorder == nullptr) throw Error(kIo, "the inputs are not open yet");
-    return recorder;
+    return *recorder;
   };
   switch (request.kind) {
+    case ControlRequest::kEvent:
+      Check(request.times
+                ? require().Event(request.text, request.times->before_ns, request.times->after_ns)
+                : require().Event(request.text));
+      break;
+    case ControlRequest::kUnprotect:
+      if (record::Result const result = require().Unprotect(request.text); !result)
+        throw Error(kIo, result.text);
+      break;
     case ControlRequest::kSplit:
-      require()->Split();
+      require().Split();
       break;
     case ControlRequest::kStatus:
       return _report.Get();

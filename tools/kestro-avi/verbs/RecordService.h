@@ -13,6 +13,7 @@
 #include "cli/ControlRequest.h"
 #include "cli/ControlSocket.h"
 #include "cli/Descriptor.h"
+#include "cli/Interrupt.h"
 #include "cli/ServiceManager.h"
 #include "verbs/StatusFile.h"
 #include "verbs/StatusReport.h"
@@ -24,8 +25,9 @@ struct ServiceOptions {
   std::string status;   // path of the status file, empty: none
 };
 
-// Works on its own threads, and never holds up the recording. Create it before other threads, and
-// call the functions from the thread that records, in this order:
+// The signal SIGUSR1 is an event with this label. Works on its own threads, and never holds up the
+// recording. Create it before other threads, and call the functions from the thread that records,
+// in this order:
 //
 //   RecordService service(options, addresses);
 //   service.Begin(recorder, tracks);
@@ -53,6 +55,7 @@ class RecordService {
 
   void Run();
   void Tick();
+  void TakeSignal();
   bool Progresses();
   std::string Answer(std::string_view line, char const* fault);
   Json Perform(ControlRequest const& request);
@@ -62,6 +65,7 @@ class RecordService {
   std::optional<ControlSocket> _socket;
   std::optional<StatusFile> _file;
   Descriptor const _wake;  // ends the thread
+  Descriptor const _signals = EventSignals();
 
   std::atomic<bool> _finishing{false};
   std::atomic<std::uint64_t> _turns{0};

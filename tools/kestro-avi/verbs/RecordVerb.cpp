@@ -129,6 +129,14 @@ void RecordVerb::HandleEvent(record::Event const& event) {
       _bytes += event.bytes;
       break;
     }
+    case record::Event::kDeleted:
+      Report(event.text);
+      WriteEvent({{"event", "deleted"}, {"file", event.path}, {"bytes", event.bytes}});
+      break;
+    case record::Event::kProtected:
+      Report(event.text);
+      WriteEvent({{"event", "protected"}, {"file", event.path}});
+      break;
     case record::Event::kNote:
       ReportNote({event.text, nullptr, {{"file", event.path}}});
       break;
@@ -225,7 +233,7 @@ int RecordVerb::Finish(Session& session, record::Recorder& recorder, Progress& p
 
   if (!complete) return kIo;
   if (Interrupted() && !StopRequested()) return kInterrupted;
-  if (status.packets == 0 && !StopRequested())
+  if (status.packets == 0 && !StopRequested() && !_options.recorder.events.only)
     throw Error(kUnusable,
                 "nothing was recorded: no key frame, audio or text in the selected part");
   if (!failures.empty()) return kIo;

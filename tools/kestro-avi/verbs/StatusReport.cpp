@@ -84,7 +84,7 @@ double StatusReport::PerSecond(std::uint64_t Count::*member) const {
 }
 
 char const* StatusReport::State(record::Status const& status) const {
-  static constexpr char const* kStates[] = {"waiting", "recording", "failed", "stopped"};
+  static constexpr char const* kStates[] = {"waiting", "recording", "failed", "stopped", "idle"};
   if (_stage == kOpening) return "opening";
   if (_stage == kStopped) return "stopped";
   if (_stage == kStopping && status.state != record::Status::kFailed) return "stopping";
@@ -114,6 +114,13 @@ Json StatusReport::Get() const {
           {"longest_wait_ms", status.longestWait_us / 1000},
           {"dropped", status.dropped},
           {"dropped_groups", status.droppedGroups},
+          {"events", status.events},
+          {"protected_files", status.protectedFiles},
+          {"deleted_files", status.deletedFiles},
+          {"deleted_bytes", status.deletedBytes},
+          {"free", status.free == UINT64_MAX ? Json() : Json(status.free)},
+          {"space_waits", status.spaceWaits},
+          {"longest_space_wait_ms", status.longestSpaceWait_us / 1000},
           {"warnings", status.warnings},
           {"last_error", status.lastError}};
 }
