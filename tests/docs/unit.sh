@@ -25,12 +25,12 @@ command_of() {
   sed ':more; /\\$/ { N; s/\\\n *//; b more }' kestro-camera@.service |
     sed -n "s|%t|$work|g; s/%i/front/g; s/%%/%/g; s/^$1=-\?//p"
 }
-"$tool" record --sync in-place --segment-time 1 -o card/front-old-%d.avi "$clip" 2>/dev/null
-truncate -s -3000 card/front-old-4.avi
+"$tool" record --sync in-place --segment-time 1 -o card/front-20261122-145637-%05N.avi "$clip" 2>/dev/null
+truncate -s -3000 card/front-20261122-145637-00004.avi
 eval "$(command_of ExecStartPre)" >/dev/null 2>&1 || true
 "$tool" verify card/front-*.avi >verified || die "the repair before the start: $(<verified)"
 export OPTIONS='--duration 2' ADDRESS=$clip
 eval "$(command_of ExecStart)" 2>errors || die "ExecStart: $(<errors)"
-recorded=$(grep -c '00001.avi: 50 packets, 2.000 s' errors) || die "recorded: $(<errors)"
+recorded=$(grep -c '00005.avi: 50 packets, 2.000 s' errors) || die "recorded: $(<errors)"
 grep -q '"state": "stopped"' kestro/front/status.json || die "no status"
 echo "ok    $recorded file"
