@@ -202,5 +202,36 @@ TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
           {"-o x.avi --drop", 2, "--realtime"}});
 }
 
+TEST_F(SegmentTest, DeletesTheOldestFiles) {
+  std::string const record = "record --json --segment-time 1 -o cam-%d.avi media/clip25.h264 ";
+  struct {
+    char const *limit, *said;
+    int code;
+    std::vector<int> files;  // after it; each run records four
+  } const cases[] = {
+      {"", "opened", 0, {1, 2, 3, 4}},
+      {"--keep-files 3", R"({"event":"deleted","file":"cam-2.avi","bytes":)", 0, {6, 7, 8}},
+      {"--keep-free 1K", "\"end\"", 0, {6, 7, 8, 9, 10, 11, 12}},
+      {"--keep-bytes 90K", R"("deleted","file":"cam-8.avi")", 0, {}},
+      {"--keep-age 0.001", "deleted", 0, {}},
+      {"--keep-files 0", "is not in the range 1 to", 2, {}},
+      {"--keep-age 0", "must be more than 0", 2, {}},
+  };
+  for (auto const& c : cases) {
+    Result const result = Run(record + c.limit);
+    EXPECT_EQ(result.code, c.code) << c.limit << result.err;
+    EXPECT_THAT(result.out, HasSubstr(c.said)) << c.limit;
+    if (c.files.empty()) continue;
+    std::vector<int> files;
+    for (int i = 1; i < 30; ++i)
+      if (fs::exists(At("cam-" + std::to_string(i) + ".avi"))) files.push_back(i);
+    EXPECT_EQ(files, c.files) << c.limit;
+  }
+  Shell("for file in cam-*.avi; do touch $file.keep; done");
+  Result const full = Run(record + "--keep-files 1");
+  EXPECT_EQ(full.code, 3);
+  EXPECT_THAT(full.out, HasSubstr("nothing may be deleted"));
+}
+
 }  // namespace
 }  // namespace kestro::tool
