@@ -18,10 +18,10 @@ TEST(FileTimes, DatesBecomeTimesInAllFilesTogether) {
   std::int64_t begin_ms = 0;
   for (int start_s : {0, 12, 22, -28, 5}) {
     avi::StartTime const start{start_s == 5 ? 5 : minute_ns + start_s * 1000000000LL, start_s != 5};
-    times.Add({"cam.avi", begin_ms, 10000, start, {}});
+    times.Add({"cam.avi", begin_ms, 10000, start, {}, {}});
     begin_ms += 10000;
   }
-  none.Add({"old.avi", 0, 10000, std::nullopt, {}});
+  none.Add({"old.avi", 0, 10000, std::nullopt, {}, {}});
   struct {
     char const* text;
     std::int64_t begin_ms, end_ms;  // -1: refused
@@ -121,6 +121,18 @@ TEST_F(StartTime, IsKeptAndFoundByClips) {
   std::string const all = " a-1.avi a-2.avi b-1.avi b-2.avi";
   EXPECT_THAT(Run("clip --list" + all).out,
               HasSubstr("       4.000        6.000  2026-11-22T14:57:10.000Z  b-1.avi\n"));
+  std::string const mark =
+      R"({"label": "door\nopen", "time": "2026-11-22T14:57:01.500Z", "window": )"
+      R"({"from": "2026-11-22T14:56:59.000Z", "to": "2026-11-22T14:57:03.000Z"}})";
+  Write("a-1.avi.keep", mark);
+  Write("a-2.avi.keep", mark);
+  Write("b-1.avi.keep", "torn{");
+  EXPECT_THAT(Run("clip --list" + all).out,
+              HasSubstr("       1.500        3.000  2026-11-22T14:57:01.500Z  door open\n"
+                        "           -            -                            \n"));
+  EXPECT_THAT(Replaced(Run("clip --list --json" + all).out, "\n      ", ""),
+              HasSubstr("\"at_ms\": 1500,\"begin_ms\": 1500,\"end_ms\": 3000,\"files\": [  "
+                        "\"a-1.avi\",  \"a-2.avi\"]"));
   struct {
     char const *arguments, *error, *start;
     int frames;

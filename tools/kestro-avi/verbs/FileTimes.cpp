@@ -114,6 +114,56 @@ Json FileTimes::Texts() const {
   return list;
 }
 
+// Where the files have this date; -1 if they do not, or if it is none.
+std::int64_t FileTimes::Find_ms(std::string const& date) const {
+  auto const time = avi::IsoTime::Parse(date);
+  if (!time || !time->zoned) return -1;
+  std::int64_t const time_ms = time->time_ns / kMs;
+  for (File const& file : Dated())
+    if (Start_ms(file) <= time_ms && time_ms <= Stop_ms(file))
+      return file.begin_ms + time_ms - Start_ms(file);
+  return -1;
+}
+
+// An event that several files are kept for is one mark.
+std::vector<FileTimes::Mark> FileTimes::Marks() const {
+  std::vector<Mark> marks;
+  for (File const& file : _files)
+    for (avi::KeepMarker::Event const& event : file.marks) {
+      auto const same = std::find_if(marks.begin(), marks.end(), [&](Mark const& mark) {
+        return !event.time.empty() && mark.event.label == event.label &&
+               mark.event.time == event.time && mark.event.from == event.from &&
+               mark.event.to == event.to;
+      });
+      if (same != marks.end()) {
+        same->files.push_back(file.path);
+        continue;
+      }
+      std::int64_t const at_ms = Find_ms(event.time);
+      std::int64_t const begin_ms = Find_ms(event.from), end_ms = Find_ms(event.to);
+      marks.push_back({event,
+                       at_ms,
+                       begin_ms < 0 ? at_ms : begin_ms,
+                       end_ms < 0 ? at_ms : end_ms,
+                       {file.path}});
+    }
+  return marks;
+}
+
+Json FileTimes::Events() const {
+  Json list = Json::array();
+  auto const known = [](std::int64_t time_ms) { return time_ms < 0 ? Json() : Json(time_ms); };
+  for (Mark const& mark : Marks())
+    list.push_back({{"label", mark.event.label},
+                    {"time", mark.event.time},
+                    {"window", {{"from", mark.event.from}, {"to", mark.event.to}}},
+                    {"at_ms", known(mark.at_ms)},
+                    {"begin_ms", known(mark.begin_ms)},
+                    {"end_ms", known(mark.end_ms)},
+                    {"files", mark.files}});
+  return list;
+}
+
 // The columns before the last one; times are those in the file.
 std::string FileTimes::Row(File const& file, std::int64_t begin_ms, std::int64_t end_ms) const {
   char times[64], date[64] = "";
@@ -121,6 +171,12 @@ std::string FileTimes::Row(File const& file, std::int64_t begin_ms, std::int64_t
                 double(file.begin_ms + end_ms) / 1000);
   if (HasStarts()) std::snprintf(date, sizeof date, "%-24s  ", Date(file, begin_ms).c_str());
   return std::string(times) + date;
+}
+
+static std::string OneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  return text;
 }
 
 std::string FileTimes::Table() const {
@@ -132,13 +188,25 @@ std::string FileTimes::Table() const {
   for (File const& file : _files) {
     files += Row(file, 0, file.length_ms) + Shown(file.path) + "\n";
     for (TimedText const& text : file.texts) {
-      std::string line = text.text;
-      std::replace_if(
-          line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
-      texts += Row(file, text.start_ms, text.end_ms) + Shown(line) + "\n";
+      texts += Row(file, text.start_ms, text.end_ms) + Shown(OneLine(text.text)) + "\n";
     }
   }
-  return texts.empty() ? files : files + head("text") + texts;
+  if (!texts.empty()) files += head("text") + texts;
+  auto const marks = Marks();
+  if (!marks.empty()) files += head("event");
+  auto const number = [](std::int64_t time_ms) {
+    char text[32] = "-";
+    if (time_ms >= 0) std::snprintf(text, sizeof text, "%.3f", double(time_ms) / 1000);
+    return std::string(text);
+  };
+  for (Mark const& mark : marks) {
+    char line[128];
+    std::snprintf(line, sizeof line, HasStarts() ? "%12s %12s  %-24s  " : "%12s %12s  ",
+                  number(mark.begin_ms).c_str(), number(mark.end_ms).c_str(),
+                  mark.event.time.substr(0, 24).c_str());
+    files += line + Shown(OneLine(mark.event.label)) + "\n";
+  }
+  return files;
 }
 
 }  // namespace kestro::tool

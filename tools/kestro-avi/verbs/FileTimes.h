@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "avi/KeepMarker.h"
 #include "avi/StartTime.h"
 #include "cli/Documents.h"
 #include "media/TimedText.h"
@@ -28,6 +29,7 @@ class FileTimes {
     std::int64_t begin_ms, length_ms;     // as if there were no gaps between the files
     std::optional<avi::StartTime> start;  // as the file stores it
     std::vector<TimedText> texts;         // with times in this file
+    std::vector<avi::KeepMarker::Event> marks;
   };
   void Add(File file) { _files.push_back(std::move(file)); }
 
@@ -41,9 +43,18 @@ class FileTimes {
   std::string Table() const;  // for people
   Json List() const;
   Json Texts() const;
+  Json Events() const;
   bool HasStarts() const;
 
  private:
+  // An event, with its times as if there were no gaps between the files; -1: unknown.
+  struct Mark {
+    avi::KeepMarker::Event event;
+    std::int64_t at_ms, begin_ms, end_ms;
+    std::vector<std::string> files;
+  };
+  std::vector<Mark> Marks() const;
+  std::int64_t Find_ms(std::string const& date) const;
   std::vector<File> Dated() const;
   std::string Row(File const& file, std::int64_t begin_ms, std::int64_t end_ms) const;
   [[noreturn]] void Refuse(Moment const& moment) const;

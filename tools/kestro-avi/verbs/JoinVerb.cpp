@@ -16,6 +16,7 @@
 #include "media/Scaled.h"
 #include "repair/Rates.h"
 #include "verbs/ExtractRange.h"
+#include "verbs/FileMarks.h"
 #include "verbs/FileTexts.h"
 #include "verbs/TrackFormats.h"
 #include "verify/KeyFrame.h"
@@ -35,7 +36,7 @@ void JoinVerb::AddTo(CLI::App& app) {
         app.add_option("--from", _from, "Begin with the key frame at or before this time")
             ->type_name("T");
     auto* const to = app.add_option("--to", _to, "End at this time")->type_name("T");
-    app.add_flag("--list", _list, "List the files and texts with their times and dates instead")
+    app.add_flag("--list", _list, "List the files, texts and events with their times and dates")
         ->excludes(output)
         ->excludes(from)
         ->excludes(to);
@@ -128,7 +129,8 @@ void JoinVerb::ReadParts() {
     avi::Software const software = avi.ReadSoftware();
     _parts.push_back({path, start_ms, end_ns / 1000000 - start_ms, head.numbers, software.start});
     _times.Add({path, start_ms, _parts.back().length_ms, software.start,
-                _list ? ReadTexts(avi) : std::vector<TimedText>()});
+                _list ? ReadTexts(avi) : std::vector<TimedText>(),
+                _list ? ReadMarks(path) : std::vector<avi::KeepMarker::Event>()});
     if (_parts.size() == 1) _software = software.name;
   }
 }
@@ -266,7 +268,7 @@ int JoinVerb::Run() {
   if (_output.empty() && !_list) throw Error(kUsage, "--output is required");
   if (_list) {
     ReadParts();
-    SetAnswer({{"files", _times.List()}, {"texts", _times.Texts()}});
+    SetAnswer({{"files", _times.List()}, {"texts", _times.Texts()}, {"events", _times.Events()}});
     if (!_json) WriteData(_times.Table());
     return kOk;
   }
