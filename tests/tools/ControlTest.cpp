@@ -5,6 +5,7 @@
 #include <sys/un.h>
 
 #include <chrono>
+#include <csignal>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -89,9 +90,13 @@ TEST_F(ControlTest, AnswersRequests) {
       {"  split \r\nsplit\n", good + "\n" + good + "\n"},
       {"\"split\"\n", good + "\n"},
       {"help\n", "\"stop\":\"end the recording\""},
+      {"event door\n", good + "\n"},
+      {"event \"front \\\"door\\\" \\\\\" 5 1:00\n", good + "\n"},
       {"event\n", bad + "the request is: event LABEL [BEFORE AFTER]\"}\n"},
       {"event door 5\n", bad + "the request is: event"},
+      {"event door 5 24:00:01\n", bad + "the times must be at most a day\"}\n"},
       {"event door 5 -1\n", bad + R"(AFTER: \"-1\" is not a time)"},
+      {"unprotect other.avi\n", bad},
       {"unprotect none.avi now\n", bad + "the request is: unprotect FILE\"}\n"},
       {"sptil\nsplit\n", "unknown request 'sptil'; did you mean 'split'?\"}\n" + good},
       {"\n", bad + "the line is empty"},
@@ -114,6 +119,11 @@ TEST_F(ControlTest, AnswersRequests) {
     }
   }
   EXPECT_TRUE(Becomes([this] { return Status()["files"] > 1; })) << "split starts a file";
+  kill(pid_t(Status()["pid"]), SIGUSR1);
+  EXPECT_TRUE(Becomes([this] { return Status()["events"] == 3; })) << Status();
+  EXPECT_TRUE(Becomes([this] { return fs::exists(At("cam-1.avi.keep")); }));
+  EXPECT_EQ(Ask("unprotect cam-1.avi\n"), good + "\n");
+  EXPECT_FALSE(fs::exists(At("cam-1.avi.keep")));
   EXPECT_EQ(Ask("stop\n"), good + "\n");
   EXPECT_EQ(_run.get().code, 0);
   EXPECT_FALSE(fs::exists(At("socket")));
@@ -122,6 +132,29 @@ TEST_F(ControlTest, AnswersRequests) {
   EXPECT_GT(last["bits_per_s"], 0);
   EXPECT_EQ(last["tracks"][0]["codec"], "h264");
   EXPECT_EQ(Run("verify cam-*.avi").code, 0) << "stopped files are whole";
+  json events = json::parse(Run("clip --list --json cam-*.avi").out)["events"];
+  std::set<std::string> labels;
+  for (json const& event : events) labels.insert(event["label"]);
+  EXPECT_EQ(labels, (std::set<std::string>{"SIGUSR1", "door", "front \"door\" \\"}));
+}
+
+TEST_F(ControlTest, RecordsOnlyAroundEvents) {
+  Start("--realtime --json --event-only --before 1 --after 0.5 --control socket");
+  auto const becomes = [this](char const* state) {
+    return Becomes([&] { return Status().value("state", "") == state; });
+  };
+  ASSERT_TRUE(becomes("idle"));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Ask("event bell\n"), "{\"ok\":true}\n");
+    EXPECT_TRUE(becomes("recording")) << i;
+    EXPECT_TRUE(becomes("idle")) << i;
+  }
+  Ask("stop\n");
+  Result const result = _run.get();
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr(R"({"event":"protected","file":"cam-2.avi"})"));
+  EXPECT_EQ(Run("verify cam-1.avi cam-2.avi").code, 0);
+  EXPECT_FALSE(fs::exists(At("cam-3.avi")));
 }
 
 TEST_F(ControlTest, IsNotHeldUpByClients) {
@@ -134,10 +167,10 @@ TEST_F(ControlTest, IsNotHeldUpByClients) {
   std::vector<std::thread> threads;
   for (unsigned seed = 0; seed < 3; ++seed)
     threads.emplace_back([&, seed] {
-      char const* const requests[] = {"split\n", "status\n", "help\n"};
+      char const* const requests[] = {"split\n", "status\n", "help\n", "event alarm 0 1\n"};
       std::mt19937 random(seed);
       for (int i = 0; i < 100; ++i)
-        if (!json::parse(Ask(requests[random() % 3]), nullptr, false).value("ok", false)) ++refused;
+        if (!json::parse(Ask(requests[random() % 4]), nullptr, false).value("ok", false)) ++refused;
     });
   std::set<std::string> states;
   while (states.size() < 4) {
