@@ -25,9 +25,9 @@ struct ServiceOptions {
   std::string status;   // path of the status file, empty: none
 };
 
-// The signal SIGUSR1 is an event with this label. Works on its own threads, and never holds up the
-// recording. Create it before other threads, and call the functions from the thread that records,
-// in this order:
+// Works on its own threads, and never holds up the recording. SIGUSR1 is an event, with its name as
+// the label. Create the object before other threads, and call the functions from the thread that
+// records, in this order:
 //
 //   RecordService service(options, addresses);
 //   service.Begin(recorder, tracks);
@@ -44,6 +44,7 @@ class RecordService {
   // The inputs are open.
   void Begin(std::shared_ptr<record::Recorder> recorder, record::Tracks const& tracks);
   void ChangeTracks(record::Tracks const& tracks) { _report.ChangeTracks(tracks); }
+  void TakeNews(Notice const& news) { _report.TakeNews(news); }
   // Call it for every turn of the loop that records: without turns, the service hangs.
   void Proceed() { ++_turns; }
   void CountPacket(std::size_t bytes) { _report.CountPacket(bytes); }

@@ -63,7 +63,7 @@ bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordSer
   TimedPacket packet;
   while (Session::Outcome const outcome = session.Next(track, packet)) {
     service.Proceed();
-    WriteEvents(session);
+    WriteEvents(session, service);
     if (outcome == Session::kTracks) {
       if (!ChangeTracks(session, recorder, service)) return false;
       leading = FirstVideo(session.Tracks());
@@ -151,8 +151,11 @@ void RecordVerb::WriteBegin(record::Tracks const& tracks) const {
   WriteEvent({{"event", "begin"}, {"inputs", std::move(inputs)}, {"tracks", TracksJson(tracks)}});
 }
 
-void RecordVerb::WriteEvents(Session& session) {
-  for (Notice const& news : session.TakeNews()) ReportNote(news);
+void RecordVerb::WriteEvents(Session& session, RecordService& service) {
+  for (Notice const& news : session.TakeNews()) {
+    ReportNote(news);
+    service.TakeNews(news);
+  }
   for (Notice const& event : session.TakeEvents()) {
     WriteEvent(Level::kWarning, event);
     if (event.event == std::string("gap")) {
@@ -206,12 +209,13 @@ static void ReportAll(Level level, Notices const& notices) {
 }
 
 // Ends the last file, reports all problems and returns the exit code.
-int RecordVerb::Finish(Session& session, record::Recorder& recorder, Progress& progress,
-                       bool complete) {
+int RecordVerb::Finish(Session& session, record::Recorder& recorder, RecordService& service,
+                       Progress& progress, bool complete) {
+  service.Finish();
   record::Result const result = recorder.Stop();
   complete = complete && result;
   record::Status const status = recorder.GetStatus();
-  WriteEvents(session);
+  WriteEvents(session, service);
   SetTotals(status);
   auto const failures = session.Failures();
   auto findings = session.Findings();
@@ -294,8 +298,7 @@ int RecordVerb::Record(RecordService& service) {
   Progress progress = NewProgress(*session);
   service.Begin(recorder, session->Tracks());
   bool const complete = PushAll(*session, *recorder, service, progress);
-  service.Finish();
-  return Finish(*session, *recorder, progress, complete);
+  return Finish(*session, *recorder, service, progress, complete);
 }
 
 }  // namespace kestro::tool

@@ -22,7 +22,7 @@ class RecordVerb {
   void HandleEvent(record::Event const& event);
   void HandleProblem(record::Event const& event);
   void WriteBegin(record::Tracks const& tracks) const;
-  void WriteEvents(Session& session);
+  void WriteEvents(Session& session, RecordService& service);
   void WriteDrops(record::Recorder const& recorder, std::int64_t time_ns);
   void SetTotals(record::Status const& status) const;
   void ReportNotes(Session const& session, record::Recorder const& recorder) const;
@@ -31,7 +31,8 @@ class RecordVerb {
   int Record(RecordService& service);
   bool PushAll(Session& session, record::Recorder& recorder, RecordService& service,
                Progress& progress);
-  int Finish(Session& session, record::Recorder& recorder, Progress& progress, bool complete);
+  int Finish(Session& session, record::Recorder& recorder, RecordService& service,
+             Progress& progress, bool complete);
 
   RecordOptions _options;
   OpenStarts _starts;

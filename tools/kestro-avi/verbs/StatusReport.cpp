@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "avi/StartTime.h"
-#include "cli/Notice.h"
+#include "cli/Address.h"
 #include "cli/Text.h"
 
 namespace kestro::tool {
@@ -34,11 +36,32 @@ Json TracksJson(record::Tracks const& tracks) {
   return list;
 }
 
-StatusReport::StatusReport(std::vector<std::string> const& addresses) : _inputs(addresses) {}
+StatusReport::StatusReport(std::vector<std::string> const& addresses) {
+  for (std::string const& address : addresses)
+    _inputs.push_back({{"address", Hidden(address)}, {"state", "opening"}, {"losses", 0}});
+}
+
+void StatusReport::TakeNews(Notice const& news) {
+  static constexpr std::pair<std::string_view, char const*> kStates[] = {
+      {"lost", "lost"}, {"back", "open"}, {"gone", "gone"}};
+  std::lock_guard lock(_mutex);
+  for (auto const& [event, state] : kStates) {
+    if (news.event == nullptr || event != news.event) continue;
+    for (Json& input : _inputs) {
+      if (std::none_of(news.fields.begin(), news.fields.end(), [&](Notice::Field const& field) {
+            return field.key == std::string_view("input") && field.text == input["address"];
+          }))
+        continue;
+      input["state"] = state;
+      if (event == "lost") input["losses"] = input["losses"].get<unsigned>() + 1;
+    }
+  }
+}
 
 void StatusReport::Begin(std::shared_ptr<record::Recorder> recorder, record::Tracks const& tracks) {
   std::lock_guard lock(_mutex);
   _recorder = std::move(recorder);
+  for (Json& input : _inputs) input["state"] = "open";
   _tracks = TracksJson(tracks);
   _stage = kRunning;
 }

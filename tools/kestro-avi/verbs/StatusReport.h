@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli/Documents.h"
+#include "cli/Notice.h"
 #include "recorder/Recorder.h"
 
 namespace kestro::tool {
@@ -24,6 +25,8 @@ class StatusReport {
 
   void Begin(std::shared_ptr<record::Recorder> recorder, record::Tracks const& tracks);
   void ChangeTracks(record::Tracks const& tracks);
+  // An input was lost, is back, or is given up; other notices are ignored.
+  void TakeNews(Notice const& news);
   void CountPacket(std::size_t bytes);
   void Finish();  // the inputs have ended; files are being closed
   void End();
@@ -44,10 +47,10 @@ class StatusReport {
   char const* State(record::Status const& status) const;
   double PerSecond(std::uint64_t Count::*member) const;
 
-  Json const _inputs;
   std::atomic<std::uint64_t> _packets{0}, _bytes{0};  // from the inputs
 
   mutable std::mutex _mutex;  // protects what follows
+  Json _inputs = Json::array();
   std::shared_ptr<record::Recorder> _recorder;
   Json _tracks = Json::array();
   Stage _stage = kOpening;
