@@ -93,7 +93,8 @@ void Recorder::Work::Finish(FinishedFile file) {
   _events.Closed(file.path, file.duration_ns);
   _worker.Post([this, file = std::move(file)] {
     FinishFile(file, _options, [this](record::Event event) { Report(std::move(event)); });
-    if (_retention) _retention->Finished(file.path);
+    // Not before the application has seen that it is closed.
+    if (_retention) _worker.Post([this, path = file.path] { _retention->Finished(path); });
   });
 }
 
