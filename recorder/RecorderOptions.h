@@ -68,7 +68,8 @@ struct RetentionOptions {
   std::optional<std::uint64_t> keepFree;  // bytes that stay free on the file system
   // Most bytes of this recorder's files and their side files, the open one included.
   std::optional<std::uint64_t> keepBytes;
-  std::optional<std::uint64_t> keepFiles;  // most files, the open one included
+  // Most files, the open one included; protected ones do not count.
+  std::optional<std::uint64_t> keepFiles;
   // Files that ended longer ago are deleted. The age of files of this recorder is measured with
   // RecorderOptions::clock, which is then also called on the recorder's threads. That of older ones
   // is the wall clock's distance from the time at which they were modified; it is unknown when
@@ -155,12 +156,13 @@ struct Event {
 
 struct RecorderOptions {
   // "cam-%05d.avi" creates cam-00001.avi and so on; "cam.avi" creates cam.avi, cam-00002.avi and so
-  // on. Numbers of existing files are skipped. In the file name, %% is a percent sign.
+  // on; %% is a percent sign. If the name has a number or a date, or with limits (`retention`),
+  // numbers go on from the highest in the folder. Otherwise the first file must not exist yet, and
+  // numbers of others are skipped.
   //
   // "cam-%Y%m%d-%H%M%S-%05N.avi" also has the local time at which the file starts: with any of %Y,
   // %m, %H, %M and %S in the name, %d is the day and %N or %05N the number, which is added at the
-  // end of the name if it is missing. With such a name, or with limits (`retention`), numbers go on
-  // from the highest in the folder.
+  // end of the name if it is missing.
   std::string path;
   bool overwrite = false;         // overwrite existing files instead of skipping their numbers
   std::vector<std::string> keep;  // files that must never be overwritten

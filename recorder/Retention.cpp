@@ -268,7 +268,7 @@ SpaceNeed Retention::Measure() {
     if (_busy.count(file.name) != 0) continue;
     _usage.own += file.Bytes();
     _usage.kept += file.kept ? file.Bytes() : 0;
-    _usage.files += file.present;
+    _usage.files += file.present && !file.kept;
   }
   _counts.free = _usage.free;
   SpaceNeed need = Judge(_options.retention, _usage);

@@ -21,7 +21,7 @@ SegmentNames::SegmentNames(RecorderOptions const& options)
     : _options(options),
       _folder(FolderOf(options.path)),
       _pattern(options.path.substr(_folder.size())),
-      _goesOn(!options.overwrite && (_pattern.Dated() || options.retention.Any())) {
+      _goesOn(!options.overwrite && (_pattern.Numbered() || options.retention.Any())) {
   if (!_pattern.Valid())
     throw Refusal(Code::kInvalid, options.path +
                                       ": use % in the name only for one number, such as %05d, or "

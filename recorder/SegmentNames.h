@@ -9,9 +9,9 @@
 
 namespace kestro::record {
 
-// Gives files their names and numbers, see RecorderOptions::path. Numbers of existing files are
-// skipped unless they may be overwritten. With a date in the name, or with limits, numbers go on
-// from the highest in the folder, so that their order is that of recording.
+// Gives files their names and numbers, see RecorderOptions::path. Where numbers go on from the
+// highest in the folder, their order is that of recording. Existing files may be overwritten if the
+// options say so; numbers then begin with 1.
 class SegmentNames {
  public:
   // `options` must outlive the object. Throws Refusal when the name has a % without a meaning, or

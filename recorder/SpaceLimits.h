@@ -16,7 +16,7 @@ struct SpaceUsage {
   std::uint64_t kept = 0;           // ... of these, the protected ones
   std::uint64_t busy = 0;           // the open file and those that are being finished
   std::uint64_t pending = 0;        // what the busy files still need when they are closed now
-  std::uint64_t files = 0;          // recordings, busy ones included
+  std::uint64_t files = 0;          // recordings that are not protected, busy ones included
 };
 
 // What the limits require.

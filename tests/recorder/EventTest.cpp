@@ -241,8 +241,8 @@ TEST(Events, KeepFilesFromBeingDeleted) {
     int unprotect;        // after so many frames
     char const* files;    // that are left
   } const cases[] = {
-      {"with a marker", "", 1000, "2 9 10 "},
-      {"in memory, without a marker", ".keep", 1000, "2 9 10 "},
+      {"with a marker", "", 1000, "2 8 9 10 "},
+      {"in memory, without a marker", ".keep", 1000, "2 8 9 10 "},
       {"until it is unprotected", "", 150, "8 9 10 "},
   };
   for (auto const& c : cases) {

@@ -81,11 +81,11 @@ TEST(Names, NumbersGoOnFromTheHighest) {
     record::SyncOptions::Mode sync = record::SyncOptions::kOff;
     std::vector<int> hours = {10, 10, 10};  // of the local clock, when each file starts
   } const cases[] = {
-      {"gaps without limits",
+      {"without limits",
        "c-%d.avi",
        false,
        {"c-2.avi", "c-9.avi"},
-       {"c-1.avi", "c-3.avi", "c-4.avi"}},
+       {"c-10.avi", "c-11.avi", "c-12.avi"}},
       {"gaps with limits",
        "c-%d.avi",
        true,

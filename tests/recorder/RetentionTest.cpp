@@ -202,7 +202,6 @@ TEST(Retention, ClosesTheFileWholeWhenNothingMayBeDeleted) {
   } const limits[] = {
       {"free space", [](auto& o) { o.keepFree = 3 * kMiB; }, "the limit of free space cannot"},
       {"bytes", [](auto& o) { o.keepBytes = 5 * kMiB; }, "the limit of bytes cannot"},
-      {"files", [](auto& o) { o.keepFiles = 3; }, "the limit of files cannot"},
       {"the card", [](auto& o) { o.keepFiles = 99; }, "the storage is full"},
   };
   for (auto const& c : limits)

@@ -191,7 +191,8 @@ TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
   EXPECT_EQ(FileText(At("n-00004.avi")), FileText(At("n-00005.avi")));
   Expect("record media/clip25.h264",
          {{"--segment-size 1K -o g.avi", 1, "g-00004.avi: is larger"},
-          {"-o p%d.avi", 2, "p1.avi: exists"},
+          {"--segment-time 2 -o p%d.avi", 0, "p3.avi: "},
+          {"-o n.avi", 2, "n.avi: exists"},
           {"-o %d-%d.avi", 2, "one number"},
           {"-o 100%.avi", 2, "%% is a percent sign"},
           {"--segment-time 2 -o 100%%.avi", 0, "100%-00002.avi: "},
@@ -228,7 +229,7 @@ TEST_F(SegmentTest, DeletesTheOldestFiles) {
     EXPECT_EQ(files, c.files) << c.limit;
   }
   Shell("for file in cam-*.avi; do touch $file.keep; done");
-  Result const full = Run(record + "--keep-files 1");
+  Result const full = Run(record + "--keep-bytes 90K");
   EXPECT_EQ(full.code, 3);
   EXPECT_THAT(full.out, HasSubstr("nothing may be deleted"));
 }

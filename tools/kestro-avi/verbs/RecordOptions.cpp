@@ -51,7 +51,7 @@ static constexpr char kHelp[] =
     "A new file starts at a key frame: the first one after the time limit, or the last one before\n"
     "the file would exceed its size limit. OUT.avi is followed by OUT-00002.avi; cam-%05d.avi "
     "creates\n"
-    "cam-00001.avi and so on, and %% is a percent sign. Numbers of existing files are skipped.\n"
+    "cam-00001.avi and so on, after the highest number that is there; %% is a percent sign.\n"
     "Nothing is lost between the files.\n\n"
     "With --sync, the file stays playable when the recording is cut off: in-place keeps an index\n"
     "before the data up to date; image rewrites that index together with the headers after at\n"
