@@ -44,6 +44,7 @@ layer(bench ${host} common/ bench/ <libav>)
 layer(fuzz ${host} ${plugin} avi/ support/ crash/ cli/ verify/ repair/ fuzz/)
 layer(crash ${host} ${plugin} avi/ recorder/ support/ cli/ repair/ crash/)
 layer(rig ${host} avi/ support/ crash/ repair/ rig/)
+layer(soak ${host} avi/ recorder/ support/ soak/)
 layer(rig/record ${host} recorder/ support/ rig/ rig/record/)
 layer(examples ${host} ${recorder})
 
