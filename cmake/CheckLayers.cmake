@@ -36,6 +36,7 @@ layer(tests/support ${host} avi/ recorder/Storage.h support/)
 layer(tests/host ${host} support/)
 layer(tests/plugin ${host} ${plugin} support/)
 layer(tests/recorder ${host} avi/ recorder/ support/)
+layer(tests/live)
 layer(tests/target ${host} support/)
 layer(tests/tools ${host} ${plugin} avi/ recorder/ support/ tools/
   cli/ media/ media/libav/ verify/ repair/ plot/ verbs/)
