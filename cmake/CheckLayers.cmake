@@ -42,7 +42,7 @@ layer(tests/tools ${host} ${plugin} avi/ recorder/ support/ tools/
   cli/ media/ media/libav/ verify/ repair/ plot/ verbs/)
 layer(tests/package/consumer ${host} ${recorder})
 layer(bench ${host} common/ bench/ <libav>)
-layer(fuzz ${host} ${plugin} avi/ support/ crash/ cli/ verify/ repair/ fuzz/)
+layer(fuzz ${host} ${plugin} avi/ recorder/ support/ crash/ cli/ verify/ repair/ fuzz/)
 layer(crash ${host} ${plugin} avi/ recorder/ support/ cli/ repair/ crash/)
 layer(rig ${host} avi/ support/ crash/ repair/ rig/)
 layer(soak ${host} avi/ recorder/ support/ soak/)
