@@ -100,6 +100,7 @@ Session::Outcome InputSession::Next(std::size_t& track, TimedPacket& packet) {
         Place(packet);
         return kPacket;
       case Epoch::kEnd:
+        WatchInputs();
         if (_cutting) return Continue() ? kTracks : kEnd;
         if (!_absences.Awaited() || IsOver()) return kEnd;
         std::this_thread::sleep_for(kNap);
