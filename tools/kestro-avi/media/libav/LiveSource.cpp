@@ -170,6 +170,7 @@ int LiveSource::ReadPacket(Connection& connection, PacketPtr& packet) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (got < 0) return got;
+    if (_patience.TimedOut()) return AVERROR_EXIT;  // an unfinished frame that it still had
   }
   auto const stream = static_cast<unsigned>(packet->stream_index);
   AVStream const& from = *format->streams[stream];
