@@ -144,7 +144,7 @@ Result Recorder::Work::Unprotect(std::string const& path) {
   if (_options.verbatim || FolderOf(path) != folder ||
       !avi::NamePattern(_options.path.substr(folder.size())).Match(path.substr(folder.size())))
     return {Code::kInvalid, path + ": not a file of this recorder"};
-  Result const result = _events.Unprotect(path);
+  Result result = _events.Unprotect(path);
   if (_retention) _retention->Rescan();
   return result;
 }

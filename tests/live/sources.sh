@@ -24,13 +24,23 @@ camera() {
 }
 declare -A cameras
 
-# start NAME ARGUMENT...: records into NAME-01.avi and so on, events in NAME.json.
+# start NAME ARGUMENT...: records into NAME-01.avi and so on, events in NAME.json. A camera on a busy
+# machine may need several tries to get ready.
 start() {
   local name=$1
   shift
-  env --default-signal "$tool" record --json --stall-timeout 2 -o "$name-%02d.avi" "$@" \
-    >"$name.json" 2>"$name.txt" &
-  recorders[$name]=$!
+  for _ in $(seq 5); do
+    env --default-signal "$tool" record --json --stall-timeout 2 -o "$name-%02d.avi" "$@" \
+      >"$name.json" 2>"$name.txt" &
+    recorders[$name]=$!
+    until [[ -n $(events "$name" opened) ]]; do
+      kill -0 $! 2>/dev/null || continue 2
+      sleep 0.05
+    done
+    return
+  done
+  check "$name: starts" "" "$(cat "$name.txt")"
+  finish
 }
 declare -A recorders
 
@@ -78,7 +88,6 @@ start alone "$a/video" "$b/audio"
 start stalls "$c/both"
 start changes "$b/video"
 start ends --reconnect 1 "$a/video"
-for name in dies alone stalls changes ends; do await $name opened 1; done
 sleep 1
 kill -KILL "${cameras[a]}"
 kill -STOP "${cameras[c]}"

@@ -317,6 +317,34 @@ std::string Frames(MemoryStorage const& storage, std::size_t track = 0) {
   return all;
 }
 
+std::string NumberedFrame(int number, bool key, std::size_t bytes) {
+  std::ostringstream text;
+  text << std::string(bytes, '.') << "#" << std::setw(4) << std::setfill('0') << number;
+  if (number == 0) return StoredKeyFrame(text.str());
+  return key ? kStart + "\x65" + text.str() : StoredFrame(text.str());
+}
+
+std::size_t HeapBytes() {
+  auto const now = mallinfo2();
+  return now.uordblks + now.hblkhd;
+}
+
+// Each file is protected, begins with parameter sets, and has the audio of its pictures. `whole`:
+// the recording did not stop before audio that was late.
+void ExpectClips(MemoryStorage const& storage, bool whole) {
+  for (std::string const& name : storage.Names()) {
+    if (name.substr(name.size() - 4) != ".avi") continue;
+    auto const pictures = storage.Payloads(0, name);
+    EXPECT_EQ(pictures[0].find(kStart + "\x67"), 0u) << name << " begins without sets";
+    std::size_t audio = 0;
+    for (std::string const& block : storage.Payloads(1, name)) audio += block.size();
+    bool const last = !whole || pictures.back().find("#0499") != std::string::npos;
+    EXPECT_EQ(audio + (last ? 3 * 640 : 0), pictures.size() * 640) << name;
+    EXPECT_TRUE(storage.Read(name)->Indexed()) << name;
+    EXPECT_NE(storage.File(name + ".keep"), nullptr) << name;
+  }
+}
+
 // 20 s of frames of 40 ms, and audio that comes three frames later. Only the first key frame has
 // parameter sets.
 TEST(Events, RecordOnlyTheirTime) {
@@ -371,7 +399,7 @@ TEST(Events, RecordOnlyTheirTime) {
       RecorderSession s({VideoTrack(), AudioTrack()}, threadless);
       s.options.events = {true, c.before_ms * kMs, c.after_ms * kMs, c.maxBytes, true};
       ASSERT_TRUE(s.Open()) << s.why.text;
-      std::size_t const base = mallinfo2().uordblks + mallinfo2().hblkhd;
+      std::size_t const base = HeapBytes();
       std::size_t most = 0;
       for (int i = 0; i <= c.stop; ++i) {
         for (int const at : c.events)
@@ -380,18 +408,13 @@ TEST(Events, RecordOnlyTheirTime) {
         EXPECT_TRUE(!before || s.storage.Names().empty()) << i;
 
         if (i == c.stop) break;
-        std::ostringstream number;
-        number << "#" << std::setw(4) << std::setfill('0') << i;
-        std::string const text = std::string(static_cast<std::size_t>(c.bytes), '.') + number.str();
         bool const key = i % c.keys == 0;
-        std::string const frame = i == 0 ? StoredKeyFrame(text)
-                                  : key  ? kStart + "\x65" + text
-                                         : StoredFrame(text);
+        std::string const frame = NumberedFrame(i, key, static_cast<std::size_t>(c.bytes));
         EXPECT_EQ(s.Push(0, frame, i * 40 * kMs, key), Code::kOk) << i;
         EXPECT_TRUE(i < 3 || s.Push(1, std::string(640, 'a'), (i - 3) * 40 * kMs) == Code::kOk)
             << i;
 
-        if (before) most = std::max(most, mallinfo2().uordblks + mallinfo2().hblkhd - base);
+        if (before) most = std::max(most, HeapBytes() - base);
       }
       bool const over = threadless && c.stop == 500 && c.after_ms < 60000;
       EXPECT_TRUE(!over || s.recorder->GetStatus().state == Status::kIdle);
@@ -399,20 +422,7 @@ TEST(Events, RecordOnlyTheirTime) {
       EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
       EXPECT_EQ(Frames(s.storage), c.frames);
       EXPECT_TRUE(c.maxBytes > kSmall || most < kSmall + 100000) << most;
-
-      for (std::string const& name : s.storage.Names()) {
-        if (name.substr(name.size() - 4) != ".avi") continue;
-        auto const pictures = s.storage.Payloads(0, name);
-        EXPECT_EQ(pictures[0].find(kStart + "\x67"), 0u) << name << " begins without sets";
-        std::size_t audio = 0;
-        for (std::string const& block : s.storage.Payloads(1, name)) audio += block.size();
-        std::size_t const late = c.stop == 500 && pictures.back().find("#0499") == std::string::npos
-                                     ? 0
-                                     : 3 * 640;  // not there yet when the recording stopped
-        EXPECT_EQ(audio + late, pictures.size() * 640) << name;
-        EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
-        EXPECT_NE(s.storage.File(name + ".keep"), nullptr) << name;
-      }
+      ExpectClips(s.storage, c.stop == 500);
     }
 }
 
