@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "avi/Error.h"
+#include "avi/Sha256.h"
 #include "base/Console.h"
 #include "recorder/Recorder.h"
 #include "support/MemoryStorage.h"
@@ -37,6 +39,15 @@ inline record::TrackInfo TextTrack() {
 inline std::string Picture(int number, int gop = 5) {
   std::string const payload = std::to_string(number) + "...";
   return number % gop == 0 ? StoredKeyFrame(payload) : StoredFrame(payload);
+}
+
+inline bool CanHash() {
+  try {
+    avi::Sha256();
+    return true;
+  } catch (avi::Error const&) {
+    return false;  // no libcrypto
+  }
 }
 
 struct RecorderSession {

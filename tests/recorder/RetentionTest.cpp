@@ -140,7 +140,7 @@ TEST(Retention, LoopsOnASmallCardAndTouchesNothingElse) {
          o.retention.keepFree = 4 * kMiB;
          o.sync.mode = SyncOptions::kInPlace;
          o.sync.reserve_ns = 60 * kSecond;
-         o.hash = true;
+         o.hash = CanHash();
        }},
       {"bytes, side files",
        [](auto& o) {
