@@ -14,7 +14,7 @@ static constexpr std::uint64_t kSmallestSegment = 256 * 1024;
 namespace {
 class Judgement {
  public:
-  explicit Judgement(std::uint64_t space)
+  explicit Judgement(std::uint64_t space)  // that the limit of free space leaves
       : _reserve(std::min(kReserve, space / kSmallest)),
         _ahead(std::min(kAhead, space / kSmallest)) {}
 
@@ -46,7 +46,7 @@ SpaceNeed Judge(RetentionOptions const& limits, SpaceUsage const& usage) {
   bool const known = usage.free != UINT64_MAX;
   std::uint64_t const all = (known ? usage.free : 0) + usage.own + usage.busy;
   std::uint64_t const keepFree = limits.keepFree.value_or(0);
-  Judgement judgement(all);
+  Judgement judgement(Minus(all, keepFree));
   std::uint64_t room = UINT64_MAX;
   if (known) {
     judgement.Compare(usage.free + usage.coming, keepFree + usage.pending, UINT64_MAX,

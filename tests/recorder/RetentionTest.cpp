@@ -11,6 +11,7 @@
 #include "recorder/CStorage.h"
 #include "recorder/Catalogue.h"
 #include "recorder/RecorderSession.h"
+#include "recorder/SpaceLimits.h"
 #include "support/SmallCard.h"
 #include "support/Watchdog.h"
 
@@ -189,6 +190,23 @@ TEST(Retention, LoopsOnASmallCardAndTouchesNothingElse) {
     EXPECT_GE(fs::space(card / "").available, limits.keepFree.value_or(0));
     for (auto const& entry : fs::directory_iterator(card / ""))
       EXPECT_FALSE(entry.path().extension() == ".sync") << entry.path() << " has no recording";
+  }
+}
+
+// On a card of 64 MiB. Some room is kept besides the limit, but not so much that no file remains.
+TEST(Retention, KeepsFilesWhateverTheLimitOfFreeSpace) {
+  struct {
+    std::uint64_t keepFree, own;  // MiB
+    bool space;
+  } const cases[] = {{0, 56, false}, {0, 61, true}, {32, 27, false}, {32, 31, true},
+                     {60, 3, false}, {60, 4, true}, {62, 1, false},  {62, 2, true}};
+  for (auto const& c : cases) {
+    record::RetentionOptions limits;
+    limits.keepFree = c.keepFree * kMiB;
+    record::SpaceUsage usage;
+    usage.own = c.own * kMiB;
+    usage.free = 64 * kMiB - usage.own;
+    EXPECT_EQ(Judge(limits, usage).space, c.space) << c.keepFree << ", own " << c.own;
   }
 }
 
