@@ -393,8 +393,7 @@ void Retention::GiveUp(SpaceNeed const& need) {
 std::string Retention::NothingElse(std::string const& open) const {
   std::uint64_t kept = 0, refused = 0;
   for (OwnFile const& file : _old.List()) {
-    kept += file.kept;
-    refused += !file.kept && file.name != open;
+    if (file.name != open) ++(file.kept ? kept : refused);
   }
   std::string text;
   auto const add = [&text](std::string const& part) { text += (text.empty() ? "" : ", ") + part; };
