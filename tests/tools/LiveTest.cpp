@@ -29,7 +29,10 @@ TEST(Address, HidesSecrets) {
       {"x: rtsp://a:secret@b/ and rtsp://c:secret@d/?Token=secret",
        "x: rtsp://***@b/ and rtsp://***@d/?Token=***"},
       {"tokens=1/password=2.avi", "tokens=1/password=2.avi"},
+      {"rtsp:user:secret@camera/a: lost", "rtsp:***@camera/a: lost"},
+      {"x: rtsp:/user:se@cret@camera/ rtsp:/u:secret@b", "x: rtsp:***@camera/ rtsp:***@b"},
       {"v4l2:/dev/video0", "v4l2:/dev/video0"},
+      {"clip:1@2.avi", "clip:1@2.avi"},
   };
   for (auto const& [address, shown] : cases) EXPECT_EQ(Hidden(address), shown);
 }

@@ -22,6 +22,21 @@ static void HideUser(std::string& text, std::size_t begin) {
   if (at != server.npos) text.replace(begin, at, kStars);
 }
 
+// Hides "user:password@" in addresses without the slashes, which libavformat opens too:
+// "rtsp:user:password@host".
+static void HideUserWithoutSlashes(std::string& text) {
+  for (std::size_t at = text.find('@'); at != text.npos; at = text.find('@', at + 1)) {
+    std::size_t const space = text.find_last_of(kSpace, at);
+    std::size_t const word = space == text.npos ? 0 : space + 1;
+    std::size_t const begin = std::min(text.find(':', word), at) + 1;
+    bool const slashes = text.compare(begin, 2, "//") == 0;
+    if (slashes || begin > at || text.find(':', begin) > at) continue;
+    std::size_t const last = text.rfind('@', text.find_first_of("/?# \t\r\n", at));
+    text.replace(begin, last - begin, kStars);
+    at = begin + sizeof kStars - 1;
+  }
+}
+
 static bool IsSecret(std::string name) {
   std::transform(name.begin(), name.end(), name.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -42,6 +57,7 @@ static void HideValues(std::string& text, std::size_t at) {
 }
 
 std::string Hidden(std::string text) {
+  HideUserWithoutSlashes(text);
   std::size_t const first = text.find("://");
   if (first == text.npos) return text;
   for (std::size_t at = first; at != text.npos; at = text.find("://", at + 3))
