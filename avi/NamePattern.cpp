@@ -106,4 +106,15 @@ std::optional<std::uint64_t> NamePattern::Match(std::string_view name) const {
   return possible ? number : std::nullopt;
 }
 
+// Tries the smallest numbers, and one of each length.
+bool NamePattern::Overlaps(NamePattern const& other, std::tm const& now) const {
+  auto const share = [&](std::uint64_t number) {
+    return Match(other.Format(number, now)) || other.Match(Format(number, now));
+  };
+  bool found = share(1) || share(2);
+  for (std::uint64_t number = 9; number <= kLargest && !found; number = number * 10 + 9)
+    found = share(number);
+  return found;
+}
+
 }  // namespace kestro::avi

@@ -40,6 +40,8 @@ class NamePattern {
   std::string Format(std::uint64_t number, std::tm const& start) const;
   // The number of a file whose name Format can have made; nothing for other names.
   std::optional<std::uint64_t> Match(std::string_view name) const;
+  // Whether both make some name around this time, or take each other's for their own.
+  bool Overlaps(NamePattern const& other, std::tm const& now) const;
 
  private:
   bool _valid = true, _dated = false, _numbered = true;

@@ -6,13 +6,35 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <filesystem>
+
+#include "avi/NameLocks.h"
+#include "avi/NamePattern.h"
 
 namespace kestro::record {
 
+namespace fs = std::filesystem;
+
+// The own lock first: of two that start at the same time, at most one goes on.
 bool RecordingLock::Take(std::string const& pattern) {
-  std::filesystem::path const path(pattern);
-  _path = path.parent_path() / ("." + path.filename().string() + ".lock");
+  fs::path const path(pattern);
+  std::string const name = path.filename();
+  _path = path.parent_path() / ("." + name + avi::kLockEnding);
+  if (!TakeOwn()) return false;
+  avi::NamePattern const own(name);
+  std::time_t const seconds = std::time(nullptr);
+  std::tm now = {};
+  localtime_r(&seconds, &now);
+  bool const taken = own.Valid() && avi::LockHeld(path.parent_path(), [&](std::string const& text) {
+                       avi::NamePattern const other(text);
+                       return text != name && other.Valid() && own.Overlaps(other, now);
+                     });
+  if (taken) Release();
+  return !taken;
+}
+
+bool RecordingLock::TakeOwn() {
   for (;;) {
     _file = open(_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (_file < 0) return true;
@@ -29,10 +51,11 @@ bool RecordingLock::Take(std::string const& pattern) {
   }
 }
 
-RecordingLock::~RecordingLock() {
+void RecordingLock::Release() {
   if (_file < 0) return;
   unlink(_path.c_str());
   close(_file);
+  _file = -1;
 }
 
 }  // namespace kestro::record

@@ -6,11 +6,12 @@
 namespace kestro::record {
 
 // Holds a lock on a hidden file next to the recording, ".cam-%05d.avi.lock". The lock ends with the
-// process, even when the file remains.
+// process, even when the file remains. Patterns that share names, such as cam-%05N.avi and cam.avi,
+// exclude each other, too.
 class RecordingLock {
  public:
   RecordingLock() = default;
-  ~RecordingLock();
+  ~RecordingLock() { Release(); }
   RecordingLock(RecordingLock const&) = delete;
   RecordingLock& operator=(RecordingLock const&) = delete;
 
@@ -19,6 +20,9 @@ class RecordingLock {
   bool Take(std::string const& pattern);
 
  private:
+  bool TakeOwn();
+  void Release();
+
   std::string _path;
   int _file = -1;
 };
