@@ -84,10 +84,14 @@ static bool WriteHash(std::string const& path, RecorderOptions const& options,
 
 void FinishFile(FinishedFile const& file, RecorderOptions const& options,
                 std::function<void(Event)> const& report) {
+  bool const exists = file.packets != 0 && StorageOf(options).Exists(file.path);
+  if (file.packets != 0 && !exists)
+    report({Event::kWarning, file.path,
+            file.path + ": another program deleted or renamed it while it was recorded"});
   Event closed{Event::kClosed, file.path, {}, file.packets, 0, file.duration_ns, file.complete};
-  if (file.packets != 0) FinishIndex(file, options, report);
-  closed.hashed = file.packets != 0 && options.hash && WriteHash(file.path, options, report);
-  auto io = file.packets != 0 ? StorageOf(options).Open(file.path, "rb") : nullptr;
+  if (exists) FinishIndex(file, options, report);
+  closed.hashed = exists && options.hash && WriteHash(file.path, options, report);
+  auto io = exists ? StorageOf(options).Open(file.path, "rb") : nullptr;
   for (std::string const& text : file.warnings) report({Event::kWarning, file.path, text});
   if (file.skew) report(*file.skew);
   if (io != nullptr) {

@@ -294,6 +294,20 @@ TEST(Recorder, GoesOnWithoutASideFile) {
   EXPECT_EQ(s.storage.Payloads(0).size(), 100u);
 }
 
+TEST(Recorder, ReportsAFileThatIsGone) {
+  RecorderSession s({VideoTrack()}, true);
+  s.options.hash = true;
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
+    EXPECT_TRUE(i != 50 || s.storage.Remove("cam-001.avi"));
+  }
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_EQ(s.Count(Event::kWarning), 1);
+  EXPECT_THAT(s.recorder->GetStatus().lastError, HasSubstr("cam-001.avi: another program deleted"));
+  EXPECT_TRUE(s.storage.Names().empty());
+}
+
 TEST(Recorder, FullDeviceEndsWithACompleteFileAndHoldsFewBuffers) {
   RecorderSession s({VideoTrack()});
   BufferPool pool;
