@@ -34,7 +34,7 @@ Code Recorder::Event(std::string const& label) { return _work->Event(label); }
 Code Recorder::Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns) {
   return _work->Event(label, before_ns, after_ns);
 }
-Result Recorder::Unprotect(std::string const& path) { return _work->Unprotect(path); }
+Result Recorder::Unprotect(std::string const& file) { return _work->Unprotect(file); }
 
 Result Recorder::ChangeTracks(Tracks const& tracks) try {
   return _work->ChangeTracks(tracks);

@@ -141,8 +141,9 @@ class KESTRO_API Recorder {
   Code Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns);
 
   // Removes the marker of a file of this recorder's pattern, so that it may be deleted. Files to
-  // come remain protected. May be called from any thread, and from onEvent.
-  Result Unprotect(std::string const& path);
+  // come remain protected. A name alone is one in the folder of the recording. May be called from
+  // any thread, and from onEvent.
+  Result Unprotect(std::string const& file);
 
   // Closes the file, and records other tracks from now on: when the source has changed, or is gone.
   // The next file starts with their first key frame. Times must go on from those before. Without

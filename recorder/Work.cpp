@@ -139,8 +139,9 @@ avi::StartTime Recorder::Work::WallTime() const {
   return avi::ClockAnchor(source).Take(0, now);
 }
 
-Result Recorder::Work::Unprotect(std::string const& path) {
+Result Recorder::Work::Unprotect(std::string const& file) {
   std::string const folder = FolderOf(_options.path);
+  std::string const path = FolderOf(file).empty() ? folder + file : file;
   if (_options.verbatim || FolderOf(path) != folder ||
       !avi::NamePattern(_options.path.substr(folder.size())).Match(path.substr(folder.size())))
     return {Code::kInvalid, path + ": not a file of this recorder"};

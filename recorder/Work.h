@@ -25,7 +25,7 @@ class Recorder::Work {
   void SplitAt(std::int64_t time_ns);
   Code Event(std::string const& label);
   Code Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns);
-  Result Unprotect(std::string const& path);
+  Result Unprotect(std::string const& file);
   Result ChangeTracks(Tracks const& tracks);
   Result Stop();
   Status GetStatus() const;

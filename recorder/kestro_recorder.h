@@ -276,7 +276,7 @@ KESTRO_RECORDER_API int kestro_recorder_trigger(kestro_recorder* recorder, const
 /* ... with its own times. */
 KESTRO_RECORDER_API int kestro_recorder_trigger_window(kestro_recorder* recorder, const char* label,
                                                        int64_t before_ns, int64_t after_ns);
-/* Removes the marker of a file. */
+/* Removes the marker of a file, of which the name is enough. */
 KESTRO_RECORDER_API int kestro_recorder_unprotect(kestro_recorder* recorder, const char* path);
 /* Closes the file, and records other tracks from now on; see Recorder::ChangeTracks. `tracks`: an
  * array of `count` structs with the same size; 0: packets are refused until the next call. Not from

@@ -249,7 +249,7 @@ TEST(Events, KeepFilesFromBeingDeleted) {
     SCOPED_TRACE(c.name);
     RecorderSession s({VideoTrack()}, true);
     s.storage.refused = c.refused;
-    s.options.path = "cam-%d.avi";
+    s.options.path = "card/cam-%d.avi";
     s.options.segments.time_ns = 1000 * kMs;
     s.options.retention.keepFiles = 3;
     ASSERT_TRUE(s.Open()) << s.why.text;
@@ -261,7 +261,8 @@ TEST(Events, KeepFilesFromBeingDeleted) {
     EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
     std::string files;
     for (int i = 1; i <= 10; ++i)
-      if (s.storage.Exists("cam-" + std::to_string(i) + ".avi")) files += std::to_string(i) + " ";
+      if (s.storage.Exists("card/cam-" + std::to_string(i) + ".avi"))
+        files += std::to_string(i) + " ";
     EXPECT_EQ(files, c.files);
   }
 }
