@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "avi/Text.h"
 #include "recorder/CutAudio.h"
 #include "recorder/Refusal.h"
 
@@ -17,12 +18,13 @@ static constexpr std::int64_t kMostReorder_ns = 1000000000;
 static std::int64_t End_ns(Packet const& packet) { return packet.Pts() + packet.Duration(); }
 
 EventGate::EventGate(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-                     Events const& events, Segments& segments)
+                     Events const& events, Segments& segments, Segments::Report report)
     : ISink("EventGate"),
       _options(options),
       _info(tracks),
       _events(events),
       _segments(segments),
+      _report(std::move(report)),
       _ring(tracks.size(), segments.Lead(), options.events.maxBytes,
             [&segments](std::size_t track, Packet const& key) {
               segments.TakeParameterSets(track, key);
@@ -75,7 +77,23 @@ bool EventGate::Receive(std::size_t track, PacketRing::PacketRef packet) {
                      End_ns(*packet) - kRounding_ns <= _cut_ns;
   if (whole && !Pass(track, *packet)) return false;
   _ring.Add(track, std::move(packet), whole);
+  if (_ring.Overflowed() && !_writing) CheckRoom();
   return Advance();
+}
+
+// Warns when events will lack packets because there is too little memory.
+void EventGate::CheckRoom() {
+  std::string const most = avi::ByteCount(_options.events.maxBytes) + " of memory";
+  std::int64_t const held_ns = _ring.Empty() ? 0 : _tracks[_lead].end_ns - _ring.Begin_ns();
+  bool& reported = _ring.Empty() ? _tooShort : _short;
+  if (reported || held_ns >= _options.events.before_ns) return;
+  reported = true;
+  _report({Event::kWarning, _options.path,
+           _options.path + ": " +
+               (_ring.Empty() ? "a group of pictures does not fit into " + most +
+                                    ": events lack the pictures up to the next key frame"
+                              : "only " + avi::Seconds(held_ns / 1000000) +
+                                    " before an event are kept: more does not fit into " + most)});
 }
 
 void EventGate::NoteTimes(std::size_t track, Packet const& packet) {

@@ -22,7 +22,7 @@ class EventGate : public stream::ISink {
  public:
   // All arguments must outlive the object. Opens the inputs.
   EventGate(RecorderOptions const& options, Tracks const& tracks, Packets const& packets,
-            Events const& events, Segments& segments);
+            Events const& events, Segments& segments, Segments::Report report);
   ~EventGate() override;
 
   stream::IPort& Input(std::size_t track) { return *_tracks[track].input; }
@@ -41,6 +41,7 @@ class EventGate : public stream::ISink {
 
   bool ReceivePacket(stream::Packet& packet, void* context) override;
   bool Receive(std::size_t track, PacketRing::PacketRef packet);
+  void CheckRoom();
   void NoteTimes(std::size_t track, stream::Packet const& packet);
   bool Advance();
   bool Begin();
@@ -57,6 +58,7 @@ class EventGate : public stream::ISink {
   Tracks const& _info;
   Events const& _events;
   Segments& _segments;
+  Segments::Report const _report;
   PacketRing _ring;
   std::vector<State> _tracks;
   stream::IPort* _wake = nullptr;
@@ -65,6 +67,7 @@ class EventGate : public stream::ISink {
   std::int64_t _done_ns = INT64_MIN;                     // the end of the last file
 
   bool _over = false;                      // a packet was lost
+  bool _short = false, _tooShort = false;  // reported that there is too little memory
   bool _writing = false;                   // a file; the following are about it
   std::int64_t _begin_ns = 0, _to_ns = 0;  // its first key frame; the end of the event's time
   std::int64_t _passed_ns = 0;             // end of the leading track in it

@@ -33,6 +33,7 @@ bool PacketRing::Add(std::size_t track, PacketRef packet, bool passed) {
 bool PacketRing::MakeRoom(std::size_t track, Packet const& packet, std::uint64_t bytes) {
   bool const key = track == _lead && packet.IsKey();
   while (_bytes + bytes > _maxBytes) {
+    _overflowed |= !_groups.empty();
     if (_groups.size() > 1)
       DropGroup(_groups[1].begin_ns);
     else if (!_groups.empty() && key)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "base/Reference.h"
@@ -35,6 +36,8 @@ class PacketRing {
   bool Empty() const { return _groups.empty(); }  // no group
   std::int64_t Begin_ns() const { return _groups.front().begin_ns; }
   bool Lost() const { return _lost; }  // a packet of the leading track that was not passed
+  // Whether a group was dropped for lack of room since the last call.
+  bool Overflowed() { return std::exchange(_overflowed, false); }
 
   void Rewind();                                   // no packet is passed
   stream::Packet* Front(std::size_t track) const;  // null: all are passed
@@ -70,7 +73,7 @@ class PacketRing {
   Dropped const _dropped;
   std::deque<Group> _groups;
   std::uint64_t _bytes = 0, _order = 0;
-  bool _lost = false;
+  bool _lost = false, _overflowed = false;
 };
 
 }  // namespace kestro::record

@@ -29,9 +29,10 @@ Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames
     return;
   }
   _segments = std::make_unique<Segments>(options, _tracks.Infos(), _packets, _starts, *names,
-                                         retention, std::move(report), std::move(finish));
+                                         retention, report, std::move(finish));
   if (options.events.only)
-    _gate = std::make_unique<EventGate>(options, _tracks.Infos(), _packets, events, *_segments);
+    _gate = std::make_unique<EventGate>(options, _tracks.Infos(), _packets, events, *_segments,
+                                        std::move(report));
   for (std::size_t i = 0; i < _tracks.Count(); ++i)
     _inputs.push_back(_gate ? &_gate->Input(i) : &_segments->Input(i));
   if (options.queue.enabled) MakeQueue();

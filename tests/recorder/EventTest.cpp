@@ -422,6 +422,7 @@ TEST(Events, RecordOnlyTheirTime) {
 
       EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
       EXPECT_EQ(Frames(s.storage), c.frames);
+      EXPECT_EQ(s.Count(record::Event::kWarning) > 0, c.bytes == 10000) << "too little memory";
       EXPECT_TRUE(c.maxBytes > kSmall || most < kSmall + 100000) << most;
       ExpectClips(s.storage, c.stop == 500);
     }
