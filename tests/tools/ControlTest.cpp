@@ -158,6 +158,18 @@ TEST_F(ControlTest, RecordsOnlyAroundEvents) {
   EXPECT_FALSE(fs::exists(At("cam-3.avi")));
 }
 
+TEST_F(ControlTest, WarnsAtOnce) {
+  Start("--realtime --control socket");
+  ASSERT_TRUE(Records());
+  fs::remove(At("cam-1.avi"));
+  Ask("split\n");
+  EXPECT_TRUE(Becomes([this] { return Status().value("warnings", 0) == 1; }));
+  Ask("stop\n");
+  Result const result = _run.get();
+  EXPECT_EQ(result.code, 1);
+  EXPECT_THAT(result.err, testing::ContainsRegex("cam-1.avi: another program.*\n.*cam-2.avi: "));
+}
+
 TEST_F(ControlTest, IsNotHeldUpByClients) {
   Start("--realtime --control socket --status status.json");
   ASSERT_TRUE(Records());

@@ -95,7 +95,12 @@ bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordSer
   return true;
 }
 
-// Problems are reported to programs at once, and to people at the end.
+// Whether the recording may go on for days, with nobody waiting for its end.
+bool RecordVerb::IsService() const {
+  return _options.realtime || !_options.service.control.empty() || !_options.service.status.empty();
+}
+
+// Problems are reported to programs at once, and to people at the end, unless that may be far away.
 void RecordVerb::HandleProblem(record::Event const& event) {
   bool const warning = event.kind == record::Event::kWarning;
   Notice notice(event.text, nullptr, {{"file", event.path}});
@@ -106,6 +111,11 @@ void RecordVerb::HandleProblem(record::Event const& event) {
     _skews_ns[event.path] = event.duration_ns;
   }
   if (!warning) notice.fields.push_back({"code", int{kIo}});
+  if (warning && IsService()) {
+    ReportWarning(notice);
+    _warned = true;
+    return;
+  }
   WriteEvent(warning ? Level::kWarning : Level::kError, notice);
   notice.reported = true;
   (warning ? _warnings : _errors).push_back(std::move(notice));
@@ -241,7 +251,7 @@ int RecordVerb::Finish(Session& session, record::Recorder& recorder, RecordServi
     throw Error(kUnusable,
                 "nothing was recorded: no key frame, audio or text in the selected part");
   if (!failures.empty()) return kIo;
-  return _warnings.empty() && findings.empty() && losses.empty() ? kOk : kFindings;
+  return !_warned && _warnings.empty() && findings.empty() && losses.empty() ? kOk : kFindings;
 }
 
 void RecordVerb::ReportNotes(Session const& session, record::Recorder const& recorder) const {

@@ -20,6 +20,7 @@ class RecordVerb {
  private:
   void CheckProperties() const;
   void HandleEvent(record::Event const& event);
+  bool IsService() const;
   void HandleProblem(record::Event const& event);
   void WriteBegin(record::Tracks const& tracks) const;
   void WriteEvents(Session& session, RecordService& service);
@@ -36,7 +37,8 @@ class RecordVerb {
 
   RecordOptions _options;
   OpenStarts _starts;
-  Notices _warnings, _errors;                     // from HandleEvent, as the next two
+  Notices _warnings, _errors;                     // from HandleEvent, as the next three
+  bool _warned = false;                           // at once
   std::uint64_t _bytes = 0;                       // of closed files
   std::map<std::string, std::int64_t> _skews_ns;  // of files that are not closed yet
   std::uint64_t _gaps = 0, _droppedGroups = 0;
