@@ -139,8 +139,9 @@ bool EventGate::Begin() {
 // Events that overlap extend the file; if its end has passed, only while nothing was dropped.
 void EventGate::Extend() {
   if (_cut_ns != INT64_MAX && _ring.Lost()) return;
-  std::int64_t const to_ns = _events.Extend(_cut_ns != INT64_MAX ? _cut_ns : _to_ns);
-  if (_cut_ns != INT64_MAX && to_ns > _cut_ns) _cut_ns = INT64_MAX;
+  std::int64_t const from_ns = std::max(_to_ns, _cut_ns != INT64_MAX ? _cut_ns : _to_ns);
+  std::int64_t const to_ns = _events.Extend(from_ns);
+  if (to_ns > from_ns) _cut_ns = INT64_MAX;
   _to_ns = std::max(_to_ns, to_ns);
 }
 
@@ -198,7 +199,7 @@ bool EventGate::Complete() const {
 
 bool EventGate::EndFile() {
   _writing = _recording = false;
-  _done_ns = _cut_ns;
+  _done_ns = std::max(_cut_ns, _to_ns);  // frames may be missing in between
   return _segments.Suspend();
 }
 

@@ -349,6 +349,7 @@ void ExpectClips(MemoryStorage const& storage, bool whole) {
 // 20 s of frames of 40 ms, and audio that comes three frames later. Only the first key frame has
 // parameter sets.
 TEST(Events, RecordOnlyTheirTime) {
+  Watchdog const watchdog("events only");
   constexpr std::uint64_t kSmall = 1000000;
   struct {
     char const* name;
@@ -359,6 +360,7 @@ TEST(Events, RecordOnlyTheirTime) {
     int bytes = 1000;
     std::uint64_t maxBytes = 64 << 20;  // less: without threads only
     int stop = 500;                     // after how many frames
+    int gap = 500;                      // frames from this one on come 60 ms later
   } const cases[] = {
       {"no event", {}, 3000, 2000, ""},
       {"one", {251}, 3000, 2000, "0175-0300"},
@@ -392,6 +394,7 @@ TEST(Events, RecordOnlyTheirTime) {
        kSmall},
       {"key frames only", {251}, 1000, 1000, "0226-0275", 1},
       {"stopped at once", {251}, 1000, 1000, "0225-0250", 25, 1000, 64 << 20, 251},
+      {"a gap at the end", {251}, 3000, 2000, "0175-0299", 25, 1000, 64 << 20, 500, 300},
   };
   for (auto const& c : cases)
     for (bool const threadless : {true, false}) {
@@ -411,7 +414,7 @@ TEST(Events, RecordOnlyTheirTime) {
         if (i == c.stop) break;
         bool const key = i % c.keys == 0;
         std::string const frame = NumberedFrame(i, key, static_cast<std::size_t>(c.bytes));
-        EXPECT_EQ(s.Push(0, frame, i * 40 * kMs, key), Code::kOk) << i;
+        EXPECT_EQ(s.Push(0, frame, (i * 40 + (i < c.gap ? 0 : 60)) * kMs, key), Code::kOk) << i;
         EXPECT_TRUE(i < 3 || s.Push(1, std::string(640, 'a'), (i - 3) * 40 * kMs) == Code::kOk)
             << i;
 
