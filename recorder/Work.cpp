@@ -91,10 +91,14 @@ void Recorder::Work::Report(record::Event event) {
 
 void Recorder::Work::Finish(FinishedFile file) {
   _events.Closed(file.path, file.duration_ns);
-  _worker.Post([this, file = std::move(file)] {
+  // The next file gets the name of an empty one, and must not be taken for it later.
+  bool const empty = file.packets == 0;
+  if (_retention && empty) _retention->Finished(file.path);
+  _worker.Post([this, empty, file = std::move(file)] {
     FinishFile(file, _options, [this](record::Event event) { Report(std::move(event)); });
     // Not before the application has seen that it is closed.
-    if (_retention) _worker.Post([this, path = file.path] { _retention->Finished(path); });
+    if (_retention && !empty)
+      _worker.Post([this, path = file.path] { _retention->Finished(path); });
   });
 }
 

@@ -354,6 +354,38 @@ TEST(Retention, DeletesByAge) {
               testing::ElementsAre("cam-009.avi", "cam-010.avi", "cam-011.avi", "cam-012.avi"));
 }
 
+// The event handler waits while the tracks change twice: the first file is complete, and the second
+// one empty, so that its name is used again.
+TEST(Retention, KeepsTheOpenFileThatHasTheNameOfAnEmptyOne) {
+  Watchdog const watchdog("an empty file");
+  RecorderSession s({VideoTrack()});
+  std::atomic<std::int64_t> now_ns{0};
+  std::atomic<bool> wait{true};
+  std::atomic<int> deleted{0};
+  s.options.clock = [&now_ns] { return now_ns.load(); };
+  s.options.retention.keepAge_ns = kSecond;
+  s.options.onEvent = [&](Event const& event) {
+    while (wait) std::this_thread::yield();
+    deleted += event.kind == Event::kDeleted;
+  };
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  int next = 0;
+  auto const push = [&] {
+    EXPECT_EQ(s.Push(0, Picture(next, 1), next * kSecond, true), Code::kOk) << next;
+    now_ns = ++next * kSecond;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  };
+  push();
+  EXPECT_TRUE(s.recorder->ChangeTracks(s.tracks));
+  EXPECT_TRUE(s.recorder->ChangeTracks(s.tracks));
+  push();
+  wait = false;
+  for (int more = 30; more > 0; more -= deleted > 0) push();
+  EXPECT_TRUE(s.recorder->Stop());
+  EXPECT_EQ(deleted, 1);
+  EXPECT_TRUE(s.storage.Exists("cam-002.avi"));
+}
+
 // The storage takes half a second to remove a file.
 TEST(Retention, SlowDeletingDoesNotDelayPackets) {
   struct SlowStorage : MemoryStorage {
