@@ -195,28 +195,25 @@ bool Events::IsProtected(std::string const& path) const {
 }
 
 Result Events::Unprotect(std::string const& path) {
-  auto const result = std::make_shared<int>(-1);  // errno; -1: not removed yet
-  std::unique_lock lock(_mutex);
-  if (File* const file = Find(path)) {
-    file->isProtected = false;
-    file->marker = {};
-    file->span = {INT64_MAX, INT64_MIN};
-    file->written = ++file->version;
+  {
+    std::lock_guard lock(_mutex);
+    if (File* const file = Find(path)) {
+      file->isProtected = false;
+      file->marker = {};
+      file->span = {INT64_MAX, INT64_MIN};
+      file->written = ++file->version;
+    }
   }
-  if (!_finished && !_options.threadless && !Writer().CalledByTask()) {
-    Writer().Post([this, path, result] {
-      int const error = MarkerFile(StorageOf(_options)).Remove(path);
-      std::lock_guard done(_mutex);
-      *result = error;
-      _removed.notify_all();
-    });
-    _removed.wait(lock, [&] { return *result >= 0; });
-  } else {
-    lock.unlock();
-    *result = MarkerFile(StorageOf(_options)).Remove(path);
-  }
-  if (*result == 0) return {};
-  return {Code::kIo, path + KeepMarker::kEnding + ": " + std::strerror(*result)};
+  // Not on the writer's thread: it may be waiting for the space that this file occupies.
+  int const error = MarkerFile(StorageOf(_options)).Remove(path);
+  if (error != 0) return {Code::kIo, path + KeepMarker::kEnding + ": " + std::strerror(error)};
+  std::lock_guard lock(_mutex);
+  File* const file = Find(path);
+  if (file == nullptr || !file->isProtected || _finished) return {};
+  // A new event came, and its marker may have been removed.
+  ++file->version;
+  Writer().Post([this, path] { WriteMarker(path); });
+  return {};
 }
 
 std::uint64_t Events::Count() const {
@@ -274,16 +271,18 @@ void Events::WriteMarker(std::string const& path) {
   }
   MarkerFile const file(StorageOf(_options));
   std::string const why = file.Write(path, marker);
-  bool current = false;
+  bool kept = false, current = false;
   {
     std::lock_guard lock(_mutex);
     File* const found = Find(path);
-    current = found != nullptr && found->isProtected;
-    if (current && why.empty()) found->written = std::max(found->written, version);
+    kept = found != nullptr && found->isProtected;
+    current = kept && found->version == version;
+    if (current && why.empty()) found->written = version;
   }
-  if (!why.empty()) {
+  if (kept && !current) return;  // another task writes the latest version
+  if (kept && !why.empty()) {
     _report({record::Event::kWarning, path, path + ": no marker was written: " + why});
-  } else if (!current || !StorageOf(_options).Exists(path)) {
+  } else if (!kept || !StorageOf(_options).Exists(path)) {
     static_cast<void>(file.Remove(path));
   } else {
     _report({record::Event::kProtected, path, path + ": protected: " + marker.events.back().label});

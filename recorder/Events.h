@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -57,7 +56,7 @@ class Events {
   bool Waiting() const { return _waiting; }
 
   bool IsProtected(std::string const& path) const;
-  // Removes a marker, and forgets why it was there. Waits for the storage.
+  // Removes a marker, and forgets why it was there.
   Result Unprotect(std::string const& path);
   std::uint64_t Count() const;
   std::uint64_t ProtectedFiles() const;  // of this recorder
@@ -106,7 +105,6 @@ class Events {
   std::vector<std::unique_ptr<File>> _files;  // in order of recording
   std::int64_t _stored_ns = INT64_MIN;        // up to where the open file is stored
   std::uint64_t _count = 0;
-  std::condition_variable _removed;
   bool _finished = false;
   std::optional<Worker> _writer;  // once it is needed
 };

@@ -40,7 +40,8 @@ KeepMarker MarkerFile::Read(std::string const& path) const {
 int MarkerFile::Remove(std::string const& path) const {
   std::string const name = NameFor(path);
   if (!_storage.Exists(name) || _storage.Remove(name)) return 0;
-  return errno != 0 ? errno : EIO;
+  int const error = errno != 0 ? errno : EIO;
+  return _storage.Exists(name) ? error : 0;  // another thread may have removed it
 }
 
 }  // namespace kestro::record

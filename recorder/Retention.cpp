@@ -207,7 +207,10 @@ bool Retention::Step() {
   if (rescan || Clock::now() - _old.Scanned() > kRescan) Scan();
   SpaceNeed need = Measure();
   std::size_t oldest = Oldest(need);
-  if (oldest == _old.List().size() && need.space && Clock::now() - _old.Scanned() > kPeriod) {
+  // Recording ends only when what is in the folder now leaves no choice.
+  bool const ends = need.critical && Busy().size() < 2;
+  if (oldest == _old.List().size() && need.space &&
+      (ends || Clock::now() - _old.Scanned() > kPeriod)) {
     Scan();
     need = Measure();
     oldest = Oldest(need);

@@ -267,6 +267,34 @@ TEST(Events, KeepFilesFromBeingDeleted) {
   }
 }
 
+// The thread that writes markers waits for the storage, until space becomes free for example.
+TEST(Events, AreUnprotectedWhileAMarkerIsWritten) {
+  struct SlowStorage : MemoryStorage {
+    std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
+      for (; slow && path == "cam-001.avi.keep"; opens = true) std::this_thread::yield();
+      return MemoryStorage::Open(path, mode);
+    }
+    std::atomic<bool> slow{true}, opens{false};
+  };
+  for (bool const again : {false, true}) {
+    Watchdog const watchdog("a marker that waits");
+    SlowStorage storage;
+    RecorderSession s({VideoTrack()});
+    s.options.storage = &storage;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    EXPECT_EQ(s.Push(0, Picture(0), 0, true), Code::kOk);
+    while (s.recorder->GetStatus().packets < 1) std::this_thread::yield();
+    EXPECT_EQ(s.recorder->Event("event", 0, 0), Code::kOk);
+    while (!storage.opens) std::this_thread::yield();
+    EXPECT_TRUE(s.recorder->Unprotect("cam-001.avi"));
+    EXPECT_EQ(s.recorder->GetStatus().protectedFiles, 0u);
+    EXPECT_TRUE(!again || s.recorder->Event("again", 0, 0) == Code::kOk);
+    storage.slow = false;
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(storage.Exists("cam-001.avi.keep"), again);
+  }
+}
+
 TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
   KeepMarker marker;
   marker.events = {{"\xC3\xA9\t\\/", "t", "f", "g"}, {"", "", "", ""}};
