@@ -33,6 +33,7 @@ void Events::Pushed(std::int64_t from_ns, std::int64_t to_ns) {
   while (latest_ns < to_ns && !_latest_ns.compare_exchange_weak(latest_ns, to_ns)) continue;
   if (!_early) return;
   std::lock_guard lock(_mutex);
+  if (_finished) return;
   for (auto const& window : _earlyOnes) Keep(*window, from_ns);
   _earlyOnes.clear();
   _early = false;
