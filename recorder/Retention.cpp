@@ -65,6 +65,7 @@ void Retention::Stop() {
     _stopBy = Clock::now() + kMostStop;
     _wake.notify_all();
     _freed.notify_all();
+    _freed.wait(lock, [this] { return !_stepping; });  // threadless: on another thread
   }
   if (_thread.joinable()) return _thread.join();
   while (_options.threadless && Step() && _urgent && Clock::now() < _stopBy) continue;

@@ -139,7 +139,8 @@ TEST(RecorderThreads, StopsAtAnyMoment) {
   }
 }
 
-// Everything from all threads and from the event handler, with and without event-only recording.
+// Everything from all threads and from the event handler, with and without event-only recording,
+// limits and threads.
 TEST(RecorderThreads, EventsComeAtAnyMoment) {
   Watchdog const watchdog("events");
   for (unsigned round = 0; round < 40; ++round) {
@@ -150,10 +151,13 @@ TEST(RecorderThreads, EventsComeAtAnyMoment) {
     s.options.events.only = round % 2 == 0;
     s.options.events.maxBytes = round % 4 == 0 ? 4000 : 1 << 20;
     s.options.queue.enabled = round % 3 != 0;
-    std::atomic<int> accepted{0}, opened{0}, incomplete{0};
+    s.options.threadless = round % 5 == 4;
+    if (round % 8 > 3) s.options.retention.keepFiles = 2;
+    std::atomic<int> accepted{0}, opened{0}, deleted{0}, incomplete{0};
     s.options.onEvent = [&](Event const& event) {
       if (event.kind == Event::kOpened) ++opened;
       if (event.kind == Event::kClosed) incomplete += !event.complete;
+      if (event.kind == Event::kDeleted) ++deleted;
       if (event.kind == Event::kOpened) accepted += s.recorder->Event("again", 0, 0) == Code::kOk;
       bool const frees = event.kind == Event::kClosed && opened % 3 == 0;
       EXPECT_TRUE(!frees || s.recorder->Unprotect(event.path));
@@ -203,7 +207,7 @@ TEST(RecorderThreads, EventsComeAtAnyMoment) {
         EXPECT_FALSE(avi::KeepMarker::Parse(s.storage.Text(name)).events.empty()) << name;
       }
     }
-    EXPECT_EQ(files, opened);
+    EXPECT_EQ(files + deleted, opened);
   }
 }
 
