@@ -197,9 +197,10 @@ Result Recorder::Work::Outcome() const {
 }
 
 Status Recorder::Work::GetStatus() const {
+  std::shared_ptr<Pipeline> pipeline;  // destroyed without the lock
   std::unique_lock lock(_mutex);
   Status status = _before;
-  auto const pipeline = _current;
+  pipeline = _current;
   lock.unlock();
   if (pipeline) pipeline->AddTo(status);
   if (_retention) _retention->AddTo(status);
