@@ -9,7 +9,11 @@
 namespace kestro::record {
 
 // An absolute path: the host would read "S:/name" as a name on a drive.
-static std::string Absolute(std::string const& path) { return std::filesystem::absolute(path); }
+static std::string Absolute(std::string const& path) {
+  std::error_code failed;
+  std::string const absolute = std::filesystem::absolute(path, failed);
+  return failed ? path : absolute;  // the working folder is gone
+}
 
 std::unique_ptr<base::IO> Storage::Open(std::string const& path, char const* mode) {
   auto file = std::make_unique<base::FileIO>(Absolute(path).c_str(), mode);
