@@ -76,6 +76,11 @@ std::string SegmentNames::Next(std::int64_t start_ns) {
   return Name(++_number, start_ns);
 }
 
+std::string SegmentNames::Current(std::int64_t start_ns) {
+  while (Dated() && !Obstacle(Name(_number, start_ns)).empty()) ++_number;
+  return Name(_number, start_ns);
+}
+
 // Why a file cannot be written; empty if it can.
 std::string SegmentNames::Obstacle(std::string const& name) const {
   std::string why = IsSpecial(name) ? name + ": is not a file" : Obstacle(name, "");

@@ -23,7 +23,7 @@ class SegmentNames {
   std::string Next(std::int64_t start_ns);
   void GiveBack() { --_number; }  // the last name was not used
   // The name of the same file if it starts at another time.
-  std::string Current(std::int64_t start_ns) const { return Name(_number, start_ns); }
+  std::string Current(std::int64_t start_ns);
 
  private:
   void CheckFirst() const;

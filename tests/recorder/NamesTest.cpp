@@ -80,6 +80,7 @@ TEST(Names, NumbersGoOnFromTheHighest) {
     std::vector<std::string> before, made;
     record::SyncOptions::Mode sync = record::SyncOptions::kOff;
     std::vector<int> hours = {10, 10, 10};  // of the local clock, when each file starts
+    bool lists = true;                      // the storage
   } const cases[] = {
       {"without limits",
        "c-%d.avi",
@@ -116,6 +117,14 @@ TEST(Names, NumbersGoOnFromTheHighest) {
        {"c-1000-8.avi", "c-0900-9.avi", "c-1000-10.avi"},
        record::SyncOptions::kImage,
        {10, 9, 10}},
+      {"dates, and no list of files",
+       "c-%H.avi",
+       false,
+       {"c-10-00001.avi", "c-11-00003.avi"},
+       {"c-10-00002.avi", "c-11-00004.avi", "c-12-00005.avi"},
+       record::SyncOptions::kOff,
+       {10, 11, 12},
+       false},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
@@ -124,6 +133,7 @@ TEST(Names, NumbersGoOnFromTheHighest) {
     s.options.path = std::string("a/") + c.pattern;
     s.options.sync.mode = c.sync;
     s.options.segments.time_ns = kSecond;
+    s.storage.lists = c.lists;
     if (c.limits) s.options.retention.keepFiles = 100;
     s.options.start.captured = [&](std::int64_t time_ns) -> std::optional<record::CaptureTime> {
       std::tm at = At(2026, 3, 7, c.hours[static_cast<std::size_t>(time_ns / kSecond)], 0, 0);

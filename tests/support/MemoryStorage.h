@@ -37,11 +37,12 @@ class MemoryStorage : public record::Storage {
   // Without sizes: files may be written at the same time.
   bool List(std::string const& folder, std::vector<Entry>& entries) override {
     std::lock_guard lock(_mutex);
+    errno = ENOTSUP;
     for (auto const& [path, file] : _files)
-      if (file != nullptr && path.rfind('/') + 1 == folder.size() &&
+      if (lists && file != nullptr && path.rfind('/') + 1 == folder.size() &&
           path.compare(0, folder.size(), folder) == 0)
         entries.push_back({path.substr(folder.size()), 0, modified_ns, true});
-    return true;
+    return lists;
   }
 
   std::shared_ptr<FaultIO> File(std::string const& path) const {
@@ -83,6 +84,7 @@ class MemoryStorage : public record::Storage {
   int64 capacity = INT64_MAX;  // of each file
   std::string refused;         // files with this in their names are not opened
   base::uint64 free = UINT64_MAX;
+  bool lists = true;
   std::int64_t modified_ns = -1;  // of all files
 
  private:
