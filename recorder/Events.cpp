@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "avi/NamePattern.h"
@@ -230,7 +231,11 @@ std::uint64_t Events::ProtectedFiles() const {
 }
 
 Worker& Events::Writer() {
-  if (!_writer) _writer.emplace(_options.threadless);
+  if (!_writer) try {
+      _writer.emplace(_options.threadless);
+    } catch (std::system_error const&) {  // no thread: markers are written in RunPosted
+      _writer.emplace(true);
+    }
   return *_writer;
 }
 

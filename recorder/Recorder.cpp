@@ -7,6 +7,16 @@
 
 namespace kestro::record {
 
+// Turns exceptions into results.
+template <class Call>
+static Result Try(Call const& call) try {
+  return call();
+} catch (std::bad_alloc const&) {
+  return {Code::kMemory, "out of memory"};
+} catch (std::exception const& error) {
+  return {Code::kIo, error.what()};
+}
+
 Recorder::Recorder(std::unique_ptr<Work> work) : _work(std::move(work)) {}
 Recorder::~Recorder() = default;
 
@@ -34,17 +44,15 @@ Code Recorder::Event(std::string const& label) { return _work->Event(label); }
 Code Recorder::Event(std::string const& label, std::int64_t before_ns, std::int64_t after_ns) {
   return _work->Event(label, before_ns, after_ns);
 }
-Result Recorder::Unprotect(std::string const& file) { return _work->Unprotect(file); }
-
-Result Recorder::ChangeTracks(Tracks const& tracks) try {
-  return _work->ChangeTracks(tracks);
-} catch (std::bad_alloc const&) {
-  return {Code::kMemory, "out of memory"};
-} catch (std::exception const& error) {
-  return {Code::kIo, error.what()};
+Result Recorder::Unprotect(std::string const& file) {
+  return Try([&] { return _work->Unprotect(file); });
 }
-
-Result Recorder::Stop() { return _work->Stop(); }
+Result Recorder::ChangeTracks(Tracks const& tracks) {
+  return Try([&] { return _work->ChangeTracks(tracks); });
+}
+Result Recorder::Stop() {
+  return Try([&] { return _work->Stop(); });
+}
 Status Recorder::GetStatus() const { return _work->GetStatus(); }
 std::string Recorder::DescribeSync() const { return _work->DescribeSync(); }
 
