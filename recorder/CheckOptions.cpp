@@ -23,6 +23,7 @@ RecorderOptions CheckedOptions(RecorderOptions options) {
   SyncOptions const& sync = options.sync;
   auto& segments = options.segments;
   segments.size = std::min<std::uint64_t>(segments.size, UINT32_MAX);  // no file is larger
+  segments.time_ns = std::min(segments.time_ns, INT64_MAX / 4);        // as the times of packets
   Require(segments.size != 0 && segments.time_ns != 0, "the segment size and time must not be 0");
   Require(sync.mode == SyncOptions::kOff || !options.spillSeconds,
           "a sync mode keeps the index in memory and cannot be combined with a temporary file");
