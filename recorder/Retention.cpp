@@ -15,7 +15,6 @@
 namespace kestro::record {
 
 using namespace std::chrono_literals;
-using Lock = std::unique_lock<std::mutex>;
 
 static constexpr std::uint64_t kWorthSplitting = 256 * 1024;  // bytes in the open file
 static constexpr std::int64_t kSmallestSlack = 64 * 1024;
@@ -136,7 +135,7 @@ bool Retention::AwaitSpace(bool optional) {
     _wake.notify_one();
     // A file that is being finished can be deleted soon.
     for (int tries = 6; !_freed.wait_for(lock, kMostWait, over) && --tries > 0;)
-      if (!_deleting && _busy.size() < 2) break;
+      if (!_deleting && !Finishing(lock)) break;
   }
   if (_freedCount == seen) --_waiters;
   auto const waited = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
@@ -158,7 +157,7 @@ void Retention::HelpMyself() {
     Lock lock(_mutex);
     _stepping = false;
     _freed.notify_all();
-    if (deleted || _busy.size() > 1) return;  // the caller has to finish the other files
+    if (deleted || Finishing(lock)) return;  // the caller has to finish the other files
     _wake.wait_for(lock, kShortPause);
   }
 }
@@ -209,7 +208,7 @@ bool Retention::Step() {
   SpaceNeed need = Measure();
   std::size_t oldest = Oldest(need);
   // Recording ends only when what is in the folder now leaves no choice.
-  bool const ends = need.critical && Busy().size() < 2;
+  bool const ends = need.critical && !Finishing(Lock(_mutex));
   if (oldest == _old.List().size() && need.space &&
       (ends || Clock::now() - _old.Scanned() > kPeriod)) {
     Scan();
@@ -241,6 +240,15 @@ std::set<std::string> Retention::Busy() const {
   std::set<std::string> names;
   for (auto const& [name, files] : _busy) names.insert(name);
   return names;
+}
+
+// Whether a recording is closed but not finished: only writing it holds its NewFile.
+bool Retention::Finishing(Lock const&) const {
+  for (auto const& [name, files] : _busy) {
+    auto const file = files.find(_folder.PathOf(name));
+    if (file == files.end() || file->second.use_count() == 1) return true;
+  }
+  return false;
 }
 
 // Measures what there is, and compares it with the limits.
@@ -370,13 +378,15 @@ void Retention::Release() {
 
 // Nothing may be deleted now; files that are being finished may be soon.
 void Retention::GiveUp(SpaceNeed const& need) {
-  auto const busy = Busy();
-  if (busy.size() > 1) {
+  {
     Lock lock(_mutex);
-    ++_refusedCount;
-    _freed.notify_all();
-    return;
+    if (Finishing(lock)) {
+      ++_refusedCount;
+      _freed.notify_all();
+      return;
+    }
   }
+  auto const busy = Busy();
   std::string const open = busy.empty() ? "" : *busy.begin();
   if (need.critical) {
     std::string const path = open.empty() ? _options.path : _folder.PathOf(open);

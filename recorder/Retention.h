@@ -56,6 +56,7 @@ class Retention {
 
  private:
   using Clock = std::chrono::steady_clock;
+  using Lock = std::unique_lock<std::mutex>;
   using NewFile = WaitingStorage::NewFile;
 
   std::shared_ptr<NewFile> Created(std::string const& path);
@@ -74,6 +75,7 @@ class Retention {
   void GiveUp(SpaceNeed const& need);
   std::string NothingElse(std::string const& open) const;
   std::set<std::string> Busy() const;
+  bool Finishing(Lock const&) const;
   std::int64_t Now_ns() const;
   std::int64_t Wall_ns() const;
 

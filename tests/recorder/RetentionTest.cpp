@@ -354,16 +354,18 @@ TEST(Retention, DeletesByAge) {
               testing::ElementsAre("cam-009.avi", "cam-010.avi", "cam-011.avi", "cam-012.avi"));
 }
 
-// The event handler waits while the tracks change twice: the first file is complete, and the second
-// one empty, so that its name is used again.
-TEST(Retention, KeepsTheOpenFileThatHasTheNameOfAnEmptyOne) {
-  Watchdog const watchdog("an empty file");
+// The event handler waits while the tracks change: the first file is not finished yet, so that the
+// card may be full for a while, and the second one is empty, so that its name is used again.
+TEST(Retention, KnowsWhichFilesAreOpen) {
+  Watchdog const watchdog("open files");
   RecorderSession s({VideoTrack()});
   std::atomic<std::int64_t> now_ns{0};
   std::atomic<bool> wait{true};
   std::atomic<int> deleted{0};
   s.options.clock = [&now_ns] { return now_ns.load(); };
   s.options.retention.keepAge_ns = kSecond;
+  s.options.retention.keepFree = 1;
+  s.storage.free = 99 * kMiB;
   s.options.onEvent = [&](Event const& event) {
     while (wait) std::this_thread::yield();
     deleted += event.kind == Event::kDeleted;
@@ -376,8 +378,11 @@ TEST(Retention, KeepsTheOpenFileThatHasTheNameOfAnEmptyOne) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   };
   push();
-  EXPECT_TRUE(s.recorder->ChangeTracks(s.tracks));
-  EXPECT_TRUE(s.recorder->ChangeTracks(s.tracks));
+  EXPECT_TRUE(s.recorder->ChangeTracks({}));
+  s.storage.free = 0;
+  while (s.recorder->GetStatus().free != 0) std::this_thread::yield();
+  s.storage.free = 99 * kMiB;
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(s.recorder->ChangeTracks(s.tracks));
   push();
   wait = false;
   for (int more = 30; more > 0; more -= deleted > 0) push();

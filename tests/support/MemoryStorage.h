@@ -1,6 +1,7 @@
 // A recorder's files, in memory.
 #pragma once
 
+#include <atomic>
 #include <map>
 
 #include "avi/TrackReader.h"
@@ -83,7 +84,7 @@ class MemoryStorage : public record::Storage {
 
   int64 capacity = INT64_MAX;  // of each file
   std::string refused;         // files with this in their names are not opened
-  base::uint64 free = UINT64_MAX;
+  std::atomic<base::uint64> free{UINT64_MAX};
   bool lists = true;
   std::int64_t modified_ns = -1;  // of all files
 
