@@ -92,6 +92,13 @@ class LogStorage : public record::Storage {
   std::map<std::string, int> const& _numbers;
 };
 
+std::vector<unsigned char> Load(std::string const& path) {
+  std::vector<unsigned char> bytes(std::filesystem::file_size(path));
+  std::ifstream(path, std::ios::binary)
+      .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
+}
+
 std::string Text(std::vector<unsigned char> const& bytes) { return {bytes.begin(), bytes.end()}; }
 
 }  // namespace
@@ -126,10 +133,7 @@ Mending Mend(std::string const& folder, test::MemoryIO& file, Others& others) {
   }
   mending.ops = log.Take();
   if (!mending.refused) mending.whole = tool::RepairInPlace(storage, job).whole;
-  file.bytes.resize(std::filesystem::file_size(job.path));
-  std::ifstream(job.path, std::ios::binary)
-      .read(reinterpret_cast<char*>(file.bytes.data()),
-            static_cast<std::streamsize>(file.bytes.size()));
+  file.bytes = Load(job.path);
   for (auto const& [name, number] : numbers)
     if (!std::filesystem::exists(name)) others.erase(number);
   return mending;
@@ -163,8 +167,7 @@ long Repair(std::string const& folder, std::vector<unsigned char> const& file, O
   for (auto const& [number, io] : others)  // which take turns
     Store(names[static_cast<std::size_t>(number - 1) % 2], io.bytes);
   tool::RepairReport const report = tool::Repair(job);
-  std::ifstream made(job.output, std::ios::binary);
-  repaired.assign(std::istreambuf_iterator<char>(made), {});
+  repaired = Load(job.output);
   return static_cast<long>(report.lost.packets);
 } catch (tool::Error const&) {
   return -1;
