@@ -190,7 +190,8 @@ struct RecorderOptions {
 
   std::string plugin;  // the plug-in or its folder; empty: search for it, see Recorder
   // Called on the recorder's threads or in Push and Stop, one call at a time and with no lock held.
-  // It may call Push and GetStatus; Stop called from it returns at once.
+  // It may call all functions of the recorder, but ChangeTracks is refused; Stop called from it
+  // returns at once. It must not throw.
   std::function<void(Event const&)> onEvent;
   std::function<std::int64_t()> clock;  // nanoseconds, for packets without a time; null: monotonic
   Storage* storage = nullptr;           // must outlive the recorder; null: the system's files

@@ -267,18 +267,26 @@ Notice VideoTrack::Unevenness() const {
           {{"at_ms", Ms(_worstPlace_ns)}, {"skew_ms", Ms(_worst_ns)}}};
 }
 
+static void AddLoss(Notices& to, unsigned count, char const* reason, std::string const& text) {
+  if (count != 0) to.push_back({text, "loss", {{"reason", reason}, {"count", count}}});
+}
+
+// What came before the first picture that can be recorded.
+Notices VideoTrack::LeftOut() const {
+  Notices all;
+  AddLoss(all, _skipped, "before_key_frame",
+          "left out: " + Quantity(_skipped, "packet") + " before the first key frame");
+  AddLoss(all, _undecodable, "leading",
+          "left out: " + Quantity(_undecodable, "frame") +
+              " after the first key frame, with references to frames before it");
+  return all;
+}
+
 Notices VideoTrack::Findings() const {
   Notices findings = _gaps.Lines();
-  auto const lose = [&findings](unsigned count, char const* reason, std::string const& text,
-                                std::string const& more) {
-    if (count != 0)
-      findings.push_back({text + more, "loss", {{"reason", reason}, {"count", count}}});
-  };
-  lose(_skipped, "before_key_frame", "left out: " + Quantity(_skipped, "packet"),
-       " before the first key frame");
-  lose(_undecodable, "leading", "left out: " + Quantity(_undecodable, "frame"),
-       " after the first key frame, with references to frames before it");
-  lose(_damaged, "damaged", "recorded in part: " + Quantity(_damaged, "damaged packet"), "");
+  if (!_options.live) Append(findings, LeftOut());
+  AddLoss(findings, _damaged, "damaged",
+          "recorded in part: " + Quantity(_damaged, "damaged packet"));
   if (std::abs(_worst_ns) > kNote_ns) findings.push_back(Unevenness());
   Append(findings, _size.Changes());
   return findings;
@@ -286,6 +294,7 @@ Notices VideoTrack::Findings() const {
 
 Notices VideoTrack::Notes() const {
   Notices notes;
+  if (_options.live) Append(notes, LeftOut());  // a stream is hardly ever joined at a key frame
   if (_worst_ns != 0 && std::abs(_worst_ns) <= kNote_ns) notes.push_back(Unevenness());
   if (_discarded != 0)
     notes.emplace_back("recorded although its edit list hides them: " +

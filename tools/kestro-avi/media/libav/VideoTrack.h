@@ -80,6 +80,7 @@ class VideoTrack : public Track {
   void DropUnits();
   void FetchTimes();
   Notice Unevenness() const;
+  Notices LeftOut() const;
   bool CloseGap(std::int64_t time_ns, std::int64_t gap_ns);
 
   AVRational const _timeBase;
