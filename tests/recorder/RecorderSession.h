@@ -43,7 +43,7 @@ inline std::string Picture(int number, int gop = 5) {
 
 inline bool CanHash() {
   try {
-    avi::Sha256();
+    avi::Sha256 const loaded;
     return true;
   } catch (avi::Error const&) {
     return false;  // no libcrypto

@@ -139,6 +139,37 @@ TEST(RecorderThreads, StopsAtAnyMoment) {
   }
 }
 
+// What a program may call at any time. Returns how many events were accepted.
+int CallAtRandom(RecorderSession& s, unsigned seed, std::atomic<bool> const& done) {
+  int accepted = 0;
+  for (std::mt19937 random(seed); !done;) {
+    auto const time = [&random] { return random() % 1000 * kMs; };
+    unsigned const what = random() % 32;
+    if (what < 4) accepted += s.recorder->Event("event", time(), time()) == Code::kOk;
+    if (what == 4) s.recorder->Split();
+    EXPECT_TRUE(what != 5 || s.recorder->Unprotect("cam-002.avi"));
+    if (what == 6 && random() % 4 == 0) static_cast<void>(s.recorder->ChangeTracks(s.tracks));
+    EXPECT_TRUE(what != 7 || s.recorder->GetStatus().state != Status::kFailed);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 200));
+  }
+  return accepted;
+}
+
+// Checks files and markers. Returns how many files there are.
+int ExpectWhole(MemoryStorage& storage) {
+  int files = 0;
+  for (std::string const& name : storage.Names()) {
+    if (name.find(".keep") == name.npos) {
+      EXPECT_TRUE(storage.Read(name)->Indexed()) << name;
+      EXPECT_EQ(storage.Payloads(0, name)[0].find(kStart + "\x67"), 0u) << name;
+      ++files;
+    } else {
+      EXPECT_FALSE(avi::KeepMarker::Parse(storage.Text(name)).events.empty()) << name;
+    }
+  }
+  return files;
+}
+
 // Everything from all threads and from the event handler, with and without event-only recording,
 // limits and threads.
 TEST(RecorderThreads, EventsComeAtAnyMoment) {
@@ -155,9 +186,9 @@ TEST(RecorderThreads, EventsComeAtAnyMoment) {
     if (round % 8 > 3) s.options.retention.keepFiles = 2;
     std::atomic<int> accepted{0}, opened{0}, deleted{0}, incomplete{0};
     s.options.onEvent = [&](Event const& event) {
-      if (event.kind == Event::kOpened) ++opened;
-      if (event.kind == Event::kClosed) incomplete += !event.complete;
-      if (event.kind == Event::kDeleted) ++deleted;
+      opened += event.kind == Event::kOpened;
+      deleted += event.kind == Event::kDeleted;
+      incomplete += event.kind == Event::kClosed && !event.complete;
       if (event.kind == Event::kOpened) accepted += s.recorder->Event("again", 0, 0) == Code::kOk;
       bool const frees = event.kind == Event::kClosed && opened % 3 == 0;
       EXPECT_TRUE(!frees || s.recorder->Unprotect(event.path));
@@ -177,18 +208,7 @@ TEST(RecorderThreads, EventsComeAtAnyMoment) {
         }
         pace.Done(track);
       });
-    threads.emplace_back([&] {
-      for (std::mt19937 random(round); !done;) {
-        auto const time = [&random] { return random() % 1000 * kMs; };
-        unsigned const what = random() % 32;
-        if (what < 4) accepted += s.recorder->Event("event", time(), time()) == Code::kOk;
-        if (what == 4) s.recorder->Split();
-        EXPECT_TRUE(what != 5 || s.recorder->Unprotect("cam-002.avi"));
-        if (what == 6 && random() % 4 == 0) static_cast<void>(s.recorder->ChangeTracks(s.tracks));
-        EXPECT_TRUE(what != 7 || s.recorder->GetStatus().state != Status::kFailed);
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 200));
-      }
-    });
+    threads.emplace_back([&] { accepted += CallAtRandom(s, round, done); });
     std::this_thread::sleep_for(std::chrono::milliseconds(5 + round));
     EXPECT_TRUE(s.recorder->Stop()) << s.recorder->GetStatus().lastError;
     done = true;
@@ -197,17 +217,7 @@ TEST(RecorderThreads, EventsComeAtAnyMoment) {
     EXPECT_EQ(s.recorder->GetStatus().events, static_cast<std::uint64_t>(accepted));
     s.recorder.reset();
     EXPECT_EQ(pool.out, 0) << "not released";
-    int files = 0;
-    for (std::string const& name : s.storage.Names()) {
-      if (name.find(".keep") == name.npos) {
-        EXPECT_TRUE(s.storage.Read(name)->Indexed()) << name;
-        EXPECT_EQ(s.storage.Payloads(0, name)[0].find(kStart + "\x67"), 0u) << name;
-        ++files;
-      } else {
-        EXPECT_FALSE(avi::KeepMarker::Parse(s.storage.Text(name)).events.empty()) << name;
-      }
-    }
-    EXPECT_EQ(files + deleted, opened);
+    EXPECT_EQ(ExpectWhole(s.storage) + deleted, opened);
   }
 }
 
