@@ -85,10 +85,14 @@ void JsonReader::Text(std::string& text) {
   text.clear();
   Need('"');
   while (_good) {
-    std::size_t const length = std::min(_rest.find_first_of("\"\\"), _rest.size());
+    auto const special = [](char c) {
+      return c == '"' || c == '\\' || static_cast<unsigned char>(c) < ' ';
+    };
+    auto const end = std::find_if(_rest.begin(), _rest.end(), special);
+    auto const length = static_cast<std::size_t>(end - _rest.begin());
     text += _rest.substr(0, length);
     _rest.remove_prefix(length);
-    _good = !_rest.empty();
+    _good = !_rest.empty() && _rest.front() >= ' ';
     if (!_good) return;
     bool const ends = _rest.front() == '"';
     _rest.remove_prefix(1);

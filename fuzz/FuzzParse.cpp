@@ -23,10 +23,9 @@ bool Same(KeepMarker const& a, KeepMarker const& b) {
          std::equal(a.events.begin(), a.events.end(), b.events.begin(), b.events.end(), same);
 }
 
-// What is read is JSON for others, too, and comes back as it was.
+// What is written is JSON for others, too, and comes back as it was.
 void ReadMarker(std::string const& text) {
-  KeepMarker const marker = KeepMarker::Parse(text);
-  KESTRO_ASSERT(marker.events.empty() || nlohmann::json::accept(text));
+  static_cast<void>(KeepMarker::Parse(text));
   std::string const label = KeepMarker::Label(text);
   KESTRO_ASSERT(label.size() <= 200);
   KeepMarker own{"a", "b", {{label, "c", "a", "b"}}};

@@ -303,7 +303,11 @@ TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
   auto const again = KeepMarker::Parse(text);
   EXPECT_EQ(again.Compose(), text);
   for (std::size_t size = 0; size + 2 < text.size(); ++size)
-    EXPECT_TRUE(KeepMarker::Parse(text.substr(0, size)).events.empty()) << "cut at " << size;
+    for (bool const zeros : {false, true}) {
+      std::string damaged = text;
+      damaged.replace(size, zeros ? 1 : text.npos, zeros ? 1 : 0, '\0');
+      EXPECT_TRUE(KeepMarker::Parse(damaged).events.empty()) << size << " " << zeros;
+    }
   EXPECT_EQ(KeepMarker::Label(std::string(199, 'x') + "\xC3\xA9"), std::string(199, 'x'));
   struct {
     char const* text;
