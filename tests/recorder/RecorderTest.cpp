@@ -297,7 +297,7 @@ TEST(Recorder, GoesOnWithoutASideFile) {
 
 TEST(Recorder, ReportsAFileThatIsGone) {
   RecorderSession s({VideoTrack()}, true);
-  s.options.hash = true;
+  s.options.hash = CanHash();
   ASSERT_TRUE(s.Open()) << s.why.text;
   for (int i = 0; i < 100; ++i) {
     EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk) << i;
