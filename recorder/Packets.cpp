@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/LittleEndian.h"
+#include "stream/NalUnits.h"
 
 namespace kestro::record {
 
@@ -41,9 +42,33 @@ static Ref<IMedia> NewMedia(TrackInfo const& info) {
   return media;
 }
 
-Packets::Packets(Tracks const& tracks, int mostHeld) : _mostHeld(mostHeld) {
+// Encoders may use start codes of three bytes; the muxer finds those of four. Returns a copy of the
+// access unit in which those up to the first slice have four bytes; empty if they have already.
+static std::vector<std::uint8_t> WithLongStartCodes(stream::NalCodec codec,
+                                                    std::uint8_t const* data, std::size_t size) {
+  std::vector<std::uint8_t> wide;
+  std::size_t copied = 0;
+  for (stream::NalUnits<stream::AllCodes> unit(codec, data, size); unit.More(); unit.Next()) {
+    std::size_t const code = unit.Code();
+    if (code == 0 || data[code - 1] != 0) {
+      wide.reserve(size + 8);
+      wide.insert(wide.end(), data + copied, data + code);
+      wide.push_back(0);
+      copied = code;
+    }
+    if (unit.Header().IsSlice()) break;
+  }
+  if (!wide.empty()) wide.insert(wide.end(), data + copied, data + size);
+  return wide;
+}
+
+Packets::Packets(Tracks const& tracks, int mostHeld, bool verbatim) : _mostHeld(mostHeld) {
   for (TrackInfo const& track : tracks) {
     _media.push_back(NewMedia(track));
+    _nal.push_back(track.TakesParameterSets() && !verbatim
+                       ? std::optional(track.codec == TrackInfo::kHevc ? stream::NalCodec::kHevc
+                                                                       : stream::NalCodec::kH264)
+                       : std::nullopt);
     _headed.push_back(track.codec == TrackInfo::kMjpeg);
   }
 }
@@ -80,17 +105,24 @@ struct Release {
 Ref<stream::Packet> Packets::New(std::size_t track, Payload const& payload) const {
   Release release(payload);
   std::size_t const head = _headed[track] ? kChunkHead : 0;
-  auto const* const data = static_cast<std::uint8_t const*>(payload.data);
+  auto const* data = static_cast<std::uint8_t const*>(payload.data);
+  std::size_t size = payload.size;
+  auto const wide =
+      _nal[track] ? WithLongStartCodes(*_nal[track], data, size) : std::vector<std::uint8_t>();
+  if (!wide.empty()) {
+    data = wide.data();
+    size = wide.size();
+  }
   Ref<stream::Packet> made;
-  if (release.of != nullptr && head == 0 && _held->load() < _mostHeld) {
+  if (wide.empty() && release.of != nullptr && head == 0 && _held->load() < _mostHeld) {
     auto const owner = Ref<BorrowedMemory>::Take(new BorrowedMemory(payload, _held));
     release.of = nullptr;
-    made = stream::Packet::Wrap(const_cast<std::uint8_t*>(data), static_cast<int>(payload.size),
-                                owner.get());
+    made =
+        stream::Packet::Wrap(const_cast<std::uint8_t*>(data), static_cast<int>(size), owner.get());
   } else {
-    made = stream::Packet::New(static_cast<int>(head + payload.size));
-    if (head != 0) WriteChunkHead(track, payload.size, made->Data());
-    std::copy_n(data, payload.size, made->Data() + head);
+    made = stream::Packet::New(static_cast<int>(head + size));
+    if (head != 0) WriteChunkHead(track, size, made->Data());
+    std::copy_n(data, size, made->Data() + head);
   }
   made->Media(Media(track));
   if (payload.key) made->Flags(stream::Packet::kKey);

@@ -3,10 +3,12 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "recorder/Recorder.h"
 #include "recorder/TrackInfo.h"
+#include "stream/NalUnits.h"
 #include "stream/Packet.h"
 
 namespace kestro::record {
@@ -17,7 +19,8 @@ class Packets {
   static constexpr int kMostHeld = 4;
 
   // If more than `mostHeld` payloads are in use, new ones are copied: a camera has few buffers.
-  explicit Packets(Tracks const& tracks, int mostHeld = kMostHeld);
+  // Unless `verbatim`, start codes get the length that the muxer needs.
+  explicit Packets(Tracks const& tracks, int mostHeld = kMostHeld, bool verbatim = false);
 
   stream::IMedia* Media(std::size_t track) const { return _media[track].get(); }
   // Takes ownership of the payload: its release function is always called, even when memory runs
@@ -31,6 +34,7 @@ class Packets {
 
   std::vector<base::Ref<stream::IMedia>> _media;
   std::vector<bool> _headed;
+  std::vector<std::optional<stream::NalCodec>> _nal;  // of access units to check
   int const _mostHeld;
   std::shared_ptr<std::atomic<int>> _held = std::make_shared<std::atomic<int>>(0);
 };

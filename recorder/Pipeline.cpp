@@ -19,7 +19,7 @@ Pipeline::Pipeline(RecorderOptions const& options, TrackSet tracks, SegmentNames
       _events(events),
       _tracks(std::move(tracks)),
       // Packets stay in memory for long there.
-      _packets(_tracks.Infos(), options.events.only ? 0 : Packets::kMostHeld),
+      _packets(_tracks.Infos(), options.events.only ? 0 : Packets::kMostHeld, options.verbatim),
       _starts(options),
       _finish(finish),
       _sequence(_tracks.Count()) {

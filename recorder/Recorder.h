@@ -92,8 +92,9 @@ struct Status {
 // other tracks are skipped.
 //
 // The recorder prepares the packets as the format requires: tracks that readers do not number come
-// last in the file, audio is cut into blocks of equal length, a text precedes its frame, and the
-// first key frame of a file gets the last parameter sets when it has none.
+// last in the file, audio is cut into blocks of equal length, a text precedes its frame, start
+// codes get four bytes, and the first key frame of a file gets the last parameter sets when it has
+// none.
 //
 // Packets go into a queue: Push waits only when the queue is full. A payload with a release
 // function is used in place while few such payloads are held, and copied otherwise, so that the

@@ -56,6 +56,28 @@ TEST(Recorder, OrdersTracksCutsAudioAndRepeatsParameterSets) {
   EXPECT_EQ(s.Count(Event::kClosed), 2);
 }
 
+TEST(Recorder, MakesStartCodesLongUpToTheFirstSlice) {
+  struct Row {
+    char const* name;
+    std::string in, out;
+  };
+  std::string const brief = kStart.substr(1);
+  for (Row const& row : {
+           Row{"long", kStart + "\x67s" + kStart + "\x65k", kStart + "\x67s" + kStart + "\x65k"},
+           Row{"all short", brief + "\x67s" + brief + "\x65k", kStart + "\x67s" + kStart + "\x65k"},
+           Row{"slice short", kStart + "\x67s" + brief + "\x65k",
+               kStart + "\x67s" + kStart + "\x65k"},
+           Row{"after a slice", kStart + "\x65k" + brief + "\x65l",
+               kStart + "\x65k" + brief + "\x65l"},
+       }) {
+    RecorderSession s({VideoTrack()}, true);
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    EXPECT_EQ(s.Push(0, row.in, 0, true), Code::kOk) << row.name;
+    EXPECT_TRUE(s.recorder->Stop()) << row.name;
+    EXPECT_EQ(s.Payload(0), row.out) << row.name;
+  }
+}
+
 TEST(Recorder, FillsLateAudioWithSilenceAndReportsMissingAudio) {
   RecorderSession s({VideoTrack(), AudioTrack()}, true);
   ASSERT_TRUE(s.Open()) << s.why.text;
