@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "DemuxBench.h"
+#include "GstBench.h"
 #include "MemoryBench.h"
 #include "MuxBench.h"
 #include "RecordBench.h"
@@ -105,6 +106,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   for (Case& c : StallCases()) cases.push_back(std::move(c));
   for (Case& c : SyncCases()) cases.push_back(std::move(c));
   for (Case& c : ScanCases(ColdBytes())) cases.push_back(std::move(c));
+  for (Case& c : GstCases()) cases.push_back(std::move(c));
   return Measure(cases, out);
 }
 
