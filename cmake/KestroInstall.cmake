@@ -1,4 +1,5 @@
-# What `cmake --install` installs, in three components: runtime (host and plug-in), development, tool.
+# What `cmake --install` installs, in these components: runtime (host and plug-in), development, tool,
+# gstreamer.
 include(CMakePackageConfigHelpers)
 set(plugin_dir ${CMAKE_INSTALL_LIBDIR}/kestro)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kestro)
@@ -10,12 +11,14 @@ if(CMAKE_INSTALL_PREFIX STREQUAL /usr AND EXISTS /etc/debian_version)
   set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)  # where Debian's zsh looks
 endif()
 set(fish_dir ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+set(gstreamer_dir ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
 set(man_dir ${CMAKE_INSTALL_MANDIR}/man1)
 set(examples_dir ${CMAKE_INSTALL_DATADIR}/doc/kestro-avi/examples)
 
 # First record which of these folders the install creates, for the uninstall.
 set(folders ${CMAKE_INSTALL_BINDIR} ${plugin_dir} ${config_dir} ${pkgconfig_dir} ${include_dir}/base
-  ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir} ${examples_dir})
+  ${include_dir}/stream ${include_dir}/recorder ${bash_dir} ${zsh_dir} ${fish_dir} ${man_dir} ${examples_dir}
+  ${gstreamer_dir})
 install(CODE "set(folders \"${folders}\")\nset(made \"${PROJECT_BINARY_DIR}/install_folders.txt\")"
   ALL_COMPONENTS)
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/InstallFolders.cmake ALL_COMPONENTS)
@@ -70,6 +73,11 @@ if(TARGET kestro-avi-pages)
   install(FILES ${pages}/kestro-avi.bash DESTINATION ${bash_dir} COMPONENT tool RENAME kestro-avi)
   install(FILES ${pages}/_kestro-avi DESTINATION ${zsh_dir} COMPONENT tool)
   install(FILES ${pages}/kestro-avi.fish DESTINATION ${fish_dir} COMPONENT tool)
+endif()
+
+if(TARGET gstkestro)
+  kestro_rpath(gstkestro ${CMAKE_INSTALL_FULL_LIBDIR}/gstreamer-1.0)
+  install(TARGETS gstkestro LIBRARY DESTINATION ${gstreamer_dir} COMPONENT gstreamer)
 endif()
 
 if(PROJECT_IS_TOP_LEVEL)

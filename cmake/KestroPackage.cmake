@@ -1,4 +1,5 @@
-# Debian packages by `cpack -G DEB`: libkestroN, libkestro-dev and kestro-avi.
+# Debian packages by `cpack -G DEB`: libkestroN, libkestro-dev, kestro-avi and
+# gstreamer1.0-kestro.
 if(NOT PROJECT_IS_TOP_LEVEL)
   return()
 endif()
@@ -12,7 +13,11 @@ set(CPACK_COMPONENTS_ALL runtime development)
 if(TARGET kestro-avi)
   list(APPEND CPACK_COMPONENTS_ALL tool)
 endif()
+if(TARGET gstkestro)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+set(CPACK_COMPONENT_GSTREAMER_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOL_DEPENDS runtime)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -34,4 +39,8 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kestro-avi)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "records, plays, describes, checks and repairs AVI files
  A command line for the AVI plug-in, with its manual page and completions.")
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-kestro)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_GSTREAMER_DESCRIPTION "records AVI files in GStreamer pipelines
+ The element kestroavisink. Its files can be played after a power cut.")
 include(CPack)

@@ -39,7 +39,12 @@ cmake -S "$source/tests/package/consumer" -B consumer -DEXAMPLE="$source/example
   -DCLIP="$clip" >log
 cmake --build consumer >>log
 cmp record.avi consumer/record.avi
-echo "ok    the tool, pkg-config, find_package"
+if [[ " ${names[*]} " == *" gstreamer1.0-kestro "* && -x $(command -v gst-launch-1.0) ]]; then
+  GST_REGISTRY="$work/registry" gst-launch-1.0 filesrc location="$clip" ! h264parse ! kestroavisink \
+    location=gst.avi >log 2>&1 || { cat log >&2 && die "gst-launch-1.0"; }
+  kestro-avi verify gst.avi
+fi
+echo "ok    the tool, pkg-config, find_package, GStreamer"
 
 remove || { cat log >&2 && die "removing"; }
 while read -r file; do [[ ! -e $file ]] || die "left: $file"; done <files
