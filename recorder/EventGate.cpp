@@ -112,8 +112,9 @@ bool EventGate::Advance() {
     if (!Complete()) break;
     if (!EndFile()) return false;
   }
+  std::int64_t const end_ns = _tracks[_lead].end_ns, before_ns = _options.events.before_ns;
   if (!_writing)
-    _ring.DropBefore(_tracks[_lead].end_ns - _options.events.before_ns);
+    _ring.DropBefore(end_ns < INT64_MIN + before_ns ? INT64_MIN : end_ns - before_ns);
   else if (_cut_ns == INT64_MAX)
     _ring.DropBefore(_passed_ns);  // the last group remains, for an event after the end
   return true;
