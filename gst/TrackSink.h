@@ -5,8 +5,8 @@
 
 namespace kestro::gst {
 
-// Creates a GstBaseSink that passes everything to the track. The change
-// to PAUSED waits for data if the track is awaited.
+// Creates a GstBaseSink that passes everything to the track. The change to PAUSED waits for data if
+// the track is awaited.
 GstElement* NewTrackSink(Recording& recording, Track& track, GstCaps* caps);
 Track& TrackOf(GstElement* sink);
 
