@@ -8,6 +8,8 @@ namespace kestro::avi {
 namespace {
 
 enum Constraint { kSet1 = 0x40, kSet3 = 0x10 };
+// Limits of any level.
+constexpr unsigned kMostPixels = 1 << 16, kMostReordering = 16;
 
 std::string ProfileName(unsigned profile, unsigned constraints) {
   std::string const intra = (constraints & kSet3) != 0 ? " Intra" : "";
@@ -70,13 +72,65 @@ bool ReadChroma(BitReader& bits, VideoFormat& format) {
   return true;
 }
 
-void SkipPictureOrder(BitReader& bits) {
+void ReadPictureOrder(BitReader& bits, VideoFormat& format) {
   unsigned const type = bits.Number();
   if (type == 0) bits.Number();
+  if (type == 2) format.reordering = 0;  // pictures are shown in the order of decoding
   if (type != 1) return;
   bits.Skip(1);
   bits.SkipNumbers(2);
   bits.SkipNumbers(bits.Number());
+}
+
+// The size of a picture, after cropping.
+void ReadSize(BitReader& bits, VideoFormat& format) {
+  unsigned const across = bits.Number() + 1, down = bits.Number() + 1;
+  format.interlaced = bits.Bit() == 0;
+  unsigned const fields = format.interlaced ? 2 : 1;
+  if (format.interlaced) bits.Skip(1);
+  bits.Skip(1);
+  unsigned left = 0, right = 0, top = 0, bottom = 0;
+  if (bits.Bit() != 0) {
+    left = bits.Number();
+    right = bits.Number();
+    top = bits.Number();
+    bottom = bits.Number();
+  }
+  std::uint64_t const stepX = format.chroma == "4:2:0" || format.chroma == "4:2:2" ? 2 : 1;
+  std::uint64_t const stepY = (format.chroma == "4:2:0" ? 2 : 1) * std::uint64_t{fields};
+  std::uint64_t const width = std::uint64_t{across} * 16,
+                      cutX = stepX * (std::uint64_t{left} + right);
+  std::uint64_t const height = std::uint64_t{down} * 16 * fields,
+                      cutY = stepY * (std::uint64_t{top} + bottom);
+  if (width > kMostPixels || height > kMostPixels || cutX >= width || cutY >= height) return;
+  format.width = static_cast<unsigned>(width - cutX);
+  format.height = static_cast<unsigned>(height - cutY);
+}
+
+void SkipHrd(BitReader& bits) {
+  unsigned const count = bits.Number() + 1;
+  bits.Skip(8);
+  for (unsigned i = 0; i < count && bits.Good(); ++i) {
+    bits.SkipNumbers(2);
+    bits.Skip(1);
+  }
+  bits.Skip(20);
+}
+
+void ReadVui(BitReader& bits, VideoFormat& format) {
+  ReadAspect(bits, format);
+  SkipColours(bits);
+  if (bits.Bit() != 0) bits.Skip(65);  // timing
+  bool const nal = bits.Bit() != 0;
+  if (nal) SkipHrd(bits);
+  bool const vcl = bits.Bit() != 0;
+  if (vcl) SkipHrd(bits);
+  bits.Skip(nal || vcl ? 2 : 1);
+  if (bits.Bit() == 0) return;
+  bits.Skip(1);
+  bits.SkipNumbers(4);
+  unsigned const reordering = bits.Number();
+  if (bits.Good() && reordering <= kMostReordering) format.reordering = reordering;
 }
 
 }  // namespace
@@ -89,17 +143,13 @@ std::optional<VideoFormat> ReadH264Sps(BitReader bits) {
   bits.Number();  // its id
   if (HasChroma(profile) && !ReadChroma(bits, format)) return std::nullopt;
   bits.Number();  // bits of a frame number
-  SkipPictureOrder(bits);
+  ReadPictureOrder(bits, format);
   bits.Number();  // reference frames
   bits.Skip(1);
-  bits.SkipNumbers(2);  // width and height
-  format.interlaced = bits.Bit() == 0;
-  if (format.interlaced) bits.Skip(1);
-  bits.Skip(1);
-  if (bits.Bit() != 0) bits.SkipNumbers(4);  // cropping
+  ReadSize(bits, format);
   bool const vui = bits.Bit() != 0;
   if (!bits.Good()) return std::nullopt;
-  if (vui) ReadAspect(bits, format);
+  if (vui) ReadVui(bits, format);
   return format;
 }
 

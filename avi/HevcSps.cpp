@@ -84,12 +84,7 @@ void SkipCodingTools(BitReader& bits, unsigned layers) {
 
 void ReadVui(BitReader& bits, VideoFormat& format) {
   ReadAspect(bits, format);
-  if (bits.Bit() != 0) bits.Skip(1);  // overscan
-  if (bits.Bit() != 0) {              // colours
-    bits.Skip(4);
-    if (bits.Bit() != 0) bits.Skip(24);
-  }
-  if (bits.Bit() != 0) bits.SkipNumbers(2);  // position of chroma samples
+  SkipColours(bits);
   bits.Skip(1);
   bool const fields = bits.Bit() != 0;
   if (bits.Good()) format.interlaced |= fields;

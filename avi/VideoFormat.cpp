@@ -27,6 +27,15 @@ void ReadAspect(BitReader& bits, VideoFormat& format) {
   format.aspectHeight = height;
 }
 
+void SkipColours(BitReader& bits) {
+  if (bits.Bit() != 0) bits.Skip(1);
+  if (bits.Bit() != 0) {
+    bits.Skip(4);
+    if (bits.Bit() != 0) bits.Skip(24);
+  }
+  if (bits.Bit() != 0) bits.SkipNumbers(2);
+}
+
 // Removes the escape bytes: 00 00 03 stands for 00 00.
 static std::vector<std::uint8_t> Unescaped(std::uint8_t const* data, std::size_t size) {
   constexpr std::size_t kMost = 1 << 16;

@@ -17,6 +17,9 @@ struct VideoFormat {
   std::string chroma = "4:2:0";  // "4:0:0" for grey
   unsigned aspectWidth = 0, aspectHeight = 0;  // of a sample; 0: not given
   bool interlaced = false;                     // H.264: fields may be coded
+  // Only of H.264: the size of a picture, and by how many frames decoding is ahead of showing.
+  unsigned width = 0, height = 0;
+  std::optional<unsigned> reordering;  // empty if the stream does not say
 
   // Reads the first frame of a track: for "h264" and "hevc" the first SPS of an access unit with
   // start codes, for "mjpeg" the frame header. The data may be cut off after that.
@@ -31,5 +34,7 @@ std::optional<VideoFormat> ReadHevcSps(BitReader bits);
 
 // Reads the aspect ratio of a sample from the VUI of either.
 void ReadAspect(BitReader& bits, VideoFormat& format);
+// Skips what follows it in both: overscan, colours and the position of chroma samples.
+void SkipColours(BitReader& bits);
 
 }  // namespace kestro::avi

@@ -29,18 +29,18 @@ TEST(VideoFormat, IsReadFromTheFirstBytesOfAFrame) {
     char const *name, *codec, *bytes, *format;
   } const cases[] = {
       {"baseline", "h264", "000000016742c00dd90141fb011000000300100000030320f142a480",
-       "Constrained Baseline 1.3 8 4:2:0 1:1"},
+       "Constrained Baseline 1.3 8 4:2:0 1:1 320x240 by 0"},
       {"interlaced", "h264",
        "000000016d7a00"
        "00000001677a0015b6cd941410fc4e0220000003002000000643e28532c0",
-       "High 4:2:2 2.1 10 4:2:2 1:1 interlaced"},
+       "High 4:2:2 2.1 10 4:2:2 1:1 interlaced 320x240 by 2"},
       {"level 1b", "h264", "0000000167640009acd94141fb041000000300100000030320f1225960",
-       "High 1b 8 4:2:0 16:11"},
+       "High 1b 8 4:2:0 16:11 320x240 by 2"},
       {"4:4:4", "h264", "0000000167f4000d919b28283f6022000003000200000300641e28532c",
-       "High 4:4:4 Predictive 1.3 8 4:4:4 1:1"},
+       "High 4:4:4 Predictive 1.3 8 4:4:4 1:1 320x240 by 2"},
       {"scaling lists", "h264",
        "000000016764000dad841249249249248452055ffffffffffffffff54e469a0507fefff00070005004",
-       "High 1.3 8 4:2:0 7:5"},
+       "High 1.3 8 4:2:0 7:5 320x236"},
       {"10 bits", "hevc",
        "0000000142010102200000030090000003000003003ca00a080f1365959a4932bc11a0200000030020000003032"
        "1",
@@ -84,6 +84,9 @@ TEST(VideoFormat, IsReadFromTheFirstBytesOfAFrame) {
       text = found->profile + " " + found->level + " " + std::to_string(found->bits) + " " +
              found->chroma + " " + std::to_string(found->aspectWidth) + ":" +
              std::to_string(found->aspectHeight) + (found->interlaced ? " interlaced" : "");
+    if (found && found->width != 0)
+      text += " " + std::to_string(found->width) + "x" + std::to_string(found->height);
+    if (found && found->reordering) text += " by " + std::to_string(*found->reordering);
     EXPECT_EQ(text, c.format) << c.name;
     for (std::size_t size = 0; size < bytes.size(); ++size) {
       auto const cut = ReadFormat(c.codec, bytes.substr(0, size));

@@ -4,9 +4,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavcodec/bsf.h>
-#ifdef KESTRO_DEVICES
-#include <libavdevice/avdevice.h>
-#endif
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/display.h>

@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "cli/Address.h"
+#include "media/libav/Devices.h"
+#include "media/libav/StreamHeaders.h"
 
 namespace kestro::tool {
 
@@ -25,26 +27,6 @@ ExitCode ExitCodeOf(int failed) {
     default:
       return kIo;
   }
-}
-
-// Removes the type of a device from an address such as "v4l2:/dev/video0" and returns it; null for
-// other addresses.
-static AVInputFormat const* TakeDevice(std::string& url) {
-#ifdef KESTRO_DEVICES
-  static bool const registered = (avdevice_register_all(), true);
-  (void)registered;
-  auto const colon = url.find(':');
-  if (colon == url.npos) return nullptr;
-  AVInputFormat const* kind = av_find_input_format(url.substr(0, colon).c_str());
-  if (kind == nullptr || kind->priv_class == nullptr ||
-      !AV_IS_INPUT_DEVICE(kind->priv_class->category))
-    return nullptr;
-  url.erase(0, colon + 1);
-  return kind;
-#else
-  (void)url;
-  return nullptr;
-#endif
 }
 
 bool MayComeBack(std::string const& address) {
@@ -101,7 +83,8 @@ FormatPtr OpenFormat(std::string const& address, base::Fraction rate, Patience& 
   if (failed < 0 && camera) failed = Open(format, url, device, rate, nullptr, patience);
   if (opened != nullptr) *opened = avi::ClockAnchor::Now::Read();
   if (failed >= 0) patience.BeginProbing(kProbing_ns);
-  if (failed >= 0) failed = avformat_find_stream_info(format.get(), nullptr);
+  if (failed >= 0 && !HeadersSuffice(*format))
+    failed = avformat_find_stream_info(format.get(), nullptr);
   if (failed >= 0 && !patience.TimedOut()) return format;
   ExitCode const code = ExitCodeOf(failed);
   if (patience.TimedOut() && !patience.Ended()) throw Error(kIo, name + ": delivers nothing");
