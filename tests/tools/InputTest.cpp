@@ -84,6 +84,10 @@ TEST(AnnexB, ConvertsUnits) {
     ASSERT_TRUE(converter.Configure(extra.data(), extra.size()));
     EXPECT_EQ(converter.Convert(in.data(), in.size(), c.key, out), c.whole);
     EXPECT_EQ(out, Hex(c.out));
+    Bytes inPlace = in;
+    bool const possible = !c.key && c.whole && out.size() == in.size();
+    EXPECT_EQ(converter.ConvertInPlace(inPlace.data(), in.size(), c.key), possible);
+    EXPECT_EQ(inPlace, possible ? out : in);
     if (c.name != "byte stream with sets") continue;
     converter.Convert(later.data(), later.size(), true, out);
     EXPECT_EQ(out, later) << "a stream with sets is left alone from then on";

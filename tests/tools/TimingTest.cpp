@@ -291,12 +291,13 @@ TEST(OpenGroups, LeadOnlyWithReferences) {
   };
   for (auto const& c : cases) {
     OpenGroups groups(c.codec);
-    auto const frame = [](int header) {
-      return Bytes{0, 0, 0, 1, static_cast<std::uint8_t>(header), 1, 2, 3};
+    auto const leads = [&groups](int header, bool key, std::int64_t time_ns) {
+      Bytes const frame{0, 0, 0, 1, static_cast<std::uint8_t>(header), 1, 2, 3};
+      return groups.Leads(frame.data(), frame.size(), key, time_ns);
     };
-    EXPECT_FALSE(groups.Leads(frame(c.key), true, 100)) << c.key;
-    EXPECT_EQ(groups.Leads(frame(c.frame), false, 60), c.leads) << c.frame;
-    EXPECT_FALSE(groups.Leads(frame(c.frame), false, 140)) << c.frame;
+    EXPECT_FALSE(leads(c.key, true, 100)) << c.key;
+    EXPECT_EQ(leads(c.frame, false, 60), c.leads) << c.frame;
+    EXPECT_FALSE(leads(c.frame, false, 140)) << c.frame;
   }
 }
 

@@ -67,12 +67,19 @@ struct RecordReader {
 
 }  // namespace
 
+// The next start code of three bytes; the size if there is none.
+static std::size_t FindShortCode(std::uint8_t const* data, std::size_t size, std::size_t from) {
+  std::size_t code = stream::FindStartCode<AllCodes>(data, size, from);
+  while (code < size && code != 0 && data[code - 1] == 0)
+    code = stream::FindStartCode<AllCodes>(data, size, code + 3);
+  return code;
+}
+
 void AppendWide(std::uint8_t const* data, std::size_t size, Bytes& out) {
   out.reserve(out.size() + size + 16);
   std::size_t copied = 0;
-  for (std::size_t code = stream::FindStartCode<AllCodes>(data, size, 0); code < size;
-       code = stream::FindStartCode<AllCodes>(data, size, code + 3)) {
-    if (code != 0 && data[code - 1] == 0) continue;
+  for (std::size_t code = FindShortCode(data, size, 0); code < size;
+       code = FindShortCode(data, size, code + 3)) {
     out.insert(out.end(), data + copied, data + code);
     out.push_back(0);
     copied = code;
@@ -139,15 +146,37 @@ bool AnnexB::Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes
 bool AnnexB::AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const {
   out.reserve(size + 64);
   std::size_t at = 0;
-  while (size - at >= _lengthBytes) {
-    std::size_t length = 0;
-    for (std::size_t i = 0; i < _lengthBytes; ++i) length = length << 8 | data[at + i];
-    at += _lengthBytes;
-    if (length > size - at) return false;
+  for (std::size_t length = 0; ReadPrefix(data, size, at, length); at += length)
     if (length != 0) AppendUnit(data + at, length, out);
-    at += length;
-  }
   return at == size;
+}
+
+// Reads the length of a unit and moves on to its first byte. Returns false, and does not move, at
+// the end and when less is left.
+bool AnnexB::ReadPrefix(std::uint8_t const* data, std::size_t size, std::size_t& at,
+                        std::size_t& length) const {
+  if (size - at < _lengthBytes) return false;
+  length = 0;
+  for (std::size_t i = 0; i < _lengthBytes; ++i) length = length << 8 | data[at + i];
+  if (length > size - at - _lengthBytes) return false;
+  at += _lengthBytes;
+  return true;
+}
+
+bool AnnexB::ConvertInPlace(std::uint8_t* data, std::size_t size, bool key) const {
+  if (key || size == 0) return false;
+  if (_lengthBytes == 0) return FindShortCode(data, size, 0) >= size;
+  if (_lengthBytes != sizeof kStartCode) return false;
+  std::vector<std::size_t> prefixes;
+  std::size_t at = 0;
+  for (std::size_t length = 0; ReadPrefix(data, size, at, length); at += length) {
+    if (length == 0) return false;
+    prefixes.push_back(at - sizeof kStartCode);
+  }
+  if (at != size) return false;
+  for (std::size_t const prefix : prefixes)
+    std::copy(std::begin(kStartCode), std::end(kStartCode), data + prefix);
+  return true;
 }
 
 void AnnexB::AddParameterSets(Bytes& unit) {

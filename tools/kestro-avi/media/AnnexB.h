@@ -34,6 +34,11 @@ class AnnexB {
   // has none. Returns false for damaged data; `out` then has the intact part.
   bool Convert(std::uint8_t const* data, std::size_t size, bool key, Bytes& out);
 
+  // Converts an access unit in its memory. Returns false, and changes nothing, where this is not
+  // possible: for key frames, which may get parameter sets, for lengths of other than four bytes,
+  // and for damaged data.
+  bool ConvertInPlace(std::uint8_t* data, std::size_t size, bool key) const;
+
   // Adds the container's parameter sets to an access unit that Convert did not know to be a key
   // frame.
   void AddParameterSets(Bytes& unit);
@@ -43,6 +48,8 @@ class AnnexB {
 
   bool ReadAvcRecord(std::uint8_t const* extra, std::size_t size);
   bool ReadHevcRecord(std::uint8_t const* extra, std::size_t size);
+  bool ReadPrefix(std::uint8_t const* data, std::size_t size, std::size_t& at,
+                  std::size_t& length) const;
   bool AppendPrefixed(std::uint8_t const* data, std::size_t size, Bytes& out) const;
 
   stream::NalCodec _codec;

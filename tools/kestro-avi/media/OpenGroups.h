@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "media/AnnexB.h"
+#include "stream/NalUnits.h"
 
 namespace kestro::tool {
 
@@ -16,7 +16,7 @@ class OpenGroups {
   explicit OpenGroups(std::optional<stream::NalCodec> codec) : _codec(codec) {}
 
   // Takes a track's frames in file order. Returns whether the frame is such a leading one.
-  bool Leads(Bytes const& frame, bool key, std::int64_t time_ns);
+  bool Leads(std::uint8_t const* frame, std::size_t size, bool key, std::int64_t time_ns);
 
  private:
   std::optional<stream::NalCodec> const _codec;

@@ -8,7 +8,7 @@
 
 #include "avi/StartTime.h"
 #include "cli/Notice.h"
-#include "media/AnnexB.h"
+#include "media/SharedBytes.h"
 #include "media/TrackChoice.h"
 #include "recorder/TrackInfo.h"
 
@@ -35,7 +35,7 @@ struct ReadExtent {
 };
 
 struct TimedPacket {
-  Bytes data;
+  SharedBytes data;
   // From the start of the recording. Frames and samples are counted; a frame's time differs from
   // the counted one where the track's own times do, and nothing could be taken out.
   std::int64_t time_ns = 0;

@@ -198,7 +198,7 @@ void JoinVerb::EndAudio(Part const& part) {
 void JoinVerb::CheckStart(avi::AviTrack const& info, avi::Piece const& piece) {
   bool const key = piece.position == 0;
   if (key) _start.emplace(stream::NalCodecOf(info.codec));
-  if (_start && _start->Leads({piece.data, piece.data + piece.size}, key, key ? 0 : -1))
+  if (_start && _start->Leads(piece.data, piece.size, key, key ? 0 : -1))
     _warnings.push_back(
         "the clip begins with an open group of pictures: those that refer to earlier pictures "
         "cannot be "

@@ -51,6 +51,20 @@ bool RecordVerb::ChangeTracks(Session const& session, record::Recorder& recorder
   return static_cast<bool>(changed);
 }
 
+// The packet's bytes stay in memory until the recorder releases them.
+static record::Payload Borrowed(TimedPacket const& packet) {
+  using Owner = std::shared_ptr<void const>;
+  record::Payload payload;
+  payload.data = packet.data.data();
+  payload.size = packet.data.size();
+  payload.time_ns = packet.time_ns;
+  payload.duration_ns = packet.duration_ns;
+  payload.key = packet.key;
+  payload.context = new Owner(packet.data.Owner());
+  payload.release = [](void* owner) { delete static_cast<Owner*>(owner); };
+  return payload;
+}
+
 // Records packets until the end, a signal or an error. Returns false after an error.
 bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordService& service,
                          Progress& progress) {
@@ -70,16 +84,10 @@ bool RecordVerb::PushAll(Session& session, record::Recorder& recorder, RecordSer
     }
     if (outcome != Session::kPacket) continue;
     if (_options.realtime) SleepUntil(begin + std::chrono::nanoseconds(packet.time_ns));
-    record::Payload pushed;
-    pushed.data = packet.data.data();
-    pushed.size = packet.data.size();
-    pushed.time_ns = packet.time_ns;
-    pushed.duration_ns = packet.duration_ns;
-    pushed.key = packet.key;
     if (packet.startsFile) recorder.SplitAt(packet.time_ns);
     if (track == leading) _starts.Add(packet);
-    service.CountPacket(pushed.size);
-    if (recorder.Push(track, pushed) != record::Code::kOk) return false;
+    service.CountPacket(packet.data.size());
+    if (recorder.Push(track, Borrowed(packet)) != record::Code::kOk) return false;
     WriteDrops(recorder, packet.time_ns);
     ++packets;
     end_ns = std::max(end_ns, packet.time_ns + packet.duration_ns);

@@ -55,7 +55,7 @@ AudioTrack::AudioTrack(AVStream const& stream, std::string name, Timeline& timel
   _info.samples = TrackInfo::BlockLength(_info.rate);
 }
 
-bool AudioTrack::Take(AVPacket const& packet) {
+bool AudioTrack::Take(AVPacket& packet) {
   if (!std::exchange(_stretched, true)) _decoder.Stretch(_timeline.speed);
   _decoder.Decode(&packet);
   return true;
@@ -138,16 +138,22 @@ bool AudioTrack::Ready() {
 
 bool AudioTrack::Done() { return (_ended && !Ready()) || (_blocks && _blocks->Full()); }
 
+static SharedBytes LittleEndian(Samples samples) {
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+  for (std::int16_t& sample : samples) {
+    std::uint16_t const value = static_cast<std::uint16_t>(sample);
+    sample = static_cast<std::int16_t>(value >> 8 | value << 8);
+  }
+#endif
+  auto const owner = std::make_shared<Samples const>(std::move(samples));
+  return {reinterpret_cast<std::uint8_t const*>(owner->data()), owner->size() * 2, owner};
+}
+
 TimedPacket AudioTrack::Pop() {
   TimedPacket packet;
   packet.key = true;
   packet.time_ns = _blocks->NextTime_ns();
-  Samples const samples = _blocks->Take();
-  packet.data.resize(samples.size() * 2);
-  for (std::size_t i = 0; i < samples.size(); ++i) {  // little-endian on any host
-    packet.data[2 * i] = static_cast<std::uint8_t>(samples[i]);
-    packet.data[2 * i + 1] = static_cast<std::uint8_t>(samples[i] >> 8);
-  }
+  packet.data = LittleEndian(_blocks->Take());
   packet.duration_ns = _blocks->NextTime_ns() - packet.time_ns;
   return packet;
 }

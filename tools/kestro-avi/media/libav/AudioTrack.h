@@ -16,7 +16,7 @@ class AudioTrack : public Track {
   AudioTrack(AVStream const& stream, std::string name, Timeline& timeline, InputClock& clock,
              bool lead, bool live);
 
-  bool Take(AVPacket const& packet) override;
+  bool Take(AVPacket& packet) override;
   void EndAt(std::int64_t time_ns) override;
   void End() override;
   bool Ready() override;

@@ -24,7 +24,7 @@ FormatWatch::FormatWatch(AVCodecID codec, bool rates)
       _rates(rates),
       _parser(codec == AV_CODEC_ID_MJPEG ? nullptr : CodecParser::For(codec)) {}
 
-PictureFormat FormatWatch::Read(Bytes const& key) {
+PictureFormat FormatWatch::Read(SharedBytes const& key) {
   PictureFormat format;
   if (_parser) {
     _parser->ReadFormat(key.data(), std::min(key.size(), kStart), format.width, format.height,
@@ -37,7 +37,7 @@ PictureFormat FormatWatch::Read(Bytes const& key) {
   return format;
 }
 
-base::Fraction FormatWatch::ReadRate(Bytes const& key) const {
+base::Fraction FormatWatch::ReadRate(SharedBytes const& key) const {
   std::unique_ptr<AVCodecParameters, LibavDelete<avcodec_parameters_free>> const codec(
       avcodec_parameters_alloc());
   codec->codec_type = AVMEDIA_TYPE_VIDEO;
@@ -48,7 +48,7 @@ base::Fraction FormatWatch::ReadRate(Bytes const& key) const {
   return usable ? rate : base::Fraction();
 }
 
-bool FormatWatch::Differs(Bytes const& key) {
+bool FormatWatch::Differs(SharedBytes const& key) {
   _after = Read(key);
   if (_after.width <= 0 || _after.height <= 0) return false;
   Bytes sets = _parser ? _parser->ParameterSets(key.data(), std::min(key.size(), kStart)) : Bytes();

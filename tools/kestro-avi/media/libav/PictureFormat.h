@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/Fraction.h"
+#include "media/SharedBytes.h"
 #include "media/libav/CodecParser.h"
 
 namespace kestro::tool {
@@ -26,7 +27,7 @@ class FormatWatch {
 
   // Returns whether the key frame needs another track than the ones before: it has another size,
   // profile or frame rate. Then Before and After differ.
-  bool Differs(Bytes const& key);
+  bool Differs(SharedBytes const& key);
   // The same for a rate that was measured.
   void SetRates(base::Fraction const& before, base::Fraction const& after) {
     _before.rate = before;
@@ -36,13 +37,14 @@ class FormatWatch {
   PictureFormat const& After() const { return _after; }
 
  private:
-  PictureFormat Read(Bytes const& key);
-  base::Fraction ReadRate(Bytes const& key) const;
+  PictureFormat Read(SharedBytes const& key);
+  base::Fraction ReadRate(SharedBytes const& key) const;
 
   AVCodecID const _codec;
   bool const _rates;
   std::unique_ptr<CodecParser> _parser;  // null for motion JPEG
-  Bytes _key, _sets;                     // a key frame, and its parameter sets
+  SharedBytes _key;                      // a key frame
+  Bytes _sets;                           // its parameter sets
   PictureFormat _before, _after;
 };
 

@@ -8,7 +8,7 @@ namespace kestro::tool {
 PictureSize::PictureSize(AVCodecID codec)
     : _parser(codec == AV_CODEC_ID_MJPEG ? nullptr : CodecParser::For(codec)) {}
 
-void PictureSize::Check(Bytes const& key, std::int64_t time_ns) {
+void PictureSize::Check(SharedBytes const& key, std::int64_t time_ns) {
   constexpr std::size_t kMost = 10;
   int width = 0, height = 0;
   if (_parser) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/Notice.h"
+#include "media/SharedBytes.h"
 #include "media/libav/CodecParser.h"
 
 namespace kestro::tool {
@@ -13,7 +14,7 @@ class PictureSize {
  public:
   explicit PictureSize(AVCodecID codec);
 
-  void Check(Bytes const& key, std::int64_t time_ns);  // a key frame
+  void Check(SharedBytes const& key, std::int64_t time_ns);  // a key frame
 
   // One line for each of the first changes.
   Notices const& Changes() const { return _changes; }

@@ -19,7 +19,7 @@ void TextTrack::Add(Cue cue) {
   if (!cue.text.empty()) _cues.push_back(std::move(cue));
 }
 
-bool TextTrack::Take(AVPacket const& packet) {
+bool TextTrack::Take(AVPacket& packet) {
   Cue cue;
   if (!_ended && _decoder->Decode(packet, cue)) Add(std::move(cue));
   return true;
@@ -74,7 +74,7 @@ std::int64_t TextTrack::NextTime_ns() const {
 TimedPacket TextTrack::Pop() {
   TimedPacket packet;
   packet.time_ns = _next_ns = NextTime_ns();
-  packet.data.assign(_cues.front().text.begin(), _cues.front().text.end());
+  packet.data = Bytes(_cues.front().text.begin(), _cues.front().text.end());
   _cues.pop_front();
   return packet;
 }

@@ -27,7 +27,7 @@ class TextTrack : public Track {
   // Removes the texts from a time on, which is on the input's clock.
   void DropFrom(std::int64_t time_ns);
 
-  bool Take(AVPacket const& packet) override;
+  bool Take(AVPacket& packet) override;
   void End() override { _ended = true; }
   bool Ready() override;
   TimedPacket Pop() override;

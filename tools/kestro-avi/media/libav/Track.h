@@ -34,9 +34,9 @@ class Track {
   virtual base::Fraction InputRate() const { return {}; }
   virtual base::Fraction OtherRate() const { return {}; }
 
-  // Returns false for a key frame with other parameters, which needs a new track; only End may
-  // follow.
-  virtual bool Take(AVPacket const& packet) = 0;
+  // May keep the packet's data, and then changes it. Returns false for a key frame with other
+  // parameters, which is unchanged and needs a new track; only End may follow.
+  virtual bool Take(AVPacket& packet) = 0;
   // Audio: what follows from this time on the input's clock is for another track.
   virtual void EndAt(std::int64_t /*time_ns*/) {}
   // Video: the latest time of the packets so far, on the input's clock.

@@ -81,7 +81,7 @@ void VideoTrack::Configure(Bytes const& sets) {
   if (_converter) _converter->Configure(sets.data(), sets.size());
 }
 
-bool VideoTrack::Take(AVPacket const& packet) {
+bool VideoTrack::Take(AVPacket& packet) {
   std::size_t extra = 0;
   auto const* sets = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &extra);
   if (_converter && sets != nullptr) _converter->Configure(sets, extra);
@@ -119,14 +119,25 @@ bool VideoTrack::NeedsNewTrack(Unit const& key) {
   return true;
 }
 
-VideoTrack::Unit VideoTrack::Convert(AVPacket const& packet, std::int64_t time_ns, bool key) {
-  Unit unit{{}, key, false, time_ns};
+// Most frames can be recorded from libavformat's memory, without a copy.
+SharedBytes VideoTrack::FrameData(AVPacket& packet, bool key) {
   auto const size = static_cast<std::size_t>(std::max(packet.size, 0));
-  if (!_converter)
-    unit.data.assign(packet.data, packet.data + size);
-  else if (!_converter->Convert(packet.data, size, key, unit.data))
-    ++_damaged;
-  unit.leading = packet.pts != AV_NOPTS_VALUE && _groups.Leads(unit.data, key, time_ns);
+  bool const owned = packet.buf != nullptr && av_buffer_is_writable(packet.buf) != 0;
+  if (owned && (!_converter || _converter->ConvertInPlace(packet.data, size, key))) {
+    std::shared_ptr<AVBufferRef> owner(av_buffer_ref(packet.buf),
+                                       [](AVBufferRef* buffer) { av_buffer_unref(&buffer); });
+    if (owner) return {packet.data, size, std::move(owner)};
+  }
+  if (!_converter) return Bytes(packet.data, packet.data + size);
+  Bytes converted;
+  if (!_converter->Convert(packet.data, size, key, converted)) ++_damaged;
+  return converted;
+}
+
+VideoTrack::Unit VideoTrack::Convert(AVPacket& packet, std::int64_t time_ns, bool key) {
+  Unit unit{FrameData(packet, key), key, false, time_ns};
+  unit.leading = packet.pts != AV_NOPTS_VALUE &&
+                 _groups.Leads(unit.data.data(), unit.data.size(), key, time_ns);
   if (key && !_options.sameFormat)
     _size.Check(unit.data,
                 _timeline.selection.recorded_ns + std::max<std::int64_t>(0, time_ns - _begin_ns));

@@ -37,7 +37,7 @@ class VideoTrack : public Track {
   void MakeLead() override { _lead = true; }
   base::Fraction InputRate() const override { return _options.rate; }
   base::Fraction OtherRate() const override { return _options.otherRate; }
-  bool Take(AVPacket const& packet) override;
+  bool Take(AVPacket& packet) override;
   FormatWatch const& Formats() const { return _formats; }
   // Sets the container's parameter sets, as in the side data of a packet.
   void Configure(Bytes const& sets);
@@ -56,7 +56,7 @@ class VideoTrack : public Track {
 
  private:
   struct Unit {
-    Bytes data;
+    SharedBytes data;
     bool key, leading;
     std::int64_t time_ns;
   };
@@ -74,7 +74,8 @@ class VideoTrack : public Track {
   bool Full() const { return _timeline.IsOver(NextTime_ns()); }
   bool KeepBeforeStart(std::int64_t time_ns, bool key);
   bool NeedsNewTrack(Unit const& key);
-  Unit Convert(AVPacket const& packet, std::int64_t time_ns, bool key);
+  SharedBytes FrameData(AVPacket& packet, bool key);
+  Unit Convert(AVPacket& packet, std::int64_t time_ns, bool key);
   void Start();
   void AddTime(Unit const& unit);
   void DropUnits();
