@@ -14,6 +14,7 @@
 #include "RecordBench.h"
 #include "Report.h"
 #include "ScanBench.h"
+#include "ToolBench.h"
 #include "base/Module.h"
 
 namespace kestro::bench {
@@ -107,6 +108,7 @@ std::vector<Result> MeasureTime(Options& options, char* program, std::FILE* out)
   for (Case& c : SyncCases()) cases.push_back(std::move(c));
   for (Case& c : ScanCases(ColdBytes())) cases.push_back(std::move(c));
   for (Case& c : GstCases()) cases.push_back(std::move(c));
+  for (Case& c : ToolCases()) cases.push_back(std::move(c));
   return Measure(cases, out);
 }
 
