@@ -119,10 +119,12 @@ bool VideoTrack::NeedsNewTrack(Unit const& key) {
   return true;
 }
 
-// Most frames can be recorded from libavformat's memory, without a copy.
+// Most frames of files can be recorded from libavformat's memory, without a copy. Devices lend
+// buffers of their own, which are gone when they are closed.
 SharedBytes VideoTrack::FrameData(AVPacket& packet, bool key) {
   auto const size = static_cast<std::size_t>(std::max(packet.size, 0));
-  bool const owned = packet.buf != nullptr && av_buffer_is_writable(packet.buf) != 0;
+  bool const owned =
+      !_options.live && packet.buf != nullptr && av_buffer_is_writable(packet.buf) != 0;
   if (owned && (!_converter || _converter->ConvertInPlace(packet.data, size, key))) {
     std::shared_ptr<AVBufferRef> owner(av_buffer_ref(packet.buf),
                                        [](AVBufferRef* buffer) { av_buffer_unref(&buffer); });
