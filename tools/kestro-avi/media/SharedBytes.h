@@ -14,7 +14,7 @@ namespace kestro::tool {
 class SharedBytes {
  public:
   SharedBytes() = default;
-  SharedBytes(Bytes bytes) {
+  explicit SharedBytes(Bytes bytes) {
     auto const owner = std::make_shared<Bytes const>(std::move(bytes));
     *this = {owner->data(), owner->size(), owner};
   }

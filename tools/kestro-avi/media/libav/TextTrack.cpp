@@ -74,7 +74,8 @@ std::int64_t TextTrack::NextTime_ns() const {
 TimedPacket TextTrack::Pop() {
   TimedPacket packet;
   packet.time_ns = _next_ns = NextTime_ns();
-  packet.data = Bytes(_cues.front().text.begin(), _cues.front().text.end());
+  std::string const& text = _cues.front().text;
+  packet.data = SharedBytes(Bytes(text.begin(), text.end()));
   _cues.pop_front();
   return packet;
 }

@@ -130,10 +130,10 @@ SharedBytes VideoTrack::FrameData(AVPacket& packet, bool key) {
                                        [](AVBufferRef* buffer) { av_buffer_unref(&buffer); });
     if (owner) return {packet.data, size, std::move(owner)};
   }
-  if (!_converter) return Bytes(packet.data, packet.data + size);
+  if (!_converter) return SharedBytes(Bytes(packet.data, packet.data + size));
   Bytes converted;
   if (!_converter->Convert(packet.data, size, key, converted)) ++_damaged;
-  return converted;
+  return SharedBytes(std::move(converted));
 }
 
 VideoTrack::Unit VideoTrack::Convert(AVPacket& packet, std::int64_t time_ns, bool key) {
