@@ -9,8 +9,6 @@
 #include "media/SeriesName.h"
 #include "media/TextEncoding.h"
 #include "media/TrackChoice.h"
-#include "media/libav/InputSession.h"
-#include "media/libav/SubtitleDecoder.h"
 
 namespace kestro::tool {
 namespace {
@@ -191,6 +189,9 @@ TEST(Times, AreScaledWhole) {
       {3, 1, 2, 2, 1},
       {-3, 1, 2, -2, -1},
       {kMax, kMax, kMax, kMax, kMax},
+      {kMax, 1000000000, 1000000001, 9223372027631403779, 9223372027631403779},
+      {-kMax, 3, 5, -5534023222112865484, -5534023222112865484},
+      {INT64_MIN, kMax - 1, kMax, -kMax, -(kMax - 1)},
       {kMax, 3, 2, kNone, kNone},
       {-kMax, 3, 2, kNone, kNone},
       {1, 1, 0, kNone, kNone},
@@ -200,23 +201,6 @@ TEST(Times, AreScaledWhole) {
     EXPECT_EQ(Scaled(c.value, c.num, c.den), c.nearest) << c.value << " * " << c.num;
     EXPECT_EQ(Scaled(c.value, c.num, c.den, Rounding::kTowardsZero), c.lower) << c.value;
   }
-}
-
-TEST(Text, IsPlain) {
-  std::pair<char const*, char const*> const texts[] = {
-      {"a, b", "a, b"},
-      {"{\\i1}a{\\i0} b", "a b"},
-      {"one\\Ntwo\\nthree\\hfour", "one\ntwo\nthree four"},
-      {"{comment}a", "a"},
-      {"{open", "{open"},
-      {"\\{a\\} {}b\\\xE2\x81\xA0Nc", "{a} b\\Nc"},
-      {"C:\\dir\r\\N", "C:\\dir"},
-      {"", ""},
-  };
-  for (auto const& [in, out] : texts)
-    EXPECT_EQ(PlainText(std::string("0,1,Default,,0,0,0,,") + in, true), out);
-  EXPECT_EQ(PlainText("0,1,Default,,0,0,0,,{text} {\\an8}", false), "{text} ");
-  EXPECT_EQ(PlainText("no event", true), "");
 }
 
 TEST(Jpeg, IsWalkedToItsEnd) {
@@ -296,68 +280,6 @@ TEST(Text, IsConvertedToUtf8) {
       result = error.what();
     }
     EXPECT_EQ(result.substr(0, c.result.size()), c.result) << c.text;
-  }
-}
-
-using StretchTest = Command;
-
-TEST_F(StretchTest, MeetsRatesOfManyDigits) {
-  for (char const* rate : {"24000/1001", "23.976024", "59.9400599", "25.1234"}) {
-    SCOPED_TRACE(rate);
-    InputOptions options;
-    options.rate = ParseRate(rate);
-    InputSession session({At("media/clip25.h264"), At("media/stereo48k.wav")}, options, {});
-    TimedPacket packet;
-    std::int64_t audio_ns = 0;
-    for (std::size_t track = 0; session.Next(track, packet);)
-      if (track == 1) audio_ns += packet.duration_ns;
-    Fraction const speed = PlayedSpeed(options.rate);
-    EXPECT_NEAR(static_cast<double>(audio_ns),
-                3e9 * static_cast<double>(speed.num) / static_cast<double>(speed.den), 1e6);
-    EXPECT_THAT(session.Findings(), testing::IsEmpty());
-  }
-}
-
-// The place of a text: the number of video frames before it.
-using TextTest = Command;
-
-TEST_F(TextTest, PrecedesTheNearestFrame) {
-  Write("a.jsonl",
-        "{\"pts_ms\":1019,\"text\":\"c\"}\n\n{\"pts_ms\":0,\"text\":\"a\"}\n"
-        "{\"pts_ms\":1021,\"text\":\"d\"}\r\n{\"pts_ms\":1000,\"text\":\"b\"}\n"
-        "{\"pts_ms\":-50,\"text\":\"x\"}\n{\"pts_ms\":3990.5,\"text\":\"e\"}\n"
-        "{\"pts_ms\":500,\"text\":\"\"}\n{\"pts_ms\":4100,\"text\":\"f\"}");
-  Write("b.srt", "1\n00:00:00,990 --> 00:00:01,500\n<i>s</i>\n\n");
-  struct {
-    int start_ms, duration_ms;
-    char const* places;
-    std::size_t findings;
-  } const cases[] = {
-      {0, -1, "a0 s25 b25 c25 d26 e100 f100 ", 1},
-      {1000, -1, "b0 c0 s0 d1 e75 f75 ", 1},
-      {1000, 3000, "b0 c0 s0 d1 ", 0},
-      {1500, 1000, "b0 c0 s0 d1 ", 0},
-      {3000, -1, "e25 f25 ", 1},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(c.places);
-    Selection selection;
-    selection.start_ns = std::int64_t{1000000} * c.start_ms;
-    if (c.duration_ms >= 0) selection.duration_ns = std::int64_t{1000000} * c.duration_ms;
-    InputSession session(
-        {At("a.jsonl"), At("media/clip25.h264"), At("b.srt"), At("media/mono8k.wav")}, {},
-        selection);
-    std::string order, places;
-    for (TrackInfo const& track : session.Tracks()) order += std::to_string(track.codec) + " ";
-    EXPECT_EQ(order, "0 3 4 4 ");
-    TimedPacket packet;
-    int frames = 0;
-    for (std::size_t track = 0; session.Next(track, packet); frames += track == 0)
-      if (track >= 2)
-        places +=
-            std::string(packet.data.begin(), packet.data.end()) + std::to_string(frames) + " ";
-    EXPECT_EQ(places, c.places);
-    EXPECT_EQ(session.Findings().size(), c.findings);
   }
 }
 
