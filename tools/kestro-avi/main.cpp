@@ -11,6 +11,7 @@
 #include "cli/Answer.h"
 #include "cli/Console.h"
 #include "cli/Errors.h"
+#include "cli/Options.h"
 #include "cli/Suggest.h"
 #include "verbs/ExtractVerb.h"
 #include "verbs/InfoVerb.h"
@@ -50,7 +51,8 @@ class CommandLine {
   template <class Verb>
   void Add(char const* name, char const* text, Verb& verb) {
     CLI::App* const sub = _app.add_subcommand(name, text);
-    verb.AddTo(*sub);
+    Options options(*sub);
+    verb.AddTo(options);
     for (CLI::Option* const option : sub->get_options())
       if (option->get_items_expected_max() > 0) option->check(NotEmpty());
     sub->add_flag("--verbose", _verbose, "Also show what the plug-in prints");

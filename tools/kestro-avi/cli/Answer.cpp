@@ -1,6 +1,5 @@
 #include "cli/Answer.h"
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -39,11 +38,11 @@ Json ToJson(Level level, Notice const& notice) {
 
 }  // namespace
 
-void JsonOption::AddTo(CLI::App& app, Form form) {
-  app.add_flag("--json", _chosen,
-               form == kLines ? "Write JSON, one object per line" : "Write a JSON document")
-      ->trigger_on_parse()
-      ->each([form](std::string const&) { TheAnswer().form = form; });
+Option JsonOption::AddTo(Options& options, Form form) {
+  return options
+      .Flag("--json", _chosen,
+            form == kLines ? "Write JSON, one object per line" : "Write a JSON document")
+      .OnParse([form] { TheAnswer().form = form; });
 }
 
 void ReportNotice(Level level, Notice const& notice) {

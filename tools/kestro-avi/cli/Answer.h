@@ -6,10 +6,7 @@
 
 #include "cli/Documents.h"
 #include "cli/Notice.h"
-
-namespace CLI {
-class App;
-}
+#include "cli/Options.h"
 
 namespace kestro::tool {
 
@@ -18,7 +15,7 @@ namespace kestro::tool {
 class JsonOption {
  public:
   enum Form { kNone, kDocument, kLines };
-  void AddTo(CLI::App& app, Form form = kDocument);  // the object must outlive the app
+  Option AddTo(Options& options, Form form = kDocument);  // the object must outlive the command
   explicit operator bool() const { return _chosen; }
 
  private:

@@ -3,24 +3,22 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 
 #include "cli/Console.h"
 #include "cli/Documents.h"
-#include "cli/Suggest.h"
 #include "cli/Text.h"
 
 namespace kestro::tool {
 
-void ProgressOption::AddTo(CLI::App& app) {
-  app.add_option("--progress", _text,
-                 "Show progress on standard error: a bar, or one JSON object per line; auto: a bar "
-                 "on a terminal")
-      ->type_name("FORM")
-      ->check(OneOf({"auto", "bar", "json", "none"}));
+void ProgressOption::AddTo(Options& options) {
+  options
+      .Text("--progress", _text, "FORM",
+            "Show progress on standard error: a bar, or one JSON object per line; auto: a bar "
+            "on a terminal")
+      .OneOf({"auto", "bar", "json", "none"});
 }
 
 ProgressOption::Kind ProgressOption::Chosen() const {

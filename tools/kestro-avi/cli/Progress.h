@@ -5,16 +5,14 @@
 #include <cstdint>
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include "cli/Options.h"
 
 namespace kestro::tool {
 
 // The option --progress. "auto" is a bar on a terminal, and nothing otherwise.
 class ProgressOption {
  public:
-  void AddTo(CLI::App& app);  // the object must outlive the app
+  void AddTo(Options& options);  // the object must outlive the command
   enum Kind { kNone, kBar, kJson };
   Kind Chosen() const;
 

@@ -2,36 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <regex>
-#include <utility>
+#include <string_view>
 
 #include "cli/DidYouMean.h"
 
 namespace kestro::tool {
 
-CLI::Validator OneOf(std::vector<std::string> const& choices) {
-  auto const check = [choices](std::string const& value) {
-    if (std::find(choices.begin(), choices.end(), value) != choices.end()) return std::string();
-    std::string const meant = DidYouMean(value, choices);
-    return "unknown value '" + value + "'" +
-           (meant.empty() ? "; choose from " + CLI::detail::join(choices, ", ") : meant);
-  };
-  // The manual page and the completions use the description.
-  return {check, "{" + CLI::detail::join(choices, ",") + "}"};
-}
-
 CLI::Validator NotEmpty() {
   return {[](std::string const& value) { return value.empty() ? "the value is empty" : ""; }, ""};
-}
-
-CLI::Validator Seekable() {
-  return {[](std::string const& value) {
-            return value == "-"
-                       ? "standard output is not seekable, as an AVI file must be (./- is a "
-                         "file of that name)"
-                       : "";
-          },
-          ""};
 }
 
 // What takes the place of options that other programs or commands have.
@@ -80,13 +58,25 @@ static std::string ExplainRest(CLI::App const& app, std::string const& command) 
 }
 
 // Faults of single values, in plain words.
-static std::string Plain(std::string text) {
-  static std::pair<std::regex, char const*> const kTexts[] = {
-      {std::regex("(.*): At Most 1 required but received (.*)"), "$1: given $2 times"},
-      {std::regex("(.*): 1 required (.*) missing"), "$1: needs a value ($2)"},
-      {std::regex("Could not convert: (.*) = (.*)"), "$1: \"$2\" is not a number"},
-      {std::regex("(.*): Value (.*) not in range (.*)"), "$1: \"$2\" is not in the range $3"}};
-  for (auto const& [pattern, plain] : kTexts) text = std::regex_replace(text, pattern, plain);
+static std::string Plain(std::string const& text) {
+  // What the library writes before, between and after two values, and what is written instead.
+  static constexpr struct {
+    std::string_view begin, middle, end, plainMiddle, plainEnd;
+  } kTexts[] = {{"", ": At Most 1 required but received ", "", ": given ", " times"},
+                {"", ": 1 required ", " missing", ": needs a value (", ")"},
+                {"Could not convert: ", " = ", "", ": \"", "\" is not a number"},
+                {"", ": Value ", " not in range ", ": \"", "\" is not in the range "}};
+  for (auto const& known : kTexts) {
+    std::size_t const middle = text.rfind(known.middle), from = middle + known.middle.size();
+    if (middle == text.npos || text.compare(0, known.begin.size(), known.begin) != 0) continue;
+    std::size_t const end = known.end.empty() ? text.size() : text.rfind(known.end);
+    if (end == text.npos || end < from) continue;
+    return text.substr(known.begin.size(), middle - known.begin.size())
+        .append(known.plainMiddle)
+        .append(text, from, end - from)
+        .append(known.plainEnd)
+        .append(text, end + known.end.size());
+  }
   return text;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace CLI {
 class App;
@@ -12,14 +11,8 @@ class Validator;
 
 namespace kestro::tool {
 
-// Checks that an option's value is one of these.
-CLI::Validator OneOf(std::vector<std::string> const& choices);
-
 // Checks that an option's value is not empty, as that of an unset shell variable is.
 CLI::Validator NotEmpty();
-
-// Checks that an output is not "-": an AVI file must be seekable.
-CLI::Validator Seekable();
 
 // Explains in one line why `app` could not parse its command line. An unknown name is reported
 // first, because it may cause the other errors.

@@ -3,14 +3,15 @@
 #include <cmath>
 #include <cstdio>
 
+#include "avi/JsonReader.h"
 #include "cli/Documents.h"
 
 namespace kestro::tool {
 
 std::string Escaped(std::string const& text) {
   // The JSON writer replaces bytes that are not UTF-8.
-  std::string const mended =
-      Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+  std::string mended;
+  avi::JsonReader(LineText(text)).Text(mended);
   std::string escaped;
   for (std::size_t i = 0; i < mended.size(); ++i) {
     char const c = mended[i];

@@ -1,6 +1,5 @@
 #include "verbs/ExtractVerb.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 
@@ -18,26 +17,20 @@
 
 namespace kestro::tool {
 
-void ExtractVerb::AddTo(CLI::App& app) {
-  app.add_option("FILE", _file, "The AVI file")->required()->type_name("");
-  auto* track = app.add_option("--track", _tracks, "Write a track; several may go to one container")
-                    ->type_name("N:OUT")
-                    ->take_all()
-                    ->expected(1)
-                    ->allow_extra_args(false);
-  app.add_option("-o,--output", _folder, "Write every track into this folder")
-      ->type_name("DIR")
-      ->excludes(track);
-  app.add_option("--strd", _streamData, "Write the content of the first video track's strd chunk")
-      ->type_name("FILE");
-  app.add_option("--from", _from, "Begin with the key frame at or before this time")
-      ->type_name("T");
-  app.add_option("--to", _to, "End at this time")->type_name("T");
-  app.add_option("--plugin", _plugin, "The plug-in or its folder, for --strd")->type_name("PATH");
-  app.add_flag("--force", _force, "Overwrite files");
-  _json.AddTo(app);
-  _progress.AddTo(app);
-  app.footer(
+void ExtractVerb::AddTo(Options& options) {
+  options.Text("FILE", _file, "", "The AVI file").Required();
+  auto const track =
+      options.Texts("--track", _tracks, "N:OUT", "Write a track; several may go to one container");
+  options.Text("-o,--output", _folder, "DIR", "Write every track into this folder").Excludes(track);
+  options.Text("--strd", _streamData, "FILE",
+               "Write the content of the first video track's strd chunk");
+  options.Text("--from", _from, "T", "Begin with the key frame at or before this time");
+  options.Text("--to", _to, "T", "End at this time");
+  options.Text("--plugin", _plugin, "PATH", "The plug-in or its folder, for --strd");
+  options.Flag("--force", _force, "Overwrite files");
+  _json.AddTo(options);
+  _progress.AddTo(options);
+  options.Footer(
       "Examples:\n"
       "  kestro-avi extract out.avi\n"
       "  kestro-avi extract -o tracks out.avi\n"

@@ -9,21 +9,18 @@
 
 #include "avi/AviFile.h"
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "media/FrameOrder.h"
 #include "media/Output.h"
 #include "verbs/ExtractRange.h"
 #include "verbs/Targets.h"
 
-namespace CLI {
-class App;
-}
-
 namespace kestro::tool {
 
 class ExtractVerb {
  public:
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();
 
  private:

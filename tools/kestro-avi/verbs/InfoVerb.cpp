@@ -1,7 +1,5 @@
 #include "verbs/InfoVerb.h"
 
-#include <CLI/CLI.hpp>
-
 #include "avi/AviFile.h"
 #include "cli/Console.h"
 #include "cli/Documents.h"
@@ -16,15 +14,15 @@
 
 namespace kestro::tool {
 
-void InfoVerb::AddTo(CLI::App& app) {
-  app.add_option("FILE", _files, "AVI files")->required()->type_name("");
-  _json.AddTo(app);
-  app.add_flag("--tree", _tree, "Show the chunks with their offsets and sizes");
-  app.add_flag("--deep", _deep, "Find out whether parameter sets change, in all key frames");
-  auto* plot = app.add_option("--plot", _plot, "Draw bit rate, key frames, skew and layout of FILE")
-                   ->type_name("OUT.svg");
-  app.add_flag("--force", _force, "Overwrite OUT.svg")->needs(plot);
-  app.footer(
+void InfoVerb::AddTo(Options& options) {
+  options.Texts("FILE", _files, "", "AVI files").Required();
+  _json.AddTo(options);
+  options.Flag("--tree", _tree, "Show the chunks with their offsets and sizes");
+  options.Flag("--deep", _deep, "Find out whether parameter sets change, in all key frames");
+  auto const plot = options.Text("--plot", _plot, "OUT.svg",
+                                 "Draw bit rate, key frames, skew and layout of FILE");
+  options.Flag("--force", _force, "Overwrite OUT.svg").Needs(plot);
+  options.Footer(
       "Examples:\n"
       "  kestro-avi info out.avi\n"
       "  kestro-avi info --tree out.avi\n"

@@ -5,10 +5,7 @@
 #include <vector>
 
 #include "cli/Answer.h"
-
-namespace CLI {
-class App;
-}
+#include "cli/Options.h"
 
 namespace kestro::avi {
 class AviFile;
@@ -18,7 +15,7 @@ namespace kestro::tool {
 
 class InfoVerb {
  public:
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();
 
  private:

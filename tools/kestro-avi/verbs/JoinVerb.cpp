@@ -1,6 +1,5 @@
 #include "verbs/JoinVerb.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <optional>
@@ -10,7 +9,6 @@
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
 #include "cli/Recorder.h"
-#include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "media/Scaled.h"
@@ -24,28 +22,26 @@
 
 namespace kestro::tool {
 
-void JoinVerb::AddTo(CLI::App& app) {
+void JoinVerb::AddTo(Options& options) {
   bool const clip = _kind == kClip;
-  app.add_option("FILE", _files, "The AVI files, in order")->required()->type_name("");
-  auto* const output = app.add_option("-o,--output", _output, "The AVI file to write")
-                           ->type_name("OUT.avi")
-                           ->check(Seekable());
-  if (!clip) output->required();
+  options.Texts("FILE", _files, "", "The AVI files, in order").Required();
+  auto const output =
+      options.Text("-o,--output", _output, "OUT.avi", "The AVI file to write").Seekable();
+  if (!clip) output.Required();
   if (clip) {
-    auto* const from =
-        app.add_option("--from", _from, "Begin with the key frame at or before this time")
-            ->type_name("T");
-    auto* const to = app.add_option("--to", _to, "End at this time")->type_name("T");
-    app.add_flag("--list", _list, "List the files, texts and events with their times and dates")
-        ->excludes(output)
-        ->excludes(from)
-        ->excludes(to);
+    auto const from =
+        options.Text("--from", _from, "T", "Begin with the key frame at or before this time");
+    auto const to = options.Text("--to", _to, "T", "End at this time");
+    options.Flag("--list", _list, "List the files, texts and events with their times and dates")
+        .Excludes(output)
+        .Excludes(from)
+        .Excludes(to);
   }
-  app.add_flag("--force", _force, "Overwrite OUT");
-  _json.AddTo(app);
-  _progress.AddTo(app);
-  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
-  app.footer(
+  options.Flag("--force", _force, "Overwrite OUT");
+  _json.AddTo(options);
+  _progress.AddTo(options);
+  options.Text("--plugin", _plugin, "PATH", "The plug-in or its folder");
+  options.Footer(
       std::string("Examples:\n") +
       (clip ? "  kestro-avi clip --from 1:30 --to 2:00 -o part.avi recording.avi\n"
               "  kestro-avi clip --list cam-*.avi\n"

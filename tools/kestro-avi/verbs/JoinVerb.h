@@ -9,6 +9,7 @@
 
 #include "avi/TrackReader.h"
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "media/OpenGroups.h"
 #include "recorder/Recorder.h"
@@ -16,10 +17,6 @@
 #include "verbs/ExtractRange.h"
 #include "verbs/FileTimes.h"
 #include "verbs/JoinedAudio.h"
-
-namespace CLI {
-class App;
-}
 
 namespace kestro::tool {
 
@@ -29,7 +26,7 @@ class JoinVerb {
  public:
   enum Kind { kJoin, kClip };
   explicit JoinVerb(Kind kind) : _kind(kind) {}
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();  // returns an ExitCode; throws Error
 
  private:

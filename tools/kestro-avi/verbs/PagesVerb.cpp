@@ -1,21 +1,18 @@
 #include "verbs/PagesVerb.h"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/Console.h"
 #include "cli/Errors.h"
-#include "cli/Suggest.h"
 #include "pages/Completions.h"
 #include "pages/ManPage.h"
 
 namespace kestro::tool {
 
-void PagesVerb::AddTo(CLI::App& app) {
-  app.group("");
-  app.add_option("KIND", _kind, "The shell for the completions, or man for the manual page")
-      ->required()
-      ->check(OneOf({"bash", "zsh", "fish", "man"}));
-  app.footer(
+void PagesVerb::AddTo(Options& options) {
+  options.Hide();
+  options.Text("KIND", _kind, "TEXT", "The shell for the completions, or man for the manual page")
+      .Required()
+      .OneOf({"bash", "zsh", "fish", "man"});
+  options.Footer(
       "Examples:\n"
       "  kestro-avi generate man | man -l -\n"
       "  kestro-avi generate bash >~/.local/share/bash-completion/completions/kestro-avi");

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "cli/Options.h"
+
 namespace CLI {
 class App;
 }
@@ -14,7 +16,7 @@ class PagesVerb {
   // `root`: the app with all commands.
   explicit PagesVerb(CLI::App const& root) : _root(root) {}
   // Adds the command without showing it in the help.
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();
 
  private:

@@ -7,12 +7,9 @@
 #include <vector>
 
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "stream/IDemuxer.h"
-
-namespace CLI {
-class App;
-}
 
 namespace kestro::tool {
 
@@ -20,7 +17,7 @@ class PlayOptions {
  public:
   using Mode = stream::IDemuxer::PlayMode;
 
-  void AddTo(CLI::App& app);  // the object must outlive the app
+  void AddTo(Options& options);  // the object must outlive the command
   // Sets the members below from the command line. Throws Error.
   void Check();
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "avi/AviFile.h"
+#include "cli/Options.h"
 #include "verbs/PlayOptions.h"
 #include "verbs/PlayPlan.h"
 #include "verbs/Player.h"
@@ -21,7 +22,7 @@ using base::int64;
 
 class PlayVerb {
  public:
-  void AddTo(CLI::App& app) { _options.AddTo(app); }
+  void AddTo(Options& options) { _options.AddTo(options); }
   int Run();
 
  private:

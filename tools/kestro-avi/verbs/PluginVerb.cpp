@@ -1,6 +1,5 @@
 #include "verbs/PluginVerb.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "base/IClass.h"
@@ -14,11 +13,12 @@ namespace kestro::tool {
 using base::IClass;
 using base::IProperty;
 
-void PluginVerb::AddTo(CLI::App& app) {
-  _json.AddTo(app);
-  app.add_flag("--markdown", _markdown, "Write a page of Markdown tables")->excludes("--json");
-  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
-  app.footer("Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
+void PluginVerb::AddTo(Options& options) {
+  Option const json = _json.AddTo(options);
+  options.Flag("--markdown", _markdown, "Write a page of Markdown tables").Excludes(json);
+  options.Text("--plugin", _plugin, "PATH", "The plug-in or its folder");
+  options.Footer(
+      "Examples:\n  kestro-avi plugin\n  kestro-avi plugin --json | jq '.classes[].alias'");
 }
 
 static std::string Version(unsigned version) {

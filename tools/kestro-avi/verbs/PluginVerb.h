@@ -4,16 +4,13 @@
 #include <string>
 
 #include "cli/Answer.h"
-
-namespace CLI {
-class App;
-}
+#include "cli/Options.h"
 
 namespace kestro::tool {
 
 class PluginVerb {
  public:
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();
 
  private:

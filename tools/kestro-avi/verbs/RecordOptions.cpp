@@ -1,6 +1,5 @@
 #include "verbs/RecordOptions.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,7 +7,6 @@
 #include <fstream>
 
 #include "cli/Errors.h"
-#include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "cli/WallTime.h"
 #include "media/FrameRate.h"
@@ -69,147 +67,120 @@ static constexpr char kHelp[] =
     "A cache block is 512 KiB; bridging a stall takes bytes per second * seconds / 512 KiB + 1\n"
     "blocks.";
 
-void RecordOptions::AddTo(CLI::App& app) {
-  app.add_option("INPUT", addresses, "Files or addresses to record video, audio and text from")
-      ->required()
-      ->type_name("");
-  app.add_option("-o,--output", recorder.path, "The AVI file to write")
-      ->required()
-      ->type_name("OUT.avi")
-      ->check(Seekable());
-  AddTracks(app);
-  AddFiles(app);
-  AddSyncs(app);
-  AddTags(app);
-  AddSettings(app);
-  AddRetention(app);
-  AddService(app);
-  json.AddTo(app, JsonOption::kLines);
-  progress.AddTo(app);
-  app.footer(kHelp);
+void RecordOptions::AddTo(Options& options) {
+  options.Texts("INPUT", addresses, "", "Files or addresses to record video, audio and text from")
+      .Required();
+  options.Text("-o,--output", recorder.path, "OUT.avi", "The AVI file to write")
+      .Required()
+      .Seekable();
+  AddTracks(options);
+  AddFiles(options);
+  AddSyncs(options);
+  AddTags(options);
+  AddSettings(options);
+  AddRetention(options);
+  AddService(options);
+  json.AddTo(options, JsonOption::kLines);
+  progress.AddTo(options);
+  options.Footer(kHelp);
 }
 
-void RecordOptions::AddTracks(CLI::App& app) {
-  app.add_option("--fps", _rate, "Frame rate of the video, instead of the input's")
-      ->type_name("N[/D]");
-  app.add_option("--map", _maps, "Record only these tracks: by number, kind or language")
-      ->type_name("INPUT:TRACK")
-      ->take_all()
-      ->expected(1)
-      ->allow_extra_args(false);
-  app.add_flag("--no-audio", _noAudio, "Do not record audio");
-  app.add_flag("--no-video", _noVideo, "Do not record video");
-  app.add_flag("--no-text", _noText, "Do not record text");
-  app.add_option("--text-encoding", input.textEncoding, "Encoding of the texts [UTF-8]")
-      ->type_name("NAME");
-  app.add_option("--text-form", _textForm,
-                 "Store each text alone, or all with their times as one SRT file [plain]")
-      ->type_name("FORM")
-      ->check(OneOf({"plain", "srt"}));
-  app.add_option("--start", _start, "Start at the key frame at or before this time")
-      ->type_name("T");
-  app.add_option("--duration", _duration, "Record only this long")->type_name("T");
-  app.add_flag("--keep-samples", input.keepSamples,
+void RecordOptions::AddTracks(Options& options) {
+  options.Text("--fps", _rate, "N[/D]", "Frame rate of the video, instead of the input's");
+  options.Texts("--map", _maps, "INPUT:TRACK",
+                "Record only these tracks: by number, kind or language");
+  options.Flag("--no-audio", _noAudio, "Do not record audio");
+  options.Flag("--no-video", _noVideo, "Do not record video");
+  options.Flag("--no-text", _noText, "Do not record text");
+  options.Text("--text-encoding", input.textEncoding, "NAME", "Encoding of the texts [UTF-8]");
+  options
+      .Text("--text-form", _textForm, "FORM",
+            "Store each text alone, or all with their times as one SRT file [plain]")
+      .OneOf({"plain", "srt"});
+  options.Text("--start", _start, "T", "Start at the key frame at or before this time");
+  options.Text("--duration", _duration, "T", "Record only this long");
+  options.Flag("--keep-samples", input.keepSamples,
                "Do not stretch audio to the speed at which the pictures play");
-  app.add_option("--on-gap", _onGap,
-                 "Where pictures are missing, cut all tracks, or also start a new file [cut]")
-      ->type_name("MODE")
-      ->check(OneOf({"cut", "segment"}));
-  app.add_option("--max-skew", _maxSkew,
-                 "Start a new file when tracks are further apart, 0: never [0.2]")
-      ->type_name("T");
-  app.add_option("--stall-timeout", _stallTimeout,
-                 "A live input that delivers nothing for this time is lost, 0: never [10]")
-      ->type_name("T");
-  app.add_option("--reconnect", _reconnect,
-                 "Open lost live inputs again for this time, 0: not [for ever]")
-      ->type_name("T");
-  auto* pace = app.add_flag("--realtime", realtime, "Record in real time");
-  app.add_flag("--drop", recorder.queue.drop,
-               "Drop groups of pictures instead of waiting while OUT stalls")
-      ->needs(pace);
+  options
+      .Text("--on-gap", _onGap, "MODE",
+            "Where pictures are missing, cut all tracks, or also start a new file [cut]")
+      .OneOf({"cut", "segment"});
+  options.Text("--max-skew", _maxSkew, "T",
+               "Start a new file when tracks are further apart, 0: never [0.2]");
+  options.Text("--stall-timeout", _stallTimeout, "T",
+               "A live input that delivers nothing for this time is lost, 0: never [10]");
+  options.Text("--reconnect", _reconnect, "T",
+               "Open lost live inputs again for this time, 0: not [for ever]");
+  auto const pace = options.Flag("--realtime", realtime, "Record in real time");
+  options
+      .Flag("--drop", recorder.queue.drop,
+            "Drop groups of pictures instead of waiting while OUT stalls")
+      .Needs(pace);
 }
 
-void RecordOptions::AddFiles(CLI::App& app) {
-  app.add_flag("--force", recorder.overwrite, "Overwrite OUT");
-  app.add_flag("--hash", recorder.hash,
+void RecordOptions::AddFiles(Options& options) {
+  options.Flag("--force", recorder.overwrite, "Overwrite OUT");
+  options.Flag("--hash", recorder.hash,
                "Write OUT.sha256 when a file is closed (\"verify --check\")");
-  app.add_option("--segment-size", _segmentSize, "Start a new file before this size [2G]")
-      ->type_name("BYTES");
-  app.add_option("--segment-time", _segmentTime, "Start a new file after this time")
-      ->type_name("T");
+  options.Text("--segment-size", _segmentSize, "BYTES", "Start a new file before this size [2G]");
+  options.Text("--segment-time", _segmentTime, "T", "Start a new file after this time");
 }
 
-void RecordOptions::AddSyncs(CLI::App& app) {
-  app.add_option("--sync", _sync, "Keep the file playable while it is recorded")
-      ->type_name("MODE")
-      ->check(OneOf({"in-place", "image", "callback", "off"}));
-  app.add_option("--sync-interval", _interval, "Time between syncs [3]")->type_name("T");
-  app.add_option("--reserve-time", _reserveTime,
-                 "Reserve index space for files of this length [1:00:00]")
-      ->type_name("T");
-  app.add_option("--reserve", _reserve, "Reserve this much index space instead")
-      ->type_name("BYTES");
-  app.add_flag("--front-index-only", _frontOnly, "Do not add an index after the data");
+void RecordOptions::AddSyncs(Options& options) {
+  options.Text("--sync", _sync, "MODE", "Keep the file playable while it is recorded")
+      .OneOf({"in-place", "image", "callback", "off"});
+  options.Text("--sync-interval", _interval, "T", "Time between syncs [3]");
+  options.Text("--reserve-time", _reserveTime, "T",
+               "Reserve index space for files of this length [1:00:00]");
+  options.Text("--reserve", _reserve, "BYTES", "Reserve this much index space instead");
+  options.Flag("--front-index-only", _frontOnly, "Do not add an index after the data");
 }
 
-void RecordOptions::AddTags(CLI::App& app) {
+void RecordOptions::AddTags(Options& options) {
   auto& tags = recorder.tags;
-  app.add_option("--strd", _strdFile, "Content of the first H.264 or HEVC track's strd chunk")
-      ->type_name("FILE");
-  app.add_option("--strn", tags.strn, "Name of the first H.264 or HEVC track (strn)")
-      ->type_name("TEXT");
-  app.add_option("--isft", tags.isft, "Name of the recording software (INFO)")->type_name("TEXT");
-  auto* start = app.add_option("--start-time", _startTime,
-                               "When the recording starts, such as 2026-11-22T14:57:00Z (INFO)")
-                    ->type_name("TIME");
-  app.add_flag("--no-start-time", _noStartTime, "Do not store when the recording starts")
-      ->excludes(start);
-  app.add_option("--junk", _junk, "Bytes of JUNK before the data")->type_name("BYTES");
+  options.Text("--strd", _strdFile, "FILE",
+               "Content of the first H.264 or HEVC track's strd chunk");
+  options.Text("--strn", tags.strn, "TEXT", "Name of the first H.264 or HEVC track (strn)");
+  options.Text("--isft", tags.isft, "TEXT", "Name of the recording software (INFO)");
+  auto const start = options.Text("--start-time", _startTime, "TIME",
+                                  "When the recording starts, such as 2026-11-22T14:57:00Z (INFO)");
+  options.Flag("--no-start-time", _noStartTime, "Do not store when the recording starts")
+      .Excludes(start);
+  options.Text("--junk", _junk, "BYTES", "Bytes of JUNK before the data");
 }
 
-void RecordOptions::AddSettings(CLI::App& app) {
-  auto* spill = app.add_option("--index-spill", _spillSeconds,
-                               "Keep this much index in memory and the rest in a temporary file")
-                    ->type_name("SECONDS")
-                    ->check(CLI::Range(0, 1 << 24));
-  app.add_option("--spill-dir", recorder.spillFolder, "Folder of that temporary file")
-      ->type_name("DIR")
-      ->needs(spill);
-  app.add_option("--cache", recorder.cacheBlocks, "Number of write cache blocks [3]")
-      ->type_name("BLOCKS")
-      ->check(CLI::Range(1u, kMaxCacheBlocks));
-  app.add_option("--set", _settings,
-                 "Set a property of the muxer (\"kestro-avi plugin\" lists them)")
-      ->type_name("NAME=VALUE")
-      ->take_all()
-      ->expected(1)
-      ->allow_extra_args(false);
-  app.add_option("--plugin", plugin, "The plug-in or its folder")->type_name("PATH");
+void RecordOptions::AddSettings(Options& options) {
+  auto const spill =
+      options.Number("--index-spill", _spillSeconds, 0, 1 << 24, "SECONDS",
+                     "Keep this much index in memory and the rest in a temporary file");
+  options.Text("--spill-dir", recorder.spillFolder, "DIR", "Folder of that temporary file")
+      .Needs(spill);
+  options.Number("--cache", recorder.cacheBlocks, 1u, kMaxCacheBlocks, "BLOCKS",
+                 "Number of write cache blocks [3]");
+  options.Texts("--set", _settings, "NAME=VALUE",
+                "Set a property of the muxer (\"kestro-avi plugin\" lists them)");
+  options.Text("--plugin", plugin, "PATH", "The plug-in or its folder");
 }
 
-void RecordOptions::AddRetention(CLI::App& app) {
+void RecordOptions::AddRetention(Options& options) {
   auto& retention = recorder.retention;
-  app.add_option("--keep-free", _keepFree, "Delete the oldest files to keep this much space free")
-      ->type_name("BYTES");
-  app.add_option("--keep-bytes", _keepBytes, "Delete the oldest files beyond this size in all")
-      ->type_name("BYTES");
-  app.add_option("--keep-files", retention.keepFiles, "Delete the oldest files beyond this number")
-      ->type_name("N")
-      ->check(CLI::Range(1, 1000000000));
-  app.add_option("--keep-age", _keepAge, "Delete files that ended longer ago")->type_name("T");
-  app.add_flag("--event-only", recorder.events.only, "Record only around events");
-  app.add_option("--before", _before, "How long before an event is kept [10]")->type_name("T");
-  app.add_option("--after", _after, "How long after an event is kept [20]")->type_name("T");
-  app.add_flag("--no-protect", _noProtect, "Events do not protect files from being deleted");
+  options.Text("--keep-free", _keepFree, "BYTES",
+               "Delete the oldest files to keep this much space free");
+  options.Text("--keep-bytes", _keepBytes, "BYTES",
+               "Delete the oldest files beyond this size in all");
+  options.Number("--keep-files", retention.keepFiles, 1, 1000000000, "N",
+                 "Delete the oldest files beyond this number");
+  options.Text("--keep-age", _keepAge, "T", "Delete files that ended longer ago");
+  options.Flag("--event-only", recorder.events.only, "Record only around events");
+  options.Text("--before", _before, "T", "How long before an event is kept [10]");
+  options.Text("--after", _after, "T", "How long after an event is kept [20]");
+  options.Flag("--no-protect", _noProtect, "Events do not protect files from being deleted");
 }
 
-void RecordOptions::AddService(CLI::App& app) {
-  app.add_option("--control", service.control,
-                 "Take requests on this Unix socket: \"help\" lists them")
-      ->type_name("PATH");
-  app.add_option("--status", service.status, "Write the status to this file every second")
-      ->type_name("FILE");
+void RecordOptions::AddService(Options& options) {
+  options.Text("--control", service.control, "PATH",
+               "Take requests on this Unix socket: \"help\" lists them");
+  options.Text("--status", service.status, "FILE", "Write the status to this file every second");
 }
 
 static std::vector<char> ReadFile(std::string const& path) {

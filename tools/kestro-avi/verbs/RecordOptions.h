@@ -5,20 +5,17 @@
 #include <vector>
 
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "media/Session.h"
 #include "recorder/RecorderOptions.h"
 #include "verbs/RecordService.h"
 
-namespace CLI {
-class App;
-}
-
 namespace kestro::tool {
 
 class RecordOptions {
  public:
-  void AddTo(CLI::App& app);  // the object must outlive the app
+  void AddTo(Options& options);  // the object must outlive the command
   // Sets the members below from the command line. Throws Error.
   void Check();
 
@@ -33,13 +30,13 @@ class RecordOptions {
   ServiceOptions service;
 
  private:
-  void AddTracks(CLI::App& app);
-  void AddTags(CLI::App& app);
-  void AddFiles(CLI::App& app);
-  void AddSyncs(CLI::App& app);
-  void AddSettings(CLI::App& app);
-  void AddService(CLI::App& app);
-  void AddRetention(CLI::App& app);
+  void AddTracks(Options& options);
+  void AddTags(Options& options);
+  void AddFiles(Options& options);
+  void AddSyncs(Options& options);
+  void AddSettings(Options& options);
+  void AddService(Options& options);
+  void AddRetention(Options& options);
   void CheckSync();
   void CheckRetention();
 

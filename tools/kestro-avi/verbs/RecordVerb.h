@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "cli/Options.h"
 #include "media/Session.h"
 #include "recorder/Recorder.h"
 #include "verbs/OpenStarts.h"
@@ -14,7 +15,7 @@ namespace kestro::tool {
 
 class RecordVerb {
  public:
-  void AddTo(CLI::App& app) { _options.AddTo(app); }
+  void AddTo(Options& options) { _options.AddTo(options); }
   int Run();  // returns an ExitCode; throws Error
 
  private:

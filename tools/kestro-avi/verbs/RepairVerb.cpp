@@ -1,12 +1,9 @@
 #include "verbs/RepairVerb.h"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/Console.h"
 #include "cli/Errors.h"
 #include "cli/Interrupt.h"
 #include "cli/Plugin.h"
-#include "cli/Suggest.h"
 #include "cli/Text.h"
 #include "media/FrameRate.h"
 #include "verbs/RepairInPlace.h"
@@ -15,26 +12,24 @@ namespace kestro::tool {
 
 using Source = RepairReport::Source;
 
-void RepairVerb::AddTo(CLI::App& app) {
-  app.add_option("IN", _inputs, "The recording; several with --in-place")
-      ->required()
-      ->type_name("");
-  auto* const output = app.add_option("-o,--output", _job.output, "The AVI file to write")
-                           ->type_name("OUT.avi")
-                           ->check(Seekable());
-  auto* const image =
-      app.add_option("--image", _job.image, "The side file with headers and index [IN.sync]")
-          ->type_name("FILE");
-  auto* const rate =
-      app.add_option("--fps", _rate, "Frame rate of the video, instead of that of IN")
-          ->type_name("N[/D]");
-  _json.AddTo(app);
-  auto* const force = app.add_flag("--force", _job.force, "Overwrite OUT");
-  app.add_flag("--in-place", _inPlace, "Complete IN itself instead of writing a copy")
-      ->excludes(output, image, rate, force);
-  _progress.AddTo(app);
-  app.add_option("--plugin", _plugin, "The plug-in or its folder")->type_name("PATH");
-  app.footer(
+void RepairVerb::AddTo(Options& options) {
+  options.Texts("IN", _inputs, "", "The recording; several with --in-place").Required();
+  auto const output =
+      options.Text("-o,--output", _job.output, "OUT.avi", "The AVI file to write").Seekable();
+  auto const image =
+      options.Text("--image", _job.image, "FILE", "The side file with headers and index [IN.sync]");
+  auto const rate =
+      options.Text("--fps", _rate, "N[/D]", "Frame rate of the video, instead of that of IN");
+  _json.AddTo(options);
+  auto const force = options.Flag("--force", _job.force, "Overwrite OUT");
+  options.Flag("--in-place", _inPlace, "Complete IN itself instead of writing a copy")
+      .Excludes(output)
+      .Excludes(image)
+      .Excludes(rate)
+      .Excludes(force);
+  _progress.AddTo(options);
+  options.Text("--plugin", _plugin, "PATH", "The plug-in or its folder");
+  options.Footer(
       "Examples:\n"
       "  kestro-avi repair cut.avi -o whole.avi\n"
       "  kestro-avi repair cut.avi --image cut.avi.sync -o whole.avi\n"

@@ -5,19 +5,16 @@
 #include <vector>
 
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "repair/Repair.h"
-
-namespace CLI {
-class App;
-}
 
 namespace kestro::tool {
 
 class RepairVerb {
  public:
-  void AddTo(CLI::App& app);  // the object must outlive the app
-  int Run();                  // returns an ExitCode; throws Error
+  void AddTo(Options& options);  // the object must outlive the command
+  int Run();                     // returns an ExitCode; throws Error
 
  private:
   RepairReport RepairWithProgress() const;

@@ -1,7 +1,5 @@
 #include "verbs/VerifyVerb.h"
 
-#include <CLI/CLI.hpp>
-
 #include "avi/TrackReader.h"
 #include "cli/Console.h"
 #include "cli/Documents.h"
@@ -16,18 +14,21 @@
 
 namespace kestro::tool {
 
-void VerifyVerb::AddTo(CLI::App& app) {
-  app.add_option("FILE", _files, "AVI files")->required()->type_name("");
-  _json.AddTo(app);
-  auto* deep = app.add_flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
-  auto* decode = app.add_flag("--decode", _decode, "Decode all video and name broken pictures");
-  auto* hash = app.add_flag("--hash", _hash, "Write FILE.sha256, with hashes of file and packets");
-  auto* check = app.add_flag("--check", _check, "Compare with FILE.sha256 instead");
-  for (auto* option : {hash, check}) option->excludes(deep)->excludes(decode);
-  check->excludes(hash);
-  app.add_flag("--force", _force, "Overwrite FILE.sha256")->needs(hash);
-  _progress.AddTo(app);
-  app.footer(
+void VerifyVerb::AddTo(Options& options) {
+  options.Texts("FILE", _files, "", "AVI files").Required();
+  _json.AddTo(options);
+  auto const deep =
+      options.Flag("--deep", _deep, "Also check the key frames of H.264 and HEVC data");
+  auto const decode =
+      options.Flag("--decode", _decode, "Decode all video and name broken pictures");
+  auto const hash =
+      options.Flag("--hash", _hash, "Write FILE.sha256, with hashes of file and packets");
+  auto const check = options.Flag("--check", _check, "Compare with FILE.sha256 instead");
+  for (Option const& option : {hash, check}) option.Excludes(deep).Excludes(decode);
+  check.Excludes(hash);
+  options.Flag("--force", _force, "Overwrite FILE.sha256").Needs(hash);
+  _progress.AddTo(options);
+  options.Footer(
       "Examples:\n"
       "  kestro-avi verify out.avi\n"
       "  kestro-avi verify --decode out.avi\n"

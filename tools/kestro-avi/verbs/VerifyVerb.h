@@ -5,18 +5,15 @@
 #include <vector>
 
 #include "cli/Answer.h"
+#include "cli/Options.h"
 #include "cli/Progress.h"
 #include "verify/Findings.h"
-
-namespace CLI {
-class App;
-}
 
 namespace kestro::tool {
 
 class VerifyVerb {
  public:
-  void AddTo(CLI::App& app);
+  void AddTo(Options& options);
   int Run();
 
  private:
