@@ -1,5 +1,5 @@
-# What `cmake --install` installs, in these components: runtime (host and plug-in), development, tool,
-# gstreamer.
+# What `cmake --install` installs, in these components: runtime (host, recorder and plug-in), development,
+# tool, media (the tool's module), gstreamer.
 include(CMakePackageConfigHelpers)
 set(plugin_dir ${CMAKE_INSTALL_LIBDIR}/kestro)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kestro)
@@ -65,7 +65,7 @@ if(TARGET kestro-avi)
 endif()
 if(TARGET kestromedia)
   kestro_rpath(kestromedia ${CMAKE_INSTALL_FULL_LIBDIR}/kestro)
-  install(TARGETS kestromedia LIBRARY DESTINATION ${plugin_dir} COMPONENT tool)
+  install(TARGETS kestromedia LIBRARY DESTINATION ${plugin_dir} COMPONENT media)
 endif()
 if(TARGET kestro-avi-pages)
   set(pages ${PROJECT_BINARY_DIR}/tools/kestro-avi/pages)

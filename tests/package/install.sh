@@ -91,14 +91,16 @@ if [[ $with_tool == 1 ]]; then
   cp -a "$prefix" "$work/moved" # the tool must find its modules anywhere
   mv "$prefix" "$prefix.away"
   tool="$work/moved/kestro/bin/kestro-avi"
+  quietly "${emulator[@]}" "$tool" play "$work/recorder.avi"
   [[ $with_media == 0 ]] || # with the installed modules
     quietly "$tool" record -o "$work/tool.avi" "$(setting CLIP)"
   mv "$prefix.away" "$prefix"
-  for page in man/man1/kestro-avi.1 bash-completion/completions/kestro-avi \
-    fish/vendor_completions.d/kestro-avi.fish doc/kestro-avi/examples/kestro-camera@.service; do
-    [[ -s $prefix/share/$page ]] || die "no $page"
-  done
-  [[ -s $(find "$prefix/share/zsh" -name _kestro-avi) ]] || die "no completion for zsh"
+  pages=(doc/kestro-avi/examples/kestro-camera@.service)
+  if [[ ${#emulator[@]} -eq 0 ]]; then # the tool that is built writes the others
+    pages+=(man/man1/kestro-avi.1 bash-completion/completions/kestro-avi fish/vendor_completions.d/kestro-avi.fish)
+    [[ -s $(find "$prefix/share/zsh" -name _kestro-avi) ]] || die "no completion for zsh"
+  fi
+  for page in "${pages[@]}"; do [[ -s $prefix/share/$page ]] || die "no $page"; done
   echo "ok    the tool finds its modules"
 fi
 

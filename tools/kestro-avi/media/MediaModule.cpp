@@ -20,7 +20,8 @@ static std::string Find() {
     if (fs::path const path = folder / place / kModule; fs::exists(path, none))
       return path.lexically_normal();
   throw Error(kIo, std::string(kModule) +
-                       " was not found; it is needed to read inputs and to write containers");
+                       " was not found; it is needed to read inputs and to write containers "
+                       "(Debian package kestro-avi)");
 }
 
 static Media& Load(std::string const& path) {
