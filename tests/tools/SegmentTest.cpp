@@ -159,6 +159,15 @@ TEST_F(SegmentTest, KeepsAudioInSyncAtTheJoints) {
 }
 
 // The second file has a track in between that cannot be recorded.
+TEST_F(SegmentTest, JoinsADamagedRateInLittleMemory) {
+  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
+  std::string bytes = FileText(At("a.avi"));
+  Put(bytes, bytes.rfind("strf") + 12, 0x7FFFFFF0);  // samples per second
+  Write("wild.avi", bytes);
+  Result const result = Shell("ulimit -v 1000000; " TEST_TOOL " join -o b.avi wild.avi");
+  EXPECT_LE(result.code, 1) << result.err;
+}
+
 TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   Expect("record --duration 3",
          {{"-o a.avi media/clip25.h264 media/stereo48k.wav", 0, ""},

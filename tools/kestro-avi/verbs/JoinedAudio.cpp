@@ -9,6 +9,7 @@ namespace kestro::tool {
 
 static constexpr std::int64_t kSecond_ns = 1000000000;
 static constexpr std::int64_t kTolerance_ns = 10000000;
+static constexpr std::size_t kMostSilence = 4 << 20;  // bytes at once
 
 std::int64_t JoinedAudio::Samples(std::int64_t time_ns) const {
   return Scaled(time_ns, _rate, kSecond_ns);
@@ -21,8 +22,10 @@ std::int64_t JoinedAudio::Time_ns(std::int64_t samples) const {
 void JoinedAudio::Begin(avi::AviTrack const& track, std::uint64_t samples, std::int64_t end_ns) {
   _rate = std::max(1u, track.sampleRate);
   _frameBytes = track.FrameBytes();
-  // Samples of 8 bits are unsigned.
-  _silence.assign(static_cast<std::size_t>(_rate) * _frameBytes, track.bits == 8 ? 0x80 : 0);
+  // A second, unless the rate is damaged. Samples of 8 bits are unsigned.
+  std::size_t const samplesAtOnce =
+      std::clamp<std::size_t>(kMostSilence / _frameBytes, 1, static_cast<std::size_t>(_rate));
+  _silence.assign(samplesAtOnce * _frameBytes, track.bits == 8 ? 0x80 : 0);
   _filled = _cut = 0;
   _begin = _written;
   _ended = _begin + static_cast<std::int64_t>(samples);
@@ -43,9 +46,10 @@ bool JoinedAudio::Write(std::uint8_t const* data, std::int64_t samples) {
 }
 
 bool JoinedAudio::FillTo(std::int64_t position) {
+  auto const most = static_cast<std::int64_t>(_silence.size() / _frameBytes);
   bool written = true;
   while (written && _written < position) {
-    std::int64_t const count = std::min(_rate, position - _written);
+    std::int64_t const count = std::min(most, position - _written);
     _filled += count;
     written = Write(_silence.data(), count);
   }

@@ -40,7 +40,7 @@ class JoinedAudio {
   std::size_t _track;
   std::int64_t _rate = 1;
   std::size_t _frameBytes = 1;
-  std::vector<std::uint8_t> _silence;   // a second
+  std::vector<std::uint8_t> _silence;   // at most a second
   std::int64_t _written = 0;            // samples, of all files
   std::int64_t _begin = 0, _ended = 0;  // of this file's samples
   std::int64_t _end = -1;               // where the next file begins; -1: nowhere
