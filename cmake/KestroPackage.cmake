@@ -42,7 +42,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "development files of the host layer ke
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kestro-avi-core)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS kestro-avi)
-# Until version 6, kestro-avi contained these files.
+# In earlier versions kestro-avi contained these files.
 set(CPACK_DEBIAN_TOOL_PACKAGE_BREAKS "kestro-avi (<< ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOL_PACKAGE_REPLACES "kestro-avi (<< ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "plays, describes, checks and repairs AVI files
