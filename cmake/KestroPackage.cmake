@@ -50,6 +50,10 @@ set(CPACK_DEBIAN_TOOL_DESCRIPTION "plays, describes, checks and repairs AVI file
  also records, and writes tracks to other containers.")
 set(CPACK_DEBIAN_MEDIA_PACKAGE_NAME kestro-avi)
 set(CPACK_DEBIAN_MEDIA_PACKAGE_SECTION video)
+if(LIBAVDEVICE_FOUND)  # loaded by its name when needed
+  string(REGEX MATCH "^[0-9]+" devices ${LIBAVDEVICE_VERSION})
+  set(CPACK_DEBIAN_MEDIA_PACKAGE_RECOMMENDS libavdevice${devices})
+endif()
 set(CPACK_DEBIAN_MEDIA_DESCRIPTION "records AVI files from files, streams and cameras
  The module with which the command kestro-avi records everything that libavformat reads, writes tracks to
  other containers and decodes video to check it.")
