@@ -20,7 +20,9 @@ IOCacheReader::IOCacheReader(IO* source, int blockSize, int blocks, int64 preloa
       _handle(source->Handle()),
       _position(source->Tell()),
       _end(_size < 0 ? INT64_MAX : _size),
-      _preloadBytes(std::max<int64>(preloadBytes, 0)) {
+      _preloadBytes(std::max<int64>(preloadBytes, 0)),
+      _threadless(blocks == 0) {
+  if (_threadless) return;
   try {
     _thread = std::thread([this] { Run(); });
   } catch (std::system_error const& e) {
@@ -37,14 +39,14 @@ IOCacheReader::~IOCacheReader() {
   if (_thread.joinable()) _thread.join();
 }
 
-bool IOCacheReader::Configure(AttrSet& attrs) { return _thread.joinable() && IO::Configure(attrs); }
+bool IOCacheReader::Configure(AttrSet& attrs) { return Working() && IO::Configure(attrs); }
 
 bool IOCacheReader::Seek(int64 offset, int whence) {
   return SeekTarget(*this, offset, whence, _position);
 }
 
 unsigned IOCacheReader::Read(void* data, unsigned size) {
-  if (!_thread.joinable()) return kFailed;
+  if (!Working()) return kFailed;
   auto* out = static_cast<unsigned char*>(data);
   unsigned done = 0;
   Lock lock(_mutex);
@@ -71,7 +73,10 @@ unsigned IOCacheReader::Read(void* data, unsigned size) {
 IOCacheReader::Block const& IOCacheReader::Await(Lock& lock, int64 block) {
   MoveTo(block);
   _waiting = true;
-  _fetched.wait(lock, [this, block] { return Has(block); });
+  if (!_threadless)
+    _fetched.wait(lock, [this, block] { return Has(block); });
+  else if (!Has(block))
+    FetchBlock(lock, block);
   _waiting = false;
   return _blocks.find(block)->second;
 }
@@ -87,6 +92,7 @@ void IOCacheReader::MoveTo(int64 block) {
 }
 
 unsigned IOCacheReader::ReadAround(Lock& lock, int64 at, unsigned char* data, unsigned size) {
+  if (_threadless) return Fetch(lock, at, data, size);
   Request request{at, data, size, 0};
   _request = &request;
   _work.notify_one();

@@ -24,6 +24,9 @@ namespace kestro::base {
 // asks the source again, for only the bytes it needs. If that fails, the read fails: it returns the
 // bytes read before the failure or, if there are none, kFailed without changing the position.
 //
+// With 0 blocks there is no thread: a read fetches the block that it needs, and blocks of the
+// preload stay in memory once they have been read.
+//
 // Only the reader's thread uses the source, one call at a time, from construction to the end of
 // destruction. The destructor waits for the call in progress and for nothing else. The size of the
 // source is read once, during construction. One thread reads and seeks; properties may be used from
@@ -68,6 +71,7 @@ class KESTRO_API IOCacheReader : public IO {
     unsigned got;
   };
 
+  bool Working() const { return _threadless || _thread.joinable(); }
   Block const& Await(Lock& lock, int64 block);
   unsigned ReadAround(Lock& lock, int64 at, unsigned char* data, unsigned size);
   void MoveTo(int64 block);
@@ -99,6 +103,7 @@ class KESTRO_API IOCacheReader : public IO {
   int64 _preloadBytes;
   int64 _preloadNext = 0;  // first block of the preload that may be missing
   bool _preload = false, _stop = false;
+  bool const _threadless;
   int _error = 0;
   std::thread _thread;
 };

@@ -118,6 +118,20 @@ TEST(IOCacheReader, KeepsThePreload) {
   EXPECT_EQ(small.Reads(), 3u);
 }
 
+TEST(IOCacheReader, ReadsOnTheCallersThread) {
+  Rig rig(10 * kBlock, 0);
+  EXPECT_TRUE(rig.Good(250, 120));
+  EXPECT_TRUE(rig.Good(310, 50));
+  EXPECT_EQ(rig.Reads(), 2u) << "two blocks, nothing ahead";
+  rig.device.Fail({FaultIO::kRead, 3});
+  EXPECT_TRUE(rig.Good(710, 20)) << "asks again for what has failed";
+  EXPECT_EQ(rig.Reads(), 4u);
+  rig.device.Fail({FaultIO::kRead, 5, true});
+  EXPECT_TRUE(rig.cache->Seek(0, IO::kBegin));
+  char byte = 0;
+  EXPECT_EQ(rig.cache->Read(&byte, 1), IO::kFailed);
+}
+
 TEST(IOCacheReader, ReportsFailuresAndReadsOnAroundThem) {
   Rig rig(1000);
   rig.device.Readable(630);
@@ -183,7 +197,7 @@ void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
 }
 
 TEST(IOCacheReader, ReadsTheStreamWhileThePreloadIsSwitched) {
-  for (int blocks : {1, 2, 5, 16}) {
+  for (int blocks : {0, 1, 2, 5, 16}) {
     SCOPED_TRACE(blocks);
     Rig rig(10007, blocks, 4321, 64 + blocks);
     std::atomic<bool> stop{false};
