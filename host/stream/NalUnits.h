@@ -98,8 +98,11 @@ bool HasStartCode(std::uint8_t const* block) {
 // Returns the first position in [from, end) where a start code begins, or `end`.
 template <class Codes>
 std::size_t PassToStartCode(std::uint8_t const* data, std::size_t from, std::size_t end) {
-  auto const* const code = &"\0\0\0\1"[4 - Codes::kSize];
-  while (from < end && std::memcmp(data + from, code, Codes::kSize) != 0) ++from;
+  auto const begins = [data](std::size_t at) {
+    return data[at] == 0 && data[at + 1] == 0 && data[at + Codes::kSize - 2] == 0 &&
+           data[at + Codes::kSize - 1] == 1;
+  };
+  while (from < end && !begins(from)) ++from;
   return from;
 }
 

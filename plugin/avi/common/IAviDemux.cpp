@@ -15,9 +15,9 @@ using base::Convert4;
 
 bool IAviDemux::Parse(IO& io) {
   if (_root != nullptr) return true;
-  base::IOBlockReader blocks(io, 32768);
-  ReadWatch reader(blocks);
   int64 const size = io.Size();
+  base::IOBlockReader blocks(io, static_cast<int>(std::clamp<int64>(size, 1, 32768)));
+  ReadWatch reader(blocks);
   _root = new croot;
   _root->Size(static_cast<unsigned>(std::clamp<int64>(size, 0, UINT32_MAX)));
   bool const parsed = reader.Seek(0, IO::kBegin) && _root->Parse(reader, true) != 0;

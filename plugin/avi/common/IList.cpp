@@ -37,7 +37,7 @@ constexpr Maker kMakers[] = {
     {Convert4("strn"), []() -> IList* { return new cstrn(nullptr, 0); }},
     {Convert4("INFO"), Make<cinfo>},
     {Convert4("movi"), Make<cmovi>},
-    {Convert4("idx1"), []() -> IList* { return new cidx1(4096); }},
+    {Convert4("idx1"), []() -> IList* { return new cidx1(0); }},
     {Convert4("JUNK"), []() -> IList* { return new cjunk(nullptr, 0); }},
     {Convert4("root"), Make<croot>},
 };
