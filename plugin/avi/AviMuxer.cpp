@@ -86,7 +86,7 @@ bool AviMuxer::OpenFileConfig() {
 
 char const* AviMuxer::NewWriter() {
   int const blocks = _cacheBlocks == 1 ? 1 : kBlocks;
-  _blkio = base::Make<IO>("io-cache-writer", Stream(), 0x80000, blocks).release();
+  _blkio = base::Make<IO>("io-cache-writer", Stream(), BlockSize(), blocks).release();
   if (_blkio == nullptr) return "!_blkio";
   if (!_blkio->Set("func_error", FuncIO([this](IO* io) { return IOError(io); })))
     return "!_blkio->Set(\"func_error\",FuncIO([this](IO*io){return IOError(io);}))";

@@ -48,6 +48,7 @@ class AviMuxer : public stream::IMuxer, public IAviMuxer {
 
  protected:
   bool updateStream() override;
+  virtual int BlockSize() const { return 0x80000; }  // of the caching writer, in bytes
   // Makes the caching writer of the current file. Returns null, or the condition that failed.
   char const* NewWriter();
   // The last steps of opening and of closing a file. `source` is what an error line names.

@@ -147,7 +147,7 @@ bool IAviMuxer::StartFile(IO& io, std::vector<IMedia*>& media) {
   std::size_t entries = 0;
   for (IStream* stream : _streams) entries += stream->SpillBatch();
   if (_para.idx1WithTmpFile < 0) entries = std::max(entries, kEntries);
-  _list->reserve(entries);
+  _list->reserve(Reserved(entries));
   updateBox();  // a file that is cut off already has its size and rate
   return true;
 }

@@ -55,6 +55,8 @@ class IAviMuxer : public IAvi {
   // Whether the next file has its index before its data; called when its tree is built. Here the
   // tag set decides ("idx1_first").
   virtual bool IndexFirst() const;
+  // How many index entries the next file has memory for; `entries` suits ordinary recordings.
+  virtual std::size_t Reserved(std::size_t entries) const { return entries; }
   int64 EntryCount() const { return _para.entries; }  // of all tracks
   // The bytes of an idx1 chunk with so many entries.
   static constexpr int64 IndexedSize(int64 entries) { return 8 + 16 * entries; }

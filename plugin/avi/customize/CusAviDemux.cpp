@@ -36,10 +36,12 @@ bool CusAviDemuxer::parseFile() {
 }
 
 std::unique_ptr<base::IO> CusAviDemuxer::NewCache(IO* source) {
+  auto const size = SizeOfCache();
   base::AttrSet attrs;
   AttrSetInit(attrs, nullptr, "KestIOCacheReader-io-cache-reader-kest", "KestIOCacheReader", "r",
               this);
-  std::unique_ptr<IO> cache(base::IClass::New<IO>(attrs, source, 0x80000, 16, preloadsz));
+  std::unique_ptr<IO> cache(
+      base::IClass::New<IO>(attrs, source, size.blockBytes, size.blocks, preloadsz));
   if (cache != nullptr && !cache->Configure(attrs)) cache.reset();
   return cache;
 }

@@ -45,6 +45,10 @@ class CusAviDemuxer : public AviDemuxer {
   static base::PropertyList Properties();
 
  protected:
+  struct CacheSize {
+    int blockBytes, blocks;
+  };
+  virtual CacheSize SizeOfCache() const { return {0x80000, 16}; }
   // Returns null when the cache cannot be made.
   virtual std::unique_ptr<IO> NewCache(IO* source);
 
