@@ -2,9 +2,13 @@
 // process, in every build type.
 #pragma once
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "base/Console.h"
@@ -35,11 +39,33 @@ class Input {
     _end -= size;
     return {_end, size};
   }
+  std::uint8_t const* begin() const { return _at; }
+  std::uint8_t const* end() const { return _end; }
   std::size_t Size() const { return static_cast<std::size_t>(_end - _at); }
-  std::string Text() const { return {_at, _end}; }
+  std::string Text() const { return {reinterpret_cast<char const*>(_at), Size()}; }
 
  private:
   std::uint8_t const *_at, *_end;
+};
+
+// A folder for as long as the process lives, in memory where the system has such a place.
+struct Folder {
+  Folder() {
+    std::error_code none;
+    std::filesystem::path const memory = "/dev/shm";
+    bool const usable = access(memory.c_str(), W_OK | X_OK) == 0;
+    std::string pattern =
+        (usable ? memory : std::filesystem::temp_directory_path(none)) / "kestro-fuzz-XXXXXX";
+    char const* const made = mkdtemp(pattern.data());
+    KESTRO_ASSERT(made != nullptr);
+    path = made;
+  }
+  ~Folder() {
+    std::error_code none;
+    std::filesystem::remove_all(path, none);
+  }
+  std::string At(char const* name) const { return path / name; }
+  std::filesystem::path path;
 };
 
 }  // namespace kestro::fuzz

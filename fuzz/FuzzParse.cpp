@@ -1,10 +1,12 @@
 // The small parsers that read what power cuts, people and other programs leave: markers, side
-// files, control lines and the names of files. The first byte chooses one.
+// files, control lines, the names of files and the parameter sets of video. The first byte chooses
+// one.
 #include <nlohmann/json.hpp>
 
 #include "avi/KeepMarker.h"
 #include "avi/NamePattern.h"
 #include "avi/SlotFile.h"
+#include "avi/VideoFormat.h"
 #include "cli/ControlRequest.h"
 #include "cli/Errors.h"
 #include "fuzz/Fuzz.h"
@@ -81,7 +83,7 @@ void ReadName(Input input) {
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   kestro::fuzz::Input input(data, size);
-  switch (input.U8() % 4) {
+  switch (input.U8() % 5) {
     case 0:
       kestro::fuzz::ReadMarker(input.Text());
       break;
@@ -91,8 +93,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     case 2:
       kestro::fuzz::ReadRequest(input.Text());
       break;
-    default:
+    case 3:
       kestro::fuzz::ReadName(input);
+      break;
+    default:
+      for (char const* codec : {"h264", "hevc", "mjpeg"})
+        kestro::avi::VideoFormat::Read(codec, data + 1, size - 1);
   }
   return 0;
 }

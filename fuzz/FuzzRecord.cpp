@@ -3,9 +3,12 @@
 #include <memory>
 #include <string_view>
 
+#include "base/File.h"
 #include "base/LittleEndian.h"
 #include "crash/Image.h"
+#include "customize/VFIAviMuxer.h"
 #include "fuzz/Fuzz.h"
+#include "fuzz/SmallMuxer.h"
 #include "support/FaultIO.h"
 #include "support/FileLayout.h"
 #include "support/Playing.h"
@@ -21,7 +24,22 @@ namespace {
 enum Way { kPlain, kInPlace, kImage, kCallback };
 constexpr unsigned kHeader = 2052;
 constexpr int kMaxSteps = 250;
-constexpr std::size_t kMaxBytes = 1300000;
+constexpr std::size_t kMaxBytes = 32768;
+constexpr int kBlockShift = 12;  // of the writer's blocks, and of the data between two images
+
+// Small recordings fill several blocks, and spill their index. Without a second block in memory,
+// there is no thread.
+using SmallPlainMuxer = SmallMuxer<plugin::avi::AviMuxer, kBlockShift>;
+class SmallSyncMuxer : public SmallMuxer<plugin::avi::VFIAviMuxer, kBlockShift> {
+  bool PeriodicSyncCacheSizeCheck(stream::Packet& packet, int) override {
+    return VFIAviMuxer::PeriodicSyncCacheSizeCheck(packet, kBlockShift);
+  }
+  bool PeriodicSyncAccDataCacheSizeReset(int) override {
+    return VFIAviMuxer::PeriodicSyncAccDataCacheSizeReset(kBlockShift);
+  }
+};
+
+constexpr char kPlainAlias[] = "FuzzMuxer", kSyncAlias[] = "FuzzSyncMuxer";
 
 // A packet, and what it must be in the file.
 struct Sample {
@@ -43,10 +61,13 @@ void Keep(unsigned, unsigned, unsigned char const* data, unsigned size, unsigned
   image.assign(data, data + size);
 }
 
-std::string Applied(std::string const& file) {
-  std::vector<unsigned char> bytes(file.begin(), file.end());
+std::string Text(std::vector<unsigned char> const& bytes) {
+  return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+std::string Applied(std::vector<unsigned char> bytes) {
   crash::ApplyImage(bytes, image, kHeader);
-  return {bytes.begin(), bytes.end()};
+  return Text(bytes);
 }
 
 class Recorder {
@@ -60,6 +81,8 @@ class Recorder {
     unsigned const spill = _input.U8();
     if (spill % 4 != 0) _recording.muxer->Set("listfile", static_cast<int>(spill % 4) - 1);
     if (spill % 8 > 4) _recording.muxer->Set("diskName", 'Q');  // there is no such drive
+    _recording.muxer->Set("cacheBlocks", 1u);
+    _played = spill / 8;
     _recording.muxer->Set("flushtime", 100u);
     _recording.muxer->Set("periodicSyncEn", _way != kInPlace);
     _recording.muxer->Set("periodicSyncCallback", &Keep);
@@ -80,9 +103,7 @@ class Recorder {
       if ((mask >> i & 1) != 0) tracks += "hvpPtja"[i];
     return tracks.empty() ? "h" : tracks;
   }
-  char const* Alias() const {
-    return _way == kPlain ? "AviMuxer-avi-muxer" : "VFIAviMuxer-avi-muxer-vfi";
-  }
+  char const* Alias() const { return _way == kPlain ? kPlainAlias : kSyncAlias; }
   static base::Ref<stream::IMedia> Media(char kind) {
     if (kind == 'p') return test::AudioMedia();
     if (kind == 'P') return test::AudioMedia(8000, 1, 320);
@@ -106,7 +127,7 @@ class Recorder {
     return static_cast<std::size_t>(
         std::count_if(_samples.begin(), _samples.end(), [](auto& s) { return s.Indexed(); }));
   }
-  void Check(std::string const& bytes, std::size_t least) const;
+  void Check(std::string const& bytes, std::size_t least, bool plays = true) const;
   void Play(std::string const& bytes, std::vector<Sample const*> const& indexed, bool all) const;
 
   Input _input;
@@ -120,10 +141,12 @@ class Recorder {
   std::vector<Sample> _samples;
   std::size_t _room = 0;    // entries that the index can hold
   std::size_t _synced = 0;  // samples that a sync has covered
-  bool _once = false;       // what fails does so once
+  unsigned _syncs = 0;
+  bool _once = false;  // what fails does so once
   int64 _ms = 0;
   std::size_t _total = 0;
   unsigned _number = 0;
+  unsigned _played = 0;  // the sync after which the file is played
 };
 
 void Recorder::Open() {
@@ -158,16 +181,17 @@ void Recorder::Open() {
   _samples.clear();
   _recording.messages.clear();
   _synced = 0;
+  _syncs = 0;
   _ms = 0;
   _recording.Open();
 }
 
 void Recorder::AddFault() {
   unsigned const kind = _input.U8(), nth = _input.U8() + 1;
-  unsigned const keep = _input.U16();
+  unsigned const keep = _input.U16() & ~15u;  // devices tear writes between sectors
   _once = kind % 8 == 1;
   FaultIO::Fault fault{FaultIO::kWrite, static_cast<int>(nth), !_once,
-                       keep % 3 == 0 ? base::IO::kFailed : keep};
+                       keep / 16 % 3 == 0 ? base::IO::kFailed : keep};
   switch (kind % 8) {
     case 1:
     case 2:
@@ -186,7 +210,7 @@ void Recorder::AddFault() {
 void Recorder::Step() {
   unsigned const step = _input.U8(), bits = _input.U8(), length = _input.U8();
   if (step >= 240) return Control(step, bits);
-  std::size_t size = length < 240 ? length : (length - 239) * 5000;
+  std::size_t size = length < 240 ? length : (length - 239) * 250;
   if (_total + size > kMaxBytes) size = 0;
   _total += size;
   _ms += bits % 64;
@@ -270,14 +294,14 @@ void Recorder::Push(Sample sample) {
   if (_samples.size() == 1) return;  // the first one opens the file
   if (_device->Count(FaultIO::kFlush) == flushes || _device->Failures() > 0) return;
   _synced = _samples.size();
-  std::string const bytes = Text(_memory);
-  Check(_way == kCallback ? Applied(bytes) : bytes, _synced);
+  Check(_way == kCallback ? Applied(_memory.bytes) : Text(_memory.bytes), _synced,
+        _syncs++ == _played);
 }
 
 void Recorder::Close() {
   bool const closed = _recording.Close();
   if (_samples.empty()) return;
-  std::string const bytes = Text(_memory);
+  std::string const bytes = Text(_memory.bytes);
   auto const reported = [this](char const* type) {
     return std::any_of(_recording.messages.begin(), _recording.messages.end(),
                        [type](std::string const& message) { return message.rfind(type, 0) == 0; });
@@ -298,7 +322,7 @@ void Recorder::CheckFaults(std::string const& bytes, bool closed) {
   bool const none = std::none_of(_samples.begin(), _samples.end(), [](auto& s) { return s.taken; });
   if (none) return;
   if (_way == kCallback && !_once) {
-    Check(Applied(bytes), _synced);
+    Check(Applied(_memory.bytes), _synced);
     if (closed) Check(bytes, _synced);
     return;
   }
@@ -307,7 +331,7 @@ void Recorder::CheckFaults(std::string const& bytes, bool closed) {
 
 // The index must name samples in their order, of the first `least` all that were taken, as far as
 // it has room; and these must play, unless `least` is 0.
-void Recorder::Check(std::string const& bytes, std::size_t least) const {
+void Recorder::Check(std::string const& bytes, std::size_t least, bool plays) const {
   auto const* const file = reinterpret_cast<unsigned char const*>(bytes.data());
   std::size_t const index = bytes.find("idx1");
   std::vector<Sample const*> indexed;
@@ -341,12 +365,14 @@ void Recorder::Check(std::string const& bytes, std::size_t least) const {
     indexed.push_back(&*next++);
   }
   while (next != _samples.end()) skip();
-  if (!indexed.empty()) Play(bytes, indexed, least > 0);
+  if (plays && !indexed.empty()) Play(bytes, indexed, least > 0);
 }
 
 void Recorder::Play(std::string const& bytes, std::vector<Sample const*> const& indexed,
                     bool all) const {
-  test::MemoryIO io(bytes);
+  auto const* const data = reinterpret_cast<unsigned char const*>(bytes.data());
+  test::MemoryIO io;
+  io.bytes.assign(data, data + bytes.size());
   unsigned const videos = _tracks.substr(0, 2) == "hv" ? 2 : 1;
   for (unsigned video = 0; video < videos; ++video) {
     test::Playing playing(&io, video);
@@ -380,7 +406,16 @@ void Recorder::Play(std::string const& bytes, std::vector<Sample const*> const& 
 }  // namespace kestro::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  kestro::fuzz::Quiet();
-  kestro::fuzz::Recorder({data, size}).Run();
+  using namespace kestro::fuzz;
+  static Folder const folder;  // for indexes that spill
+  static bool const once = [] {
+    kestro::test::RegisterClasses();
+    RegisterMuxer<SmallPlainMuxer>(kPlainAlias);
+    RegisterMuxer<SmallSyncMuxer>(kSyncAlias);
+    kestro::base::File::TemporaryFolder(folder.path.c_str());
+    return Quiet();
+  }();
+  KESTRO_ASSERT(once);
+  Recorder({data, size}).Run();
   return 0;
 }
