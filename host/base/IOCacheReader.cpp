@@ -15,14 +15,13 @@ IOCacheReader::IOCacheReader(IO* source, int blockSize, int blocks, int64 preloa
       _source(source),
       _blockSize(static_cast<unsigned>(std::max(blockSize, 1))),
       _limit(std::max(blocks, 1)),
-      _maxAhead(_limit - 1 - (_limit - 1) / 4),
+      _maxAhead(blocks == 0 ? -1 : _limit - 1 - (_limit - 1) / 4),
       _size(source->Size()),
       _handle(source->Handle()),
       _position(source->Tell()),
       _end(_size < 0 ? INT64_MAX : _size),
-      _preloadBytes(std::max<int64>(preloadBytes, 0)),
-      _threadless(blocks == 0) {
-  if (_threadless) return;
+      _preloadBytes(std::max<int64>(preloadBytes, 0)) {
+  if (Threadless()) return;
   try {
     _thread = std::thread([this] { Run(); });
   } catch (std::system_error const& e) {
@@ -73,7 +72,7 @@ unsigned IOCacheReader::Read(void* data, unsigned size) {
 IOCacheReader::Block const& IOCacheReader::Await(Lock& lock, int64 block) {
   MoveTo(block);
   _waiting = true;
-  if (!_threadless)
+  if (!Threadless())
     _fetched.wait(lock, [this, block] { return Has(block); });
   else if (!Has(block))
     FetchBlock(lock, block);
@@ -84,15 +83,15 @@ IOCacheReader::Block const& IOCacheReader::Await(Lock& lock, int64 block) {
 void IOCacheReader::MoveTo(int64 block) {
   if (block == _at) return;
   if (block == _at + 1 || (block > _at && Has(block)))
-    _ahead = std::min(std::max<int64>(2 * _ahead, 1), _maxAhead);
+    _ahead = std::min(std::max<int64>(2 * _ahead, 1), std::max<int64>(_maxAhead, 0));
   else if (!Has(block))
-    _ahead = std::min<int64>(1, _maxAhead);
+    _ahead = std::clamp<int64>(_maxAhead, 0, 1);
   _at = block;
   _work.notify_one();
 }
 
 unsigned IOCacheReader::ReadAround(Lock& lock, int64 at, unsigned char* data, unsigned size) {
-  if (_threadless) return Fetch(lock, at, data, size);
+  if (Threadless()) return Fetch(lock, at, data, size);
   Request request{at, data, size, 0};
   _request = &request;
   _work.notify_one();

@@ -71,7 +71,8 @@ class KESTRO_API IOCacheReader : public IO {
     unsigned got;
   };
 
-  bool Working() const { return _threadless || _thread.joinable(); }
+  bool Threadless() const { return _maxAhead < 0; }
+  bool Working() const { return Threadless() || _thread.joinable(); }
   Block const& Await(Lock& lock, int64 block);
   unsigned ReadAround(Lock& lock, int64 at, unsigned char* data, unsigned size);
   void MoveTo(int64 block);
@@ -87,7 +88,7 @@ class KESTRO_API IOCacheReader : public IO {
   IO* const _source;
   unsigned const _blockSize;
   int64 const _limit;     // maximum number of blocks outside the preload
-  int64 const _maxAhead;  // how many of these may be ahead of the reader
+  int64 const _maxAhead;  // how many of these may be ahead of the reader; -1: there is no thread
   int64 const _size;
   int const _handle;
   int64 _position;
@@ -103,7 +104,6 @@ class KESTRO_API IOCacheReader : public IO {
   int64 _preloadBytes;
   int64 _preloadNext = 0;  // first block of the preload that may be missing
   bool _preload = false, _stop = false;
-  bool const _threadless;
   int _error = 0;
   std::thread _thread;
 };
