@@ -12,6 +12,7 @@ namespace {
 
 struct Widget : Object {
   explicit Widget(int n = 0) : Object("Widget"), count(n) {}
+  int Twice() { return 2 * count; }
   int count;
   unsigned char small = 7;
   std::string text;
@@ -70,6 +71,7 @@ TEST(Class, MakesObjectsWithParameters) {
   list.Member<Widget>("count", &Widget::count, "");
   list.Member<Widget>("small", &Widget::small, "");
   list.Member<Widget>("other", &Widget::other, "");
+  list.Getter<Widget>("twice", &Widget::Twice, "");
   list.Inherit(base);
   TClass<Widget>::Register("Widget-test-widget", list)->Constructor<Widget, int>();
   AttrSet attrs;
@@ -83,9 +85,10 @@ TEST(Class, MakesObjectsWithParameters) {
   struct {
     char const *name, *value;
     bool taken;
-  } const table[] = {{"Small", "1", false},     {nullptr, "1", false},       {"small", "200", true},
-                     {"small", "256", false},   {"text", "inherited", true}, {"count", "99", true},
-                     {"other", "0x1000", false}};
+  } const table[] = {{"Small", "1", false},       {nullptr, "1", false},
+                     {"small", "200", true},      {"small", "256", false},
+                     {"text", "inherited", true}, {"count", "99", true},
+                     {"other", "0x1000", false},  {"twice", "1", false}};
   for (auto const& row : table)
     EXPECT_EQ(widget->Set(row.name, row.value), row.taken) << row.name << "=" << row.value;
   EXPECT_EQ(std::to_string(widget->small) + widget->text, "200inherited");

@@ -102,6 +102,7 @@ TEST_F(FileTest, FlushUsesTheBarrierOfTheFileSystem) {
 }
 
 TEST_F(FileTest, Modes) {
+  int const descriptors = test::Descriptors();
   struct {
     char const* mode;
     bool exists, opens;
@@ -129,6 +130,7 @@ TEST_F(FileTest, Modes) {
     }
     EXPECT_EQ(Content(), row.content);
     EXPECT_EQ(File::Open(folder.c_str(), row.mode), nullptr) << "a folder";
+    EXPECT_EQ(test::Descriptors(), descriptors);
   }
 }
 

@@ -110,6 +110,8 @@ TEST(IOCacheReader, KeepsThePreload) {
   EXPECT_TRUE(rig.Good(15 * kBlock, 100));
   EXPECT_TRUE(rig.Good(0, 2000));
   EXPECT_GE(rig.Blocks(15).size(), 15u) << "the memory is gone";
+  EXPECT_TRUE(rig.cache->Set("preload", true));
+  EXPECT_TRUE(rig.Preloaded(7 * kBlock + 1)) << "again";
 
   Rig small(250, 1, INT64_MAX);
   EXPECT_TRUE(small.cache->Set("preload", true));
@@ -239,6 +241,7 @@ TEST(IOBuffer, HoldsWhatFits) {
   EXPECT_EQ(io.Read(bytes, 8), 2);
   EXPECT_TRUE(io.Seek(100, IO::kBegin));
   EXPECT_EQ(io.Write("x", 1), 0u);
+  EXPECT_TRUE(io.Truncate(0));
 }
 
 TEST(IOIntWriter, WritesAtAnOffsetAndKeepsThePosition) {

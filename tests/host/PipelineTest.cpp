@@ -137,6 +137,18 @@ TEST(Port, LinksCarryMediaThatMatch) {
   EXPECT_FALSE(anyIn->Linked());
 }
 
+TEST(Port, OffersNothingWhileItIsOffered) {
+  struct : CaptureSink {
+    bool AcceptMedia(IPort& port, IMedia* media) override { return !port.Offer(media); }
+  } sink;
+  Counter source;
+  ConsoleCapture console;
+  auto const media = NewMedia("h264");
+  EXPECT_TRUE(Join(source, sink)->Offer(media.get()));
+  EXPECT_NE(console.Text().find("/Offer:\t_offerer == self,an offer from inside"),
+            std::string::npos);
+}
+
 TEST(Port, EveryLinkedSinkGetsThePacket) {
   Counter source;
   auto const eats = [](Packet& packet) { return packet.Offset(2), true; };

@@ -63,6 +63,19 @@ TEST(Demux, DeliversWhatWasRecorded) {
   EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(video));
 }
 
+// What is played from a file, with parameter sets.
+std::vector<std::string> Filtered(base::IO& io) {
+  Playing p(&io);
+  stream::ParameterSetFilter filter;
+  CaptureSink sink;
+  auto const track = filter.AddTrack();
+  EXPECT_TRUE(IPort::Link(*p.outputs[0], *track.input));
+  EXPECT_TRUE(IPort::Link(*track.output, *sink.AddInput()));
+  Messages messages(*p.demuxer);
+  EXPECT_TRUE(filter.StatusChange(IStatus::kRunning) && p.Run() && messages.Reach(1) && p.Close());
+  return sink.packets.All();
+}
+
 // Of any length, and more than one of a kind.
 TEST(Demux, GivesParameterSetsToTheMedia) {
   struct Case {
@@ -87,6 +100,7 @@ TEST(Demux, GivesParameterSetsToTheMedia) {
     EXPECT_EQ(sets, Extra(media));
     Got const got = p.NextGot();
     EXPECT_EQ(std::string(got.data.size() - slice.size(), '\0') + slice, got.data);
+    EXPECT_THAT(Filtered(io), ElementsAre(sets + slice));
     if (vps.empty()) continue;
     for (auto const& [key, set] : {std::pair{"vps", vps}, {"sps", sps}, {"pps", pps}}) {
       SCOPED_TRACE(key);

@@ -143,6 +143,19 @@ std::vector<std::string> Lines(std::string text) {
   return lines;
 }
 
+TEST(ErrorLines, TagsArePrintedWithTheirLines) {
+  Tags const tags{Shape{}};
+  std::string text;
+  base::ostream_string os(text);
+  *tags.object >> os;
+  std::pair<int, char const*> const lines[] = {
+      {83, "strdbuf "},  {84, "strdsize "}, {85, "strnbuf "},  {86, "strnsize "}, {88, "isftbuf "},
+      {89, "isftsize "}, {90, "junkbuf "},  {91, "junksize "}, {92, "idx1_first"}};
+  for (auto const& [line, name] : lines)
+    EXPECT_THAT(text, testing::HasSubstr("VideoTag/" + std::to_string(line) + "/operator>>:\t" +
+                                         name + ": "));
+}
+
 TEST(ErrorLines, KeepTheirFileAndFunction) {
   std::string const core = "common/IAviMuxer/#/", plain = "AviMuxer/#/",
                     h264 = "common/StreamH264/#/", hevc = "common/StreamHevc/#/",

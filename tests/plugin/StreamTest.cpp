@@ -119,6 +119,19 @@ TEST(Streams, PcmHeaders) {
     media->Set(key.c_str(), key == "depth" ? 7 : 0);
     EXPECT_EQ(key == "samples", Muxing(media).configured) << "too little " << key;
   }
+  struct {
+    int channel, width, depth;
+    bool taken;
+  } const largest[] = {{1, 1, 8, true},     {32767, 2, 16, true}, {32768, 2, 16, false},
+                       {65535, 1, 8, true}, {21845, 1, 24, true}, {21846, 1, 24, false},
+                       {1, 8191, 16, true}, {1, 8192, 16, false}};
+  for (auto const& c : largest) {
+    auto media = AudioMedia(8000, c.channel);
+    media->Set("width", c.width);
+    media->Set("depth", c.depth);
+    EXPECT_EQ(c.taken, Muxing(media).configured)
+        << c.channel << " * " << c.width << ", " << c.depth;
+  }
 }
 
 // Motion JPEG packets carry the header of their chunk; the index entry counts the padding.
@@ -161,8 +174,10 @@ TEST(Streams, TextCountsItsPadding) {
   EXPECT_EQ(512u, strh.dwSuggestedBufferSize);
   EXPECT_EQ(3u, strh.dwLength);
   EXPECT_EQ(0u, strh.fccHandler);
-  EXPECT_EQ(18u, m.list.at(2).size);
-  EXPECT_EQ(0u, m.list.at(2).flags);
+  EXPECT_THAT(m.list, testing::Each(testing::Field(&ChunkParam::flags, 0u)));
+  EXPECT_THAT(m.list, ElementsAre(testing::Field(&ChunkParam::size, 10u),
+                                  testing::Field(&ChunkParam::size, 300u),
+                                  testing::Field(&ChunkParam::size, 18u)));
 }
 
 TEST(Streams, StoreOnlyTheirOwnCodecAndTrack) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "recorder/CStorage.h"
 #include "recorder/RecorderSession.h"
 
 namespace kestro::test {
@@ -58,6 +59,8 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   newer.options.storage = &storage;
   newer.options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE;
   newer.options.start_clock = KESTRO_RECORDER_START_SINCE_BOOT;
+  newer.options.overwrite = 1;
+  memory.Open("c.avi", "rwbc");
   newer.options.captured = [](void*, std::int64_t time_ns) { return time_ns + 1500 * kMs; };
   newer.more = 1;
   EXPECT_EQ(kestro_recorder_new(&newer.options), nullptr) << "asks for something unknown";
@@ -154,6 +157,7 @@ TEST(CInterface, RecordsEventsAndChangesTracks) {
   EXPECT_EQ(memory.File("c1.avi.keep"), nullptr);
   EXPECT_EQ(kestro_recorder_unprotect(recorder, "d1.avi"), KESTRO_RECORDER_INVALID);
   EXPECT_EQ(kestro_recorder_change_tracks(recorder, tracks, 2), KESTRO_RECORDER_OK);
+  EXPECT_EQ(kestro_recorder_split_at(recorder, 100000 * kMs), KESTRO_RECORDER_OK);
   push(5);
   tracks[1].codec = 99;
   EXPECT_EQ(kestro_recorder_change_tracks(recorder, tracks, 2), KESTRO_RECORDER_INVALID);
@@ -168,6 +172,55 @@ TEST(CInterface, RecordsEventsAndChangesTracks) {
       " " + std::to_string(KESTRO_RECORDER_CLOSED) + " " +
       std::to_string(KESTRO_RECORDER_PROTECTED) + " ";  // the second event reaches back
   EXPECT_EQ(kinds, expected);
+}
+
+TEST(CInterface, RefusesUnknownProperties) {
+  RegisterClasses();
+  base::ConsoleCapture console;
+  kestro_recorder_options options;
+  kestro_recorder_options_init(&options, sizeof options);
+  char const* const properties[] = {"none=1", nullptr};
+  options.path = "/nowhere/c.avi";
+  options.properties = properties;
+  kestro_recorder* const recorder = kestro_recorder_new(&options);
+  kestro_recorder_track video = KESTRO_RECORDER_TRACK_INIT;
+  video.width = video.height = video.frame_rate_num = 25;
+  EXPECT_EQ(kestro_recorder_add_track(recorder, &video), 0);
+  EXPECT_EQ(kestro_recorder_start(recorder), KESTRO_RECORDER_INVALID);
+  char text[64];
+  kestro_recorder_get_text(recorder, KESTRO_RECORDER_TEXT_RESULT, text, sizeof text);
+  EXPECT_NE(std::string(text).find("none"), std::string::npos) << text;
+  EXPECT_EQ(kestro_recorder_split(recorder), KESTRO_RECORDER_INVALID) << "not started";
+  kestro_recorder_free(recorder);
+}
+
+TEST(CInterface, UsesTheStorageOfTheProgram) {
+  kestro_recorder_storage functions = {};
+  functions.open = [](void*, char const*, char const*, void**) { return 0; };
+  functions.close = [](void*, void*) {};
+  functions.write = [](void*, void*, std::int64_t at, void const*, std::size_t) {
+    return at == 0 ? 1 : std::int64_t{-ENOSPC};
+  };
+  functions.list = [](void*, char const* folder, auto* found, void* to) {
+    kestro_recorder_entry const entries[] = {
+        {sizeof(kestro_recorder_entry), "a.avi", 7, 5, 1},
+        {offsetof(kestro_recorder_entry, plain), "older", 8, 6, 1},
+        {sizeof(kestro_recorder_entry), nullptr, 9, 0, 1},
+    };
+    for (auto const& entry : entries) found(to, &entry);
+    return std::strcmp(folder, "a/") == 0 ? 0 : -EACCES;
+  };
+  record::CStorage storage(functions);
+  auto const file = storage.Open("x", "rwbc");
+  EXPECT_EQ(file->Write("12", 2), 1u);
+  EXPECT_EQ(file->Write("2", 1), 0u) << "full";
+  EXPECT_EQ(file->Error(), ENOSPC);
+  std::vector<record::Storage::Entry> entries;
+  EXPECT_TRUE(storage.List("a/", entries));
+  ASSERT_EQ(entries.size(), 2u) << "without the one that has no name";
+  EXPECT_TRUE(entries[0].plain && entries[0].bytes == 7 && entries[0].modified_ns == 5);
+  EXPECT_FALSE(entries[1].plain) << "unknown to the program";
+  EXPECT_TRUE(!storage.List("b/", entries) && errno == EACCES);
 }
 
 TEST(CInterface, EveryCodeHasAText) {

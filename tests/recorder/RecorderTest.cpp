@@ -10,6 +10,7 @@
 #include "avi/Text.h"
 #include "recorder/RecorderSession.h"
 #include "recorder/RecordingLock.h"
+#include "support/SystemFault.h"
 
 namespace kestro::test {
 namespace {
@@ -51,6 +52,7 @@ TEST(Recorder, OrdersTracksCutsAudioAndRepeatsParameterSets) {
   ASSERT_EQ(frames.size(), 10u);
   EXPECT_EQ(frames[5], Picture(5)) << "a file begins with the latest parameter sets";
   EXPECT_EQ(s.storage.Payloads(3).size(), 5u);
+  EXPECT_THAT(s.storage.Text("cam-001.avi"), HasSubstr(std::string("03dc\4\0\0\0jpeg", 12)));
   EXPECT_EQ(s.recorder->GetStatus().skipped, 1u);
   EXPECT_EQ(s.Count(Event::kOpened), 2);
   EXPECT_EQ(s.Count(Event::kClosed), 2);
@@ -164,6 +166,13 @@ TEST(Recorder, SplitsAtTimesThatAreStillQueued) {
   for (Event const& event : s.events)
     if (event.kind == Event::kOpened) starts.push_back(event.time_ns / kMs);
   EXPECT_THAT(starts, ElementsAre(0, 600, 1600));
+}
+
+TEST(Recorder, ChoosesBlocksThatReadersDoNotSplit) {
+  std::pair<int, int> const lengths[] = {
+      {10, 1}, {8000, 320}, {25600, 1024}, {25625, 512}, {48000, 960}};
+  for (auto const& [rate, length] : lengths)
+    EXPECT_EQ(TrackInfo::BlockLength(rate), length) << rate;
 }
 
 TEST(Recorder, BeginsAFileWithAnyBlockWhereThereIsNoVideo) {
@@ -361,11 +370,13 @@ TEST(Recorder, LocksItsFileNamesUntilItOrItsProcessEnds) {
   }
   std::ofstream(folder + "/.cam-%03d.avi.lock") << "left over";
   EXPECT_TRUE(s.Open()) << s.why.text;
+  int const descriptors = Descriptors();
   for (char const* name : {"cam-%03d.avi", "cam-%04N.avi", "cam.avi", "cam-002.avi", "%Y%%.avi"}) {
     t.options.path = folder + "/" + name;
     bool const free = name[0] == '%';
     EXPECT_EQ(t.Open(), free) << name;
     EXPECT_EQ(t.why.code, free ? Code::kOk : Code::kBusy) << name;
+    EXPECT_TRUE(free || Descriptors() == descriptors) << name;
   }
   t.options.path = folder + "/other.avi";
   EXPECT_TRUE(t.Open()) << t.why.text;
@@ -396,6 +407,12 @@ TEST(Recorder, RefusesWrongOptions) {
       {"two numbers", [](S& s) { s.options.path = "a%d-%d.avi"; }, Code::kInvalid},
       {"no size", [](S& s) { s.options.segments.size = 0; }, Code::kInvalid},
       {"no interval", [](S& s) { s.options.sync.interval_ns = 1; }, Code::kInvalid},
+      {"no memory for events",
+       [](S& s) {
+         s.options.events.only = true;
+         s.options.events.maxBytes = 0;
+       },
+       Code::kInvalid},
       {"a property",
        [](S& s) {
          s.options.properties.push_back({"none", "1"});
@@ -440,6 +457,9 @@ TEST(Recorder, RefusesWrongPayloadsAndReleasesThem) {
   ASSERT_TRUE(s.Open());
   EXPECT_EQ(s.recorder->Push(2, pool.Lend("x")), Code::kInvalid) << "track";
   EXPECT_EQ(s.recorder->Push(1, pool.Lend("x")), Code::kInvalid) << "half a sample";
+  record::Payload none;
+  none.size = 4;
+  EXPECT_EQ(s.recorder->Push(0, none), Code::kInvalid) << "no data";
   EXPECT_EQ(s.recorder->Push(0, pool.Lend("x", INT64_MAX)), Code::kInvalid) << "time";
   EXPECT_TRUE(s.recorder->Stop());
   EXPECT_EQ(s.recorder->Push(0, pool.Lend("x")), Code::kEnded);

@@ -462,25 +462,6 @@ TEST(Retention, GoesOnAfterBeingKilled) {
   others.ExpectUntouched();
 }
 
-TEST(Retention, ListsTheStorageOfACProgram) {
-  kestro_recorder_storage functions = {};
-  functions.list = [](void*, char const* folder, auto* found, void* to) {
-    kestro_recorder_entry const entries[] = {
-        {sizeof(kestro_recorder_entry), "a.avi", 7, 5, 1},
-        {offsetof(kestro_recorder_entry, plain), "older", 8, 6, 1},
-        {sizeof(kestro_recorder_entry), nullptr, 9, 0, 1},
-    };
-    for (auto const& entry : entries) found(to, &entry);
-    return std::strcmp(folder, "a/") == 0 ? 0 : -EACCES;
-  };
-  std::vector<record::Storage::Entry> entries;
-  EXPECT_TRUE(record::CStorage(functions).List("a/", entries));
-  ASSERT_EQ(entries.size(), 2u) << "without the one that has no name";
-  EXPECT_TRUE(entries[0].plain && entries[0].bytes == 7 && entries[0].modified_ns == 5);
-  EXPECT_FALSE(entries[1].plain) << "unknown to the program";
-  EXPECT_TRUE(!record::CStorage(functions).List("b/", entries) && errno == EACCES);
-}
-
 TEST(Retention, RefusesLimitsThatItCannotKeep) {
   record::CStorage unlisted{kestro_recorder_storage{}};
   using S = RecorderSession;
