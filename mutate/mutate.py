@@ -97,8 +97,9 @@ def main():
     parser.add_argument("--only", metavar="REGEX", help="mutants whose file, change or line match, all of them")
     parser.add_argument("--survivors", action="store_true",
                         help="run again what survived the last run of this sample, and what a removed test found")
-    parser.add_argument("--tests", choices=["quick", "library", "all"], default="all",
-                        help="quick: only the quick tests of kestro-tests; library: all of kestro-tests")
+    parser.add_argument("--quick", action="store_true", help="run kestro-tests only, not the tests of the tool")
+    parser.add_argument("--slowest", type=float, metavar="S", default=5,
+                        help="leave out tests that take more than S seconds (default: 5)")
     parser.add_argument("--list", action="store_true", help="print the mutants and stop")
     parser.add_argument("--jobs", type=int, default=1)
     args = parser.parse_args()
@@ -109,13 +110,15 @@ def main():
     if args.list:
         print("\n".join(str(found[key]) for key in keys))
         return 0
-    tree = Tree(ROOT, args.tests)
+    tree = Tree(ROOT, args.quick)
     tree.home.mkdir(parents=True, exist_ok=True)
     print(f"building with {len(keys)} of {len(known)} mutants", flush=True)
     mutants = build(tree, found, keys)
-    runner = Runner(tree, args.jobs)
+    runner = Runner(tree, args.jobs, args.slowest)
     print(f"measuring {len(runner.tests)} tests", flush=True)
     runner.measure([[n, mutant.key] for n, mutant in sorted(mutants.items())])
+    slow = [test.name for test in runner.tests if test.seconds > args.slowest]
+    print(f"left out: {', '.join(slow) or 'none'}", flush=True)
 
     reasons = equivalents()
     last_file = tree.home / ("only.json" if args.only else f"results-{args.seed}.json")

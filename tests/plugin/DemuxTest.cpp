@@ -153,6 +153,7 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
     int width = 0;
     p.outputs[0]->Media()->Get("width", width);
     EXPECT_EQ(wanted, width);
+    EXPECT_EQ(wanted == 640, !Extra(*p.outputs[0]->Media()).empty()) << "sets in the first frame";
     EXPECT_THAT(p.NextGot().data, HasSubstr(data));
   };
   shows(640, "second");
@@ -166,6 +167,20 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
     return true;
   }));
   EXPECT_THAT(reported, ElementsAre("h264", "pcm"));
+}
+
+TEST(Demux, OffersATrackWithoutPackets) {
+  MemoryIO io;
+  {
+    Recording r(&io);
+    EXPECT_TRUE(r.Track(VideoMedia()).Track(AudioMedia()).Open());
+    EXPECT_TRUE(r.Push(0, KeyFrame("x"), true));
+  }
+  Playing p(&io);
+  ASSERT_TRUE(p.Open());
+  int samples = -1;
+  EXPECT_TRUE(p.outputs[1]->Media()->Get("samples", samples)) << "which a muxer asks for";
+  EXPECT_EQ(samples, 0);
 }
 
 // The element's thread delivers through a filter to a muxer.

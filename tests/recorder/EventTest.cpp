@@ -309,12 +309,22 @@ TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
       EXPECT_TRUE(KeepMarker::Parse(damaged).events.empty()) << size << " " << zeros;
     }
   EXPECT_EQ(KeepMarker::Label(std::string(199, 'x') + "\xC3\xA9"), std::string(199, 'x'));
+  for (std::string const character :
+       {"\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEF\xBF\xBF",
+        "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})
+    EXPECT_EQ(KeepMarker::Label(character), character);
+  for (std::string const none :
+       {"\x80", "\xC1\xBF", "\xC3(", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xE2\x82(",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3"})
+    EXPECT_EQ(KeepMarker::Label(none).find("\xEF\xBF\xBD"), 0) << none;
   struct {
     char const* text;
     char const* label;  // null: damaged
   } const cases[] = {
       {" {\"label\":\"x\",\"other\":[1,-2.5e3,{\"a\":null}],\"events\":[]} ", "x"},
       {"{\"label\":\"\\u00e9\\ud83d\\ude00\\n\"}", "\xC3\xA9\xF0\x9F\x98\x80\n"},
+      {"{\"label\":\"\\u007f\\u0080\\u07ff\"}", "\x7F\xC2\x80\xDF\xBF"},
+      {"{\"label\":\"\\u0800\\uffff\\ud800\\udc00\"}", "\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80"},
       {"{}", ""},
       {"{\"label\":\"\\ud83d\"}", nullptr},
       {"{\"label\":\"\\x\"}", nullptr},
@@ -404,26 +414,12 @@ TEST(Events, RecordOnlyTheirTime) {
       {"two apart", {100, 300}, 1000, 1000, "0075-0124 0275-0324"},
       {"two that overlap", {100, 120}, 1000, 1000, "0075-0144"},
       {"three that overlap", {100, 124, 125}, 1000, 1000, "0075-0149"},
-      {"one that reaches back into the last file",
-       {100, 140},
-       1000,
-       1000,
-       "0075-0124 0125-0164",
-       25,
-       1000,
-       kSmall},
+      {"back into the last file", {100, 140}, 1000, 1000, "0075-0124 0125-0164", 25, 1000, kSmall},
       {"into a long group", {100, 160}, 2000, 1000, "0050-0124 0100-0184", 50, 1000, kSmall},
       {"the ring is full", {251}, 20000, 1000, "0175-0275", 25, 10000, kSmall},
       {"a group is too large", {200}, 20000, 4000, "0250-0299", 250, 10000, kSmall},
       {"no key frame comes after that", {200}, 20000, 1000, "", 250, 10000, kSmall},
-      {"after a group that is too large",
-       {101, 130},
-       1000,
-       1000,
-       "0100-0125 0100-0154",
-       100,
-       10000,
-       kSmall},
+      {"after such a group", {101, 130}, 1000, 1000, "0100-0125 0100-0154", 100, 10000, kSmall},
       {"key frames only", {251}, 1000, 1000, "0226-0275", 1},
       {"stopped at once", {251}, 1000, 1000, "0225-0250", 25, 1000, 64 << 20, 251},
       {"a gap at the end", {251}, 3000, 2000, "0175-0299", 25, 1000, 64 << 20, 500, 300},

@@ -290,45 +290,33 @@ TEST(Retention, DoesNotDeleteAllWhileSpaceIsStillComing) {
 
 // Files as a scan finds them, oldest first, with the ages that they have.
 TEST(Retention, AgesGoByNumberAndSurviveClockJumps) {
-  constexpr std::int64_t kNow = 1800000000 * kSecond, kUnset = 1000 * kSecond;
+  constexpr std::int64_t kNow = 1800000000, kUnset = 1000 - kNow;
   struct File {
     char const* name;
-    std::int64_t modified_ns;
+    std::int64_t modified_s;  // after kNow
     std::int64_t age_s;
   };
   struct {
     char const* name;
-    std::int64_t wall_ns;
+    std::int64_t wall_s;      // after kNow
     std::vector<File> files;  // the session has lasted 100 s; c and d are of it
   } const cases[] = {
-      {"plain",
-       kNow,
-       {{"a", kNow - 900 * kSecond, 900},
-        {"b", kNow - 500 * kSecond, 500},
-        {"c", kNow, 50},
-        {"d", kNow, 20}}},
-      {"no older file is younger",
-       kNow,
-       {{"a", kNow - 300 * kSecond, 500}, {"b", kNow - 500 * kSecond, 500}, {"c", kNow, 50}}},
-      {"not younger than the session",
-       kNow,
-       {{"a", kNow - 7 * kSecond, 100}, {"b", kNow + 50 * kSecond, 100}, {"c", kNow, 50}}},
-      {"the clock was not set then", kNow, {{"a", kUnset, 100}, {"b", kUnset, 100}, {"c", 0, 50}}},
-      {"the clock is not set now",
-       kUnset,
-       {{"a", kNow - 900 * kSecond, 100}, {"c", kUnset, 50}, {"d", kUnset, 20}}},
-      {"set forward by a year",
-       kNow + 31536000 * kSecond,
-       {{"c", kNow, 50}, {"d", kNow + 31536000 * kSecond, 20}}},
+      {"plain", 0, {{"a", -900, 900}, {"b", -500, 500}, {"c", 0, 50}, {"d", 0, 20}}},
+      {"no older file is younger", 0, {{"a", -300, 500}, {"b", -500, 500}, {"c", 0, 50}}},
+      {"not younger than the session", 0, {{"a", -7, 100}, {"b", 50, 100}, {"c", 0, 50}}},
+      {"not set then", 0, {{"a", kUnset, 100}, {"b", kUnset, 100}, {"c", -kNow, 50}}},
+      {"not set now", kUnset, {{"a", -900, 100}, {"c", kUnset, 50}, {"d", kUnset, 20}}},
+      {"set forward by a year", 31536000, {{"c", 0, 50}, {"d", 31536000, 20}}},
   };
   for (auto const& c : cases) {
     std::vector<record::OwnFile> files;
     std::map<std::string, std::int64_t> const ended = {{"c", 150 * kSecond}, {"d", 180 * kSecond}};
     for (File const& file : c.files) {
       files.emplace_back().name = file.name;
-      files.back().modified_ns = file.modified_ns;
+      files.back().modified_ns = (kNow + file.modified_s) * kSecond;
     }
-    auto const ages = record::Ages_ns(files, {200 * kSecond, 100 * kSecond, c.wall_ns, ended});
+    auto const ages =
+        record::Ages_ns(files, {200 * kSecond, 100 * kSecond, (kNow + c.wall_s) * kSecond, ended});
     for (std::size_t i = 0; i < files.size(); ++i)
       EXPECT_EQ(ages[i] / kSecond, c.files[i].age_s) << c.name << ": " << files[i].name;
   }

@@ -46,7 +46,7 @@ struct FilmIO : MemoryIO {
 };
 
 // Rounds of an H.264 picture, an HEVC picture and an audio block. Of the H.264 key frames, every
-// one but the first carries parameter sets.
+// one but the first carries parameter sets; of the HEVC ones, the first does.
 inline void RecordTwoVideos(MemoryIO& io, int rounds) {
   Recording r(&io);
   r.Track(VideoMedia("h264", 320, 180)).Track(VideoMedia("hevc", 640, 360)).Track(AudioMedia());
@@ -55,7 +55,8 @@ inline void RecordTwoVideos(MemoryIO& io, int rounds) {
     bool const key = i % 10 == 0;
     std::string const slice = kStart + (key ? "\x65" : "\x41") + "first";
     EXPECT_TRUE(r.Push(0, key && i > 0 ? KeyFrame("first") : slice, key));
-    EXPECT_TRUE(r.Push(1, kStart + "\x26second", true));
+    std::string const sets = kStart + "\x40v" + kStart + "\x42s" + kStart + "\x44p";
+    EXPECT_TRUE(r.Push(1, (i == 0 ? sets : "") + kStart + "\x26second", true));
     EXPECT_TRUE(r.Push(2, std::string(7680, 's'), true));
   }
 }
