@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "AviMuxer.h"
 #include "base/LittleEndian.h"
 #include "support/FaultIO.h"
 #include "support/Playing.h"
@@ -126,6 +127,7 @@ TEST_F(Muxer, ReportsSizesWhileItRecords) {
   long long before = 0, after = 0;
   r.muxer->Set("sizeGet", &before);
   EXPECT_EQ(224 + int64(stored) + 16 + 32768, before);
+  EXPECT_EQ(40000, dynamic_cast<plugin::avi::AviMuxer&>(*r.muxer).GetDuration());
   r.ports[1]->Withdraw();
   r.media.clear();
   EXPECT_TRUE(r.Close());

@@ -79,6 +79,8 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   ASSERT_EQ(kestro_recorder_start(recorder), KESTRO_RECORDER_OK)
       << (kestro_recorder_get_text(recorder, KESTRO_RECORDER_TEXT_RESULT, text, sizeof text), text);
   EXPECT_EQ(kestro_recorder_add_track(recorder, &video), KESTRO_RECORDER_INVALID) << "too late";
+  kestro_recorder_get_text(recorder, KESTRO_RECORDER_TEXT_SYNC, text, sizeof text);
+  EXPECT_EQ(std::string(text).substr(0, 33), "syncs in place every 3.000 s; the");
   for (int i = 0; i < 50; ++i) {
     std::string const data = Picture(i);
     frame.data = data.data();

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "avi/NamePattern.h"
+#include "avi/Text.h"
 #include "recorder/RecorderSession.h"
 
 namespace kestro::test {
@@ -70,6 +71,13 @@ TEST(Names, PatternsMakeNamesAndRecogniseOnlyThose) {
     for (std::string const& other : c.others)
       EXPECT_FALSE(pattern.Match(other)) << c.pattern << ": " << other;
   }
+}
+
+TEST(Names, SizesAreReadable) {
+  std::pair<std::uint64_t, char const*> const cases[] = {
+      {0, "0 bytes"},      {999, "999 bytes"},        {1000, "1.0 kB"},
+      {2500000, "2.5 MB"}, {5000000000000, "5.0 TB"}, {2000000000000000, "2000.0 TB"}};
+  for (auto const& [bytes, text] : cases) EXPECT_EQ(avi::ByteCount(bytes), text);
 }
 
 // Three files of a second, in a folder with others.
