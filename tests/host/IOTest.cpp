@@ -102,6 +102,7 @@ TEST(IOCacheReader, KeepsThePreload) {
   EXPECT_TRUE(rig.Good(kBlock, 6 * kBlock));
   EXPECT_TRUE(rig.Good(3, 99));
   rig.device.Hold(false);
+  EXPECT_EQ(rig.Blocks(0), Numbers{}) << "it was on";
   bool on = true;
   EXPECT_TRUE(rig.cache->Set("preload", false));
   EXPECT_TRUE(rig.cache->Get("preload", on));

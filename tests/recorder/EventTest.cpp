@@ -325,6 +325,7 @@ TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
       {"{\"label\":\"\\u00e9\\ud83d\\ude00\\n\"}", "\xC3\xA9\xF0\x9F\x98\x80\n"},
       {"{\"label\":\"\\u007f\\u0080\\u07ff\"}", "\x7F\xC2\x80\xDF\xBF"},
       {"{\"label\":\"\\u0800\\uffff\\ud800\\udc00\"}", "\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80"},
+      {"{\"label\":\"x\",\"window\":{\"zone\":[1]}}", "x"},
       {"{}", ""},
       {"{\"label\":\"\\ud83d\"}", nullptr},
       {"{\"label\":\"\\x\"}", nullptr},

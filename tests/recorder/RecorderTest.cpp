@@ -465,6 +465,10 @@ TEST(Recorder, RefusesWrongPayloadsAndReleasesThem) {
   EXPECT_EQ(s.recorder->Push(0, pool.Lend("x")), Code::kEnded);
   EXPECT_EQ(pool.out, 0) << "not released";
   EXPECT_THAT(s.storage.Names(), ElementsAre()) << "nothing was recorded";
+  RecorderSession plain({VideoTrack()}, true);
+  plain.options.verbatim = true;
+  ASSERT_TRUE(plain.Open()) << plain.why.text;
+  EXPECT_EQ(plain.recorder->ChangeTracks(plain.tracks).code, Code::kInvalid) << "one file only";
 }
 
 }  // namespace

@@ -30,6 +30,10 @@ TEST(VideoFormat, IsReadFromTheFirstBytesOfAFrame) {
   } const cases[] = {
       {"baseline", "h264", "000000016742c00dd90141fb011000000300100000030320f142a480",
        "Constrained Baseline 1.3 8 4:2:0 1:1 320x240 by 0"},
+      {"baseline 1b", "h264", "000000016742d00bd90141fb011000000300100000030320f142a480",
+       "Constrained Baseline 1b 8 4:2:0 1:1 320x240 by 0"},
+      {"extended 1b", "h264", "000000016758d00bd90141fb011000000300100000030320f142a480",
+       "Extended 1b 8 4:2:0 1:1 320x240 by 0"},
       {"interlaced", "h264",
        "000000016d7a00"
        "00000001677a0015b6cd941410fc4e0220000003002000000643e28532c0",
