@@ -2,13 +2,11 @@
 #include <gmock/gmock.h>
 #include <malloc.h>
 
-#include <random>
 #include <set>
 #include <sstream>
 #include <thread>
 
 #include "avi/KeepMarker.h"
-#include "recorder/PacketRing.h"
 #include "recorder/RecorderSession.h"
 #include "support/Watchdog.h"
 
@@ -18,7 +16,6 @@ namespace {
 using avi::KeepMarker;
 using record::Code;
 using record::Event;
-using record::PacketRing;
 using record::Status;
 using testing::HasSubstr;
 
@@ -472,41 +469,6 @@ TEST(Events, AreRecordedThoughNoPacketFollows) {
     EXPECT_EQ(s.recorder->Event("crash"), Code::kOk);
     while (s.recorder->GetStatus().packets < 10) std::this_thread::yield();
     EXPECT_EQ(s.recorder->GetStatus().state, Status::kRecording);
-  }
-}
-
-// A stretch of random groups of pictures and audio, for many bounds.
-TEST(PacketRing, NeverHoldsMoreThanItMay) {
-  struct Memory : base::Reference {
-    Memory(std::uint64_t& all, std::uint64_t size) : live(all), bytes(size) { live += bytes; }
-    ~Memory() override { live -= bytes; }
-    std::uint64_t& live;
-    std::uint64_t const bytes;
-  };
-  std::mt19937 random(5);
-  for (std::uint64_t const bound : {1u, 500u, 5000u, 50000u, 500000u}) {
-    SCOPED_TRACE(bound);
-    std::uint64_t live = 0;
-    static char data[4000];
-    PacketRing ring(2, 0, bound, [](std::size_t, Packet const&) {});
-    std::size_t held = 0;
-    for (int i = 0; i < 3000; ++i) {
-      std::size_t const track = random() % 3 / 2;
-      auto const size = static_cast<int>(random() % sizeof data);
-      auto const memory = base::Ref<Memory>::Take(new Memory(live, static_cast<unsigned>(size)));
-      auto packet = Packet::Wrap(data, size, memory.get());
-      packet->Pts(i * kMs);
-      packet->Duration(kMs);
-      bool const key = track == 0 && random() % 20 == 0;
-      packet->Flags(key ? static_cast<unsigned>(Packet::kKey) : 0u);
-      std::uint64_t const own = static_cast<std::uint64_t>(size);
-      held += ring.Add(track, std::move(packet), false);
-      EXPECT_LE(live - own, bound) << i;
-      ring.Rewind();
-      EXPECT_EQ(ring.Front(0) == nullptr, ring.Empty()) << i;
-      EXPECT_TRUE(ring.Empty() || ring.Front(0)->IsKey()) << i;
-    }
-    EXPECT_TRUE(bound < 5000 || held > 1000) << held;
   }
 }
 
