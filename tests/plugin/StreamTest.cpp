@@ -161,6 +161,7 @@ TEST(Streams, JpegWritesItsOwnHeader) {
 
 TEST(Streams, TextCountsItsPadding) {
   Muxing m(VideoMedia("txt"), 2);
+  EXPECT_EQ(0u, m.Chunk<cstrh>("strh").dwSuggestedBufferSize) << "while recording";
   auto const& strh = m.Header();
   EXPECT_EQ(1u, strh.dwSuggestedBufferSize);
   EXPECT_EQ(1, m.stream->Duration());
@@ -212,6 +213,21 @@ TEST(Streams, SpillBatches) {
   for (auto const& c : cases)
     EXPECT_EQ(c.batch, Muxing(c.media, 0, c.threshold).stream->SpillBatch())
         << c.media->Codec() << " " << c.threshold;
+}
+
+// After any number of seconds, unless the muxer never spills.
+TEST(Streams, SpillAFullList) {
+  for (int const threshold : {-1, 0, 1})
+    for (bool const never : {false, true}) {
+      SCOPED_TRACE(testing::Message() << threshold << " " << never);
+      Muxing m(VideoMedia(), 0, threshold);
+      m.stream->MuxFlags(false, false, never);
+      m.list.reserve(4);
+      for (int i = 0; i < 10; ++i) EXPECT_TRUE(m.Add("x"));
+      EXPECT_EQ(m.list.size() < 10, threshold >= 0 && !never);
+      EXPECT_TRUE(m.stream->MuxUpdate());
+      EXPECT_EQ(m.list.size(), 10u);
+    }
 }
 
 TEST(Streams, MovedDataMovesPositions) {

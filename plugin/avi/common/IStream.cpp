@@ -71,7 +71,7 @@ void IStream::MuxFlags(bool first, bool second, bool noSpill) {
 }
 
 bool IStream::MuxUpdate() {
-  if (!_muxFlags[2] && _listFile != nullptr && !_listFile->ReadTmpFile() && _listFile->Lost())
+  if (_listFile != nullptr && !_listFile->ReadTmpFile() && _listFile->Lost())
     _para->indexLost = true;
   UpdateLength();
   return muxUpdate();
