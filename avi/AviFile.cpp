@@ -133,7 +133,7 @@ void AviFile::FindIndex() {
     _indexBase = -1;
     Note("the index is empty");
   } else if (!pointsToChunk(0)) {
-    if (pointsToChunk(movi.Payload())) {
+    if (data && pointsToChunk(movi.Payload())) {
       _indexBase = movi.Payload();
       Note("index offsets are relative to movi");
     } else {

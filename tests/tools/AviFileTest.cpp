@@ -1,5 +1,8 @@
 // The reader of AVI files: files of several writers, cut off and hostile ones.
 #include "Command.h"
+#include "avi/HeadCopy.h"
+#include "avi/TrackReader.h"
+#include "support/FaultIO.h"
 #include "support/HostileFiles.h"
 
 namespace kestro::tool {
@@ -97,6 +100,7 @@ TEST_F(AviFileTest, FindsChunksThatTheIndexLeavesOut) {
       {"one, and one without data", {a, b, empty, c}, {0, 12}, {0, 12, 24, 32}, false},
       {"one in another order", {a, b, c}, {24, 0}, {0, 12, 24}, false},
       {"all but the first", {a, b, c}, {0}, {0, 12, 24}, false},
+      {"two, with an entry of JUNK", {a, junk, b, c}, {0, 12}, {0, 24, 36}, false},
       {"one before bytes that are no chunk", {a, b, garbage, c}, {0, 40}, {0, 12, 40}, false},
   };
   for (auto const& c : cases) {
@@ -118,6 +122,66 @@ TEST_F(AviFileTest, FindsChunksThatTheIndexLeavesOut) {
       found.push_back(unsigned(entry.offset - base::int64(first)));
     });
     EXPECT_EQ(found, c.chunks);
+  }
+}
+
+TEST_F(AviFileTest, ReadsNoDataThatTheIndexCovers) {
+  Bytes data, index = Bytes().Cc("idx1").U32(16 * 100);
+  std::size_t const first = 12 + Head().size() + 12;
+  for (int i = 0; i < 100; ++i) {
+    index.Cc("00dc").U32(16, first + data.size(), 8192);
+    data.Add(Plain("00dc", std::string(8192, 'x')));
+  }
+  Bytes const bytes = Riff({Head(), Movi(data.Add(Plain("JUNK", "junk"))), index});
+  test::MemoryIO memory({bytes.begin(), bytes.end()});
+  auto device = std::make_unique<test::FaultIO>(memory);
+  test::FaultIO const& reads = *device;
+  avi::AviFile const avi(std::move(device), "a.avi");
+  EXPECT_TRUE(avi.Indexed());
+  EXPECT_LT(reads.Count(test::FaultIO::kRead), 20);
+}
+
+TEST_F(AviFileTest, FindsWhatOffsetsAreRelativeTo) {
+  unsigned const list = 12 + unsigned(Head().size()), data = list + 12;
+  struct {
+    char const* name;
+    bool movi;
+    unsigned first;  // offset in the index
+    base::int64 base;
+  } const cases[] = {{"the file", true, data, 0},
+                     {"movi", true, 4, data - 4},
+                     {"nothing", true, 5, -1},
+                     {"a movi that is missing", false, list - 8, -1}};
+  for (auto const& c : cases) {
+    Bytes const chunks = Joined({kFirst, kRest});
+    avi::AviFile const avi = Read(Riff({Head(), c.movi ? Movi() : chunks, Index(c.first)}));
+    EXPECT_EQ(avi.IndexBase(), c.base) << c.name;
+  }
+}
+
+TEST_F(AviFileTest, IgnoresChunksOfUnknownTracks) {
+  EXPECT_EQ(avi::TrackOfCode(base::Convert4("12dc")), 12);
+  unsigned const first = 12 + unsigned(Head().size()) + 12;
+  Bytes index = Bytes().Cc("idx1").U32(32);
+  index.Cc("01dc").U32(16, first, 4).Cc("00dc").U32(16, first + 12, 4);
+  Bytes const data = Plain("01dc", "none").Add(Plain("00dc", "data"));
+  avi::AviFile avi = Read(Riff({Head(), Movi(data), index}));
+  std::vector<std::size_t> tracks;
+  avi::TrackReader(avi, {true, true}).ForEach([&](std::size_t track, avi::Piece const&) {
+    tracks.push_back(track);
+    return true;
+  });
+  EXPECT_EQ(tracks, std::vector<std::size_t>{0});
+}
+
+// The size of JUNK in it is at most that of the file.
+TEST_F(AviFileTest, FindsACopyOfTheHead) {
+  for (unsigned const junk : {8192u, 8193u}) {
+    std::string file(8192, '\0');
+    std::string const copy = avi::HeadCopy::Compose("RIFF", {0, 0, 0, junk});
+    file.replace(4096, copy.size(), copy);
+    avi::RiffReader reader(std::make_unique<test::MemoryIO>(file), "a.avi");
+    EXPECT_EQ(avi::HeadCopy::Find(reader).has_value(), junk == 8192) << junk;
   }
 }
 
