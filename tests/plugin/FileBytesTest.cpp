@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <optional>
 
 #include "base/File.h"
 #include "common/IListFile.h"
 #include "support/FileLayout.h"
+#include "support/SystemFault.h"
 
 namespace kestro::test {
 namespace {
@@ -108,16 +110,20 @@ TEST(FileBytes, SpilledEntriesAreReadBack) {
   std::vector<ChunkParam> list;
   list.reserve(64);
   testing::internal::CaptureStdout();
-  IListFile file(&list, "I:/h264.0x1", 4096), nowhere(&list, "Q:/n", 4096);
+  std::optional<IListFile> file(std::in_place, &list, "I:/h264.0x1", 4096);
+  IListFile nowhere(&list, "Q:/n", 4096);
   EXPECT_EQ("I:/h264.0x1.kestro maxsize 98304\nQ:/n.kestro maxsize 98304\n",
             testing::internal::GetCapturedStdout());
   unsigned added = 0;
   for (unsigned const count : {62u, 1000u, 3000u}) {
     for (; added < count; list.emplace_back().offset = added++) {
-      EXPECT_TRUE(added > 63 || file.ListIsFull() == (added == 63)) << "one slot before";
-      EXPECT_TRUE(!file.ListIsFull() || file.WriteTmpFile());
+      EXPECT_TRUE(added > 63 || file->ListIsFull() == (added == 63)) << "one slot before";
+      EXPECT_TRUE(!file->ListIsFull() || file->WriteTmpFile());
     }
-    EXPECT_EQ(count > 63, file.ReadTmpFile()) << count;
+    std::optional<SystemFault> full;  // the last entries stay in memory
+    if (count == 3000) full.emplace(Call::kWrite, ".kestro", 1, true, ENOSPC);
+    EXPECT_EQ(count > 63, file->ReadTmpFile()) << count;
+    EXPECT_EQ(count == 3000, full && full->Failures() > 0);
     ASSERT_EQ(count, list.size());
     for (unsigned n = 0; n < count; ++n) ASSERT_EQ(n, list[n].offset);
   }
@@ -127,7 +133,8 @@ TEST(FileBytes, SpilledEntriesAreReadBack) {
   EXPECT_FALSE(nowhere.Lost());
   EXPECT_EQ(3000u, list.size());
   EXPECT_EQ("\033[31mplugin/avi/common/IListFile/31/WriteTmpFile:\t\n\033[0m", console.Text());
-  std::filesystem::remove_all(folder);
+  file.reset();
+  EXPECT_EQ(0, rmdir(folder.c_str())) << "the file was left";
   base::File::Mount('I', nullptr);
 }
 

@@ -137,6 +137,58 @@ TEST_F(Muxer, ReportsSizesWhileItRecords) {
   EXPECT_THAT(r.messages, ElementsAre());
 }
 
+TEST_F(Muxer, StoresBlocksOf512KiB) {
+  FaultIO device(io);
+  r.muxer->Set("io", static_cast<base::IO*>(&device));
+  ASSERT_TRUE(Start());
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(r.Push(0, std::string(600000, 'x')));
+  EXPECT_TRUE(r.Close());
+  auto const writes = device.Calls(FaultIO::kWrite);
+  EXPECT_EQ(3, std::count_if(writes.begin(), writes.end(), [](auto const& write) {
+              return write.size == 0x80000 && write.at % 0x80000 == 0;
+            }));
+}
+
+TEST_F(Muxer, WarnsOnceWhenTheIndexCannotBeSpilled) {
+  r.muxer->Set("listfile", 1);
+  r.muxer->Set("diskName", 'Q');  // there is no such drive
+  ASSERT_TRUE(Start());
+  base::ConsoleCapture console;
+  for (int i = 0; i < 5000; ++i) EXPECT_TRUE(r.Push(0, "x"));
+  EXPECT_THAT(r.messages,
+              ElementsAre("warning: the index could not be spilled to its temporary file"));
+  EXPECT_TRUE(r.Close());
+  EXPECT_EQ(1u, r.messages.size());
+}
+
+// Three pictures. A file on a full device keeps whole ones and their index. If the device fails and
+// does not take the index, everything stays for a repair.
+TEST_F(Muxer, EndsWithWhatTheDeviceTakes) {
+  constexpr int64 kEnd = 224 + 3 * 1008;
+  struct {
+    int64 capacity;
+    int error;
+    std::size_t played;
+  } const cases[] = {{kEnd + 20, 0, 2},     {kEnd + 20, ENOSPC, 2}, {kEnd + 20, EDQUOT, 2},
+                     {kEnd + 20, EFBIG, 2}, {kEnd + 20, EIO, 0},    {kEnd - 500, ENOSPC, 2},
+                     {kEnd - 500, EIO, 2}};
+  for (auto const& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.capacity << " " << c.error);
+    MemoryIO memory;
+    FaultIO device(memory);
+    device.Capacity(c.capacity, c.error);
+    Recording full(&device);
+    ASSERT_TRUE(full.Track(VideoMedia()).Open());
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(full.Push(0, std::string(1000, 'x'), true));
+    full.Close();
+    EXPECT_FALSE(full.muxer->CheckIO());
+    Playing p(&memory);
+    EXPECT_TRUE(p.Open());
+    EXPECT_EQ(p.Times().size(), c.played);
+    EXPECT_EQ(p.failures, 0);
+  }
+}
+
 // What follows the first packet that does not fit could not be decoded: it is refused, however
 // small.
 TEST_F(Muxer, TakesNothingAfterFourGiB) {

@@ -42,7 +42,11 @@ class FaultIO : public base::IOFilter {
     std::lock_guard lock(_mutex);
     _faults.push_back(fault);
   }
-  void Capacity(int64 bytes) { _capacity = bytes; }  // a full disk: writes end there with ENOSPC
+  // A full disk: writes end there with this error.
+  void Capacity(int64 bytes, int error = ENOSPC) {
+    _capacity = bytes;
+    _full = error;
+  }
   void Readable(int64 bytes) { _readable = bytes; }  // bad sectors follow: reads end there with EIO
 
   // Makes reads and writes wait, or go on; one that waits too long fails.
@@ -79,7 +83,7 @@ class FaultIO : public base::IOFilter {
     if (fault != nullptr)
       room = fault->keep == kFailed ? 0 : std::min({room, fault->keep, size - 1});
     else if (room < size)
-      Failed(ENOSPC);
+      Failed(_full);
     unsigned const done = room > 0 ? _io.Write(data, room) : 0;
     return fault != nullptr && fault->keep == kFailed ? kFailed : done;
   }
@@ -126,7 +130,7 @@ class FaultIO : public base::IOFilter {
   std::deque<Fault> _faults;  // whose addresses stay
   std::vector<Place> _calls[4];
   std::atomic<int64> _capacity{INT64_MAX}, _readable{INT64_MAX};
-  std::atomic<int> _error{0};
+  std::atomic<int> _error{0}, _full{0};
   std::atomic<int> _failures{0}, _users{0}, _overlaps{0};
 };
 
