@@ -77,6 +77,25 @@ TEST(CusDemux, CacheIsInstalledOnceAndForOneFile) {
   EXPECT_EQ(p.NextGot().pts, 40) << "in the middle";
 }
 
+TEST(CusDemux, CacheHas16BlocksOf512KiB) {
+  constexpr int kBlock = 0x80000;
+  MemoryIO memory(std::string(20 * kBlock, 'x'));
+  FaultIO device(memory);
+  Cus p(&device);
+  EXPECT_TRUE(p.Preload(false));
+  auto const read = [&](int block) {
+    char byte = 0;
+    EXPECT_TRUE(p.demuxer->Stream()->Seek(int64{block} * kBlock, base::IO::kBegin));
+    EXPECT_EQ(p.demuxer->Stream()->Read(&byte, 1), 1u);
+    return device.Count(FaultIO::kRead);
+  };
+  for (int block = 0; block < 19; ++block) read(block);
+  EXPECT_EQ(read(19), 20);
+  EXPECT_EQ(read(4), 20);
+  EXPECT_EQ(read(3), 21);
+  for (auto const& call : device.Calls(FaultIO::kRead)) EXPECT_EQ(call.size, unsigned(kBlock));
+}
+
 TEST(CusDemux, CacheThatCannotBeCreated) {
   struct NoCache : CusAviDemuxer {
     std::unique_ptr<base::IO> NewCache(base::IO*) override { return nullptr; }

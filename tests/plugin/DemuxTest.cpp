@@ -61,6 +61,34 @@ TEST(Demux, DeliversWhatWasRecorded) {
   expect(*p.outputs[1]->Media(),
          {{"rate", 48000}, {"channel", 2}, {"depth", 16}, {"width", 2}, {"samples", 1920}});
   EXPECT_EQ(kStart + "\x67sps" + kStart + "\x68pps", Extra(video));
+  for (unsigned const rate : {0u, 1u}) {  // in frames per second
+    base::Store32(&io.bytes[Text(io).find("strh") + 32], rate * 10000);
+    Playing other(&io);
+    EXPECT_TRUE(other.Open());
+    EXPECT_EQ(rate * 4000, other.demuxer->Duration());
+  }
+}
+
+// An entry of zeros ends an index that comes before the data.
+TEST(Demux, SkipsEntriesThatNameNoChunk) {
+  Shape shape;
+  shape.indexFirst = true;
+  Bytes const file = Expected(shape, std::vector<Chunk>(4, {"00dc", StoredKeyFrame("x"), true}));
+  struct {
+    char const* name;
+    Bytes entry;  // in place of the second one
+    std::size_t packets;
+  } const cases[] = {{"an id without digits", Bytes().Cc("/:dc").U32(16, 500, 9), 3},
+                     {"an id alone", Bytes().Cc("00dc").Zeros(12), 3},
+                     {"flags alone", Bytes().U32(0, 16, 0, 0), 3},
+                     {"zeros", Bytes().Zeros(16), 1}};
+  for (auto const& c : cases) {
+    MemoryIO io({file.begin(), file.end()});
+    std::copy(c.entry.begin(), c.entry.end(), &io.bytes[Text(io).find("idx1") + 24]);
+    Playing p(&io);
+    EXPECT_TRUE(p.Open()) << c.name;
+    EXPECT_EQ(p.All().size(), c.packets) << c.name;
+  }
 }
 
 // What is played from a file, with parameter sets.
@@ -149,16 +177,16 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
   RecordTwoVideos(io, 20);
   Playing p(&io, 1);
   ASSERT_TRUE(p.Open());
-  auto const shows = [&p](int wanted, char const* data) {
+  auto const shows = [](Playing& p, int wanted, char const* data) {
     int width = 0;
     p.outputs[0]->Media()->Get("width", width);
     EXPECT_EQ(wanted, width);
     EXPECT_EQ(wanted == 640, !Extra(*p.outputs[0]->Media()).empty()) << "sets in the first frame";
     EXPECT_THAT(p.NextGot().data, HasSubstr(data));
   };
-  shows(640, "second");
+  shows(p, 640, "second");
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 0));
-  shows(320, "first");
+  shows(p, 320, "first");
   EXPECT_TRUE(p.demuxer->Set("plyVidCtrl", 9)) << "no such track: audio alone";
   EXPECT_EQ(1, p.NextGot().track) << "no such track: audio alone";
   std::vector<std::string> reported;
@@ -167,6 +195,14 @@ TEST(Demux, PlaysTheChosenVideoTrack) {
     return true;
   }));
   EXPECT_THAT(reported, ElementsAre("h264", "pcm"));
+  // The choice changes while the file is opened, when a read error is reported.
+  FaultIO device(io);
+  device.Readable(io.Size() - 1);
+  Playing late(&device);
+  late.demuxer->OnMessage(
+      [](stream::IElement& element, auto...) { return element.Set("plyVidCtrl", 1); });
+  ASSERT_TRUE(late.Open());
+  shows(late, 640, "second");
 }
 
 TEST(Demux, OffersATrackWithoutPackets) {

@@ -1,5 +1,6 @@
 // Recording with periodic syncs.
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <functional>
 #include <future>
@@ -184,6 +185,18 @@ TEST(VfiMuxer, FailedFlushIsFinal) {
     }
 }
 
+// The next packet opens the file again.
+TEST(VfiMuxer, FailedOpenIsTriedAgain) {
+  FaultIO io;
+  io.Fail({FaultIO::kFlush, 1});
+  base::ConsoleCapture console;
+  Rig rig(&io, kInPlace);
+  rig.r.Open();
+  EXPECT_FALSE(rig.r.Push(0, Frame("x")));
+  EXPECT_TRUE(rig.r.Push(0, Frame("x")));
+  EXPECT_TRUE(rig.r.Close());
+}
+
 // The application gets the reason once, and the output is not touched.
 TEST(VfiMuxer, RefusesSizesThatDoNotFit) {
   u64 const k2G = u64{1} << 31, k4G = u64{1} << 32;
@@ -213,7 +226,8 @@ TEST(VfiMuxer, RefusesSizesThatDoNotFit) {
   }
 }
 
-// Some stop the process with an assertion.
+// Some stop the process with an assertion. Where the property is null, there is no
+// callback.
 TEST(VfiMuxerDeathTest, WrongSettings) {
   struct Case {
     Way way;
@@ -223,7 +237,8 @@ TEST(VfiMuxerDeathTest, WrongSettings) {
     int value = -1;
   } const cases[] = {
       {kCallback, 9999, 230, 0, nullptr, "junksize", 4},
-      {kImage, 9999, kHeader, 99, "SetMode.*`0", "idx1_first", 2},
+      {kImage, 9999, kHeader, 99, "idx1_first value .*SetMode.*`0", "idx1_first", 2},
+      {kCallback, 9999, kHeader, 0, "no register sync callback.*SetMode.*`0", nullptr},
       {kImage, 9999, kHeader, 99, "BufferCreate.*`p->Max\\(\\) == p->Size\\(\\)"},
       {kImage, 9999, 200, 99, "IAviMuxer::Open\\(.*`curOfs <= \\(int64\\)_periodicSyncHeaderSize"},
       {kCallback, 9999, 231, 0, "IAviMuxer::Open\\(.*`periodicSyncHeaderRemain >= 8"},
@@ -239,9 +254,15 @@ TEST(VfiMuxerDeathTest, WrongSettings) {
     Rig rig(&io, c.way, shape);
     rig.Sizes(c.reserved, c.header, c.index);
     if (c.value >= 0) rig.tags->object->Set(c.property, c.value);
+    if (c.property == nullptr) rig.r.muxer->Set("periodicSyncCallback", decltype(&Keep){});
     rig.r.Open();
+    auto const push = [&] {
+      base::cout.Redirect(nullptr);
+      dup2(2, 1);
+      rig.r.Push(0, Frame("x"));
+    };
     if (c.condition != nullptr) {
-      EXPECT_DEATH(rig.r.Push(0, Frame("x")), std::string(c.condition) + "' failed");
+      EXPECT_DEATH(push(), std::string(c.condition) + "' failed");
       continue;
     }
     EXPECT_FALSE(rig.r.Push(0, Frame("x"))) << c.reserved;

@@ -1,9 +1,14 @@
 // The names of recordings: patterns with numbers and dates, and how numbers go on.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <sstream>
 
+#include "avi/NameLocks.h"
 #include "avi/NamePattern.h"
+#include "avi/NumberedName.h"
 #include "avi/Text.h"
 #include "recorder/RecorderSession.h"
 
@@ -71,6 +76,25 @@ TEST(Names, PatternsMakeNamesAndRecogniseOnlyThose) {
     for (std::string const& other : c.others)
       EXPECT_FALSE(pattern.Match(other)) << c.pattern << ": " << other;
   }
+}
+
+// In the names of picture files, %N is text.
+TEST(Names, NumbersReplaceOnePlace) {
+  EXPECT_EQ(avi::NumberedName("%d/%N-%03d%%", 7), "%d/%N-007%");
+  for (char const* path : {"%d/%N.jpg", "%d%d.jpg", "a.jpg"}) EXPECT_FALSE(avi::Numbered(path));
+  EXPECT_TRUE(avi::Numbered("%N-%d.jpg"));
+}
+
+TEST(Names, EveryLockHasThatOfARecording) {
+  std::string const folder = NewFolder();
+  for (std::string const name : {"", "a"}) {
+    std::string const lock = folder + "/." + name + avi::kLockEnding;
+    int const file = open(lock.c_str(), O_RDWR | O_CREAT, 0600);
+    EXPECT_EQ(flock(file, LOCK_EX), 0);
+    EXPECT_EQ(avi::LockHeld(folder, [](std::string const&) { return true; }), name == "a") << name;
+    close(file);
+  }
+  std::filesystem::remove_all(folder);
 }
 
 TEST(Names, SizesAreReadable) {

@@ -56,6 +56,7 @@ class Playing {
   Got NextGot() {
     auto const packet = Next();
     if (!packet) return {-1, 0, false, false, ""};
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(packet->Data()) % 64, 0u);
     int track = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i)
       if (outputs[i]->Carries(packet->Media())) track = static_cast<int>(i);
