@@ -218,7 +218,7 @@ TEST_F(ExtractTest, WritesAPart) {
       {"--from 1.5 --to 2.52", 25, 63, 72960, 2},
       {"--from 0.99 --to 1", 0, 25, 48000, 1},
       {"--from 3.1", 75, 100, 0, 0},
-      {"--to 0.5", 0, 13, 24000, 0},  // the text is nearest to frame 13
+      {"--to 0.51", 0, 13, 24480, 0},  // the text is nearest to frame 13
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.options);
