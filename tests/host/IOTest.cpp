@@ -113,6 +113,7 @@ TEST(IOCacheReader, KeepsThePreload) {
   EXPECT_GE(rig.Blocks(15).size(), 15u) << "the memory is gone";
   EXPECT_TRUE(rig.cache->Set("preload", true));
   EXPECT_TRUE(rig.Preloaded(7 * kBlock + 1)) << "again";
+  EXPECT_GE(rig.Blocks(8).size(), 8u) << "again";
 
   Rig small(250, 1, INT64_MAX);
   EXPECT_TRUE(small.cache->Set("preload", true));
@@ -175,7 +176,7 @@ void ExpectReads(IO& reader, MemoryIO const& stream, FaultIO& device) {
       auto const offset = static_cast<int64>(random() % 12000) - (whence > 0 ? 6000 : 1000);
       ASSERT_EQ(reader.Seek(offset, whence), plain.Seek(offset, whence));
     }
-    auto const size = random() % (random() % 9 == 0 ? 9000 : 40);
+    auto const size = random() % (random() % 50 == 0 ? 9000 : 40);
     std::string got(size, '-'), expected(size, '-');
     int const before = device.Failures();
     unsigned const done = reader.Read(got.data(), size);
@@ -215,7 +216,7 @@ TEST(IOCacheReader, ReadsTheStreamWhileThePreloadIsSwitched) {
 }
 
 TEST(IOBlockReader, ReadsEachBlockOnce) {
-  for (int blockSize : {1, 7, 4096, 20000, 0}) {
+  for (int blockSize : {0, 7, 4096, 20000}) {
     SCOPED_TRACE(blockSize);
     Rig rig(10007);
     rig.device.Seek(11, IO::kBegin);
