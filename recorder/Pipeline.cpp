@@ -88,7 +88,7 @@ Code Pipeline::Push(std::size_t track, Payload const& payload) {
   if (_segments && number == _segments->Lead()) _starts.Take(packet->Pts());
   _events.Pushed(packet->Pts(), packet->Pts() + packet->Duration());
   if (PassOn(number, *packet)) return Code::kOk;
-  return _ending && !_failed ? Code::kEnded : Code::kIo;
+  return _failed ? Code::kIo : Code::kEnded;
 }
 
 bool Pipeline::PassOn(std::size_t track, stream::Packet& packet) {

@@ -36,7 +36,7 @@ bool SystemFolder::Look(std::string const& name, Storage::Entry& entry) const {
 
 bool SystemFolder::List(std::vector<Storage::Entry>& entries) const {
   // A second descriptor: reading moves the position of the first.
-  int const again = _folder < 0 ? -1 : openat(_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int const again = openat(_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (_folder < 0) errno = _error;
   if (again < 0) return false;
   std::unique_ptr<DIR, int (*)(DIR*)> const folder(fdopendir(again), closedir);
