@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "recorder/CStorage.h"
 #include "recorder/RecorderSession.h"
 
@@ -45,10 +47,20 @@ kestro_recorder_storage StorageOver(MemoryStorage& memory) {
   return storage;
 }
 
+// The queue fills while the file is opened.
+struct SlowStorage : MemoryStorage {
+  std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
+    if (std::strcmp(mode, "rwbc") == 0) writer = std::this_thread::get_id();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return MemoryStorage::Open(path, mode);
+  }
+  std::thread::id writer;
+};
+
 TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   RegisterClasses();
   base::ConsoleCapture console;
-  MemoryStorage memory;
+  SlowStorage memory;
   kestro_recorder_storage const storage = StorageOver(memory);
   struct {
     kestro_recorder_options options;
@@ -60,6 +72,7 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
   newer.options.sync_mode = KESTRO_RECORDER_SYNC_IN_PLACE;
   newer.options.start_clock = KESTRO_RECORDER_START_SINCE_BOOT;
   newer.options.overwrite = 1;
+  newer.options.queue_max_bytes = 1;
   memory.Open("c.avi", "rwbc");
   newer.options.captured = [](void*, std::int64_t time_ns) { return time_ns + 1500 * kMs; };
   newer.more = 1;
@@ -89,7 +102,11 @@ TEST(CInterface, RecordsWithStructsOfOtherVersions) {
     frame.key = i % 5 == 0;
     EXPECT_EQ(kestro_recorder_push(recorder, 0, &frame), KESTRO_RECORDER_OK) << i;
   }
+  kestro_recorder_status status = KESTRO_RECORDER_STATUS_INIT;
+  EXPECT_EQ(kestro_recorder_get_status(recorder, &status), KESTRO_RECORDER_OK);
+  EXPECT_EQ(status.waits > 0, status.longest_wait_us > 0);
   EXPECT_EQ(kestro_recorder_stop(recorder), KESTRO_RECORDER_OK);
+  EXPECT_NE(memory.writer, std::this_thread::get_id()) << "there is a queue";
   EXPECT_EQ(kestro_recorder_push(recorder, 0, &frame), KESTRO_RECORDER_ENDED);
   kestro_recorder_status older = KESTRO_RECORDER_STATUS_INIT;
   older.size = offsetof(kestro_recorder_status, bytes);
@@ -203,6 +220,7 @@ TEST(CInterface, UsesTheStorageOfTheProgram) {
   functions.write = [](void*, void*, std::int64_t at, void const*, std::size_t) {
     return at == 0 ? 1 : std::int64_t{-ENOSPC};
   };
+  functions.flush = [](void*, void*) { return 0; };
   functions.list = [](void*, char const* folder, auto* found, void* to) {
     kestro_recorder_entry const entries[] = {
         {sizeof(kestro_recorder_entry), "a.avi", 7, 5, 1},
@@ -216,7 +234,8 @@ TEST(CInterface, UsesTheStorageOfTheProgram) {
   auto const file = storage.Open("x", "rwbc");
   EXPECT_EQ(file->Write("12", 2), 1u);
   EXPECT_EQ(file->Write("2", 1), 0u) << "full";
-  EXPECT_EQ(file->Error(), ENOSPC);
+  EXPECT_TRUE(file->Flush());
+  EXPECT_EQ(file->Error(), ENOSPC) << "the last error";
   std::vector<record::Storage::Entry> entries;
   EXPECT_TRUE(storage.List("a/", entries));
   ASSERT_EQ(entries.size(), 2u) << "without the one that has no name";

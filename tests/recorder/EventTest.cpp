@@ -4,9 +4,11 @@
 
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "avi/KeepMarker.h"
+#include "recorder/Events.h"
 #include "recorder/RecorderSession.h"
 #include "support/Watchdog.h"
 
@@ -203,6 +205,7 @@ TEST(Events, ProtectFilesOfEarlierRecorders) {
     for (int i = 1; i <= 3; ++i) storage.Open("cam-00" + std::to_string(i) + ".avi", "rwbc");
     KeepMarker old;
     old.events = {{"old", "", "", ""}};
+    old.from = "2026-11-22T00:00:00.000Z";  // and no end
     std::string const text = old.Compose();
     auto const size = static_cast<unsigned>(text.size());
     for (int i = 2; i <= 3 && c.markers; ++i)
@@ -222,7 +225,9 @@ TEST(Events, ProtectFilesOfEarlierRecorders) {
       std::string const marker = "cam-00" + std::to_string(i) + ".avi.keep";
       if (storage.File(marker) == nullptr) continue;
       marked += (marked.empty() ? "" : " ") + std::to_string(i);
-      auto const events = KeepMarker::Parse(storage.Text(marker)).events;
+      KeepMarker const written = KeepMarker::Parse(storage.Text(marker));
+      EXPECT_NE(written.from, old.from) << marker;
+      auto const& events = written.events;
       EXPECT_EQ(events.size(), i == 2 && c.markers ? 2u : 1u) << marker;
       EXPECT_TRUE(!events.empty() && events.back().label == "new") << marker;
     }
@@ -292,55 +297,6 @@ TEST(Events, AreUnprotectedWhileAMarkerIsWritten) {
   }
 }
 
-TEST(KeepMarker, ReadsWhatItWroteAndNothingDamaged) {
-  KeepMarker marker;
-  marker.events = {{"\xC3\xA9\t\\/", "t", "f", "g"}, {"", "", "", ""}};
-  marker.from = "f";
-  std::string const text = marker.Compose();
-  auto const again = KeepMarker::Parse(text);
-  EXPECT_EQ(again.Compose(), text);
-  for (std::size_t size = 0; size + 2 < text.size(); ++size)
-    for (bool const zeros : {false, true}) {
-      std::string damaged = text;
-      damaged.replace(size, zeros ? 1 : text.npos, zeros ? 1 : 0, '\0');
-      EXPECT_TRUE(KeepMarker::Parse(damaged).events.empty()) << size << " " << zeros;
-    }
-  EXPECT_EQ(KeepMarker::Label(std::string(199, 'x') + "\xC3\xA9"), std::string(199, 'x'));
-  for (std::string const character :
-       {"\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEF\xBF\xBF",
-        "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})
-    EXPECT_EQ(KeepMarker::Label(character), character);
-  for (std::string const none :
-       {"\x80", "\xC1\xBF", "\xC3(", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xE2\x82(",
-        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3"})
-    EXPECT_EQ(KeepMarker::Label(none).find("\xEF\xBF\xBD"), 0) << none;
-  struct {
-    char const* text;
-    char const* label;  // null: damaged
-  } const cases[] = {
-      {" {\"label\":\"x\",\"other\":[1,-2.5e3,{\"a\":null}],\"events\":[]} ", "x"},
-      {"{\"label\":\"\\u00e9\\ud83d\\ude00\\n\"}", "\xC3\xA9\xF0\x9F\x98\x80\n"},
-      {"{\"label\":\"\\u007f\\u0080\\u07ff\"}", "\x7F\xC2\x80\xDF\xBF"},
-      {"{\"label\":\"\\u0800\\uffff\\ud800\\udc00\"}", "\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80"},
-      {"{\"label\":\"x\",\"window\":{\"zone\":[1]}}", "x"},
-      {"{}", ""},
-      {"{\"label\":\"\\ud83d\"}", nullptr},
-      {"{\"label\":\"\\x\"}", nullptr},
-      {"{\"label\":7}", nullptr},
-      {"{\"events\":[[]]}", nullptr},
-      {"{\"label\":\"x\",}", nullptr},
-      {"{\"label\":\"x\"}}", nullptr},
-      {"[]", nullptr},
-  };
-  for (auto const& c : cases) {
-    auto const read = KeepMarker::Parse(c.text);
-    EXPECT_EQ(read.events.empty(), c.label == nullptr) << c.text;
-    EXPECT_TRUE(read.events.empty() || read.events[0].label == c.label) << c.text;
-  }
-  std::string const deep(100000, '[');
-  EXPECT_TRUE(KeepMarker::Parse("{\"x\":" + deep).events.empty());
-}
-
 // The numbers of the first and last frame of each file.
 std::string Frames(MemoryStorage const& storage, std::size_t track = 0) {
   std::string all;
@@ -386,7 +342,7 @@ void ExpectClips(MemoryStorage const& storage, bool whole) {
   }
 }
 
-// 20 s of frames of 40 ms, and audio that comes three frames later. Only the first key frame has
+// 20 s of frames of 40 ms, and audio that comes later or earlier. Only the first key frame has
 // parameter sets.
 TEST(Events, RecordOnlyTheirTime) {
   Watchdog const watchdog("events only");
@@ -401,6 +357,7 @@ TEST(Events, RecordOnlyTheirTime) {
     std::uint64_t maxBytes = 64 << 20;  // less: without threads only
     int stop = 500;                     // after how many frames
     int gap = 500;                      // frames from this one on come 60 ms later
+    int late = 3;                       // so many frames later comes the audio
   } const cases[] = {
       {"no event", {}, 3000, 2000, ""},
       {"one", {251}, 3000, 2000, "0175-0300"},
@@ -421,6 +378,7 @@ TEST(Events, RecordOnlyTheirTime) {
       {"key frames only", {251}, 1000, 1000, "0226-0275", 1},
       {"stopped at once", {251}, 1000, 1000, "0225-0250", 25, 1000, 64 << 20, 251},
       {"a gap at the end", {251}, 3000, 2000, "0175-0299", 25, 1000, 64 << 20, 500, 300},
+      {"audio is ahead", {251}, 3000, 2000, "0175-0303", 25, 1000, 64 << 20, 500, 500, -3},
   };
   for (auto const& c : cases)
     for (bool const threadless : {true, false}) {
@@ -441,7 +399,8 @@ TEST(Events, RecordOnlyTheirTime) {
         bool const key = i % c.keys == 0;
         std::string const frame = NumberedFrame(i, key, static_cast<std::size_t>(c.bytes));
         EXPECT_EQ(s.Push(0, frame, (i * 40 + (i < c.gap ? 0 : 60)) * kMs, key), Code::kOk) << i;
-        EXPECT_TRUE(i < 3 || s.Push(1, std::string(640, 'a'), (i - 3) * 40 * kMs) == Code::kOk)
+        EXPECT_TRUE(i < c.late ||
+                    s.Push(1, std::string(640, 'a'), (i - c.late) * 40 * kMs) == Code::kOk)
             << i;
 
         if (before) most = std::max(most, HeapBytes() - base);
@@ -455,6 +414,62 @@ TEST(Events, RecordOnlyTheirTime) {
       EXPECT_TRUE(c.maxBytes > kSmall || most < kSmall + 100000) << most;
       ExpectClips(s.storage, c.stop == 500);
     }
+}
+
+// A file waits ten seconds for audio, and not at all for texts.
+TEST(Events, WaitForAudioThatLags) {
+  for (auto const& [blocks, last] : {std::pair(1000, 50), {40, 299}}) {
+    SCOPED_TRACE(blocks);
+    RecorderSession s({VideoTrack(), AudioTrack(), TextTrack()}, true);
+    s.options.events = {true, 0, 1000 * kMs, 64 << 20, true};
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    int i = 0;
+    for (; i < 26 || s.recorder->GetStatus().state == Status::kRecording; ++i) {
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0), Code::kOk);
+      EXPECT_TRUE(i >= blocks || s.Push(1, std::string(640, 'a'), i * 40 * kMs) == Code::kOk);
+      EXPECT_TRUE(i != 24 || s.recorder->Event("event") == Code::kOk);
+    }
+    EXPECT_EQ(i - 1, last) << "the picture after which the file ended";
+  }
+}
+
+// There are too many files to remember; the first one still needs its marker.
+TEST(Events, RememberFilesToProtect) {
+  MemoryStorage storage;
+  record::RecorderOptions options;
+  options.storage = &storage;
+  options.threadless = true;
+  record::Events events(options, [](Event) {});
+  for (int i = 0; i < 5000; ++i) {
+    events.Opened(std::to_string(i), i * kMs);
+    EXPECT_TRUE(i != 0 || events.Add("a", {0, 0}, kMs / 2, {}, kMs));
+    events.Closed(std::to_string(i), kMs);
+  }
+  EXPECT_TRUE(events.IsProtected("0"));
+  EXPECT_TRUE(events.Add("b", {5000 * kMs, 0}, 5000 * kMs, {}, 5000 * kMs));
+  EXPECT_TRUE(events.IsProtected("4999"));
+  EXPECT_FALSE(events.IsProtected("1")) << "there are too many";
+  EXPECT_EQ(events.ProtectedFiles(), 4096u);
+}
+
+// The name of the next file needs the clock, which fails.
+TEST(Events, ReportFaultsBetweenFiles) {
+  RecorderSession s({VideoTrack()}, true);
+  s.options.path = "cam-%H-%N.avi";
+  s.options.events.only = true;
+  s.options.events.after_ns = 0;
+  s.options.start.captured = [](std::int64_t at) { return record::CaptureTime{at, true}; };
+  bool lost = false;
+  s.options.start.wallClock = [&lost] { return !lost ? 0 : throw std::runtime_error("no clock"); };
+  ASSERT_TRUE(s.Open()) << s.why.text;
+  lost = true;
+  Code code = Code::kOk;
+  for (int i = 0; i < 20 && code == Code::kOk; ++i) {
+    code = s.Push(0, Picture(i), i * 40 * kMs, i % 5 == 0);
+    EXPECT_TRUE(i != 8 || s.recorder->Event("event") == Code::kOk);
+  }
+  EXPECT_EQ(code, Code::kIo);
+  EXPECT_EQ(s.recorder->Stop().text, "no clock");
 }
 
 TEST(Events, AreRecordedThoughNoPacketFollows) {

@@ -125,6 +125,8 @@ TEST(Names, NumbersGoOnFromTheHighest) {
        "c-10-00042.avi c-11-00043.avi c-12-00044.avi", SyncOptions::kOff, "10 11 12"},
       {"a clock that is set back", "c-%H%M-%N.avi", true, "c-2300-7.avi",
        "c-1000-8.avi c-0900-9.avi c-1000-10.avi", SyncOptions::kImage, "10 09 10"},
+      {"no list of files", "c-%d.avi", false, "c-1.avi c-3.avi", "c-2.avi c-4.avi c-5.avi",
+       SyncOptions::kOff, "10 10 10", false},
       {"dates, and no list of files", "c-%H.avi", false, "c-10-00001.avi c-11-00003.avi",
        "c-10-00002.avi c-11-00004.avi c-12-00005.avi", SyncOptions::kOff, "10 11 12", false},
   };

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "avi/HeadCopy.h"
 #include "avi/Sha256.h"
 #include "avi/Text.h"
 #include "recorder/RecorderSession.h"
@@ -80,18 +81,29 @@ TEST(Recorder, MakesStartCodesLongUpToTheFirstSlice) {
   }
 }
 
+// A single missing block is not replaced by silence. A file starts as soon as the audio that lags
+// has come.
 TEST(Recorder, FillsLateAudioWithSilenceAndReportsMissingAudio) {
-  RecorderSession s({VideoTrack(), AudioTrack()}, true);
-  ASSERT_TRUE(s.Open()) << s.why.text;
-  for (int i = 0; i < 50; ++i) {
-    std::int64_t const time = i * 40 * kMs;
-    EXPECT_EQ(s.Push(0, Picture(i), time, i % 5 == 0), Code::kOk) << i;
-    if (i < 5 || i == 20) continue;
-    EXPECT_EQ(s.Push(1, std::string(640, 'a'), time), Code::kOk) << i;
+  for (int const late : {1, 5}) {
+    RecorderSession s({VideoTrack(), AudioTrack()}, true);
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    for (int i = 0; i < 50; ++i) {
+      std::int64_t const time = i * 40 * kMs;
+      EXPECT_EQ(s.Push(0, Picture(i), time, i % 5 == 0), Code::kOk) << i;
+      if (i < late || i == 20) continue;
+      EXPECT_EQ(s.Push(1, std::string(640, 'a'), time), Code::kOk) << i;
+    }
+    EXPECT_EQ(s.recorder->GetStatus().skew_ns, (late == 1 ? 80 : 40) * kMs) << "a block is missing";
+    s.recorder->Split();
+    for (int i = 50; i <= 55; ++i)
+      EXPECT_EQ(s.Push(0, Picture(i), i * 40 * kMs, i == 55), Code::kOk) << i;
+    EXPECT_EQ(s.recorder->GetStatus().files, 1u);
+    EXPECT_EQ(s.Push(1, std::string(5 * 640, 'b'), 2000 * kMs), Code::kOk);
+    EXPECT_EQ(s.recorder->GetStatus().files, 2u);
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(s.Payload(1), std::string((late == 1 ? 0 : late) * 640, '\0') +
+                                std::string((49 - late) * 640, 'a') + std::string(5 * 640, 'b'));
   }
-  EXPECT_EQ(s.recorder->GetStatus().skew_ns, 40 * kMs) << "a block is missing";
-  EXPECT_TRUE(s.recorder->Stop());
-  EXPECT_EQ(s.Payload(1), std::string(5 * 640, '\0') + std::string(44 * 640, 'a'));
 }
 
 // 100 frames of 40 ms with a key frame every `keys`, and audio on the same clock. `lost`: that many
@@ -272,7 +284,7 @@ TEST(Recorder, AddsAnIndexAfterTheDataWhereItFits) {
                      {"not wanted", false, UINT64_MAX, 0}};
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
-    RecorderSession s({VideoTrack()});
+    RecorderSession s({VideoTrack(), AudioTrack()});
     s.options.sync.mode = record::SyncOptions::kInPlace;
     s.options.sync.reserve_ns = 1000 * kMs;
     s.options.sync.ordinary = c.ordinary;
@@ -287,6 +299,11 @@ TEST(Recorder, AddsAnIndexAfterTheDataWhereItFits) {
       EXPECT_EQ(added, c.ordinary && c.notes == 0) << name;
       EXPECT_EQ(file->Tree()[0].end, file->Size()) << name;
       EXPECT_EQ(file->Tracks()[0].chunks, 25u) << name;
+      auto const copy = avi::HeadCopy::Find(file->Reader(), 0, file->Size());
+      ASSERT_TRUE(copy) << name;
+      std::string head = s.storage.Text(name).substr(0, copy->head.size());
+      for (std::size_t const late : {4, 36, 48, 140}) head.replace(late, 4, copy->head, late, 4);
+      EXPECT_EQ(head, copy->head) << name << ", but for sizes that are known at the end";
     }
   }
 }
@@ -340,25 +357,33 @@ TEST(Recorder, ReportsAFileThatIsGone) {
   EXPECT_TRUE(s.storage.Names().empty());
 }
 
+// Also where files could be deleted, but there are none.
 TEST(Recorder, FullDeviceEndsWithACompleteFileAndHoldsFewBuffers) {
-  RecorderSession s({VideoTrack()});
-  BufferPool pool;
-  s.storage.capacity = 3000000;
-  ASSERT_TRUE(s.Open()) << s.why.text;
-  Code code = Code::kOk;
-  for (int i = 0; code == Code::kOk && i < 1000; ++i)
-    code = s.recorder->Push(0, pool.Lend(Picture(i, 1) + std::string(20000, 'v'), i * 40 * kMs));
-  EXPECT_EQ(code, Code::kIo);
-  auto const result = s.recorder->Stop();
-  EXPECT_EQ(result.code, Code::kIo);
-  EXPECT_THAT(result.text, HasSubstr("No space left"));
-  EXPECT_EQ(s.recorder->GetStatus().state, Status::kFailed);
-  EXPECT_EQ(pool.out, 0) << "not released";
-  EXPECT_LE(pool.most, 5) << "one pushed and four held";
-  auto const file = s.storage.Read("cam-001.avi");
-  EXPECT_TRUE(file->Indexed());
-  EXPECT_GT(file->Tracks()[0].chunks, 100u);
-  EXPECT_EQ(s.Count(Event::kClosed), 1);
+  for (bool const limits : {false, true}) {
+    SCOPED_TRACE(limits);
+    RecorderSession s({VideoTrack()});
+    BufferPool pool;
+    s.storage.capacity = 3000000;
+    if (limits) s.options.retention.keepFiles = 99;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    Code code = Code::kOk;
+    for (int i = 0; code == Code::kOk && i < 1000; ++i)
+      code = s.recorder->Push(0, pool.Lend(Picture(i, 1) + std::string(20000, 'v'), i * 40 * kMs));
+    EXPECT_EQ(code, limits ? Code::kFull : Code::kIo);
+    auto const result = s.recorder->Stop();
+    EXPECT_EQ(result.code, code);
+    EXPECT_THAT(result.text, HasSubstr(limits ? "nothing may be deleted" : "No space left"));
+    auto const status = s.recorder->GetStatus();
+    EXPECT_EQ(status.state, Status::kFailed);
+    EXPECT_EQ(status.spaceWaits > 0, limits);
+    EXPECT_LT(status.longestSpaceWait_us, 10000000u) << "waited for nothing";
+    EXPECT_EQ(pool.out, 0) << "not released";
+    EXPECT_LE(pool.most, 5) << "one pushed and four held";
+    auto const file = s.storage.Read("cam-001.avi");
+    EXPECT_TRUE(file->Indexed());
+    EXPECT_GT(file->Tracks()[0].chunks, 100u);
+    EXPECT_EQ(s.Count(Event::kClosed), 1);
+  }
 }
 
 TEST(Recorder, LocksItsFileNamesUntilItOrItsProcessEnds) {
@@ -432,7 +457,7 @@ TEST(Recorder, RefusesWrongOptions) {
          s.tracks[0].frameRate = {INT64_MAX, 2};
        },
        Code::kUnsupported},
-      {"no picture", [](S& s) { s.tracks[0].width = 0; }, Code::kUnsupported},
+      {"no picture", [](S& s) { s.tracks[0].width = TrackInfo().width; }, Code::kUnsupported},
       {"half a sample", [](S& s) { s.tracks[1].bits = 12; }, Code::kUnsupported},
       {"text alone", [](S& s) { s.tracks = {TextTrack()}; }, Code::kUnsupported},
       {"two rates",
@@ -468,7 +493,10 @@ TEST(Recorder, RefusesWrongPayloadsAndReleasesThem) {
   RecorderSession plain({VideoTrack()}, true);
   plain.options.verbatim = true;
   ASSERT_TRUE(plain.Open()) << plain.why.text;
+  EXPECT_EQ(plain.Push(0, Picture(0), 80 * kMs, true), Code::kOk);
   EXPECT_EQ(plain.recorder->ChangeTracks(plain.tracks).code, Code::kInvalid) << "one file only";
+  EXPECT_TRUE(plain.recorder->Stop());
+  EXPECT_EQ(plain.events.back().duration_ns, 120 * kMs);
 }
 
 }  // namespace

@@ -8,10 +8,9 @@
 #include <random>
 #include <thread>
 
+#include "avi/NamePattern.h"
 #include "recorder/CStorage.h"
-#include "recorder/Catalogue.h"
 #include "recorder/RecorderSession.h"
-#include "recorder/SpaceLimits.h"
 #include "support/SmallCard.h"
 #include "support/Watchdog.h"
 
@@ -193,23 +192,6 @@ TEST(Retention, LoopsOnASmallCardAndTouchesNothingElse) {
   }
 }
 
-// On a card of 64 MiB. Some room is kept besides the limit, but not so much that no file remains.
-TEST(Retention, KeepsFilesWhateverTheLimitOfFreeSpace) {
-  struct {
-    std::uint64_t keepFree, own;  // MiB
-    bool space;
-  } const cases[] = {{0, 56, false}, {0, 61, true}, {32, 27, false}, {32, 31, true},
-                     {60, 3, false}, {60, 4, true}, {62, 1, false},  {62, 2, true}};
-  for (auto const& c : cases) {
-    record::RetentionOptions limits;
-    limits.keepFree = c.keepFree * kMiB;
-    record::SpaceUsage usage;
-    usage.own = c.own * kMiB;
-    usage.free = 64 * kMiB - usage.own;
-    EXPECT_EQ(Judge(limits, usage).space, c.space) << c.keepFree << ", own " << c.own;
-  }
-}
-
 TEST(Retention, ClosesTheFileWholeWhenNothingMayBeDeleted) {
   REQUIRE_SMALL_CARDS();
   Watchdog const watchdog("nothing to delete");
@@ -265,60 +247,33 @@ TEST(Retention, ClosesTheFileWholeWhenNothingMayBeDeleted) {
 // Another program plays the oldest files: deleting them frees nothing yet.
 TEST(Retention, DoesNotDeleteAllWhileSpaceIsStillComing) {
   REQUIRE_SMALL_CARDS();
-  Watchdog const watchdog("deleted files that are open");
-  SmallCard const card(16);
-  CardSession s(card);
-  s.options.retention.keepFree = 6 * kMiB;
-  s.options.segments.size = kMiB;
-  ASSERT_TRUE(s.Open()) << s.why.text;
-  EXPECT_EQ(s.PushSized(300), Code::kOk);
-  while (s.recorder->GetStatus().packets < 300) std::this_thread::yield();
-  std::vector<std::ifstream> players;
-  for (std::string const& name : s.Files()) players.emplace_back(card / name);
-  ASSERT_GT(players.size(), 4u);
-  EXPECT_EQ(s.PushSized(200), Code::kOk);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  auto const deleted = s.recorder->GetStatus().deletedFiles;
-  EXPECT_GE(deleted, 1u);
-  EXPECT_LE(deleted, 4u) << "deleted for nothing";
-  players.clear();
-  EXPECT_EQ(s.PushSized(200), Code::kOk);
-  EXPECT_TRUE(s.recorder->Stop());
-  EXPECT_EQ(s.ExpectNoGaps(s.Files()), 700);
-  EXPECT_GE(fs::space(card / "").available, 6 * kMiB);
-}
-
-// Files as a scan finds them, oldest first, with the ages that they have.
-TEST(Retention, AgesGoByNumberAndSurviveClockJumps) {
-  constexpr std::int64_t kNow = 1800000000, kUnset = 1000 - kNow;
-  struct File {
-    char const* name;
-    std::int64_t modified_s;  // after kNow
-    std::int64_t age_s;
-  };
-  struct {
-    char const* name;
-    std::int64_t wall_s;      // after kNow
-    std::vector<File> files;  // the session has lasted 100 s; c and d are of it
-  } const cases[] = {
-      {"plain", 0, {{"a", -900, 900}, {"b", -500, 500}, {"c", 0, 50}, {"d", 0, 20}}},
-      {"no older file is younger", 0, {{"a", -300, 500}, {"b", -500, 500}, {"c", 0, 50}}},
-      {"not younger than the session", 0, {{"a", -7, 100}, {"b", 50, 100}, {"c", 0, 50}}},
-      {"not set then", 0, {{"a", kUnset, 100}, {"b", kUnset, 100}, {"c", -kNow, 50}}},
-      {"not set now", kUnset, {{"a", -900, 100}, {"c", kUnset, 50}, {"d", kUnset, 20}}},
-      {"set forward by a year", 31536000, {{"c", 0, 50}, {"d", 31536000, 20}}},
-  };
-  for (auto const& c : cases) {
-    std::vector<record::OwnFile> files;
-    std::map<std::string, std::int64_t> const ended = {{"c", 150 * kSecond}, {"d", 180 * kSecond}};
-    for (File const& file : c.files) {
-      files.emplace_back().name = file.name;
-      files.back().modified_ns = (kNow + file.modified_s) * kSecond;
-    }
-    auto const ages =
-        record::Ages_ns(files, {200 * kSecond, 100 * kSecond, (kNow + c.wall_s) * kSecond, ended});
-    for (std::size_t i = 0; i < files.size(); ++i)
-      EXPECT_EQ(ages[i] / kSecond, c.files[i].age_s) << c.name << ": " << files[i].name;
+  for (bool const threadless : {true, false}) {
+    Watchdog const watchdog("deleted files that are open");
+    SmallCard const card(16);
+    CardSession s(card, "cam-%03d.avi", threadless);
+    s.options.retention.keepFree = 6 * kMiB;
+    s.options.segments.size = kMiB;
+    ASSERT_TRUE(s.Open()) << s.why.text;
+    EXPECT_EQ(s.PushSized(300), Code::kOk);
+    while (s.recorder->GetStatus().packets < 300) std::this_thread::yield();
+    std::vector<std::ifstream> players;
+    for (std::string const& name : s.Files()) players.emplace_back(card / name);
+    EXPECT_EQ(players.size(), 7u) << "files are as large as they may be";
+    EXPECT_EQ(s.PushSized(200), Code::kOk);
+    auto const settled = [&s] {
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(s.Push(1, "no such track", 0), Code::kInvalid);
+      return s.recorder->GetStatus().deletedFiles;
+    };
+    auto const early = settled();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    auto const deleted = settled();
+    EXPECT_GE(deleted, 1u);
+    EXPECT_LE(deleted, threadless ? early : 4) << "deleted for nothing";
+    players.clear();
+    EXPECT_EQ(s.PushSized(200), Code::kOk);
+    EXPECT_TRUE(s.recorder->Stop());
+    EXPECT_EQ(s.ExpectNoGaps(s.Files()), 700);
+    EXPECT_GE(fs::space(card / "").available, 6 * kMiB);
   }
 }
 
@@ -330,16 +285,20 @@ TEST(Retention, DeletesByAge) {
   s.options.segments.time_ns = kSecond;
   s.options.retention.keepAge_ns = 3 * kSecond;
   for (char const* old : {"cam-001.avi.sync",  // its recording is gone
-                          "cam-002.avi", "cam-002.avi.sha256", "cam-002.avi.sync2"})
+                          "cam-002.avi", "cam-002.avi.sha256", "cam-002.avi.sync2",
+                          "cam-003.avi"})  // cannot be deleted
     s.storage.Open(old, "rwbc")->Write("old", 3);
   s.storage.modified_ns = 1800000000 * kSecond - 2 * kSecond;
+  s.storage.refused = "cam-003.avi";
   ASSERT_TRUE(s.Open()) << s.why.text;
-  for (int i = 0; i < 250; ++i, now_ns += 40 * kMs)
+  for (int i = 0; i < 250; ++i, now_ns += 40 * kMs) {
     EXPECT_EQ(s.Push(0, Picture(i), now_ns, i % 5 == 0), Code::kOk) << i;
+    EXPECT_TRUE(i != 60 || !s.storage.Exists("cam-002.avi")) << "is 4 s old";
+  }
   EXPECT_TRUE(s.recorder->Stop());
-  auto const names = s.storage.Names();
-  EXPECT_THAT(names,
-              testing::ElementsAre("cam-009.avi", "cam-010.avi", "cam-011.avi", "cam-012.avi"));
+  EXPECT_THAT(s.storage.Names(), testing::ElementsAre("cam-003.avi", "cam-010.avi", "cam-011.avi",
+                                                      "cam-012.avi", "cam-013.avi"));
+  EXPECT_EQ(s.Count(Event::kWarning), 1);
 }
 
 // The event handler waits while the tracks change: the first file is not finished yet, so that the
@@ -451,6 +410,7 @@ TEST(Retention, GoesOnAfterBeingKilled) {
 }
 
 TEST(Retention, RefusesLimitsThatItCannotKeep) {
+  static constexpr std::uint64_t kMost = std::uint64_t{1} << 60;
   record::CStorage unlisted{kestro_recorder_storage{}};
   using S = RecorderSession;
   struct {
@@ -459,8 +419,9 @@ TEST(Retention, RefusesLimitsThatItCannotKeep) {
     char const* said;
   } const cases[] = {
       {"a storage that cannot list", [&](S& s) { s.options.storage = &unlisted; }, "cannot list"},
-      {"free space that is unknown", [](S& s) { s.options.retention.keepFree = 1; }, "unknown"},
+      {"free space that is unknown", [](S& s) { s.options.retention.keepFree = kMost; }, "unknown"},
       {"overwriting", [](S& s) { s.options.overwrite = true; }, "overwriting"},
+      {"too many bytes", [](S& s) { s.options.retention.keepBytes = kMost + 1; }, "too large"},
       {"no files", [](S& s) { s.options.retention.keepFiles = 0; }, "more than 0"},
       {"no time", [](S& s) { s.options.retention.keepAge_ns = -1; }, "more than 0"},
       {"a missing folder",
@@ -469,7 +430,11 @@ TEST(Retention, RefusesLimitsThatItCannotKeep) {
          s.options.path = "/nowhere/cam-%d.avi";
        },
        "No such file"},
-      {"the largest number", [](S& s) { s.storage.Open("cam-999999999999999999.avi", "rwbc"); },
+      {"the largest number",
+       [](S& s) {
+         s.options.retention.keepBytes = kMost;
+         s.storage.Open("cam-999999999999999999.avi", "rwbc");
+       },
        "largest number"},
   };
   for (auto const& c : cases) {

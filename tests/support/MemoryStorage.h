@@ -14,7 +14,7 @@ class MemoryStorage : public record::Storage {
  public:
   std::unique_ptr<base::IO> Open(std::string const& path, char const* mode) override {
     std::lock_guard lock(_mutex);
-    if (!refused.empty() && path.find(refused) != path.npos) {
+    if (Refused(path)) {
       errno = EACCES;
       return nullptr;
     }
@@ -31,7 +31,8 @@ class MemoryStorage : public record::Storage {
   }
   bool Remove(std::string const& path) override {
     std::lock_guard lock(_mutex);
-    return _files.erase(path) != 0;
+    errno = EACCES;
+    return !Refused(path) && _files.erase(path) != 0;
   }
   bool Exists(std::string const& path) override { return File(path) != nullptr; }
   base::uint64 Free(std::string const&) override { return free; }
@@ -83,12 +84,16 @@ class MemoryStorage : public record::Storage {
   }
 
   int64 capacity = INT64_MAX;  // of each file
-  std::string refused;         // files with this in their names are not opened
+  std::string refused;         // files with this in their names are not opened or removed
   std::atomic<base::uint64> free{UINT64_MAX};
   bool lists = true;
   std::int64_t modified_ns = -1;  // of all files
 
  private:
+  bool Refused(std::string const& path) const {
+    return !refused.empty() && path.find(refused) != path.npos;
+  }
+
   struct Handle : base::IOFilter {
     explicit Handle(std::shared_ptr<FaultIO> io) : IOFilter("Handle", *io), file(std::move(io)) {}
     std::shared_ptr<FaultIO> file;
