@@ -19,7 +19,7 @@ class OrdinaryTest : public Command {
   void SetUp() override {
     Command::SetUp();
     Write("t.srt",
-          "1\n00:00:00,500 --> 00:00:01,000\ntext\n\n2\n00:00:01,500 --> 00:00:02,000\nodd\n");
+          "1\n00:00:00,500 --> 00:00:01,000\ntext\n\n2\n00:00:01,500 --> 00:00:02,000\nx\n");
     Expect("record" + _all,
            {{"-o plain.avi", 0, ""},
             {"-o front.avi --sync in-place --reserve 1600 --front-index-only", 1, ""}});
