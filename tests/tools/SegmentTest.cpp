@@ -164,7 +164,7 @@ TEST_F(SegmentTest, JoinsADamagedRateInLittleMemory) {
   std::string bytes = FileText(At("a.avi"));
   Put(bytes, bytes.rfind("strf") + 12, 0x7FFFFFF0);  // samples per second
   Write("wild.avi", bytes);
-  Result const result = Shell("ulimit -v 1000000; " TEST_TOOL " join -o b.avi wild.avi");
+  Result const result = Shell(TEST_LIMITED_TOOL " join -o b.avi wild.avi");
   EXPECT_LE(result.code, 1) << result.err;
 }
 
