@@ -5,10 +5,10 @@
 
 namespace kestro::tool {
 
-// Whether the header gives all parameters of all streams, so that no frames need to be decoded to
-// find them, which takes longer than to record some seconds. Sets the delay of video, which
-// decoding would find. True only for H.264 whose parameter sets say how frames are reordered, PCM,
-// and containers with the rate of frames and the length.
+// Whether the header has all parameters of all streams. Otherwise libavformat decodes some frames
+// to find them, which can take longer than recording a minute. It has them for PCM, and for H.264
+// whose parameter sets give the order of frames, in a container that gives the frame rate and the
+// length. Sets the delay of video, which is otherwise found by decoding.
 bool HeadersSuffice(AVFormatContext& format);
 
 }  // namespace kestro::tool
