@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <mutex>
+#include <string_view>
 
 namespace kestro::base {
 
@@ -29,15 +30,15 @@ std::vector<std::string> Split(char const* alias) {
   return names;
 }
 
-// Whether `names` contains the names of `wanted` in order, each matched once.
-bool InOrder(std::vector<std::string> const& wanted, std::vector<std::string> const& names) {
-  auto at = names.begin();
-  for (auto const& name : wanted) {
-    at = std::find(at, names.end(), name);
+// Whether `names` contains the names of the alias `wanted` in order, each matched once.
+bool InOrder(std::string_view wanted, std::vector<std::string> const& names) {
+  for (auto at = names.begin();; ++at) {
+    auto const end = wanted.find('-');
+    at = std::find(at, names.end(), wanted.substr(0, end));
     if (at == names.end()) return false;
-    ++at;
+    if (end == std::string_view::npos) return true;
+    wanted.remove_prefix(end + 1);
   }
-  return true;
 }
 
 }  // namespace
@@ -69,9 +70,8 @@ IClass* IClass::Find(char const* alias, bool exact) {
   for (auto const& record : registry.classes)
     if (record->_alias == alias) return record.get();
   if (exact) return nullptr;
-  auto const wanted = Split(alias);
   for (auto const& record : registry.classes)
-    if (InOrder(wanted, record->_names)) return record.get();
+    if (InOrder(alias, record->_names)) return record.get();
   return nullptr;
 }
 

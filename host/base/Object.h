@@ -28,6 +28,7 @@ class KESTRO_API AttrSet {
     std::string key, value;
   };
   void Add(char const* key, char const* value) {  // null counts as empty
+    if (_pairs.empty()) _pairs.reserve(4);        // most have no more
     _pairs.push_back({key != nullptr ? key : "", value != nullptr ? value : ""});
   }
   char const* Find(char const* key) const;  // the first value of the key, or null

@@ -30,7 +30,9 @@ IMedia::IMedia(char const* codec)
       _codec(codec),
       _kind(IsVideoCodec(_codec)   ? Kind::kVideo
             : IsAudioCodec(_codec) ? Kind::kAudio
-                                   : Kind::kOther) {}
+                                   : Kind::kOther) {
+  _keys.reserve(8);  // as many as most codecs have
+}
 
 bool IMedia::Extra(void const* data, unsigned size) {
   if (data == nullptr || size == 0) return false;
