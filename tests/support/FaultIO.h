@@ -60,7 +60,10 @@ class FaultIO : public base::IOFilter {
     std::lock_guard lock(_mutex);
     return _calls[op];
   }
-  int Count(Op op) const { return static_cast<int>(Calls(op).size()); }
+  int Count(Op op) const {
+    std::lock_guard lock(_mutex);
+    return static_cast<int>(_calls[op].size());
+  }
   int Failures() const { return _failures; }
   int Overlaps() const { return _overlaps; }
   std::string Bytes() const { return Text(*_memory); }

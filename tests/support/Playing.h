@@ -66,7 +66,7 @@ class Playing {
   }
   std::vector<Got> All() {
     std::vector<Got> all;
-    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(got);
+    for (Got got = NextGot(); got.track >= 0; got = NextGot()) all.push_back(std::move(got));
     return all;
   }
   std::vector<int64> Times() {
