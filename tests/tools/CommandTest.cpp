@@ -117,9 +117,7 @@ TEST_F(CommandTest, AudioOfAPartBeginsWithItsKeyFrame) {
 
 TEST_F(CommandTest, SkipsDamagedPictures) {
   Expect("", {{"record -o a.avi --fps 15 media/clip15.mjpeg", 0, ""},
-              {"extract --track 0:s%02d.jpg a.avi", 0, "15 files"},
-              {"record -o b.avi --fps 15 s%02d.jpg", 0, "15 packets"}});
-  EXPECT_EQ(FileText(At("b.avi")), FileText(At("a.avi")));
+              {"extract --track 0:s%02d.jpg a.avi", 0, "15 files"}});
   std::string large = FileText(At("s12.jpg")), good;
   large.at(large.find("\xFF\xC0") + 6) ^= 1;
   Write("s12.jpg", large);
@@ -155,33 +153,24 @@ TEST_F(CommandTest, ExitCodes) {
   Expect(
       "",
       {{"", 2, "missing command"},
-       {"--version", 0, ""},
-       {"record --help", 0, ""},
        {"record -o x.avi", 2, "INPUT"},
        {"record media/clip25.h264", 2, "--output"},
-       {"record --bogus -o x.avi media/clip25.h264", 2, "--bogus"},
-       {"record -o old.avi media/clip25.h264", 2, "exists already"},
        {"record -o no/such/x.avi media/clip25.h264", 3, "no/such/x.avi"},
        {"record -o x.avi no-film.txt", 4, "no-film.txt"},
        {"record -o x.avi empty.h264", 4, "empty.h264"},
        {"record -o x.avi rateless.h264", 2, "--fps"},
-       {"record -o rated.avi --fps 5 rateless.h264", 0, "1 packet,"},
        {"record -o x.avi media/clip25.h264 media/clip2997.h264", 4, "one frame rate"},
-       {"record -o ntsc.avi media/clip2997.h264", 0, "is stored as 30 fps"},
        {"record -o mapped.avi --map 0:v --map 1:0 media/clip25.mp4 media/mono8k.wav", 0,
         "200 packets"},
        {"record -o x.avi --map 0:v media/clip25.mp4 media/mono8k.wav", 2, "nothing of media/mono"},
        {"record -o x.avi --map 0:a:1 media/clip25.mp4", 2, "it has 0: video, 1: audio"},
        {"record -o x.avi --map 1:v media/clip25.mp4", 2, "no such input"},
-       {"record -o x.avi --fps 0.5 media/clip25.h264", 2, "5/10"},
-       {"record -o x.avi --start 1:x media/clip25.h264", 2, "--start"},
        {"record -o x.avi --start " + std::string(400, '9') + " media/clip25.h264", 2, "--start"},
        {"record -o folder/ media/clip25.h264", 2, "is not a file name"},
        {"record -o x.avi --start 9 media/clip25.h264", 4, "nothing was recorded"},
        {"record -o x.avi --no-video --no-audio media/clip25.mp4", 4, "no track"},
        {"record -o x.avi --set mode media/clip25.h264", 2, "name=value"},
        {"record -o x.avi --set mode=many media/clip25.h264", 2, "mode"},
-       {"record -o x.avi --set bogus=1 media/clip25.h264", 2, "bogus"},
        {"record -o set.avi --set mode=1 --set listfile=2 media/clip25.h264", 0, "100 packets"},
        {"record -o x.avi --spill-dir . media/clip25.h264", 2, "--index-spill"},
        {"record -o x.avi --strd missing.bin media/clip25.h264", 3, "missing.bin"},
@@ -221,7 +210,6 @@ TEST_F(CommandTest, MistypedNamesAreExplained) {
           {"record --sync on -o x in", 2, "choose from in-place, image, callback, off\n"},
           {"record -i in -o x", 2, "unknown option '-i'; inputs are named without an option\n"},
           {"record -y in -o x", 2, "unknown option '-y'; use --force\n"},
-          {"record --out x in", 2, "unknown option '--out'; did you mean '--output'?\n"},
           {"play -y a.avi", 2, "unknown option '-y' (see kestro-avi play --help)\n"},
           {"generate bash -o x", 2, "'-o'; the command writes to standard output\n"},
           {"-i in -o x", 2, "unknown option '-i'; options follow a command, such as record\n"}});
@@ -276,7 +264,6 @@ TEST_F(CommandTest, AnswersInJson) {
       {"info", 2, "/error/text", "\"FILE is required\""},
       {"info --bogus a.avi", 2, "/error/code", "2"},
       {"info --plot a.svg a.avi a.avi", 2, "/error/code", "2"},
-      {"verify missing.avi a.avi", 3, "/files/1/errors", "0"},
       {"verify --decode a.avi", 0, "/files/0/decoded/1/frames", "15"},
       {"verify --hash a.avi", 0, "/files/0/hash_file", "\"a.avi.sha256\""},
       {"verify --check a.avi missing.avi", 3, "/files/0/same", "true"},
@@ -296,7 +283,6 @@ TEST_F(CommandTest, AnswersInJson) {
       {"play --from 9 a.avi", 1, "/code", "1"},
       {"play text.avi", 4, "/event", "\"end\""},
       {"record -o f%d.avi --segment-time 2" + inputs, 0, "/files", "2"},
-      {"record -o g.avi --start 9 media/clip25.h264", 4, "/packets", "0"},
       {"record -o a.avi media/clip25.h264", 2, "/event", "\"end\""},
       {"record", 2, "/code", "2"},
   };

@@ -1,5 +1,7 @@
 // Recordings of several files.
 #include <cmath>
+#include <iterator>
+#include <sstream>
 
 #include "Command.h"
 
@@ -34,28 +36,19 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
   ASSERT_EQ(Run("record --fps 11 -o motion.avi media/clip15.mjpeg").code, 0);
   std::string const all =
       " media/mono8k.wav media/clip2997.h264 media/stereo48k.wav motion.avi t.srt";
+  std::string const sync = "--sync callback --sync-interval 0.1 --segment-time 1.5 --isft me";
   struct {
-    std::string options, inputs;
-    std::vector<std::string> files;
+    std::string options, inputs, files;
     std::vector<int> audios;  // tracks
   } const cases[] = {
-      {"--segment-time 1 -o a%02d.avi", all, {"a01.avi", "a02.avi", "a03.avi"}, {0, 2}},
-      {"--segment-size 300K -o b.avi", all, {"b.avi", "b-00002.avi", "b-00003.avi"}, {0, 2}},
-      {"--realtime --segment-time 1 -o c%%%d%%d.avi",
-       all,
-       {"c%1%d.avi", "c%2%d.avi", "c%3%d.avi"},
-       {0, 2}},
-      {"--sync callback --sync-interval 0.1 --segment-time 1.5 --isft me -o d%d.avi",
-       all,
-       {"d1.avi", "d2.avi"},
-       {0, 2}},
-      {"--segment-time 0.3 -o e%d.avi",
-       " --fps 15 media/clip15.mjpeg",
-       {"e1.avi", "e2.avi", "e3.avi"},
-       {}},
+      {"--segment-time 1 -o a%02d.avi", all, "a01.avi a02.avi a03.avi", {0, 2}},
+      {"--segment-size 300K -o b.avi", all, "b.avi b-00002.avi b-00003.avi", {0, 2}},
+      {"--realtime --segment-time 1 -o c%%%d%%d.avi", all, "c%1%d.avi c%2%d.avi c%3%d.avi", {0, 2}},
+      {sync + " -o d%d.avi", all, "d1.avi d2.avi", {0, 2}},
+      {"--segment-time 0.3 -o e%d.avi", " --fps 15 media/clip15.mjpeg", "e1.avi e2.avi e3.avi", {}},
       {"--segment-time 1.01 -o f%d.avi",
        " media/stereo48k.wav media/mono8k.wav",
-       {"f1.avi", "f2.avi", "f3.avi"},
+       "f1.avi f2.avi f3.avi",
        {0, 1}},
   };
   for (auto const& c : cases) {
@@ -64,26 +57,26 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       Expect("record --force -o whole.avi", {{c.inputs, 0, ""}});
     Result const result = Run("record " + c.options + c.inputs);
     ASSERT_EQ(result.code, 0) << result.err;
+    std::istringstream names(c.files);
+    std::vector<std::string> const files{std::istream_iterator<std::string>(names), {}};
     int const tracks = static_cast<int>(avi::AviFile(At("whole.avi")).Tracks().size());
     for (int track = 0; track < tracks; ++track) {
       auto const content = [&](std::string const& file) {
         return track == 3 || tracks == 1 ? Pictures(file, track) : Payload(file, track);
       };
       std::string whole;
-      for (std::string const& file : c.files) whole += content(file);
+      for (std::string const& file : files) whole += content(file);
       EXPECT_EQ(whole, content("whole.avi"));
     }
-    std::string files;
-    for (std::string const& file : c.files) files += " " + file;
-    Expect("join --force -o joined.avi", {{files, 0, "joined.avi: "}});
+    Expect("join --force -o joined.avi", {{c.files, 0, "joined.avi: "}});
     for (int track = 0; track < tracks; ++track)
       EXPECT_TRUE(Payload("joined.avi", track) == Payload("whole.avi", track)) << track;
     double seconds = 0, pictures = 0;
-    for (std::string const& file : c.files) {
+    for (std::string const& file : files) {
       EXPECT_THAT(result.err, HasSubstr(file + ": "));
       EXPECT_FALSE(fs::exists(At(file + ".sync")));
       for (int track : c.audios) ExpectBlocks(file, track);
-      if (c.inputs != all || file == c.files.back()) continue;
+      if (c.inputs != all || file == files.back()) continue;
       avi::AviFile const avi(At(file));
       double const part = double(avi.Tracks()[1].chunks) / 30;
       EXPECT_NEAR(part * 8000, double(Payload(file, 0).size()) / 2, 1);
@@ -92,7 +85,7 @@ TEST_F(SegmentTest, HoldEverythingOnceAndInStep) {
       EXPECT_EQ(pictures, std::min(15.0, std::ceil(seconds * 11)))
           << "those that begin before the cut";
     }
-    EXPECT_EQ(Run("verify " + c.files[1]).code, tracks == 1 ? 0 : Run("verify whole.avi").code);
+    EXPECT_EQ(Run("verify " + files[1]).code, tracks == 1 ? 0 : Run("verify whole.avi").code);
   }
 }
 
@@ -158,7 +151,6 @@ TEST_F(SegmentTest, KeepsAudioInSyncAtTheJoints) {
   }
 }
 
-// The second file has a track in between that cannot be recorded.
 TEST_F(SegmentTest, JoinsADamagedRateInLittleMemory) {
   ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
   std::string bytes = FileText(At("a.avi"));
@@ -168,6 +160,7 @@ TEST_F(SegmentTest, JoinsADamagedRateInLittleMemory) {
   EXPECT_LE(result.code, 1) << result.err;
 }
 
+// The second file has a track in between that cannot be recorded.
 TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   Expect("record --duration 3",
          {{"-o a.avi media/clip25.h264 media/stereo48k.wav", 0, ""},
