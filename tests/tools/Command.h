@@ -18,6 +18,13 @@ namespace fs = std::filesystem;
 
 using test::FileText;
 
+inline std::string FromHex(std::string const& digits) {
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  return bytes;
+}
+
 class Command : public testing::Test {
  protected:
   struct Result {
@@ -48,15 +55,25 @@ class Command : public testing::Test {
     std::ofstream(At(name), std::ios::binary) << bytes;
   }
 
-  // The payload of a track, by the index.
-  std::string Payload(std::string const& name, int track) {
-    std::string const bytes = FileText(At(name));
-    std::string payload;
-    avi::AviFile avi(At(name));
-    avi.ForEachEntry([&](avi::IndexEntry const& entry) {
-      if (avi::TrackOfCode(entry.id) == track)
-        payload += bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size);
+  // The index, or only a track of it.
+  std::vector<avi::IndexEntry> Entries(std::string const& name, int track = -1) {
+    std::vector<avi::IndexEntry> entries;
+    avi::AviFile(At(name)).ForEachEntry([&](avi::IndexEntry const& entry) {
+      if (track < 0 || avi::TrackOfCode(entry.id) == track) entries.push_back(entry);
     });
+    return entries;
+  }
+  // The chunks of a track, by the index.
+  std::vector<std::string> Payloads(std::string const& name, int track) {
+    std::string const bytes = FileText(At(name));
+    std::vector<std::string> payloads;
+    for (avi::IndexEntry const& entry : Entries(name, track))
+      payloads.push_back(bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size));
+    return payloads;
+  }
+  std::string Payload(std::string const& name, int track) {
+    std::string payload;
+    for (std::string const& chunk : Payloads(name, track)) payload += chunk;
     return payload;
   }
 

@@ -10,13 +10,6 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-std::string FromHex(std::string const& digits) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  return bytes;
-}
-
 std::optional<avi::VideoFormat> ReadFormat(char const* codec, std::string const& bytes) {
   return avi::VideoFormat::Read(codec, reinterpret_cast<std::uint8_t const*>(bytes.data()),
                                 bytes.size());

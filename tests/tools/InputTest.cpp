@@ -23,10 +23,8 @@ Bytes Hex(std::string const& text) {
     if (c == '|') digits += "00";
     digits += c == '|' || c == ':' ? "000001" : c == ' ' ? "" : std::string(1, c);
   }
-  Bytes bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2)
-    bytes.push_back(static_cast<std::uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-  return bytes;
+  std::string const bytes = FromHex(digits);
+  return {bytes.begin(), bytes.end()};
 }
 
 // Units: 09 delimiter, 06 SEI, 67 SPS, 68 PPS, 65 IDR slice, 41 slice.

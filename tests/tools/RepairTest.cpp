@@ -105,11 +105,11 @@ class RepairTest : public EveryKind {
         ADD_FAILURE() << group.kind->id;
     std::string const bytes = FileText(At("out.avi"));
     std::vector<Stored> list;
-    avi::AviFile(At("out.avi")).ForEachEntry([&](avi::IndexEntry const& e) {
+    for (avi::IndexEntry const& e : Entries("out.avi")) {
       auto const at = static_cast<std::size_t>(e.offset);
       list.push_back(
           {bytes.substr(at, 4), bytes.substr(at + 8, Get(bytes, at + 4)), e.flags != 0, at});
-    });
+    }
     return list;
   }
 

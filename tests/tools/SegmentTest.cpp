@@ -19,12 +19,11 @@ class SegmentTest : public Command {
   }
   // All blocks of an audio track but the last are as long as the first.
   void ExpectBlocks(std::string const& file, int track) {
-    std::vector<unsigned> sizes;
-    avi::AviFile(At(file)).ForEachEntry([&](avi::IndexEntry const& entry) {
-      if (avi::TrackOfCode(entry.id) == track) sizes.push_back(entry.size);
-    });
-    for (std::size_t i = 0; i < sizes.size(); ++i)
-      EXPECT_TRUE(sizes[i] == sizes[0] || (i + 1 == sizes.size() && sizes[i] < sizes[0])) << file;
+    auto const blocks = Entries(file, track);
+    for (avi::IndexEntry const& block : blocks)
+      EXPECT_TRUE(block.size == blocks[0].size ||
+                  (&block == &blocks.back() && block.size < blocks[0].size))
+          << file;
   }
 };
 

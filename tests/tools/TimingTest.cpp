@@ -99,8 +99,7 @@ TEST(GapReport, ReportsEachGapOnce) {
       {{Gap::kSegment, 0, 50 * kMs, 30 * kMs},
        "gap at_ms=0 length_ms=50 action=segment cut_ms=30: "
        "0.050 s of frames at 0.000 s; 0.030 s taken out of all tracks, the rest was recorded "
-       "before "
-       "the video came back; a new file starts at the next key frame"},
+       "before the video came back; a new file starts at the next key frame"},
       {{Gap::kShift, 0, kMs},
        "gap at_ms=0 length_ms=1 action=shift: "
        "0.001 s of frames at 0.000 s; the rest of the track moves against the others"},

@@ -16,8 +16,8 @@ class VerifyTest : public Command {
     Command::SetUp();
     ASSERT_EQ(Run("record --duration 3 -o a.avi media/clip2997.h264 media/mono8k.wav").code, 0);
     _bytes = FileText(At("a.avi"));
-    avi::AviFile avi(At("a.avi"));
-    avi.ForEachEntry([&](avi::IndexEntry const& entry) { _entries.push_back(entry); });
+    _entries = Entries("a.avi");
+    avi::AviFile const avi(At("a.avi"));
     for (avi::Chunk const& chunk : avi.Tree())
       _chunks[avi::CodeText(chunk.type != 0 ? chunk.type : chunk.id)] = chunk.offset;
   }
@@ -205,10 +205,7 @@ TEST_F(VerifyTest, FindsNothingInFilesOfOtherWriters) {
 TEST_F(VerifyTest, DecodesAndHashes) {
   ASSERT_EQ(Run("record -o good.avi media/clip25.h264 media/mono8k.wav").code, 0);
   std::string bytes = FileText(At("good.avi"));
-  std::vector<avi::IndexEntry> frames;
-  avi::AviFile(At("good.avi")).ForEachEntry([&](avi::IndexEntry const& entry) {
-    if (avi::TrackOfCode(entry.id) == 0) frames.push_back(entry);
-  });
+  std::vector<avi::IndexEntry> const frames = Entries("good.avi", 0);
   for (std::size_t i = 0; i < 200; ++i)
     bytes[static_cast<std::size_t>(frames[50].offset) + 8 + frames[50].size / 2 + i] ^= 0x5A;
   Write("bad.avi", bytes);
