@@ -39,7 +39,7 @@ class Command : public testing::Test {
   }
   void TearDown() override { fs::remove_all(_folder); }
 
-  Result Run(std::string const& arguments) { return Shell(TEST_TOOL " " + arguments); }
+  Result Run(std::string const& arguments) { return Shell(_program + " " + arguments); }
   Result Shell(std::string const& line) {
     std::string const command =
         "cd " + _folder.string() + " && { " + line + "; } >stdout.txt 2>stderr.txt </dev/null";
@@ -111,12 +111,15 @@ class Command : public testing::Test {
   void MakeUnusual(std::string const& from) {
     std::string const bytes = FileText(At(from));
     auto const index = bytes.rfind("idx1"), movi = bytes.find("movi");
-    std::string relative = bytes, empty = bytes.substr(0, index + 8);
-    for (auto at = index + 16; at < bytes.size(); at += 16)
-      Put(relative, at, Get(bytes, at) - static_cast<unsigned>(movi));
+    std::string relative = bytes, flagged = bytes, empty = bytes.substr(0, index + 8);
+    for (auto at = index + 8; at < bytes.size(); at += 16) {
+      Put(relative, at + 8, Get(bytes, at + 8) - static_cast<unsigned>(movi));
+      if (bytes[at + 2] == 'd') Put(flagged, at + 4, Get(bytes, at + 4) | 2);
+    }
     Put(empty, index + 4, 0);
     Put(empty, 4, static_cast<unsigned>(empty.size()) - 8);
     Write("relative.avi", relative);             // its index counts from movi
+    Write("flagged.avi", flagged);               // it flags every frame
     Damage(from, "nowhere.avi", 0, kOffset, 5);  // its first entry leads elsewhere
     Write("noindex.avi", Replaced(bytes, "idx1", "JUNK"));
     Write("empty.avi", empty);  // an index of no entries
@@ -132,6 +135,7 @@ class Command : public testing::Test {
   }
 
   fs::path _folder;
+  std::string _program = TEST_TOOL;
 };
 
 }  // namespace kestro::tool

@@ -51,16 +51,12 @@ TEST(VideoFormat, IsReadFromTheFirstBytesOfAFrame) {
        "Range Extensions 5.1 high tier 12 4:2:0 1:1"},
       {"sub-layers", "hevc",
        "0000000142010201600000030090000003000003003cc00001600000030090000003000003003ca00a080f16595"
-       "94acb24995e06d0100000030010000"
-       "003"
-       "019080",
+       "94acb24995e06d0100000030010000003019080",
        "Main 2.0 8 4:2:0 10:11"},
       {"scaling lists and reference sets", "hevc",
        "0000000142010101600000030090000003000003005da00a080f16595e493dafffed7fff6bfffb5ffffffffffff"
-       "fff"
-       "dafffffffffffffffed7fffffffffffffff75fffffffffffffffdd7fffffffffffffff75fffffffffffffffdd7f"
-       "fff"
-       "fffffffffff2ef6235ebe397d81c1461f6a020203d82",
+       "fffdafffffffffffffffed7fffffffffffffff75fffffffffffffffdd7fffffffffffffff75fffffffffffffffd"
+       "d7fffffffffffffff2ef6235ebe397d81c1461f6a020203d82",
        "Main 3.1 8 4:2:0 3:2 interlaced"},
       {"in a progressive JPEG", "mjpeg",
        "ffd8ffe00004abcdffffc2001108001000100301210002110003110000", "progressive  8 4:2:2 0:0"},
