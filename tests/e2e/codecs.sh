@@ -22,16 +22,13 @@ for container in mp4 mkv; do
     "$(picture_hashes hevc-$container.avi)"
 done
 
-# AVI files of another muxer, with lengths instead of start codes. Delimiters are not recorded, which
+# An AVI file of another muxer, with lengths instead of start codes. Delimiters are not recorded, which
 # repair reports.
-for form in avc1:h264:$media/clip25.mp4 hvc1:h265:hevc.mp4; do
-  IFS=: read -r tag ending input <<<"$form"
-  quiet -i "$input" -map 0:v -c copy -tag:v "$tag" "$tag.avi"
-  exits "$tag: extracted" 0 "$tool" extract --track "0:$tag.$ending" --track "0:$tag.mkv" "$tag.avi"
-  exits "$tag: repaired" 1 "$tool" repair "$tag.avi" -o "$tag-repaired.avi"
-  for copy in $tag.avi $tag.$ending $tag.mkv $tag-repaired.avi; do
-    check "$copy: pictures" "$(picture_hashes "$media/clip25.$ending")" "$(picture_hashes "$copy")"
-  done
+quiet -i hevc.mp4 -c copy -tag:v hvc1 hvc1.avi
+exits "hvc1: extracted" 0 "$tool" extract --track 0:hvc1.h265 --track 0:hvc1.mkv hvc1.avi
+exits "hvc1: repaired" 1 "$tool" repair hvc1.avi -o hvc1-repaired.avi
+for copy in hvc1.avi hvc1.h265 hvc1.mkv hvc1-repaired.avi; do
+  check "$copy: pictures" "$(picture_hashes "$media/clip25.h265")" "$(picture_hashes "$copy")"
 done
 
 codec mjpeg mjpeg,98,54,15/1,1.000000,15 $media/clip15.mjpeg --fps 15

@@ -18,28 +18,21 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
 struct Kind {
-  char const *pad, *caps;
+  char const* pad;
+  std::string caps;
   Bytes key, delta;
 };
 Bytes const kSet{0, 0, 0, 1, 0x67, 1, 2, 0, 0, 0, 1, 0x68, 3, 0, 0, 0, 1, 0x65, 4, 5},
-    kSlice{0, 0, 0, 1, 0x41, 6, 7}, kBlock(640);
+    kSlice{0, 0, 0, 1, 0x41, 6, 7}, kBlock(640), kText{'h', 'i', 0};
+std::string const kH264 = "video/x-h264, stream-format=byte-stream, alignment=au, ",
+                  kPcm = "audio/x-raw, format=S16LE, layout=interleaved, rate=8000, channels=1";
 std::map<char, Kind> const kKinds{
-    {'v',
-     {"video_0",
-      "video/x-h264, stream-format=byte-stream, alignment=au, width=64, height=48, framerate=25/1",
-      kSet, kSlice}},
-    {'w',
-     {"video_0",
-      "video/x-h264, stream-format=byte-stream, alignment=au, width=32, height=24, framerate=25/1",
-      kSet, kSlice}},
-    {'u',  // without a frame rate
-     {"video_0", "video/x-h264, stream-format=byte-stream, alignment=au, width=64, height=48", kSet,
-      kSlice}},
+    {'v', {"video_0", kH264 + "width=64, height=48, framerate=25/1", kSet, kSlice}},
+    {'w', {"video_0", kH264 + "width=32, height=24, framerate=25/1", kSet, kSlice}},
+    {'u', {"video_0", kH264 + "width=64, height=48", kSet, kSlice}},  // without a frame rate
     {'j', {"video_1", "image/jpeg, width=64, height=48, framerate=25/1", kSlice, kSlice}},
-    {'a',
-     {"audio_0", "audio/x-raw, format=S16LE, layout=interleaved, rate=8000, channels=1", kBlock,
-      kBlock}},
-    {'t', {"text_0", "text/x-raw, format=utf8", {'h', 'i', 0}, {'h', 'i', 0}}},
+    {'a', {"audio_0", kPcm, kBlock, kBlock}},
+    {'t', {"text_0", "text/x-raw, format=utf8", kText, kText}},
 };
 
 // A sink with pads, and what it has posted.
@@ -63,7 +56,7 @@ class Rig {
   GstHarness* Harness(Kind const& kind) {
     GstHarness*& harness = _harnesses[kind.pad];
     if (harness == nullptr) harness = gst_harness_new_with_element(sink, kind.pad, nullptr);
-    if (_caps[kind.pad] != kind.caps) gst_harness_set_src_caps_str(harness, kind.caps);
+    if (_caps[kind.pad] != kind.caps) gst_harness_set_src_caps_str(harness, kind.caps.c_str());
     _caps[kind.pad] = kind.caps;
     return harness;
   }
@@ -242,7 +235,7 @@ void Push(GstPad* pad, Kind const& kind, std::atomic<bool> const& stop, std::ato
     if (round % 4 == 1) gst_pad_push_event(pad, gst_event_new_flush_start());
     gst_pad_push_event(pad, gst_event_new_flush_stop(TRUE));
     gst_pad_push_event(pad, gst_event_new_stream_start("stream"));
-    GstCaps* const caps = gst_caps_from_string(kind.caps);
+    GstCaps* const caps = gst_caps_from_string(kind.caps.c_str());
     gst_pad_push_event(pad, gst_event_new_caps(caps));
     gst_caps_unref(caps);
     gst_pad_push_event(pad, gst_event_new_segment(&segment));
