@@ -48,6 +48,4 @@ check "audio: seeks by the index" "$(picture_hashes "$media/clip25.h264" | sed -
   "$(quiet -ss 2 -i audio.avi -frames:v 1 -map 0:v -f framemd5 - | last_fields)"
 check "audio: format" "pcm_s16le,48000,2" "$(audio_format audio.avi 0)"
 check "several: format" "pcm_s16le,8000,1" "$(audio_format several.avi 1)"
-check "audio: info" "[2,48000,16,3000]" \
-  "$(info audio.avi '.tracks[1] | [.channels, .rate, .bits, .duration_ms]')"
 finish

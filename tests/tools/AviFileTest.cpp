@@ -24,10 +24,9 @@ Bytes Riff(std::initializer_list<Bytes> parts) { return List("RIFF", "AVI ", Joi
 
 // The index of that data, from the offset of the first chunk.
 Bytes Index(std::size_t first) {
-  Bytes index = Bytes().Cc("idx1").U32(48);
-  for (unsigned i = 0; i < 3; ++i)
-    index.Cc("00dc").U32(i == 0 ? 0x10 : 0).U32(unsigned(first) + 12 * i).U32(i == 2 ? 4 : 3);
-  return index;
+  test::Body const body({{"00dc", "key", true}, {"00dc", "odd", false}, {"00dc", "even", false}},
+                        first);
+  return Plain("idx1", {body.index.begin(), body.index.end()});
 }
 
 class AviFileTest : public Command {
@@ -150,10 +149,9 @@ TEST_F(AviFileTest, OffsetsAreNotRelativeToAMoviThatIsMissing) {
 TEST_F(AviFileTest, IgnoresChunksOfUnknownTracks) {
   EXPECT_EQ(avi::TrackOfCode(base::Convert4("12dc")), 12);
   unsigned const first = 12 + unsigned(Head().size()) + 12;
-  Bytes index = Bytes().Cc("idx1").U32(32);
-  index.Cc("01dc").U32(16, first, 4).Cc("00dc").U32(16, first + 12, 4);
-  Bytes const data = Plain("01dc", "none").Add(Plain("00dc", "data"));
-  avi::AviFile avi = Read(Riff({Head(), Movi(data), index}));
+  test::Body const body({{"01dc", "none", true}, {"00dc", "data", true}}, first);
+  Bytes const index = Plain("idx1", {body.index.begin(), body.index.end()});
+  avi::AviFile avi = Read(Riff({Head(), body.movi, index}));
   std::vector<std::size_t> tracks;
   avi::TrackReader(avi, {true, true}).ForEach([&](std::size_t track, avi::Piece const&) {
     tracks.push_back(track);

@@ -267,7 +267,6 @@ TEST_F(CommandTest, AnswersInJson) {
       {"repair -o e.avi text.avi", 4, "/error/code", "4"},
       {"plugin --plugin missing.so", 3, "/error/code", "3"},
       {"play a.avi", 0, "/packets", "200"},
-      {"play --from 9 a.avi", 1, "/code", "1"},
       {"play text.avi", 4, "/event", "\"end\""},
       {"record -o f%d.avi --segment-time 2" + inputs, 0, "/files", "2"},
       {"record -o a.avi media/clip25.h264", 2, "/event", "\"end\""},

@@ -98,7 +98,6 @@ TEST_F(ControlTest, AnswersRequests) {
       {"event door 5 24:00:01\n", bad + "the times must be at most a day\"}\n"},
       {"event door 5 -1\n", bad + R"(AFTER: \"-1\" is not a time)"},
       {"unprotect other.avi\n", bad},
-      {"unprotect none.avi now\n", bad + "the request is: unprotect FILE\"}\n"},
       {"sptil\nsplit\n", "unknown request 'sptil'; did you mean 'split'?\"}\n" + good},
       {"\n", bad + "the line is empty"},
       {"split now\n", bad + "the request is: split\""},

@@ -190,7 +190,6 @@ TEST_F(PlayTest, SaysWhatItCannotPlay) {
           {"missing.avi", 3, "missing.avi: No such file"},
           {"--video 1 a.avi", 2, "1 video track"},
           {"--mode back audio.avi", 2, "no such track"},
-          {"--mode slow a.avi", 2, "slow"},
           {"--from 1:x a.avi", 2, "--from"},
           {"--every 0 a.avi", 2, "--every"}});
 }

@@ -150,15 +150,6 @@ TEST_F(SegmentTest, KeepsAudioInSyncAtTheJoints) {
   }
 }
 
-TEST_F(SegmentTest, JoinsADamagedRateInLittleMemory) {
-  ASSERT_EQ(Run("record -o a.avi media/clip25.h264 media/mono8k.wav").code, 0);
-  std::string bytes = FileText(At("a.avi"));
-  Put(bytes, bytes.rfind("strf") + 12, 0x7FFFFFF0);  // samples per second
-  Write("wild.avi", bytes);
-  Result const result = Shell(TEST_LIMITED_TOOL " join -o b.avi wild.avi");
-  EXPECT_LE(result.code, 1) << result.err;
-}
-
 // The second file has a track in between that cannot be recorded.
 TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   Expect("record --duration 3",
@@ -171,14 +162,15 @@ TEST_F(SegmentTest, JoinsByTheTracksOfEachFile) {
   EXPECT_TRUE(Payload("c.avi", 1) == Payload("a.avi", 1) + Payload("a.avi", 1));
 }
 
-// A size in the index, of gigabytes, does not become silence of that length.
-TEST_F(SegmentTest, JoinsDamagedIndexes) {
+TEST_F(SegmentTest, JoinsDamagedFilesInLittleMemory) {
   Expect("record", {{"-o a.avi media/clip25.h264 media/stereo48k.wav", 0, ""}});
-  std::string bytes = FileText(At("a.avi"));
-  bytes[bytes.find("01wb", bytes.rfind("idx1")) + 15] = '\xE0';
-  Write("b.avi", bytes);
-  Expect("join -o c.avi b.avi", {{"", 1, "b.avi: track 1: 0.020 s of missing audio filled"}});
-  std::string audio = Payload("a.avi", 1);
+  std::string rate = FileText(At("a.avi")), size = rate, audio = Payload("a.avi", 1);
+  Put(rate, rate.rfind("strf") + 12, 0x7FFFFFF0);             // samples per second
+  size[size.find("01wb", size.rfind("idx1")) + 15] = '\xE0';  // gigabytes, not of silence
+  Write("rate.avi", rate);
+  Write("size.avi", size);
+  EXPECT_LE(Shell(TEST_LIMITED_TOOL " join -o b.avi rate.avi").code, 1);
+  Expect("join -o c.avi size.avi", {{"", 1, "size.avi: track 1: 0.020 s of missing audio filled"}});
   std::fill_n(audio.begin(), 3840, '\0');
   EXPECT_TRUE(Payload("c.avi", 1) == audio);
 }
@@ -193,13 +185,11 @@ TEST_F(SegmentTest, NumbersFilesAndRefusesWrongOptions) {
   Expect("record media/clip25.h264",
          {{"--segment-size 1K -o g.avi", 1, "g-00004.avi: is larger"},
           {"--segment-time 2 -o p%d.avi", 0, "p3.avi: "},
-          {"-o n.avi", 2, "n.avi: exists"},
           {"-o %d-%d.avi", 2, "one number"},
           {"-o 100%.avi", 2, "%% is a percent sign"},
           {"--segment-time 2 -o 100%%.avi", 0, "100%-00002.avi: "},
           {"-o x%s.avi", 2, "one number"},
           {"-o x.avi --segment-size 0", 2, "more"},
-          {"-o x.avi --segment-size 1T", 2, "size"},
           {"-o x.avi --segment-size 1M --sync in-place", 2, "reserved index"},
           {"-o x.avi --drop", 2, "--realtime"}});
 }
