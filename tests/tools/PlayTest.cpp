@@ -43,9 +43,9 @@ class PlayTest : public EveryKind {
   // What play should print, by the index and the durations of each track's chunks.
   Lines Expected(std::string const& name, std::vector<std::int64_t> const& duration_us) {
     Lines lines;
-    avi::AviFile avi(At(name));
+    avi::AviFile const avi(At(name));
     std::vector<std::int64_t> count(avi.Tracks().size());
-    avi.ForEachEntry([&](avi::IndexEntry const& entry) {
+    for (avi::IndexEntry const& entry : Entries(name)) {
       auto const track = static_cast<std::size_t>(avi::TrackOfCode(entry.id));
       std::int64_t const n = count[track]++, each = duration_us[track];
       bool const key =
@@ -53,7 +53,7 @@ class PlayTest : public EveryKind {
       bool const end =
           static_cast<std::uint64_t>(count[track]) == avi.Tracks()[track].indexedChunks;
       lines.emplace_back(track, n * each / 1000, each / 1000, entry.size, key, end);
-    });
+    }
     return lines;
   }
 };
