@@ -67,8 +67,10 @@ class Command : public testing::Test {
   std::vector<std::string> Payloads(std::string const& name, int track) {
     std::string const bytes = FileText(At(name));
     std::vector<std::string> payloads;
+    avi::AviFile avi(At(name));
     for (avi::IndexEntry const& entry : Entries(name, track))
-      payloads.push_back(bytes.substr(static_cast<std::size_t>(entry.offset) + 8, entry.size));
+      payloads.push_back(
+          bytes.substr(static_cast<std::size_t>(entry.offset) + 8, avi.DataSize(entry)));
     return payloads;
   }
   std::string Payload(std::string const& name, int track) {

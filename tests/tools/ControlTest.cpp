@@ -69,8 +69,8 @@ class ControlTest : public Command {
     json const status = json::parse(Ask("status\n"), nullptr, false);
     return status.is_object() ? status : json::object();
   }
-  bool Records() {
-    return Becomes([this] { return Status().value("state", "") == "recording"; });
+  bool Reaches(char const* state) {
+    return Becomes([&] { return Status().value("state", "") == state; });
   }
 
   std::future<Result> _run;
@@ -78,7 +78,7 @@ class ControlTest : public Command {
 
 TEST_F(ControlTest, AnswersRequests) {
   Start("--realtime --control socket --status status.json");
-  ASSERT_TRUE(Records());
+  ASSERT_TRUE(Reaches("recording"));
   struct stat file {};
   ASSERT_EQ(stat(At("socket").c_str(), &file), 0);
   EXPECT_EQ(file.st_mode & 0777, 0600u);
@@ -140,14 +140,11 @@ TEST_F(ControlTest, AnswersRequests) {
 
 TEST_F(ControlTest, RecordsOnlyAroundEvents) {
   Start("--realtime --json --event-only --before 1 --after 0.5 --control socket");
-  auto const becomes = [this](char const* state) {
-    return Becomes([&] { return Status().value("state", "") == state; });
-  };
-  ASSERT_TRUE(becomes("idle"));
+  ASSERT_TRUE(Reaches("idle"));
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(Ask("event bell\n"), "{\"ok\":true}\n");
-    EXPECT_TRUE(becomes("recording")) << i;
-    EXPECT_TRUE(becomes("idle")) << i;
+    EXPECT_TRUE(Reaches("recording")) << i;
+    EXPECT_TRUE(Reaches("idle")) << i;
   }
   Ask("stop\n");
   Result const result = _run.get();
@@ -159,7 +156,7 @@ TEST_F(ControlTest, RecordsOnlyAroundEvents) {
 
 TEST_F(ControlTest, WarnsAtOnce) {
   Start("--realtime --control socket");
-  ASSERT_TRUE(Records());
+  ASSERT_TRUE(Reaches("recording"));
   fs::remove(At("cam-1.avi"));
   Ask("split\n");
   EXPECT_TRUE(Becomes([this] { return Status().value("warnings", 0) == 1; }));
@@ -171,7 +168,7 @@ TEST_F(ControlTest, WarnsAtOnce) {
 
 TEST_F(ControlTest, IsNotHeldUpByClients) {
   Start("--realtime --control socket --status status.json");
-  ASSERT_TRUE(Records());
+  ASSERT_TRUE(Reaches("recording"));
   Descriptor const deaf = Open("socket", SOCK_STREAM);  // asks, but does not read
   std::string const asked = "help\n";
   while (send(deaf.Number(), asked.data(), asked.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) continue;
@@ -196,7 +193,7 @@ TEST_F(ControlTest, IsNotHeldUpByClients) {
   while (idle.size() < 7) idle.push_back(Open("socket", SOCK_STREAM));
   EXPECT_THAT(Ask("status\n"), HasSubstr("too many clients"));
   idle.clear();
-  EXPECT_TRUE(Records());
+  EXPECT_TRUE(Reaches("recording"));
   Ask("stop\n");
   EXPECT_EQ(_run.get().code, 0);
 }

@@ -80,22 +80,15 @@ TEST_F(StartTime, ComesFromTheInputs) {
       {"unset.mp4", ""},
   };
   bool const dated = Has("ffmpeg");
-  for (std::string const date :
-       {"dated.mp4 2020-05-06T07:08:09.5Z", "unset.mp4 1970-01-01T00:00:00Z"})
-    if (dated)
-      Shell(
-          "ffmpeg -v error -i media/clip25.mp4 -c copy -movflags use_metadata_tags -metadata "
-          "creation_time=" +
-          date.substr(10) + " " + date.substr(0, 9));
+  for (std::string const target :
+       {"2020-05-06T07:08:09.5Z dated.mp4", "1970-01-01T00:00:00Z unset.mp4"})
+    Shell(
+        "ffmpeg -i media/clip25.mp4 -c copy -movflags use_metadata_tags -metadata creation_time=" +
+        target);
   for (auto const& c : cases) {
     if (!dated && c.arguments.find("ed.mp4") != c.arguments.npos) continue;
     Shell("rm -f b-*");
-    EXPECT_LE(
-        Run("record --fps " + std::string(c.file == std::string("b-3.avi") ? "30000/1001" : "25") +
-            " -o b-%d.avi " + c.arguments)
-            .code,
-        1)
-        << c.arguments;
+    EXPECT_LE(Run("record -o b-%d.avi " + c.arguments).code, 1) << c.arguments;
     avi::Software const software = avi::AviFile(At(c.file)).ReadSoftware();
     EXPECT_EQ(software.start ? software.start->Text() : "", c.start) << c.arguments;
     EXPECT_EQ(software.name.empty(), *c.start == '\0') << c.arguments;

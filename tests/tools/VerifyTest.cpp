@@ -119,13 +119,8 @@ TEST_F(VerifyTest, FindsEachDamageWhereItIs) {
 }
 
 TEST_F(VerifyTest, FindsWrongKeyFlagsByTheData) {
-  avi::IndexEntry key, other;  // one in the middle, and the next video frame
-  for (avi::IndexEntry const& entry : _entries) {
-    bool const video = avi::TrackOfCode(entry.id) == 0;
-    if (video && key.id != 0 && other.id == 0) other = entry;
-    if ((entry.flags & avi::IndexEntry::kKey) != 0 && &entry != &_entries[0] && key.id == 0)
-      key = entry;
-  }
+  auto const video = Entries("a.avi", 0);
+  avi::IndexEntry const &key = video[30], &other = video[31];
   std::string cleared = With(key.place + 4, 0);
   EXPECT_THAT(Check(cleared), testing::IsEmpty());
   EXPECT_THAT(Check(cleared, true), testing::ElementsAre(testing::Pair("key-unmarked", key.place)));
