@@ -107,6 +107,7 @@ class Rig {
   std::string Posted() {
     std::ostringstream text;
     std::map<std::string, guint64> starts;
+    bool marked = false;  // by another thread, at any time
     while (GstMessage* const message = gst_bus_pop(_bus)) {
       GError* error = nullptr;
       if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) text << "eos ";
@@ -121,8 +122,7 @@ class Rig {
         guint64 time = 0, packets = 0, length = 0;
         gst_structure_get(fields, "running-time", G_TYPE_UINT64, &time, nullptr);
         if (name == "kestroavisink-fragment-opened") starts[path] = time;
-        bool const first = text.str().find("protected") == std::string::npos;
-        if (name == "kestroavisink-fragment-protected" && first) text << "protected ";
+        marked |= name == "kestroavisink-fragment-protected";
         if (name == "kestroavisink-event") text << gst_structure_get_string(fields, "label") << ' ';
         if (name == "kestroavisink-fragment-closed") {
           gst_structure_get(fields, "packets", G_TYPE_UINT64, &packets, "duration", G_TYPE_UINT64,
@@ -133,7 +133,7 @@ class Rig {
       }
       gst_message_unref(message);
     }
-    std::string const all = text.str();
+    std::string const all = (marked ? "protected " : "") + text.str();
     return all.empty() ? all : all.substr(0, all.size() - 1);
   }
 
@@ -179,7 +179,7 @@ TEST(GstSink, RecordsEveryOrderOfSteps) {
                "1@0+40 eos 2@0+80 eos"},
            Row{"READY and NULL in between", "", "v0! v40 ready play v0! null play v0! v.",
                "2@0+80 1@0+40 1@0+40 eos"},
-           Row{"an event", "", "v0! v40 event v80! v.", "crash protected 3@0+120 eos"},
+           Row{"an event", "", "v0! v40 event v80! v.", "protected crash 3@0+120 eos"},
            Row{"frame rate from the timestamps", "",
                "u0! u50 u100 u150 u200 u250 u300 u350 u400 u450 u500 u.", "11@0+550 eos"},
            Row{"frame rate of few frames", "", "u0! u50 u.", "2@0+100 eos"},
